@@ -1,0 +1,29 @@
+#include "async/FileChain.h"
+
+#include "async/FileThreadManager.h"
+#include "platform/CmTrace.h"
+
+namespace {
+
+constexpr CmUint32 c_dwBlockSize = 32768;
+
+}  // namespace
+
+CRefPtr<IFileOperation> BuildFileChain(FileChainKind aKind, int bAsync, IFileOpStatus* pReceive) {
+    CFileOperationFactory* const pFactory = CFileOperationFactory::Instance();
+    CRefPtr<IFileOperation> pTop = pFactory->CreateLocalFile(aKind == FileChainKind::Download);
+    if (pTop && bAsync) {
+        CFileThreadManager* const pThreads = CFileThreadManager::Instance();
+        ACmThread* const pCallerThread = pThreads->GetCallerThread();
+        if (!pCallerThread)
+            CM_TRACE_ERROR(
+                "BuildFileChain->No caller thread: asynchronous files need the host's thread "
+                "attached (CCmCallerThread::Attach)");
+        pTop = pFactory->CreateFileThreadProxy(pThreads->GetPrimaryNFSThread(), pCallerThread,
+                                               pTop.Get(), pReceive, CCacheFileManager::Link_Local);
+    }
+    const bool bBuffered =
+        aKind == FileChainKind::WriteRecord || (aKind == FileChainKind::PlayRecord && bAsync);
+    if (pTop && bBuffered) pTop = pFactory->CreateBufferDecorate(pTop.Get(), c_dwBlockSize);
+    return pTop;
+}

@@ -1,0 +1,138 @@
+#include "async/FileEvents.h"
+
+#include "platform/CmTrace.h"
+
+COpenCloseEvent::COpenCloseEvent(CFileThreadProxy* pAsyncFileOp, const CCmString& strFilePath,
+                                 int bOpen, int bWrite)
+    : ICmEvent(0),
+      m_pAsyncFileOp(pAsyncFileOp),
+      m_bOpen(bOpen),
+      m_bWrite(bWrite),
+      m_strFilePath(strFilePath) {
+    if (!pAsyncFileOp) CM_ASSERTION("pAsyncFileOp");
+}
+
+CmInt32 COpenCloseEvent::OnEventFire() {
+    CM_CHECK(m_pAsyncFileOp, "m_pAsyncFileOp.Get( )", CACHE_ERR_INVALID_STATE);
+    return m_bOpen ? FireOpen() : FireClose();
+}
+
+CmInt32 COpenCloseEvent::FireOpen() {
+    const CmInt32 lResult = m_pAsyncFileOp->Open_i(m_strFilePath, m_bWrite);
+    if (lResult != CACHE_OK)
+        CM_TRACE_ERROR("COpenCloseEvent::OnEventFire->Open File error:" << m_strFilePath
+                                                                        << " this=" << this);
+    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->m_LinkType, CCacheFileManager::Op_Open, lResult);
+    return lResult;
+}
+
+CmInt32 COpenCloseEvent::FireClose() {
+    const CmInt32 lResult = m_pAsyncFileOp->Close_i();
+    if (lResult == CACHE_OK) return lResult;
+    CM_TRACE_ERROR("COpenCloseEvent::OnEventFire->Close File error:" << m_strFilePath
+                                                                     << " this=" << this);
+    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->m_LinkType, CCacheFileManager::Op_Close,
+                                   lResult);
+    return lResult;
+}
+
+CReadEvent::CReadEvent(CFileThreadProxy* pAsyncFileOp, unsigned char* lpBuffer, CmUint32 dwLength,
+                       CmUint32 dwOffset, const tagDataInfo& aDataInfo)
+    : ICmEvent(0),
+      m_pAsyncFileOp(pAsyncFileOp),
+      m_lpBuffer(lpBuffer),
+      m_dwLength(dwLength),
+      m_dwFileOffset(dwOffset),
+      m_DataInfo(aDataInfo) {
+    if (!pAsyncFileOp)
+        CM_ASSERTION("pAsyncFileOp");
+    else if (!lpBuffer)
+        CM_ASSERTION("lpBuffer");
+    else if (!dwLength)
+        CM_ASSERTION("dwLength");
+}
+
+CmInt32 CReadEvent::OnEventFire() {
+    if (!m_pAsyncFileOp) {
+        CM_ASSERTION("m_pAsyncFileOp.Get( )");
+        delete[] m_lpBuffer;
+        return CACHE_ERR_INVALID_STATE;
+    }
+    const CmInt32 lResult =
+        m_pAsyncFileOp->ReadData_i(m_DataInfo, m_lpBuffer, m_dwFileOffset, m_dwLength);
+    if (lResult == CACHE_OK) return lResult;
+    CM_TRACE_ERROR("CReadEvent::OnEventFire->Read data error, ret="
+                   << lResult << " m_dwFileOffset=" << m_dwFileOffset
+                   << " m_dwLength=" << m_dwLength << " this=" << this);
+    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->m_LinkType, CCacheFileManager::Op_Read, lResult);
+    return lResult;
+}
+
+CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset,
+                         const CCmString& strData)
+    : ICmEvent(0), m_pAsyncFileOp(pAsyncFileOp), m_dwFileOffset(dwOffset), m_strData(strData) {
+    if (!pAsyncFileOp) CM_ASSERTION("pAsyncFileOp");
+}
+
+CmInt32 CWriteEvent::OnEventFire() {
+    CM_CHECK(m_pAsyncFileOp, "m_pAsyncFileOp.Get( )", CACHE_ERR_INVALID_STATE);
+    const CmInt32 lResult = m_pAsyncFileOp->WriteData_i(m_strData, m_dwFileOffset);
+    if (lResult == CACHE_OK) return lResult;
+    CCacheFileManager::AddLostBytes(m_strData.size());
+    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->m_LinkType, CCacheFileManager::Op_Write,
+                                   lResult);
+    return lResult;
+}
+
+CSyncReadEvent::CSyncReadEvent(CFileThreadProxy* pAsyncFileOp, unsigned char* lpBuffer,
+                               CmUint32 dwOffset, CmUint32& dwLength,
+                               std::optional<CmInt32>& aResult)
+    : ICmEvent(0),
+      m_pAsyncFileOp(pAsyncFileOp),
+      m_lpBuffer(lpBuffer),
+      m_dwFileOffset(dwOffset),
+      m_dwLength(dwLength),
+      m_result(aResult) {}
+
+CmInt32 CSyncReadEvent::OnEventFire() {
+    m_result = m_pAsyncFileOp->SyncRead_i(m_lpBuffer, m_dwFileOffset, m_dwLength);
+    return *m_result;
+}
+
+CFileDataEvent::CFileDataEvent(IFileOpStatus* pReceive, unsigned char* lpBuffer, CmUint32 dwLength,
+                               const tagDataInfo& aDataInfo)
+    : ICmEvent(0),
+      m_pReceive(pReceive),
+      m_lpBuffer(lpBuffer),
+      m_dwLength(dwLength),
+      m_DataInfo(aDataInfo) {
+    if (!pReceive)
+        CM_ASSERTION("pReceive");
+    else if (!lpBuffer)
+        CM_ASSERTION("lpBuffer");
+}
+
+CFileDataEvent::~CFileDataEvent() { delete[] m_lpBuffer; }
+
+CmInt32 CFileDataEvent::OnEventFire() {
+    CM_CHECK(m_pReceive, "m_pReceive.Get( )", CACHE_ERR_INVALID_STATE);
+    unsigned char* const lpBuffer = m_lpBuffer;
+    m_lpBuffer = nullptr;
+    m_pReceive->OnDataReady(lpBuffer, m_dwLength, m_DataInfo);
+    return CACHE_OK;
+}
+
+CFileStatusEvent::CFileStatusEvent(IFileOpStatus* pReceive, const tagFileStatus& aStatus)
+    : ICmEvent(0),
+      m_pReceive(pReceive),
+      m_LinkType(aStatus.aLinkType),
+      m_OpType(aStatus.aOpType),
+      m_lResult(aStatus.lResult) {
+    if (!pReceive) CM_ASSERTION("pReceive");
+}
+
+CmInt32 CFileStatusEvent::OnEventFire() {
+    CM_CHECK(m_pReceive, "m_pReceive.Get( )", CACHE_ERR_INVALID_STATE);
+    m_pReceive->OnFileOpStatus(m_LinkType, m_OpType, m_lResult);
+    return CACHE_OK;
+}

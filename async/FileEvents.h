@@ -1,0 +1,104 @@
+#pragma once
+
+#include <optional>
+
+#include "async/FileThreadProxy.h"
+#include "platform/CmEvent.h"
+
+/// The events of the proxy. Requests run on the R/W thread and hold the proxy; results run on the
+/// caller thread and hold the receiving handler. Each keeps its own copy of what it was given.
+
+/// Opens (bOpen non-zero) or closes the file.
+class COpenCloseEvent final : public ICmEvent {
+ public:
+    COpenCloseEvent(CFileThreadProxy* pAsyncFileOp, const CCmString& strFilePath, int bOpen,
+                    int bWrite);
+    CmInt32 OnEventFire() override;
+
+ private:
+    CmInt32 FireOpen();
+    CmInt32 FireClose();
+
+    const CRefPtr<CFileThreadProxy> m_pAsyncFileOp;
+    const int m_bOpen;
+    const int m_bWrite;
+    const CCmString m_strFilePath;
+};
+
+/// A read whose result is delivered. It doesn't own the buffer while it is only queued: a refused
+/// request leaves it with the caller. Firing hands it on or frees it.
+class CReadEvent final : public ICmEvent {
+ public:
+    CReadEvent(CFileThreadProxy* pAsyncFileOp, unsigned char* lpBuffer, CmUint32 dwLength,
+               CmUint32 dwOffset, const tagDataInfo& aDataInfo);
+    CmInt32 OnEventFire() override;
+
+ private:
+    const CRefPtr<CFileThreadProxy> m_pAsyncFileOp;
+    unsigned char* const m_lpBuffer;
+    const CmUint32 m_dwLength;
+    const CmUint32 m_dwFileOffset;
+    const tagDataInfo m_DataInfo;
+};
+
+class CWriteEvent final : public ICmEvent {
+ public:
+    CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, const CCmString& strData);
+    CmInt32 OnEventFire() override;
+
+ private:
+    const CRefPtr<CFileThreadProxy> m_pAsyncFileOp;
+    const CmUint32 m_dwFileOffset;
+    const CCmString m_strData;
+};
+
+/// A read that its caller waits for. Length and result lie with the caller; the result stays empty
+/// if the event is refused.
+class CSyncReadEvent final : public ICmEvent {
+ public:
+    CSyncReadEvent(CFileThreadProxy* pAsyncFileOp, unsigned char* lpBuffer, CmUint32 dwOffset,
+                   CmUint32& dwLength, std::optional<CmInt32>& aResult);
+    CmInt32 OnEventFire() override;
+
+ private:
+    const CRefPtr<CFileThreadProxy> m_pAsyncFileOp;
+    unsigned char* const m_lpBuffer;
+    const CmUint32 m_dwFileOffset;
+    CmUint32& m_dwLength;
+    std::optional<CmInt32>& m_result;
+};
+
+/// Brings the bytes of a read. Owns the buffer (from array new) until it fires, which gives it to
+/// the receiver; frees it if it never fires.
+class CFileDataEvent final : public ICmEvent {
+ public:
+    CFileDataEvent(IFileOpStatus* pReceive, unsigned char* lpBuffer, CmUint32 dwLength,
+                   const tagDataInfo& aDataInfo);
+    ~CFileDataEvent() override;
+    CmInt32 OnEventFire() override;
+
+ private:
+    const CRefPtr<IFileOpStatus> m_pReceive;
+    unsigned char* m_lpBuffer;
+    const CmUint32 m_dwLength;
+    const tagDataInfo m_DataInfo;
+};
+
+/// What a status report says.
+struct tagFileStatus {
+    CCacheFileManager::LinkType aLinkType;
+    CCacheFileManager::OpType aOpType;
+    CmInt32 lResult;
+};
+
+class CFileStatusEvent final : public ICmEvent {
+ public:
+    CFileStatusEvent(IFileOpStatus* pReceive, const tagFileStatus& aStatus);
+    CmInt32 OnEventFire() override;
+
+ private:
+    const CRefPtr<IFileOpStatus> m_pReceive;
+    const CCacheFileManager::LinkType m_LinkType;
+    const CCacheFileManager::OpType m_OpType;
+    const CmInt32 m_lResult;
+};

@@ -1,0 +1,226 @@
+#include "async/FileThreadProxy.h"
+
+#include <new>
+
+#include "async/FileEvents.h"
+#include "platform/CmTrace.h"
+
+namespace {
+
+constexpr CmInt32 c_lPostOption = 1;
+
+constexpr char c_szThreads[] = "m_pRWThread && m_pCallerThread";
+constexpr char c_szFile[] = "m_pFileOp.Get( )";
+
+/// The event, or null when it or what it copies finds no memory.
+template <class MakeEvent>
+ICmEvent* MakeOrNull(MakeEvent aMakeEvent) {
+    try {
+        return aMakeEvent();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+bool IsLinkType(CCacheFileManager::LinkType aLinkType) {
+    return aLinkType == CCacheFileManager::Link_Primary ||
+           aLinkType == CCacheFileManager::Link_Backup ||
+           aLinkType == CCacheFileManager::Link_Local;
+}
+
+}  // namespace
+
+CFileThreadProxy::CFileThreadProxy(ACmThread* pRWThread, ACmThread* pCallerThread,
+                                   IFileOperation* pActualFile, IFileOpStatus* pReceive,
+                                   CCacheFileManager::LinkType aLinkType)
+    : m_pRWThread(pRWThread),
+      m_pCallerThread(pCallerThread),
+      m_pFileOp(pActualFile),
+      m_pReceive(pReceive),
+      m_LinkType(aLinkType) {
+    if (!(pRWThread && pCallerThread && pActualFile && pReceive))
+        CM_ASSERTION("pRWThread && pCallerThread && pActualFile && pReceive");
+    else if (!IsLinkType(aLinkType))
+        CM_ASSERTION(
+            "( aLinkType == CCacheFileManager::Link_Primary) || "
+            "( aLinkType == CCacheFileManager::Link_Backup) || "
+            "( aLinkType == CCacheFileManager::Link_Local)");
+}
+
+CFileThreadProxy::~CFileThreadProxy() {
+    m_pRWThread = m_pCallerThread = nullptr;
+    m_pFileOp = nullptr;  // the file closes before its receiver may end
+    m_pReceive = nullptr;
+}
+
+bool CFileThreadProxy::IsLinkUsable() const {
+    return CCacheFileManager::Instance().GetLinkStatusFromMap(ReceiverKey(), m_LinkType) != 0;
+}
+
+/// Makes a request and posts it to the R/W thread. If no memory is left for it that is an
+/// assertion on its name; from the post on the queue owns it, whatever comes of it.
+template <class MakeEvent>
+CmInt32 CFileThreadProxy::PostRequest(const char* lpEventName, MakeEvent aMakeEvent) {
+    const CRefPtr<ICmEventQueue> pQueue = m_pRWThread->GetEventQueue();
+    CM_CHECK(pQueue, "pQueue", CACHE_ERR_INVALID_STATE);
+    ICmEvent* const pEvent = MakeOrNull(aMakeEvent);
+    CM_CHECK(pEvent, lpEventName, CACHE_ERR_OUT_OF_MEMORY);
+    return pQueue->PostEvent(pEvent, c_lPostOption);
+}
+
+CmInt32 CFileThreadProxy::Open(const CCmString& strPath, int bWrite) try {
+    m_bWrite = bWrite;
+    m_strFilePath = strPath;
+    CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
+    CM_CHECK(m_pRWThread->GetEventQueue(), "pQueue", CACHE_ERR_INVALID_STATE);
+    if (!IsLinkUsable()) {
+        m_lOpenResult.store(CACHE_ERR_FAILED, std::memory_order_release);
+        return CACHE_ERR_FAILED;
+    }
+    return PostRequest("pOpenEvent", [&] {
+        return new (std::nothrow) COpenCloseEvent(this, m_strFilePath, 1, bWrite);
+    });
+} catch (const std::bad_alloc&) {
+    return CACHE_ERR_OUT_OF_MEMORY;
+}
+
+CmInt32 CFileThreadProxy::Close() {
+    CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
+    CM_CHECK(m_pRWThread->GetEventQueue(), "pQueue", CACHE_ERR_INVALID_STATE);
+    if (const CmInt32 lOpenResult = OpenResult()) return lOpenResult;
+    return PostRequest("pOpenEvent", [&] {
+        return new (std::nothrow) COpenCloseEvent(this, m_strFilePath, 0, 1);
+    });
+}
+
+CmInt32 CFileThreadProxy::WriteData(const CCmString& strData, CmUint32 dwOffset) {
+    CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
+    if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
+    if (!IsUsable()) return CACHE_ERR_FAILED;
+    return PostRequest("pWriteEvent",
+                       [&] { return new (std::nothrow) CWriteEvent(this, dwOffset, strData); });
+}
+
+CmInt32 CFileThreadProxy::AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,
+                                        CmUint32 dwOffset, CmUint32& dwLength) {
+    CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
+    CM_CHECK(lpBuffer, "lpBuffer", CACHE_ERR_INVALID_ARG);
+    CM_CHECK(dwLength, "dwLength", CACHE_ERR_INVALID_ARG);
+    if (!IsUsable()) return CACHE_ERR_FAILED;
+    return PostRequest("pReadEvent", [&] {
+        return new (std::nothrow) CReadEvent(this, lpBuffer, dwLength, dwOffset, aDataInfo);
+    });
+}
+
+CmInt32 CFileThreadProxy::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) {
+    CM_CHECK(lpBuffer && m_pFileOp, "lpBuffer&&m_pFileOp.Get( )", CACHE_ERR_INVALID_ARG);
+    CM_CHECK(dwLength, "dwLength", CACHE_ERR_INVALID_ARG);
+    if (const CmInt32 lOpenResult = OpenResult()) return lOpenResult;
+    if (m_pRWThread && !m_pRWThread->IsCurrent()) {
+        if (const CRefPtr<ICmEventQueue> pQueue = m_pRWThread->GetEventQueue()) {
+            std::optional<CmInt32> aResult;
+            ICmEvent* const pEvent =
+                new (std::nothrow) CSyncReadEvent(this, lpBuffer, dwOffset, dwLength, aResult);
+            CM_CHECK(pEvent, "pReadEvent", CACHE_ERR_OUT_OF_MEMORY);
+            pQueue->SendEvent(pEvent);
+            if (aResult) return *aResult;
+        }
+        m_pRWThread->Join();  // it was stopped: what it had accepted comes first
+    }
+    return SyncRead_i(lpBuffer, dwOffset, dwLength);
+}
+
+/// Runs an operation of the inner file between the manager's bracket calls.
+template <class Operation>
+CmInt32 CFileThreadProxy::Bracketed(Operation aOperation) {
+    CCacheFileManager& aManager = CCacheFileManager::Instance();
+    aManager.BeforeOperation(m_LinkType, ReceiverKey());
+    CmInt32 lResult = CACHE_ERR_OUT_OF_MEMORY;
+    try {
+        lResult = aOperation();
+    } catch (const std::bad_alloc&) {
+    }
+    aManager.AfterOperation(m_LinkType);
+    return lResult;
+}
+
+CmInt32 CFileThreadProxy::Open_i(const CCmString& strPath, int bWrite) {
+    CM_CHECK(m_pFileOp, c_szFile, CACHE_ERR_INVALID_STATE);
+    const CmInt32 lResult = IsLinkUsable()
+                                ? Bracketed([&] { return m_pFileOp->Open(strPath, bWrite); })
+                                : CmInt32{CACHE_ERR_FAILED};
+    m_lOpenResult.store(lResult, std::memory_order_release);
+    return lResult;
+}
+
+CmInt32 CFileThreadProxy::Close_i() {
+    CM_CHECK(m_pFileOp, c_szFile, CACHE_ERR_INVALID_STATE);
+    if (const CmInt32 lOpenResult = OpenResult()) return lOpenResult;
+    return Bracketed([&] { return m_pFileOp->Close(); });
+}
+
+CmInt32 CFileThreadProxy::WriteData_i(const CCmString& strData, CmUint32 dwOffset) {
+    CM_CHECK(m_pFileOp, c_szFile, CACHE_ERR_INVALID_STATE);
+    if (!IsUsable()) return CACHE_ERR_FAILED;
+    return Bracketed([&] { return m_pFileOp->WriteData(strData, dwOffset); });
+}
+
+CmInt32 CFileThreadProxy::SyncRead_i(unsigned char* lpBuffer, CmUint32 dwOffset,
+                                     CmUint32& dwLength) {
+    if (const CmInt32 lOpenResult = OpenResult()) return lOpenResult;
+    return m_pFileOp->ReadData(lpBuffer, dwOffset, dwLength);
+}
+
+CmInt32 CFileThreadProxy::ReadData_i(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,
+                                     CmUint32 dwOffset, CmUint32 dwLength) {
+    if (!m_pFileOp || !lpBuffer || !HasThreads()) {
+        CM_ASSERTION(m_pFileOp && lpBuffer ? c_szThreads : "m_pFileOp.Get( )&&lpBuffer");
+        delete[] lpBuffer;  // accepted, but nobody can be given it
+        return CACHE_ERR_INVALID_STATE;
+    }
+    CmInt32 lResult = CACHE_OK;
+    CmUint32 dwRead = 0;
+    if (IsUsable()) {
+        dwRead = dwLength;
+        lResult = m_pFileOp->ReadData(lpBuffer, dwOffset, dwRead);
+        if (lResult != CACHE_OK) {
+            CM_TRACE_ERROR("CFileThreadProxy::ReadData_i->read data error, ret="
+                           << lResult << " dwOffset=" << dwOffset << " dwLength=" << dwLength
+                           << " this=" << this);
+            dwRead = 0;
+        }
+    }
+    DeliverData(lpBuffer, dwRead, aDataInfo);
+    return lResult;
+}
+
+/// Sends the buffer to the receiver; if that can't be done it is freed.
+void CFileThreadProxy::DeliverData(unsigned char* lpBuffer, CmUint32 dwLength,
+                                   const tagDataInfo& aDataInfo) {
+    const CRefPtr<ICmEventQueue> pQueue = m_pCallerThread->GetEventQueue();
+    ICmEvent* const pDataEvent =
+        pQueue ? new (std::nothrow) CFileDataEvent(m_pReceive.Get(), lpBuffer, dwLength, aDataInfo)
+               : nullptr;
+    if (pDataEvent)
+        pQueue->PostEvent(pDataEvent, c_lPostOption);
+    else
+        delete[] lpBuffer;
+}
+
+void CFileThreadProxy::PostFileStatus(CCacheFileManager::LinkType aLinkType,
+                                      CCacheFileManager::OpType aOpType, CmInt32 lResult) {
+    CM_CHECK(HasThreads(), c_szThreads, );
+    const CRefPtr<ICmEventQueue> pQueue = m_pCallerThread->GetEventQueue();
+    CM_CHECK(pQueue, "pQueue", );
+    ICmEvent* const pStatusEvent = new (std::nothrow)
+        CFileStatusEvent(m_pReceive.Get(), tagFileStatus{aLinkType, aOpType, lResult});
+    CM_CHECK(pStatusEvent, "pStatusEvent", );
+    pQueue->PostEvent(pStatusEvent, c_lPostOption);
+}
+
+IFileOperation* CFileOperationFactory::CreateFileThreadProxy(
+    ACmThread* pRWThread, ACmThread* pCallerThread, IFileOperation* pActualFile,
+    IFileOpStatus* pReceive, CCacheFileManager::LinkType aLinkType) {
+    return new (std::nothrow)
+        CFileThreadProxy(pRWThread, pCallerThread, pActualFile, pReceive, aLinkType);
+}

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "core/FileOpSink.h"
+#include "fileop/FileOperation.h"
+#include "platform/CmThread.h"
+
+/// Carries the operations of a file to the R/W thread and brings the outcomes back to a handler on
+/// the caller thread.
+///
+/// Owned by the link above it and by every request still queued, so dropping it cancels nothing.
+/// It holds a reference on the receiving handler. The operations of IFileOperation are called on
+/// the caller's side; those with a name in _i run on the R/W thread, one at a time and in the
+/// order of their requests. What both sides touch is m_lOpenResult, an atomic. A call returns what
+/// came of queuing; the outcome follows as a callback: of an open always, of a close or write on
+/// failure, of a read as its data, and a status after that if it failed.
+class CFileThreadProxy final : public IFileOperation {
+ public:
+    /// The two threads live for ever; pActualFile is the link below. With one of the four missing
+    /// every operation is refused with CACHE_ERR_INVALID_STATE (a synchronous read, which needs no
+    /// thread, with CACHE_ERR_INVALID_ARG and only without a file).
+    CFileThreadProxy(ACmThread* pRWThread, ACmThread* pCallerThread, IFileOperation* pActualFile,
+                     IFileOpStatus* pReceive, CCacheFileManager::LinkType aLinkType);
+    ~CFileThreadProxy() override;
+
+    CmInt32 Open(const CCmString& strPath, int bWrite) override;
+    CmInt32 Close() override;
+    CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
+
+    /// Waits for the R/W thread, and so sees everything that was queued before it.
+    CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
+
+    CmInt32 AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
+                          CmUint32& dwLength) override;
+    const CCmString& GetFileName() override { return m_strFilePath; }
+
+    /// Does nothing: every write flushes itself.
+    void Flush() override {}
+
+ private:
+    friend class COpenCloseEvent;
+    friend class CReadEvent;
+    friend class CSyncReadEvent;
+    friend class CWriteEvent;
+
+    CmInt32 Open_i(const CCmString& strPath, int bWrite);
+    CmInt32 Close_i();
+    CmInt32 WriteData_i(const CCmString& strData, CmUint32 dwOffset);
+    CmInt32 ReadData_i(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
+                       CmUint32 dwLength);
+    CmInt32 SyncRead_i(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength);
+    void PostFileStatus(CCacheFileManager::LinkType aLinkType, CCacheFileManager::OpType aOpType,
+                        CmInt32 lResult);
+
+    bool HasThreads() const { return m_pRWThread && m_pCallerThread; }
+    bool IsLinkUsable() const;
+    CmInt32 OpenResult() const { return m_lOpenResult.load(std::memory_order_acquire); }
+    bool IsUsable() const { return IsLinkUsable() && OpenResult() == CACHE_OK; }
+    std::uintptr_t ReceiverKey() const {
+        return reinterpret_cast<std::uintptr_t>(m_pReceive.Get());
+    }
+    void DeliverData(unsigned char* lpBuffer, CmUint32 dwLength, const tagDataInfo& aDataInfo);
+
+    template <class MakeEvent>
+    CmInt32 PostRequest(const char* lpEventName, MakeEvent aMakeEvent);
+    template <class Operation>
+    CmInt32 Bracketed(Operation aOperation);
+
+    ACmThread* m_pRWThread;
+    ACmThread* m_pCallerThread;
+    CRefPtr<IFileOperation> m_pFileOp;
+    CRefPtr<IFileOpStatus> m_pReceive;
+    const CCacheFileManager::LinkType m_LinkType;
+
+    /// The outcome of the last open. While it is not 0, everything but another open is refused,
+    /// on the caller's side as soon as it is known there and again on the R/W thread.
+    std::atomic<CmInt32> m_lOpenResult{CACHE_OK};
+
+    // The caller's side only.
+    CCmString m_strFilePath;
+    int m_bWrite = 1;
+};

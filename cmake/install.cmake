@@ -1,0 +1,29 @@
+# What `cmake --install` gives a host: headers, the shared library, a CMake package and a
+# pkg-config file.
+set(cachefile_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cachefile)
+
+install(TARGETS cachefile EXPORT cachefile-targets
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+foreach(header IN LISTS cachefile_headers)
+    cmake_path(GET header PARENT_PATH module)
+    install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/cachefile/${module})
+endforeach()
+
+install(EXPORT cachefile-targets NAMESPACE cachefile:: DESTINATION ${cachefile_package_dir})
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/cachefile-config-version.cmake
+                                 COMPATIBILITY SameMajorVersion)
+install(FILES cmake/cachefile-config.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/cachefile-config-version.cmake
+        DESTINATION ${cachefile_package_dir})
+
+cmake_path(IS_ABSOLUTE CMAKE_INSTALL_INCLUDEDIR cachefile_absolute)
+if(cachefile_absolute)
+    set(cachefile_pc_prefix "")
+else()
+    set(cachefile_pc_prefix "\${prefix}/")
+endif()
+configure_file(cmake/cachefile.pc.in ${CMAKE_CURRENT_BINARY_DIR}/cachefile.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cachefile.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,73 @@
+#include "core/CacheFileManager.h"
+
+#include <atomic>
+#include <ctime>
+
+#include "core/HomeDir.h"
+#include "platform/CmFile.h"
+
+namespace {
+
+std::atomic<std::uint64_t> s_qwLostBytes{0};
+
+}  // namespace
+
+const char CCacheFileManager::s_cFileSeparator = '_';
+const char CCacheFileManager::s_cFileEndSeparator = '.';
+const char CCacheFileManager::s_cWinPathSeparator = '\\';
+const char CCacheFileManager::s_cUniPathSeparator = '/';
+const char CCacheFileManager::s_cFileMidSeparator = '-';
+
+CCacheFileManager& CCacheFileManager::Instance() { return CmImmortal<CCacheFileManager>(); }
+
+CCacheFileManager::CCacheFileManager() : m_strTempHomeDir(".\\kvr2\\") {}
+
+CCacheFileManager::~CCacheFileManager() = default;
+
+void CCacheFileManager::SetTempHomeDir(const CCmString& strDir) {
+    SetDirectory(m_strTempHomeDir, strDir);
+}
+
+int CCacheFileManager::GetLinkStatusFromMap(std::uintptr_t dwHandlerKey, LinkType aLinkType) {
+    CCmMutexGuardT<CCmMutexThreadRecursive> aGuard(m_mutexLinkStatus);
+    const auto it = m_mapLinkStatus.find(dwHandlerKey);
+    if (it == m_mapLinkStatus.end()) return 1;
+    switch (aLinkType) {
+        case Link_Primary:
+            return it->second.bPrimaryDown == 0;
+        case Link_Backup:
+            return it->second.bBackupDown == 0;
+        default:
+            return 1;
+    }
+}
+
+void CCacheFileManager::BeforeOperation(LinkType /*aLinkType*/, std::uintptr_t /*dwHandlerKey*/) {}
+
+void CCacheFileManager::AfterOperation(LinkType /*aLinkType*/) {}
+
+void CCacheFileManager::DeleteTempFile(const CCmString& strPath) { CmFile::RemoveFile(strPath); }
+
+void CCacheFileManager::DeleteTempDir(const CCmString& strPath) {
+    CmFile::RemoveDirectory(strPath);
+}
+
+void CCacheFileManager::DeleteAllTemp(const std::vector<CCmString>& vecPaths) {
+    for (const CCmString& strPath : vecPaths) CmFile::RemoveFile(strPath);
+}
+
+CmInt32 CCacheFileManager::GetTickCount() const {
+    return static_cast<CmInt32>(static_cast<CmUint32>(std::time(nullptr)));
+}
+
+CmUint32 CCacheFileManager::GetIntervalMs(CmUint32 /*dwStart*/) const {
+    return static_cast<CmUint32>(GetTickCount());
+}
+
+std::uint64_t CCacheFileManager::GetLostBytes() {
+    return s_qwLostBytes.load(std::memory_order_relaxed);
+}
+
+void CCacheFileManager::AddLostBytes(std::uint64_t qwBytes) {
+    s_qwLostBytes.fetch_add(qwBytes, std::memory_order_relaxed);
+}

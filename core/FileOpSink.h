@@ -1,0 +1,43 @@
+#pragma once
+
+#include "core/CacheFileManager.h"
+#include "core/DataInfo.h"
+#include "platform/CmReference.h"
+#include "platform/CmResult.h"
+
+/// The host's callbacks. The host implements it, hands it to a handler's Initialize and keeps it
+/// alive until the handler's Destroy, after which the handler calls it no more.
+///
+/// Every call comes on the caller thread (CmCallerThread.h) for files in asynchronous mode, and
+/// inside the read that caused it in synchronous mode; no lock of the library is held. A callback
+/// may do anything a host may do, Destroy on its own handler and a shutdown included.
+class IFileOpSink {
+ public:
+    /// The outcome of an asynchronous operation: of every open (aResult 0 on success), and of a
+    /// close, read or write only when it failed on the worker thread. An operation whose own call
+    /// returned a code sends none, nor does synchronous mode.
+    virtual void OnFileOpStatus(CCacheFileManager::LinkType aLinkType,
+                                CCacheFileManager::OpType aOpType, CmInt32 aResult) = 0;
+
+    /// The bytes of a read. lpData is the buffer that was given to the read (from array new); it
+    /// now belongs to the receiver, who frees it with array delete. dwLength counts the bytes read:
+    /// fewer than wanted at the end of the file, 0 behind it, 0 too when an asynchronous read
+    /// failed, which OnFileOpStatus with Op_Read then tells. aDataInfo is the request's, good for
+    /// the duration of the call.
+    virtual void OnDataReady(unsigned char* lpData, CmUint32 dwLength,
+                             const tagDataInfo& aDataInfo) = 0;
+
+ protected:
+    ~IFileOpSink() = default;
+};
+
+/// What receives the results of asynchronous files: a handler. Counted, because proxies and queued
+/// results hold references to it until the last result has been delivered.
+class CACHEFILE_API IFileOpStatus : public IFileOpSink,
+                                    public CCmReferenceControlT<CCmMutexThread> {
+ public:
+    /// The last status that was received for a link.
+    virtual CmInt32 GetFileStatus(CCacheFileManager::LinkType aLinkType) = 0;
+
+    ~IFileOpStatus() override = default;
+};

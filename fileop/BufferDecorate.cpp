@@ -1,0 +1,73 @@
+#include "fileop/BufferDecorate.h"
+
+#include <new>
+#include <stdexcept>
+
+#include "platform/CmTrace.h"
+
+CBufferDecorate::CBufferDecorate(IFileOperation* pFile, CmUint32 dwBufferSize)
+    : m_pFile(pFile), m_dwBufferSize(dwBufferSize) {
+    if (!pFile) CM_ASSERTION("pFile");
+}
+
+CBufferDecorate::~CBufferDecorate() { CBufferDecorate::Close(); }
+
+CmInt32 CBufferDecorate::Open(const CCmString& strPath, int bWrite) {
+    return m_pFile ? m_pFile->Open(strPath, bWrite) : CmInt32{CACHE_ERR_NOT_OPEN};
+}
+
+CmInt32 CBufferDecorate::Close() {
+    if (!m_pFile) return CACHE_ERR_NOT_OPEN;
+    Flush();
+    return m_pFile->Close();
+}
+
+CmInt32 CBufferDecorate::WriteData(const CCmString& strData, CmUint32 dwOffset) {
+    if (!m_pFile) return CACHE_ERR_NOT_OPEN;
+    if (dwOffset == CCacheFileManager::GetMaxDword()) return Append(strData);
+    if (!m_strBuffer.empty() && PassOn(m_strBuffer.size()) != CACHE_OK)
+        CM_TRACE_ERROR("CBufferDecorate::WriteData->Write buffer data error"
+                       << " this=" << this);
+    return m_pFile->WriteData(strData, dwOffset);
+}
+
+CmInt32 CBufferDecorate::Append(const CCmString& strData) {
+    const std::size_t dwAccepted = m_strBuffer.size();
+    try {
+        m_strBuffer.append(strData);
+    } catch (const std::bad_alloc&) {
+        return CACHE_ERR_OUT_OF_MEMORY;
+    } catch (const std::length_error&) {
+        return CACHE_ERR_OUT_OF_MEMORY;
+    }
+    return m_strBuffer.size() < m_dwBufferSize ? CmInt32{CACHE_OK} : PassOn(dwAccepted);
+}
+
+/// Appends the gathered bytes to the file and empties the buffer. Of those bytes the first
+/// dwAccepted came with calls that have returned 0; the rest belongs to the call that runs.
+CmInt32 CBufferDecorate::PassOn(std::size_t dwAccepted) {
+    const CmInt32 lResult = m_pFile->WriteData(m_strBuffer, CCacheFileManager::GetMaxDword());
+    m_strBuffer.clear();
+    if (lResult != CACHE_OK) CCacheFileManager::AddLostBytes(dwAccepted);
+    return lResult;
+}
+
+CmInt32 CBufferDecorate::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) {
+    return m_pFile ? m_pFile->ReadData(lpBuffer, dwOffset, dwLength) : CmInt32{CACHE_ERR_NOT_OPEN};
+}
+
+CmInt32 CBufferDecorate::AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,
+                                       CmUint32 dwOffset, CmUint32& dwLength) {
+    return m_pFile ? m_pFile->AsyncReadData(aDataInfo, lpBuffer, dwOffset, dwLength)
+                   : CmInt32{CACHE_ERR_NOT_OPEN};
+}
+
+const CCmString& CBufferDecorate::GetFileName() {
+    return m_pFile ? m_pFile->GetFileName() : m_strBuffer;  // nothing is gathered without a file
+}
+
+void CBufferDecorate::Flush() {
+    if (!m_pFile) return;
+    if (!m_strBuffer.empty()) PassOn(m_strBuffer.size());
+    m_pFile->Flush();
+}

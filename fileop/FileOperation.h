@@ -1,0 +1,66 @@
+#pragma once
+
+#include "core/CacheFileManager.h"
+#include "core/DataInfo.h"
+#include "platform/CmReference.h"
+#include "platform/CmResult.h"
+
+class ACmThread;
+class IFileOpStatus;
+
+/// One file, or a link of the chain of objects through which a file is reached.
+///
+/// Counted: made with a count of 0 and put into a CRefPtr at once; the last release closes the
+/// file. Open comes first and once; Close may be repeated. At most one operation of a file runs at
+/// a time: the layer above sees to that. Results are codes of CmResult.h; nothing is thrown.
+class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
+ public:
+    /// bWrite non-zero: created with its missing directories, or emptied; readable too. 0: an
+    /// existing file, for reading only.
+    virtual CmInt32 Open(const CCmString& strPath, int bWrite) = 0;
+
+    virtual CmInt32 Close() = 0;
+
+    /// Writes all of strData at dwOffset, or at the end of the file for 0xFFFFFFFF.
+    virtual CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) = 0;
+
+    /// Reads up to dwLength bytes at dwOffset into lpBuffer; dwLength then counts the bytes read,
+    /// fewer only at the end of the file. On failure it stays as it was.
+    virtual CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) = 0;
+
+    /// A read that may complete later. A plain file reads at once and sets dwLength; a proxy
+    /// queues the read, leaves dwLength alone, and after returning 0 owns lpBuffer (from array
+    /// new) until the receiver's OnDataReady gets it together with aDataInfo.
+    virtual CmInt32 AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,
+                                  CmUint32 dwOffset, CmUint32& dwLength) = 0;
+
+    /// The path of the last Open, whether it succeeded or not; valid while the object lives.
+    virtual const CCmString& GetFileName() = 0;
+
+    /// Passes gathered bytes on to the file and its stream to the system; reports nothing.
+    virtual void Flush() = 0;
+};
+
+/// Makes the links of a chain. One object for the process, never destroyed; it holds no state, so
+/// any thread may use it. Each result is new, with a count of 0, or null when there is no memory.
+class CFileOperationFactory {
+ public:
+    static CFileOperationFactory* Instance();
+
+    /// A file of the file system; bIsDownloadFile non-zero: its path is UTF-8 text.
+    IFileOperation* CreateLocalFile(int bIsDownloadFile);
+
+    /// Gathers appended bytes over pFile until dwBufferSize of them are there.
+    IFileOperation* CreateBufferDecorate(IFileOperation* pFile, CmUint32 dwBufferSize);
+
+    /// Carries the operations of pActualFile to pRWThread and their outcomes to pReceive on
+    /// pCallerThread.
+    IFileOperation* CreateFileThreadProxy(ACmThread* pRWThread, ACmThread* pCallerThread,
+                                          IFileOperation* pActualFile, IFileOpStatus* pReceive,
+                                          CCacheFileManager::LinkType aLinkType);
+
+ private:
+    template <class T>
+    friend T& CmImmortal();
+    CFileOperationFactory() = default;
+};

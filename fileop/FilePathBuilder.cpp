@@ -1,0 +1,33 @@
+#include "fileop/FilePathBuilder.h"
+
+#include <cerrno>
+
+#include "core/CacheFileManager.h"
+#include "fileop/SystemError.h"
+#include "platform/CmFile.h"
+#include "platform/CmResult.h"
+#include "platform/CmTrace.h"
+
+namespace {
+
+CmInt32 EnsureDirectory(const CCmString& strDirectory) {
+    if (CmFile::Exists(strDirectory) || CmFile::MakeDirectory(strDirectory) == 0) return CACHE_OK;
+    const int nErrno = errno;
+    if (nErrno == EEXIST) return CACHE_OK;  // somebody else made it meanwhile
+    CM_TRACE_ERROR("CFilePathBuilder::BuildPath->Build Error=" << nErrno);
+    return SystemErrorToResult(nErrno, FileAction::MakeDirectory);
+}
+
+}  // namespace
+
+CmInt32 CFilePathBuilder::BuildPath(const CCmString& strPath) {
+    constexpr auto npos = CCmString::npos;
+    std::size_t nSeparator = strPath.find(CCacheFileManager::s_cWinPathSeparator);
+    if (nSeparator == npos) return CACHE_ERR_BAD_PATH;
+    for (;;) {
+        nSeparator = strPath.find(CCacheFileManager::s_cWinPathSeparator, nSeparator + 1);
+        if (nSeparator == npos) return CACHE_OK;
+        const CmInt32 lResult = EnsureDirectory(strPath.substr(0, nSeparator + 1));
+        if (lResult != CACHE_OK) return lResult;
+    }
+}

@@ -1,0 +1,115 @@
+#include "fileop/LocalFile.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <new>
+
+#include "fileop/FilePathBuilder.h"
+#include "fileop/SystemError.h"
+#include "platform/CmFile.h"
+#include "platform/CmTrace.h"
+
+CLocalFile::CLocalFile(int bIsDownloadFile) : m_bIsDownloadFile(bIsDownloadFile) {
+    CM_TRACE_INFO("CLocalFile::CLocalFile, m_bIsDownloadFile " << m_bIsDownloadFile
+                                                               << " this=" << this);
+}
+
+CLocalFile::~CLocalFile() { CLocalFile::Close(); }
+
+CmInt32 CLocalFile::Open(const CCmString& strPath, int bWrite) try {
+    m_bWrite = bWrite;
+    m_strFilePath = strPath;
+    if (m_bWrite) {
+        const CmInt32 lResult = CFilePathBuilder::BuildPath(m_strFilePath);
+        if (lResult != CACHE_OK) return lResult;
+    }
+    return OpenStream();
+} catch (const std::bad_alloc&) {
+    return CACHE_ERR_OUT_OF_MEMORY;
+}
+
+CmInt32 CLocalFile::OpenStream() {
+    m_hFD = CmFile::Open(m_strFilePath, m_bWrite ? CmFile::Open_Write : CmFile::Open_Read,
+                         m_bIsDownloadFile ? CmFile::Path_Utf8 : CmFile::Path_Local);
+    if (m_hFD) return CACHE_OK;
+    const int nErrno = errno;
+    if (m_bWrite)
+        CM_TRACE_ERROR("CLocalFile::Open->Open write File Error=" << nErrno << " this=" << this);
+    else
+        CM_TRACE_ERROR("CLocalFile::Open->Open reading only File Error=" << nErrno
+                                                                         << " this=" << this);
+    return SystemErrorToResult(nErrno,
+                               m_bWrite ? FileAction::OpenForWriting : FileAction::OpenForReading);
+}
+
+CmInt32 CLocalFile::Close() {
+    if (!m_hFD) return CACHE_OK;
+    std::FILE* const hFD = m_hFD;
+    m_hFD = nullptr;
+    if (CmFile::Close(hFD) == 0) return CACHE_OK;
+    CM_TRACE_ERROR("CLocalFile::Close->Close File error=" << errno << " m_hFD=" << hFD
+                                                          << " this=" << this);
+    return CACHE_ERR_FAILED;
+}
+
+CmInt32 CLocalFile::SeekForWrite(CmUint32 dwOffset) {
+    if (dwOffset == CCacheFileManager::GetMaxDword()) {
+        if (CmFile::Seek(m_hFD, 0, CmFile::From_End) == 0) return CACHE_OK;
+        CM_TRACE_ERROR("CNFSFile::WriteData->Seek to file end error=" << errno << " this=" << this);
+        return CACHE_ERR_FAILED;
+    }
+    // A positioned write reaches offsets below 2^31 only.
+    int nErrno = EINVAL;
+    if (dwOffset <= 0x7FFFFFFF) {
+        if (CmFile::Seek(m_hFD, dwOffset, CmFile::From_Start) == 0) return CACHE_OK;
+        nErrno = errno;
+    }
+    CM_TRACE_ERROR("CLocalFile::WriteData->Seek fileoffset error=" << nErrno << " dwOffset="
+                                                                   << dwOffset << " this=" << this);
+    return CACHE_ERR_FAILED;
+}
+
+CmInt32 CLocalFile::WriteData(const CCmString& strData, CmUint32 dwOffset) {
+    CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
+    if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
+    const CmInt32 lResult = SeekForWrite(dwOffset);
+    if (lResult != CACHE_OK) return lResult;
+    if (CmFile::Write(m_hFD, strData.data(), strData.size()) < strData.size()) {
+        const int nErrno = errno;
+        CM_TRACE_ERROR("CLocalFile::WriteData->Write data error=" << nErrno << " m_hFD=" << m_hFD
+                                                                  << " this=" << this);
+        return SystemErrorToResult(nErrno, FileAction::Write);
+    }
+    CmFile::Flush(m_hFD);
+    return CACHE_OK;
+}
+
+CmInt32 CLocalFile::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) {
+    CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
+    CM_CHECK(lpBuffer, "lpBuffer", CACHE_ERR_INVALID_ARG);
+    CM_CHECK(dwLength, "dwLength", CACHE_ERR_INVALID_ARG);
+    if (CmFile::Seek(m_hFD, dwOffset, CmFile::From_Start) != 0) {
+        CM_TRACE_ERROR("CLocalFile::ReadData->Seek fileoffset error="
+                       << errno << " dwOffset=" << dwOffset << " this=" << this);
+        return CACHE_ERR_FAILED;
+    }
+    bool bEnd = false;
+    const std::size_t aSize = CmFile::Read(m_hFD, lpBuffer, dwLength, bEnd);
+    if (aSize < dwLength && !bEnd) {
+        CM_TRACE_ERROR("CLocalFile::ReadData->Read data error="
+                       << errno << " dwLength=" << dwLength
+                       << " aSize=" << static_cast<CmUint32>(aSize) << " this=" << this);
+        return CACHE_ERR_FAILED;
+    }
+    dwLength = static_cast<CmUint32>(aSize);
+    return CACHE_OK;
+}
+
+CmInt32 CLocalFile::AsyncReadData(const tagDataInfo& /*aDataInfo*/, unsigned char* lpBuffer,
+                                  CmUint32 dwOffset, CmUint32& dwLength) {
+    return ReadData(lpBuffer, dwOffset, dwLength);
+}
+
+void CLocalFile::Flush() {
+    if (m_hFD) CmFile::Flush(m_hFD);
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdio>
+
+#include "fileop/FileOperation.h"
+
+/// A file of the local or a mounted file system: the end of every chain.
+///
+/// Owned by the link above it. No lock: one operation at a time, on whatever thread. Every write
+/// has reached the operating system when it returns. A failure is traced here, in the one place
+/// where the system is called, and returned as a code; the stream stays open.
+class CLocalFile final : public IFileOperation {
+ public:
+    /// bIsDownloadFile non-zero: the path given to Open is UTF-8 text on every system.
+    explicit CLocalFile(int bIsDownloadFile);
+    ~CLocalFile() override;
+
+    CmInt32 Open(const CCmString& strPath, int bWrite) override;
+    CmInt32 Close() override;
+    CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
+    CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
+    CmInt32 AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
+                          CmUint32& dwLength) override;
+    const CCmString& GetFileName() override { return m_strFilePath; }
+    void Flush() override;
+
+ private:
+    CmInt32 OpenStream();
+    CmInt32 SeekForWrite(CmUint32 dwOffset);
+
+    CCmString m_strFilePath;
+    int m_bWrite = 1;
+    std::FILE* m_hFD = nullptr;
+    const int m_bIsDownloadFile;
+};

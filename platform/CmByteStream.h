@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "platform/CmResult.h"
+#include "platform/CmTrace.h"
+#include "platform/CmTypes.h"
+
+/// A run of bytes with a read position. It doesn't own or copy the bytes, which must outlive it.
+class CCmMessageBlock {
+ public:
+    /// dwSize bytes at lpData, of which dwWritten hold data. bDontCopy is 1: no other kind exists.
+    CCmMessageBlock(CmUint32 dwSize, const unsigned char* lpData, int /*bDontCopy*/,
+                    CmUint32 dwWritten)
+        : m_lpData(lpData), m_dwEnd(dwWritten < dwSize ? dwWritten : dwSize) {}
+
+    /// Copies the next dwCount bytes to lpDestination and moves behind them. If fewer are left:
+    /// CACHE_ERR_FAILED, nothing copied or moved.
+    CmInt32 Read(void* lpDestination, CmUint32 dwCount) {
+        if (dwCount > m_dwEnd - m_dwPosition) return CACHE_ERR_FAILED;
+        std::memcpy(lpDestination, m_lpData + m_dwPosition, dwCount);
+        m_dwPosition += dwCount;
+        return CACHE_OK;
+    }
+
+ private:
+    const unsigned char* const m_lpData;
+    const CmUint32 m_dwEnd;
+    CmUint32 m_dwPosition = 0;
+};
+
+/// Reads little-endian fields in order from a block. The first failed read sticks: every later
+/// one leaves its destination alone and traces.
+template <class BlockType>
+class CCmByteStreamT {
+ public:
+    explicit CCmByteStreamT(BlockType& aBlock) : m_block(aBlock) {}
+
+    CCmByteStreamT& operator>>(std::uint16_t& wValue) { return ReadField<2>(wValue); }
+    CCmByteStreamT& operator>>(CmUint32& dwValue) { return ReadField<4>(dwValue); }
+
+    CmInt32 m_ResultRead = CACHE_OK;   ///< code of the first failed read
+    CmInt32 m_ResultWrite = CACHE_OK;  ///< code of the first failed write; nothing here writes
+
+ private:
+    template <unsigned Size, class T>
+    CCmByteStreamT& ReadField(T& aValue) {
+        if (m_ResultRead != CACHE_OK) {
+            CM_TRACE_ERROR("CCmByteStreamT::Read, can't read. m_ResultRead="
+                           << m_ResultRead << " this=" << static_cast<const void*>(this));
+            return *this;
+        }
+        unsigned char aBytes[Size];
+        m_ResultRead = m_block.Read(aBytes, Size);
+        if (m_ResultRead != CACHE_OK) return *this;
+        CmUint32 dwValue = 0;
+        for (unsigned i = Size; i-- > 0;) dwValue = dwValue << 8 | aBytes[i];
+        aValue = static_cast<T>(dwValue);
+        return *this;
+    }
+
+    BlockType& m_block;
+};

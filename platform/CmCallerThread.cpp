@@ -1,0 +1,143 @@
+#include "platform/CmCallerThread.h"
+
+#include <new>
+
+#include "platform/CmImmortal.h"
+#include "platform/CmResult.h"
+#include "platform/CmThreadObjects.h"
+
+bool CCmCallerQueue::HasEvents() {
+    std::lock_guard<std::mutex> aLock(m_mutex);
+    return m_bHasEvents;
+}
+
+int CCmCallerQueue::GetDescriptor() {
+    std::lock_guard<std::mutex> aLock(m_mutex);
+    if (!m_descriptor.IsOpen() && m_descriptor.Open() && m_bHasEvents) m_descriptor.Signal();
+    return m_descriptor.GetDescriptor();
+}
+
+void CCmCallerQueue::CloseDescriptor() {
+    std::lock_guard<std::mutex> aLock(m_mutex);
+    m_descriptor.Close();
+}
+
+void CCmCallerQueue::OnHasEventsLocked(bool bHasEvents) {
+    if (!m_descriptor.IsOpen()) return;
+    if (bHasEvents)
+        m_descriptor.Signal();
+    else
+        m_descriptor.Clear();
+}
+
+CCmAttachedThread::CCmAttachedThread(CCmCallerQueue* pQueue, CCmAttachedThread* pEarlier)
+    : CCmQueuedThread(CmCurrentThreadNumber()), m_pEarlier(pEarlier) {
+    SetQueue(pQueue);
+}
+
+CmInt32 CCmAttachedThread::Stop(void* /*pTimeout*/) { return CACHE_ERR_INVALID_STATE; }
+
+CmInt32 CCmAttachedThread::Join() { return CACHE_ERR_INVALID_STATE; }
+
+CRefPtr<CCmCallerQueue> CCmAttachedThread::Detach() {
+    return static_cast<CCmCallerQueue*>(TakeQueue().Get());
+}
+
+CRefPtr<CCmCallerQueue> CCmAttachedThread::GetCallerQueue() {
+    return static_cast<CCmCallerQueue*>(GetEventQueue().Get());
+}
+
+CCmCallerState& CCmCallerState::Instance() { return CmImmortal<CCmCallerState>(); }
+
+CmInt32 CCmCallerState::Attach() {
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    if (m_pCurrent) {
+        if (!m_pCurrent->IsCurrent()) return CACHE_ERR_INVALID_STATE;
+        ++m_dwNesting;
+        return CACHE_OK;
+    }
+    const CRefPtr<CCmCallerQueue> pQueue(new (std::nothrow) CCmCallerQueue(m_wakeUp));
+    if (!pQueue) return CACHE_ERR_OUT_OF_MEMORY;
+    CCmAttachedThread* const pNew = new (std::nothrow) CCmAttachedThread(pQueue.Get(), m_pLatest);
+    if (!pNew) return CACHE_ERR_OUT_OF_MEMORY;
+    m_pCurrent = m_pLatest = pNew;
+    m_dwNesting = 1;
+    return CACHE_OK;
+}
+
+CmInt32 CCmCallerState::Detach() {
+    CRefPtr<CCmCallerQueue> pQueue;
+    {
+        CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+        if (!m_pCurrent || !m_pCurrent->IsCurrent()) return CACHE_ERR_INVALID_STATE;
+        if (--m_dwNesting > 0) return CACHE_OK;
+        pQueue = m_pCurrent->Detach();
+        m_pCurrent = nullptr;
+    }
+    pQueue->Stop();
+    m_wakeUp.Set({});
+    pQueue->CloseDescriptor();
+    pQueue->DropWaiting();
+    return CACHE_OK;
+}
+
+CCmAttachedThread* CCmCallerState::GetThread() {
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    return m_pCurrent;
+}
+
+CRefPtr<CCmCallerQueue> CCmCallerState::GetOwnQueue() {
+    CCmAttachedThread* const pThread = GetThread();
+    if (!pThread || !pThread->IsCurrent()) return nullptr;
+    return pThread->GetCallerQueue();
+}
+
+CmInt32 CCmCallerState::SetWakeUp(CCmCallerThread::WakeUp aWakeUp) {
+    const CRefPtr<CCmCallerQueue> pQueue = GetOwnQueue();
+    if (!pQueue) return CACHE_ERR_INVALID_STATE;
+    try {
+        m_wakeUp.Set(std::move(aWakeUp));
+    } catch (const std::bad_alloc&) {
+        return CACHE_ERR_OUT_OF_MEMORY;
+    }
+    if (pQueue->HasEvents()) m_wakeUp.Call();
+    return CACHE_OK;
+}
+
+void CCmCallerState::DropWakeUps() {
+    m_wakeUp.Set({});
+    CCmAttachedThread* const pThread = GetThread();
+    const CRefPtr<CCmCallerQueue> pQueue = pThread ? pThread->GetCallerQueue() : nullptr;
+    if (pQueue) pQueue->CloseDescriptor();
+}
+
+CmInt32 CCmCallerThread::Attach() { return CCmCallerState::Instance().Attach(); }
+
+CmInt32 CCmCallerThread::Detach() { return CCmCallerState::Instance().Detach(); }
+
+bool CCmCallerThread::IsCurrent() { return bool{CCmCallerState::Instance().GetOwnQueue()}; }
+
+CmInt32 CCmCallerThread::RunPending(CmUint32* pdwCount) { return WaitAndRun(0, pdwCount); }
+
+CmInt32 CCmCallerThread::WaitAndRun(CmUint32 dwMilliseconds, CmUint32* pdwCount) {
+    if (pdwCount) *pdwCount = 0;
+    const CRefPtr<CCmCallerQueue> pQueue = CCmCallerState::Instance().GetOwnQueue();
+    if (!pQueue) return CACHE_ERR_INVALID_STATE;
+    if (dwMilliseconds > 0)
+        pQueue->WaitUntil(CCmEventQueue::Clock::now() + std::chrono::milliseconds(dwMilliseconds));
+    const CmUint32 dwCount = pQueue->RunWaiting();
+    if (pdwCount) *pdwCount = dwCount;
+    return CACHE_OK;
+}
+
+CmInt32 CCmCallerThread::SetWakeUp(WakeUp aWakeUp) {
+    return CCmCallerState::Instance().SetWakeUp(std::move(aWakeUp));
+}
+
+CmInt32 CCmCallerThread::GetWakeDescriptor(int& nDescriptor) {
+    nDescriptor = -1;
+    const CRefPtr<CCmCallerQueue> pQueue = CCmCallerState::Instance().GetOwnQueue();
+    if (!pQueue) return CACHE_ERR_INVALID_STATE;
+    nDescriptor = pQueue->GetDescriptor();
+    return nDescriptor >= 0 ? CACHE_OK : CACHE_ERR_FAILED;
+}

@@ -1,0 +1,175 @@
+#include "platform/CmEventQueue.h"
+
+#include "platform/CmResult.h"
+#include "platform/CmThread.h"
+
+/// Lies on the stack of a thread in SendEvent; guarded by the queue's mutex.
+struct ICmEvent::tagSendWait {
+    CmInt32 m_lResult = CACHE_OK;
+    bool m_bDone = false;
+};
+
+void CCmEventList::PushBack(ICmEvent* pEvent) {
+    pEvent->m_pNext = nullptr;
+    if (m_pLast)
+        m_pLast->m_pNext = pEvent;
+    else
+        m_pFirst = pEvent;
+    m_pLast = pEvent;
+}
+
+ICmEvent* CCmEventList::PopFront() {
+    ICmEvent* const pEvent = m_pFirst;
+    if (!pEvent) return nullptr;
+    m_pFirst = pEvent->m_pNext;
+    if (!m_pFirst) m_pLast = nullptr;
+    pEvent->m_pNext = nullptr;
+    return pEvent;
+}
+
+void CCmEventList::TakeAll(CCmEventList& aOther) {
+    if (aOther.IsEmpty()) return;
+    if (m_pLast)
+        m_pLast->m_pNext = aOther.m_pFirst;
+    else
+        m_pFirst = aOther.m_pFirst;
+    m_pLast = aOther.m_pLast;
+    aOther.m_pFirst = aOther.m_pLast = nullptr;
+}
+
+CCmEventQueue::~CCmEventQueue() { DropWaiting(); }
+
+CmInt32 CCmEventQueue::PostEvent(ICmEvent* pEvent, CmInt32 /*lOption*/) {
+    if (Append(pEvent)) return CACHE_OK;
+    pEvent->OnDestorySelf();
+    return CACHE_ERR_INVALID_STATE;
+}
+
+CmInt32 CCmEventQueue::SendEvent(ICmEvent* pEvent) {
+    if (m_dwOwner == CmCurrentThreadNumber()) return Fire(pEvent);
+    ICmEvent::tagSendWait aWait;
+    pEvent->m_pSender = &aWait;
+    if (!Append(pEvent)) {
+        pEvent->OnDestorySelf();
+        return CACHE_ERR_INVALID_STATE;
+    }
+    std::unique_lock<std::mutex> aLock(m_mutex);
+    m_sent.wait(aLock, [&] { return aWait.m_bDone; });
+    return aWait.m_lResult;
+}
+
+bool CCmEventQueue::Append(ICmEvent* pEvent) {
+    bool bFirst = false;
+    bool bWake = false;
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        if (m_bStopped) return false;
+        bFirst = m_waiting.IsEmpty();
+        m_waiting.PushBack(pEvent);
+        std::swap(bWake, m_bSleeping);
+        SetHasEventsLocked(true);
+    }
+    // The event may be gone by now; the queue isn't, the poster holds a reference.
+    if (bWake) m_wake.notify_one();
+    if (bFirst) OnStoppedBeingEmpty();
+    return true;
+}
+
+void CCmEventQueue::SetHasEventsLocked(bool bHasEvents) {
+    if (m_bHasEvents == bHasEvents) return;
+    m_bHasEvents = bHasEvents;
+    OnHasEventsLocked(bHasEvents);
+}
+
+ICmEvent* CCmEventQueue::PopBatch() {
+    ICmEvent* const pEvent = m_batch.PopFront();
+    if (pEvent && m_batch.IsEmpty()) {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        SetHasEventsLocked(!m_waiting.IsEmpty());
+    }
+    return pEvent;
+}
+
+void CCmEventQueue::TakeWaiting() {
+    std::lock_guard<std::mutex> aLock(m_mutex);
+    m_batch.TakeAll(m_waiting);
+}
+
+CmUint32 CCmEventQueue::RunBatch() {
+    CmUint32 dwCount = 0;
+    while (ICmEvent* const pEvent = PopBatch()) {
+        Fire(pEvent);
+        ++dwCount;
+    }
+    return dwCount;
+}
+
+CmUint32 CCmEventQueue::RunWaiting() {
+    const CRefPtr<CCmEventQueue> pSelf(this);  // an event may detach the thread
+    const CmUint32 dwEarlier = RunBatch();
+    TakeWaiting();
+    return dwEarlier + RunBatch();
+}
+
+CmInt32 CCmEventQueue::Fire(ICmEvent* pEvent) {
+    struct Disposal {
+        ~Disposal() { m_queue.Dispose(m_pEvent, m_lResult); }
+        CCmEventQueue& m_queue;
+        ICmEvent* const m_pEvent;
+        CmInt32 m_lResult;
+    } aDisposal{*this, pEvent, CACHE_ERR_FAILED};
+    aDisposal.m_lResult = pEvent->OnEventFire();
+    return aDisposal.m_lResult;
+}
+
+void CCmEventQueue::Dispose(ICmEvent* pEvent, CmInt32 lResult) {
+    ICmEvent::tagSendWait* const pSender = pEvent->m_pSender;
+    pEvent->OnDestorySelf();
+    if (!pSender) return;
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        pSender->m_lResult = lResult;
+        pSender->m_bDone = true;
+    }
+    m_sent.notify_all();
+}
+
+template <class Sleep>
+bool CCmEventQueue::WaitWith(Sleep aSleep) {
+    if (!m_batch.IsEmpty()) return true;
+    std::unique_lock<std::mutex> aLock(m_mutex);
+    while (m_waiting.IsEmpty() && !m_bStopped) {
+        m_bSleeping = true;
+        if (!aSleep(aLock)) break;
+    }
+    m_bSleeping = false;
+    return !m_waiting.IsEmpty();
+}
+
+bool CCmEventQueue::Wait() {
+    return WaitWith([this](std::unique_lock<std::mutex>& aLock) {
+        m_wake.wait(aLock);
+        return true;
+    });
+}
+
+bool CCmEventQueue::WaitUntil(Clock::time_point aLimit) {
+    return WaitWith([&](std::unique_lock<std::mutex>& aLock) {
+        return m_wake.wait_until(aLock, aLimit) == std::cv_status::no_timeout;
+    });
+}
+
+void CCmEventQueue::Stop() {
+    bool bWake = false;
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        m_bStopped = true;
+        std::swap(bWake, m_bSleeping);
+    }
+    if (bWake) m_wake.notify_one();
+}
+
+void CCmEventQueue::DropWaiting() {
+    TakeWaiting();
+    while (ICmEvent* const pEvent = PopBatch()) Dispose(pEvent, CACHE_ERR_INVALID_STATE);
+}

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+#include "platform/CmEvent.h"
+
+/// A chain of events linked through themselves, first in, first out. No lock of its own.
+class CCmEventList {
+ public:
+    bool IsEmpty() const { return m_pFirst == nullptr; }
+    void PushBack(ICmEvent* pEvent);
+    ICmEvent* PopFront();  // null when empty
+    /// Moves all events of aOther behind those of this list.
+    void TakeAll(CCmEventList& aOther);
+
+ private:
+    ICmEvent* m_pFirst = nullptr;
+    ICmEvent* m_pLast = nullptr;
+};
+
+/// The event queue of one thread, its owner.
+///
+/// Posters append to m_waiting under the lock; the owner takes the whole list under the lock and
+/// fires it outside. What it took stays in m_batch, so that a run from inside an event goes on
+/// with it. No event is fired or disposed of with the lock held.
+class CCmEventQueue : public ICmEventQueue {
+ public:
+    CmInt32 PostEvent(ICmEvent* pEvent, CmInt32 lOption) override;
+    CmInt32 SendEvent(ICmEvent* pEvent) override;
+
+    /// Names the owner by its thread number. Before the queue is shared.
+    void BindTo(CmUint32 dwThreadNumber) { m_dwOwner = dwThreadNumber; }
+
+    /// Owner only: fires what is left of the batch and what waits at the moment of the call, but
+    /// not what is posted while it runs. Returns how many events it fired. If an event throws,
+    /// it is disposed of, the exception passes on, and the rest waits for the next run.
+    CmUint32 RunWaiting();
+
+    using Clock = std::chrono::steady_clock;
+
+    /// Owner only: sleeps until something waits, the queue is stopped or the time has come.
+    /// Returns whether something waits.
+    bool WaitUntil(Clock::time_point aLimit);
+    bool Wait();
+
+    /// From now on events are refused. What is queued stays and can be run.
+    void Stop();
+
+    /// Disposes of everything queued without firing it. The owner, or any thread once the owner
+    /// fires no more.
+    void DropWaiting();
+
+ protected:
+    ~CCmEventQueue() override;
+
+    /// Called on the posting thread, outside the lock, when an event came to wait where none did.
+    virtual void OnStoppedBeingEmpty() {}
+
+    /// Called under the lock when the queue (batch included) stops or starts being empty.
+    virtual void OnHasEventsLocked(bool /*bHasEvents*/) {}
+
+    std::mutex m_mutex;
+
+    // Guarded by m_mutex.
+    bool m_bHasEvents = false;  // anything in m_waiting or m_batch; what OnHasEventsLocked was told
+
+ private:
+    bool Append(ICmEvent* pEvent);
+    void SetHasEventsLocked(bool bHasEvents);
+    ICmEvent* PopBatch();
+    void TakeWaiting();
+    CmUint32 RunBatch();
+    CmInt32 Fire(ICmEvent* pEvent);
+    void Dispose(ICmEvent* pEvent, CmInt32 lResult);
+    template <class Sleep>
+    bool WaitWith(Sleep aSleep);
+
+    CmUint32 m_dwOwner = 0;  // set before the queue is shared
+
+    std::condition_variable m_wake;  // the owner sleeps on it
+    std::condition_variable m_sent;  // senders sleep on it
+
+    // Guarded by m_mutex.
+    CCmEventList m_waiting;
+    bool m_bStopped = false;
+    bool m_bSleeping = false;  // the owner sleeps and nobody has woken it yet
+
+    CCmEventList m_batch;  // the owner's
+};

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "platform/CmTypes.h"
+
+/// The file system as this library uses it: one place for the differences between systems. Every
+/// path of the library passes through here. Paths are in the library's form, with the backslash
+/// as the separator; systems whose own separator is the slash get it here and nowhere else.
+///
+/// Each call sets errno to 0 first, so that after a failure errno is that call's own, or 0 where
+/// the runtime gave no reason. Numbers: 2 not found, 13 denied, 17 exists, 28 no space left.
+namespace CmFile {
+
+enum OpenMode { Open_Read, Open_Write };  // Open_Write: created or emptied, readable too
+enum PathText { Path_Local, Path_Utf8 };  // the system's own encoding; UTF-8 everywhere
+
+/// Opens an unbuffered stream without newline translation that child processes don't inherit.
+/// Only regular files and character devices are opened. Null with errno on failure.
+/// Path_Utf8 needs memory for a conversion on some systems and may throw std::bad_alloc; a path
+/// that can't be converted or is empty gives null with errno 22 (invalid argument).
+std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText);
+
+int Close(std::FILE* pStream);
+
+enum SeekFrom { From_Start, From_End };
+int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom);
+
+/// As fwrite of single bytes. A short count without a reason means no space left (28).
+std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength);
+
+/// As fread of single bytes. Clears the stream's flags first; bEnd tells whether a short count
+/// means the end of the file.
+std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd);
+
+int Flush(std::FILE* pStream);
+
+/// Whether there is anything under that name.
+bool Exists(const CCmString& strPath);
+int MakeDirectory(const CCmString& strPath);
+int RemoveFile(const CCmString& strPath);
+int RemoveDirectory(const CCmString& strPath);
+
+}  // namespace CmFile

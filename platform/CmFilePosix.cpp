@@ -1,0 +1,116 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/CmFile.h"
+
+namespace {
+
+/// The path as the system takes it. The only place where a backslash becomes a slash.
+CCmString NativePath(const CCmString& strPath) {
+    CCmString strNative(strPath);
+    std::replace(strNative.begin(), strNative.end(), '\\', '/');
+    return strNative;
+}
+
+/// A FIFO would block and a directory can't hold bytes: only what can be read and written like a
+/// file is let through.
+bool IsFileLike(int nFile) {
+    struct stat aStatus;
+    if (::fstat(nFile, &aStatus) != 0) return false;
+    if (S_ISCHR(aStatus.st_mode)) return ::fcntl(nFile, F_SETFL, 0) == 0;
+    if (S_ISREG(aStatus.st_mode)) return true;
+    errno = S_ISDIR(aStatus.st_mode) ? EISDIR : EINVAL;
+    return false;
+}
+
+std::FILE* ToStream(int nFile, const char* lpMode) {
+    if (nFile < 0) return nullptr;
+    std::FILE* const pStream = IsFileLike(nFile) ? ::fdopen(nFile, lpMode) : nullptr;
+    if (pStream) {
+        std::setvbuf(pStream, nullptr, _IONBF, 0);
+        return pStream;
+    }
+    const int nReason = errno;
+    ::close(nFile);
+    errno = nReason;
+    return nullptr;
+}
+
+}  // namespace
+
+namespace CmFile {
+
+std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
+    const bool bCutShort = strPath.find('\0') != CCmString::npos;  // would name another file
+    if (bCutShort || (aText == Path_Utf8 && strPath.empty())) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    const CCmString strNative = NativePath(strPath);
+    errno = 0;
+    // Without O_NONBLOCK the open of a FIFO waits for its other end.
+    const int nCommon = O_CLOEXEC | O_NONBLOCK;
+    if (aMode == Open_Write)
+        return ToStream(::open(strNative.c_str(), O_RDWR | O_CREAT | O_TRUNC | nCommon, 0666),
+                        "wb+");
+    return ToStream(::open(strNative.c_str(), O_RDONLY | nCommon), "rb");
+}
+
+int Close(std::FILE* pStream) {
+    errno = 0;
+    return std::fclose(pStream);
+}
+
+int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
+    static_assert(sizeof(off_t) == 8, "positions are 64 bits wide");
+    errno = 0;
+    return ::fseeko(pStream, nPosition, aFrom == From_End ? SEEK_END : SEEK_SET);
+}
+
+std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) {
+    errno = 0;
+    const std::size_t dwWritten = std::fwrite(lpData, 1, dwLength, pStream);
+    if (dwWritten < dwLength) std::clearerr(pStream);
+    return dwWritten;
+}
+
+std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd) {
+    std::clearerr(pStream);
+    errno = 0;
+    const std::size_t dwRead = std::fread(lpBuffer, 1, dwLength, pStream);
+    bEnd = std::feof(pStream) != 0;
+    if (dwRead < dwLength) std::clearerr(pStream);
+    return dwRead;
+}
+
+int Flush(std::FILE* pStream) {
+    errno = 0;
+    return std::fflush(pStream);
+}
+
+bool Exists(const CCmString& strPath) {
+    errno = 0;
+    return ::access(NativePath(strPath).c_str(), F_OK) == 0;
+}
+
+int MakeDirectory(const CCmString& strPath) {
+    errno = 0;
+    return ::mkdir(NativePath(strPath).c_str(), 0777);
+}
+
+int RemoveFile(const CCmString& strPath) {
+    errno = 0;
+    return ::unlink(NativePath(strPath).c_str());
+}
+
+int RemoveDirectory(const CCmString& strPath) {
+    errno = 0;
+    return ::rmdir(NativePath(strPath).c_str());
+}
+
+}  // namespace CmFile

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <atomic>
+
+#include "platform/CmMutex.h"
+#include "platform/CmTypes.h"
+
+/// What shared objects derive from: a 32-bit reference count that starts at 0. References may be
+/// taken and dropped on any thread; the object ends on whichever thread drops the last one.
+/// MutexType says for which threads the count is meant; for CCmMutexThread it is atomic.
+template <class MutexType>
+class CCmReferenceControlT {
+ public:
+    CCmReferenceControlT() = default;
+    /// A copy starts with the same count as the original: whoever copies a counted object copies
+    /// its fields, and has to know who will drop those references.
+    CCmReferenceControlT(const CCmReferenceControlT& aOther)
+        : m_dwReference(aOther.m_dwReference.load(std::memory_order_relaxed)) {}
+    CCmReferenceControlT& operator=(const CCmReferenceControlT& aOther) {
+        m_dwReference.store(aOther.m_dwReference.load(std::memory_order_relaxed),
+                            std::memory_order_relaxed);
+        return *this;
+    }
+
+    virtual ~CCmReferenceControlT() = default;
+
+    /// Takes a reference and returns the new count.
+    virtual CmUint32 AddReference() {
+        return m_dwReference.fetch_add(1, std::memory_order_relaxed) + 1;
+    }
+
+    /// Drops a reference and returns the new count. At 0 the object is gone when this returns.
+    virtual CmUint32 ReleaseReference() {
+        const CmUint32 dwLeft = m_dwReference.fetch_sub(1, std::memory_order_acq_rel) - 1;
+        if (dwLeft == 0) OnReferenceDestory();
+        return dwLeft;
+    }
+
+    virtual CmUint32 GetReference() { return m_dwReference.load(std::memory_order_acquire); }
+
+ protected:
+    /// Called once, by the release that reached 0. Deletes the object.
+    virtual void OnReferenceDestory() { delete this; }
+
+ private:
+    std::atomic<CmUint32> m_dwReference{0};
+};
+
+/// Holds one reference on a counted object, or nothing. Whoever makes a new object (count 0) puts
+/// it into a CRefPtr at once. One CRefPtr is for one thread at a time, like a plain pointer.
+template <class T>
+class CRefPtr {
+ public:
+    CRefPtr() = default;
+    CRefPtr(T* pObject) : m_pObject(pObject) {  // NOLINT: converts as a plain pointer does
+        if (m_pObject) m_pObject->AddReference();
+    }
+    CRefPtr(const CRefPtr& aOther) : CRefPtr(aOther.m_pObject) {}
+    CRefPtr(CRefPtr&& aOther) noexcept : m_pObject(aOther.m_pObject) { aOther.m_pObject = nullptr; }
+    ~CRefPtr() {
+        if (m_pObject) m_pObject->ReleaseReference();
+    }
+
+    /// Takes the new reference before it drops the old one.
+    CRefPtr& operator=(T* pObject) {
+        if (pObject == m_pObject) return *this;
+        if (pObject) pObject->AddReference();
+        T* const pOld = m_pObject;
+        m_pObject = pObject;
+        if (pOld) pOld->ReleaseReference();
+        return *this;
+    }
+    CRefPtr& operator=(const CRefPtr& aOther) { return *this = aOther.m_pObject; }
+    CRefPtr& operator=(CRefPtr&& aOther) noexcept {
+        if (this == &aOther) return *this;
+        T* const pOld = m_pObject;
+        m_pObject = aOther.m_pObject;
+        aOther.m_pObject = nullptr;
+        if (pOld) pOld->ReleaseReference();
+        return *this;
+    }
+
+    T* Get() const { return m_pObject; }
+    T* operator->() const { return m_pObject; }
+    T& operator*() const { return *m_pObject; }
+    explicit operator bool() const { return m_pObject != nullptr; }
+
+ private:
+    T* m_pObject = nullptr;
+};

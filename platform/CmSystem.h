@@ -1,0 +1,43 @@
+#pragma once
+
+/// What the layer needs of the operating system besides files. One source file per system.
+
+/// A pair of ends that a host can poll: readable after Signal until Clear. Not thread-safe; its
+/// owner locks. Systems without pollable descriptors can't open it.
+class CCmWakeDescriptor {
+ public:
+    CCmWakeDescriptor() = default;
+    ~CCmWakeDescriptor() { Close(); }
+    CCmWakeDescriptor(const CCmWakeDescriptor&) = delete;
+    CCmWakeDescriptor& operator=(const CCmWakeDescriptor&) = delete;
+
+    bool Open();
+    void Close();
+    bool IsOpen() const { return m_nReadEnd >= 0; }
+    int GetDescriptor() const { return m_nReadEnd; }
+    void Signal();
+    void Clear();
+
+ private:
+    int m_nReadEnd = -1;
+    int m_nWriteEnd = -1;
+};
+
+/// While one of these lives, a thread created by this thread starts with all signals blocked but
+/// the synchronous faults, so that the host's handlers run on the host's threads.
+class CCmSignalShield {
+ public:
+    CCmSignalShield();
+    ~CCmSignalShield();
+    CCmSignalShield(const CCmSignalShield&) = delete;
+    CCmSignalShield& operator=(const CCmSignalShield&) = delete;
+
+ private:
+    struct tagSaved;
+    alignas(16) unsigned char m_saved[128];  // a tagSaved
+};
+
+/// Has pHandler called when the process exits or the library is unloaded, but not in a forked
+/// child. Returns whether it will be. On Windows there is no moment at which a thread could still
+/// be joined: false, and the host shuts the library down itself.
+bool CmRegisterExitHandler(void (*pHandler)());

@@ -1,0 +1,83 @@
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <initializer_list>
+#include <new>
+
+#include "platform/CmSystem.h"
+
+namespace {
+
+bool MakePollable(int nDescriptor) {
+    return ::fcntl(nDescriptor, F_SETFD, FD_CLOEXEC) == 0 &&
+           ::fcntl(nDescriptor, F_SETFL, O_NONBLOCK) == 0;
+}
+
+void (*s_pExitHandler)() = nullptr;
+pid_t s_nRegistered = 0;
+
+void RunExitHandler() {
+    if (::getpid() == s_nRegistered) s_pExitHandler();
+}
+
+}  // namespace
+
+bool CCmWakeDescriptor::Open() {
+    int aEnds[2];
+    if (::pipe(aEnds) != 0) return false;
+    m_nReadEnd = aEnds[0];
+    m_nWriteEnd = aEnds[1];
+    if (MakePollable(m_nReadEnd) && MakePollable(m_nWriteEnd)) return true;
+    Close();
+    return false;
+}
+
+void CCmWakeDescriptor::Close() {
+    if (!IsOpen()) return;
+    ::close(m_nReadEnd);
+    ::close(m_nWriteEnd);
+    m_nReadEnd = m_nWriteEnd = -1;
+}
+
+void CCmWakeDescriptor::Signal() {
+    const char cByte = 1;
+    while (::write(m_nWriteEnd, &cByte, 1) < 0 && errno == EINTR) {
+    }
+}
+
+void CCmWakeDescriptor::Clear() {
+    char aBytes[16];
+    for (;;) {
+        const ssize_t nRead = ::read(m_nReadEnd, aBytes, sizeof aBytes);
+        if (nRead == 0 || (nRead < 0 && errno != EINTR)) return;
+    }
+}
+
+struct CCmSignalShield::tagSaved {
+    sigset_t m_signals;
+};
+
+CCmSignalShield::CCmSignalShield() {
+    static_assert(sizeof(tagSaved) <= sizeof m_saved, "the saved mask has to fit");
+    tagSaved* const pSaved = new (m_saved) tagSaved;
+    sigset_t aBlocked;
+    ::sigfillset(&aBlocked);
+    for (int nFault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS})
+        sigdelset(&aBlocked, nFault);
+    ::pthread_sigmask(SIG_SETMASK, &aBlocked, &pSaved->m_signals);
+}
+
+CCmSignalShield::~CCmSignalShield() {
+    tagSaved* const pSaved = reinterpret_cast<tagSaved*>(m_saved);
+    ::pthread_sigmask(SIG_SETMASK, &pSaved->m_signals, nullptr);
+}
+
+bool CmRegisterExitHandler(void (*pHandler)()) {
+    s_pExitHandler = pHandler;
+    s_nRegistered = ::getpid();
+    return std::atexit(RunExitHandler) == 0;
+}

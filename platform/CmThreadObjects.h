@@ -1,0 +1,116 @@
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "platform/CmCallSlot.h"
+#include "platform/CmCallerThread.h"
+#include "platform/CmEventQueue.h"
+#include "platform/CmSystem.h"
+#include "platform/CmThread.h"
+
+/// What both kinds of thread objects share: a number and a queue that can be taken away. Never
+/// freed; once the queue is gone only a few words are left of it.
+class CCmQueuedThread : public ACmThread {
+ public:
+    CRefPtr<ICmEventQueue> GetEventQueue() override;
+    bool IsCurrent() const override { return CmCurrentThreadNumber() == m_dwNumber; }
+
+ protected:
+    explicit CCmQueuedThread(CmUint32 dwNumber) : m_dwNumber(dwNumber) {}
+    ~CCmQueuedThread() = default;
+
+    void SetQueue(CCmEventQueue* pQueue);
+    CRefPtr<CCmEventQueue> TakeQueue();
+
+    const CmUint32 m_dwNumber;
+
+ private:
+    CCmMutexThread m_mutex;
+    CRefPtr<CCmEventQueue> m_pQueue;  // guarded by m_mutex; null once stopped or detached
+};
+
+/// A thread that the library runs: fires the events of its queue until it is stopped and empty.
+class CCmTaskThread final : public CCmQueuedThread {
+ public:
+    explicit CCmTaskThread(CCmTaskThread* pEarlier);
+
+    /// Starts it; CACHE_ERR_OUT_OF_MEMORY or CACHE_ERR_FAILED if that can't be done.
+    CmInt32 Start();
+
+    CmInt32 Stop(void* pTimeout) override;
+    CmInt32 Join() override;
+
+    CCmTaskThread* const m_pEarlier;  // the one created before it
+
+ private:
+    void Run(const CRefPtr<CCmEventQueue>& pQueue);
+
+    std::mutex m_mutexJoin;
+    std::thread m_thread;  // guarded by m_mutexJoin once started
+};
+
+/// The caller thread's queue: tells the host when results come to wait.
+class CCmCallerQueue final : public CCmEventQueue {
+ public:
+    explicit CCmCallerQueue(CCmCallSlot<CCmCallerThread::WakeUp>& aWakeUp) : m_wakeUp(aWakeUp) {}
+
+    bool HasEvents();
+    int GetDescriptor();  // -1 if there can't be one
+    void CloseDescriptor();
+
+ private:
+    void OnStoppedBeingEmpty() override { m_wakeUp.Call(); }
+    void OnHasEventsLocked(bool bHasEvents) override;
+
+    CCmCallSlot<CCmCallerThread::WakeUp>& m_wakeUp;
+    CCmWakeDescriptor m_descriptor;  // guarded by m_mutex
+};
+
+/// The thread object of a host's thread while it is attached, and for ever after without a queue.
+class CCmAttachedThread final : public CCmQueuedThread {
+ public:
+    /// For the calling thread, which becomes the owner of pQueue.
+    CCmAttachedThread(CCmCallerQueue* pQueue, CCmAttachedThread* pEarlier);
+
+    CmInt32 Stop(void* pTimeout) override;
+    CmInt32 Join() override;
+
+    /// Takes the queue away for good.
+    CRefPtr<CCmCallerQueue> Detach();
+
+    /// The queue, for the host's side; null once detached.
+    CRefPtr<CCmCallerQueue> GetCallerQueue();
+
+    CCmAttachedThread* const m_pEarlier;  // the one attached before it
+};
+
+/// Who is attached. One object for the process.
+class CCmCallerState {
+ public:
+    static CCmCallerState& Instance();
+
+    CmInt32 Attach();
+    CmInt32 Detach();
+    /// The attached thread, whichever it is; null if there is none. Any thread.
+    CCmAttachedThread* GetThread();
+    /// The queue if the calling thread is the attached one, else null.
+    CRefPtr<CCmCallerQueue> GetOwnQueue();
+    CmInt32 SetWakeUp(CCmCallerThread::WakeUp aWakeUp);
+    /// Forgets the host's callable and descriptor; what waits stays.
+    void DropWakeUps();
+
+ private:
+    template <class T>
+    friend T& CmImmortal();
+    CCmCallerState() = default;
+
+    CCmCallSlot<CCmCallerThread::WakeUp> m_wakeUp;
+
+    CCmMutexThread m_mutex;
+    // Guarded by m_mutex.
+    CCmAttachedThread* m_pCurrent = nullptr;
+    CCmAttachedThread* m_pLatest = nullptr;  // head of all there ever were
+    CmUint32 m_dwNesting = 0;
+};

@@ -1,0 +1,82 @@
+#include "platform/CmTrace.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "platform/CmResult.h"
+
+CCmT120Trace* CCmT120Trace::instance() { return &CmImmortal<CCmT120Trace>(); }
+
+CmInt32 CCmT120Trace::SetSink(Sink aSink, CmInt32 lLevel) {
+    const CmInt32 lNewLevel = aSink ? lLevel : CmInt32{Level_None};
+    try {
+        m_sink.Set(std::move(aSink));
+    } catch (const std::bad_alloc&) {
+        return CACHE_ERR_OUT_OF_MEMORY;
+    }
+    m_lLevel.store(lNewLevel, std::memory_order_relaxed);
+    return CACHE_OK;
+}
+
+void CCmT120Trace::trace_string(CmInt32 lLevel, const char* lpText) noexcept {
+    if (IsEnabled(lLevel)) m_sink.Call(lLevel, lpText);
+}
+
+using Formator = CCmT120Trace::Text_Formator;
+
+Formator::Text_Formator(char* lpBuffer, std::size_t dwSize) noexcept
+    : m_lpBuffer(lpBuffer), m_dwSize(dwSize) {
+    m_lpBuffer[0] = '\0';
+}
+
+void Formator::Append(const char* lpText, std::size_t dwLength) noexcept {
+    dwLength = std::min(dwLength, m_dwSize - 1 - m_dwUsed);
+    std::memcpy(m_lpBuffer + m_dwUsed, lpText, dwLength);
+    m_dwUsed += dwLength;
+    m_lpBuffer[m_dwUsed] = '\0';
+}
+
+Formator& Formator::operator<<(const char* lpText) noexcept {
+    Append(lpText, std::strlen(lpText));
+    return *this;
+}
+
+Formator& Formator::operator<<(const CCmString& strText) noexcept {
+    Append(strText.data(), strText.size());
+    return *this;
+}
+
+Formator& Formator::operator<<(int nValue) noexcept { return *this << static_cast<long>(nValue); }
+
+Formator& Formator::operator<<(unsigned int nValue) noexcept {
+    return *this << static_cast<unsigned long>(nValue);
+}
+
+Formator& Formator::operator<<(unsigned short wValue) noexcept {
+    return *this << static_cast<unsigned long>(wValue);
+}
+
+Formator& Formator::operator<<(unsigned char byValue) noexcept {
+    return *this << static_cast<unsigned long>(byValue);
+}
+
+Formator& Formator::operator<<(long nValue) noexcept {
+    char aDigits[32];
+    std::snprintf(aDigits, sizeof aDigits, "%ld", nValue);
+    return *this << aDigits;
+}
+
+Formator& Formator::operator<<(unsigned long nValue) noexcept {
+    char aDigits[32];
+    std::snprintf(aDigits, sizeof aDigits, "%lu", nValue);
+    return *this << aDigits;
+}
+
+Formator& Formator::operator<<(const void* pValue) noexcept {
+    char aDigits[32];
+    std::snprintf(aDigits, sizeof aDigits, "0x%" PRIxPTR, reinterpret_cast<std::uintptr_t>(pValue));
+    return *this << aDigits;
+}

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <vector>
+
+#include "core/FileOpSink.h"
+#include "platform/CmExport.h"
+
+class IFileOperation;
+
+/// Writes the record files of one recording.
+///
+/// Made by CCacheFileManager::CreateWriteFileHandler with one reference, the host's, which Destroy
+/// gives back; files and queued results hold further ones, so in asynchronous mode it lives until
+/// the last result has been delivered. It has no lock: the host drives it from one thread, in
+/// asynchronous mode the caller thread, on which the callbacks come too. Operations answer with
+/// codes of CmResult.h and throw nothing.
+///
+/// Order of calls: Initialize; SetHomeDir if wanted; for each file OpenWritingFile, WriteData and
+/// FlushData, CloseFile; Destroy.
+///
+/// Appended bytes are gathered into blocks of 32,768. They are accepted, which means that they
+/// reach their file or their failure is reported or traced, once they have left the gathering
+/// buffer: when it was full, flushed, closed, or its handler destroyed. See docs/recording.md.
+class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
+ public:
+    /// For the manager. Never fails.
+    CWriteFileHandler(CmUint32 dwRecordID, int bAsync);
+    /// A copy has the same fields, the reference count included, and shares the open files.
+    CWriteFileHandler(const CWriteFileHandler&);
+    CWriteFileHandler& operator=(const CWriteFileHandler&);
+    ~CWriteFileHandler() override;
+
+    /// Sets the sink (not owned, may be null; it has to outlive the handler's Destroy) and appends
+    /// the manager's home directory, the record identifier and a backslash to the handler's
+    /// directory. 0, or CACHE_ERR_OUT_OF_MEMORY with the directory as it was.
+    CmInt32 Initialize(IFileOpSink* pSink);
+
+    /// Replaces the handler's directory for files opened from now on; a backslash is appended if
+    /// it ends without one. An empty one means the process's current directory.
+    void SetHomeDir(const CCmString& strHomeDir);
+
+    /// The handler's own directory; a change through the reference is taken as it is.
+    CCmString& GetTempHomeDir() { return m_strHomeDir; }
+
+    /// Opens the file strFileName of the handler's directory for writing: created with its missing
+    /// directories, or emptied. On success dwHandle names it until it is closed; otherwise it is 0.
+    /// In asynchronous mode 0 means that the open was queued; how it went comes as Op_Open.
+    /// 4001, 4003, 4004, 4005, 4006, 4012: why the file could not be opened. 4010: asynchronous
+    /// mode without an attached thread or worker. 4011: no memory.
+    CmInt32 OpenWritingFile(const CCmString& strFileName, CmUint32& dwHandle);
+
+    /// Writes dwLength bytes of lpData, which stay the host's, at dwOffset (below 2^31), or at the
+    /// end for 0xFFFFFFFF. An append usually only gathers the bytes; a positioned write first
+    /// passes on what is gathered. In asynchronous mode a later failure comes as Op_Write.
+    /// 4009: lpData is null. 4010: no such handle, or the worker has been stopped. 4003, 4006: a
+    /// write that this call caused failed, or the file's open has. 4011: no memory.
+    CmInt32 WriteData(CmUint32 dwHandle, const unsigned char* lpData, CmUint32 dwLength,
+                      CmUint32 dwOffset);
+
+    /// Passes on what is gathered. Reports nothing; what fails is traced and counted
+    /// (CCacheFileManager::GetLostBytes), in asynchronous mode Op_Write tells.
+    void FlushData(CmUint32 dwHandle);
+
+    /// Passes on what is gathered and closes the file; on success the handle is gone. On failure it
+    /// stays, for another try or for Destroy. 4010: no such handle. In asynchronous mode 0 means
+    /// queued, and a failure comes as Op_Close.
+    CmInt32 CloseFile(CmUint32 dwHandle);
+
+    /// Closes what is open and gives back the host's reference; the host doesn't use the handler
+    /// any more. From its start on the sink is not called. Always 0.
+    CmInt32 Destroy();
+
+    /// For the files: remembers the report and passes it on to the sink.
+    void OnFileOpStatus(CCacheFileManager::LinkType aLinkType, CCacheFileManager::OpType aOpType,
+                        CmInt32 aResult) override;
+    /// This handler reads nothing: traces an assertion and leaves the buffer alone.
+    void OnDataReady(unsigned char* lpData, CmUint32 dwLength,
+                     const tagDataInfo& aDataInfo) override;
+    /// The result of the last report, a success too; the link doesn't matter.
+    CmInt32 GetFileStatus(CCacheFileManager::LinkType aLinkType) override;
+
+ protected:
+    /// Finds an open file: 0, or 10011 with pFile null. No reference is taken.
+    CmInt32 Handle2Pointer(CmUint32 dwHandle, IFileOperation*& pFile);
+    /// Forgets an open file: 0 or 10011.
+    CmInt32 RemoveHandle(CmUint32 dwHandle);
+
+ private:
+    struct tagWriteFile {
+        CmUint32 dwHandle;
+        CRefPtr<IFileOperation> pFile;
+    };
+    using WriteFiles = std::vector<tagWriteFile>;
+
+    WriteFiles::iterator Find(CmUint32 dwHandle);
+    CmUint32 NewHandle();
+
+    CmUint32 m_dwRecordID;
+    int m_bAsync;
+    IFileOpSink* m_pSink = nullptr;
+    CCacheFileManager::LinkType m_LinkType{};
+    CCacheFileManager::OpType m_OpType{};
+    CmInt32 m_lStatus = 0;
+    CCmString m_strHomeDir;
+    WriteFiles m_vecWriteFiles;    // in the order of opening
+    bool m_bHandlesAscend = true;  // until the process's counter of handles has wrapped
+};
