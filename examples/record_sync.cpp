@@ -1,0 +1,71 @@
+// The smallest recorder: synchronous mode, in which every call does its work before it returns.
+//
+//     record_sync [DIRECTORY]
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "cachefile.h"
+#include "tools/HostPath.h"
+
+namespace {
+
+constexpr CmUint32 c_dwRecordID = 1;
+constexpr char c_szFile[] = "notes.txt";
+
+bool Succeeded(const char* lpStep, CmInt32 lResult) {
+    if (lResult == CACHE_OK) return true;
+    std::fprintf(stderr, "record_sync: %s: %s (%s)\n", lpStep, CacheFileResultText(lResult),
+                 CacheFileResultName(lResult));
+    return false;
+}
+
+// Writes one file; everything that can fail says so in its result.
+bool Record(CWriteFileHandler& aHandler, std::uint64_t& qwWritten) {
+    CmUint32 dwHandle = 0;
+    if (!Succeeded("open", aHandler.OpenWritingFile(c_szFile, dwHandle))) return false;
+    for (const char* lpLine : {"The recording begins.\n", "Somebody speaks.\n", "It ends.\n"}) {
+        const CmUint32 dwLength = static_cast<CmUint32>(std::strlen(lpLine));
+        // GetMaxDword as the offset means: append. The bytes are copied, the line stays ours.
+        const CmInt32 lResult =
+            aHandler.WriteData(dwHandle, reinterpret_cast<const unsigned char*>(lpLine), dwLength,
+                               CCacheFileManager::GetMaxDword());
+        if (!Succeeded("write", lResult)) return false;
+        qwWritten += dwLength;
+    }
+    return Succeeded("close", aHandler.CloseFile(dwHandle));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Where recordings lie: this directory, then the number of the recording, then the files.
+    const std::string strDirectory = argc > 1 ? argv[1] : "recordings";
+    CCacheFileManager& aManager = CCacheFileManager::Instance();
+    aManager.SetTempHomeDir(HostDirectory(strDirectory));
+
+    CWriteFileHandler* const pHandler = aManager.CreateWriteFileHandler(c_dwRecordID, 0);
+    if (!pHandler) {
+        Succeeded("create a handler", CACHE_ERR_OUT_OF_MEMORY);
+        return 1;
+    }
+
+    // Synchronous mode has no callbacks, so there need be nobody to receive them.
+    std::uint64_t qwWritten = 0;
+    const bool bRecorded =
+        Succeeded("initialize", pHandler->Initialize(nullptr)) && Record(*pHandler, qwWritten);
+    pHandler->Destroy();  // gives back our reference: the pointer is not used any more
+    if (!bRecorded) return 1;
+
+    // Bytes are gathered into blocks. One that failed when the close passed it on is in no result;
+    // this count tells.
+    if (CCacheFileManager::GetLostBytes() > 0) {
+        std::fprintf(stderr, "record_sync: not everything could be written\n");
+        return 1;
+    }
+    std::printf("wrote %llu bytes to %s/%u/%s\n", static_cast<unsigned long long>(qwWritten),
+                strDirectory.c_str(), static_cast<unsigned>(c_dwRecordID), c_szFile);
+    return 0;
+}
