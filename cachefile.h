@@ -1,13 +1,17 @@
 #pragma once
 
 /// Everything a host needs of the cache file library. README.md shows the first steps,
-/// docs/recording.md the rules of writing.
+/// docs/recording.md and docs/playing.md
+/// the rules of writing and reading.
 
 #include "async/Shutdown.h"
 #include "core/CacheFileManager.h"
 #include "core/DataInfo.h"
 #include "core/FileOpSink.h"
+#include "download/ContainerFormat.h"
+#include "download/ContainerWriter.h"
 #include "platform/CmCallerThread.h"
 #include "platform/CmResult.h"
 #include "platform/CmTrace.h"
+#include "player/PlayFileHandler.h"
 #include "writer/WriteFileHandler.h"

@@ -36,10 +36,20 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool&
 
 int Flush(std::FILE* pStream);
 
+/// Has what was written reach the disk.
+int Sync(std::FILE* pStream);
+
+/// The stream's size in bytes, found by moving to its end; -1 on failure.
+std::int64_t Size(std::FILE* pStream);
+
 /// Whether there is anything under that name.
 bool Exists(const CCmString& strPath);
 int MakeDirectory(const CCmString& strPath);
 int RemoveFile(const CCmString& strPath);
 int RemoveDirectory(const CCmString& strPath);
+
+/// Gives the file strFrom the name strTo, in place of what has that name. Both paths are UTF-8.
+int ReplaceFile(const CCmString& strFrom, const CCmString& strTo);
+int RemoveUtf8File(const CCmString& strPath);
 
 }  // namespace CmFile

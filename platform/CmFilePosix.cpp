@@ -93,6 +93,15 @@ int Flush(std::FILE* pStream) {
     return std::fflush(pStream);
 }
 
+int Sync(std::FILE* pStream) {
+    errno = 0;
+    return ::fsync(::fileno(pStream));
+}
+
+std::int64_t Size(std::FILE* pStream) {
+    return Seek(pStream, 0, From_End) == 0 ? ::ftello(pStream) : -1;
+}
+
 bool Exists(const CCmString& strPath) {
     errno = 0;
     return ::access(NativePath(strPath).c_str(), F_OK) == 0;
@@ -112,5 +121,12 @@ int RemoveDirectory(const CCmString& strPath) {
     errno = 0;
     return ::rmdir(NativePath(strPath).c_str());
 }
+
+int ReplaceFile(const CCmString& strFrom, const CCmString& strTo) {
+    errno = 0;
+    return std::rename(NativePath(strFrom).c_str(), NativePath(strTo).c_str());
+}
+
+int RemoveUtf8File(const CCmString& strPath) { return RemoveFile(strPath); }
 
 }  // namespace CmFile

@@ -70,8 +70,12 @@ Formator& Formator::operator<<(long nValue) noexcept {
 }
 
 Formator& Formator::operator<<(unsigned long nValue) noexcept {
+    return *this << static_cast<unsigned long long>(nValue);
+}
+
+Formator& Formator::operator<<(unsigned long long qwValue) noexcept {
     char aDigits[32];
-    std::snprintf(aDigits, sizeof aDigits, "%lu", nValue);
+    std::snprintf(aDigits, sizeof aDigits, "%llu", qwValue);
     return *this << aDigits;
 }
 

@@ -54,6 +54,7 @@ class CACHEFILE_API CCmT120Trace {
         Text_Formator& operator<<(unsigned int nValue) noexcept;
         Text_Formator& operator<<(long nValue) noexcept;
         Text_Formator& operator<<(unsigned long nValue) noexcept;
+        Text_Formator& operator<<(unsigned long long qwValue) noexcept;
         Text_Formator& operator<<(unsigned short wValue) noexcept;
         Text_Formator& operator<<(unsigned char byValue) noexcept;
         Text_Formator& operator<<(const void* pValue) noexcept;
@@ -96,7 +97,8 @@ class CACHEFILE_API CCmT120Trace {
 
 /// Traces that the check `text` has failed here. Nothing stops: the caller goes on along its
 /// failure path.
-#define CM_ASSERTION(text) CM_TRACE_ERROR(__FILE__ << ":" << __LINE__ << " Assert failed: " << (text))
+#define CM_ASSERTION(text) \
+    CM_TRACE_ERROR(__FILE__ << ":" << __LINE__ << " Assert failed: " << (text))
 
 /// Goes on when the condition holds; otherwise traces the check's text and returns the code.
 #define CM_CHECK(condition, text, code) \

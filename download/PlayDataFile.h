@@ -1,0 +1,86 @@
+#pragma once
+
+#include <vector>
+
+#include "core/DescriberTable.h"
+#include "core/FileOpSink.h"
+#include "download/ContainerFormat.h"
+#include "fileop/FileOperation.h"
+#include "platform/CmEvent.h"
+
+/// Reads one downloaded recording for the play handler that owns it.
+///
+/// Made and deleted by the play handler, which calls it on the host's thread. In asynchronous mode
+/// the walk of the index runs on the R/W thread while the host's thread waits for it; nothing else
+/// is shared. Reads are answered by the play handler's OnDataReady.
+class CDownloadFileHandler {
+ public:
+    explicit CDownloadFileHandler(int bAsync);
+    ~CDownloadFileHandler();
+    CDownloadFileHandler(const CDownloadFileHandler&) = delete;
+    CDownloadFileHandler& operator=(const CDownloadFileHandler&) = delete;
+
+    /// pParent is the owning play handler, the receiver of all results; no reference is taken.
+    /// CACHE_ERR_INVALID_ARG without one.
+    CmInt32 Initialize(IFileOpStatus* pParent);
+
+    /// Opens the container (a UTF-8 path, taken as it is) and walks its index. vecFileDescriber
+    /// then lists the streams of known kinds in the order of the index; after a failure it holds
+    /// those that came before it. In asynchronous mode it waits for the R/W thread.
+    CmInt32 OpenDownloadedFile(const CCmString& strFilePath,
+                               std::vector<tagFileDescriber>& vecFileDescriber);
+
+    /// Walks header and index of the open container. On the thread that reads the file.
+    CmInt32 InitFileInfo(std::vector<tagFileDescriber>& vecFileDescriber);
+
+    /// Reads dwLength bytes of a stream at dwOffset within it into lpBuffer (from array new). After
+    /// 0 the buffer belongs to the library and comes back through OnDataReady: before this returns
+    /// in synchronous mode (the handler may be gone then), later in asynchronous mode. After a
+    /// failure it stays the caller's.
+    CmInt32 ReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
+                     CmUint32 dwLength);
+
+    /// The index entry of the first stream that aDataInfo designates: 0 or CACHE_ERR_NO_ENTRY.
+    CmInt32 FindMRFD(const tagDataInfo& aDataInfo, tagMRFD& aEntry) const;
+
+    /// Closes the container; tables and headers stay.
+    CmInt32 CloseFile();
+
+    /// Ends everything, in asynchronous mode the R/W thread of the process too. Always 0.
+    CmInt32 Destroy();
+
+    const tagEntryFileHeader& GetConfFileHeader() const { return m_ConfFileHeader; }
+
+ private:
+    struct tagWalk;
+
+    CmInt32 ReadFileHeader();
+    CmInt32 ReadConfHeader(CmUint32 dwDataOffset);
+    CmInt32 WalkIndex(tagWalk& aWalk);
+    CmInt32 ReadEntry(tagWalk& aWalk, tagMRFD& aEntry);
+    CmInt32 TakeEntry(tagWalk& aWalk, const tagMRFD& aEntry);
+    CmInt32 AddKnown(tagWalk& aWalk, const tagMRFDInfo& aInfo);
+    CmInt32 SkipLaps(tagWalk& aWalk);
+    CmInt32 SendWalk(std::vector<tagFileDescriber>& vecFileDescriber);
+
+    const int m_bAsync;
+    IFileOpStatus* m_pParent = nullptr;
+    CRefPtr<IFileOperation> m_pFileOp;
+    tagQXFFileHeader m_FileHeader{};
+    tagEntryFileHeader m_ConfFileHeader{};
+    CDescriberTable<tagMRFDInfo> m_vecMRFD;
+};
+
+/// Runs the walk on the R/W thread. Owns neither the handler nor the vector; both outlive it, as
+/// their owner waits for it.
+class CSyncReadQXFInfo final : public ICmEvent {
+ public:
+    CSyncReadQXFInfo(CDownloadFileHandler* pDownload,
+                     std::vector<tagFileDescriber>* pvecFileDescriber);
+    ~CSyncReadQXFInfo() override;
+    CmInt32 OnEventFire() override;
+
+ private:
+    CDownloadFileHandler* m_pDownload;
+    std::vector<tagFileDescriber>* const m_pvecFileDescriber;
+};

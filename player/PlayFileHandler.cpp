@@ -1,0 +1,126 @@
+#include "player/PlayFileHandler.h"
+
+#include <new>
+
+#include "async/FileChain.h"
+#include "async/FileThreadManager.h"
+#include "core/HomeDir.h"
+#include "download/PlayDataFile.h"
+#include "platform/CmTrace.h"
+
+CPlayFileHandler* CCacheFileManager::CreatePlayFileHandler(CmUint32 dwRecordID, int bDownload,
+                                                           int bAsync) {
+    CM_TRACE_INFO("CCacheFileManager::CreatePlayFileHandler->dwRecordID=" << dwRecordID
+                                                                          << " bAsync=" << bAsync);
+    CPlayFileHandler* const pHandler =
+        new (std::nothrow) CPlayFileHandler(dwRecordID, bDownload, bAsync);
+    if (!pHandler) {
+        CM_TRACE_ERROR("Low memory to create a CPlayFileHandler object");
+        return nullptr;
+    }
+    pHandler->AddReference();
+    return pHandler;
+}
+
+CPlayFileHandler::CPlayFileHandler(CmUint32 dwRecordID, int bDownload, int bAsync)
+    : m_dwRecordID(dwRecordID), m_bDownload(bDownload), m_bAsync(bAsync) {}
+
+CPlayFileHandler::~CPlayFileHandler() {
+    m_vecRecordFiles.Clear();
+    if (!m_pDownloadFile) return;
+    m_pDownloadFile->CloseFile();
+    delete m_pDownloadFile;
+}
+
+CmInt32 CPlayFileHandler::Initialize(IFileOpSink* pSink) {
+    m_lStatus = CACHE_OK;
+    m_pSink = pSink;
+    m_LinkType = CCacheFileManager::Link_Local;
+    m_OpType = CCacheFileManager::Op_Open;
+    return AppendRecordDirectory(m_strHomeDir, m_dwRecordID);
+}
+
+void CPlayFileHandler::SetHomeDir(const CCmString& strHomeDir) {
+    SetDirectory(m_strHomeDir, strHomeDir);
+}
+
+CmInt32 CPlayFileHandler::OpenRecordFile(const CCmString& strFileName,
+                                         const tagFileDescriber& aFileDescriber, int bWrite) try {
+    CM_CHECK(!m_pDownloadFile, "!m_pDownloadFile", CACHE_ERR_INVALID_STATE);
+    const CCmString strPath = m_strHomeDir + strFileName;
+    const CRefPtr<IFileOperation> pFile = BuildFileChain(FileChainKind::PlayRecord, m_bAsync, this);
+    CM_CHECK(pFile, "pFile.Get( )", CACHE_ERR_OUT_OF_MEMORY);
+    // The list takes the file first: once it is open nothing may fail any more.
+    m_vecRecordFiles.Add({aFileDescriber, pFile});
+    const CmInt32 lResult = pFile->Open(strPath, bWrite);
+    if (lResult != CACHE_OK) {
+        m_vecRecordFiles.RemoveLast();
+        CM_TRACE_ERROR("CPlayFileHandler::OpenRecordFile->Open file error=" << lResult
+                                                                            << " this=" << this);
+    }
+    return lResult;
+} catch (const std::bad_alloc&) {
+    return CACHE_ERR_OUT_OF_MEMORY;
+}
+
+CmInt32 CPlayFileHandler::OpenDownloadedFile(const CCmString& strFilePath,
+                                             std::vector<tagFileDescriber>& vecFileDescriber) {
+    CM_CHECK(m_bDownload, "m_bDownload", CACHE_ERR_INVALID_STATE);
+    CM_CHECK(!m_pDownloadFile, "!m_pDownloadFile", CACHE_ERR_ALREADY_OPEN);
+    m_pDownloadFile = new (std::nothrow) CDownloadFileHandler(m_bAsync);
+    CM_CHECK(m_pDownloadFile, "m_pDownloadFile", CACHE_ERR_OUT_OF_MEMORY);
+    if (m_pDownloadFile->Initialize(this) != CACHE_OK) {
+        CM_TRACE_ERROR("CPlayFileHandler::OpenDownloadedFile->Call Initialize error"
+                       << " this=" << this);
+        delete m_pDownloadFile;
+        m_pDownloadFile = nullptr;
+        return CACHE_ERR_FAILED;
+    }
+    return m_pDownloadFile->OpenDownloadedFile(strFilePath, vecFileDescriber);
+}
+
+CmInt32 CPlayFileHandler::CloseAllRecordFiles() {
+    if (m_pDownloadFile) m_pDownloadFile->CloseFile();
+    for (const tagRecordFile& aFile : m_vecRecordFiles)
+        if (aFile.pFile) aFile.pFile->Close();
+    return CACHE_OK;
+}
+
+CmInt32 CPlayFileHandler::Destroy() {
+    CloseAllRecordFiles();
+    if (m_pDownloadFile) {
+        delete m_pDownloadFile;  // stops the worker in asynchronous mode
+        m_pDownloadFile = nullptr;
+    } else if (m_bDownload && m_bAsync) {
+        CFileThreadManager* const pThreads = CFileThreadManager::Instance();
+        pThreads->StopThread(pThreads->GetPrimaryNFSThread());
+    }
+    m_vecRecordFiles.Clear();
+    m_pSink = nullptr;
+    ReleaseReference();
+    return CACHE_OK;
+}
+
+CmUint32 CPlayFileHandler::GetCBTimeStamp() const {
+    return m_pDownloadFile ? m_pDownloadFile->GetConfFileHeader().dwCBTimeStamp : m_dwCBTimeStamp;
+}
+
+CmUint32 CPlayFileHandler::GetFileVersion() const {
+    return m_pDownloadFile ? m_pDownloadFile->GetConfFileHeader().dwFileVersion : m_dwFileVersion;
+}
+
+void CPlayFileHandler::OnFileOpStatus(CCacheFileManager::LinkType aLinkType,
+                                      CCacheFileManager::OpType aOpType, CmInt32 aResult) {
+    CM_CHECK(aLinkType == CCacheFileManager::Link_Local,
+             "aLinkType == CCacheFileManager::Link_Local", );
+    m_LinkType = aLinkType;
+    m_OpType = aOpType;
+    if (aResult != CACHE_OK) m_lStatus = aResult;
+    if (m_pSink) m_pSink->OnFileOpStatus(CCacheFileManager::Link_Local, aOpType, aResult);
+}
+
+CmInt32 CPlayFileHandler::GetFileStatus(CCacheFileManager::LinkType aLinkType) {
+    CM_CHECK(aLinkType == CCacheFileManager::Link_Local,
+             "aLinkType == CCacheFileManager::Link_Local", CACHE_ERR_INVALID_ARG);
+    return m_lStatus;
+}

@@ -1,0 +1,134 @@
+#pragma once
+
+#include <vector>
+
+#include "core/DescriberTable.h"
+#include "core/FileOpSink.h"
+#include "platform/CmExport.h"
+
+class CDownloadFileHandler;
+class IFileOperation;
+
+/// Reads one recording back: from record files that the host opens by name and describes, or from
+/// one downloaded container.
+///
+/// Made by CCacheFileManager::CreatePlayFileHandler with one reference, the host's, which Destroy
+/// gives back; files and queued results hold further ones, so in asynchronous mode it lives until
+/// the last result has been delivered. It has no lock: the host drives it from one thread, in
+/// asynchronous mode the caller thread, on which the callbacks come too. Operations answer with
+/// codes of CmResult.h and throw nothing.
+///
+/// Order of calls: Initialize; SetHomeDir if wanted; OpenRecordFile for each file, or
+/// OpenDownloadedFile; reads and writes; CloseAllRecordFiles; Destroy. docs/playing.md tells how
+/// buffers travel.
+class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
+ public:
+    /// For the manager. Never fails.
+    CPlayFileHandler(CmUint32 dwRecordID, int bDownload, int bAsync);
+    ~CPlayFileHandler() override;
+    CPlayFileHandler(const CPlayFileHandler&) = delete;
+    CPlayFileHandler& operator=(const CPlayFileHandler&) = delete;
+
+    /// Sets the sink (not owned, may be null; it has to outlive the handler's Destroy) and appends
+    /// the manager's home directory, the record identifier and a backslash to the handler's
+    /// directory. 0, or CACHE_ERR_OUT_OF_MEMORY with the directory as it was.
+    CmInt32 Initialize(IFileOpSink* pSink);
+
+    /// Replaces the handler's directory for files opened from now on; a backslash is appended if
+    /// it ends without one. An empty one means the process's current directory.
+    void SetHomeDir(const CCmString& strHomeDir);
+
+    /// The handler's own directory; a change through the reference is taken as it is.
+    CCmString& GetTempHomeDir() { return m_strHomeDir; }
+
+    /// Opens the file strFileName of the handler's directory and remembers that it holds what
+    /// aFileDescriber says. bWrite non-zero empties it and lets WriteData reach it. Where several
+    /// files match a request the one opened first is meant. In asynchronous mode 0 means that the
+    /// open was queued; how it went comes as Op_Open. 4010: a container is open. Other codes: why
+    /// the file could not be opened.
+    CmInt32 OpenRecordFile(const CCmString& strFileName, const tagFileDescriber& aFileDescriber,
+                           int bWrite);
+
+    /// Opens a downloaded container by its full path (UTF-8) and lists its streams in the order of
+    /// its index. Only on a handler made for download, once, successful or not: 4010 or 4008
+    /// otherwise. 4002: not a container, or one that is cut off; the list then holds what came
+    /// before the damage, and reads of it work. 4011: more than 1,048,576 streams. In asynchronous
+    /// mode it waits for the worker thread, and Op_Open follows.
+    CmInt32 OpenDownloadedFile(const CCmString& strFilePath,
+                               std::vector<tagFileDescriber>& vecFileDescriber);
+
+    /// Closes all files but keeps their list, so that reads now answer that the file is not open.
+    /// Always 0; in asynchronous mode a failure comes as Op_Close.
+    CmInt32 CloseAllRecordFiles();
+
+    /// Ends everything and gives back the host's reference; the host doesn't use the handler any
+    /// more. From its end on the sink is not called, and reads still under way free their buffers.
+    /// A handler made for download in asynchronous mode stops the worker thread of the process and
+    /// waits for it: what was queued is done, but files of other handlers opened before it get
+    /// 4010 from now on. Always 0.
+    CmInt32 Destroy();
+
+    /// The CB time stamp and the file version of the recording: those of the open container, or
+    /// those taken from the first block written at offset 0 through this handler (see WriteData).
+    /// 0 until known.
+    CmUint32 GetCBTimeStamp() const;
+    CmUint32 GetFileVersion() const;
+
+    /// Copies dwLength bytes of lpData to the file that aDataInfo designates, at dwOffset (below
+    /// 2^31) or at its end for 0xFFFFFFFF. The first block of 72 bytes or more at offset 0, unless
+    /// of data type 5, gives time stamp and file version, again until the time stamp is not 0.
+    /// 4009: lpData is null. 4010: no such file, one opened for reading, or a container is open.
+    CmInt32 WriteData(const tagDataInfo& aDataInfo, const unsigned char* lpData, CmUint32 dwLength,
+                      CmUint32 dwOffset);
+
+    /// Reads dwLength bytes at dwOffset of what aDataInfo designates into lpBuffer, from array new.
+    /// After 0 the buffer belongs to the library until the sink's OnDataReady gets it: before this
+    /// returns in synchronous mode, later in asynchronous mode. Without a sink it is freed. After
+    /// any other result it stays the host's. 4009: null, zero length, a run that ends behind the
+    /// container, no such stream in it. 4010: no such file. 4006, 4007: the file can't be read.
+    CmInt32 ReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
+                     CmUint32 dwLength);
+
+    /// Reads record files at once, in either mode; dwLength then counts the bytes read. The buffer
+    /// stays the host's, and no callback follows. In asynchronous mode it waits until the worker
+    /// has done what was queued before. 4010 with a container.
+    CmInt32 SyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
+                         CmUint32& dwLength);
+
+    /// For the files: remembers the report (of a result only a failure) and passes it on.
+    void OnFileOpStatus(CCacheFileManager::LinkType aLinkType, CCacheFileManager::OpType aOpType,
+                        CmInt32 aResult) override;
+    /// For the files: hands the buffer to the sink, or frees it when there is none.
+    void OnDataReady(unsigned char* lpData, CmUint32 dwLength,
+                     const tagDataInfo& aDataInfo) override;
+    /// The last failure reported since Initialize, else 0. 4009 for another link than Link_Local.
+    CmInt32 GetFileStatus(CCacheFileManager::LinkType aLinkType) override;
+
+ protected:
+    /// The file that aDataInfo designates: 0, or 10011 with pFile as it was. No reference is taken.
+    CmInt32 DataInfo2FileHandler(const tagDataInfo& aDataInfo, IFileOperation*& pFile) const;
+
+ private:
+    struct tagRecordFile {
+        tagFileDescriber aDescriber;
+        CRefPtr<IFileOperation> pFile;
+    };
+
+    CmInt32 FindFile(const char* lpOperation, const char* lpLengthLabel,
+                     const tagDataInfo& aDataInfo, IFileOperation*& pFile) const;
+    void CaptureHeader(const tagDataInfo& aDataInfo, const unsigned char* lpData, CmUint32 dwLength,
+                       CmUint32 dwOffset);
+
+    const CmUint32 m_dwRecordID;
+    const int m_bDownload;
+    const int m_bAsync;
+    IFileOpSink* m_pSink = nullptr;
+    CCacheFileManager::LinkType m_LinkType{};
+    CCacheFileManager::OpType m_OpType{};
+    CmInt32 m_lStatus = 0;
+    CCmString m_strHomeDir;
+    CDownloadFileHandler* m_pDownloadFile = nullptr;  // owned
+    CDescriberTable<tagRecordFile> m_vecRecordFiles;  // in the order of opening
+    CmUint32 m_dwCBTimeStamp = 0;
+    CmUint32 m_dwFileVersion = 0;
+};
