@@ -1,0 +1,60 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include "platform/CmThread.h"
+
+/// What became of the events that were made with it.
+struct EventCounts {
+    std::atomic<int> nFired{0};
+    std::atomic<int> nDisposed{0};
+};
+
+/// An event that does what it is told and counts.
+class TestEvent final : public ICmEvent {
+ public:
+    using Work = std::function<CmInt32()>;
+
+    TestEvent(EventCounts& aCounts, Work aWork = nullptr)
+        : ICmEvent(0), m_counts(aCounts), m_work(std::move(aWork)) {}
+    ~TestEvent() override { ++m_counts.nDisposed; }
+    CmInt32 OnEventFire() override {
+        ++m_counts.nFired;
+        return m_work ? m_work() : 0;
+    }
+
+ private:
+    EventCounts& m_counts;
+    const Work m_work;
+};
+
+/// Runs aWork on the thread behind everything queued for it, waits for it, returns its result.
+CmInt32 RunOn(ACmThread* pThread, TestEvent::Work aWork);
+
+/// A flag that one thread raises and others wait for.
+class Signal {
+ public:
+    void Raise();
+    void Wait();
+
+ private:
+    std::mutex m_mutex;
+    std::condition_variable m_raised;
+    bool m_bRaised = false;  // guarded by m_mutex
+};
+
+/// Holds a thread up inside an event: from the construction on nothing of its queue runs, until
+/// the gate is opened.
+class ThreadGate {
+ public:
+    explicit ThreadGate(ACmThread* pThread);
+    ~ThreadGate() { Open(); }
+    void Open() { m_pOpen->Raise(); }
+
+ private:
+    const std::shared_ptr<Signal> m_pOpen = std::make_shared<Signal>();
+};

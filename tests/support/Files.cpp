@@ -1,0 +1,76 @@
+#include "tests/support/Files.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+namespace fs = std::filesystem;
+
+TestDir::TestDir() : m_before(fs::current_path()) {
+    std::random_device aDevice;
+    do {
+        m_path = fs::temp_directory_path() / ("cachefile-" + std::to_string(aDevice()));
+    } while (!fs::create_directory(m_path));
+    fs::current_path(m_path);
+}
+
+TestDir::~TestDir() {
+    std::error_code aIgnored;
+    fs::current_path(m_before, aIgnored);
+    fs::remove_all(m_path, aIgnored);
+}
+
+fs::path Native(const CCmString& strPath) {
+    CCmString strNative(strPath);
+    std::replace(strNative.begin(), strNative.end(), '\\', '/');
+    return strNative;
+}
+
+CCmString LibraryForm(const fs::path& aPath) {
+    CCmString strPath(aPath.generic_string());
+    std::replace(strPath.begin(), strPath.end(), '/', '\\');
+    return strPath;
+}
+
+bool Exists(const CCmString& strPath) { return fs::exists(Native(strPath)); }
+
+CCmString ReadBytes(const CCmString& strPath) {
+    std::ifstream aFile(Native(strPath), std::ios::binary);
+    if (!aFile) return "<no file>";
+    return {std::istreambuf_iterator<char>(aFile), {}};
+}
+
+void WriteBytes(const CCmString& strPath, const CCmString& strBytes) {
+    std::ofstream(Native(strPath), std::ios::binary) << strBytes;
+}
+
+CCmString Pattern(std::size_t dwLength, unsigned nStart) {
+    CCmString strBytes(dwLength, '\0');
+    for (std::size_t i = 0; i < dwLength; ++i)
+        strBytes[i] = static_cast<char>((i + nStart) * 2654435761U >> 13);
+    return strBytes;
+}
+
+std::string Difference(const CCmString& strGot, const CCmString& strWanted) {
+    if (strGot == strWanted) return {};
+    const auto aPair =
+        std::mismatch(strGot.begin(), strGot.end(), strWanted.begin(), strWanted.end());
+    return std::to_string(strGot.size()) + " bytes instead of " + std::to_string(strWanted.size()) +
+           ", different from offset " + std::to_string(aPair.first - strGot.begin());
+}
+
+SeededRandom::SeededRandom() {
+    const char* const lpGiven = std::getenv("CACHEFILE_TEST_SEED");
+    const unsigned nSeed = lpGiven ? static_cast<unsigned>(std::strtoul(lpGiven, nullptr, 10))
+                                   : std::random_device{}();
+    std::cout << "CACHEFILE_TEST_SEED=" << nSeed << std::endl;
+    m_engine.seed(nSeed);
+}
+
+CCmString SeededRandom::Bytes(unsigned nLength) {
+    CCmString strBytes(nLength, '\0');
+    for (char& cByte : strBytes) cByte = static_cast<char>(m_engine());
+    return strBytes;
+}

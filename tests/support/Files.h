@@ -1,0 +1,49 @@
+#pragma once
+
+#include <filesystem>
+#include <random>
+#include <string>
+
+#include "platform/CmTypes.h"
+
+/// A directory of its own for a test: made and entered at the start, left and removed at the end.
+class TestDir {
+ public:
+    TestDir();
+    ~TestDir();
+    TestDir(const TestDir&) = delete;
+    TestDir& operator=(const TestDir&) = delete;
+
+    const std::filesystem::path& Path() const { return m_path; }
+
+ private:
+    const std::filesystem::path m_before;
+    std::filesystem::path m_path;
+};
+
+/// A path in the library's form as the standard library takes it.
+std::filesystem::path Native(const CCmString& strPath);
+
+/// A path of the standard library in the library's form.
+CCmString LibraryForm(const std::filesystem::path& aPath);
+
+bool Exists(const CCmString& strPath);
+CCmString ReadBytes(const CCmString& strPath);  // "<no file>" if there is none
+void WriteBytes(const CCmString& strPath, const CCmString& strBytes);
+
+/// dwLength bytes that differ from place to place.
+CCmString Pattern(std::size_t dwLength, unsigned nStart = 0);
+
+/// Empty when the strings are equal, else where they begin to differ.
+std::string Difference(const CCmString& strGot, const CCmString& strWanted);
+
+/// Random numbers whose seed is printed; CACHEFILE_TEST_SEED in the environment repeats a run.
+class SeededRandom {
+ public:
+    SeededRandom();
+    unsigned Below(unsigned nLimit) { return static_cast<unsigned>(m_engine() % nLimit); }
+    CCmString Bytes(unsigned nLength);
+
+ private:
+    std::mt19937 m_engine;
+};

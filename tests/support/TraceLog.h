@@ -1,0 +1,30 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "platform/CmTrace.h"
+
+/// Collects the trace lines while it lives, in a form that can be compared: addresses become "*",
+/// the line number of an assertion "#".
+class TraceLog {
+ public:
+    explicit TraceLog(CmInt32 lLevel = CCmT120Trace::Level_Info);
+    ~TraceLog();
+    TraceLog(const TraceLog&) = delete;
+    TraceLog& operator=(const TraceLog&) = delete;
+
+    /// The lines of one level since the last call, each with a line break, and forgets them.
+    std::string TakeErrors() { return Take(CCmT120Trace::Level_Error); }
+    std::string TakeInfos() { return Take(CCmT120Trace::Level_Info); }
+
+ private:
+    std::string Take(CmInt32 lLevel);
+
+    std::mutex m_mutex;
+    std::string m_strErrors;  // guarded by m_mutex
+    std::string m_strInfos;   // guarded by m_mutex
+};
+
+/// The assertion line of strExpression in strFile, as TraceLog shows it.
+std::string Assertion(const std::string& strFile, const std::string& strExpression);
