@@ -18,11 +18,20 @@ install(FILES cmake/cachefile-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/cachefile-config-version.cmake
         DESTINATION ${cachefile_package_dir})
 
-cmake_path(IS_ABSOLUTE CMAKE_INSTALL_INCLUDEDIR cachefile_absolute)
-if(cachefile_absolute)
-    set(cachefile_pc_prefix "")
+# The pkg-config file finds its prefix from where it lies itself, as the CMake package does, so that
+# an installation may be moved. What was configured to lie outside the prefix stays there.
+foreach(kind IN ITEMS INCLUDEDIR LIBDIR)
+    if(IS_ABSOLUTE "${CMAKE_INSTALL_${kind}}")
+        set(cachefile_pc_${kind} ${CMAKE_INSTALL_${kind}})
+    else()
+        set(cachefile_pc_${kind} "\${prefix}/${CMAKE_INSTALL_${kind}}")
+    endif()
+endforeach()
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+    set(cachefile_pc_prefix ${CMAKE_INSTALL_PREFIX})
 else()
-    set(cachefile_pc_prefix "\${prefix}/")
+    string(REGEX REPLACE "[^/]+" ".." cachefile_pc_up ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+    set(cachefile_pc_prefix "\${pcfiledir}/${cachefile_pc_up}")
 endif()
 configure_file(cmake/cachefile.pc.in ${CMAKE_CURRENT_BINARY_DIR}/cachefile.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cachefile.pc

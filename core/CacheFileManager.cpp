@@ -24,6 +24,8 @@ CCacheFileManager::CCacheFileManager() : m_strTempHomeDir(".\\kvr2\\") {}
 
 CCacheFileManager::~CCacheFileManager() = default;
 
+CCmString& CCacheFileManager::GetTempHomeDir() { return m_strTempHomeDir; }
+
 void CCacheFileManager::SetTempHomeDir(const CCmString& strDir) {
     SetDirectory(m_strTempHomeDir, strDir);
 }
@@ -49,12 +51,16 @@ void CCacheFileManager::AfterOperation(LinkType /*aLinkType*/) {}
 void CCacheFileManager::DeleteTempFile(const CCmString& strPath) { CmFile::RemoveFile(strPath); }
 
 void CCacheFileManager::DeleteTempDir(const CCmString& strPath) {
-    CmFile::RemoveDirectory(strPath);
+    CmFile::RemoveEmptyDirectory(strPath);
 }
 
 void CCacheFileManager::DeleteAllTemp(const std::vector<CCmString>& vecPaths) {
     for (const CCmString& strPath : vecPaths) CmFile::RemoveFile(strPath);
 }
+
+CmUint32 CCacheFileManager::GetFileIDMagicNumber() const { return 1000; }
+
+CmUint32 CCacheFileManager::GetMaxDword() { return 0xFFFFFFFF; }
 
 CmInt32 CCacheFileManager::GetTickCount() const {
     return static_cast<CmInt32>(static_cast<CmUint32>(std::time(nullptr)));

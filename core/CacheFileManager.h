@@ -48,7 +48,7 @@ class CACHEFILE_API CCacheFileManager {
 
     /// The cache home directory, ".\kvr2\" at first. A change through the reference is taken as it
     /// is; handlers copy the directory in their Initialize.
-    CCmString& GetTempHomeDir() { return m_strTempHomeDir; }
+    CCmString& GetTempHomeDir();
 
     /// Sets the cache home directory, with a backslash appended if it ends without one. An empty
     /// one stays empty: record files then lie relative to the process's current directory.
@@ -69,10 +69,10 @@ class CACHEFILE_API CCacheFileManager {
     static void DeleteAllTemp(const std::vector<CCmString>& vecPaths);
 
     /// The multiplier of the file ids that the library composes: n * 1000 + data type.
-    CmUint32 GetFileIDMagicNumber() const { return 1000; }
+    CmUint32 GetFileIDMagicNumber() const;
 
     /// The largest 32-bit value. As a write offset it means the end of the file.
-    static CmUint32 GetMaxDword() { return 0xFFFFFFFF; }
+    static CmUint32 GetMaxDword();
 
     /// Calendar time in whole seconds since 1970, cut to 32 bits: not milliseconds, not uptime.
     CmInt32 GetTickCount() const;

@@ -39,5 +39,5 @@ class CACHEFILE_API IFileOpStatus : public IFileOpSink,
     /// The last status that was received for a link.
     virtual CmInt32 GetFileStatus(CCacheFileManager::LinkType aLinkType) = 0;
 
-    ~IFileOpStatus() override = default;
+    ~IFileOpStatus() override;
 };

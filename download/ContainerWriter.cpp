@@ -81,7 +81,7 @@ class CPartialFile {
         if (lResult != CACHE_OK) return lResult;
         if (CmFile::Sync(m_pStream.get()) != 0 || CmFile::Close(m_pStream.release()) != 0)
             return SystemFailure("Close file", m_strPartial, FileAction::Write);
-        if (CmFile::ReplaceFile(m_strPartial, m_strPath) != 0)
+        if (CmFile::RenameOver(m_strPartial, m_strPath) != 0)
             return SystemFailure("Rename file", m_strPath, FileAction::OpenForWriting);
         m_bCreated = false;
         return CACHE_OK;

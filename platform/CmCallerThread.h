@@ -14,6 +14,8 @@
 /// it does neither. All operations are static; there is one caller thread at a time.
 class CACHEFILE_API CCmCallerThread {
  public:
+    CCmCallerThread() = delete;
+
     /// Makes the calling thread the caller thread. Repeats on the same thread nest.
     /// CACHE_ERR_INVALID_STATE while another thread is attached, CACHE_ERR_OUT_OF_MEMORY.
     static CmInt32 Attach();

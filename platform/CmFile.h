@@ -46,10 +46,10 @@ std::int64_t Size(std::FILE* pStream);
 bool Exists(const CCmString& strPath);
 int MakeDirectory(const CCmString& strPath);
 int RemoveFile(const CCmString& strPath);
-int RemoveDirectory(const CCmString& strPath);
+int RemoveEmptyDirectory(const CCmString& strPath);
 
 /// Gives the file strFrom the name strTo, in place of what has that name. Both paths are UTF-8.
-int ReplaceFile(const CCmString& strFrom, const CCmString& strTo);
+int RenameOver(const CCmString& strFrom, const CCmString& strTo);
 int RemoveUtf8File(const CCmString& strPath);
 
 }  // namespace CmFile

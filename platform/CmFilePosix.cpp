@@ -117,12 +117,12 @@ int RemoveFile(const CCmString& strPath) {
     return ::unlink(NativePath(strPath).c_str());
 }
 
-int RemoveDirectory(const CCmString& strPath) {
+int RemoveEmptyDirectory(const CCmString& strPath) {
     errno = 0;
     return ::rmdir(NativePath(strPath).c_str());
 }
 
-int ReplaceFile(const CCmString& strFrom, const CCmString& strTo) {
+int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
     errno = 0;
     return std::rename(NativePath(strFrom).c_str(), NativePath(strTo).c_str());
 }

@@ -22,7 +22,8 @@ class CCmReferenceControlT {
         return *this;
     }
 
-    virtual ~CCmReferenceControlT() = default;
+    /// Pure: the count is nothing by itself.
+    virtual ~CCmReferenceControlT() = 0;
 
     /// Takes a reference and returns the new count.
     virtual CmUint32 AddReference() {
@@ -40,11 +41,19 @@ class CCmReferenceControlT {
 
  protected:
     /// Called once, by the release that reached 0. Deletes the object.
-    virtual void OnReferenceDestory() { delete this; }
+    virtual void OnReferenceDestory();
 
  private:
     std::atomic<CmUint32> m_dwReference{0};
 };
+
+template <class MutexType>
+CCmReferenceControlT<MutexType>::~CCmReferenceControlT() = default;
+
+/// Out of line: inlined into a release, the compiler guesses at destructors that the object can't
+/// have, and warns of what they would do.
+template <>
+void CCmReferenceControlT<CCmMutexThread>::OnReferenceDestory();
 
 /// Holds one reference on a counted object, or nothing. Whoever makes a new object (count 0) puts
 /// it into a CRefPtr at once. One CRefPtr is for one thread at a time, like a plain pointer.

@@ -21,6 +21,10 @@ CmInt32 CCmT120Trace::SetSink(Sink aSink, CmInt32 lLevel) {
     return CACHE_OK;
 }
 
+bool CCmT120Trace::IsEnabled(CmInt32 lLevel) const noexcept {
+    return lLevel <= m_lLevel.load(std::memory_order_relaxed);
+}
+
 void CCmT120Trace::trace_string(CmInt32 lLevel, const char* lpText) noexcept {
     if (IsEnabled(lLevel)) m_sink.Call(lLevel, lpText);
 }
@@ -31,6 +35,8 @@ Formator::Text_Formator(char* lpBuffer, std::size_t dwSize) noexcept
     : m_lpBuffer(lpBuffer), m_dwSize(dwSize) {
     m_lpBuffer[0] = '\0';
 }
+
+Formator::operator const char*() const noexcept { return m_lpBuffer; }
 
 void Formator::Append(const char* lpText, std::size_t dwLength) noexcept {
     dwLength = std::min(dwLength, m_dwSize - 1 - m_dwUsed);

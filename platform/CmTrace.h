@@ -35,9 +35,7 @@ class CACHEFILE_API CCmT120Trace {
     CmInt32 SetSink(Sink aSink, CmInt32 lLevel = Level_Info);
 
     /// Whether a line of this level would reach a sink.
-    bool IsEnabled(CmInt32 lLevel) const noexcept {
-        return lLevel <= m_lLevel.load(std::memory_order_relaxed);
-    }
+    bool IsEnabled(CmInt32 lLevel) const noexcept;
 
     /// Hands one line to the sink if its level is enabled.
     void trace_string(CmInt32 lLevel, const char* lpText) noexcept;
@@ -59,7 +57,7 @@ class CACHEFILE_API CCmT120Trace {
         Text_Formator& operator<<(unsigned char byValue) noexcept;
         Text_Formator& operator<<(const void* pValue) noexcept;
 
-        operator const char*() const noexcept { return m_lpBuffer; }
+        operator const char*() const noexcept;
 
      private:
         void Append(const char* lpText, std::size_t dwLength) noexcept;

@@ -44,6 +44,8 @@ void CPlayFileHandler::SetHomeDir(const CCmString& strHomeDir) {
     SetDirectory(m_strHomeDir, strHomeDir);
 }
 
+CCmString& CPlayFileHandler::GetTempHomeDir() { return m_strHomeDir; }
+
 CmInt32 CPlayFileHandler::OpenRecordFile(const CCmString& strFileName,
                                          const tagFileDescriber& aFileDescriber, int bWrite) try {
     CM_CHECK(!m_pDownloadFile, "!m_pDownloadFile", CACHE_ERR_INVALID_STATE);

@@ -39,7 +39,7 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
     void SetHomeDir(const CCmString& strHomeDir);
 
     /// The handler's own directory; a change through the reference is taken as it is.
-    CCmString& GetTempHomeDir() { return m_strHomeDir; }
+    CCmString& GetTempHomeDir();
 
     /// Opens the file strFileName of the handler's directory and remembers that it holds what
     /// aFileDescriber says. bWrite non-zero empties it and lets WriteData reach it. Where several

@@ -45,6 +45,8 @@ void CWriteFileHandler::SetHomeDir(const CCmString& strHomeDir) {
     SetDirectory(m_strHomeDir, strHomeDir);
 }
 
+CCmString& CWriteFileHandler::GetTempHomeDir() { return m_strHomeDir; }
+
 CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint32& dwHandle) try {
     dwHandle = 0;
     const CCmString strPath = m_strHomeDir + strFileName;

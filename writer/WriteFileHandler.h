@@ -40,7 +40,7 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     void SetHomeDir(const CCmString& strHomeDir);
 
     /// The handler's own directory; a change through the reference is taken as it is.
-    CCmString& GetTempHomeDir() { return m_strHomeDir; }
+    CCmString& GetTempHomeDir();
 
     /// Opens the file strFileName of the handler's directory for writing: created with its missing
     /// directories, or emptied. On success dwHandle names it until it is closed; otherwise it is 0.

@@ -1,0 +1,3 @@
+#include "core/FileOpSink.h"
+
+IFileOpStatus::~IFileOpStatus() = default;

@@ -1,0 +1,6 @@
+#include "platform/CmReference.h"
+
+template <>
+void CCmReferenceControlT<CCmMutexThread>::OnReferenceDestory() {
+    delete this;
+}
