@@ -161,7 +161,7 @@ struct tagPlace {
 }  // namespace
 
 /// The streams added so far, and how they are written. Its operations throw std::bad_alloc.
-class CContainerWriter::CImpl {
+class CContainerWriter::Impl {
  public:
     CmInt32 Add(tagStream aStream);
     CmInt32 Write(const CCmString& strPath);
@@ -181,7 +181,7 @@ class CContainerWriter::CImpl {
     CDescriberTable<tagStream> m_streams;
 };
 
-CmInt32 CContainerWriter::CImpl::Add(tagStream aStream) {
+CmInt32 CContainerWriter::Impl::Add(tagStream aStream) {
     const tagFileDescriber& aDescriber = aStream.aDescriber;
     const tagDataInfo aWanted{aDescriber.wDataType, aDescriber.dwFileID, 0, aDescriber.byFileType};
     const bool bShortConf = aStream.IsConf() && aStream.strPath.empty() &&
@@ -203,7 +203,7 @@ CmInt32 CContainerWriter::CImpl::Add(tagStream aStream) {
 
 /// If there is a file header to be written and no conf stream to hold it, one is lent for the time
 /// of writing.
-CmInt32 CContainerWriter::CImpl::Write(const CCmString& strPath) {
+CmInt32 CContainerWriter::Impl::Write(const CCmString& strPath) {
     if (!m_bFileHeader || m_streams.Find({100, 100, 0, 2})) return WriteAll(strPath);
     tagStream aConf{{100, 2, 100, 0}, {}, CCmString(c_dwEntryFileHeaderSize, '\0'), {}};
     aConf.aEntry.wTag = c_wConfTag;
@@ -217,7 +217,7 @@ CmInt32 CContainerWriter::CImpl::Write(const CCmString& strPath) {
 
 /// Gives every stream its place behind the index: those with bytes in order and without gaps, the
 /// empty ones at the end.
-CmInt32 CContainerWriter::CImpl::LayOut(std::vector<tagPlace>& vecPlaces,
+CmInt32 CContainerWriter::Impl::LayOut(std::vector<tagPlace>& vecPlaces,
                                         CmUint32& dwFileSize) const {
     std::uint64_t qwEnd = c_dwFileHeaderSize + std::uint64_t{c_dwEntrySize} * m_streams.Size();
     vecPlaces.reserve(m_streams.Size());
@@ -243,7 +243,7 @@ CmInt32 CContainerWriter::CImpl::LayOut(std::vector<tagPlace>& vecPlaces,
     return CACHE_OK;
 }
 
-CmInt32 CContainerWriter::CImpl::WriteAll(const CCmString& strPath) const {
+CmInt32 CContainerWriter::Impl::WriteAll(const CCmString& strPath) const {
     if (m_streams.Size() == 0) {
         CM_TRACE_ERROR("CContainerWriter::Write->No stream");
         return CACHE_ERR_INVALID_STATE;
@@ -261,7 +261,7 @@ CmInt32 CContainerWriter::CImpl::WriteAll(const CCmString& strPath) const {
     return lResult == CACHE_OK ? aFile.Finish() : lResult;
 }
 
-CmInt32 CContainerWriter::CImpl::WriteFileHeader(CPartialFile& aFile, CmUint32 dwFileSize) const {
+CmInt32 CContainerWriter::Impl::WriteFileHeader(CPartialFile& aFile, CmUint32 dwFileSize) const {
     unsigned char aBytes[c_dwFileHeaderSize] = {};
     Put32(aBytes + 8, dwFileSize);
     Put32(aBytes + 16, static_cast<CmUint32>(m_streams.Size()));
@@ -269,7 +269,7 @@ CmInt32 CContainerWriter::CImpl::WriteFileHeader(CPartialFile& aFile, CmUint32 d
     return aFile.Put(aBytes, sizeof aBytes);
 }
 
-CmInt32 CContainerWriter::CImpl::WriteEntry(CPartialFile& aFile, std::size_t nIndex,
+CmInt32 CContainerWriter::Impl::WriteEntry(CPartialFile& aFile, std::size_t nIndex,
                                             const tagPlace& aPlace) const {
     const tagMRFD& aEntry = m_streams[nIndex].aEntry;
     const bool bNext = m_dwIndexType == Index_Chained && nIndex + 1 < m_streams.Size();
@@ -284,7 +284,7 @@ CmInt32 CContainerWriter::CImpl::WriteEntry(CPartialFile& aFile, std::size_t nIn
     return aFile.Put(aBytes, sizeof aBytes);
 }
 
-CmInt32 CContainerWriter::CImpl::WriteData(CPartialFile& aFile, const tagStream& aStream,
+CmInt32 CContainerWriter::Impl::WriteData(CPartialFile& aFile, const tagStream& aStream,
                                            CmUint32 dwSize) const {
     CSource aSource(aStream);
     CmInt32 lResult = aSource.Open();
@@ -306,7 +306,7 @@ CmInt32 CContainerWriter::CImpl::WriteData(CPartialFile& aFile, const tagStream&
     return lResult;
 }
 
-CContainerWriter::CContainerWriter() : m_pImpl(new (std::nothrow) CImpl) {}
+CContainerWriter::CContainerWriter() : m_pImpl(new (std::nothrow) Impl) {}
 
 CContainerWriter::~CContainerWriter() = default;
 

@@ -58,12 +58,12 @@ class CACHEFILE_API CContainerWriter {
     CmInt32 Write(const CCmString& strPath);
 
  private:
-    class CImpl;
+    class Impl;
 
     CmInt32 AddDescribed(const tagFileDescriber& aDescriber, const unsigned char* lpData,
                          CmUint32 dwLength, const CCmString* pPath);
     CmInt32 Add(const tagMRFD& aEntry, const unsigned char* lpData, CmUint32 dwLength,
                 const CCmString* pPath);
 
-    const std::unique_ptr<CImpl> m_pImpl;  // null without memory: everything answers 4011
+    const std::unique_ptr<Impl> m_pImpl;  // null without memory: everything answers 4011
 };

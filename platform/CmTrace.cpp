@@ -70,8 +70,12 @@ Formator& Formator::operator<<(unsigned char byValue) noexcept {
 }
 
 Formator& Formator::operator<<(long nValue) noexcept {
+    return *this << static_cast<long long>(nValue);
+}
+
+Formator& Formator::operator<<(long long nValue) noexcept {
     char aDigits[32];
-    std::snprintf(aDigits, sizeof aDigits, "%ld", nValue);
+    std::snprintf(aDigits, sizeof aDigits, "%lld", nValue);
     return *this << aDigits;
 }
 

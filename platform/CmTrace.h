@@ -52,6 +52,7 @@ class CACHEFILE_API CCmT120Trace {
         Text_Formator& operator<<(unsigned int nValue) noexcept;
         Text_Formator& operator<<(long nValue) noexcept;
         Text_Formator& operator<<(unsigned long nValue) noexcept;
+        Text_Formator& operator<<(long long nValue) noexcept;
         Text_Formator& operator<<(unsigned long long qwValue) noexcept;
         Text_Formator& operator<<(unsigned short wValue) noexcept;
         Text_Formator& operator<<(unsigned char byValue) noexcept;
