@@ -9,6 +9,10 @@ struct ICmEvent::tagSendWait {
     bool m_bDone = false;
 };
 
+ICmEvent::~ICmEvent() = default;
+
+void ICmEvent::OnDestorySelf() { delete this; }
+
 void CCmEventList::PushBack(ICmEvent* pEvent) {
     pEvent->m_pNext = nullptr;
     if (m_pLast)

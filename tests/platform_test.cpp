@@ -161,7 +161,7 @@ TEST(ByteStream, FieldsAreLittleEndianAndTheFirstFailureSticks) {
     EXPECT_EQ(w, 0x1234);
     EXPECT_EQ(dw, 0xDEADBEEF);
     EXPECT_EQ(aStream.m_ResultWrite, 0);
-    unsigned char aRest[3] = {};
+    unsigned char aRest[4] = {};
     EXPECT_EQ(aBlock.Read(aRest, 4), 4006);
     EXPECT_EQ(aBlock.Read(aRest, 3), 0) << "a failed read takes nothing";
     EXPECT_EQ(aRest[2], 0x7F);
