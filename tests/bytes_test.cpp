@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <array>
 
 #include "tests/support/HostTest.h"
@@ -25,15 +24,13 @@ TEST_P(Bytes, RandomCallsOnSeveralFilesGiveWhatAModelGives) {
         } else if (nDice < 60) {
             const CCmString strBytes = aRandom.Bytes(aRandom.Below(nDice < 40 ? 3000 : 100'001));
             ASSERT_EQ(aRecording.Write(aFile.dwHandle, strBytes), 0);
-            aFile.strModel += strBytes;
+            Overwrite(aFile.strModel, strBytes, c_dwEnd);
         } else if (nDice < 88) {
             const CCmString strBytes = aRandom.Bytes(aRandom.Below(5000));
-            const auto nSize = static_cast<unsigned>(aFile.strModel.size());
-            const unsigned nOffset = aRandom.Below(nSize + 2000);
+            const unsigned nOffset =
+                aRandom.Below(static_cast<unsigned>(aFile.strModel.size()) + 2000);
             ASSERT_EQ(aRecording.Write(aFile.dwHandle, strBytes, nOffset), 0);
-            if (strBytes.empty()) continue;
-            aFile.strModel.resize(std::max<std::size_t>(nSize, nOffset + strBytes.size()));
-            aFile.strModel.replace(nOffset, strBytes.size(), strBytes);
+            Overwrite(aFile.strModel, strBytes, nOffset);
         } else if (nDice < 95) {
             aRecording->FlushData(aFile.dwHandle);
             Settle();

@@ -17,6 +17,10 @@ const tagDataInfo c_info{3, 1003, 77, 4};
 class Proxy : public HostTest {
  protected:
     Proxy() { Make(Worker(), Caller(), true, true); }
+    ~Proxy() override {
+        m_pProxy = nullptr;
+        CacheFileShutdown();  // no request may outlive the script
+    }
 
     static ACmThread* Caller() { return CFileThreadManager::Instance()->GetCallerThread(); }
 

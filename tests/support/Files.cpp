@@ -53,6 +53,13 @@ CCmString Pattern(std::size_t dwLength, unsigned nStart) {
     return strBytes;
 }
 
+void Overwrite(CCmString& strFile, const CCmString& strBytes, CmUint32 dwOffset) {
+    if (strBytes.empty()) return;
+    const std::size_t nOffset = dwOffset == 0xFFFFFFFF ? strFile.size() : dwOffset;
+    strFile.resize(std::max(strFile.size(), nOffset + strBytes.size()));
+    strFile.replace(nOffset, strBytes.size(), strBytes);
+}
+
 std::string Difference(const CCmString& strGot, const CCmString& strWanted) {
     if (strGot == strWanted) return {};
     const auto aPair =

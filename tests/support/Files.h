@@ -34,6 +34,9 @@ void WriteBytes(const CCmString& strPath, const CCmString& strBytes);
 /// dwLength bytes that differ from place to place.
 CCmString Pattern(std::size_t dwLength, unsigned nStart = 0);
 
+/// What a file with these bytes holds after a write; 0xFFFFFFFF is its end.
+void Overwrite(CCmString& strFile, const CCmString& strBytes, CmUint32 dwOffset);
+
 /// Empty when the strings are equal, else where they begin to differ.
 std::string Difference(const CCmString& strGot, const CCmString& strWanted);
 
