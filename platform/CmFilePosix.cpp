@@ -17,6 +17,14 @@ CCmString NativePath(const CCmString& strPath) {
     return strNative;
 }
 
+/// Whether the path ends where the system would think so. A zero byte inside would make it name
+/// another file.
+bool IsWhole(const CCmString& strPath) {
+    if (strPath.find('\0') == CCmString::npos) return true;
+    errno = EINVAL;
+    return false;
+}
+
 /// A FIFO would block and a directory can't hold bytes: only what can be read and written like a
 /// file is let through.
 bool IsFileLike(int nFile) {
@@ -46,8 +54,8 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
 namespace CmFile {
 
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
-    const bool bCutShort = strPath.find('\0') != CCmString::npos;  // would name another file
-    if (bCutShort || (aText == Path_Utf8 && strPath.empty())) {
+    if (!IsWhole(strPath)) return nullptr;
+    if (aText == Path_Utf8 && strPath.empty()) {
         errno = EINVAL;
         return nullptr;
     }
@@ -104,26 +112,27 @@ std::int64_t Size(std::FILE* pStream) {
 
 bool Exists(const CCmString& strPath) {
     errno = 0;
-    return ::access(NativePath(strPath).c_str(), F_OK) == 0;
+    return IsWhole(strPath) && ::access(NativePath(strPath).c_str(), F_OK) == 0;
 }
 
 int MakeDirectory(const CCmString& strPath) {
     errno = 0;
-    return ::mkdir(NativePath(strPath).c_str(), 0777);
+    return IsWhole(strPath) ? ::mkdir(NativePath(strPath).c_str(), 0777) : -1;
 }
 
 int RemoveFile(const CCmString& strPath) {
     errno = 0;
-    return ::unlink(NativePath(strPath).c_str());
+    return IsWhole(strPath) ? ::unlink(NativePath(strPath).c_str()) : -1;
 }
 
 int RemoveEmptyDirectory(const CCmString& strPath) {
     errno = 0;
-    return ::rmdir(NativePath(strPath).c_str());
+    return IsWhole(strPath) ? ::rmdir(NativePath(strPath).c_str()) : -1;
 }
 
 int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
     errno = 0;
+    if (!IsWhole(strFrom) || !IsWhole(strTo)) return -1;
     return std::rename(NativePath(strFrom).c_str(), NativePath(strTo).c_str());
 }
 

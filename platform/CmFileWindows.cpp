@@ -7,6 +7,7 @@
 #include <sys/types.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <string>
@@ -15,9 +16,21 @@
 
 namespace {
 
-/// The path in the system's own characters; empty if it isn't UTF-8 or is empty itself.
+/// Large counts are handed to the runtime in parts: it takes no more than 2 GiB at a time.
+constexpr std::size_t c_nLargestPart = 0x40000000;
+
+/// Whether the path ends where the system would think so. A zero byte inside would make it name
+/// another file.
+bool IsWhole(const CCmString& strPath) {
+    if (strPath.find('\0') == CCmString::npos) return true;
+    errno = EINVAL;
+    return false;
+}
+
+/// The path in the system's own characters; empty, with errno 22, if it isn't UTF-8 or is empty.
 std::wstring WidePath(const CCmString& strPath) {
-    if (strPath.empty() || strPath.size() > INT_MAX) return {};
+    errno = EINVAL;
+    if (strPath.empty() || strPath.size() > INT_MAX || !IsWhole(strPath)) return {};
     const int nLength = static_cast<int>(strPath.size());
     const int nWide =
         ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, strPath.data(), nLength, nullptr, 0);
@@ -53,6 +66,20 @@ bool IsFileLike(int nFile) {
     return false;
 }
 
+/// Transfers dwLength bytes by as many calls of aTransfer (bytes done so far, bytes wanted) as it
+/// takes, until one falls short. Returns how many were transferred.
+template <class Transfer>
+std::size_t InParts(std::size_t dwLength, Transfer aTransfer) {
+    std::size_t dwDone = 0;
+    while (dwDone < dwLength) {
+        const std::size_t dwPart = std::min(dwLength - dwDone, c_nLargestPart);
+        const std::size_t dwGot = aTransfer(dwDone, dwPart);
+        dwDone += dwGot;
+        if (dwGot < dwPart) break;
+    }
+    return dwDone;
+}
+
 std::FILE* ToStream(int nFile, const char* lpMode) {
     if (nFile < 0) return nullptr;
     errno = 0;  // at the runtime's limit of streams _fdopen leaves it alone
@@ -77,11 +104,7 @@ std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
         (bWrite ? _O_RDWR | _O_CREAT | _O_TRUNC : _O_RDONLY) | _O_BINARY | _O_NOINHERIT;
     const int nAccess = _S_IREAD | _S_IWRITE;
     const std::wstring strWide = aText == Path_Utf8 ? WidePath(strPath) : std::wstring();
-    const bool bCutShort = strPath.find('\0') != CCmString::npos;  // would name another file
-    if (bCutShort || (aText == Path_Utf8 && strWide.empty())) {
-        errno = EINVAL;
-        return nullptr;
-    }
+    if (aText == Path_Utf8 ? strWide.empty() : !IsWhole(strPath)) return nullptr;
     errno = 0;
     const int nFile = aText == Path_Utf8 ? ::_wopen(strWide.c_str(), nFlags, nAccess)
                                          : ::_open(strPath.c_str(), nFlags, nAccess);
@@ -101,11 +124,12 @@ int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) {
     errno = 0;
     ::SetLastError(ERROR_SUCCESS);
-    const std::size_t dwWritten = std::fwrite(lpData, 1, dwLength, pStream);
+    const std::size_t dwWritten = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
+        return std::fwrite(static_cast<const char*>(lpData) + dwDone, 1, dwPart, pStream);
+    });
     if (dwWritten == dwLength) return dwWritten;
-    // A disk that fills up in the middle of a block is reported as a short count and nothing else.
-    if (errno == 0 && ::GetLastError() == ERROR_SUCCESS) errno = ENOSPC;
-    const int nReason = errno;
+    // A disk that fills up in the middle of a block gives a short count and no system error.
+    const int nReason = ::GetLastError() == ERROR_SUCCESS ? ENOSPC : errno;
     std::clearerr(pStream);
     errno = nReason;
     return dwWritten;
@@ -114,7 +138,9 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd) {
     std::clearerr(pStream);
     errno = 0;
-    const std::size_t dwRead = std::fread(lpBuffer, 1, dwLength, pStream);
+    const std::size_t dwRead = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
+        return std::fread(static_cast<char*>(lpBuffer) + dwDone, 1, dwPart, pStream);
+    });
     bEnd = std::feof(pStream) != 0;
     if (dwRead < dwLength) std::clearerr(pStream);
     return dwRead;
@@ -136,36 +162,36 @@ std::int64_t Size(std::FILE* pStream) {
 
 bool Exists(const CCmString& strPath) {
     errno = 0;
-    return ::_access(strPath.c_str(), 0) == 0;
+    return IsWhole(strPath) && ::_access(strPath.c_str(), 0) == 0;
 }
 
 int MakeDirectory(const CCmString& strPath) {
     errno = 0;
-    return ::_mkdir(strPath.c_str());
+    return IsWhole(strPath) ? ::_mkdir(strPath.c_str()) : -1;
 }
 
 int RemoveFile(const CCmString& strPath) {
     errno = 0;
-    return ::_unlink(strPath.c_str());
+    return IsWhole(strPath) ? ::_unlink(strPath.c_str()) : -1;
 }
 
 int RemoveEmptyDirectory(const CCmString& strPath) {
     errno = 0;
-    return ::_rmdir(strPath.c_str());
+    return IsWhole(strPath) ? ::_rmdir(strPath.c_str()) : -1;
 }
 
 int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
-    errno = 0;
     const std::wstring strWideFrom = WidePath(strFrom);
     const std::wstring strWideTo = WidePath(strTo);
+    if (strWideFrom.empty() || strWideTo.empty()) return -1;
     if (::MoveFileExW(strWideFrom.c_str(), strWideTo.c_str(), MOVEFILE_REPLACE_EXISTING)) return 0;
     errno = ErrnoFromSystem();
     return -1;
 }
 
 int RemoveUtf8File(const CCmString& strPath) {
-    errno = 0;
-    return ::_wunlink(WidePath(strPath).c_str());
+    const std::wstring strWide = WidePath(strPath);
+    return strWide.empty() ? -1 : ::_wunlink(strWide.c_str());
 }
 
 }  // namespace CmFile
