@@ -22,15 +22,8 @@ TestDir::~TestDir() {
     fs::remove_all(m_path, aIgnored);
 }
 
-fs::path Native(const CCmString& strPath) {
-    CCmString strNative(strPath);
-    std::replace(strNative.begin(), strNative.end(), '\\', '/');
-    return strNative;
-}
-
-CCmString LibraryForm(const fs::path& aPath) {
-    CCmString strPath(aPath.generic_string());
-    std::replace(strPath.begin(), strPath.end(), '/', '\\');
+static fs::path Native(CCmString strPath) {
+    std::replace(strPath.begin(), strPath.end(), '\\', '/');
     return strPath;
 }
 
