@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <new>
 #include <string>
 
 #include "platform/CmFile.h"
@@ -29,7 +30,7 @@ bool IsWhole(const CCmString& strPath) {
 
 /// The path in the system's own characters; empty, with errno 22, if it isn't UTF-8 or is empty.
 std::wstring WidePath(const CCmString& strPath) {
-    errno = EINVAL;
+    errno = EINVAL;  // for all that follows
     if (strPath.empty() || strPath.size() > INT_MAX || !IsWhole(strPath)) return {};
     const int nLength = static_cast<int>(strPath.size());
     const int nWide =
@@ -41,16 +42,19 @@ std::wstring WidePath(const CCmString& strPath) {
     return strWide;
 }
 
-/// Names the runtime gives to the errors of a call that doesn't set errno.
+/// An errno for the failure of a call that doesn't set one, as the runtime would.
 int ErrnoFromSystem() {
     switch (::GetLastError()) {
         case ERROR_FILE_NOT_FOUND:
         case ERROR_PATH_NOT_FOUND:
             return ENOENT;
         case ERROR_ACCESS_DENIED:
+        case ERROR_LOCK_VIOLATION:
         case ERROR_SHARING_VIOLATION:
+        case ERROR_WRITE_PROTECT:
             return EACCES;
         case ERROR_DISK_FULL:
+        case ERROR_HANDLE_DISK_FULL:
             return ENOSPC;
         default:
             return EIO;
@@ -81,7 +85,6 @@ std::size_t InParts(std::size_t dwLength, Transfer aTransfer) {
 }
 
 std::FILE* ToStream(int nFile, const char* lpMode) {
-    if (nFile < 0) return nullptr;
     errno = 0;  // at the runtime's limit of streams _fdopen leaves it alone
     std::FILE* const pStream = IsFileLike(nFile) ? ::_fdopen(nFile, lpMode) : nullptr;
     if (pStream) {
@@ -94,21 +97,47 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
     return nullptr;
 }
 
+/// Makes a call that takes a path as it is and gives -1 on failure.
+template <class Call>
+int WithPath(const CCmString& strPath, Call aCall) {
+    errno = 0;
+    return IsWhole(strPath) ? aCall(strPath.c_str()) : -1;
+}
+
+/// The same for a UTF-8 path.
+template <class Call>
+int WithWidePath(const CCmString& strPath, Call aCall) try {
+    const std::wstring strWide = WidePath(strPath);
+    if (strWide.empty()) return -1;
+    errno = 0;
+    return aCall(strWide.c_str());
+} catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return -1;
+}
+
 }  // namespace
 
 namespace CmFile {
 
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
-    const bool bWrite = aMode == Open_Write;
-    const int nFlags =
-        (bWrite ? _O_RDWR | _O_CREAT | _O_TRUNC : _O_RDONLY) | _O_BINARY | _O_NOINHERIT;
+    int nFlags = _O_BINARY | _O_NOINHERIT | (aMode == Open_Read ? _O_RDONLY : _O_RDWR | _O_CREAT);
+    if (aMode == Open_Write) nFlags |= _O_TRUNC;
+    if (aMode == Open_New) nFlags |= _O_EXCL;
     const int nAccess = _S_IREAD | _S_IWRITE;
     const std::wstring strWide = aText == Path_Utf8 ? WidePath(strPath) : std::wstring();
     if (aText == Path_Utf8 ? strWide.empty() : !IsWhole(strPath)) return nullptr;
     errno = 0;
     const int nFile = aText == Path_Utf8 ? ::_wopen(strWide.c_str(), nFlags, nAccess)
                                          : ::_open(strPath.c_str(), nFlags, nAccess);
-    return ToStream(nFile, bWrite ? "wb+" : "rb");
+    if (nFile < 0) return nullptr;
+    std::FILE* const pStream = ToStream(nFile, aMode == Open_Read ? "rb" : "wb+");
+    if (!pStream && aMode == Open_New) {
+        const int nReason = errno;
+        aText == Path_Utf8 ? ::_wunlink(strWide.c_str()) : ::_unlink(strPath.c_str());
+        errno = nReason;
+    }
+    return pStream;
 }
 
 int Close(std::FILE* pStream) {
@@ -161,37 +190,25 @@ std::int64_t Size(std::FILE* pStream) {
 }
 
 bool Exists(const CCmString& strPath) {
-    errno = 0;
-    return IsWhole(strPath) && ::_access(strPath.c_str(), 0) == 0;
+    return WithPath(strPath, [](const char* lpPath) { return ::_access(lpPath, 0); }) == 0;
 }
 
-int MakeDirectory(const CCmString& strPath) {
-    errno = 0;
-    return IsWhole(strPath) ? ::_mkdir(strPath.c_str()) : -1;
-}
+int MakeDirectory(const CCmString& strPath) { return WithPath(strPath, ::_mkdir); }
 
-int RemoveFile(const CCmString& strPath) {
-    errno = 0;
-    return IsWhole(strPath) ? ::_unlink(strPath.c_str()) : -1;
-}
+int RemoveFile(const CCmString& strPath) { return WithPath(strPath, ::_unlink); }
 
-int RemoveEmptyDirectory(const CCmString& strPath) {
-    errno = 0;
-    return IsWhole(strPath) ? ::_rmdir(strPath.c_str()) : -1;
-}
+int RemoveEmptyDirectory(const CCmString& strPath) { return WithPath(strPath, ::_rmdir); }
 
 int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
-    const std::wstring strWideFrom = WidePath(strFrom);
-    const std::wstring strWideTo = WidePath(strTo);
-    if (strWideFrom.empty() || strWideTo.empty()) return -1;
-    if (::MoveFileExW(strWideFrom.c_str(), strWideTo.c_str(), MOVEFILE_REPLACE_EXISTING)) return 0;
-    errno = ErrnoFromSystem();
-    return -1;
+    return WithWidePath(strFrom, [&](const wchar_t* lpFrom) {
+        return WithWidePath(strTo, [&](const wchar_t* lpTo) {
+            if (::MoveFileExW(lpFrom, lpTo, MOVEFILE_REPLACE_EXISTING)) return 0;
+            errno = ErrnoFromSystem();
+            return -1;
+        });
+    });
 }
 
-int RemoveUtf8File(const CCmString& strPath) {
-    const std::wstring strWide = WidePath(strPath);
-    return strWide.empty() ? -1 : ::_wunlink(strWide.c_str());
-}
+int RemoveUtf8File(const CCmString& strPath) { return WithWidePath(strPath, ::_wunlink); }
 
 }  // namespace CmFile
