@@ -1,17 +1,31 @@
 #include "tests/support/TraceLog.h"
 
-#include <regex>
+#include <algorithm>
 #include <utility>
+
+namespace {
+
+/// Puts lpBy in the place of the characters out of lpSet that follow strLabel, wherever it stands.
+void Blank(std::string& strLine, const std::string& strLabel, const char* lpSet, const char* lpBy) {
+    std::size_t n = 0;
+    while ((n = strLine.find(strLabel, n)) != std::string::npos) {
+        n += strLabel.size();
+        strLine.replace(n, std::min(strLine.find_first_not_of(lpSet, n), strLine.size()) - n, lpBy);
+    }
+}
+
+}  // namespace
 
 TraceLog::TraceLog(CmInt32 lLevel) {
     CCmT120Trace::instance()->SetSink(
         [this](CmInt32 lLineLevel, const char* lpText) {
-            static const std::regex s_address(" (this|m_hFD)=0x[0-9a-f]+");
-            static const std::regex s_line(":[0-9]+ Assert failed: ");
-            const std::string strLine = std::regex_replace(lpText, s_address, " $1=*");
+            std::string strLine = lpText;
+            Blank(strLine, " this=", "0123456789abcdefx", "*");
+            Blank(strLine, " m_hFD=", "0123456789abcdefx", "*");
+            if (strLine.find(" Assert failed: ") != std::string::npos)
+                Blank(strLine, ".cpp:", "0123456789", "#");
             std::lock_guard<std::mutex> aLock(m_mutex);
-            (lLineLevel == CCmT120Trace::Level_Error ? m_strErrors : m_strInfos) +=
-                std::regex_replace(strLine, s_line, ":# Assert failed: ") + "\n";
+            (lLineLevel == CCmT120Trace::Level_Error ? m_strErrors : m_strInfos) += strLine + "\n";
         },
         lLevel);
 }
