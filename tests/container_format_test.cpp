@@ -26,31 +26,3 @@ TEST(ContainerFormat, AnIdIsExpressedByTheSmallestNumberThatGivesIt) {
         ASSERT_EQ(aEntry.dwExtraInfo, 5U);
     }
 }
-
-TEST(ContainerFormat, EveryFieldIsReadFromItsPlace) {
-    const CCmString strBytes = Pattern(c_nConfHeader, 3);
-    const auto* const lpBytes = reinterpret_cast<const unsigned char*>(strBytes.data());
-    tagQXFFileHeader h{};
-    ASSERT_EQ(BuildQXFFileHeader(lpBytes, h), 0);
-    const CmUint32 aHeader[] = {h.wReserved0,   h.wReserved2 + 0U, h.dwReserved4, h.dwFileSize,
-                                h.dwMustBeZero, h.dwEntryCount,    h.dwIndexType};
-    tagMRFD e{};
-    ASSERT_EQ(BuildQXFEntry(lpBytes, e), 0);
-    const CmUint32 aEntry[] = {e.wTag,         e.wReserved2 + 0U, e.dwEntryID,
-                               e.dwExtraInfo,  e.dwReserved12,    e.dwDataOffset,
-                               e.dwStreamSize, e.dwNextOffset,    e.dwReserved28};
-    const auto expectFields = [&](const auto& aFields) {
-        EXPECT_EQ(aFields[0], Get16(strBytes, 0));
-        EXPECT_EQ(aFields[1], Get16(strBytes, 2));
-        for (std::size_t i = 2; i < std::size(aFields); ++i)
-            EXPECT_EQ(aFields[i], Get32(strBytes, i * 4 - 4)) << i;
-    };
-    expectFields(aHeader);
-    expectFields(aEntry);
-    tagEntryFileHeader c{};
-    ASSERT_EQ(BuildEntryFileHeader(lpBytes, c), 0);
-    EXPECT_EQ(c.dwFileVersion, Get32(strBytes, 8));
-    EXPECT_EQ(c.aReserved12[0], Get32(strBytes, 12));
-    EXPECT_EQ(c.dwCBTimeStamp, Get32(strBytes, 52));
-    EXPECT_EQ(c.aReserved56[3], Get32(strBytes, 68));
-}

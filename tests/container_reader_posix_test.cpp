@@ -78,28 +78,22 @@ TEST_P(SecondReader, AgreesAboutWhatTheScriptMadeByHand) {
 }
 
 TEST_P(SecondReader, AgreesAboutWhatTheWriterWroteAndOthersLaidOut) {
-    for (unsigned nRound = 0; nRound < 6; ++nRound) {
+    for (unsigned nRound = 0; nRound < 4; ++nRound) {
         SCOPED_TRACE(nRound);
         const std::vector<HandStream> vecStreams = RandomStreams(m_random, nRound < 2 ? 20 : 5);
         CContainerWriter aWriter;
         aWriter.SetIndexType(nRound % 2);
-        for (const HandStream& aStream : vecStreams)
-            EXPECT_EQ(
-                aWriter.AddStream(aStream.Describer(),
-                                  reinterpret_cast<const unsigned char*>(aStream.strBytes.data()),
-                                  static_cast<CmUint32>(aStream.strBytes.size())),
-                0);
+        std::string strSizes;
+        for (const HandStream& a : vecStreams) {
+            const auto* const lpData = reinterpret_cast<const unsigned char*>(a.strBytes.data());
+            const auto dwLength = static_cast<CmUint32>(a.strBytes.size());
+            EXPECT_EQ(aWriter.AddStream(a.Describer(), lpData, dwLength), 0);
+            strSizes += std::to_string(dwLength) + "\n";
+        }
         ASSERT_EQ(aWriter.Write(".\\written"), 0);
         ExpectAgreement("written");
-        // In what the writer wrote the extents are the sizes themselves.
-        std::istringstream aLines(Output(c_strScript + "written | cut -d' ' -f7"));
-        std::string strFirst;
-        std::getline(aLines, strFirst);
-        for (const HandStream& aStream : vecStreams) {
-            std::size_t nExtent = 0;
-            ASSERT_TRUE(aLines >> nExtent);
-            EXPECT_EQ(nExtent, aStream.strBytes.size()) << aStream.Describer();
-        }
+        EXPECT_EQ(Output(c_strScript + "written | tail -n +2 | cut -d' ' -f7"), strSizes)
+            << "what our writer wrote has no gaps";
         WriteBytes("odd", OddContainer(m_random, vecStreams, nRound % 2));
         ExpectAgreement("odd");
     }

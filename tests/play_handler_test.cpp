@@ -75,7 +75,6 @@ TEST_P(Play, RecordFilesRefuseWithCodesAndLines) {
                   "CPlayFileHandler::SyncReadData->Read data error4009 this=*\n");
     ExpectFile("kvr2/7/a", "there");
 
-    Settle();
     m_sink.Take();
     EXPECT_EQ(aPlayer->CloseAllRecordFiles(), 0);
     EXPECT_EQ(aPlayer.Read(aInfo, 0, 1), bAsync ? 0 : 4007);

@@ -183,4 +183,5 @@ TEST_P(Teardown, ARecorderAndTwoPlayersWorkSideBySide) {
     EXPECT_EQ(aFromContainer.Take(), strRead);
     ExpectFile("kvr2/7/r", strWritten);
     EXPECT_EQ(m_trace.TakeErrors(), "");
+    m_player.reset();
 }
