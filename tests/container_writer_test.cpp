@@ -148,11 +148,17 @@ TEST_F(Writer, APlaceThatCannotBeWrittenIsToldAndKept) {
     EXPECT_EQ(m_trace.TakeErrors(),
               "CContainerWriter::Write->Open file error=2 file=missing\\c.partial\n");
     EXPECT_FALSE(Exists("missing"));
-    for (const char* const lpDirectory : {"d", "e.partial"}) {
-        std::filesystem::create_directories(lpDirectory + std::string("/inside"));
-        EXPECT_NE(m_writer.Write(CCmString(1, *lpDirectory)), 0);
-        EXPECT_TRUE(Exists(lpDirectory + std::string("/inside")));
-    }
+    EXPECT_EQ(m_writer.Write(""), 4006);
+    std::filesystem::create_directories("d/inside");
+    EXPECT_NE(m_writer.Write(".\\d"), 0);
+    EXPECT_TRUE(Exists("d/inside"));
     EXPECT_FALSE(Exists("d.partial"));
-    EXPECT_FALSE(Exists("e"));
+    // What has the name of the unfinished file is another's, and stays.
+    std::filesystem::create_directory("c.partial");
+    WriteBytes("c.partial2", "another's");
+    EXPECT_EQ(m_writer.Write(".\\c"), 0);
+    EXPECT_EQ(Streams("c"), testing::PrintToString(std::vector<tagFileDescriber>{{8, 2, 8, 0}}));
+    EXPECT_TRUE(Exists("c.partial"));
+    ExpectFile("c.partial2", "another's");
+    EXPECT_FALSE(Exists("c.partial3"));
 }
