@@ -17,6 +17,7 @@ class EventQueue : public HostTest {
     ~EventQueue() override {
         m_pThread->Stop(nullptr);
         m_pThread->Join();
+        m_attached.reset();  // events that still wait end before what they count in
     }
 
     static CRefPtr<ICmEventQueue> HostQueue() {
