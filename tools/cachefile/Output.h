@@ -1,0 +1,75 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// What the tool writes: results to standard output, everything else to standard error.
+
+/// Adds bytes to standard output. Throws ClosedPipe when nobody reads it any more, CFailure when
+/// it can't be written. What is printed is sure to be out only after FinishOutput.
+void Print(std::string_view strText);
+void FinishOutput();
+
+/// A line to standard error, after the tool's name. Never fails.
+void Warn(const std::string& strText);
+
+enum class Style { Plain, Bold, Dim, Red, Green, Yellow, Blue, Magenta, Cyan };
+
+/// Whether standard output shows colours: a terminal that can, and no NO_COLOR.
+bool HasColours();
+
+/// The text with the codes of its style around it, or as it is without colours.
+std::string Paint(std::string_view strText, Style aStyle);
+
+/// The text in quotes where a table or a message couldn't hold it otherwise: without codes that
+/// a terminal would follow.
+std::string Printable(std::string_view strText);
+
+/// "12,345,678"
+std::string Grouped(std::uint64_t qwNumber);
+/// "11.8 MiB"
+std::string ByteSize(double dBytes);
+/// With so many decimals: "0.123"
+std::string Decimal(double dNumber, int nDecimals);
+
+/// Text in columns, as wide as what stands in them.
+class CTable {
+ public:
+    enum Alignment { Left, Right };
+    struct Column {
+        std::string strHeading;
+        Alignment aAlignment;
+    };
+    struct Cell {
+        Cell(std::string strContent, Style aContentStyle = Style::Plain)  // NOLINT: as plain text
+            : strText(std::move(strContent)), aStyle(aContentStyle) {}
+        Cell(const char* lpContent) : strText(lpContent) {}  // NOLINT: as plain text
+        std::string strText;
+        Style aStyle = Style::Plain;
+    };
+    using Row = std::vector<Cell>;
+
+    explicit CTable(std::vector<Column> vecColumns) : m_vecColumns(std::move(vecColumns)) {}
+
+    void Add(Row aRow) { m_vecRows.push_back(std::move(aRow)); }
+    void Print() const;
+
+ private:
+    void AppendRow(std::string& strTo, const Row& aRow,
+                   const std::vector<std::size_t>& vecWidths) const;
+
+    const std::vector<Column> m_vecColumns;
+    std::vector<Row> m_vecRows;
+};
+
+using Json = nlohmann::ordered_json;
+
+/// The beginning of the one document that a command writes with --json. Names of fields keep their
+/// meaning as long as the version stays; further fields may come.
+inline Json NewDocument(const std::string& strCommand) {
+    return {{"schema", "cachefile." + strCommand}, {"version", 1}};
+}
+
+void PrintDocument(const Json& aDocument);
