@@ -58,7 +58,7 @@ class CExaminer {
     void ExamineEntries();
     void ExamineEndOfWalk();
     void ExamineStream(std::size_t nIndex);
-    void ExamineData(const tagStream& aStream, const std::string& strWho);
+    void ExamineData(std::size_t nIndex);
     void ExamineStarts();
     void ExamineLength(std::size_t nIndex);
     bool HoldsLengths() const;
@@ -161,25 +161,26 @@ void CExaminer::ExamineStream(std::size_t nIndex) {
         Add(Finding::EntryHidden, aStream.qwEntryOffset,
             Who(nIndex) + " can't be reached: entry " + std::to_string(aStream.nHiddenBy) +
                 " names the same stream");
-    ExamineData(aStream, Who(nIndex));
+    ExamineData(nIndex);
 }
 
-void CExaminer::ExamineData(const tagStream& aStream, const std::string& strWho) {
+void CExaminer::ExamineData(std::size_t nIndex) {
+    const tagStream& aStream = m_recording.vecStreams[nIndex];
     const std::uint64_t qwStart = aStream.qwOffset;
     const std::uint64_t qwSize = m_recording.qwSize;
     const bool bConf = aStream.wTag == c_wConfTag;
     if (bConf && qwStart + c_dwEntryFileHeaderSize > qwSize)
         Add(Finding::ConfHeaderCutOff, qwStart,
-            strWho + ": of the " + std::to_string(c_dwEntryFileHeaderSize) +
+            Who(nIndex) + ": of the " + std::to_string(c_dwEntryFileHeaderSize) +
                 " bytes of its header " + std::to_string(qwSize > qwStart ? qwSize - qwStart : 0) +
                 " are in the file; a reader stops here");
     if (qwStart > m_qwDeclared || qwStart > qwSize)
         Add(Finding::DataPastEnd, aStream.qwEntryOffset,
-            strWho + " has its data at " + std::to_string(qwStart) + ", past the end " +
+            Who(nIndex) + " has its data at " + std::to_string(qwStart) + ", past the end " +
                 (qwStart > qwSize ? "of the file" : "that the header gives"));
     else if (aStream.qwPresent < aStream.qwExtent)
         Add(Finding::DataCutOff, qwStart,
-            strWho + " lacks " + Bytes(aStream.qwExtent - aStream.qwPresent) + " of " +
+            Who(nIndex) + " lacks " + Bytes(aStream.qwExtent - aStream.qwPresent) + " of " +
                 Grouped(aStream.qwExtent));
 }
 

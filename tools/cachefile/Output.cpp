@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr std::size_t c_nFlushAt = 65536;
+
 [[noreturn]] void OutputFailed(int nErrno) {
     if (System::IsInterrupted()) throw Interrupted();
     if (System::IsClosedPipe(nErrno)) throw ClosedPipe();
@@ -26,7 +28,7 @@ bool FindColours() {
 }
 
 /// How many columns UTF-8 text takes, near enough: its characters.
-std::size_t Width(const std::string& strText) {
+std::size_t Width(std::string_view strText) {
     return static_cast<std::size_t>(
         std::count_if(strText.begin(), strText.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
@@ -85,32 +87,54 @@ std::string Decimal(double dNumber, int nDecimals) {
     return aText;
 }
 
+CTable::CTable(std::vector<Column> vecColumns)
+    : m_vecColumns(std::move(vecColumns)), m_vecWidths(m_vecColumns.size(), 0) {
+    for (std::size_t i = 0; i < m_vecColumns.size(); ++i)
+        AddCell({m_vecColumns[i].strHeading, Style::Bold}, i);
+}
+
+void CTable::Add(Row aRow) {
+    std::size_t nColumn = 0;
+    for (const Cell& aCell : aRow) AddCell(aCell, nColumn++);
+}
+
+void CTable::AddCell(const Cell& aCell, std::size_t nColumn) {
+    m_strText += aCell.strText;
+    m_vecCells.push_back({m_strText.size(), aCell.aStyle});
+    m_vecWidths[nColumn] = std::max(m_vecWidths[nColumn], Width(aCell.strText));
+}
+
 void CTable::Print() const {
-    std::vector<std::size_t> vecWidths;
-    Row aHeadings;
-    for (const Column& aColumn : m_vecColumns) {
-        vecWidths.push_back(Width(aColumn.strHeading));
-        aHeadings.push_back({aColumn.strHeading, Style::Bold});
-    }
-    for (const Row& aRow : m_vecRows)
-        for (std::size_t i = 0; i < aRow.size(); ++i)
-            vecWidths[i] = std::max(vecWidths[i], Width(aRow[i].strText));
     std::string strLines;
-    AppendRow(strLines, aHeadings, vecWidths);
-    for (const Row& aRow : m_vecRows) AppendRow(strLines, aRow, vecWidths);
+    std::size_t nFrom = 0;
+    for (std::size_t n = 0; n < m_vecCells.size(); n += m_vecColumns.size()) {
+        nFrom = AppendRow(strLines, n, nFrom);
+        if (strLines.size() < c_nFlushAt) continue;
+        ::Print(strLines);
+        strLines.clear();
+    }
     ::Print(strLines);
 }
 
-void CTable::AppendRow(std::string& strTo, const Row& aRow,
-                       const std::vector<std::size_t>& vecWidths) const {
-    for (std::size_t i = 0; i < aRow.size(); ++i) {
-        const std::size_t nPad = vecWidths[i] - Width(aRow[i].strText);
+/// Appends the row that begins with the cell nFirst, whose text begins at nFrom. Returns where the
+/// text of the next one begins.
+std::size_t CTable::AppendRow(std::string& strTo, std::size_t nFirst, std::size_t nFrom) const {
+    for (std::size_t i = 0; i < m_vecColumns.size(); ++i) {
+        const tagPlaced& aCell = m_vecCells[nFirst + i];
+        const std::string_view strText(m_strText.data() + nFrom, aCell.nEnd - nFrom);
+        const std::size_t nPad = m_vecWidths[i] - Width(strText);
         if (i > 0) strTo += "  ";
         if (m_vecColumns[i].aAlignment == Right) strTo.append(nPad, ' ');
-        strTo += Paint(aRow[i].strText, aRow[i].aStyle);
-        if (m_vecColumns[i].aAlignment == Left && i + 1 < aRow.size()) strTo.append(nPad, ' ');
+        if (HasColours())
+            strTo += Paint(strText, aCell.aStyle);
+        else
+            strTo += strText;
+        if (m_vecColumns[i].aAlignment == Left && i + 1 < m_vecColumns.size())
+            strTo.append(nPad, ' ');
+        nFrom = aCell.nEnd;
     }
     strTo += '\n';
+    return nFrom;
 }
 
 void PrintDocument(const Json& aDocument) {

@@ -49,19 +49,27 @@ class CTable {
         std::string strText;
         Style aStyle = Style::Plain;
     };
-    using Row = std::vector<Cell>;
+    using Row = std::initializer_list<Cell>;
 
-    explicit CTable(std::vector<Column> vecColumns) : m_vecColumns(std::move(vecColumns)) {}
+    explicit CTable(std::vector<Column> vecColumns);
 
-    void Add(Row aRow) { m_vecRows.push_back(std::move(aRow)); }
+    void Add(Row aRow);
     void Print() const;
 
  private:
-    void AppendRow(std::string& strTo, const Row& aRow,
-                   const std::vector<std::size_t>& vecWidths) const;
+    /// Tables may have very many rows: all text of the cells stands in one string.
+    struct tagPlaced {
+        std::size_t nEnd;  // in the text; it begins where the one before ends
+        Style aStyle;
+    };
+
+    std::size_t AppendRow(std::string& strTo, std::size_t nFirst, std::size_t nFrom) const;
+    void AddCell(const Cell& aCell, std::size_t nColumn);
 
     const std::vector<Column> m_vecColumns;
-    std::vector<Row> m_vecRows;
+    std::vector<std::size_t> m_vecWidths;
+    std::string m_strText;
+    std::vector<tagPlaced> m_vecCells;
 };
 
 using Json = nlohmann::ordered_json;
