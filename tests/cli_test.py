@@ -379,7 +379,7 @@ class Pack(Cli):
         cases = {
             "last stream cut off": {"1_1001-2.dat": 100, "100_100-2.dat": 72, "4_7004-4.dat": 290},
             "last stream gone": {"1_1001-2.dat": 100, "100_100-2.dat": 71},
-            "one entry too many": {"1_1001-2.dat": 100},
+            "one entry too many": {"1_1001-2.dat": 10},
             "data far away": {"100_100-2.dat": 72, "4_7004-4.dat": 300},
             "data behind the given size": {"1_1001-2.dat": 80, "100_100-2.dat": 72,
                                            "4_7004-4.dat": 300},

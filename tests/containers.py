@@ -51,12 +51,12 @@ DAMAGED = {
                             [("file-too-short", 582), ("data-cut-off", 292)]),
     "last stream gone": (container(THREE, cut=301),
                          [("file-too-short", 291), ("conf-header-cut-off", 220),
-                          ("data-past-end", 88), ("data-cut-off", 220)]),
+                          ("data-cut-off", 220), ("data-past-end", 88)]),
     "index cut off": (container(THREE)[:100],
                       [("file-too-short", 100), ("entry-past-end", 88), ("data-past-end", 24),
                        ("conf-header-cut-off", 220), ("data-past-end", 56)]),
     "bytes behind": (container(THREE, more=5), [("file-too-long", 592)]),
-    "one entry too many": (container(THREE[:1], count=5), [("entry-past-end", 152)]),
+    "one entry too many": (container([(256, 1, b"a" * 10)], count=2), [("entry-past-end", 56)]),
     "data past the end": (container(THREE, entries={2: {"offset": 593}}), [("data-past-end", 88)]),
     "data far away": (container(THREE, entries={0: {"offset": 0xFFFFFFFF}}),
                       [("data-past-end", 24)]),
@@ -87,8 +87,8 @@ DAMAGED = {
                               [("entry-past-end", 0xFFFFFFF0)]),
     "entries on one another": (
         container(THREE, 1, entries={0: {"next": 40}}, count=2),
-        [("overlap", 40)]),
+        [("overlap", 40), ("unknown-tag", 40)]),
     "entry in the header": (
         container(THREE, 1, entries={0: {"next": 0}}, count=2),
-        [("overlap", 0)]),
+        [("overlap", 0), ("overlap", 24), ("unknown-tag", 0)]),
 }

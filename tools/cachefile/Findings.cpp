@@ -28,6 +28,15 @@ std::string Bytes(std::uint64_t qwCount) {
     return Grouped(qwCount) + (qwCount == 1 ? " byte" : " bytes");
 }
 
+/// Offsets with the index of the stream that they belong to.
+using Places = std::vector<std::pair<std::uint64_t, std::size_t>>;
+
+/// Most indexes are in order already.
+void Sort(Places& vecPlaces) {
+    if (!std::is_sorted(vecPlaces.begin(), vecPlaces.end()))
+        std::sort(vecPlaces.begin(), vecPlaces.end());
+}
+
 class CExaminer {
  public:
     explicit CExaminer(const tagRecording& aRecording)
@@ -107,7 +116,7 @@ void CExaminer::ExamineSize() {
 
 /// Entries of a chain may lie anywhere, on one another too.
 void CExaminer::ExamineEntries() {
-    std::vector<std::pair<std::uint64_t, std::size_t>> vecPlaces;
+    Places vecPlaces;
     for (std::size_t i = 0; i < m_recording.vecStreams.size(); ++i) {
         const std::uint64_t qwOffset = m_recording.vecStreams[i].qwEntryOffset;
         vecPlaces.push_back({qwOffset, i});
@@ -117,7 +126,7 @@ void CExaminer::ExamineEntries() {
             Add(Finding::EntryPastSize, qwOffset,
                 Who(i) + " reaches past the " + Bytes(m_qwDeclared) + " that the header gives");
     }
-    std::sort(vecPlaces.begin(), vecPlaces.end());
+    Sort(vecPlaces);
     for (std::size_t i = 1; i < vecPlaces.size(); ++i)
         if (vecPlaces[i].first < vecPlaces[i - 1].first + c_dwEntrySize)
             Add(Finding::Overlap, vecPlaces[i].first,
@@ -199,13 +208,13 @@ bool CExaminer::HoldsLengths() const {
 
 /// Looks for streams that begin inside of something else.
 void CExaminer::ExamineStarts() {
-    std::vector<std::pair<std::uint64_t, std::size_t>> vecStarts, vecEntries;
+    Places vecStarts, vecEntries;
     for (std::size_t i = 0; i < m_recording.vecStreams.size(); ++i) {
         vecStarts.push_back({m_recording.vecStreams[i].qwOffset, i});
         vecEntries.push_back({m_recording.vecStreams[i].qwEntryOffset, i});
     }
-    std::sort(vecStarts.begin(), vecStarts.end());
-    std::sort(vecEntries.begin(), vecEntries.end());
+    Sort(vecStarts);
+    Sort(vecEntries);
     const bool bLengths = HoldsLengths();
     for (std::size_t i = 0; i < vecStarts.size(); ++i) {
         const auto [qwStart, nIndex] = vecStarts[i];
@@ -215,21 +224,23 @@ void CExaminer::ExamineStarts() {
                                               std::pair(qwStart, m_recording.vecStreams.size()));
         const bool bInEntry =
             itAbove != vecEntries.begin() && qwStart < std::prev(itAbove)->first + c_dwEntrySize;
-        if (qwStart < c_dwFileHeaderSize || bInEntry)
+        const bool bInside = qwStart < c_dwFileHeaderSize || bInEntry;
+        if (bInside)
             Add(Finding::Overlap, qwStart,
                 Who(nIndex) + " has its data in the " + (bInEntry ? "index" : "header"));
         if (i > 0 && vecStarts[i - 1].first == qwStart && aStream.qwPresent > 0)
             Add(Finding::Overlap, qwStart,
                 Who(nIndex) + " has the same bytes as " + Who(vecStarts[i - 1].second));
-        if (bLengths) ExamineLength(nIndex);
+        if (bLengths && !bInside) ExamineLength(nIndex);
     }
 }
 
 void CExaminer::ExamineLength(std::size_t nIndex) {
     const tagStream& aStream = m_recording.vecStreams[nIndex];
     const CmUint32 dwLength = m_index.GetEntry(nIndex).aEntry.dwStreamSize;
-    if (dwLength <= aStream.qwExtent) return;
-    Add(Finding::Overlap, aStream.qwOffset + aStream.qwExtent,
+    const std::uint64_t qwEnd = aStream.qwOffset + aStream.qwExtent;
+    if (dwLength <= aStream.qwExtent || qwEnd == m_qwDeclared) return;
+    Add(Finding::Overlap, qwEnd,
         Who(nIndex) + " is noted with " + Bytes(dwLength) + ", but something else begins after " +
             Grouped(aStream.qwExtent));
 }

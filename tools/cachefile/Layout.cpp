@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <tuple>
 
-#include "core/DescriberTable.h"
 #include "platform/CmResult.h"
-#include "tools/cachefile/Streams.h"
 
 namespace {
 
@@ -24,12 +22,6 @@ std::vector<std::uint64_t> FindBoundaries(const CContainerIndex& aIndex) {
     return vecBoundaries;
 }
 
-/// A stream with the number of its entry, for the lookup that a reader would do.
-struct tagNumbered {
-    tagFileDescriber aDescriber;
-    std::size_t nNumber;
-};
-
 tagStream ReadEntry(const tagIndexEntry& aFound) {
     tagStream aStream;
     aStream.bKnown = TagToFileDescriber(aFound.aEntry, aStream.aDescriber) == CACHE_OK;
@@ -38,6 +30,29 @@ tagStream ReadEntry(const tagIndexEntry& aFound) {
     aStream.qwEntryOffset = aFound.dwOffset;
     aStream.qwOffset = aFound.aEntry.dwDataOffset;
     return aStream;
+}
+
+/// Of several entries with the same type, id and kind the first one is meant; a kind in a container
+/// is a single bit.
+void FindHidden(std::vector<tagStream>& vecStreams) {
+    std::vector<const tagStream*> vecOrder;
+    vecOrder.reserve(vecStreams.size());
+    for (const tagStream& aStream : vecStreams)
+        if (aStream.bKnown) vecOrder.push_back(&aStream);
+    const auto aKey = [](const tagStream* p) {
+        const tagFileDescriber& a = p->aDescriber;
+        return std::tuple(a.wDataType, a.dwFileID, a.byFileType);
+    };
+    std::sort(vecOrder.begin(), vecOrder.end(), [&](const tagStream* a, const tagStream* b) {
+        return std::tuple(aKey(a), a) < std::tuple(aKey(b), b);
+    });
+    std::size_t nFirst = 0;
+    for (std::size_t i = 1; i < vecOrder.size(); ++i)
+        if (aKey(vecOrder[i]) == aKey(vecOrder[nFirst]))
+            vecStreams[static_cast<std::size_t>(vecOrder[i] - vecStreams.data())].nHiddenBy =
+                static_cast<std::size_t>(vecOrder[nFirst] - vecStreams.data()) + 1;
+        else
+            nFirst = i;
 }
 
 /// Collects regions in the order of their beginnings.
@@ -73,7 +88,6 @@ class CSweep {
 
 std::vector<tagStream> LayOutStreams(const CContainerIndex& aIndex) {
     const std::vector<std::uint64_t> vecBoundaries = FindBoundaries(aIndex);
-    CDescriberTable<tagNumbered> aTable;
     std::vector<tagStream> vecStreams;
     vecStreams.reserve(aIndex.GetEntryCount());
     for (std::size_t i = 0; i < aIndex.GetEntryCount(); ++i) {
@@ -84,15 +98,9 @@ std::vector<tagStream> LayOutStreams(const CContainerIndex& aIndex) {
         const std::uint64_t qwThere =
             aIndex.GetFileSize() > aStream.qwOffset ? aIndex.GetFileSize() - aStream.qwOffset : 0;
         aStream.qwPresent = std::min(aStream.qwExtent, qwThere);
-        if (aStream.bKnown) {
-            const tagNumbered* const pEarlier = aTable.Find(RequestFor(aStream.aDescriber));
-            if (pEarlier)
-                aStream.nHiddenBy = pEarlier->nNumber;
-            else
-                aTable.Add({aStream.aDescriber, i + 1});
-        }
         vecStreams.push_back(aStream);
     }
+    FindHidden(vecStreams);
     return vecStreams;
 }
 

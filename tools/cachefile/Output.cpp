@@ -100,8 +100,8 @@ void CTable::Add(Row aRow) {
 
 void CTable::AddCell(const Cell& aCell, std::size_t nColumn) {
     m_strText += aCell.strText;
-    m_vecCells.push_back({m_strText.size(), aCell.aStyle});
-    m_vecWidths[nColumn] = std::max(m_vecWidths[nColumn], Width(aCell.strText));
+    m_vecCells.push_back({m_strText.size(), Width(aCell.strText), aCell.aStyle});
+    m_vecWidths[nColumn] = std::max(m_vecWidths[nColumn], m_vecCells.back().nWidth);
 }
 
 void CTable::Print() const {
@@ -122,7 +122,7 @@ std::size_t CTable::AppendRow(std::string& strTo, std::size_t nFirst, std::size_
     for (std::size_t i = 0; i < m_vecColumns.size(); ++i) {
         const tagPlaced& aCell = m_vecCells[nFirst + i];
         const std::string_view strText(m_strText.data() + nFrom, aCell.nEnd - nFrom);
-        const std::size_t nPad = m_vecWidths[i] - Width(strText);
+        const std::size_t nPad = m_vecWidths[i] - aCell.nWidth;
         if (i > 0) strTo += "  ";
         if (m_vecColumns[i].aAlignment == Right) strTo.append(nPad, ' ');
         if (HasColours())

@@ -42,11 +42,13 @@ class CTable {
         std::string strHeading;
         Alignment aAlignment;
     };
+    /// A cell is only looked at while its row is added.
     struct Cell {
-        Cell(std::string strContent, Style aContentStyle = Style::Plain)  // NOLINT: as plain text
-            : strText(std::move(strContent)), aStyle(aContentStyle) {}
-        Cell(const char* lpContent) : strText(lpContent) {}  // NOLINT: as plain text
-        std::string strText;
+        Cell(std::string_view strContent, Style aContentStyle = Style::Plain)
+            : strText(strContent), aStyle(aContentStyle) {}
+        Cell(const std::string& strContent) : strText(strContent) {}  // NOLINT: as plain text
+        Cell(const char* lpContent) : strText(lpContent) {}           // NOLINT: as plain text
+        std::string_view strText;
         Style aStyle = Style::Plain;
     };
     using Row = std::initializer_list<Cell>;
@@ -59,7 +61,8 @@ class CTable {
  private:
     /// Tables may have very many rows: all text of the cells stands in one string.
     struct tagPlaced {
-        std::size_t nEnd;  // in the text; it begins where the one before ends
+        std::size_t nEnd;    // in the text; it begins where the one before ends
+        std::size_t nWidth;  // columns
         Style aStyle;
     };
 

@@ -10,7 +10,7 @@ std::string Hex(std::uint16_t wTag) {
     return aText;
 }
 
-CTable::Cell State(const tagStream& aStream) {
+std::pair<std::string, Style> State(const tagStream& aStream) {
     if (!aStream.bKnown) return {"unknown tag", Style::Yellow};
     if (aStream.nHiddenBy != 0)
         return {"hidden by " + std::to_string(aStream.nHiddenBy), Style::Yellow};
@@ -48,13 +48,17 @@ void PrintStreams(const tagRecording& aRecording) {
                    {bContainer ? "EXTENT (derived)" : "BYTES", CTable::Right},
                    {"STATE", CTable::Left}});
     std::size_t nNumber = 0;
-    for (const tagStream& aStream : aRecording.vecStreams)
-        aTable.Add({std::to_string(++nNumber), aStream.Name(),
+    for (const tagStream& aStream : aRecording.vecStreams) {
+        const auto [strState, aStyle] = State(aStream);
+        aTable.Add({std::to_string(++nNumber),
+                    aStream.Name(),
                     aStream.wTag ? std::to_string(*aStream.wTag) : "-",
                     aStream.wTag ? Hex(*aStream.wTag) : "-",
                     bContainer ? std::to_string(aStream.dwExtraInfo) : "-",
                     bContainer ? std::to_string(aStream.qwOffset) : "-",
-                    std::to_string(aStream.qwExtent), State(aStream)});
+                    std::to_string(aStream.qwExtent),
+                    {strState, aStyle}});
+    }
     aTable.Print();
 }
 

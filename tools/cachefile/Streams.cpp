@@ -32,9 +32,10 @@ std::optional<tagFileDescriber> Parse(std::string_view strText, std::string_view
 
 std::string Join(const tagFileDescriber& aDescriber, const char* lpBehindType,
                  const char* lpBehindID, const char* lpBehindKind) {
-    return std::to_string(aDescriber.wDataType) + lpBehindType +
-           std::to_string(aDescriber.dwFileID) + lpBehindID +
-           std::to_string(aDescriber.byFileType) + lpBehindKind;
+    std::string strName = std::to_string(aDescriber.wDataType);
+    strName.append(lpBehindType).append(std::to_string(aDescriber.dwFileID));
+    strName.append(lpBehindID).append(std::to_string(aDescriber.byFileType));
+    return strName.append(lpBehindKind);
 }
 
 }  // namespace
