@@ -6,7 +6,8 @@
 #include "platform/CmEvent.h"
 
 /// The events of the proxy. Requests run on the R/W thread and hold the proxy; results run on the
-/// caller thread and hold the receiving handler. Each keeps its own copy of what it was given.
+/// caller thread and hold the receiving handler. Each keeps its own copy of what it was given,
+/// except for CSyncReadEvent, whose caller waits.
 
 /// Opens (bOpen non-zero) or closes the file.
 class COpenCloseEvent final : public ICmEvent {

@@ -168,7 +168,14 @@ CmInt32 CFileThreadProxy::WriteData_i(const CCmString& strData, CmUint32 dwOffse
 CmInt32 CFileThreadProxy::SyncRead_i(unsigned char* lpBuffer, CmUint32 dwOffset,
                                      CmUint32& dwLength) {
     if (const CmInt32 lOpenResult = OpenResult()) return lOpenResult;
+    return ReadInner(lpBuffer, dwOffset, dwLength);
+}
+
+CmInt32 CFileThreadProxy::ReadInner(unsigned char* lpBuffer, CmUint32 dwOffset,
+                                    CmUint32& dwLength) try {
     return m_pFileOp->ReadData(lpBuffer, dwOffset, dwLength);
+} catch (const std::bad_alloc&) {
+    return CACHE_ERR_OUT_OF_MEMORY;
 }
 
 CmInt32 CFileThreadProxy::ReadData_i(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,
@@ -182,7 +189,7 @@ CmInt32 CFileThreadProxy::ReadData_i(const tagDataInfo& aDataInfo, unsigned char
     CmUint32 dwRead = 0;
     if (IsUsable()) {
         dwRead = dwLength;
-        lResult = m_pFileOp->ReadData(lpBuffer, dwOffset, dwRead);
+        lResult = ReadInner(lpBuffer, dwOffset, dwRead);
         if (lResult != CACHE_OK) {
             CM_TRACE_ERROR("CFileThreadProxy::ReadData_i->read data error, ret="
                            << lResult << " dwOffset=" << dwOffset << " dwLength=" << dwLength

@@ -13,14 +13,16 @@
 /// Owned by the link above it and by every request still queued, so dropping it cancels nothing.
 /// It holds a reference on the receiving handler. The operations of IFileOperation are called on
 /// the caller's side; those with a name in _i run on the R/W thread, one at a time and in the
-/// order of their requests. What both sides touch is m_lOpenResult, an atomic. A call returns what
-/// came of queuing; the outcome follows as a callback: of an open always, of a close or write on
-/// failure, of a read as its data, and a status after that if it failed.
+/// order of their requests (SyncRead_i also on the caller's side once that thread has ended). What
+/// both sides touch is m_lOpenResult, an atomic. A call returns what came of queuing; the outcome
+/// follows as a callback: of an open always, of a close or write on failure, of a read as its data,
+/// and a status after that if it failed.
 class CFileThreadProxy final : public IFileOperation {
  public:
-    /// The two threads live for ever; pActualFile is the link below. With one of the four missing
-    /// every operation is refused with CACHE_ERR_INVALID_STATE (a synchronous read, which needs no
-    /// thread, with CACHE_ERR_INVALID_ARG and only without a file).
+    /// The two threads live for ever; pActualFile is the link below. One of the four missing is an
+    /// assertion; the object is built all the same. Without a thread everything but a synchronous
+    /// read is refused with CACHE_ERR_INVALID_STATE; without a file operations fail with it on the
+    /// R/W thread; without a receiver nothing is reported.
     CFileThreadProxy(ACmThread* pRWThread, ACmThread* pCallerThread, IFileOperation* pActualFile,
                      IFileOpStatus* pReceive, CCacheFileManager::LinkType aLinkType);
     ~CFileThreadProxy() override;
@@ -50,6 +52,7 @@ class CFileThreadProxy final : public IFileOperation {
     CmInt32 WriteData_i(const CCmString& strData, CmUint32 dwOffset);
     CmInt32 ReadData_i(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
                        CmUint32 dwLength);
+    CmInt32 ReadInner(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength);
     CmInt32 SyncRead_i(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength);
     void PostFileStatus(CCacheFileManager::LinkType aLinkType, CCacheFileManager::OpType aOpType,
                         CmInt32 lResult);

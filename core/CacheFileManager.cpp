@@ -55,7 +55,7 @@ void CCacheFileManager::DeleteTempDir(const CCmString& strPath) {
 }
 
 void CCacheFileManager::DeleteAllTemp(const std::vector<CCmString>& vecPaths) {
-    for (const CCmString& strPath : vecPaths) CmFile::RemoveFile(strPath);
+    for (const CCmString& strPath : vecPaths) DeleteTempFile(strPath);
 }
 
 CmUint32 CCacheFileManager::GetFileIDMagicNumber() const { return 1000; }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <exception>
 #include <new>
 #include <vector>
 
@@ -39,12 +40,12 @@ struct CloseStream {
 };
 using StreamPtr = std::unique_ptr<std::FILE, CloseStream>;
 
-/// A file that gets its name when it is complete. Until then its bytes lie under a name with
-/// ".partial" behind it; what is not finished is removed.
+/// A file that gets its name when it is complete. Until then its bytes lie in a file of its own
+/// beside it, under the first free name of the form "NAME.partial", "NAME.partial2" and so on; what
+/// is not finished is removed.
 class CPartialFile {
  public:
-    explicit CPartialFile(const CCmString& strPath)
-        : m_strPath(strPath), m_strPartial(strPath + ".partial") {
+    explicit CPartialFile(const CCmString& strPath) : m_strPath(strPath) {
         m_vecBlock.reserve(c_nBlockSize);
     }
     ~CPartialFile() {
@@ -56,8 +57,12 @@ class CPartialFile {
     CPartialFile& operator=(const CPartialFile&) = delete;
 
     CmInt32 Open() {
-        m_pStream.reset(CmFile::Open(m_strPartial, CmFile::Open_Write, CmFile::Path_Utf8));
-        if (!m_pStream) return SystemFailure("Open file", m_strPartial, FileAction::OpenForWriting);
+        m_strPartial = m_strPath + ".partial";
+        for (int nTry = 2; !TryOpen(); ++nTry) {
+            if (errno != EEXIST || nTry > c_nMostPartials)
+                return SystemFailure("Open file", m_strPartial, FileAction::OpenForWriting);
+            m_strPartial = m_strPath + ".partial" + std::to_string(nTry);
+        }
         m_bCreated = true;
         return CACHE_OK;
     }
@@ -88,6 +93,13 @@ class CPartialFile {
     }
 
  private:
+    static constexpr int c_nMostPartials = 1000;
+
+    bool TryOpen() {
+        m_pStream.reset(CmFile::Open(m_strPartial, CmFile::Open_New, CmFile::Path_Utf8));
+        return m_pStream != nullptr;
+    }
+
     CmInt32 Drain() {
         const std::size_t nLength = m_vecBlock.size();
         const bool bGood = CmFile::Write(m_pStream.get(), m_vecBlock.data(), nLength) == nLength;
@@ -97,7 +109,7 @@ class CPartialFile {
     }
 
     const CCmString m_strPath;
-    const CCmString m_strPartial;
+    CCmString m_strPartial;
     StreamPtr m_pStream;
     bool m_bCreated = false;  // the partial file is there and is ours
     std::vector<unsigned char> m_vecBlock;
@@ -161,7 +173,7 @@ struct tagPlace {
 }  // namespace
 
 /// The streams added so far, and how they are written. Its operations throw std::bad_alloc.
-class CContainerWriter::CImpl {
+class CContainerWriter::Impl {
  public:
     CmInt32 Add(tagStream aStream);
     CmInt32 Write(const CCmString& strPath);
@@ -181,7 +193,7 @@ class CContainerWriter::CImpl {
     CDescriberTable<tagStream> m_streams;
 };
 
-CmInt32 CContainerWriter::CImpl::Add(tagStream aStream) {
+CmInt32 CContainerWriter::Impl::Add(tagStream aStream) {
     const tagFileDescriber& aDescriber = aStream.aDescriber;
     const tagDataInfo aWanted{aDescriber.wDataType, aDescriber.dwFileID, 0, aDescriber.byFileType};
     const bool bShortConf = aStream.IsConf() && aStream.strPath.empty() &&
@@ -203,8 +215,12 @@ CmInt32 CContainerWriter::CImpl::Add(tagStream aStream) {
 
 /// If there is a file header to be written and no conf stream to hold it, one is lent for the time
 /// of writing.
-CmInt32 CContainerWriter::CImpl::Write(const CCmString& strPath) {
+CmInt32 CContainerWriter::Impl::Write(const CCmString& strPath) {
     if (!m_bFileHeader || m_streams.Find({100, 100, 0, 2})) return WriteAll(strPath);
+    if (m_streams.Size() >= c_dwMaxKnownEntries) {
+        CM_TRACE_ERROR("CContainerWriter::Write->Too many streams for a conf stream");
+        return CACHE_ERR_OUT_OF_MEMORY;
+    }
     tagStream aConf{{100, 2, 100, 0}, {}, CCmString(c_dwEntryFileHeaderSize, '\0'), {}};
     aConf.aEntry.wTag = c_wConfTag;
     m_streams.Add(std::move(aConf));
@@ -217,8 +233,8 @@ CmInt32 CContainerWriter::CImpl::Write(const CCmString& strPath) {
 
 /// Gives every stream its place behind the index: those with bytes in order and without gaps, the
 /// empty ones at the end.
-CmInt32 CContainerWriter::CImpl::LayOut(std::vector<tagPlace>& vecPlaces,
-                                        CmUint32& dwFileSize) const {
+CmInt32 CContainerWriter::Impl::LayOut(std::vector<tagPlace>& vecPlaces,
+                                       CmUint32& dwFileSize) const {
     std::uint64_t qwEnd = c_dwFileHeaderSize + std::uint64_t{c_dwEntrySize} * m_streams.Size();
     vecPlaces.reserve(m_streams.Size());
     for (const tagStream& aStream : m_streams) {
@@ -243,10 +259,14 @@ CmInt32 CContainerWriter::CImpl::LayOut(std::vector<tagPlace>& vecPlaces,
     return CACHE_OK;
 }
 
-CmInt32 CContainerWriter::CImpl::WriteAll(const CCmString& strPath) const {
+CmInt32 CContainerWriter::Impl::WriteAll(const CCmString& strPath) const {
     if (m_streams.Size() == 0) {
         CM_TRACE_ERROR("CContainerWriter::Write->No stream");
         return CACHE_ERR_INVALID_STATE;
+    }
+    if (strPath.empty()) {
+        CM_TRACE_ERROR("CContainerWriter::Write->No path");
+        return CACHE_ERR_FAILED;
     }
     std::vector<tagPlace> vecPlaces;
     CmUint32 dwFileSize = 0;
@@ -261,7 +281,7 @@ CmInt32 CContainerWriter::CImpl::WriteAll(const CCmString& strPath) const {
     return lResult == CACHE_OK ? aFile.Finish() : lResult;
 }
 
-CmInt32 CContainerWriter::CImpl::WriteFileHeader(CPartialFile& aFile, CmUint32 dwFileSize) const {
+CmInt32 CContainerWriter::Impl::WriteFileHeader(CPartialFile& aFile, CmUint32 dwFileSize) const {
     unsigned char aBytes[c_dwFileHeaderSize] = {};
     Put32(aBytes + 8, dwFileSize);
     Put32(aBytes + 16, static_cast<CmUint32>(m_streams.Size()));
@@ -269,8 +289,8 @@ CmInt32 CContainerWriter::CImpl::WriteFileHeader(CPartialFile& aFile, CmUint32 d
     return aFile.Put(aBytes, sizeof aBytes);
 }
 
-CmInt32 CContainerWriter::CImpl::WriteEntry(CPartialFile& aFile, std::size_t nIndex,
-                                            const tagPlace& aPlace) const {
+CmInt32 CContainerWriter::Impl::WriteEntry(CPartialFile& aFile, std::size_t nIndex,
+                                           const tagPlace& aPlace) const {
     const tagMRFD& aEntry = m_streams[nIndex].aEntry;
     const bool bNext = m_dwIndexType == Index_Chained && nIndex + 1 < m_streams.Size();
     const std::size_t nNext = c_dwFileHeaderSize + c_dwEntrySize * (nIndex + 1);
@@ -284,8 +304,8 @@ CmInt32 CContainerWriter::CImpl::WriteEntry(CPartialFile& aFile, std::size_t nIn
     return aFile.Put(aBytes, sizeof aBytes);
 }
 
-CmInt32 CContainerWriter::CImpl::WriteData(CPartialFile& aFile, const tagStream& aStream,
-                                           CmUint32 dwSize) const {
+CmInt32 CContainerWriter::Impl::WriteData(CPartialFile& aFile, const tagStream& aStream,
+                                          CmUint32 dwSize) const {
     CSource aSource(aStream);
     CmInt32 lResult = aSource.Open();
     std::vector<unsigned char> vecBlock(std::min<std::size_t>(dwSize + 1, c_nBlockSize));
@@ -306,7 +326,7 @@ CmInt32 CContainerWriter::CImpl::WriteData(CPartialFile& aFile, const tagStream&
     return lResult;
 }
 
-CContainerWriter::CContainerWriter() : m_pImpl(new (std::nothrow) CImpl) {}
+CContainerWriter::CContainerWriter() : m_pImpl(new (std::nothrow) Impl) {}
 
 CContainerWriter::~CContainerWriter() = default;
 
@@ -341,7 +361,8 @@ CmInt32 CContainerWriter::Add(const tagMRFD& aEntry, const unsigned char* lpData
     else if (lpData)
         aStream.strBytes.assign(reinterpret_cast<const char*>(lpData), dwLength);
     return m_pImpl->Add(std::move(aStream));
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {  // no memory, or more than a string can hold
+    CM_TRACE_ERROR("CContainerWriter::AddStream->Low memory");
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 
@@ -380,5 +401,6 @@ CmInt32 CContainerWriter::AddTagStreamFile(std::uint16_t wTag, CmUint32 dwEntryI
 CmInt32 CContainerWriter::Write(const CCmString& strPath) try {
     return m_pImpl ? m_pImpl->Write(strPath) : CmInt32{CACHE_ERR_OUT_OF_MEMORY};
 } catch (const std::bad_alloc&) {
+    CM_TRACE_ERROR("CContainerWriter::Write->Low memory");
     return CACHE_ERR_OUT_OF_MEMORY;
 }

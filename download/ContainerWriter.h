@@ -50,20 +50,22 @@ class CACHEFILE_API CContainerWriter {
                              const CCmString& strPath);
 
     /// Writes the container to strPath (UTF-8, in the library's form; its directory has to exist)
-    /// in place of what has that name. The bytes first go to strPath with ".partial" behind it,
-    /// which gets the name when all of them have reached the disk and is removed on failure.
+    /// in place of what has that name. The bytes first go to a new file beside it, strPath with
+    /// ".partial" (or ".partial2" and so on, if that is taken) behind it, which gets the name when
+    /// all of them have reached the disk and is removed on failure.
     /// 4009: it would be larger than 4 GiB - 1, or a conf file is shorter than 72 bytes. 4010: no
     /// stream. 4001, 4003, 4004, 4006, 4012: a file could not be read or written, or a source
-    /// changed its size meanwhile. 4011: no memory.
+    /// changed its size meanwhile; an empty path. 4011: no memory, or no room left for the conf
+    /// stream that SetFileHeader asks for.
     CmInt32 Write(const CCmString& strPath);
 
  private:
-    class CImpl;
+    class Impl;
 
     CmInt32 AddDescribed(const tagFileDescriber& aDescriber, const unsigned char* lpData,
                          CmUint32 dwLength, const CCmString* pPath);
     CmInt32 Add(const tagMRFD& aEntry, const unsigned char* lpData, CmUint32 dwLength,
                 const CCmString* pPath);
 
-    const std::unique_ptr<CImpl> m_pImpl;  // null without memory: everything answers 4011
+    const std::unique_ptr<Impl> m_pImpl;  // null without memory: everything answers 4011
 };

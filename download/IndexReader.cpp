@@ -12,9 +12,9 @@ CmInt32 CIndexReader::ReadEntry(std::uint64_t qwOffset, unsigned char* lpEntry,
     if (qwOffset > 0xFFFFFFFF) return CACHE_OK;
     const CmUint32 dwOffset = static_cast<CmUint32>(qwOffset);
     dwLength = c_dwEntrySize;
-    const bool bFollows = dwOffset == m_dwExpected;
+    m_nFollowed = dwOffset == m_dwExpected ? m_nFollowed + 1 : 0;
     m_dwExpected = dwOffset + c_dwEntrySize;
-    if (!IsInBlock(dwOffset) && !(bFollows && LoadBlock(dwOffset)))
+    if (!IsInBlock(dwOffset) && !(m_nFollowed >= c_nFollowedForBlock && LoadBlock(dwOffset)))
         return m_file.ReadData(lpEntry, dwOffset, dwLength);
     std::memcpy(lpEntry, m_pBlock.get() + (dwOffset - m_dwBlockOffset), c_dwEntrySize);
     return CACHE_OK;
@@ -24,7 +24,10 @@ bool CIndexReader::LoadBlock(CmUint32 dwOffset) {
     if (!m_pBlock) return false;
     m_dwBlockOffset = dwOffset;
     m_dwBlockLength = c_dwBlockSize;
-    if (m_file.ReadData(m_pBlock.get(), dwOffset, m_dwBlockLength) != CACHE_OK) m_dwBlockLength = 0;
+    if (m_file.ReadData(m_pBlock.get(), dwOffset, m_dwBlockLength) != CACHE_OK) {
+        m_dwBlockLength = 0;
+        m_pBlock.reset();  // no more of them: a bad place ahead is not to be told again and again
+    }
     return IsInBlock(dwOffset);
 }
 

@@ -20,6 +20,9 @@ class CIndexReader {
 
  private:
     static constexpr CmUint32 c_dwBlockSize = 32768;
+    /// A block is read once so many entries have followed one another: a chain that jumps about
+    /// can't make the file be read many times over.
+    static constexpr CmUint32 c_nFollowedForBlock = 8;
 
     bool IsInBlock(CmUint32 dwOffset) const {
         return dwOffset >= m_dwBlockOffset && std::uint64_t{dwOffset} + c_dwEntrySize <=
@@ -28,8 +31,9 @@ class CIndexReader {
     bool LoadBlock(CmUint32 dwOffset);
 
     IFileOperation& m_file;
-    const std::unique_ptr<unsigned char[]> m_pBlock;  // null without memory: single reads then
-    CmUint32 m_dwExpected = c_dwFileHeaderSize;       // where an entry would follow the one before
+    std::unique_ptr<unsigned char[]> m_pBlock;   // null: single reads only
+    CmUint32 m_nFollowed = 0;                    // entries in a row that did
+    CmUint32 m_dwExpected = c_dwFileHeaderSize;  // where an entry would follow the one before
     CmUint32 m_dwBlockOffset = 0;
     CmUint32 m_dwBlockLength = 0;
 };

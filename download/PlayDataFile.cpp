@@ -125,7 +125,9 @@ CmInt32 CDownloadFileHandler::SkipLaps(tagWalk& aWalk) {
         aWalk.dwLeft = 0;
         return CACHE_OK;
     }
-    for (; aWalk.dwLeft >= aWalk.aWatch.GetLapLength();
+    // The lap that reaches the budget is walked, so that it ends where single steps would end.
+    for (; aWalk.dwLeft >= aWalk.aWatch.GetLapLength() &&
+           m_vecMRFD.Size() + (nEnd - nBegin) <= c_dwMaxKnownEntries;
          aWalk.dwLeft -= aWalk.aWatch.GetLapLength()) {
         for (std::size_t nIndex = nBegin; nIndex < nEnd; ++nIndex) {
             const tagMRFDInfo aInfo = m_vecMRFD[nIndex];
@@ -172,18 +174,17 @@ CmInt32 CDownloadFileHandler::AddKnown(tagWalk& aWalk, const tagMRFDInfo& aInfo)
                        << m_FileHeader.dwEntryCount << " this=" << this);
         return CACHE_ERR_OUT_OF_MEMORY;
     }
+    const std::size_t nBefore = aWalk.vecFileDescriber.size();
     try {
         aWalk.vecFileDescriber.push_back(aInfo.aDescriber);
-    } catch (const std::bad_alloc&) {
-        return CACHE_ERR_OUT_OF_MEMORY;
-    }
-    try {
         m_vecMRFD.Add(aInfo);
+        return CACHE_OK;
     } catch (const std::bad_alloc&) {
-        aWalk.vecFileDescriber.pop_back();
+        aWalk.vecFileDescriber.resize(nBefore);
+        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Low memory to keep an entry"
+                       << " this=" << this);
         return CACHE_ERR_OUT_OF_MEMORY;
     }
-    return CACHE_OK;
 }
 
 CmInt32 CDownloadFileHandler::ReadConfHeader(CmUint32 dwDataOffset) {

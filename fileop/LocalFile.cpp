@@ -17,6 +17,7 @@ CLocalFile::CLocalFile(int bIsDownloadFile) : m_bIsDownloadFile(bIsDownloadFile)
 CLocalFile::~CLocalFile() { CLocalFile::Close(); }
 
 CmInt32 CLocalFile::Open(const CCmString& strPath, int bWrite) try {
+    Close();  // nothing, unless somebody opens twice
     m_bWrite = bWrite;
     m_strFilePath = strPath;
     if (m_bWrite) {

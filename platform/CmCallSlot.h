@@ -1,82 +1,108 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 /// Holds one callable that a host installs and that any thread calls.
 ///
 /// The callable runs without a lock, on several threads at once if they call at once. Replacing it
-/// waits for the calls of the old one that run on other threads, so a host may destroy what the
-/// callable uses as soon as Set has returned. From inside a call Set doesn't wait.
+/// waits for the calls of earlier ones that run on other threads, so a host may destroy what they
+/// use as soon as Set has returned. From inside a call Set doesn't wait.
 template <class Function>
 class CCmCallSlot {
  public:
-    /// Installs aFunction, or nothing if it is empty. Throws std::bad_alloc with the old one kept.
-    void Set(Function aFunction) {
-        std::shared_ptr<Entry> pEntry;
-        if (aFunction) pEntry = std::make_shared<Entry>(std::move(aFunction));
+    /// Installs aFunction, or nothing if it is empty; aOnSwap runs in the same step, under the
+    /// lock. Throws std::bad_alloc with the old one kept.
+    template <class OnSwap>
+    void Set(Function aFunction, OnSwap aOnSwap) {
+        std::shared_ptr<const Entry> pEntry;
+        if (aFunction) pEntry = std::make_shared<const Entry>(Entry{std::move(aFunction)});
         std::unique_lock<std::mutex> aLock(m_mutex);
         m_pEntry.swap(pEntry);
-        if (!pEntry || pEntry->IsCalledHere()) return;
-        m_idle.wait(aLock, [&] { return pEntry->m_pCalls == nullptr; });
+        const std::uint64_t qwVersion = ++m_qwVersion;
+        aOnSwap();
+        if (IsCalledHere()) return;
+        m_ended.wait(aLock, [&] { return !IsCalledBefore(qwVersion); });
+    }
+    void Set(Function aFunction) {
+        Set(std::move(aFunction), [] {});
+    }
+
+    /// At the end of the process: as Set with nothing, but what was installed is not destroyed, as
+    /// the host's parts that it needs for that may be gone.
+    template <class OnSwap>
+    void Abandon(OnSwap aOnSwap) noexcept {
+        std::unique_lock<std::mutex> aLock(m_mutex);
+        if (!m_pAbandoned) m_pAbandoned.swap(m_pEntry);
+        m_pEntry.reset();
+        const std::uint64_t qwVersion = ++m_qwVersion;
+        aOnSwap();
+        if (IsCalledHere()) return;
+        m_ended.wait(aLock, [&] { return !IsCalledBefore(qwVersion); });
+    }
+    void Abandon() noexcept {
+        Abandon([] {});
     }
 
     /// Calls what is installed, if anything is. It must not throw.
     template <class... Arguments>
     void Call(Arguments... aArguments) noexcept {
         Running aCall(*this);
-        if (aCall.m_pEntry) aCall.m_pEntry->m_function(aArguments...);
+        if (aCall.m_pEntry) aCall.m_pEntry->aFunction(aArguments...);
     }
 
  private:
-    struct Running;
-
     struct Entry {
-        explicit Entry(Function aFunction) : m_function(std::move(aFunction)) {}
-
-        bool IsCalledHere() const {
-            for (const Running* p = m_pCalls; p; p = p->m_pNext)
-                if (p->m_thread == std::this_thread::get_id()) return true;
-            return false;
-        }
-
-        const Function m_function;
-        Running* m_pCalls = nullptr;  // the calls under way; guarded by the slot's mutex
+        Function aFunction;
     };
 
-    /// One call under way, linked into its entry while it runs.
+    /// One call under way, linked into the slot while it runs.
     struct Running {
         explicit Running(CCmCallSlot& aSlot) : m_slot(aSlot) {
             std::lock_guard<std::mutex> aLock(m_slot.m_mutex);
             m_pEntry = m_slot.m_pEntry;
-            if (!m_pEntry) return;
-            m_pNext = m_pEntry->m_pCalls;
-            m_pEntry->m_pCalls = this;
+            m_qwVersion = m_slot.m_qwVersion;
+            m_pNext = m_slot.m_pCalls;
+            m_slot.m_pCalls = this;
         }
         ~Running() {
-            if (!m_pEntry) return;
-            std::shared_ptr<Entry> pReplaced;  // ends outside the lock
+            m_pEntry.reset();  // the last one destroys a replaced entry: before Set may return
             std::lock_guard<std::mutex> aLock(m_slot.m_mutex);
-            Running** pp = &m_pEntry->m_pCalls;
+            Running** pp = &m_slot.m_pCalls;
             while (*pp != this) pp = &(*pp)->m_pNext;
             *pp = m_pNext;
-            if (!m_pEntry->m_pCalls) m_slot.m_idle.notify_all();
-            // A Set that waits holds the entry too, and is the one to destroy it.
-            if (m_pEntry.use_count() == 1)
-                pReplaced.swap(m_pEntry);
-            else
-                m_pEntry.reset();
+            m_slot.m_ended.notify_all();
         }
 
         CCmCallSlot& m_slot;
         const std::thread::id m_thread = std::this_thread::get_id();
-        std::shared_ptr<Entry> m_pEntry;
+        std::shared_ptr<const Entry> m_pEntry;
+        std::uint64_t m_qwVersion = 0;
         Running* m_pNext = nullptr;
     };
 
+    bool IsCalledHere() const {
+        for (const Running* p = m_pCalls; p; p = p->m_pNext)
+            if (p->m_thread == std::this_thread::get_id()) return true;
+        return false;
+    }
+
+    bool IsCalledBefore(std::uint64_t qwVersion) const {
+        for (const Running* p = m_pCalls; p; p = p->m_pNext)
+            if (p->m_qwVersion < qwVersion) return true;
+        return false;
+    }
+
     std::mutex m_mutex;
-    std::condition_variable m_idle;  // a call has ended
-    std::shared_ptr<Entry> m_pEntry;
+    std::condition_variable m_ended;  // a call has ended
+
+    // Guarded by m_mutex.
+    std::shared_ptr<const Entry> m_pEntry;
+    std::shared_ptr<const Entry> m_pAbandoned;
+    std::uint64_t m_qwVersion = 0;  // of m_pEntry
+    Running* m_pCalls = nullptr;    // the calls under way
 };

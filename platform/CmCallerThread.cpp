@@ -6,9 +6,26 @@
 #include "platform/CmResult.h"
 #include "platform/CmThreadObjects.h"
 
-bool CCmCallerQueue::HasEvents() {
-    std::lock_guard<std::mutex> aLock(m_mutex);
-    return m_bHasEvents;
+void CCmCallerQueue::SetWakeUp(CCmCallerThread::WakeUp aWakeUp) {
+    m_wakeUp.Set(std::move(aWakeUp));
+    bool bHasEvents = false;
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        bHasEvents = m_bHasEvents;
+    }
+    if (bHasEvents) m_wakeUp.Call();
+}
+
+void CCmCallerQueue::End() {
+    Stop();
+    m_wakeUp.Set({});
+    CloseDescriptor();
+    DropWaiting();
+}
+
+void CCmCallerQueue::AbandonWakeUps() {
+    m_wakeUp.Abandon();
+    CloseDescriptor();
 }
 
 int CCmCallerQueue::GetDescriptor() {
@@ -56,7 +73,7 @@ CmInt32 CCmCallerState::Attach() {
         ++m_dwNesting;
         return CACHE_OK;
     }
-    const CRefPtr<CCmCallerQueue> pQueue(new (std::nothrow) CCmCallerQueue(m_wakeUp));
+    const CRefPtr<CCmCallerQueue> pQueue(new (std::nothrow) CCmCallerQueue);
     if (!pQueue) return CACHE_ERR_OUT_OF_MEMORY;
     CCmAttachedThread* const pNew = new (std::nothrow) CCmAttachedThread(pQueue.Get(), m_pLatest);
     if (!pNew) return CACHE_ERR_OUT_OF_MEMORY;
@@ -74,10 +91,7 @@ CmInt32 CCmCallerState::Detach() {
         pQueue = m_pCurrent->Detach();
         m_pCurrent = nullptr;
     }
-    pQueue->Stop();
-    m_wakeUp.Set({});
-    pQueue->CloseDescriptor();
-    pQueue->DropWaiting();
+    pQueue->End();
     return CACHE_OK;
 }
 
@@ -92,23 +106,10 @@ CRefPtr<CCmCallerQueue> CCmCallerState::GetOwnQueue() {
     return pThread->GetCallerQueue();
 }
 
-CmInt32 CCmCallerState::SetWakeUp(CCmCallerThread::WakeUp aWakeUp) {
-    const CRefPtr<CCmCallerQueue> pQueue = GetOwnQueue();
-    if (!pQueue) return CACHE_ERR_INVALID_STATE;
-    try {
-        m_wakeUp.Set(std::move(aWakeUp));
-    } catch (const std::bad_alloc&) {
-        return CACHE_ERR_OUT_OF_MEMORY;
-    }
-    if (pQueue->HasEvents()) m_wakeUp.Call();
-    return CACHE_OK;
-}
-
-void CCmCallerState::DropWakeUps() {
-    m_wakeUp.Set({});
+void CCmCallerState::AbandonWakeUps() {
     CCmAttachedThread* const pThread = GetThread();
     const CRefPtr<CCmCallerQueue> pQueue = pThread ? pThread->GetCallerQueue() : nullptr;
-    if (pQueue) pQueue->CloseDescriptor();
+    if (pQueue) pQueue->AbandonWakeUps();
 }
 
 CmInt32 CCmCallerThread::Attach() { return CCmCallerState::Instance().Attach(); }
@@ -125,13 +126,20 @@ CmInt32 CCmCallerThread::WaitAndRun(CmUint32 dwMilliseconds, CmUint32* pdwCount)
     if (!pQueue) return CACHE_ERR_INVALID_STATE;
     if (dwMilliseconds > 0)
         pQueue->WaitUntil(CCmEventQueue::Clock::now() + std::chrono::milliseconds(dwMilliseconds));
-    const CmUint32 dwCount = pQueue->RunWaiting();
-    if (pdwCount) *pdwCount = dwCount;
+    CmUint32 dwIgnored = 0;
+    pQueue->RunWaiting(pdwCount ? *pdwCount : dwIgnored);
     return CACHE_OK;
 }
 
 CmInt32 CCmCallerThread::SetWakeUp(WakeUp aWakeUp) {
-    return CCmCallerState::Instance().SetWakeUp(std::move(aWakeUp));
+    const CRefPtr<CCmCallerQueue> pQueue = CCmCallerState::Instance().GetOwnQueue();
+    if (!pQueue) return CACHE_ERR_INVALID_STATE;
+    try {
+        pQueue->SetWakeUp(std::move(aWakeUp));
+    } catch (const std::bad_alloc&) {
+        return CACHE_ERR_OUT_OF_MEMORY;
+    }
+    return CACHE_OK;
 }
 
 CmInt32 CCmCallerThread::GetWakeDescriptor(int& nDescriptor) {

@@ -17,9 +17,9 @@ class ICmEvent {
     virtual CmInt32 OnEventFire() = 0;
 
     /// Disposal after firing; deletes the event. Never overridden.
-    virtual void OnDestorySelf() { delete this; }
+    virtual void OnDestorySelf();
 
-    virtual ~ICmEvent() = default;
+    virtual ~ICmEvent();
 
     ICmEvent(const ICmEvent&) = delete;
     ICmEvent& operator=(const ICmEvent&) = delete;

@@ -9,6 +9,10 @@ struct ICmEvent::tagSendWait {
     bool m_bDone = false;
 };
 
+ICmEvent::~ICmEvent() = default;
+
+void ICmEvent::OnDestorySelf() { delete this; }
+
 void CCmEventList::PushBack(ICmEvent* pEvent) {
     pEvent->m_pNext = nullptr;
     if (m_pLast)
@@ -95,20 +99,18 @@ void CCmEventQueue::TakeWaiting() {
     m_batch.TakeAll(m_waiting);
 }
 
-CmUint32 CCmEventQueue::RunBatch() {
-    CmUint32 dwCount = 0;
-    while (ICmEvent* const pEvent = PopBatch()) {
-        Fire(pEvent);
-        ++dwCount;
-    }
-    return dwCount;
-}
-
-CmUint32 CCmEventQueue::RunWaiting() {
+void CCmEventQueue::RunWaiting(CmUint32& dwCount) {
     const CRefPtr<CCmEventQueue> pSelf(this);  // an event may detach the thread
-    const CmUint32 dwEarlier = RunBatch();
     TakeWaiting();
-    return dwEarlier + RunBatch();
+    try {
+        while (ICmEvent* const pEvent = PopBatch()) {
+            ++dwCount;
+            Fire(pEvent);
+        }
+    } catch (...) {
+        if (!m_batch.IsEmpty()) OnStoppedBeingEmpty();
+        throw;
+    }
 }
 
 CmInt32 CCmEventQueue::Fire(ICmEvent* pEvent) {

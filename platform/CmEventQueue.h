@@ -34,9 +34,9 @@ class CCmEventQueue : public ICmEventQueue {
     void BindTo(CmUint32 dwThreadNumber) { m_dwOwner = dwThreadNumber; }
 
     /// Owner only: fires what is left of the batch and what waits at the moment of the call, but
-    /// not what is posted while it runs. Returns how many events it fired. If an event throws,
-    /// it is disposed of, the exception passes on, and the rest waits for the next run.
-    CmUint32 RunWaiting();
+    /// not what is posted while it runs. Adds how many events it fired to dwCount. If an event
+    /// throws, it is disposed of, the exception passes on, and the rest waits for the next run.
+    void RunWaiting(CmUint32& dwCount);
 
     using Clock = std::chrono::steady_clock;
 
@@ -55,7 +55,8 @@ class CCmEventQueue : public ICmEventQueue {
  protected:
     ~CCmEventQueue() override;
 
-    /// Called on the posting thread, outside the lock, when an event came to wait where none did.
+    /// Called outside the lock when an event came to wait where none did (on the posting thread),
+    /// and when events are left behind by one that threw.
     virtual void OnStoppedBeingEmpty() {}
 
     /// Called under the lock when the queue (batch included) stops or starts being empty.
@@ -71,7 +72,6 @@ class CCmEventQueue : public ICmEventQueue {
     void SetHasEventsLocked(bool bHasEvents);
     ICmEvent* PopBatch();
     void TakeWaiting();
-    CmUint32 RunBatch();
     CmInt32 Fire(ICmEvent* pEvent);
     void Dispose(ICmEvent* pEvent, CmInt32 lResult);
     template <class Sleep>

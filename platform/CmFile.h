@@ -9,17 +9,23 @@
 /// path of the library passes through here. Paths are in the library's form, with the backslash
 /// as the separator; systems whose own separator is the slash get it here and nowhere else.
 ///
+/// Nothing is thrown but by Open: without memory for a path in the system's form errno is 12.
+///
 /// Each call sets errno to 0 first, so that after a failure errno is that call's own, or 0 where
 /// the runtime gave no reason. Numbers: 2 not found, 13 denied, 17 exists, 28 no space left.
 namespace CmFile {
 
-enum OpenMode { Open_Read, Open_Write };  // Open_Write: created or emptied, readable too
+enum OpenMode {
+    Open_Read,
+    Open_Write,  // created or emptied; readable too
+    Open_New,    // as Open_Write, but errno 17 if there is one, and on failure there is none
+};
 enum PathText { Path_Local, Path_Utf8 };  // the system's own encoding; UTF-8 everywhere
 
 /// Opens an unbuffered stream without newline translation that child processes don't inherit.
 /// Only regular files and character devices are opened. Null with errno on failure.
-/// Path_Utf8 needs memory for a conversion on some systems and may throw std::bad_alloc; a path
-/// that can't be converted or is empty gives null with errno 22 (invalid argument).
+/// A Path_Utf8 that can't be converted or is empty gives null with errno 22 (invalid argument).
+/// Throws std::bad_alloc.
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText);
 
 int Close(std::FILE* pStream);

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 #include "platform/CmFile.h"
 
@@ -15,6 +16,14 @@ CCmString NativePath(const CCmString& strPath) {
     CCmString strNative(strPath);
     std::replace(strNative.begin(), strNative.end(), '\\', '/');
     return strNative;
+}
+
+/// Whether the path ends where the system would think so. A zero byte inside would make it name
+/// another file.
+bool IsWhole(const CCmString& strPath) {
+    if (strPath.find('\0') == CCmString::npos) return true;
+    errno = EINVAL;
+    return false;
 }
 
 /// A FIFO would block and a directory can't hold bytes: only what can be read and written like a
@@ -29,7 +38,6 @@ bool IsFileLike(int nFile) {
 }
 
 std::FILE* ToStream(int nFile, const char* lpMode) {
-    if (nFile < 0) return nullptr;
     std::FILE* const pStream = IsFileLike(nFile) ? ::fdopen(nFile, lpMode) : nullptr;
     if (pStream) {
         std::setvbuf(pStream, nullptr, _IONBF, 0);
@@ -41,24 +49,41 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
     return nullptr;
 }
 
+/// Makes a call that takes a path and gives -1 on failure.
+template <class Call>
+int WithPath(const CCmString& strPath, Call aCall) try {
+    errno = 0;
+    return IsWhole(strPath) ? aCall(NativePath(strPath).c_str()) : -1;
+} catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return -1;
+}
+
 }  // namespace
 
 namespace CmFile {
 
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
-    const bool bCutShort = strPath.find('\0') != CCmString::npos;  // would name another file
-    if (bCutShort || (aText == Path_Utf8 && strPath.empty())) {
+    if (!IsWhole(strPath)) return nullptr;
+    if (aText == Path_Utf8 && strPath.empty()) {
         errno = EINVAL;
         return nullptr;
     }
     const CCmString strNative = NativePath(strPath);
     errno = 0;
     // Without O_NONBLOCK the open of a FIFO waits for its other end.
-    const int nCommon = O_CLOEXEC | O_NONBLOCK;
-    if (aMode == Open_Write)
-        return ToStream(::open(strNative.c_str(), O_RDWR | O_CREAT | O_TRUNC | nCommon, 0666),
-                        "wb+");
-    return ToStream(::open(strNative.c_str(), O_RDONLY | nCommon), "rb");
+    int nFlags = O_CLOEXEC | O_NONBLOCK | (aMode == Open_Read ? O_RDONLY : O_RDWR | O_CREAT);
+    if (aMode == Open_Write) nFlags |= O_TRUNC;
+    if (aMode == Open_New) nFlags |= O_EXCL;
+    const int nFile = ::open(strNative.c_str(), nFlags, 0666);
+    if (nFile < 0) return nullptr;
+    std::FILE* const pStream = ToStream(nFile, aMode == Open_Read ? "rb" : "wb+");
+    if (!pStream && aMode == Open_New) {
+        const int nReason = errno;
+        ::unlink(strNative.c_str());
+        errno = nReason;
+    }
+    return pStream;
 }
 
 int Close(std::FILE* pStream) {
@@ -103,28 +128,25 @@ std::int64_t Size(std::FILE* pStream) {
 }
 
 bool Exists(const CCmString& strPath) {
-    errno = 0;
-    return ::access(NativePath(strPath).c_str(), F_OK) == 0;
+    return WithPath(strPath, [](const char* lpPath) { return ::access(lpPath, F_OK); }) == 0;
 }
 
 int MakeDirectory(const CCmString& strPath) {
-    errno = 0;
-    return ::mkdir(NativePath(strPath).c_str(), 0777);
+    return WithPath(strPath, [](const char* lpPath) { return ::mkdir(lpPath, 0777); });
 }
 
 int RemoveFile(const CCmString& strPath) {
-    errno = 0;
-    return ::unlink(NativePath(strPath).c_str());
+    return WithPath(strPath, [](const char* lpPath) { return ::unlink(lpPath); });
 }
 
 int RemoveEmptyDirectory(const CCmString& strPath) {
-    errno = 0;
-    return ::rmdir(NativePath(strPath).c_str());
+    return WithPath(strPath, [](const char* lpPath) { return ::rmdir(lpPath); });
 }
 
 int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
-    errno = 0;
-    return std::rename(NativePath(strFrom).c_str(), NativePath(strTo).c_str());
+    return WithPath(strFrom, [&](const char* lpFrom) {
+        return WithPath(strTo, [&](const char* lpTo) { return std::rename(lpFrom, lpTo); });
+    });
 }
 
 int RemoveUtf8File(const CCmString& strPath) { return RemoveFile(strPath); }

@@ -7,17 +7,31 @@
 #include <sys/types.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <new>
 #include <string>
 
 #include "platform/CmFile.h"
 
 namespace {
 
-/// The path in the system's own characters; empty if it isn't UTF-8 or is empty itself.
+/// Large counts are handed to the runtime in parts: it takes no more than 2 GiB at a time.
+constexpr std::size_t c_nLargestPart = 0x40000000;
+
+/// Whether the path ends where the system would think so. A zero byte inside would make it name
+/// another file.
+bool IsWhole(const CCmString& strPath) {
+    if (strPath.find('\0') == CCmString::npos) return true;
+    errno = EINVAL;
+    return false;
+}
+
+/// The path in the system's own characters; empty, with errno 22, if it isn't UTF-8 or is empty.
 std::wstring WidePath(const CCmString& strPath) {
-    if (strPath.empty() || strPath.size() > INT_MAX) return {};
+    errno = EINVAL;  // for all that follows
+    if (strPath.empty() || strPath.size() > INT_MAX || !IsWhole(strPath)) return {};
     const int nLength = static_cast<int>(strPath.size());
     const int nWide =
         ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, strPath.data(), nLength, nullptr, 0);
@@ -28,16 +42,19 @@ std::wstring WidePath(const CCmString& strPath) {
     return strWide;
 }
 
-/// Names the runtime gives to the errors of a call that doesn't set errno.
+/// An errno for the failure of a call that doesn't set one, as the runtime would.
 int ErrnoFromSystem() {
     switch (::GetLastError()) {
         case ERROR_FILE_NOT_FOUND:
         case ERROR_PATH_NOT_FOUND:
             return ENOENT;
         case ERROR_ACCESS_DENIED:
+        case ERROR_LOCK_VIOLATION:
         case ERROR_SHARING_VIOLATION:
+        case ERROR_WRITE_PROTECT:
             return EACCES;
         case ERROR_DISK_FULL:
+        case ERROR_HANDLE_DISK_FULL:
             return ENOSPC;
         default:
             return EIO;
@@ -53,8 +70,21 @@ bool IsFileLike(int nFile) {
     return false;
 }
 
+/// Transfers dwLength bytes by as many calls of aTransfer (bytes done so far, bytes wanted) as it
+/// takes, until one falls short. Returns how many were transferred.
+template <class Transfer>
+std::size_t InParts(std::size_t dwLength, Transfer aTransfer) {
+    std::size_t dwDone = 0;
+    while (dwDone < dwLength) {
+        const std::size_t dwPart = std::min(dwLength - dwDone, c_nLargestPart);
+        const std::size_t dwGot = aTransfer(dwDone, dwPart);
+        dwDone += dwGot;
+        if (dwGot < dwPart) break;
+    }
+    return dwDone;
+}
+
 std::FILE* ToStream(int nFile, const char* lpMode) {
-    if (nFile < 0) return nullptr;
     errno = 0;  // at the runtime's limit of streams _fdopen leaves it alone
     std::FILE* const pStream = IsFileLike(nFile) ? ::_fdopen(nFile, lpMode) : nullptr;
     if (pStream) {
@@ -67,25 +97,47 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
     return nullptr;
 }
 
+/// Makes a call that takes a path as it is and gives -1 on failure.
+template <class Call>
+int WithPath(const CCmString& strPath, Call aCall) {
+    errno = 0;
+    return IsWhole(strPath) ? aCall(strPath.c_str()) : -1;
+}
+
+/// The same for a UTF-8 path.
+template <class Call>
+int WithWidePath(const CCmString& strPath, Call aCall) try {
+    const std::wstring strWide = WidePath(strPath);
+    if (strWide.empty()) return -1;
+    errno = 0;
+    return aCall(strWide.c_str());
+} catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return -1;
+}
+
 }  // namespace
 
 namespace CmFile {
 
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
-    const bool bWrite = aMode == Open_Write;
-    const int nFlags =
-        (bWrite ? _O_RDWR | _O_CREAT | _O_TRUNC : _O_RDONLY) | _O_BINARY | _O_NOINHERIT;
+    int nFlags = _O_BINARY | _O_NOINHERIT | (aMode == Open_Read ? _O_RDONLY : _O_RDWR | _O_CREAT);
+    if (aMode == Open_Write) nFlags |= _O_TRUNC;
+    if (aMode == Open_New) nFlags |= _O_EXCL;
     const int nAccess = _S_IREAD | _S_IWRITE;
     const std::wstring strWide = aText == Path_Utf8 ? WidePath(strPath) : std::wstring();
-    const bool bCutShort = strPath.find('\0') != CCmString::npos;  // would name another file
-    if (bCutShort || (aText == Path_Utf8 && strWide.empty())) {
-        errno = EINVAL;
-        return nullptr;
-    }
+    if (aText == Path_Utf8 ? strWide.empty() : !IsWhole(strPath)) return nullptr;
     errno = 0;
     const int nFile = aText == Path_Utf8 ? ::_wopen(strWide.c_str(), nFlags, nAccess)
                                          : ::_open(strPath.c_str(), nFlags, nAccess);
-    return ToStream(nFile, bWrite ? "wb+" : "rb");
+    if (nFile < 0) return nullptr;
+    std::FILE* const pStream = ToStream(nFile, aMode == Open_Read ? "rb" : "wb+");
+    if (!pStream && aMode == Open_New) {
+        const int nReason = errno;
+        aText == Path_Utf8 ? ::_wunlink(strWide.c_str()) : ::_unlink(strPath.c_str());
+        errno = nReason;
+    }
+    return pStream;
 }
 
 int Close(std::FILE* pStream) {
@@ -101,11 +153,12 @@ int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) {
     errno = 0;
     ::SetLastError(ERROR_SUCCESS);
-    const std::size_t dwWritten = std::fwrite(lpData, 1, dwLength, pStream);
+    const std::size_t dwWritten = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
+        return std::fwrite(static_cast<const char*>(lpData) + dwDone, 1, dwPart, pStream);
+    });
     if (dwWritten == dwLength) return dwWritten;
-    // A disk that fills up in the middle of a block is reported as a short count and nothing else.
-    if (errno == 0 && ::GetLastError() == ERROR_SUCCESS) errno = ENOSPC;
-    const int nReason = errno;
+    // A disk that fills up in the middle of a block gives a short count and no system error.
+    const int nReason = ::GetLastError() == ERROR_SUCCESS ? ENOSPC : errno;
     std::clearerr(pStream);
     errno = nReason;
     return dwWritten;
@@ -114,7 +167,9 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd) {
     std::clearerr(pStream);
     errno = 0;
-    const std::size_t dwRead = std::fread(lpBuffer, 1, dwLength, pStream);
+    const std::size_t dwRead = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
+        return std::fread(static_cast<char*>(lpBuffer) + dwDone, 1, dwPart, pStream);
+    });
     bEnd = std::feof(pStream) != 0;
     if (dwRead < dwLength) std::clearerr(pStream);
     return dwRead;
@@ -135,37 +190,25 @@ std::int64_t Size(std::FILE* pStream) {
 }
 
 bool Exists(const CCmString& strPath) {
-    errno = 0;
-    return ::_access(strPath.c_str(), 0) == 0;
+    return WithPath(strPath, [](const char* lpPath) { return ::_access(lpPath, 0); }) == 0;
 }
 
-int MakeDirectory(const CCmString& strPath) {
-    errno = 0;
-    return ::_mkdir(strPath.c_str());
-}
+int MakeDirectory(const CCmString& strPath) { return WithPath(strPath, ::_mkdir); }
 
-int RemoveFile(const CCmString& strPath) {
-    errno = 0;
-    return ::_unlink(strPath.c_str());
-}
+int RemoveFile(const CCmString& strPath) { return WithPath(strPath, ::_unlink); }
 
-int RemoveEmptyDirectory(const CCmString& strPath) {
-    errno = 0;
-    return ::_rmdir(strPath.c_str());
-}
+int RemoveEmptyDirectory(const CCmString& strPath) { return WithPath(strPath, ::_rmdir); }
 
 int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
-    errno = 0;
-    const std::wstring strWideFrom = WidePath(strFrom);
-    const std::wstring strWideTo = WidePath(strTo);
-    if (::MoveFileExW(strWideFrom.c_str(), strWideTo.c_str(), MOVEFILE_REPLACE_EXISTING)) return 0;
-    errno = ErrnoFromSystem();
-    return -1;
+    return WithWidePath(strFrom, [&](const wchar_t* lpFrom) {
+        return WithWidePath(strTo, [&](const wchar_t* lpTo) {
+            if (::MoveFileExW(lpFrom, lpTo, MOVEFILE_REPLACE_EXISTING)) return 0;
+            errno = ErrnoFromSystem();
+            return -1;
+        });
+    });
 }
 
-int RemoveUtf8File(const CCmString& strPath) {
-    errno = 0;
-    return ::_wunlink(WidePath(strPath).c_str());
-}
+int RemoveUtf8File(const CCmString& strPath) { return WithWidePath(strPath, ::_wunlink); }
 
 }  // namespace CmFile

@@ -12,28 +12,21 @@
 
 namespace {
 
-bool MakePollable(int nDescriptor) {
-    return ::fcntl(nDescriptor, F_SETFD, FD_CLOEXEC) == 0 &&
-           ::fcntl(nDescriptor, F_SETFL, O_NONBLOCK) == 0;
-}
-
 void (*s_pExitHandler)() = nullptr;
-pid_t s_nRegistered = 0;
+pid_t s_nProcess = 0;  // the one that registered it
 
 void RunExitHandler() {
-    if (::getpid() == s_nRegistered) s_pExitHandler();
+    if (::getpid() == s_nProcess) s_pExitHandler();
 }
 
 }  // namespace
 
 bool CCmWakeDescriptor::Open() {
     int aEnds[2];
-    if (::pipe(aEnds) != 0) return false;
+    if (::pipe2(aEnds, O_CLOEXEC | O_NONBLOCK) != 0) return false;
     m_nReadEnd = aEnds[0];
     m_nWriteEnd = aEnds[1];
-    if (MakePollable(m_nReadEnd) && MakePollable(m_nWriteEnd)) return true;
-    Close();
-    return false;
+    return true;
 }
 
 void CCmWakeDescriptor::Close() {
@@ -78,6 +71,6 @@ CCmSignalShield::~CCmSignalShield() {
 
 bool CmRegisterExitHandler(void (*pHandler)()) {
     s_pExitHandler = pHandler;
-    s_nRegistered = ::getpid();
+    s_nProcess = ::getpid();
     return std::atexit(RunExitHandler) == 0;
 }

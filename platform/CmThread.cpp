@@ -60,7 +60,8 @@ CmInt32 CCmTaskThread::Start() {
 
 void CCmTaskThread::Run(const CRefPtr<CCmEventQueue>& pQueue) {
     t_dwNumber = m_dwNumber;
-    while (pQueue->Wait()) pQueue->RunWaiting();
+    CmUint32 dwRun = 0;
+    while (pQueue->Wait()) pQueue->RunWaiting(dwRun);
 }
 
 CmInt32 CCmTaskThread::Stop(void* /*pTimeout*/) {
@@ -83,10 +84,7 @@ CmInt32 CCmThreadManager::CreateUserTaskThread(ACmThread*& pThread, TFlag /*aFla
     pThread = nullptr;
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     if (m_bExiting) return CACHE_ERR_INVALID_STATE;
-    if (!m_bExitHandler) {
-        CmRegisterExitHandler(&CCmThreadManager::OnProcessExit);
-        m_bExitHandler = true;
-    }
+    if (!m_bExitHandler) m_bExitHandler = CmRegisterExitHandler(&CCmThreadManager::OnProcessExit);
     CCmTaskThread* const pNew = new (std::nothrow) CCmTaskThread(m_pTaskThreads);
     if (!pNew) return CACHE_ERR_OUT_OF_MEMORY;
     const CmInt32 lResult = pNew->Start();
@@ -105,8 +103,8 @@ ACmThread* CCmThreadManager::GetThread(CmInt32 lType) {
 /// The host may have forgotten to shut down: what it was told is accepted is still written. What
 /// belongs to the host (sink, callable, loop) may be gone, so nothing of it is used any more.
 void CCmThreadManager::OnProcessExit() {
-    CCmT120Trace::instance()->SetSink({});
-    CCmCallerState::Instance().DropWakeUps();
+    CCmT120Trace::instance()->AbandonSink();
+    CCmCallerState::Instance().AbandonWakeUps();
     Instance()->StopAllForExit();
 }
 

@@ -3,7 +3,6 @@
 #include "platform/CmEvent.h"
 #include "platform/CmTypes.h"
 
-class CCmAttachedThread;
 class CCmTaskThread;
 
 /// A thread that can be given work. Thread objects are never freed, so a plain pointer to one
@@ -51,7 +50,6 @@ class CCmThreadManager {
  private:
     template <class T>
     friend T& CmImmortal();
-    friend class CCmCallerThread;
     CCmThreadManager() = default;
 
     static void OnProcessExit();

@@ -54,17 +54,20 @@ class CCmTaskThread final : public CCmQueuedThread {
 /// The caller thread's queue: tells the host when results come to wait.
 class CCmCallerQueue final : public CCmEventQueue {
  public:
-    explicit CCmCallerQueue(CCmCallSlot<CCmCallerThread::WakeUp>& aWakeUp) : m_wakeUp(aWakeUp) {}
-
-    bool HasEvents();
+    /// Throws std::bad_alloc with the earlier callable kept.
+    void SetWakeUp(CCmCallerThread::WakeUp aWakeUp);
     int GetDescriptor();  // -1 if there can't be one
-    void CloseDescriptor();
+    /// Refuses new events, forgets callable and descriptor, disposes of what waits.
+    void End();
+    /// Forgets callable (without destroying it) and descriptor; what waits stays.
+    void AbandonWakeUps();
 
  private:
     void OnStoppedBeingEmpty() override { m_wakeUp.Call(); }
     void OnHasEventsLocked(bool bHasEvents) override;
+    void CloseDescriptor();
 
-    CCmCallSlot<CCmCallerThread::WakeUp>& m_wakeUp;
+    CCmCallSlot<CCmCallerThread::WakeUp> m_wakeUp;
     CCmWakeDescriptor m_descriptor;  // guarded by m_mutex
 };
 
@@ -97,16 +100,13 @@ class CCmCallerState {
     CCmAttachedThread* GetThread();
     /// The queue if the calling thread is the attached one, else null.
     CRefPtr<CCmCallerQueue> GetOwnQueue();
-    CmInt32 SetWakeUp(CCmCallerThread::WakeUp aWakeUp);
-    /// Forgets the host's callable and descriptor; what waits stays.
-    void DropWakeUps();
+    /// See CCmCallerQueue.
+    void AbandonWakeUps();
 
  private:
     template <class T>
     friend T& CmImmortal();
     CCmCallerState() = default;
-
-    CCmCallSlot<CCmCallerThread::WakeUp> m_wakeUp;
 
     CCmMutexThread m_mutex;
     // Guarded by m_mutex.

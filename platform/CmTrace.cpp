@@ -13,12 +13,16 @@ CCmT120Trace* CCmT120Trace::instance() { return &CmImmortal<CCmT120Trace>(); }
 CmInt32 CCmT120Trace::SetSink(Sink aSink, CmInt32 lLevel) {
     const CmInt32 lNewLevel = aSink ? lLevel : CmInt32{Level_None};
     try {
-        m_sink.Set(std::move(aSink));
+        m_sink.Set({std::move(aSink), lNewLevel},
+                   [&] { m_lLevel.store(lNewLevel, std::memory_order_relaxed); });
     } catch (const std::bad_alloc&) {
         return CACHE_ERR_OUT_OF_MEMORY;
     }
-    m_lLevel.store(lNewLevel, std::memory_order_relaxed);
     return CACHE_OK;
+}
+
+void CCmT120Trace::AbandonSink() noexcept {
+    m_sink.Abandon([&] { m_lLevel.store(Level_None, std::memory_order_relaxed); });
 }
 
 bool CCmT120Trace::IsEnabled(CmInt32 lLevel) const noexcept {
@@ -70,8 +74,12 @@ Formator& Formator::operator<<(unsigned char byValue) noexcept {
 }
 
 Formator& Formator::operator<<(long nValue) noexcept {
+    return *this << static_cast<long long>(nValue);
+}
+
+Formator& Formator::operator<<(long long nValue) noexcept {
     char aDigits[32];
-    std::snprintf(aDigits, sizeof aDigits, "%ld", nValue);
+    std::snprintf(aDigits, sizeof aDigits, "%lld", nValue);
     return *this << aDigits;
 }
 

@@ -30,7 +30,7 @@ class CACHEFILE_API CCmT120Trace {
     static CCmT120Trace* instance();
 
     /// Installs aSink for the lines up to lLevel; an empty one turns tracing off. Returns when no
-    /// call of the earlier sink is running on another thread. CACHE_ERR_OUT_OF_MEMORY: the earlier
+    /// call of an earlier sink is running on another thread. CACHE_ERR_OUT_OF_MEMORY: the earlier
     /// one stays.
     CmInt32 SetSink(Sink aSink, CmInt32 lLevel = Level_Info);
 
@@ -52,6 +52,7 @@ class CACHEFILE_API CCmT120Trace {
         Text_Formator& operator<<(unsigned int nValue) noexcept;
         Text_Formator& operator<<(long nValue) noexcept;
         Text_Formator& operator<<(unsigned long nValue) noexcept;
+        Text_Formator& operator<<(long long nValue) noexcept;
         Text_Formator& operator<<(unsigned long long qwValue) noexcept;
         Text_Formator& operator<<(unsigned short wValue) noexcept;
         Text_Formator& operator<<(unsigned char byValue) noexcept;
@@ -72,10 +73,23 @@ class CACHEFILE_API CCmT120Trace {
 
  private:
     friend CCmT120Trace& CmImmortal<CCmT120Trace>();
+    friend class CCmThreadManager;
     CCmT120Trace() = default;
 
-    std::atomic<CmInt32> m_lLevel{Level_None};
-    CCmCallSlot<Sink> m_sink;
+    /// At the end of the process: turns tracing off without destroying the sink.
+    void AbandonSink() noexcept;
+
+    struct tagLeveledSink {
+        Sink aSink;
+        CmInt32 lLevel;
+        explicit operator bool() const { return bool{aSink}; }
+        void operator()(CmInt32 lLineLevel, const char* lpText) const {
+            if (lLineLevel <= lLevel) aSink(lLineLevel, lpText);
+        }
+    };
+
+    std::atomic<CmInt32> m_lLevel{Level_None};  // the sink's, for a quick look
+    CCmCallSlot<tagLeveledSink> m_sink;
 };
 
 /// Traces the parts (streamed with <<) as one line; formats on the stack, and only if a sink wants

@@ -1,4 +1,4 @@
-#include <new>
+#include <exception>
 
 #include "download/ContainerFormat.h"
 #include "download/PlayDataFile.h"
@@ -49,7 +49,9 @@ CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned
     const CCmString strData(reinterpret_cast<const char*>(lpData), dwLength);
     CaptureHeader(aDataInfo, lpData, dwLength, dwOffset);
     return pFile->WriteData(strData, dwOffset);
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {  // no memory, or more than a string can hold
+    CM_TRACE_ERROR("CPlayFileHandler::WriteData->Low memory to copy the data"
+                   << " this=" << this);
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 

@@ -62,6 +62,8 @@ CmInt32 CPlayFileHandler::OpenRecordFile(const CCmString& strFileName,
     }
     return lResult;
 } catch (const std::bad_alloc&) {
+    CM_TRACE_ERROR("CPlayFileHandler::OpenRecordFile->Low memory to open a file"
+                   << " this=" << this);
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 

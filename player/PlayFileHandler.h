@@ -64,8 +64,8 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
     /// Ends everything and gives back the host's reference; the host doesn't use the handler any
     /// more. From its end on the sink is not called, and reads still under way free their buffers.
     /// A handler made for download in asynchronous mode stops the worker thread of the process and
-    /// waits for it: what was queued is done, but files of other handlers opened before it get
-    /// 4010 from now on. Always 0.
+    /// waits for it: what was queued is done, but for files of other handlers opened before, what
+    /// the worker would have to do gets 4010 from now on. Always 0.
     CmInt32 Destroy();
 
     /// The CB time stamp and the file version of the recording: those of the open container, or

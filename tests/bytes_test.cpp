@@ -1,6 +1,7 @@
-#include <algorithm>
 #include <array>
 
+#include "async/FileThreadManager.h"
+#include "tests/support/FileLink.h"
 #include "tests/support/HostTest.h"
 
 using Bytes = HostModeTest;
@@ -15,25 +16,20 @@ TEST_P(Bytes, RandomCallsOnSeveralFilesGiveWhatAModelGives) {
     std::array<File, 4> aFiles{{{"a"}, {"b"}, {"c\\d.bin"}, {"c\\e.bin"}}};
     SeededRandom aRandom;
     Recording aRecording(GetParam(), &m_sink);
-
     for (int nStep = 0; nStep < 400; ++nStep) {
         File& aFile = aFiles[aRandom.Below(4)];
         const unsigned nDice = aRandom.Below(100);
         if (!aFile.dwHandle) {
             aFile.dwHandle = aRecording.Open(aFile.strName);
             aFile.strModel.clear();
-        } else if (nDice < 60) {
-            const CCmString strBytes = aRandom.Bytes(aRandom.Below(nDice < 40 ? 3000 : 100'001));
-            ASSERT_EQ(aRecording.Write(aFile.dwHandle, strBytes), 0);
-            aFile.strModel += strBytes;
         } else if (nDice < 88) {
-            const CCmString strBytes = aRandom.Bytes(aRandom.Below(5000));
+            const bool bAppend = nDice < 60;
+            const unsigned nLimit = nDice < 40 ? 3000 : bAppend ? 100'001 : 5000;
+            const CCmString strBytes = aRandom.Bytes(aRandom.Below(nLimit));
             const auto nSize = static_cast<unsigned>(aFile.strModel.size());
-            const unsigned nOffset = aRandom.Below(nSize + 2000);
-            ASSERT_EQ(aRecording.Write(aFile.dwHandle, strBytes, nOffset), 0);
-            if (strBytes.empty()) continue;
-            aFile.strModel.resize(std::max<std::size_t>(nSize, nOffset + strBytes.size()));
-            aFile.strModel.replace(nOffset, strBytes.size(), strBytes);
+            const CmUint32 dwOffset = bAppend ? c_dwEnd : aRandom.Below(nSize + 2000);
+            ASSERT_EQ(aRecording.Write(aFile.dwHandle, strBytes, dwOffset), 0);
+            Overwrite(aFile.strModel, strBytes, dwOffset);
         } else if (nDice < 95) {
             aRecording->FlushData(aFile.dwHandle);
             Settle();
@@ -50,51 +46,47 @@ TEST_P(Bytes, RandomCallsOnSeveralFilesGiveWhatAModelGives) {
     EXPECT_EQ(m_trace.TakeErrors(), "");
 }
 
-TEST_P(Bytes, AppendsReachTheFileInBlocks) {
-    Recording aRecording(GetParam(), &m_sink);
-    const CmUint32 dwHandle = aRecording.Open("a");
-    CCmString strAll;
-    const auto append = [&](std::size_t dwLength) {
-        const CCmString strPiece = Pattern(dwLength, static_cast<unsigned>(strAll.size()));
-        EXPECT_EQ(aRecording.Write(dwHandle, strPiece), 0);
-        strAll += strPiece;
-    };
-    const auto expectFirst = [&](std::size_t dwLength) {
+// One call after the other fails at the bottom of the chain. Whichever it is, somebody is told,
+// and the file holds what the other calls wrote.
+TEST_P(Bytes, WhicheverCallFailsIsToldAndHarmsNoOther) {
+    const struct {
+        const char* lpText;
+        CmUint32 dwOffset;
+    } aWrites[] = {{"aaaabbbb", c_dwEnd}, {"XX", 1}, {"cc", c_dwEnd}, {"dd", c_dwEnd}};
+    for (int nFailing = 1; nFailing <= 6; ++nFailing) {  // the open, the writes, the close
+        SCOPED_TRACE(nFailing);
+        const CCmString strName = "f" + std::to_string(nFailing);
+        LinkScript aScript;
+        aScript.m_fault = [=](const std::string&, int n) { return n == nFailing ? 4003 : 0; };
+        CFileOperationFactory* const pFactory = CFileOperationFactory::Instance();
+        CRefPtr<IFileOperation> pTop = new FileLink(aScript, pFactory->CreateLocalFile(0));
+        const CRefPtr<IFileOpStatus> pReceiver = new TestReceiver(m_sink);
+        std::optional<ThreadGate> aGate;  // no failure is known before all calls are queued
+        if (GetParam() == Async) {
+            pTop = pFactory->CreateFileThreadProxy(
+                Worker(), CFileThreadManager::Instance()->GetCallerThread(), pTop.Get(),
+                pReceiver.Get(), CCacheFileManager::Link_Local);
+            aGate.emplace(Worker());
+        }
+        pTop = pFactory->CreateBufferDecorate(pTop.Get(), 8);
+        bool bTold = pTop->Open(".\\" + strName, 1) == 4003;
+        const bool bOpen = !bTold;
+        for (const auto& aWrite : aWrites) {
+            if (bOpen && pTop->WriteData(aWrite.lpText, aWrite.dwOffset) == 4003) bTold = true;
+            if (*aWrite.lpText == 'c') pTop->Flush();
+        }
+        if (bOpen && pTop->Close() == 4003) bTold = true;
+        aGate.reset();
+        pTop = nullptr;  // closes once more, which the script doesn't fail
         Settle();
-        ExpectFile(Recording::PathOf("a"), strAll.substr(0, dwLength));
-    };
-    for (int i = 0; i < 32; ++i) append(1000);
-    expectFirst(0);
-    append(1000);  // the block is full now
-    expectFirst(33'000);
-    append(3 * 32768);
-    append(0);
-    expectFirst(33'000 + 3 * 32768);
-    append(500);
-    expectFirst(33'000 + 3 * 32768);
-    aRecording->FlushData(dwHandle);
-    expectFirst(strAll.size());
-    append(32767);
-    EXPECT_EQ(aRecording.Write(dwHandle, "first", 0), 0);  // after what is gathered
-    strAll.replace(0, 5, "first");
-    expectFirst(strAll.size());
-    append(1);
-    EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
-    expectFirst(strAll.size());
-}
+        if (m_lost.Take() > 0) bTold = true;
+        const std::string strTold = m_sink.Take();
+        const bool bCalledBack = strTold.find(" 4003") != std::string::npos;
+        EXPECT_TRUE(GetParam() == Async ? bCalledBack : bTold && strTold.empty()) << strTold;
 
-TEST_P(Bytes, TwoHandlesOfOneFileAppendBehindEachOther) {
-    Recording aRecording(GetParam(), &m_sink);
-    const CmUint32 dwFirst = aRecording.Open("a");
-    const auto write = [&](CmUint32 dwHandle, const CCmString& strBytes) {
-        EXPECT_EQ(aRecording.Write(dwHandle, strBytes), 0);
-        aRecording->FlushData(dwHandle);
-    };
-    write(dwFirst, "emptied by the second open");
-    const CmUint32 dwSecond = aRecording.Open("a");
-    write(dwFirst, "one ");
-    write(dwSecond, "two ");
-    write(dwFirst, "three");
-    CacheFileShutdown();
-    ExpectFile(Recording::PathOf("a"), "one two three");
+        CCmString strWanted;
+        for (int i = 0; i < 4; ++i)
+            if (nFailing != i + 2) Overwrite(strWanted, aWrites[i].lpText, aWrites[i].dwOffset);
+        ExpectFile(strName, nFailing == 1 ? "<no file>" : strWanted);
+    }
 }

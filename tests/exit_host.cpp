@@ -1,11 +1,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
+#include <string>
 
 #include "async/FileThreadManager.h"
 #include "cachefile.h"
@@ -17,45 +16,32 @@
 
 namespace {
 
-bool s_bHostGone = false;
-
-/// Whatever the host gives to the library; using it after its end is what must not happen.
-class Belonging {
- public:
-    ~Belonging() { s_bHostGone = true; }
-    void Use() {
-        if (s_bHostGone) {
-            std::fputs("used after its end\n", stderr);
-            std::_Exit(3);
-        }
-        ++m_nUses;
-    }
-
- private:
-    std::atomic<int> m_nUses{0};
-};
-
-class Sink final : public IFileOpSink {
- public:
-    void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType, CmInt32) override {
-        m_belonging.Use();
-    }
-    void OnDataReady(unsigned char*, CmUint32, const tagDataInfo&) override { m_belonging.Use(); }
-
- private:
-    Belonging m_belonging;
-};
-
 void Require(bool bHolds, const char* lpWhat) {
     if (bHolds) return;
     std::fprintf(stderr, "not so: %s\n", lpWhat);
     std::_Exit(2);
 }
 
+bool s_bHostGone = false;
+
+/// The host's callbacks, of all kinds.
+class Sink final : public IFileOpSink {
+ public:
+    ~Sink() { s_bHostGone = true; }
+    void Use() { Require(!s_bHostGone && ++m_nUses > 0, "what the host gave is used in its life"); }
+    void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType, CmInt32) override {
+        Use();
+    }
+    void OnDataReady(unsigned char*, CmUint32, const tagDataInfo&) override { Use(); }
+
+ private:
+    int m_nUses = 0;
+};
+
 CWriteFileHandler* s_pHandler = nullptr;  // what the host forgets to destroy
 ThreadGate* s_pGate = nullptr;
 
-/// Queues 50 blocks of a file, all of them accepted.
+/// Queues 50 blocks of a file, all of them accepted, and an open whose failure will be traced.
 void Record(IFileOpSink* pSink) {
     s_pHandler = CCacheFileManager::Instance().CreateWriteFileHandler(7, 1);
     s_pHandler->Initialize(pSink);
@@ -63,12 +49,9 @@ void Record(IFileOpSink* pSink) {
     Require(s_pHandler->OpenWritingFile("a", dwHandle) == 0, "the open is queued");
     for (unsigned i = 0; i < 50; ++i) {
         const CCmString strBlock = Pattern(40'000, i);
-        Require(
-            s_pHandler->WriteData(dwHandle, reinterpret_cast<const unsigned char*>(strBlock.data()),
-                                  40'000, 0xFFFFFFFF) == 0,
-            "the block is queued");
+        const auto* const lpBlock = reinterpret_cast<const unsigned char*>(strBlock.data());
+        Require(s_pHandler->WriteData(dwHandle, lpBlock, 40'000, 0xFFFFFFFF) == 0, "queued");
     }
-    // A failure, which the worker traces and reports to nobody any more.
     s_pHandler->SetHomeDir("missing\\x");
     Require(s_pHandler->OpenWritingFile("b", dwHandle) == 0, "the bad open is queued");
 }
@@ -76,14 +59,11 @@ void Record(IFileOpSink* pSink) {
 /// The worker is held up until the library has let go of what belongs to the host, which is gone
 /// by then.
 void ExitBusy() {
-    const auto pUser = std::make_unique<Belonging>();
     const auto pSink = std::make_unique<Sink>();
     const std::shared_ptr<void> pDropped(nullptr, [](void*) { s_pGate->Open(); });
     CCmCallerThread::Attach();
-    CCmT120Trace::instance()->SetSink([p = pUser.get()](CmInt32, const char*) { p->Use(); });
-    CCmCallerThread::SetWakeUp([p = pUser.get(), pDropped] { p->Use(); });
-    int nDescriptor = -1;
-    Require(CCmCallerThread::GetWakeDescriptor(nDescriptor) == 0, "there is a descriptor");
+    CCmT120Trace::instance()->SetSink([p = pSink.get()](CmInt32, const char*) { p->Use(); });
+    CCmCallerThread::SetWakeUp([p = pSink.get(), pDropped] { p->Use(); });
     s_pGate = new ThreadGate(CFileThreadManager::Instance()->GetPrimaryNFSThread());
     Record(pSink.get());
 }
@@ -104,21 +84,17 @@ void ExitAfterTwoShutdowns() {
     const CCmCallerThreadGuard aAttached;
     Record(&aSink);
     s_pHandler->Destroy();
-    Require(CacheFileShutdown() == 0, "the first shutdown");
-    Require(CacheFileShutdown() == 0, "the second shutdown");
+    Require(CacheFileShutdown() == 0 && CacheFileShutdown() == 0, "both shutdowns");
 }
 
-/// Runs when the library has ended its worker: no other one can be had, and nothing is waited for.
-void OpenAfterTheEnd() {
-    CmUint32 dwHandle = 0;
-    Require(s_pHandler->OpenWritingFile("late", dwHandle) == 4010, "a late open is refused");
-    s_pHandler->Destroy();
-    Require(CacheFileShutdown() == 0, "a late shutdown");
-}
-
+/// The handler registered first runs last: after the library has ended its worker.
 void ExitAndOpenLate() {
     static Sink s_sink;
-    std::atexit(OpenAfterTheEnd);  // before the library's own handler, so it runs after it
+    std::atexit([] {
+        CmUint32 dwHandle = 0;
+        Require(s_pHandler->OpenWritingFile("late", dwHandle) == 4010, "a late open is refused");
+        Require(s_pHandler->Destroy() == 0 && CacheFileShutdown() == 0, "a late shutdown");
+    });
     CCmCallerThread::Attach();
     Record(&s_sink);
 }
@@ -126,17 +102,10 @@ void ExitAndOpenLate() {
 }  // namespace
 
 int main(int nArguments, char** lpArguments) {
-    const struct {
-        const char* lpName;
-        void (*run)();
-    } aScenarios[] = {{"busy", ExitBusy},
-                      {"forked", ExitInForkedChild},
-                      {"twice", ExitAfterTwoShutdowns},
-                      {"late", ExitAndOpenLate}};
-    for (const auto& aScenario : aScenarios) {
-        if (nArguments < 2 || std::strcmp(lpArguments[1], aScenario.lpName) != 0) continue;
-        aScenario.run();
-        return 0;
-    }
-    return 1;
+    const std::string strScenario = nArguments > 1 ? lpArguments[1] : "";
+    if (strScenario == "busy") ExitBusy();
+    if (strScenario == "forked") ExitInForkedChild();
+    if (strScenario == "twice") ExitAfterTwoShutdowns();
+    if (strScenario == "late") ExitAndOpenLate();
+    return s_pHandler ? 0 : 1;
 }

@@ -4,25 +4,18 @@
 
 #include "tests/support/HostTest.h"
 
-namespace {
-
-int RunHost(std::string strScenario) {
-    char aProgram[] = EXIT_HOST;
-    char* const lpArguments[] = {aProgram, strScenario.data(), nullptr};
-    pid_t nHost = 0;
-    if (::posix_spawn(&nHost, aProgram, nullptr, nullptr, lpArguments, environ) != 0) return -1;
-    int nStatus = -1;
-    ::waitpid(nHost, &nStatus, 0);
-    return nStatus;
-}
-
-}  // namespace
-
 class Exit : public testing::TestWithParam<const char*> {};
 
 TEST_P(Exit, EveryAcceptedWriteIsInItsFile) {
     TestDir aDir;
-    EXPECT_EQ(RunHost(GetParam()), 0);
+    std::string strProgram = EXIT_HOST;
+    std::string strScenario = GetParam();
+    char* const lpArguments[] = {strProgram.data(), strScenario.data(), nullptr};
+    pid_t nHost = 0;
+    int nStatus = -1;
+    ASSERT_EQ(::posix_spawn(&nHost, EXIT_HOST, nullptr, nullptr, lpArguments, environ), 0);
+    ::waitpid(nHost, &nStatus, 0);
+    EXPECT_EQ(nStatus, 0);
     CCmString strAll;
     for (unsigned i = 0; i < 50; ++i) strAll += Pattern(40'000, i);
     ExpectFile(Recording::PathOf("a"), strAll);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <new>
 
 #include "async/FileChain.h"
@@ -52,11 +53,7 @@ CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint3
     const CCmString strPath = m_strHomeDir + strFileName;
     const CRefPtr<IFileOperation> pFile =
         BuildFileChain(FileChainKind::WriteRecord, m_bAsync, this);
-    if (!pFile) {
-        CM_TRACE_ERROR("CWriteFileHandler::OpenWritingFile->Low memory to create a file"
-                       << " this=" << this);
-        return CACHE_ERR_OUT_OF_MEMORY;
-    }
+    if (!pFile) throw std::bad_alloc();
     // The list takes the file first: once it is open nothing may fail any more.
     m_vecWriteFiles.push_back({NewHandle(), pFile});
     const CmInt32 lResult = pFile->Open(strPath, 1);
@@ -69,6 +66,8 @@ CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint3
     dwHandle = m_vecWriteFiles.back().dwHandle;
     return CACHE_OK;
 } catch (const std::bad_alloc&) {
+    CM_TRACE_ERROR("CWriteFileHandler::OpenWritingFile->Low memory to create a file"
+                   << " this=" << this);
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 
@@ -126,7 +125,9 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
         CM_TRACE_ERROR("CWriteFileHandler::WriteData->Write Data error=" << lResult
                                                                          << " this=" << this);
     return lResult;
-} catch (const std::bad_alloc&) {
+} catch (const std::exception&) {  // no memory, or more than a string can hold
+    CM_TRACE_ERROR("CWriteFileHandler::WriteData->Write Data error="
+                   << CmInt32{CACHE_ERR_OUT_OF_MEMORY} << " this=" << this);
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 

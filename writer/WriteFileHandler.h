@@ -25,7 +25,8 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
  public:
     /// For the manager. Never fails.
     CWriteFileHandler(CmUint32 dwRecordID, int bAsync);
-    /// A copy has the same fields, the reference count included, and shares the open files.
+    /// A copy has the same fields, the reference count included, and shares the open files. The
+    /// only operations here that throw std::bad_alloc.
     CWriteFileHandler(const CWriteFileHandler&);
     CWriteFileHandler& operator=(const CWriteFileHandler&);
     ~CWriteFileHandler() override;

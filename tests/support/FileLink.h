@@ -13,27 +13,26 @@ struct LinkScript {
     /// "Read 100@60", "Flush", "Close".
     std::string Take();
 
-    /// Given a call as above and its number from 1 on (Flush, which can't fail, is not counted), a
-    /// code other than 0 fails it without its reaching the link below.
+    /// Given a call as above and its number from 1 on (Flush can't fail and has none), a code other
+    /// than 0 fails it without its reaching the link below.
     std::function<CmInt32(const std::string& strCall, int nCall)> m_fault;
 
     /// Fails every call that begins with strPrefix.
     void FailAll(const std::string& strPrefix, CmInt32 lCode);
 
-    int m_nCalls = 0;
+    CmInt32 Note(const std::string& strCall);
+
     std::thread::id m_thread;  ///< where the last call ran
     bool m_bGone = false;      ///< the link has ended
 
  private:
-    friend class FileLink;
-    CmInt32 Note(const std::string& strCall, bool bCanFail = true);
-
     std::mutex m_mutex;
     std::string m_strLog;  // guarded by m_mutex
+    int m_nCalls = 0;
 };
 
 /// A link of the chain that writes down the calls and can fail them. Without a link below it every
-/// call succeeds, and reads deliver nothing.
+/// other call succeeds and does nothing.
 class FileLink final : public IFileOperation {
  public:
     FileLink(LinkScript& aScript, IFileOperation* pBelow) : m_script(aScript), m_pBelow(pBelow) {}
@@ -43,8 +42,10 @@ class FileLink final : public IFileOperation {
     CmInt32 Close() override;
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
     CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
-    CmInt32 AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
-                          CmUint32& dwLength) override;
+    CmInt32 AsyncReadData(const tagDataInfo& /*aDataInfo*/, unsigned char* lpBuffer,
+                          CmUint32 dwOffset, CmUint32& dwLength) override {
+        return ReadData(lpBuffer, dwOffset, dwLength);
+    }
     const CCmString& GetFileName() override { return m_strPath; }
     void Flush() override;
 

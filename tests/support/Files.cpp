@@ -22,15 +22,8 @@ TestDir::~TestDir() {
     fs::remove_all(m_path, aIgnored);
 }
 
-fs::path Native(const CCmString& strPath) {
-    CCmString strNative(strPath);
-    std::replace(strNative.begin(), strNative.end(), '\\', '/');
-    return strNative;
-}
-
-CCmString LibraryForm(const fs::path& aPath) {
-    CCmString strPath(aPath.generic_string());
-    std::replace(strPath.begin(), strPath.end(), '/', '\\');
+static fs::path Native(CCmString strPath) {
+    std::replace(strPath.begin(), strPath.end(), '\\', '/');
     return strPath;
 }
 
@@ -51,6 +44,13 @@ CCmString Pattern(std::size_t dwLength, unsigned nStart) {
     for (std::size_t i = 0; i < dwLength; ++i)
         strBytes[i] = static_cast<char>((i + nStart) * 2654435761U >> 13);
     return strBytes;
+}
+
+void Overwrite(CCmString& strFile, const CCmString& strBytes, CmUint32 dwOffset) {
+    if (strBytes.empty()) return;
+    const std::size_t nOffset = dwOffset == 0xFFFFFFFF ? strFile.size() : dwOffset;
+    strFile.resize(std::max(strFile.size(), nOffset + strBytes.size()));
+    strFile.replace(nOffset, strBytes.size(), strBytes);
 }
 
 std::string Difference(const CCmString& strGot, const CCmString& strWanted) {

@@ -14,25 +14,21 @@ class TestDir {
     TestDir(const TestDir&) = delete;
     TestDir& operator=(const TestDir&) = delete;
 
-    const std::filesystem::path& Path() const { return m_path; }
-
  private:
     const std::filesystem::path m_before;
     std::filesystem::path m_path;
 };
 
-/// A path in the library's form as the standard library takes it.
-std::filesystem::path Native(const CCmString& strPath);
-
-/// A path of the standard library in the library's form.
-CCmString LibraryForm(const std::filesystem::path& aPath);
-
+/// Paths are in the library's form or the standard library's.
 bool Exists(const CCmString& strPath);
 CCmString ReadBytes(const CCmString& strPath);  // "<no file>" if there is none
 void WriteBytes(const CCmString& strPath, const CCmString& strBytes);
 
 /// dwLength bytes that differ from place to place.
 CCmString Pattern(std::size_t dwLength, unsigned nStart = 0);
+
+/// What a file with these bytes holds after a write; 0xFFFFFFFF is its end.
+void Overwrite(CCmString& strFile, const CCmString& strBytes, CmUint32 dwOffset);
 
 /// Empty when the strings are equal, else where they begin to differ.
 std::string Difference(const CCmString& strGot, const CCmString& strWanted);

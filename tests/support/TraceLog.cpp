@@ -1,29 +1,17 @@
 #include "tests/support/TraceLog.h"
 
-#include <cctype>
+#include <algorithm>
 #include <utility>
 
 namespace {
 
-/// Replaces the characters that follow strLabel and pass aTest, if there are any.
-template <class Test>
-void Blank(std::string& strLine, const std::string& strLabel, const char* lpBy, Test aTest) {
-    for (std::size_t n = strLine.find(strLabel); n != std::string::npos;) {
-        const std::size_t nBegin = n + strLabel.size();
-        std::size_t nEnd = nBegin;
-        while (nEnd < strLine.size() && aTest(static_cast<unsigned char>(strLine[nEnd]))) ++nEnd;
-        if (nEnd > nBegin) strLine.replace(nBegin, nEnd - nBegin, lpBy);
-        n = strLine.find(strLabel, nBegin + 1);
+/// Puts lpBy in the place of the characters out of lpSet that follow strLabel, wherever it stands.
+void Blank(std::string& strLine, const std::string& strLabel, const char* lpSet, const char* lpBy) {
+    std::size_t n = 0;
+    while ((n = strLine.find(strLabel, n)) != std::string::npos) {
+        n += strLabel.size();
+        strLine.replace(n, std::min(strLine.find_first_not_of(lpSet, n), strLine.size()) - n, lpBy);
     }
-}
-
-std::string Comparable(std::string strLine) {
-    const auto isHex = [](int c) { return std::isxdigit(c) != 0; };
-    for (const char* const lpLabel : {" this=0x", " m_hFD=0x"}) Blank(strLine, lpLabel, "*", isHex);
-    for (std::size_t n; (n = strLine.find("=0x*")) != std::string::npos;) strLine.erase(n + 1, 2);
-    if (strLine.find(" Assert failed: ") != std::string::npos)
-        Blank(strLine, ".cpp:", "#", [](int c) { return std::isdigit(c) != 0; });
-    return strLine;
 }
 
 }  // namespace
@@ -31,19 +19,22 @@ std::string Comparable(std::string strLine) {
 TraceLog::TraceLog(CmInt32 lLevel) {
     CCmT120Trace::instance()->SetSink(
         [this](CmInt32 lLineLevel, const char* lpText) {
+            std::string strLine = lpText;
+            Blank(strLine, " this=", "0123456789abcdefx", "*");
+            Blank(strLine, " m_hFD=", "0123456789abcdefx", "*");
+            if (strLine.find(" Assert failed: ") != std::string::npos)
+                Blank(strLine, ".cpp:", "0123456789", "#");
             std::lock_guard<std::mutex> aLock(m_mutex);
-            std::string& strLines =
-                lLineLevel == CCmT120Trace::Level_Error ? m_strErrors : m_strInfos;
-            strLines += Comparable(lpText) + "\n";
+            (lLineLevel == CCmT120Trace::Level_Error ? m_strErrors : m_strInfos) += strLine + "\n";
         },
         lLevel);
 }
 
 TraceLog::~TraceLog() { CCmT120Trace::instance()->SetSink({}); }
 
-std::string TraceLog::Take(CmInt32 lLevel) {
+std::string TraceLog::Take(std::string& strLines) {
     std::lock_guard<std::mutex> aLock(m_mutex);
-    return std::exchange(lLevel == CCmT120Trace::Level_Error ? m_strErrors : m_strInfos, {});
+    return std::exchange(strLines, {});
 }
 
 std::string Assertion(const std::string& strFile, const std::string& strExpression) {

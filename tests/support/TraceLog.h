@@ -15,11 +15,11 @@ class TraceLog {
     TraceLog& operator=(const TraceLog&) = delete;
 
     /// The lines of one level since the last call, each with a line break, and forgets them.
-    std::string TakeErrors() { return Take(CCmT120Trace::Level_Error); }
-    std::string TakeInfos() { return Take(CCmT120Trace::Level_Info); }
+    std::string TakeErrors() { return Take(m_strErrors); }
+    std::string TakeInfos() { return Take(m_strInfos); }
 
  private:
-    std::string Take(CmInt32 lLevel);
+    std::string Take(std::string& strLines);
 
     std::mutex m_mutex;
     std::string m_strErrors;  // guarded by m_mutex

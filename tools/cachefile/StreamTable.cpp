@@ -1,13 +1,12 @@
 #include "tools/cachefile/StreamTable.h"
 
-#include <cstdio>
-
 namespace {
 
 std::string Hex(std::uint16_t wTag) {
-    char aText[8];
-    std::snprintf(aText, sizeof aText, "0x%04X", static_cast<unsigned>(wTag));
-    return aText;
+    std::string strHex = "0x";
+    for (int nShift = 12; nShift >= 0; nShift -= 4)
+        strHex += "0123456789ABCDEF"[wTag >> nShift & 15];
+    return strHex;
 }
 
 std::pair<std::string, Style> State(const tagStream& aStream) {

@@ -33,7 +33,7 @@ std::string Rate(std::uint64_t qwBytes, double dSeconds) {
 }
 
 CTable::Row MakeRow(const std::string& strStream, const tagRecorded& aRecorded,
-                    const std::string& strLost) {
+                    const tagPlayed& aPlayed, const std::string& strLost) {
     return {Printable(strStream),
             aRecorded.strFile,
             std::to_string(aRecorded.qwBytes),
@@ -41,6 +41,8 @@ CTable::Row MakeRow(const std::string& strStream, const tagRecorded& aRecorded,
             std::to_string(aRecorded.qwCallbacks),
             Fixed(aRecorded.dSeconds, 3),
             Rate(aRecorded.qwBytes, aRecorded.dSeconds),
+            Rate(aRecorded.qwBytes, aPlayed.dPlaySeconds),
+            Rate(2 * aRecorded.qwBytes, aPlayed.dContainerSeconds),
             strLost};
 }
 
@@ -66,16 +68,21 @@ void CTable::Print() const {
 
 void CReport::Print(double dSeconds) const {
     CTable aTable(2);
-    aTable.Add({"stream", "file", "bytes", "pieces", "callbacks", "seconds", "MB/s", "bytes lost"});
+    aTable.Add({"stream", "file", "bytes", "pieces", "callbacks", "seconds", "MB/s", "play MB/s",
+                "container MB/s", "bytes lost"});
     tagRecorded aTotal;
+    tagPlayed aTotalPlayed;
     for (std::size_t n = 0; n < m_vecRecorded.size(); ++n) {
         const tagRecorded& aRecorded = m_vecRecorded[n];
-        aTable.Add(MakeRow(m_vecSources[n]->GetName(), aRecorded, ""));
+        aTable.Add(MakeRow(m_vecSources[n]->GetName(), aRecorded, m_vecPlayed[n], ""));
+        aTotalPlayed.dPlaySeconds += m_vecPlayed[n].dPlaySeconds;
+        aTotalPlayed.dContainerSeconds += m_vecPlayed[n].dContainerSeconds;
         aTotal.qwBytes += aRecorded.qwBytes;
         aTotal.qwPieces += aRecorded.qwPieces;
         aTotal.qwCallbacks += aRecorded.qwCallbacks;
     }
     aTotal.dSeconds = dSeconds;
-    aTable.Add(MakeRow("total", aTotal, std::to_string(CCacheFileManager::GetLostBytes())));
+    aTable.Add(
+        MakeRow("total", aTotal, aTotalPlayed, std::to_string(CCacheFileManager::GetLostBytes())));
     aTable.Print();
 }

@@ -23,11 +23,18 @@ class CTable {
     std::vector<Row> m_vecRows;
 };
 
+/// How long it took to play a stream.
+struct tagPlayed {
+    double dPlaySeconds = 0;       ///< from its record file
+    double dContainerSeconds = 0;  ///< twice from the container, once in each mode
+};
+
 /// What the user is told on standard output.
 class CReport {
  public:
-    CReport(const Sources& vecSources, const std::vector<tagRecorded>& vecRecorded)
-        : m_vecSources(vecSources), m_vecRecorded(vecRecorded) {}
+    CReport(const Sources& vecSources, const std::vector<tagRecorded>& vecRecorded,
+            const std::vector<tagPlayed>& vecPlayed)
+        : m_vecSources(vecSources), m_vecRecorded(vecRecorded), m_vecPlayed(vecPlayed) {}
 
     /// A row for each stream, then the totals; dSeconds is how long everything took together.
     void Print(double dSeconds) const;
@@ -35,4 +42,5 @@ class CReport {
  private:
     const Sources& m_vecSources;
     const std::vector<tagRecorded>& m_vecRecorded;
+    const std::vector<tagPlayed>& m_vecPlayed;
 };

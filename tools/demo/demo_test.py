@@ -14,6 +14,7 @@ import subprocess
 import sys
 import unittest
 import wave
+import zlib
 
 PROGRAM = os.path.abspath(sys.argv[1])
 DIRECTORY = os.path.abspath(sys.argv[2])
@@ -70,6 +71,14 @@ class Demo(unittest.TestCase):
             self.assertEqual(len(sound.readframes(sound.getnframes())), 10 * 48000 * 2 * 2)
         with open(os.path.join(self.into, "1", names[1]), encoding="utf-8") as chat:
             self.assertRegex(chat.read(), r"\A(\d\d:\d\d:\d\d \w+: [^\n]+\n)+\Z")
+        # The container is read by a program that shares nothing with the library.
+        reader = os.path.join(os.path.dirname(__file__), "../../tests/container_reader.py")
+        streams = subprocess.check_output(
+            [sys.executable, reader, os.path.join(self.into, "recording.qxf")], text=True)
+        for name in names:
+            with open(os.path.join(self.into, "1", name), "rb") as recorded:
+                content = recorded.read()
+            self.assertIn(f" {len(content)} {zlib.crc32(content)}\n", streams)
 
     def test_files(self):
         contents = [b"", b"x", random.Random(2).randbytes(65536), bytes(3 * 65536 + 17)]

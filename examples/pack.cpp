@@ -1,0 +1,47 @@
+// Packs record files into a container, the form in which whole recordings travel.
+//
+//     pack CONTAINER FILE...         (each FILE becomes a stream)
+
+#include <cstdio>
+#include <filesystem>
+
+#include "cachefile.h"
+#include "tools/HostPath.h"
+
+namespace {
+
+constexpr std::uint16_t c_wTag = 268;  // data type 4, kind 4; ids are n * 1000 + 4
+constexpr CmUint32 c_dwFileVersion = 1;
+constexpr CmUint32 c_dwTimeStamp = 1700000000;
+
+bool Succeeded(const char* lpStep, CmInt32 lResult) {
+    if (lResult == CACHE_OK) return true;
+    std::fprintf(stderr, "pack: %s: %s (%s)\n", lpStep, CacheFileResultText(lResult),
+                 CacheFileResultName(lResult));
+    return false;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: pack CONTAINER FILE...\n");
+        return 2;
+    }
+    CContainerWriter aWriter;
+    aWriter.SetFileHeader(c_dwFileVersion, c_dwTimeStamp);
+    for (int n = 2; n < argc; ++n) {
+        const CmUint32 dwNumber = static_cast<CmUint32>(n - 1);
+        // A describer doesn't tell how long a stream is; what its extra value means is the host's
+        // choice. Here it is the length. A file that isn't there shows when it is packed.
+        std::error_code aIgnored;
+        const auto dwSize = static_cast<CmUint32>(std::filesystem::file_size(argv[n], aIgnored));
+        if (!Succeeded(argv[n],
+                       aWriter.AddTagStreamFile(c_wTag, dwNumber, dwSize, HostPath(argv[n]))))
+            return 1;
+    }
+    // Until it is complete it lies under another name, so nobody meets half a container.
+    if (!Succeeded(argv[1], aWriter.Write(HostPath(argv[1])))) return 1;
+    std::printf("packed %d streams into %s\n", argc - 2, argv[1]);
+    return 0;
+}

@@ -1,0 +1,111 @@
+// Plays all streams of a container in asynchronous mode, with an event loop: the worker thread
+// reads, and what it read comes back on this thread.
+//
+//     play_container CONTAINER
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+#include "cachefile.h"
+#include "tools/HostPath.h"
+
+namespace {
+
+constexpr CmUint32 c_dwRun = 65536;
+constexpr CmUint32 c_dwWaitMilliseconds = 1000;
+
+bool Succeeded(const char* lpStep, CmInt32 lResult) {
+    if (lResult == CACHE_OK) return true;
+    std::fprintf(stderr, "play_container: %s: %s (%s)\n", lpStep, CacheFileResultText(lResult),
+                 CacheFileResultName(lResult));
+    return false;
+}
+
+// Asks for one stream after the other: each run that comes in causes the next request. A describer
+// doesn't tell how long its stream is. The host knows, and here it is the extra value that the
+// example pack chose for it.
+class CStreams : public IFileOpSink {
+ public:
+    explicit CStreams(CPlayFileHandler& aHandler) : m_handler(aHandler) {}
+
+    void Begin(const std::vector<tagFileDescriber>& vecStreams) {
+        m_vecStreams = vecStreams;
+        AskForMore();
+    }
+
+    void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType,
+                        CmInt32 aResult) override {
+        if (!Succeeded("read", aResult)) m_bFailed = true;
+    }
+
+    void OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo&) override {
+        delete[] lpData;  // a player would hand it on
+        m_qwPlayed += dwLength;
+        m_dwOffset += dwLength;
+        if (dwLength == 0)
+            m_bFailed = true;  // the container is shorter than it says
+        else
+            AskForMore();
+    }
+
+    bool IsDone() const { return m_bFailed || m_nStream == m_vecStreams.size(); }
+    bool HasFailed() const { return m_bFailed; }
+    unsigned long long GetPlayed() const { return m_qwPlayed; }
+
+ private:
+    void AskForMore() {
+        while (!IsDone() && m_dwOffset == m_vecStreams[m_nStream].dwExtraInfo) {
+            ++m_nStream;
+            m_dwOffset = 0;
+        }
+        if (IsDone()) return;
+        const tagFileDescriber& aStream = m_vecStreams[m_nStream];
+        const tagDataInfo aInfo = {aStream.wDataType, aStream.dwFileID, 0, aStream.byFileType};
+        const CmUint32 dwLength = std::min(c_dwRun, aStream.dwExtraInfo - m_dwOffset);
+        unsigned char* const lpBuffer = new unsigned char[dwLength];
+        if (Succeeded("ask", m_handler.ReadData(aInfo, lpBuffer, m_dwOffset, dwLength))) return;
+        delete[] lpBuffer;  // after a failure it stays ours
+        m_bFailed = true;
+    }
+
+    CPlayFileHandler& m_handler;
+    std::vector<tagFileDescriber> m_vecStreams;
+    std::size_t m_nStream = 0;
+    CmUint32 m_dwOffset = 0;
+    unsigned long long m_qwPlayed = 0;
+    bool m_bFailed = false;
+};
+
+bool Play(CPlayFileHandler& aHandler, CStreams& aStreams, const char* lpContainer) {
+    std::vector<tagFileDescriber> vecStreams;
+    if (!Succeeded("initialize", aHandler.Initialize(&aStreams)) ||
+        !Succeeded("open", aHandler.OpenDownloadedFile(HostPath(lpContainer), vecStreams)))
+        return false;
+    aStreams.Begin(vecStreams);
+    while (!aStreams.IsDone())
+        if (!Succeeded("run", CCmCallerThread::WaitAndRun(c_dwWaitMilliseconds))) return false;
+    return !aStreams.HasFailed();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: play_container CONTAINER\n");
+        return 2;
+    }
+    const CCmCallerThreadGuard aGuard;
+    if (!Succeeded("attach", aGuard.GetResult())) return 1;
+    CPlayFileHandler* const pHandler = CCacheFileManager::Instance().CreatePlayFileHandler(1, 1, 1);
+    if (!pHandler) {
+        Succeeded("create a handler", CACHE_ERR_OUT_OF_MEMORY);
+        return 1;
+    }
+    CStreams aStreams(*pHandler);
+    const bool bPlayed = Play(*pHandler, aStreams, argv[1]);
+    pHandler->Destroy();  // ends the worker thread too
+    if (!bPlayed) return 1;
+    std::printf("played %llu bytes of %s\n", aStreams.GetPlayed(), argv[1]);
+    return 0;
+}

@@ -1,0 +1,45 @@
+# Records with the examples in BIN, plays the record files, packs them and plays the container: each
+# has to see as many bytes as the one before. EMULATOR runs them where they were built for another
+# system.
+file(REMOVE_RECURSE ${DIRECTORY})
+file(MAKE_DIRECTORY ${DIRECTORY})
+
+function(run name wanted)
+    execute_process(COMMAND ${EMULATOR} ${BIN}/${name}${SUFFIX} ${ARGN}
+                    WORKING_DIRECTORY ${DIRECTORY}
+                    RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE error)
+    string(REGEX MATCH "[0-9]+" number "${output}")
+    if(NOT result EQUAL 0 OR NOT number EQUAL wanted)
+        message(FATAL_ERROR "${name} ended with ${result}, wanted ${wanted}: ${output}${error}")
+    endif()
+endfunction()
+
+function(refused name word)
+    execute_process(COMMAND ${EMULATOR} ${BIN}/${name}${SUFFIX} ${ARGN}
+                    WORKING_DIRECTORY ${DIRECTORY}
+                    RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE error)
+    if(NOT result EQUAL 1 OR NOT error MATCHES "${word}" OR NOT output STREQUAL "")
+        message(FATAL_ERROR "${name} ended with ${result}: ${output}${error}")
+    endif()
+endfunction()
+
+foreach(recorder record_sync record_async)
+    execute_process(COMMAND ${EMULATOR} ${BIN}/${recorder}${SUFFIX} made
+                    WORKING_DIRECTORY ${DIRECTORY} OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+endforeach()
+set(notes made/1/notes.txt)
+set(samples made/2/samples.raw)
+file(SIZE ${DIRECTORY}/${notes} notes_size)
+file(SIZE ${DIRECTORY}/${samples} samples_size)
+math(EXPR both "${notes_size} + ${samples_size}")
+
+run(play_record ${notes_size} made)
+run(pack 2 packed.qxf ${notes} ${samples})
+run(play_container ${both} packed.qxf)
+
+refused(play_record NOT_FOUND missing)
+refused(pack NOT_FOUND other.qxf missing)
+refused(play_container BAD_CONTAINER ${notes})
+if(EXISTS ${DIRECTORY}/other.qxf)
+    message(FATAL_ERROR "pack left half a container behind")
+endif()

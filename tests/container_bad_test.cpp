@@ -1,0 +1,261 @@
+#include <map>
+#include <numeric>
+
+#include "tests/support/Player.h"
+
+namespace {
+
+/// What opening a container gives.
+struct Outcome {
+    CmInt32 lResult = 0;
+    std::vector<tagFileDescriber> vecStreams = {};
+    CmUint32 dwVersion = 0;
+    CmUint32 dwTimeStamp = 0;
+};
+
+bool operator==(const Outcome& aOne, const Outcome& aOther) {
+    return aOne.lResult == aOther.lResult && aOne.vecStreams == aOther.vecStreams &&
+           aOne.dwVersion == aOther.dwVersion && aOne.dwTimeStamp == aOther.dwTimeStamp;
+}
+
+void PrintTo(const Outcome& aOutcome, std::ostream* pOut) {
+    *pOut << aOutcome.lResult << ", " << aOutcome.vecStreams.size() << " streams, version "
+          << aOutcome.dwVersion << ", time stamp " << aOutcome.dwTimeStamp;
+}
+
+/// The walk as plainly as it can be written: one read an entry, every lap of a circle walked until
+/// one adds nothing, which shows by the number of known streams remembered for each offset.
+Outcome PlainWalk(const CCmString& strFile) {
+    Outcome aOutcome;
+    const auto isThere = [&](std::uint64_t qwAt, unsigned nLength) {
+        if (qwAt + nLength <= strFile.size()) return true;
+        aOutcome.lResult = 4002;
+        return false;
+    };
+    if (!isThere(0, c_nHeader)) return aOutcome;
+    const CmUint32 dwType = Get32(strFile, 20);
+    if (!Get32(strFile, 8) || Get32(strFile, 12) || !Get32(strFile, 16) || dwType > 1)
+        return {4002};
+    std::map<std::uint64_t, std::size_t> mapKnownAt;
+    std::uint64_t qwAt = c_nHeader;
+    for (CmUint32 dwLeft = Get32(strFile, 16); dwLeft > 0; --dwLeft) {
+        const std::size_t nKnown = aOutcome.vecStreams.size();
+        const auto aSeen = mapKnownAt.emplace(qwAt, nKnown);
+        if (!aSeen.second && aSeen.first->second == nKnown) return aOutcome;  // an idle lap
+        aSeen.first->second = nKnown;
+        if (!isThere(qwAt, c_nEntry)) return aOutcome;
+        const unsigned wTag = Get16(strFile, qwAt);
+        if (FindTagRow(wTag)) {
+            if (nKnown == c_dwBudget) return aOutcome.lResult = 4011, aOutcome;
+            aOutcome.vecStreams.push_back(
+                DescriberOf(wTag, Get32(strFile, qwAt + 4), Get32(strFile, qwAt + 8)));
+        }
+        if (wTag == c_wConf) {
+            const CmUint32 dwData = Get32(strFile, qwAt + 16);
+            if (!isThere(dwData, c_nConfHeader)) return aOutcome;
+            aOutcome.dwVersion = Get32(strFile, dwData + 8);
+            aOutcome.dwTimeStamp = Get32(strFile, dwData + 52);
+        }
+        qwAt = dwType == 0 ? qwAt + c_nEntry : Get32(strFile, qwAt + 24);
+    }
+    return aOutcome;
+}
+
+/// A container of five entries whose data and, if chained, entries lie mixed. A chained one ends
+/// with the offset dwLastNext.
+CCmString SmallContainer(CmUint32 dwType, CmUint32 dwLastNext) {
+    const bool bChained = dwType == 1;
+    const unsigned aAt[] = {24, bChained ? 200U : 56U, bChained ? 58U : 88U, bChained ? 90U : 120U,
+                            bChained ? 240U : 152U};
+    const HandEntry aEntries[] = {{268, 7, 11, 184, aAt[1]},
+                                  {c_wConf, 0, 12, bChained ? 122U : 190U, aAt[2]},
+                                  {284, 3, 13, 272, aAt[3]},
+                                  {c_wUnknown, 1, 14, 0, aAt[4]},
+                                  {c_wUnknown, 7, 15, 184, dwLastNext}};
+    CCmString strBytes = Pattern(280, 5);
+    SetHeader(strBytes, 280, 5, dwType);
+    strBytes.replace(aEntries[1].dwDataOffset, c_nConfHeader, ConfBytes(21, 22));
+    for (int i = 0; i < 5; ++i) SetEntry(strBytes, aAt[i], aEntries[i]);
+    return strBytes;
+}
+
+class Bad : public HostModeTest {
+ protected:
+    /// Opens strBytes as a container.
+    Outcome Open(const CCmString& strBytes) {
+        std::filesystem::remove("c");  // some file systems sync what is emptied and rewritten
+        WriteBytes("c", strBytes);
+        Player aPlayer(GetParam(), nullptr);
+        const CmInt32 lResult = aPlayer.Open("c");
+        return {lResult, aPlayer.m_vecStreams, aPlayer->GetFileVersion(),
+                aPlayer->GetCBTimeStamp()};
+    }
+};
+
+}  // namespace
+
+INSTANTIATE_BOTH_MODES(Bad);
+
+TEST_P(Bad, CutAndChangedContainersGiveWhatThePlainWalkGives) {
+    for (const CCmString& strGood : {SmallContainer(0, 0), SmallContainer(1, 0xFFFFFFFF),
+                                     SmallContainer(1, 90), SmallContainer(1, 240)}) {
+        ASSERT_EQ(Open(strGood).vecStreams.size(), 3U);
+        for (std::size_t n = 0; n < strGood.size(); ++n) {
+            const CCmString strCut = strGood.substr(0, n);
+            ASSERT_EQ(Open(strCut), PlainWalk(strCut)) << "cut to " << n;
+        }
+        for (std::size_t n = 0; n < strGood.size(); ++n) {
+            for (const int nFlip : {0x01, 0x80, 0xFF}) {
+                CCmString strChanged = strGood;
+                strChanged[n] = static_cast<char>(strChanged[n] ^ nFlip);
+                ASSERT_EQ(Open(strChanged), PlainWalk(strChanged)) << n << " flipped by " << nFlip;
+            }
+        }
+    }
+}
+
+TEST_P(Bad, RandomChainsGiveWhatThePlainWalkGives) {
+    SeededRandom aRandom;
+    for (int nRound = 0; nRound < 150; ++nRound) {
+        const unsigned nSlots = 1 + aRandom.Below(12);
+        const unsigned nKnownIn = 1 + aRandom.Below(6);  // one slot in so many is a known one
+        CCmString strBytes = ConfBytes(5, 6, c_nHeader + nSlots * c_nEntry);
+        SetHeader(strBytes, 1, 1 + aRandom.Below(300), 1);
+        for (unsigned i = 0; i < nSlots; ++i) {
+            const unsigned wTag =
+                aRandom.Below(nKnownIn) ? c_wUnknown : c_aTagRows[aRandom.Below(20)].wTag;
+            const unsigned nNext = aRandom.Below(nSlots + (nRound % 3 == 0));  // or off the end
+            SetEntry(strBytes, c_nHeader + i * c_nEntry,
+                     {wTag, i, i, aRandom.Below(c_nEntry), c_nHeader + nNext * c_nEntry});
+        }
+        ASSERT_EQ(Open(strBytes), PlainWalk(strBytes)) << nRound;
+    }
+}
+
+TEST_P(Bad, CirclesEndWithTheirCountTheBudgetOrALapThatAddsNothing) {
+    const struct {
+        unsigned nLeadIn, nLap;
+        unsigned nKnownLeadIn, nKnownLap;  // the first ones of each
+        CmUint32 dwCount;
+        CmInt32 lResult;
+        CmUint32 dwStreams;
+    } aCases[] = {
+        {0, 1, 0, 0, 0xFFFFFFFF, 0, 0},
+        {0, 1, 0, 1, 1000, 0, 1000},
+        {0, 1, 0, 1, 0xFFFFFFFF, 4011, c_dwBudget},
+        {0, 1, 0, 1, c_dwBudget, 0, c_dwBudget},
+        {0, 2, 0, 1, 2 * c_dwBudget, 0, c_dwBudget},
+        {0, 2, 0, 1, 2 * c_dwBudget + 1, 4011, c_dwBudget},
+        {3, 5, 2, 0, 0xFFFFFFFF, 0, 2},
+        {4, 3, 4, 2, 4 + 3 * 10'001 + 1, 0, 4 + 2 * 10'001 + 1},
+        {5, 7, 5, 7, 0xFFFFFFFF, 4011, c_dwBudget},
+        {1000, 1000, 0, 0, 0xFFFFFFFF, 0, 0},
+        {1000, 999, 1, 1, 1000 + 999 * 7 + 1, 0, 1 + 7 + 1},
+    };
+    for (const auto& aCase : aCases) {
+        SCOPED_TRACE(&aCase - aCases);
+        const unsigned nEntries = aCase.nLeadIn + aCase.nLap;
+        CCmString strBytes;
+        SetHeader(strBytes, 1, aCase.dwCount, 1);
+        for (unsigned i = 0; i < nEntries; ++i) {
+            const bool bKnown =
+                i < aCase.nLeadIn ? i < aCase.nKnownLeadIn : i - aCase.nLeadIn < aCase.nKnownLap;
+            const unsigned nNext = i + 1 < nEntries ? i + 1 : aCase.nLeadIn;
+            SetEntry(strBytes, c_nHeader + i * c_nEntry,
+                     {bKnown ? 258U : c_wUnknown, i, i, 0, c_nHeader + nNext * c_nEntry});
+        }
+        const Outcome aOutcome = Open(strBytes);
+        EXPECT_EQ(aOutcome.lResult, aCase.lResult);
+        EXPECT_EQ(aOutcome.vecStreams.size(), aCase.dwStreams);
+        for (unsigned i = 0; i < aOutcome.vecStreams.size(); ++i) {
+            const unsigned nEntry =
+                i < aCase.nKnownLeadIn ? i
+                                       : aCase.nLeadIn + (i - aCase.nKnownLeadIn) % aCase.nKnownLap;
+            if (aOutcome.vecStreams[i] == DescriberOf(258, nEntry, nEntry)) continue;
+            FAIL() << i << ": " << aOutcome.vecStreams[i];
+        }
+        EXPECT_EQ(m_trace.TakeErrors(),
+                  aCase.lResult == 0
+                      ? ""
+                      : "CDownloadFileHandler::InitFileInfo->Too many entries, count=" +
+                            std::to_string(aCase.dwCount) + " this=*\n");
+    }
+}
+
+TEST_P(Bad, AMegabyteOfCircleIsWalkedAFewTimesOnly) {
+    constexpr unsigned nEntries = ((1 << 20) - c_nHeader) / c_nEntry;
+    constexpr unsigned nPairs = (nEntries - 1) / 2;
+    constexpr unsigned nKnown = 20'000;  // the place of the known entry in the circle
+    const std::function<unsigned(unsigned)> aOrders[] = {
+        [](unsigned i) { return i % nEntries; },
+        [](unsigned i) { return i * 10'007 % nEntries; },
+        [](unsigned i) {  // jumps to entries with their successor, which invites to read ahead
+            i %= nEntries;
+            return i == 0 ? 0 : 1 + (i - 1) / 2 * 10'007 % nPairs * 2 + (i - 1) % 2;
+        },
+    };
+    for (const auto& order : aOrders) {
+        CCmString strBytes;
+        SetHeader(strBytes, 1, 0xFFFFFFFF, 1);
+        for (unsigned i = 0; i < nEntries; ++i)
+            SetEntry(
+                strBytes, c_nHeader + order(i) * c_nEntry,
+                {i == nKnown ? 258U : c_wUnknown, 1, 1, 0, c_nHeader + order(i + 1) * c_nEntry});
+        const Outcome aOutcome = Open(strBytes);  // hours, if it walked every lap
+        EXPECT_EQ(aOutcome.lResult, 0);
+        EXPECT_EQ(aOutcome.vecStreams.size(), (0xFFFFFFFF - 1 - nKnown) / nEntries + 1);
+    }
+}
+
+TEST_P(Bad, EachFailureHasItsLineAndLeavesWhatCameBeforeReadable) {
+    const CCmString strGood = SmallContainer(1, 0xFFFFFFFF);
+    const auto with32 = [&](unsigned nAt, CmUint32 dwValue) {
+        CCmString strBytes = strGood;
+        Set32(strBytes, nAt, dwValue);
+        return strBytes;
+    };
+    constexpr unsigned nConfData = 200 + 16, nFirstNext = 24 + 24;
+    const struct {
+        CCmString strBytes;
+        CmInt32 lResult;
+        std::size_t nStreams;
+        const char* lpLine;
+    } aCases[] = {
+        {strGood, 0, 3, ""},
+        {"", 4002, 0, "Read File header error, HeadLen=0"},
+        {strGood.substr(0, 10), 4002, 0, "Read File header error, HeadLen=10"},
+        {with32(8, 0), 4002, 0, "Bad file type"},
+        {with32(12, 1), 4002, 0, "Bad file type"},
+        {with32(16, 0), 4002, 0, "Bad file type"},
+        {with32(20, 2), 4002, 0, "Bad file type"},
+        {strGood.substr(0, 55), 4002, 0, "Read MRFD error, RetLen=31"},
+        {with32(16, 6), 4002, 3, "Read MRFD error, RetLen=0"},
+        {with32(nFirstNext, 280 - 32), 4002, 1, "Read MRFD error, RetLen=0"},
+        {with32(nFirstNext, 280 - 31), 4002, 1, "Read MRFD error, RetLen=31"},
+        {with32(nFirstNext, 280), 4002, 1, "Read MRFD error, RetLen=0"},
+        {with32(nFirstNext, 0xFFFFFFFF), 4002, 1, "Read MRFD error, RetLen=0"},
+        {with32(nConfData, 280 - 72), 0, 3, ""},
+        {with32(nConfData, 280 - 71), 4002, 2, "Read Conf fileheader error,dwHeaderLen=71"},
+        {with32(nConfData, 280), 4002, 2, "Read Conf fileheader error,dwHeaderLen=0"},
+        {with32(nConfData, 0xFFFFFFFF), 4002, 2, "Read Conf fileheader error,dwHeaderLen=0"},
+    };
+    for (const auto& aCase : aCases) {
+        SCOPED_TRACE(&aCase - aCases);
+        WriteBytes("c", aCase.strBytes);
+        Player aPlayer(GetParam(), &m_sink);
+        EXPECT_EQ(aPlayer.Open("c"), aCase.lResult);
+        EXPECT_EQ(aPlayer.m_vecStreams.size(), aCase.nStreams);
+        const std::string strLine(aCase.lpLine);
+        EXPECT_EQ(
+            m_trace.TakeErrors(),
+            strLine.empty() ? "" : "CDownloadFileHandler::InitFileInfo->" + strLine + " this=*\n");
+        const tagDataInfo aInfo = InfoOf(DescriberOf(268, 7, 11));
+        EXPECT_EQ(aPlayer.Read(aInfo, 0, 4), aCase.nStreams ? 0 : 4009);
+        Settle();
+        if (aCase.nStreams > 0) {
+            EXPECT_EQ(m_sink.m_strData, aCase.strBytes.substr(184, 4));
+        }
+        EXPECT_EQ(aPlayer.Open("c"), 4008);
+        m_trace.TakeErrors();
+    }
+}

@@ -1,0 +1,89 @@
+#include <algorithm>
+
+#include "download/IndexReader.h"
+#include "fileop/LocalFile.h"
+#include "tests/support/Containers.h"
+#include "tests/support/FileLink.h"
+#include "tests/support/HostTest.h"
+
+/// An index of 3,000 packed entries, read through a link that can fail.
+class Index : public HostTest {
+ protected:
+    Index() : m_strFile(Pattern(c_nHeader + 3000 * c_nEntry)) {
+        WriteBytes("c", m_strFile);
+        EXPECT_EQ(m_pFile->Open(".\\c", 0), 0);
+        m_script.Take();
+    }
+
+    /// The bytes of the entry, or the code.
+    CCmString Entry(CIndexReader& aReader, std::uint64_t qwOffset) {
+        unsigned char aBytes[c_nEntry] = {};
+        CmUint32 dwLength = 99;
+        const CmInt32 lResult = aReader.ReadEntry(qwOffset, aBytes, dwLength);
+        return lResult == 0 ? CCmString(reinterpret_cast<char*>(aBytes), dwLength)
+                            : std::to_string(lResult);
+    }
+
+    /// Reads all entries in order, and what lies behind them.
+    void ExpectAll() {
+        CIndexReader aReader(*m_pFile);
+        for (std::size_t nAt = c_nHeader; nAt <= m_strFile.size(); nAt += c_nEntry)
+            ASSERT_EQ(Entry(aReader, nAt), m_strFile.substr(nAt, c_nEntry)) << nAt;
+    }
+
+    CCmString m_strFile;
+    LinkScript m_script;
+    CRefPtr<IFileOperation> m_pFile = new FileLink(m_script, new CLocalFile(0));
+};
+
+TEST_F(Index, PackedEntriesCostFewReadsAndScatteredOnesNoBlocks) {
+    ExpectAll();
+    const std::string strReads = m_script.Take();
+    EXPECT_LT(std::count(strReads.begin(), strReads.end(), '\n'), 20) << "for 3,000 entries";
+
+    CIndexReader aReader(*m_pFile);
+    for (std::size_t nAt = 90'000; nAt > 400; nAt -= 400)  // pairs that lie together
+        for (const std::size_t nOf : {nAt, nAt + c_nEntry})
+            ASSERT_EQ(Entry(aReader, nOf), m_strFile.substr(nOf, c_nEntry)) << nOf;
+    EXPECT_EQ(Entry(aReader, m_strFile.size() - 31), m_strFile.substr(m_strFile.size() - 31));
+    EXPECT_EQ(Entry(aReader, 0xFFFFFFFF), "");
+    EXPECT_EQ(m_script.Take().find("Read 32768@"), std::string::npos);
+    for (const std::uint64_t qwFar : {0x100000000U, 0x100000018U, 0xFFFFFFFFFFFFFFE0U})
+        EXPECT_EQ(Entry(aReader, qwFar), "") << "counts as nothing read";
+    EXPECT_EQ(m_script.Take(), "");
+}
+
+TEST_F(Index, WhatABlockCannotGiveIsReadAlone) {
+    m_script.FailAll("Read 32768@", 4006);
+    ExpectAll();
+    m_script.m_fault = [](const std::string& strCall, int nCall) {
+        return strCall.find("Read 32768@") == 0 && nCall % 3 != 0 ? 4006 : 0;
+    };
+    ExpectAll();
+    m_script.FailAll("Read", 4003);  // then its code is that of its own read
+    CIndexReader aReader(*m_pFile);
+    EXPECT_EQ(Entry(aReader, 24), "4003");
+    m_script.m_fault = nullptr;
+    m_strFile.resize(50'010);  // the last block ends within an entry
+    WriteBytes("c", m_strFile);
+    ExpectAll();
+}
+
+TEST(CircleWatch, FindsEveryCircleWithinThreeLapsOfItsWay) {
+    for (unsigned nLeadIn = 0; nLeadIn < 70; ++nLeadIn) {
+        for (unsigned nLap = 1; nLap < 70; ++nLap) {
+            CCircleWatch aWatch;
+            unsigned nStep = 0;
+            const auto placeAt = [&](unsigned n) {
+                return n < nLeadIn ? n : nLeadIn + (n - nLeadIn) % nLap;
+            };
+            while (!aWatch.IsBack(24 + 32 * placeAt(nStep), nStep))
+                ASSERT_LT(nStep++, 3 * (nLeadIn + nLap)) << nLeadIn << " " << nLap;
+            ASSERT_EQ(aWatch.GetLapLength(), nLap) << nLeadIn;
+            ASSERT_EQ(aWatch.GetKnownBefore(), nStep - nLap);
+        }
+    }
+    CCircleWatch aWatch;
+    for (std::uint64_t qwAt = 24; qwAt < 3'000'000; qwAt += 32)
+        ASSERT_FALSE(aWatch.IsBack(qwAt, 0)) << qwAt;
+}

@@ -1,0 +1,164 @@
+#include "tests/support/Player.h"
+
+/// A host that packs, in a directory of its own.
+class Writer : public HostTest {
+ protected:
+    CmInt32 Add(const tagFileDescriber& aDescriber, const CCmString& strBytes) {
+        return m_writer.AddStream(aDescriber,
+                                  reinterpret_cast<const unsigned char*>(strBytes.data()),
+                                  static_cast<CmUint32>(strBytes.size()));
+    }
+
+    /// Expects that writing to .\c gives this code, traces these lines, and leaves no new file.
+    void ExpectRefused(CmInt32 lResult, const std::string& strLines) {
+        const CCmString strBefore = ReadBytes("c");
+        EXPECT_EQ(m_writer.Write(".\\c"), lResult);
+        EXPECT_EQ(m_trace.TakeErrors(), strLines);
+        ExpectFile("c", strBefore);
+        EXPECT_FALSE(Exists("c.partial"));
+    }
+
+    std::string Streams(const CCmString& strPath) {
+        Player aPlayer(Sync, nullptr);
+        EXPECT_EQ(aPlayer.Open(strPath), 0);
+        return testing::PrintToString(aPlayer.m_vecStreams);
+    }
+
+    CContainerWriter m_writer;
+};
+
+TEST_F(Writer, RefusesWhatTheFormatCannotHold) {
+    const struct {
+        tagFileDescriber aDescriber;
+        bool bGood;
+    } aCases[] = {
+        {{8, 2, 8, 0}, true},          {{8, 2, 9, 0}, false},         {{8, 2, 1008, 0}, true},
+        {{8, 4, 2008, 0}, false},      {{8, 3, 2008, 0}, false},      {{8, 0, 2008, 0}, false},
+        {{2, 2, 2002, 0}, false},      {{99, 5, 1099, 0}, false},     {{99, 1, 1099, 0}, true},
+        {{99, 4, 1099, 0}, true},      {{100, 2, 101, 0}, false},     {{100, 2, 1100, 0}, false},
+        {{102, 2, 102, 0}, true},      {{102, 2, 1102, 0}, false},    {{102, 1, 102, 0}, false},
+        {{3, 2, 4294967291, 0}, true}, {{3, 2, 4294967292, 0}, false}};
+    for (const auto& aCase : aCases) {
+        SCOPED_TRACE(testing::PrintToString(aCase.aDescriber));
+        const tagFileDescriber& a = aCase.aDescriber;
+        const std::string strNamed = " FileID=" + std::to_string(a.dwFileID) +
+                                     " DataType=" + std::to_string(a.wDataType) +
+                                     " FileType=" + std::to_string(a.byFileType) + "\n";
+        EXPECT_EQ(Add(a, "x"), aCase.bGood ? 0 : 4009);
+        EXPECT_EQ(m_writer.AddStreamFile(a, ".\\any"), 4009) << "there already, or never there";
+        const std::string strTwice = "CContainerWriter::AddStream->Stream added twice" + strNamed;
+        const std::string strNoTag = "CContainerWriter::AddStream->No tag for" + strNamed;
+        EXPECT_EQ(m_trace.TakeErrors(), aCase.bGood ? strTwice : strNoTag + strNoTag);
+    }
+    const unsigned char aByte[] = {1};
+    for (const unsigned wTag : {0U, 255U, 262U, 275U, 288U, 65535U}) {
+        EXPECT_EQ(m_writer.AddTagStream(static_cast<std::uint16_t>(wTag), 1, 0, aByte, 1), 4009);
+        EXPECT_EQ(m_trace.TakeErrors(),
+                  "CContainerWriter::AddStream->Unknown tag=" + std::to_string(wTag) + "\n");
+    }
+    EXPECT_EQ(m_writer.AddTagStream(258, 1 + 0x20000000, 0, aByte, 1), 4009) << "1008 once more";
+    EXPECT_EQ(m_writer.AddTagStream(284, 77, 0, aByte, 1), 4009) << "102 once more";
+    EXPECT_EQ(m_writer.AddTagStream(256, 1, 0, nullptr, 1), 4009);
+    EXPECT_EQ(m_writer.AddTagStreamFile(256, 1, 0, ""), 4009);
+    EXPECT_EQ(m_writer.SetIndexType(2), 4009);
+    m_trace.TakeErrors();
+
+    EXPECT_EQ(m_writer.Write(".\\c"), 0);
+    std::vector<tagFileDescriber> vecGood;
+    for (const auto& aCase : aCases)
+        if (aCase.bGood) vecGood.push_back(aCase.aDescriber);
+    EXPECT_EQ(Streams("c"), testing::PrintToString(vecGood));
+    EXPECT_EQ(Get32(ReadBytes("c"), 20), 0U) << "the index type is the one before";
+}
+
+TEST_F(Writer, TheConfStreamHoldsAHeaderAndGetsTheFields) {
+    ExpectRefused(4010, "CContainerWriter::Write->No stream\n");
+    EXPECT_EQ(Add({100, 2, 100, 0}, CCmString(71, 'x')), 4009);
+    EXPECT_EQ(m_trace.TakeErrors(),
+              "CContainerWriter::AddStream->Conf stream without header FileID=100 DataType=100 "
+              "FileType=2\n");
+    const auto expectConf = [&](const CCmString& strConf) {
+        EXPECT_EQ(m_writer.Write(".\\c"), 0);
+        const CCmString strFile = ReadBytes("c");
+        EXPECT_EQ(Difference(strFile.substr(strFile.size() - strConf.size()), strConf), "");
+        Player aPlayer(Sync, nullptr);
+        EXPECT_EQ(aPlayer.Open("c"), 0);
+        EXPECT_EQ(aPlayer->GetFileVersion(), Get32(strConf, 8));
+        EXPECT_EQ(aPlayer->GetCBTimeStamp(), Get32(strConf, 52));
+    };
+    EXPECT_EQ(Add({8, 2, 8, 0}, "data"), 0);
+    m_writer.SetFileHeader(5, 6);
+    CCmString strMade(c_nConfHeader, '\0');
+    Set32(strMade, 8, 5);
+    Set32(strMade, 52, 6);
+    expectConf(strMade);
+    EXPECT_EQ(Streams("c"), testing::PrintToString(
+                                std::vector<tagFileDescriber>{{8, 2, 8, 0}, {100, 2, 100, 0}}));
+    // What was made for that container is no stream of the writer's.
+    EXPECT_EQ(Add({100, 2, 100, 3}, ConfBytes(1, 2, 100'000)), 0);
+    expectConf(ConfBytes(5, 6, 100'000));
+    EXPECT_EQ(Add({1, 2, 1, 0}, ""), 0);
+    m_writer.SetFileHeader(7, 0);
+    expectConf(ConfBytes(7, 0, 100'000));
+    EXPECT_EQ(m_trace.TakeErrors(), "");
+}
+
+TEST_F(Writer, BadSourcesLeaveWhatWasThereUntouched) {
+    EXPECT_EQ(Add({8, 2, 8, 0}, "data"), 0);
+    EXPECT_EQ(m_writer.AddTagStreamFile(256, 1, 0, ".\\source"), 0);
+    const std::string strMissing = "CContainerWriter::Write->Open source error=2 file=.\\source\n";
+    ExpectRefused(4001, strMissing);
+    WriteBytes("c", "an earlier container");
+    ExpectRefused(4001, strMissing);
+    WriteBytes("source", "");
+    EXPECT_EQ(m_writer.Write(".\\c"), 0);
+    EXPECT_EQ(ReadBytes("c").size(), c_nHeader + 2 * c_nEntry + 4);
+    std::filesystem::remove("source");
+    ExpectRefused(4001, strMissing);
+
+    EXPECT_EQ(m_writer.AddTagStreamFile(274, 0, 0, ".\\conf"), 0);
+    WriteBytes("source", "s");
+    WriteBytes("conf", CCmString(71, 'x'));
+    ExpectRefused(4009, "CContainerWriter::Write->Conf stream without header file=.\\conf\n");
+    WriteBytes("conf", CCmString(72, 'x'));
+    EXPECT_EQ(m_writer.Write(".\\c"), 0);
+}
+
+TEST_F(Writer, FourGigabytesAreTooMuch) {
+    const auto makeFile = [](const char* lpName, std::uint64_t qwSize) {
+        WriteBytes(lpName, "");
+        std::filesystem::resize_file(lpName, qwSize);
+    };
+    const std::string strRefusal = "CContainerWriter::Write->More than 4 GiB file=";
+    EXPECT_EQ(m_writer.AddTagStreamFile(256, 1, 0, ".\\one"), 0);
+    for (const std::uint64_t qwTooLong :
+         {0xFFFFFFFF - 56 + 1ULL, 0x100000000ULL, 0x123456789AULL}) {
+        makeFile("one", qwTooLong);
+        ExpectRefused(4009, strRefusal + ".\\one\n");
+    }
+    EXPECT_EQ(m_writer.AddTagStreamFile(256, 2, 0, ".\\two"), 0);
+    makeFile("one", 0x80000000);
+    makeFile("two", 0x80000000 - 88);
+    ExpectRefused(4009, strRefusal + ".\\two\n");
+}
+
+TEST_F(Writer, APlaceThatCannotBeWrittenIsToldAndKept) {
+    EXPECT_EQ(Add({8, 2, 8, 0}, "data"), 0);
+    EXPECT_EQ(m_writer.Write("missing\\c"), 4001);
+    EXPECT_EQ(m_trace.TakeErrors(),
+              "CContainerWriter::Write->Open file error=2 file=missing\\c.partial\n");
+    EXPECT_FALSE(Exists("missing"));
+    EXPECT_EQ(m_writer.Write(""), 4006);
+    std::filesystem::create_directories("d/inside");
+    EXPECT_NE(m_writer.Write(".\\d"), 0);
+    EXPECT_TRUE(Exists("d/inside"));
+    EXPECT_FALSE(Exists("d.partial"));
+    // What has the name of the unfinished file is another's, and stays.
+    std::filesystem::create_directory("c.partial");
+    WriteBytes("c.partial2", "another's");
+    EXPECT_EQ(m_writer.Write(".\\c"), 0);
+    EXPECT_EQ(Streams("c"), testing::PrintToString(std::vector<tagFileDescriber>{{8, 2, 8, 0}}));
+    EXPECT_TRUE(Exists("c.partial"));
+    ExpectFile("c.partial2", "another's");
+    EXPECT_FALSE(Exists("c.partial3"));
+}

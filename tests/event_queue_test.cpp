@@ -1,0 +1,175 @@
+#include <stdexcept>
+#include <thread>
+
+#include "tests/support/HostTest.h"
+
+namespace {
+
+/// A thread of the test's own, the host's queue, and events that count.
+class EventQueue : public HostTest {
+ protected:
+    EventQueue() {
+        EXPECT_EQ(CCmThreadManager::Instance()->CreateUserTaskThread(
+                      m_pThread, CCmThreadManager::TF_JOINABLE, 0, -1),
+                  0);
+        m_pQueue = m_pThread->GetEventQueue();
+    }
+    ~EventQueue() override {
+        m_pThread->Stop(nullptr);
+        m_pThread->Join();
+    }
+
+    static CRefPtr<ICmEventQueue> HostQueue() {
+        return CCmThreadManager::Instance()->GetThread(3)->GetEventQueue();
+    }
+    ICmEvent* Event(TestEvent::Work aWork = nullptr) {
+        return new TestEvent(m_counts, std::move(aWork));
+    }
+    ICmEvent* Note(const char* lpText, CmInt32 lResult = 0) {
+        return Event([=] {
+            m_strFired += lpText;
+            return lResult;
+        });
+    }
+    static CmUint32 Run() {
+        CmUint32 dwCount = 99;
+        EXPECT_EQ(CCmCallerThread::RunPending(&dwCount), 0);
+        return dwCount;
+    }
+    void ExpectCounts(int nFired, int nDisposed) {
+        EXPECT_EQ(m_counts.nFired, nFired);
+        EXPECT_EQ(m_counts.nDisposed, nDisposed);
+    }
+
+    EventCounts m_counts;
+    ACmThread* m_pThread = nullptr;
+    CRefPtr<ICmEventQueue> m_pQueue;
+    std::string m_strFired;
+};
+
+}  // namespace
+
+TEST_F(EventQueue, SendingWaitsElsewhereAndFiresAtOnceOnTheOwnThread) {
+    m_pQueue->PostEvent(Note("posted "), 1);
+    EXPECT_EQ(m_pQueue->SendEvent(Note("sent ", 42)), 42);
+    EXPECT_EQ(RunOn(m_pThread,
+                    [&] {
+                        m_pQueue->PostEvent(Note("later "), 1);
+                        return m_pQueue->SendEvent(Note("nested ", 43));
+                    }),
+              43);
+    RunOn(m_pThread, nullptr);
+    EXPECT_EQ(m_strFired, "posted sent nested later ");
+    ExpectCounts(4, 4);
+}
+
+TEST_F(EventQueue, AStoppedThreadRunsWhatItHasAndRefusesTheRest) {
+    ThreadGate aGate(m_pThread);
+    m_pQueue->PostEvent(Event([this] { return m_pThread->Join() == 4010 ? 0 : 1; }), 1);
+    EXPECT_EQ(m_pThread->Stop(nullptr), 0);
+    EXPECT_FALSE(m_pThread->GetEventQueue());
+    EXPECT_EQ(m_pQueue->PostEvent(Event(), 1), 4010);
+    EXPECT_EQ(m_pQueue->SendEvent(Event()), 4010) << "without waiting";
+    ExpectCounts(0, 2);
+    aGate.Open();
+    std::thread aOther([this] { EXPECT_EQ(m_pThread->Join(), 0); });
+    EXPECT_EQ(m_pThread->Join(), 0);
+    aOther.join();
+    ExpectCounts(1, 3);
+}
+
+TEST_F(EventQueue, ARunTakesWhatWaitsAndANestedOneGoesOnWithIt) {
+    const CRefPtr<ICmEventQueue> pHost = HostQueue();
+    pHost->PostEvent(Event([&] {
+                         m_strFired += "a(";
+                         pHost->PostEvent(Note("new "), 1);
+                         EXPECT_EQ(Run(), 2U);  // b, which the outer run has taken, and new
+                         m_strFired += ")";
+                         return pHost->PostEvent(Note(" next"), 1);
+                     }),
+                     1);
+    pHost->PostEvent(Note("b "), 1);
+    EXPECT_EQ(Run(), 1U);
+    EXPECT_EQ(m_strFired, "a(b new )") << "what is posted meanwhile waits";
+    EXPECT_EQ(Run(), 1U);
+    pHost->PostEvent(Event([]() -> CmInt32 { throw std::runtime_error("a host's own"); }), 1);
+    pHost->PostEvent(Note(" rest"), 1);
+    EXPECT_THROW(CCmCallerThread::RunPending(), std::runtime_error);
+    ExpectCounts(5, 5);
+    EXPECT_EQ(Run(), 1U);
+    EXPECT_EQ(m_strFired, "a(b new ) next rest");
+}
+
+TEST_F(EventQueue, OneThreadAtATimeIsAttachedAndRepeatsNest) {
+    ACmThread* const pHost = CCmThreadManager::Instance()->GetThread(3);
+    const CRefPtr<ICmEventQueue> pQueue = HostQueue();
+    EXPECT_EQ(CCmCallerThread::Attach(), 0);
+    std::thread([] {
+        EXPECT_EQ(CCmCallerThreadGuard().GetResult(), 4010);
+        EXPECT_EQ(CCmCallerThread::Detach(), 4010);
+        EXPECT_EQ(CCmCallerThread::WaitAndRun(1000), 4010);
+        EXPECT_EQ(CCmCallerThread::SetWakeUp([] {}), 4010);
+    }).join();
+    EXPECT_EQ(CCmCallerThread::Detach(), 0);
+    EXPECT_TRUE(CCmCallerThread::IsCurrent());
+    pQueue->PostEvent(Event(), 1);
+    m_attached.reset();
+    ExpectCounts(0, 1);
+    EXPECT_EQ(CCmThreadManager::Instance()->GetThread(3), nullptr);
+    EXPECT_EQ(pQueue->PostEvent(Event(), 1), 4010);
+    EXPECT_EQ(CCmCallerThread::RunPending(), 4010);
+    EXPECT_EQ(CCmCallerThread::Detach(), 4010);
+    std::thread([this] {  // now another one may
+        const CCmCallerThreadGuard aGuard;
+        HostQueue()->PostEvent(Event(), 1);
+        EXPECT_EQ(Run(), 1U);
+    })
+        .join();
+    EXPECT_FALSE(pHost->GetEventQueue()) << "the first attachment is over for good";
+    ExpectCounts(1, 3);
+}
+
+TEST_F(EventQueue, ASenderLearnsThatTheQueueWasDropped) {
+    const CRefPtr<ICmEventQueue> pHost = HostQueue();
+    Signal aWaits;
+    CCmCallerThread::SetWakeUp([&] { aWaits.Raise(); });
+    std::thread aSender([&] { EXPECT_EQ(pHost->SendEvent(Event()), 4010); });
+    aWaits.Wait();
+    m_attached.reset();
+    aSender.join();
+    ExpectCounts(0, 1);
+}
+
+TEST_F(EventQueue, TheWakeUpComesWhenResultsBeginToWait) {
+    int nWoken = 0;
+    const auto expectWoken = [&](int nTimes, const char* lpWhen) {
+        EXPECT_EQ(std::exchange(nWoken, 0), nTimes) << lpWhen;
+    };
+    const auto install = [&] { return CCmCallerThread::SetWakeUp([&] { ++nWoken; }); };
+    install();
+    expectWoken(0, "nothing waits");
+    HostQueue()->PostEvent(Event(), 1);
+    expectWoken(1, "something began to wait");
+    HostQueue()->PostEvent(Event([&] { return HostQueue()->PostEvent(Event(), 1); }), 1);
+    expectWoken(0, "something waited already");
+    Run();
+    expectWoken(1, "posted by what ran, for the next run");
+    install();
+    expectWoken(1, "installed while something waits");
+    m_attached.reset();
+    m_attached.emplace();
+    HostQueue()->PostEvent(Event(), 1);
+    expectWoken(0, "removed by detaching");
+}
+
+TEST_F(EventQueue, WaitingEndsWithWhatComesIn) {
+    CmUint32 dwCount = 99;
+    EXPECT_EQ(CCmCallerThread::WaitAndRun(1, &dwCount), 0);
+    EXPECT_EQ(dwCount, 0U);
+    const CRefPtr<ICmEventQueue> pHost = HostQueue();
+    for (int i = 0; i < 200; ++i) {  // there and back: every sleep has to be ended
+        m_pQueue->PostEvent(Event([&] { return pHost->PostEvent(Event(), 1); }), 1);
+        EXPECT_EQ(CCmCallerThread::WaitAndRun(100'000, &dwCount), 0);
+        EXPECT_EQ(dwCount, 1U);
+    }
+}

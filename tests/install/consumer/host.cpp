@@ -1,0 +1,24 @@
+#include <cachefile.h>
+
+#include <cstdio>
+
+int main() {
+    CCacheFileManager& manager = CCacheFileManager::Instance();
+    manager.SetTempHomeDir(".\\recordings\\");  // a backslash separates on every system
+
+    // Recording 12, synchronous mode: every call does its work before it returns.
+    CWriteFileHandler* handler = manager.CreateWriteFileHandler(12, 0);
+    if (!handler) return 1;
+
+    const unsigned char bytes[] = {'h', 'e', 'l', 'l', 'o', '\n'};
+    CmUint32 file = 0;
+    CmInt32 result = handler->Initialize(nullptr);  // no callbacks in this mode
+    if (result == CACHE_OK) result = handler->OpenWritingFile("greeting.txt", file);
+    if (result == CACHE_OK)
+        result = handler->WriteData(file, bytes, sizeof bytes, CCacheFileManager::GetMaxDword());
+    if (result == CACHE_OK) result = handler->CloseFile(file);
+    handler->Destroy();
+
+    if (result != CACHE_OK) std::fprintf(stderr, "%s\n", CacheFileResultText(result));
+    return result == CACHE_OK && CCacheFileManager::GetLostBytes() == 0 ? 0 : 1;
+}

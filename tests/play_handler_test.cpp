@@ -1,0 +1,222 @@
+#include "tests/support/Player.h"
+
+using Play = HostModeTest;
+INSTANTIATE_BOTH_MODES(Play);
+
+namespace {
+
+constexpr tagDataInfo c_aInfo{8, 7008, 99, 2};
+constexpr tagFileDescriber c_aDescriber{8, 2, 7008, 5};
+constexpr char c_szNamed[] = " FileID=7008 DataType=8 FileType=2";
+constexpr auto c_aLocal = CCacheFileManager::Link_Local;
+
+/// A container .\c with the stream that c_aInfo names, and version 3 and time stamp 4.
+void PackContainer() {
+    CContainerWriter aWriter;
+    aWriter.SetFileHeader(3, 4);
+    aWriter.AddStream(c_aDescriber, reinterpret_cast<const unsigned char*>("abcdef"), 6);
+    EXPECT_EQ(aWriter.Write(".\\c"), 0);
+}
+
+std::string Refused(const std::string& strOperation, const char* lpLength) {
+    return "CPlayFileHandler::" + strOperation + "->DataInfo2FileHandler error" + c_szNamed +
+           lpLength + "99 this=*\n";
+}
+
+const std::string c_strHandler = "player/PlayFileHandler.cpp";
+const std::string c_strAccess = "player/PlayDataAccess.cpp";
+const std::string c_strContainer = "download/PlayDataFile.cpp";
+
+}  // namespace
+
+TEST_P(Play, RecordFilesRefuseWithCodesAndLines) {
+    const bool bAsync = GetParam() == Async;
+    Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
+    EXPECT_EQ(aPlayer.Open("c"), 4010);
+    EXPECT_EQ(m_trace.TakeErrors(), Assertion(c_strHandler, "m_bDownload"));
+    EXPECT_EQ(aPlayer.Write(c_aInfo, "x", 0), 4010);
+    EXPECT_EQ(aPlayer.Read(c_aInfo, 0, 1), 4010);
+    EXPECT_EQ(aPlayer.SyncRead(c_aInfo, 0, 1), "4010");
+    EXPECT_EQ(m_trace.TakeErrors(), Refused("WriteData", " DataLen=") +
+                                        Refused("ReadData", " DataSize=") +
+                                        Refused("SyncReadData", " DataSize="));
+
+    EXPECT_EQ(aPlayer.OpenFile("missing", c_aDescriber), bAsync ? 0 : 4001);
+    Settle();
+    EXPECT_EQ(m_sink.Take(), bAsync ? "Open 4001" : "");
+    EXPECT_EQ(aPlayer->GetFileStatus(c_aLocal), bAsync ? 4001 : 0);
+    EXPECT_EQ(aPlayer.Read(c_aInfo, 0, 1), bAsync ? 4006 : 4010);
+    EXPECT_EQ(aPlayer.SyncRead(c_aInfo, 0, 1), bAsync ? "4001" : "4010");
+    EXPECT_EQ(m_trace.TakeErrors(),
+              "CLocalFile::Open->Open reading only File Error=2 this=*\n" +
+                  (bAsync ? "COpenCloseEvent::OnEventFire->Open File error:.\\kvr2\\7\\missing "
+                            "this=*\n"
+                            "CPlayFileHandler::ReadData->Read data error4006 this=*\n"
+                            "CPlayFileHandler::SyncReadData->Read data error4001 this=*\n"
+                          : "CPlayFileHandler::OpenRecordFile->Open file error=4001 this=*\n" +
+                                Refused("ReadData", " DataSize=") +
+                                Refused("SyncReadData", " DataSize=")));
+
+    std::filesystem::create_directories("kvr2/7");
+    WriteBytes("kvr2/7/a", "there");
+    const tagDataInfo aInfo{1, 1, 0, 1};
+    EXPECT_EQ(aPlayer.OpenFile("a", {1, 1, 1, 0}), 0);
+    Settle();
+    EXPECT_EQ(aPlayer.Write(aInfo, "x", 0), 4010) << "opened for reading";
+    EXPECT_EQ(aPlayer->WriteData(aInfo, nullptr, 1, 0), 4009);
+    EXPECT_EQ(aPlayer->ReadData(aInfo, nullptr, 0, 1), 4009);
+    EXPECT_EQ(aPlayer.Read(aInfo, 0, 0), 4009);
+    EXPECT_EQ(aPlayer.SyncRead(aInfo, 0, 0), "4009");
+    const std::string strLink = bAsync ? "async/FileThreadProxy.cpp" : "fileop/LocalFile.cpp";
+    const std::string strRead = "CPlayFileHandler::ReadData->Read data error4009 this=*\n";
+    EXPECT_EQ(m_trace.TakeErrors(),
+              Assertion(c_strAccess, "lpData") + Assertion(strLink, "lpBuffer") + strRead +
+                  Assertion(strLink, "dwLength") + strRead + Assertion(strLink, "dwLength") +
+                  "CPlayFileHandler::SyncReadData->Read data error4009 this=*\n");
+    ExpectFile("kvr2/7/a", "there");
+
+    m_sink.Take();
+    EXPECT_EQ(aPlayer->CloseAllRecordFiles(), 0);
+    EXPECT_EQ(aPlayer.Read(aInfo, 0, 1), bAsync ? 0 : 4007);
+    EXPECT_EQ(aPlayer.SyncRead(aInfo, 0, 1), "4007");
+    Settle();
+    EXPECT_EQ(m_sink.Take(), bAsync ? "Data 0, Read 4007" : "");
+}
+
+TEST_P(Play, ContainersRefuseWithCodesAndLines) {
+    PackContainer();
+    Player aPlayer(GetParam(), &m_sink);
+    EXPECT_EQ(aPlayer->GetReference(), 1U);
+    EXPECT_EQ(aPlayer->GetFileVersion() + aPlayer->GetCBTimeStamp(), 0U);
+    EXPECT_EQ(aPlayer.Open("c"), 0);
+    EXPECT_EQ(aPlayer->GetFileVersion(), 3U);
+    EXPECT_EQ(aPlayer->GetCBTimeStamp(), 4U);
+    EXPECT_EQ(aPlayer.Open("c"), 4008);
+    EXPECT_EQ(aPlayer.OpenFile("a", c_aDescriber, 1), 4010);
+    EXPECT_EQ(aPlayer.Write(c_aInfo, "x", 0), 4010);
+    const std::string strOpen = Assertion(c_strHandler, "!m_pDownloadFile");
+    EXPECT_EQ(m_trace.TakeErrors(), strOpen + strOpen + Assertion(c_strAccess, "!m_pDownloadFile"));
+    EXPECT_EQ(aPlayer.SyncRead(c_aInfo, 0, 1), "4010");
+    EXPECT_EQ(m_trace.TakeErrors(), "");
+
+    EXPECT_EQ(aPlayer->ReadData(c_aInfo, nullptr, 0, 0), 4009);
+    EXPECT_EQ(aPlayer.Read(c_aInfo, 0, 0), 4009);
+    EXPECT_EQ(aPlayer.Read({8, 7009, 3, 255}, 0, 1), 4009);
+    EXPECT_EQ(m_trace.TakeErrors(),
+              Assertion(c_strContainer, "lpBuffer") + Assertion(c_strContainer, "dwLength") +
+                  "CDownloadFileHandler::ReadData->Cann't find MRFD for DataInfo FileID=7009 "
+                  "DataType=8 FileType=255 DataSize=3 this=*\n");
+    EXPECT_EQ(aPlayer->CloseAllRecordFiles(), 0);
+    EXPECT_EQ(aPlayer.Read(c_aInfo, 0, 1), 4007);
+    EXPECT_EQ(m_trace.TakeErrors(), Assertion(c_strContainer, "m_pFileOp.Get( )"));
+    EXPECT_EQ(aPlayer->GetFileVersion(), 3U) << "headers and tables stay";
+    Settle();
+    EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 0" : "");
+    const std::string strInfos = m_trace.TakeInfos();
+    EXPECT_EQ(strInfos.find("CCacheFileManager::CreatePlayFileHandler->dwRecordID=7 bAsync=" +
+                            std::to_string(GetParam()) + "\n"),
+              0U);
+    EXPECT_NE(
+        strInfos.find("CDownloadFileHandler::OpenDownloadedFile->Open downloaded file=c this=*\n"),
+        std::string::npos);
+}
+
+TEST_P(Play, ContainersThatCannotBeOpened) {
+    const struct {
+        const char* lpPath;
+        CmInt32 lResult;
+        int nErrno;
+    } aCases[] = {{".\\missing", 4001, 2}, {"", 4006, 22}};
+    for (const auto& aCase : aCases) {
+        const std::string strCode = std::to_string(aCase.lResult);
+        Player aPlayer(GetParam(), &m_sink);
+        EXPECT_EQ(aPlayer.Open(aCase.lpPath), aCase.lResult);
+        EXPECT_TRUE(aPlayer.m_vecStreams.empty());
+        EXPECT_EQ(m_sink.Take(), "");
+        Settle();
+        const std::string strErrno = std::to_string(aCase.nErrno);
+        std::string strLines =
+            "CLocalFile::Open->Open reading only File Error=" + strErrno + " this=*\n";
+        if (GetParam() == Async) {
+            EXPECT_EQ(m_sink.Take(), "Open " + strCode);
+            EXPECT_EQ(aPlayer->GetFileStatus(c_aLocal), aCase.lResult);
+            strLines += CCmString("COpenCloseEvent::OnEventFire->Open File error:") + aCase.lpPath +
+                        " this=*\nCDownloadFileHandler::InitFileInfo->Read File "
+                        "header error=" +
+                        strCode + " this=*\n";
+        } else {
+            strLines += CCmString(
+                            "CDownloadFileHandler::OpenDownloadedFile->Open file error, "
+                            "file=") +
+                        aCase.lpPath + " ret=" + strCode + " this=*\n";
+        }
+        EXPECT_EQ(m_trace.TakeErrors(), strLines);
+        EXPECT_EQ(aPlayer.Open("c"), 4008) << "one try is all there is";
+        EXPECT_EQ(aPlayer.Read(c_aInfo, 0, 1), 4009);
+        m_trace.TakeErrors();
+    }
+}
+
+TEST_P(Play, TheFirstBlockThatHoldsAHeaderGivesVersionAndTimeStamp) {
+    const struct {
+        const char* lpName;
+        std::uint16_t wDataType;
+        CmUint32 dwOffset;
+        CCmString strBlock;
+        CmUint32 dwVersion, dwTimeStamp;  // afterwards
+    } aCases[] = {
+        {"type five has none", 5, 0, ConfBytes(1, 2), 0, 0},
+        {"not at the start", 8, 1, ConfBytes(1, 2), 0, 0},
+        {"at the end", 8, c_dwEnd, ConfBytes(1, 2), 0, 0},
+        {"too short", 8, 0, ConfBytes(1, 2).substr(0, 71), 0, 0},
+        {"no time stamp yet", 8, 0, ConfBytes(3, 0), 3, 0},
+        {"another without", 20, 0, ConfBytes(4, 0, 100), 4, 0},
+        {"the one", 20, 0, ConfBytes(5, 0x80000001), 5, 0x80000001},
+        {"once is enough", 8, 0, ConfBytes(6, 7), 5, 0x80000001},
+    };
+    Player aPlayer(GetParam(), nullptr, Player::ForFiles);
+    for (const std::uint16_t wType : {std::uint16_t{5}, std::uint16_t{8}, std::uint16_t{20}})
+        EXPECT_EQ(aPlayer.OpenFile(std::to_string(wType), {wType, 2, 1, 0}, 1), 0);
+    for (const auto& aCase : aCases) {
+        EXPECT_EQ(aPlayer.Write({aCase.wDataType, 1, 0, 2}, aCase.strBlock, aCase.dwOffset), 0);
+        EXPECT_EQ(aPlayer->GetFileVersion(), aCase.dwVersion) << aCase.lpName;
+        EXPECT_EQ(aPlayer->GetCBTimeStamp(), aCase.dwTimeStamp) << aCase.lpName;
+    }
+    aPlayer.Destroy();
+    CacheFileShutdown();
+    ExpectFile("kvr2/7/5", ConfBytes(1, 2));
+    ExpectFile("kvr2/7/20", ConfBytes(5, 0x80000001) + ConfBytes(4, 0, 100).substr(72));
+    EXPECT_EQ(m_trace.TakeErrors(), "");
+}
+
+TEST_P(Play, StatusAndDirectoryAreKeptAsTold) {
+    Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
+    const std::string strAssertion =
+        Assertion(c_strHandler, "aLinkType == CCacheFileManager::Link_Local");
+    const struct {
+        CmInt32 lLink, lResult, lStatus;
+        const char* lpTold;
+    } aCases[] = {{1, 0, 0, "Write 0"},    {1, 4003, 4003, "Write 4003"},
+                  {1, 0, 4003, "Write 0"}, {2, 4001, 4003, ""},
+                  {3, 0, 4003, ""},        {1, 4006, 4006, "Write 4006"}};
+    for (const auto& aCase : aCases) {
+        aPlayer->OnFileOpStatus(static_cast<CCacheFileManager::LinkType>(aCase.lLink),
+                                CCacheFileManager::Op_Write, aCase.lResult);
+        EXPECT_EQ(m_sink.Take(), aCase.lpTold);
+        EXPECT_EQ(aPlayer->GetFileStatus(c_aLocal), aCase.lStatus);
+        EXPECT_EQ(m_trace.TakeErrors(), aCase.lLink == 1 ? "" : strAssertion);
+    }
+    EXPECT_EQ(aPlayer->GetFileStatus(CCacheFileManager::Link_Backup), 4009);
+    EXPECT_EQ(m_trace.TakeErrors(), strAssertion);
+
+    EXPECT_EQ(aPlayer->GetTempHomeDir(), ".\\kvr2\\7\\");
+    EXPECT_EQ(aPlayer->Initialize(&m_sink), 0);
+    EXPECT_EQ(aPlayer->GetFileStatus(c_aLocal), 0);
+    EXPECT_EQ(aPlayer->GetTempHomeDir(), ".\\kvr2\\7\\.\\kvr2\\7\\");
+    for (const char* const lpGiven : {"", "d\\", ".\\d"}) aPlayer->SetHomeDir(lpGiven);
+    EXPECT_EQ(aPlayer->GetTempHomeDir(), ".\\d\\");
+    EXPECT_EQ(aPlayer.OpenFile("a", c_aDescriber, 1), 0);
+    EXPECT_EQ(aPlayer.Write(c_aInfo, "here", 0), 0);
+    Settle();
+    ExpectFile("d/a", "here");
+}

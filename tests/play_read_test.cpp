@@ -1,0 +1,126 @@
+#include "tests/support/Player.h"
+
+using Read = HostModeTest;
+INSTANTIATE_BOTH_MODES(Read);
+
+namespace {
+
+constexpr tagDataInfo c_aInfo{8, 7008, 99, 2};
+
+/// A read, and what comes of it.
+struct ReadCase {
+    CmUint32 dwOffset, dwLength;
+    const char* lpBytes;       // what is delivered; null if the read is refused
+    const char* lpShown = "";  // the absolute offset in the refusal's line
+};
+
+}  // namespace
+
+TEST_P(Read, RunsOfAContainer) {
+    // 70 bytes that the header vouches for, of which 66 are there; the stream begins at 60.
+    CCmString strBytes(66, '#');
+    SetHeader(strBytes, 70, 1, 0);
+    SetEntry(strBytes, c_nHeader, {258, 7, 5, 60, 0});
+    strBytes.replace(60, 6, "abcdef");
+    WriteBytes("c", strBytes);
+    Player aPlayer(GetParam(), &m_sink);
+    ASSERT_EQ(aPlayer.Open("c"), 0);
+    Settle();
+    m_sink.Take();
+    const ReadCase aCases[] = {{0, 1, "a"},
+                               {1, 3, "bcd"},
+                               {0, 6, "abcdef"},
+                               {3, 7, "def"},
+                               {0, 10, "abcdef"},
+                               {9, 1, ""},
+                               {0, 11, nullptr, "60"},
+                               {9, 2, nullptr, "69"},
+                               {10, 1, nullptr, "70"},
+                               {1, 0xFFFFFFFE, nullptr, "61"},
+                               {4, 0xFFFFFFFF, "ef"},
+                               {6, 0xFFFFFFFF, ""},
+                               {0xFFFFFFFF - 60, 0xFFFFFFFF, ""},
+                               {0xFFFFFFFF - 59, 0xFFFFFFFF, nullptr, "4294967296"},
+                               {0xFFFFFFFF, 0xFFFFFFFF, nullptr, "4294967355"},
+                               {0xFFFFFFFF, 1, nullptr, "4294967355"},
+                               {0xFFFFFFFF - 59, 1, nullptr, "4294967296"}};
+    for (const ReadCase& aCase : aCases) {
+        SCOPED_TRACE(std::to_string(aCase.dwLength) + "@" + std::to_string(aCase.dwOffset));
+        EXPECT_EQ(aPlayer.Read(c_aInfo, aCase.dwOffset, aCase.dwLength, 100),
+                  aCase.lpBytes ? 0 : 4009);
+        Settle();
+        const std::string strTold = m_sink.Take();
+        if (aCase.lpBytes) {
+            EXPECT_EQ(strTold, "Data " + std::to_string(std::string(aCase.lpBytes).size()));
+            EXPECT_EQ(m_sink.m_strData, aCase.lpBytes);
+            EXPECT_EQ(m_sink.m_dataInfo.dwDataLen, 99U);
+            EXPECT_EQ(m_trace.TakeErrors(), "");
+        } else {
+            EXPECT_EQ(strTold, "");
+            EXPECT_EQ(m_trace.TakeErrors(),
+                      std::string("CDownloadFileHandler::ReadData->Bad Arg dwOffset=") +
+                          aCase.lpShown + " dwLength=" + std::to_string(aCase.dwLength) +
+                          " FileSize=70 this=*\n");
+        }
+    }
+}
+
+TEST_P(Read, RunsOfARecordFile) {
+    const CCmString strFile = Pattern(70'000);
+    std::filesystem::create_directories("kvr2/7");
+    WriteBytes("kvr2/7/a", strFile);
+    Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
+    ASSERT_EQ(aPlayer.OpenFile("a", {8, 2, 7008, 5}), 0);
+    Settle();
+    m_sink.Take();
+    const struct {
+        CmUint32 dwOffset, dwLength, dwRead;
+    } aCases[] = {{0, 70'000, 70'000}, {1, 32'768, 32'768},     {69'999, 1, 1},
+                  {69'990, 100, 10},   {70'000, 1, 0},          {70'001, 1, 0},
+                  {0xFFFFFFFF, 9, 0},  {3, 0xFFFFFFFF, 69'997}, {80'000, 0xFFFFFFFF, 0}};
+    for (const auto& aCase : aCases) {
+        SCOPED_TRACE(std::to_string(aCase.dwLength) + "@" + std::to_string(aCase.dwOffset));
+        const CCmString strWanted =
+            strFile.substr(std::min<std::size_t>(aCase.dwOffset, 70'000), aCase.dwRead);
+        EXPECT_EQ(aPlayer.Read(c_aInfo, aCase.dwOffset, aCase.dwLength, 100'000), 0);
+        Settle();
+        EXPECT_EQ(m_sink.Take(), "Data " + std::to_string(aCase.dwRead));
+        EXPECT_EQ(Difference(m_sink.m_strData, strWanted), "");
+        if (aCase.dwLength != 0xFFFFFFFF) {
+            EXPECT_EQ(
+                Difference(aPlayer.SyncRead(c_aInfo, aCase.dwOffset, aCase.dwLength), strWanted),
+                "");
+        }
+    }
+    EXPECT_EQ(m_sink.Take(), "") << "a synchronous read calls nobody";
+    EXPECT_EQ(m_trace.TakeErrors(), "");
+}
+
+TEST_P(Read, ASynchronousReadSeesTheOpenAndTheWritesBeforeIt) {
+    Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
+    for (unsigned nRound = 0; nRound < 20; ++nRound) {
+        const tagFileDescriber aDescriber{8, 2, nRound, 0};
+        ASSERT_EQ(aPlayer.OpenFile(std::to_string(nRound), aDescriber, 1), 0);
+        const tagDataInfo aInfo = InfoOf(aDescriber);
+        EXPECT_EQ(aPlayer.Write(aInfo, Pattern(50'000), 0), 0);
+        EXPECT_EQ(aPlayer.Write(aInfo, Pattern(40'000, nRound), 20'000), 0);
+        ASSERT_EQ(Difference(aPlayer.SyncRead(aInfo, 10'000, 100'000),
+                             Pattern(50'000).substr(10'000, 10'000) + Pattern(40'000, nRound)),
+                  "");
+    }
+}
+
+TEST_P(Read, TheFirstFileOpenedWithAWantedKindIsRead) {
+    std::filesystem::create_directories("kvr2/7");
+    Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
+    const std::pair<const char*, std::uint8_t> aFiles[] = {{"four", 4}, {"one!", 1}, {"late", 4}};
+    for (const auto& [lpName, byKind] : aFiles) {
+        WriteBytes(CCmString("kvr2/7/") + lpName, lpName);
+        EXPECT_EQ(aPlayer.OpenFile(lpName, {8, byKind, 7008, 0}), 0);
+    }
+    const std::pair<std::uint8_t, const char*> aCases[] = {
+        {5, "four"}, {4, "four"}, {0xFF, "four"}, {1, "one!"},
+        {3, "one!"}, {0, "4010"}, {2, "4010"},    {0xFA, "4010"}};
+    for (const auto& [byKinds, lpBytes] : aCases)
+        EXPECT_EQ(aPlayer.SyncRead({8, 7008, 0, byKinds}, 0, 4), lpBytes) << int{byKinds};
+}

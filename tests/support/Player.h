@@ -1,0 +1,51 @@
+#pragma once
+
+#include <vector>
+
+#include "tests/support/Containers.h"
+#include "tests/support/HostTest.h"
+
+/// A host's sink that keeps the bytes of all deliveries, and can do something inside one.
+class Collector final : public IFileOpSink {
+ public:
+    void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType, CmInt32) override {}
+    void OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo&) override;
+
+    CCmString Take();
+
+    std::function<void()> m_onData;  ///< what to do inside the next delivery
+
+ private:
+    CCmString m_strBytes;
+};
+
+/// A play handler. Its directory is .\kvr2\7\, where a Recording writes.
+class Player {
+ public:
+    enum Use { ForFiles = 0, ForDownload = 1 };
+
+    Player(Mode aMode, IFileOpSink* pSink, Use aUse = ForDownload);
+    ~Player() { Destroy(); }
+    Player(const Player&) = delete;
+    Player& operator=(const Player&) = delete;
+
+    CmInt32 Open(const CCmString& strPath);  // a container; its streams are in m_vecStreams then
+    CmInt32 OpenFile(const CCmString& strName, const tagFileDescriber& aDescriber, int bWrite = 0);
+    CmInt32 Write(const tagDataInfo& aInfo, const CCmString& strBytes, CmUint32 dwOffset);
+
+    /// Reads into a buffer of dwBuffer bytes (as many as wanted, if not given), which is freed here
+    /// when the read is refused.
+    CmInt32 Read(const tagDataInfo& aInfo, CmUint32 dwOffset, CmUint32 dwLength,
+                 CmUint32 dwBuffer = 0);
+
+    /// The bytes of a synchronous read, or the code that refused it.
+    CCmString SyncRead(const tagDataInfo& aInfo, CmUint32 dwOffset, CmUint32 dwLength);
+
+    void Destroy();
+    CPlayFileHandler* operator->() const { return m_pHandler; }
+
+    std::vector<tagFileDescriber> m_vecStreams;
+
+ private:
+    CPlayFileHandler* m_pHandler;
+};

@@ -1,0 +1,31 @@
+// Loads a part that uses the library, lets it record, shut down and be unloaded, three times.
+// Were a thread of the library still waited for during the unloading, it would never end.
+
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+
+#include <cstdio>
+#include <filesystem>
+
+static int Fail(const char* lpWhat) {
+    std::fprintf(stderr, "unload_host: %s, error %lu\n", lpWhat, GetLastError());
+    return 1;
+}
+
+int main(int nArguments, char** lpArguments) {
+    if (nArguments != 2) return Fail("usage: unload_host PLUGIN");
+    for (int nRound = 0; nRound < 3; ++nRound) {
+        const HMODULE hPlugin = LoadLibraryA(lpArguments[1]);
+        if (!hPlugin) return Fail("the plugin can't be loaded");
+        using Record = long (*)(int);
+        const auto pRecord = reinterpret_cast<Record>(
+            reinterpret_cast<void*>(GetProcAddress(hPlugin, "RecordSomething")));
+        if (!pRecord || pRecord(1) != 0) return Fail("recording failed");
+        if (!FreeLibrary(hPlugin)) return Fail("the plugin can't be unloaded");
+        if (GetModuleHandleA("cachefile.dll")) return Fail("the library is still loaded");
+        if (std::filesystem::file_size("kvr2\\9\\unload.dat") != 5000000)
+            return Fail("bytes are missing");
+    }
+    std::puts("loaded, recorded and unloaded three times");
+    return 0;
+}

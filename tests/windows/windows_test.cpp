@@ -1,0 +1,161 @@
+#define WIN32_LEAN_AND_MEAN
+#define NOMINMAX
+#include <windows.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <vector>
+
+#include "tests/support/HostTest.h"
+
+// What only this system has: its paths, its sharing, its limits. File names in the source are
+// UTF-8, as the library takes those of downloaded recordings.
+
+namespace {
+
+class WindowsTest : public HostTest {};
+
+CCmString Absolute(const CCmString& strName) { return std::filesystem::absolute(strName).string(); }
+
+CmInt32 OpenContainer(const CCmString& strPath, std::vector<tagFileDescriber>& vecStreams,
+                      IFileOpSink* pSink, CPlayFileHandler*& pPlayer) {
+    pPlayer = CCacheFileManager::Instance().CreatePlayFileHandler(1, 1, 0);
+    pPlayer->Initialize(pSink);
+    return pPlayer->OpenDownloadedFile(strPath, vecStreams);
+}
+
+void Put32(std::ofstream& aOut, std::uint32_t dwValue) {
+    for (int nShift = 0; nShift < 32; nShift += 8)
+        aOut.put(static_cast<char>(dwValue >> nShift & 0xFF));
+}
+
+}  // namespace
+
+TEST_F(WindowsTest, DownloadedRecordingsHaveNamesInEveryScript) {
+    const std::wstring aWideNames[] = {L"Gr\u00F6\u00DFe.qxf", L"\u5F55\u97F3.qxf",
+                                       L"\U0001F3A7.qxf"};
+    const CCmString aNames[] = {u8"Gr\u00F6\u00DFe.qxf", u8"\u5F55\u97F3.qxf", u8"\U0001F3A7.qxf"};
+    for (int i = 0; i < 3; ++i) {
+        SCOPED_TRACE(aNames[i]);
+        CContainerWriter aWriter;
+        const unsigned char aBytes[] = {'o', 'k'};
+        ASSERT_EQ(aWriter.AddTagStream(256, 1, 0, aBytes, 2), 0);
+        ASSERT_EQ(aWriter.Write(aNames[i]), 0);
+        EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(aWideNames[i])));
+
+        std::vector<tagFileDescriber> vecStreams;
+        CPlayFileHandler* pPlayer = nullptr;
+        EXPECT_EQ(OpenContainer(aNames[i], vecStreams, &m_sink, pPlayer), 0);
+        EXPECT_EQ(pPlayer->ReadData({1, 1001, 0, 2}, new unsigned char[2], 0, 2), 0);
+        EXPECT_EQ(m_sink.Take(), "Data 2");
+        pPlayer->Destroy();
+    }
+    std::vector<tagFileDescriber> vecStreams;
+    CPlayFileHandler* pPlayer = nullptr;
+    EXPECT_EQ(OpenContainer("\xFF\xFE not UTF-8", vecStreams, nullptr, pPlayer), 4006);
+    pPlayer->Destroy();
+}
+
+TEST_F(WindowsTest, RecordFilesGoWhereTheHostSays) {
+    const CCmString strDrive = Absolute("deep") + "\\a\\b\\c\\";
+    ASSERT_EQ(strDrive[1], ':');
+    const CCmString aDirectories[] = {strDrive, ".\\rel\\x\\", "made\\before\\"};
+    std::filesystem::create_directories("made");
+    for (const CCmString& strDirectory : aDirectories) {
+        SCOPED_TRACE(strDirectory);
+        Recording aRecording(Sync, nullptr);
+        aRecording->SetHomeDir(strDirectory);
+        EXPECT_EQ(aRecording.Write(aRecording.Open("d\\e.dat"), "bytes"), 0);
+        aRecording.Destroy();
+        ExpectFile(strDirectory + "d\\e.dat", "bytes");
+    }
+}
+
+TEST_F(WindowsTest, RecordFilesGrowPastTwoGigabytes) {
+    Recording aRecording(Sync, nullptr);
+    const CmUint32 dwHandle = aRecording.Open("large.dat");
+    EXPECT_EQ(aRecording.Write(dwHandle, "[", 0x7FFFFFFF), 0);
+    EXPECT_EQ(aRecording.Write(dwHandle, "]", 0x80000000), 4006);
+    EXPECT_EQ(aRecording.Write(dwHandle, "appended"), 0);
+    EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
+    EXPECT_EQ(std::filesystem::file_size("kvr2/7/large.dat"), 0x80000008u);
+
+    CPlayFileHandler* const pPlayer = CCacheFileManager::Instance().CreatePlayFileHandler(7, 0, 0);
+    pPlayer->Initialize(nullptr);
+    ASSERT_EQ(pPlayer->OpenRecordFile("large.dat", {1, 2, 1001, 0}, 0), 0);
+    unsigned char aBytes[16];
+    CmUint32 dwLength = sizeof aBytes;
+    EXPECT_EQ(pPlayer->SyncReadData({1, 1001, 0, 2}, aBytes, 0x7FFFFFFF, dwLength), 0);
+    EXPECT_EQ(CCmString(reinterpret_cast<char*>(aBytes), dwLength), "[appended");
+    pPlayer->Destroy();
+}
+
+TEST_F(WindowsTest, ContainersReachUpToFourGigabytes) {
+    constexpr std::uint32_t c_dwData = 0xFFFFFFF0;
+    {
+        std::ofstream aOut("big.qxf", std::ios::binary);
+        for (std::uint32_t dwWord : {0u, 0u, c_dwData + 4, 0u, 1u, 0u}) Put32(aOut, dwWord);
+        for (std::uint32_t dwWord : {256u, 1u, 0u, 0u, c_dwData, 0u, 0u, 0u}) Put32(aOut, dwWord);
+        aOut.seekp(static_cast<std::streamoff>(c_dwData));
+        aOut << "last";
+        ASSERT_TRUE(aOut.good());
+    }
+    std::vector<tagFileDescriber> vecStreams;
+    CPlayFileHandler* pPlayer = nullptr;
+    ASSERT_EQ(OpenContainer("big.qxf", vecStreams, &m_sink, pPlayer), 0);
+    EXPECT_EQ(pPlayer->ReadData({1, 1001, 0, 2}, new unsigned char[4], 0, 4), 0);
+    EXPECT_EQ(m_sink.Take(), "Data 4");
+    EXPECT_EQ(m_sink.m_strData, "last");
+    pPlayer->Destroy();
+}
+
+TEST_F(WindowsTest, WhatCannotBeWrittenIsDenied) {
+    std::filesystem::create_directories("kvr2/7/directory.dat");
+    WriteBytes(".\\kvr2\\7\\held.dat", "theirs");
+    const HANDLE hHeld = CreateFileA("kvr2\\7\\held.dat", GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(hHeld, INVALID_HANDLE_VALUE);
+    Recording aRecording(Sync, nullptr);
+    EXPECT_EQ(aRecording.TryOpen("directory.dat"), 4012);
+    EXPECT_EQ(aRecording.TryOpen("held.dat"), 4012);  // sharing none, whichever process holds it
+    CloseHandle(hHeld);
+    ExpectFile(".\\kvr2\\7\\held.dat", "theirs");
+    EXPECT_EQ(aRecording.TryOpen("held.dat"), 0);
+}
+
+TEST_F(WindowsTest, ADiskThatFillsUpInsideABlockIsFull) {
+    const char* const lpDisk = std::getenv("CACHEFILE_SMALL_DISK");
+    if (!lpDisk) GTEST_SKIP() << "the test windows.full_disk runs this on a small disk";
+    Recording aRecording(Sync, nullptr);
+    aRecording->SetHomeDir(lpDisk);
+    const CmUint32 dwHandle = aRecording.Open("full\\part.dat");
+    const CCmString strBlock(100000, 'x');
+    CmInt32 lResult = 0;
+    int nWritten = 0;
+    for (; lResult == 0 && nWritten < 100; ++nWritten)
+        lResult = aRecording.Write(dwHandle, strBlock);
+    EXPECT_EQ(lResult, 4003);
+    EXPECT_EQ(aRecording.Write(dwHandle, strBlock), 4003);
+    aRecording.Destroy();
+    const auto qwSize = std::filesystem::file_size(CCmString(lpDisk) + "full\\part.dat");
+    EXPECT_GE(qwSize, (nWritten - 1) * strBlock.size());
+    EXPECT_LT(qwSize, nWritten * strBlock.size());
+    std::filesystem::remove_all(CCmString(lpDisk) + "full");
+}
+
+TEST_F(WindowsTest, TheLimitOfOpenFilesIsAClearFailure) {
+    Recording aRecording(Sync, nullptr);
+    std::vector<CmUint32> vecHandles;
+    CmInt32 lResult = 0;
+    while (lResult == 0 && vecHandles.size() < 10000) {
+        CmUint32 dwHandle = 0;
+        lResult = aRecording->OpenWritingFile(std::to_string(vecHandles.size()), dwHandle);
+        if (lResult == 0) vecHandles.push_back(dwHandle);
+    }
+    EXPECT_EQ(lResult, 4006) << vecHandles.size() << " files are open";
+    ASSERT_FALSE(vecHandles.empty());
+    EXPECT_EQ(aRecording->CloseFile(vecHandles.back()), 0);
+    EXPECT_EQ(aRecording.Write(aRecording.Open("again"), "goes on"), 0);
+    aRecording.Destroy();
+    ExpectFile(Recording::PathOf("again"), "goes on");
+}
