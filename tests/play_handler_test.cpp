@@ -124,33 +124,28 @@ TEST_P(Play, ContainersRefuseWithCodesAndLines) {
 TEST_P(Play, ContainersThatCannotBeOpened) {
     const struct {
         const char* lpPath;
+        const char* lpErrno;
         CmInt32 lResult;
-        int nErrno;
-    } aCases[] = {{".\\missing", 4001, 2}, {"", 4006, 22}};
+    } aCases[] = {{".\\missing", "2", 4001}, {"", "22", 4006}};
     for (const auto& aCase : aCases) {
-        const std::string strCode = std::to_string(aCase.lResult);
+        const std::string strPath(aCase.lpPath), strCode = std::to_string(aCase.lResult);
         Player aPlayer(GetParam(), &m_sink);
-        EXPECT_EQ(aPlayer.Open(aCase.lpPath), aCase.lResult);
+        EXPECT_EQ(aPlayer.Open(strPath), aCase.lResult);
         EXPECT_TRUE(aPlayer.m_vecStreams.empty());
         EXPECT_EQ(m_sink.Take(), "");
         Settle();
-        const std::string strErrno = std::to_string(aCase.nErrno);
-        std::string strLines =
-            "CLocalFile::Open->Open reading only File Error=" + strErrno + " this=*\n";
-        if (GetParam() == Async) {
-            EXPECT_EQ(m_sink.Take(), "Open " + strCode);
-            EXPECT_EQ(aPlayer->GetFileStatus(c_aLocal), aCase.lResult);
-            strLines += CCmString("COpenCloseEvent::OnEventFire->Open File error:") + aCase.lpPath +
-                        " this=*\nCDownloadFileHandler::InitFileInfo->Read File "
-                        "header error=" +
-                        strCode + " this=*\n";
-        } else {
-            strLines += CCmString(
-                            "CDownloadFileHandler::OpenDownloadedFile->Open file error, "
-                            "file=") +
-                        aCase.lpPath + " ret=" + strCode + " this=*\n";
-        }
-        EXPECT_EQ(m_trace.TakeErrors(), strLines);
+        EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open " + strCode : "");
+        EXPECT_EQ(aPlayer->GetFileStatus(c_aLocal), GetParam() == Async ? aCase.lResult : 0);
+        const std::string strFile = CCmString("CLocalFile::Open->Open reading only File Error=") +
+                                    aCase.lpErrno + " this=*\n";
+        EXPECT_EQ(m_trace.TakeErrors(),
+                  GetParam() == Async
+                      ? strFile + "COpenCloseEvent::OnEventFire->Open File error:" + strPath +
+                            " this=*\nCDownloadFileHandler::InitFileInfo->Read File header error=" +
+                            strCode + " this=*\n"
+                      : strFile +
+                            "CDownloadFileHandler::OpenDownloadedFile->Open file error, file=" +
+                            strPath + " ret=" + strCode + " this=*\n");
         EXPECT_EQ(aPlayer.Open("c"), 4008) << "one try is all there is";
         EXPECT_EQ(aPlayer.Read(c_aInfo, 0, 1), 4009);
         m_trace.TakeErrors();

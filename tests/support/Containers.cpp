@@ -58,24 +58,15 @@ CmUint32 Get32(const CCmString& strBytes, std::size_t nAt) {
 }
 
 void SetHeader(CCmString& strBytes, CmUint32 dwFileSize, CmUint32 dwCount, CmUint32 dwIndexType) {
-    Set32(strBytes, 0, 0xA5A5A5A5);
-    Set32(strBytes, 4, 0xA5A5A5A5);
-    Set32(strBytes, 8, dwFileSize);
-    Set32(strBytes, 12, 0);
-    Set32(strBytes, 16, dwCount);
-    Set32(strBytes, 20, dwIndexType);
+    const CmUint32 aWords[] = {0xA5A5A5A5, 0xA5A5A5A5, dwFileSize, 0, dwCount, dwIndexType};
+    for (unsigned i = 0; i < 6; ++i) Set32(strBytes, i * 4, aWords[i]);
 }
 
 void SetEntry(CCmString& strBytes, std::size_t nAt, const HandEntry& aEntry) {
-    Set16(strBytes, nAt, aEntry.wTag);
-    Set16(strBytes, nAt + 2, 0xA5A5);
-    Set32(strBytes, nAt + 4, aEntry.dwEntryID);
-    Set32(strBytes, nAt + 8, aEntry.dwExtraInfo);
-    Set32(strBytes, nAt + 12, 0xA5A5A5A5);
-    Set32(strBytes, nAt + 16, aEntry.dwDataOffset);
-    Set32(strBytes, nAt + 20, 0xA5A5A5A5);
-    Set32(strBytes, nAt + 24, aEntry.dwNextOffset);
-    Set32(strBytes, nAt + 28, 0xA5A5A5A5);
+    const CmUint32 aWords[] = {
+        aEntry.wTag | 0xA5A50000, aEntry.dwEntryID, aEntry.dwExtraInfo,  0xA5A5A5A5,
+        aEntry.dwDataOffset,      0xA5A5A5A5,       aEntry.dwNextOffset, 0xA5A5A5A5};
+    for (unsigned i = 0; i < 8; ++i) Set32(strBytes, nAt + i * 4, aWords[i]);
 }
 
 CCmString ConfBytes(CmUint32 dwVersion, CmUint32 dwTimeStamp, std::size_t nLength) {
@@ -103,61 +94,46 @@ std::vector<HandStream> RandomStreams(SeededRandom& aRandom, unsigned nAtLeast) 
             });
         if (!bThere) vecStreams.push_back(std::move(aStream));
     }
-    std::swap(vecStreams.front(),
-              vecStreams[aRandom.Below(static_cast<unsigned>(vecStreams.size()))]);
     return vecStreams;
 }
 
 CCmString OddContainer(SeededRandom& aRandom, const std::vector<HandStream>& vecStreams,
                        CmUint32 dwIndexType) {
-    struct Piece {
-        std::size_t nSize;
-        std::size_t nAt = 0;
-    };
-    std::vector<Piece> vecPieces;  // the data, then the entries
-    for (const HandStream& aStream : vecStreams) vecPieces.push_back({aStream.strBytes.size()});
     std::vector<HandEntry> vecEntries;
     for (const HandStream& aStream : vecStreams) {
         while (aRandom.Below(3) == 0) vecEntries.push_back({c_wUnknown, 1, 2, 0xFFFFFFFF});
         vecEntries.push_back({aStream.wTag, aStream.dwEntryID, aStream.dwExtraInfo});
     }
-    vecPieces.resize(vecPieces.size() + vecEntries.size(), {c_nEntry});
-
-    std::vector<std::size_t> vecOrder;  // of the pieces that may lie anywhere
-    for (std::size_t i = 0; i < vecPieces.size(); ++i) {
-        const bool bFree = i < vecStreams.size() || (dwIndexType == 1 && i > vecStreams.size());
-        if (bFree)
-            vecOrder.insert(vecOrder.begin() + aRandom.Below(unsigned(vecOrder.size()) + 1), i);
-    }
+    const std::size_t nEntries = vecEntries.size();
+    std::vector<std::size_t> vecAt(nEntries + vecStreams.size());  // of the entries, of the data
+    std::vector<std::size_t> vecFree;  // those that may lie anywhere, as they will lie
     std::size_t nEnd = c_nHeader;
-    for (std::size_t i = vecStreams.size(); i < vecPieces.size(); ++i, nEnd += c_nEntry) {
-        vecPieces[i].nAt = nEnd;
-        if (dwIndexType == 1) {
-            nEnd += c_nEntry;  // only the first has its place
-            break;
+    for (std::size_t i = 0; i < vecAt.size(); ++i) {
+        if (i == 0 || (dwIndexType == 0 && i < nEntries)) {
+            vecAt[i] = nEnd;
+            nEnd += c_nEntry;
+        } else {
+            vecFree.insert(vecFree.begin() + aRandom.Below(unsigned(vecFree.size()) + 1), i);
         }
     }
-    for (const std::size_t i : vecOrder) {
-        vecPieces[i].nAt = nEnd + aRandom.Below(2) * aRandom.Below(70);
-        nEnd = vecPieces[i].nAt + vecPieces[i].nSize;
+    for (const std::size_t i : vecFree) {
+        vecAt[i] = nEnd + aRandom.Below(2) * aRandom.Below(70);
+        nEnd = vecAt[i] + (i < nEntries ? c_nEntry : vecStreams[i - nEntries].strBytes.size());
     }
-
     CCmString strBytes(nEnd + aRandom.Below(50), '\xEE');
-    SetHeader(strBytes, static_cast<CmUint32>(strBytes.size()),
-              static_cast<CmUint32>(vecEntries.size()), dwIndexType);
-    std::size_t nStream = 0;
-    for (std::size_t i = 0; i < vecEntries.size(); ++i) {
-        HandEntry aEntry = vecEntries[i];
-        const std::size_t nPiece = vecStreams.size() + i;
+    SetHeader(strBytes, static_cast<CmUint32>(strBytes.size()), static_cast<CmUint32>(nEntries),
+              dwIndexType);
+    std::size_t nData = nEntries;
+    for (std::size_t i = 0; i < nEntries; ++i) {
+        HandEntry& aEntry = vecEntries[i];
         if (aEntry.wTag != c_wUnknown) {
-            const Piece& aData = vecPieces[nStream];
-            strBytes.replace(aData.nAt, aData.nSize, vecStreams[nStream++].strBytes);
-            aEntry.dwDataOffset = static_cast<CmUint32>(aData.nAt);
+            const CCmString& strData = vecStreams[nData - nEntries].strBytes;
+            strBytes.replace(vecAt[nData], strData.size(), strData);
+            aEntry.dwDataOffset = static_cast<CmUint32>(vecAt[nData++]);
         }
-        aEntry.dwNextOffset = 0xFFFFFFFF;  // not read in the last entry and in a packed index
-        if (dwIndexType == 1 && i + 1 < vecEntries.size())
-            aEntry.dwNextOffset = static_cast<CmUint32>(vecPieces[nPiece + 1].nAt);
-        SetEntry(strBytes, vecPieces[nPiece].nAt, aEntry);
+        const bool bNext = dwIndexType == 1 && i + 1 < nEntries;
+        aEntry.dwNextOffset = bNext ? static_cast<CmUint32>(vecAt[i + 1]) : 0xFFFFFFFF;
+        SetEntry(strBytes, vecAt[i], aEntry);
     }
     return strBytes;
 }
