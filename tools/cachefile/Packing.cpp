@@ -53,14 +53,18 @@ class CVerification {
           m_progress(aPacking.aProgress, "verify", aPacking.CountBytes()) {}
 
     void Run() {
-        for (const tagPackSource& aSource : m_packing.vecSources) Compare(aSource);
+        // The writer keeps the order.
+        for (std::size_t i = 0; i < m_packing.vecSources.size(); ++i) Compare(i);
         m_progress.Finish(m_qwDone);
     }
 
  private:
-    void Compare(const tagPackSource& aSource) {
-        const tagStream* const pStream = m_recording.Find(aSource.aDescriber);
-        if (!pStream || pStream->qwPresent != aSource.qwSize) Differs(aSource);
+    void Compare(std::size_t nIndex) {
+        const tagPackSource& aSource = m_packing.vecSources[nIndex];
+        if (nIndex >= m_recording.vecStreams.size()) Differs(aSource);
+        const tagStream& aStream = m_recording.vecStreams[nIndex];
+        if (aStream.Name() != StreamName(aSource.aDescriber) || aStream.qwPresent != aSource.qwSize)
+            Differs(aSource);
         std::ifstream aFile(
             System::NativePath(aSource.strDirectory) / StreamFileName(aSource.aDescriber),
             std::ios::binary);

@@ -23,7 +23,3 @@ tagFileDescriber RequireStream(const std::string& strName);
 inline tagDataInfo RequestFor(const tagFileDescriber& aDescriber) {
     return {aDescriber.wDataType, aDescriber.dwFileID, 0, aDescriber.byFileType};
 }
-
-inline bool IsSameStream(const tagFileDescriber& a, const tagFileDescriber& b) {
-    return a.wDataType == b.wDataType && a.dwFileID == b.dwFileID && a.byFileType == b.byFileType;
-}
