@@ -30,7 +30,7 @@ CmInt32 OpenFile(const CCmString& strPath, CRefPtr<IFileOperation>& pFile,
 }  // namespace
 
 /// Its operations throw std::bad_alloc.
-class CContainerIndex::CImpl {
+class CContainerIndex::Impl {
  public:
     CmInt32 Open(const CCmString& strPath);
 
@@ -51,7 +51,7 @@ class CContainerIndex::CImpl {
     void ReadConfFileHeader();
 };
 
-CmInt32 CContainerIndex::CImpl::Open(const CCmString& strPath) {
+CmInt32 CContainerIndex::Impl::Open(const CCmString& strPath) {
     CM_CHECK(!m_pFile, "!m_pFile", CACHE_ERR_INVALID_STATE);
     CmInt32 lResult = OpenFile(strPath, m_pFile, m_qwFileSize);
     if (lResult == CACHE_OK) lResult = ReadFileHeader();
@@ -60,7 +60,7 @@ CmInt32 CContainerIndex::CImpl::Open(const CCmString& strPath) {
     return lResult;
 }
 
-CmInt32 CContainerIndex::CImpl::ReadFileHeader() {
+CmInt32 CContainerIndex::Impl::ReadFileHeader() {
     unsigned char aBytes[c_dwFileHeaderSize];
     CmUint32 dwLength = c_dwFileHeaderSize;
     const CmInt32 lResult = m_pFile->ReadData(aBytes, 0, dwLength);
@@ -70,7 +70,7 @@ CmInt32 CContainerIndex::CImpl::ReadFileHeader() {
     return IsContainerHeader(m_FileHeader) ? CACHE_OK : CACHE_ERR_BAD_CONTAINER;
 }
 
-CmInt32 CContainerIndex::CImpl::Walk() {
+CmInt32 CContainerIndex::Impl::Walk() {
     CIndexReader aReader(*m_pFile);
     CCircleWatch aWatch;
     const bool bChained = m_FileHeader.dwIndexType == Index_Chained;
@@ -93,7 +93,7 @@ CmInt32 CContainerIndex::CImpl::Walk() {
     return EndWalk(Walk_Complete, CACHE_OK);
 }
 
-CmInt32 CContainerIndex::CImpl::EndWalk(EndOfWalk aEnd, CmInt32 lResult) {
+CmInt32 CContainerIndex::Impl::EndWalk(EndOfWalk aEnd, CmInt32 lResult) {
     m_EndOfWalk = aEnd;
     if (m_FileHeader.dwIndexType == Index_Chained) CutCircle();
     return lResult;
@@ -101,7 +101,7 @@ CmInt32 CContainerIndex::CImpl::EndWalk(EndOfWalk aEnd, CmInt32 lResult) {
 
 /// The watch sees a circle only some laps later, and the walk may have ended before: leaves each
 /// entry once.
-void CContainerIndex::CImpl::CutCircle() {
+void CContainerIndex::Impl::CutCircle() {
     std::vector<std::size_t> vecOrder(m_vecEntries.size());
     for (std::size_t i = 0; i < vecOrder.size(); ++i) vecOrder[i] = i;
     const auto aOffsetOf = [this](std::size_t i) { return m_vecEntries[i].dwOffset; };
@@ -117,7 +117,7 @@ void CContainerIndex::CImpl::CutCircle() {
     m_vecEntries.resize(nCut);
 }
 
-void CContainerIndex::CImpl::ReadConfFileHeader() {
+void CContainerIndex::Impl::ReadConfFileHeader() {
     for (auto it = m_vecEntries.rbegin(); it != m_vecEntries.rend() && !m_bConfFileHeader; ++it) {
         if (it->aEntry.wTag != c_wConfTag) continue;
         unsigned char aBytes[c_dwEntryFileHeaderSize];
@@ -129,7 +129,7 @@ void CContainerIndex::CImpl::ReadConfFileHeader() {
     }
 }
 
-CContainerIndex::CContainerIndex() : m_pImpl(new (std::nothrow) CImpl) {}
+CContainerIndex::CContainerIndex() : m_pImpl(new (std::nothrow) Impl) {}
 
 CContainerIndex::~CContainerIndex() = default;
 

@@ -67,6 +67,6 @@ class CACHEFILE_API CContainerIndex {
     CmInt32 ReadData(std::uint64_t qwOffset, unsigned char* lpBuffer, CmUint32& dwLength);
 
  private:
-    class CImpl;
-    const std::unique_ptr<CImpl> m_pImpl;  // never null but without memory: Open answers 4011
+    class Impl;
+    const std::unique_ptr<Impl> m_pImpl;  // never null but without memory: Open answers 4011
 };
