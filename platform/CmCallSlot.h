@@ -32,22 +32,6 @@ class CCmCallSlot {
         Set(std::move(aFunction), [] {});
     }
 
-    /// At the end of the process: as Set with nothing, but what was installed is not destroyed, as
-    /// the host's parts that it needs for that may be gone.
-    template <class OnSwap>
-    void Abandon(OnSwap aOnSwap) noexcept {
-        std::unique_lock<std::mutex> aLock(m_mutex);
-        if (!m_pAbandoned) m_pAbandoned.swap(m_pEntry);
-        m_pEntry.reset();
-        const std::uint64_t qwVersion = ++m_qwVersion;
-        aOnSwap();
-        if (IsCalledHere()) return;
-        m_ended.wait(aLock, [&] { return !IsCalledBefore(qwVersion); });
-    }
-    void Abandon() noexcept {
-        Abandon([] {});
-    }
-
     /// Calls what is installed, if anything is. It must not throw.
     template <class... Arguments>
     void Call(Arguments... aArguments) noexcept {
@@ -102,7 +86,6 @@ class CCmCallSlot {
 
     // Guarded by m_mutex.
     std::shared_ptr<const Entry> m_pEntry;
-    std::shared_ptr<const Entry> m_pAbandoned;
     std::uint64_t m_qwVersion = 0;  // of m_pEntry
     Running* m_pCalls = nullptr;    // the calls under way
 };

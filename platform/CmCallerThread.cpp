@@ -18,13 +18,12 @@ void CCmCallerQueue::SetWakeUp(CCmCallerThread::WakeUp aWakeUp) {
 
 void CCmCallerQueue::End() {
     Stop();
-    m_wakeUp.Set({});
-    CloseDescriptor();
+    DropWakeUps();
     DropWaiting();
 }
 
-void CCmCallerQueue::AbandonWakeUps() {
-    m_wakeUp.Abandon();
+void CCmCallerQueue::DropWakeUps() {
+    m_wakeUp.Set({});
     CloseDescriptor();
 }
 
@@ -106,10 +105,10 @@ CRefPtr<CCmCallerQueue> CCmCallerState::GetOwnQueue() {
     return pThread->GetCallerQueue();
 }
 
-void CCmCallerState::AbandonWakeUps() {
+void CCmCallerState::DropWakeUps() {
     CCmAttachedThread* const pThread = GetThread();
     const CRefPtr<CCmCallerQueue> pQueue = pThread ? pThread->GetCallerQueue() : nullptr;
-    if (pQueue) pQueue->AbandonWakeUps();
+    if (pQueue) pQueue->DropWakeUps();
 }
 
 CmInt32 CCmCallerThread::Attach() { return CCmCallerState::Instance().Attach(); }

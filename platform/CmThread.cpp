@@ -103,8 +103,8 @@ ACmThread* CCmThreadManager::GetThread(CmInt32 lType) {
 /// The host may have forgotten to shut down: what it was told is accepted is still written. What
 /// belongs to the host (sink, callable, loop) may be gone, so nothing of it is used any more.
 void CCmThreadManager::OnProcessExit() {
-    CCmT120Trace::instance()->AbandonSink();
-    CCmCallerState::Instance().AbandonWakeUps();
+    CCmT120Trace::instance()->SetSink({});
+    CCmCallerState::Instance().DropWakeUps();
     Instance()->StopAllForExit();
 }
 

@@ -59,8 +59,8 @@ class CCmCallerQueue final : public CCmEventQueue {
     int GetDescriptor();  // -1 if there can't be one
     /// Refuses new events, forgets callable and descriptor, disposes of what waits.
     void End();
-    /// Forgets callable (without destroying it) and descriptor; what waits stays.
-    void AbandonWakeUps();
+    /// Forgets callable and descriptor; what waits stays.
+    void DropWakeUps();
 
  private:
     void OnStoppedBeingEmpty() override { m_wakeUp.Call(); }
@@ -101,7 +101,7 @@ class CCmCallerState {
     /// The queue if the calling thread is the attached one, else null.
     CRefPtr<CCmCallerQueue> GetOwnQueue();
     /// See CCmCallerQueue.
-    void AbandonWakeUps();
+    void DropWakeUps();
 
  private:
     template <class T>

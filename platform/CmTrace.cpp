@@ -21,10 +21,6 @@ CmInt32 CCmT120Trace::SetSink(Sink aSink, CmInt32 lLevel) {
     return CACHE_OK;
 }
 
-void CCmT120Trace::AbandonSink() noexcept {
-    m_sink.Abandon([&] { m_lLevel.store(Level_None, std::memory_order_relaxed); });
-}
-
 bool CCmT120Trace::IsEnabled(CmInt32 lLevel) const noexcept {
     return lLevel <= m_lLevel.load(std::memory_order_relaxed);
 }

@@ -73,11 +73,7 @@ class CACHEFILE_API CCmT120Trace {
 
  private:
     friend CCmT120Trace& CmImmortal<CCmT120Trace>();
-    friend class CCmThreadManager;
     CCmT120Trace() = default;
-
-    /// At the end of the process: turns tracing off without destroying the sink.
-    void AbandonSink() noexcept;
 
     struct tagLeveledSink {
         Sink aSink;
