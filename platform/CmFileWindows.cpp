@@ -84,6 +84,12 @@ std::size_t InParts(std::size_t dwLength, Transfer aTransfer) {
     return dwDone;
 }
 
+/// How many bytes of the file lie behind the stream's position.
+std::size_t Left(std::FILE* pStream) {
+    const std::int64_t nLeft = ::_filelengthi64(::_fileno(pStream)) - ::_ftelli64(pStream);
+    return nLeft > 0 ? static_cast<std::size_t>(nLeft) : 0;
+}
+
 std::FILE* ToStream(int nFile, const char* lpMode) {
     errno = 0;  // at the runtime's limit of streams _fdopen leaves it alone
     std::FILE* const pStream = IsFileLike(nFile) ? ::_fdopen(nFile, lpMode) : nullptr;
@@ -164,13 +170,17 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
     return dwWritten;
 }
 
-std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd) {
+std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwWanted, bool& bEnd) {
+    std::size_t dwLength = dwWanted;
     std::clearerr(pStream);
+    // The system looks at the whole buffer before it reads. Who asks for all there is, whatever
+    // its length, has a buffer for that and no more.
+    if (dwLength > c_nLargestPart) dwLength = std::min(dwLength, Left(pStream));
     errno = 0;
     const std::size_t dwRead = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
         return std::fread(static_cast<char*>(lpBuffer) + dwDone, 1, dwPart, pStream);
     });
-    bEnd = std::feof(pStream) != 0;
+    bEnd = std::feof(pStream) != 0 || (dwRead == dwLength && dwLength < dwWanted);
     if (dwRead < dwLength) std::clearerr(pStream);
     return dwRead;
 }

@@ -75,4 +75,5 @@ TEST_F(WakeUp, ACallableOfAnEarlierAttachmentEndsWithIt) {
                                                                            1);
     EXPECT_EQ(nEarlier, 0);
     EXPECT_EQ(nLater, 1);
+    EXPECT_EQ(CCmCallerThread::RunPending(), 0);  // the event counts, so it ends before its counts
 }
