@@ -9,6 +9,7 @@
 #include "core/DataInfo.h"
 #include "core/FileOpSink.h"
 #include "download/ContainerFormat.h"
+#include "download/ContainerIndex.h"
 #include "download/ContainerWriter.h"
 #include "platform/CmCallerThread.h"
 #include "platform/CmResult.h"

@@ -68,6 +68,18 @@ enum : CmUint32 {
     c_dwMaxKnownEntries = 1048576,  ///< how many entries the reader keeps at most
 };
 
+/// Whether these are the words of a container that a reader accepts.
+inline bool IsContainerHeader(const tagQXFFileHeader& aHeader) {
+    return aHeader.dwFileSize != 0 && aHeader.dwMustBeZero == 0 && aHeader.dwEntryCount != 0 &&
+           (aHeader.dwIndexType == Index_Packed || aHeader.dwIndexType == Index_Chained);
+}
+
+/// Where the entry behind aEntry lies, which itself lies at qwOffset.
+inline std::uint64_t NextEntryOffset(CmUint32 dwIndexType, const tagMRFD& aEntry,
+                                     std::uint64_t qwOffset) {
+    return dwIndexType == Index_Packed ? qwOffset + c_dwEntrySize : aEntry.dwNextOffset;
+}
+
 constexpr std::uint16_t c_wConfTag = 274;
 
 /// One kind of stream that a container can hold.

@@ -93,11 +93,7 @@ CmInt32 CDownloadFileHandler::ReadFileHeader() {
                        << " this=" << this);
         return CACHE_ERR_FAILED;
     }
-    const bool bGood =
-        m_FileHeader.dwFileSize != 0 && m_FileHeader.dwMustBeZero == 0 &&
-        m_FileHeader.dwEntryCount != 0 &&
-        (m_FileHeader.dwIndexType == Index_Packed || m_FileHeader.dwIndexType == Index_Chained);
-    if (bGood) return CACHE_OK;
+    if (IsContainerHeader(m_FileHeader)) return CACHE_OK;
     CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Bad file type"
                    << " this=" << this);
     return CACHE_ERR_BAD_CONTAINER;
@@ -114,8 +110,7 @@ CmInt32 CDownloadFileHandler::WalkIndex(tagWalk& aWalk) {
         CmInt32 lResult = ReadEntry(aWalk, aEntry);
         if (lResult == CACHE_OK) lResult = TakeEntry(aWalk, aEntry);
         if (lResult != CACHE_OK) return lResult;
-        aWalk.qwOffset = m_FileHeader.dwIndexType == Index_Packed ? aWalk.qwOffset + c_dwEntrySize
-                                                                  : aEntry.dwNextOffset;
+        aWalk.qwOffset = NextEntryOffset(m_FileHeader.dwIndexType, aEntry, aWalk.qwOffset);
         --aWalk.dwLeft;
     }
     return CACHE_OK;

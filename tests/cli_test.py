@@ -1,0 +1,414 @@
+"""Holds the command line to its conventions, from outside.
+
+    cli_test.py PROGRAM DIRECTORY [MAN-PAGE COMPLETION] [unittest's arguments]
+"""
+
+import json
+import os
+import re
+import resource
+import select
+import shutil
+import signal
+import struct
+import subprocess
+import sys
+import unittest
+import xml.etree.ElementTree
+
+from containers import CONF, DAMAGED, THREE, container
+
+PROGRAM, DIRECTORY, MAN_PAGE, COMPLETION = map(os.path.abspath, sys.argv[1:5])
+DONE, FAILED, USAGE, DAMAGE, INTERRUPTED = 0, 1, 2, 3, 130
+COMMANDS = "record play info list map extract pack doctor bench".split()
+
+
+class Cli(unittest.TestCase):
+    def setUp(self):
+        self.directory = os.path.join(DIRECTORY, self._testMethodName)
+        shutil.rmtree(self.directory, ignore_errors=True)
+        os.makedirs(self.directory)
+
+    def path(self, name):
+        return os.path.join(self.directory, name)
+
+    def make(self, name, content):
+        os.makedirs(os.path.dirname(self.path(name)), exist_ok=True)
+        with open(self.path(name), "wb") as file:
+            file.write(content)
+        return name
+
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def start(self, *arguments, **options):
+        for stream in ("stdin", "stdout", "stderr"):
+            options.setdefault(stream, subprocess.PIPE)
+        return subprocess.Popen([PROGRAM, *arguments], cwd=self.directory, **options)
+
+    def run_tool(self, exit_code, *arguments, input=b"", **options):
+        """Runs to the end; gives (standard output, standard error)."""
+        process = self.start(*arguments, **options)
+        output, error = process.communicate(input, timeout=100)
+        self.assertEqual(process.returncode, exit_code, (arguments, output, error))
+        return output, error.decode()
+
+    def run_json(self, exit_code, *arguments, **options):
+        document = json.loads(self.run_tool(exit_code, *arguments, "--json", **options)[0])
+        self.assertEqual(document["schema"], "cachefile." + arguments[0])
+        self.assertEqual(document["version"], 1)
+        return document
+
+    def make_recording(self):
+        """A recording directory, whose files hold what THREE holds."""
+        self.make("rec/7/1_1001-2.dat", THREE[0][2])
+        self.make("rec/7/4_7004-4.dat", THREE[2][2])
+        self.make("rec/7/100_100-2.dat", CONF)
+
+
+class Usage(Cli):
+    def test_bad_usage_and_plain_failure(self):
+        self.make("plain", b"x" * 100)
+        self.make_recording()
+        cases = [
+            (USAGE, []), (USAGE, ["fly"]), (USAGE, ["info"]), (USAGE, ["info", "plain", "--fly"]),
+            (USAGE, ["play", "rec/7", "--stream", "4:7004"]),
+            (USAGE, ["play", "rec/7", "--stream", "65536:1:1"]),
+            (USAGE, ["play", "rec/7", "--stream", "4:7004:0"]),
+            (USAGE, ["record", "7", "--stream", "4:7004:4"]),
+            (USAGE, ["record", "-1", "--stream", "4:7004:4=plain"]),
+            (USAGE, ["record", "4294967296", "--stream", "4:7004:4=plain"]),
+            (USAGE, ["record", "7", "--stream", "4:1:4=plain", "--stream", "4:1:4=plain"]),
+            (USAGE, ["record", "7", "--stream", "4:1:4=-", "--stream", "4:2:4=-"]),
+            (USAGE, ["pack", "rec/7", "-o", "out", "--index", "2"]),
+            (USAGE, ["extract", "plain"]),
+            (USAGE, ["extract", "plain", "-o", "out", "--progress", "loud"]),
+            (FAILED, ["info", "missing"]), (FAILED, ["info", "plain"]), (FAILED, ["list", "plain"]),
+            (FAILED, ["map", "rec/7"]), (FAILED, ["extract", "rec/7", "-o", "out"]),
+            (FAILED, ["doctor", "missing"]), (FAILED, ["doctor", "rec/7"]),
+            (FAILED, ["play", "rec/7", "--stream", "4:7004:1"]),
+            (FAILED, ["pack", "missing", "-o", "out"]), (FAILED, ["pack", "rec", "-o", "out"]),
+            (FAILED, ["record", "7", "--stream", "4:7004:4=missing"]),
+            (FAILED, ["record", "7", "--home", "plain", "--stream", "4:7004:4=plain"]),
+        ]
+        for exit_code, arguments in cases:
+            with self.subTest(arguments):
+                output, error = self.run_tool(exit_code, *arguments)
+                self.assertEqual(output, b"")
+                self.assertRegex(error, r"^cachefile: ")
+        self.assertEqual(sorted(os.listdir(self.directory)), ["plain", "rec"])
+
+    def test_help_man_page_and_completion_tell_of_everything(self):
+        with open(MAN_PAGE) as file:
+            man = file.read().replace("\\-", "-")
+        with open(COMPLETION) as file:
+            completion = file.read()
+        self.assertRegex(self.run_tool(DONE, "--version")[0], rb"^cachefile \d+\.\d+\.\d+\n$")
+        self.assertTrue(all(name in self.run_tool(DONE, "--help")[0].decode() for name in COMMANDS))
+        for name in COMMANDS:
+            text = self.run_tool(DONE, name, "--help")[0].decode()
+            self.assertIn("Example:\n  ", text)
+            self.assertIn("cachefile " + name, text)
+            section = re.search(r"\n\.SS .?" + name + r"\b(.*?)\n\.S[SH]", man, re.S).group(1)
+            line = re.search(r"\n\s+(?:\w+ \| )*" + name + r"(?: \| \w+)*\) options=\"(.*?)\"",
+                             completion).group(1)
+            for option in re.findall(r"(--[a-z-]+)", text.split("Options:")[1]):
+                if option != "--help":
+                    self.assertIn(option, section, name)
+                    self.assertIn(option, line, name)
+
+    def test_completion_runs_in_bash(self):
+        self.make("some file", b"")
+        for words, wanted in [(["re"], ["record"]), (["pack", "--v"], ["--verbose", "--version", "--verify"]),
+                              (["pack", "--index", ""], ["0", "1"]), (["info", "so"], ["some file"])]:
+            quoted = " ".join("'%s'" % word for word in ["cachefile", *words])
+            script = ("source '%s'; compopt() { :; }; COMP_WORDS=(%s); COMP_CWORD=%d; _cachefile; "
+                      "printf '%%s\\n' \"${COMPREPLY[@]}\"" % (COMPLETION, quoted, len(words)))
+            output = subprocess.run(["bash", "-c", script], cwd=self.directory,
+                                    stdout=subprocess.PIPE, check=True).stdout.decode()
+            self.assertEqual(output.splitlines(), wanted, words)
+
+
+class Output(Cli):
+    def test_a_closed_pipe_ends_quietly(self):
+        self.make("big", container([(268, n, b"") for n in range(3000)] + [(256, 1, b"x" * 3000000)]))
+        for arguments in [["list", "big"], ["info", "big", "--json"],
+                          ["play", "big", "--stream", "1:1001:2"]]:
+            with self.subTest(arguments):
+                process = self.start(*arguments)
+                process.stdout.read(10)
+                process.stdout.close()
+                self.assertEqual(process.stderr.read(), b"")
+                self.assertEqual(process.wait(100), DONE)
+                process.stdin.close()
+                process.stderr.close()
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        self.make("good", container(THREE))
+        with open("/dev/full", "wb") as full:
+            _, error = self.run_tool(FAILED, "info", "good", stdout=full)
+        self.assertIn("standard output", error)
+
+    def test_no_colour_without_a_terminal_and_none_with_no_color(self):
+        self.make("good", container(THREE))
+        self.assertNotIn(b"\x1b", self.run_tool(DONE, "map", "good")[0])
+        for settings, coloured in [({}, True), ({"NO_COLOR": "1"}, False), ({"TERM": "dumb"}, False)]:
+            environment = {**os.environ, "TERM": "xterm", **settings}
+            if not settings.get("NO_COLOR"):
+                environment.pop("NO_COLOR", None)
+            ours, its = os.openpty()
+            self.run_tool(DONE, "map", "good", stdout=its, env=environment)
+            os.close(its)
+            self.assertEqual(b"\x1b[" in os.read(ours, 100000), coloured, settings)
+            os.close(ours)
+
+    def test_progress(self):
+        self.make("good", container(THREE))
+        for mode, pattern in [("auto", r"^$"), ("never", r"^$"),
+                              ("always", r"^\rextract .*100% of .*/s .*left.*\r$")]:
+            _, error = self.run_tool(DONE, "extract", "good", "-o", "x", "--force", "--progress", mode)
+            self.assertRegex(error, pattern)
+        _, error = self.run_tool(DONE, "extract", "good", "-o", "x", "--force", "--progress=json")
+        last = json.loads(error.splitlines()[-1])
+        self.assertEqual((last["progress"], last["done"], last["total"]), ("extract", 472, 472))
+
+
+class Record(Cli):
+    def test_what_is_recorded_can_be_played(self):
+        content = os.urandom(200001)
+        self.make("in", content)
+        for number, mode in enumerate([[], ["--sync"], ["--piece", "1000"]]):
+            with self.subTest(mode):
+                document = self.run_json(DONE, "record", str(number), "--home", "new/home", *mode,
+                                         "--stream", "4:7004:4=in", "--stream", "1:1001:2=-",
+                                         input=content[:70000])
+                streams = {stream["stream"]: stream for stream in document["streams"]}
+                self.assertEqual({name: (stream["bytes"], stream["lost_bytes"])
+                                  for name, stream in streams.items()},
+                                 {"4:7004:4": (200001, 0), "1:1001:2": (70000, 0)})
+                self.assertEqual(streams["4:7004:4"]["pieces"], 201 if "--piece" in mode else 7)
+                for name, data in [("4:7004:4", content), ("1:1001:2", content[:70000])]:
+                    output, error = self.run_tool(DONE, "play", "new/home/%d" % number,
+                                                  "--stream", name)
+                    self.assertEqual((output, error), (data, ""))
+
+    def test_it_writes_over_nothing(self):
+        self.make("in", b"new")
+        self.make("kvr2/7/4_7004-4.dat", b"old")
+        self.run_tool(FAILED, "record", "7", "--stream", "4:7004:4=in")
+        self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"old")
+        self.run_tool(FAILED, "record", "7", "--force", "--stream", "4:7004:4=kvr2/7/4_7004-4.dat")
+        self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"old")
+        self.run_tool(DONE, "record", "7", "--force", "--stream", "4:7004:4=in")
+        self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"new")
+
+    def test_lost_bytes_are_told(self):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
+
+        self.make("in", b"x" * 200000)
+        for number, mode in enumerate([[], ["--sync"]]):
+            document = self.run_json(DAMAGE, "record", str(number), "--stream", "4:7004:4=in", *mode,
+                                     preexec_fn=limit)
+            stream = document["streams"][0]
+            size = os.path.getsize(self.path("kvr2/%d/4_7004-4.dat" % number))
+            self.assertGreater(stream["lost_bytes"], 0)
+            self.assertEqual(stream["bytes"] - stream["lost_bytes"], size)
+
+    def test_a_signal_ends_it_with_everything_written(self):
+        for number, (which, mode) in enumerate([(signal.SIGINT, []), (signal.SIGTERM, []),
+                                                (signal.SIGTERM, ["--sync"])]):
+            with self.subTest(which, mode=mode):
+                os.mkfifo(self.path("fifo%d" % number))
+                process = self.start("record", str(number), "--stream", "4:7004:4=-", "--stream",
+                                     "1:1001:2=fifo%d" % number, "--progress=json", "--json", *mode)
+                process.stdin.write(b"z" * 50000)
+                process.stdin.flush()
+                # It tells what it has taken, 10 times a second at most; more input makes it tell.
+                taken, sent = 0, 50000
+                while taken < 50000:
+                    if select.select([process.stderr], [], [], 0.2)[0]:
+                        taken = json.loads(process.stderr.readline())["done"]
+                    else:
+                        process.stdin.write(b"z")
+                        process.stdin.flush()
+                        sent += 1
+                process.send_signal(which)
+                output, _ = process.stdout.read(), process.stderr.read()
+                self.assertEqual(process.wait(100), INTERRUPTED)
+                for pipe in (process.stdin, process.stdout, process.stderr):
+                    pipe.close()
+                document = json.loads(output)
+                self.assertTrue(document["interrupted"])
+                accepted = document["streams"][0]["bytes"]
+                self.assertTrue(50000 <= accepted <= sent)
+                self.assertEqual(self.read("kvr2/%d/4_7004-4.dat" % number), b"z" * accepted)
+                self.assertEqual(document["streams"][0]["lost_bytes"], 0)
+
+    def test_a_stream_that_waits_does_not_hold_up_the_others(self):
+        os.mkfifo(self.path("fifo"))
+        self.make("in", b"y" * 100000)
+        process = self.start("record", "7", "--stream", "4:7004:4=fifo", "--stream", "1:1001:2=in")
+        while not (os.path.exists(self.path("kvr2/7/1_1001-2.dat")) and
+                   os.path.getsize(self.path("kvr2/7/1_1001-2.dat")) == 100000):
+            self.assertIsNone(process.poll())
+        with open(self.path("fifo"), "wb") as fifo:
+            fifo.write(b"late")
+        process.communicate(timeout=100)
+        self.assertEqual(process.returncode, DONE)
+        self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"late")
+
+
+class Show(Cli):
+    def test_info_and_list_of_directory_and_container(self):
+        self.make_recording()
+        self.make("rec/7/notes.txt", b"")
+        self.run_tool(DONE, "pack", "rec/7", "-o", "packed")
+        directory, packed = self.run_json(DONE, "info", "rec/7"), self.run_json(DONE, "info", "packed")
+        for document in (directory, packed):
+            self.assertEqual((document["file_version"], document["cb_time_stamp"]), (3, 1234567))
+            self.assertEqual([(stream["stream"], stream["tag"], stream["extent"])
+                              for stream in document["streams"]],
+                             [("1:1001:2", 256, 100), ("4:7004:4", 268, 300), ("100:100:2", 274, 72)])
+        self.assertEqual((directory["kind"], directory["index_type"]), ("directory", None))
+        self.assertEqual((packed["kind"], packed["index_type"], packed["entry_count"],
+                          packed["size"], packed["declared_size"]), ("container", 0, 3, 592, 592))
+        self.assertEqual(self.run_json(DONE, "list", "packed")["streams"], packed["streams"])
+        os.remove(self.path("rec/7/100_100-2.dat"))
+        self.assertIsNone(self.run_json(DONE, "info", "rec/7")["cb_time_stamp"])
+        lines = self.run_tool(DONE, "list", "packed")[0].decode().splitlines()
+        self.assertEqual(lines[1].split(),
+                         ["1", "1:1001:2", "256", "0x0100", "0", "120", "100", "reachable"])
+
+    def test_what_a_list_says_of_a_damaged_container(self):
+        streams = THREE[:2] + [(262, 0, b"?"), (256, 1, b"hidden"), (268, 7, b"x" * 50)]
+        self.make("bad", container(streams, cut=20))
+        rows = self.run_json(DAMAGE, "list", "bad")["streams"]
+        self.assertEqual([(row["stream"], row["reachable"], row["hidden_by"]) for row in rows],
+                         [("1:1001:2", True, None), ("100:100:2", True, None), (None, False, None),
+                          ("1:1001:2", False, 1), ("4:7004:4", True, None)])
+        self.assertEqual((rows[4]["extent"], rows[4]["present"]), (50, 30))
+
+    def test_doctor_names_fault_and_offset(self):
+        for name, (content, wanted) in DAMAGED.items():
+            with self.subTest(name):
+                self.make("bad", content)
+                found = self.run_json(DAMAGE, "doctor", "bad")["findings"]
+                self.assertEqual([(finding["code"], finding["offset"]) for finding in found], wanted)
+                text = self.run_tool(DAMAGE, "doctor", "bad")[0].decode()
+                self.assertEqual(text, "".join("{severity} {code} {offset} {message}\n".format(**finding)
+                                               for finding in found))
+                self.assertEqual(self.read("bad"), content)
+        for index_type in (0, 1):
+            self.make("good", container(THREE + [(269, 1, b""), (269, 2, b"")], index_type))
+            self.assertEqual(self.run_tool(DONE, "doctor", "good")[0], b"")
+
+    def test_map(self):
+        self.make("good", container([(256, 1, b"a" * 1000), (257, 1, b"b" * 1000)], header={8: 2588}))
+        bar, _, _, *lines = self.run_tool(DAMAGE, "map", "good")[0].decode().splitlines()
+        self.assertRegex(bar, r"^.{2,4}s+S+x+$")
+        self.assertEqual([line.split()[:4] for line in lines],
+                         [["H", "0", "24", "header"], ["I", "24", "64", "index"],
+                          ["s", "88", "1000", "stream"], ["S", "1088", "1000", "stream"],
+                          ["x", "2088", "500", "missing"]])
+        self.run_tool(DAMAGE, "map", "good", "-o", "map.svg")
+        rectangles = xml.etree.ElementTree.parse(self.path("map.svg")).getroot().findall("{*}rect")
+        self.assertEqual(len(rectangles), 1 + len(lines))
+        self.run_tool(FAILED, "map", "good", "-o", "map.svg")
+        self.run_tool(DAMAGE, "map", "good", "-o", "map.svg", "--force")
+
+
+class Pack(Cli):
+    def test_there_and_back(self):
+        self.make_recording()
+        self.make("more/20_5020-1.dat", b"")
+        for index_type in ("0", "1"):
+            self.run_tool(DONE, "pack", "rec/7", "more", "-o", "packed", "--index", index_type,
+                          "--verify", "--force")
+            output, _ = self.run_tool(DONE, "extract", "packed", "-o", "out", "--force")
+            self.assertEqual(len(output.splitlines()), 5)
+            for name in os.listdir(self.path("rec/7")):
+                self.assertEqual(self.read("out/" + name), self.read("rec/7/" + name))
+            self.assertEqual(self.read("out/20_5020-1.dat"), b"")
+        self.run_tool(DONE, "extract", "packed", "-o", "one", "--stream", "4:7004:4")
+        self.assertEqual(os.listdir(self.path("one")), ["4_7004-4.dat"])
+        for part, wanted in [(["--offset", "72"], b""), (["--offset", "70", "--length", "9"], CONF[70:]),
+                             (["--length", "12"], CONF[:12]), (["--length", "0"], b"")]:
+            output, _ = self.run_tool(DONE, "play", "packed", "--stream", "100:100:2", *part)
+            self.assertEqual(output, wanted)
+
+    def test_version_and_time_stamp(self):
+        self.make_recording()
+        for options, wanted in [(["--version", "9"], (9, 1234567)), (["--timestamp", "8"], (3, 8)),
+                                (["--version", "1", "--timestamp", "2"], (1, 2))]:
+            self.run_tool(DONE, "pack", "rec/7", "-o", "packed", "--force", "--verify", *options)
+            document = self.run_json(DONE, "info", "packed")
+            self.assertEqual((document["file_version"], document["cb_time_stamp"]), wanted)
+
+    def test_what_it_refuses_leaves_nothing(self):
+        self.make_recording()
+        self.make("old", b"old")
+        self.make("twice/4_7004-4.dat", b"")
+        self.make("tagless/4_7004-2.dat", b"")
+        self.make("short/100_100-2.dat", CONF[:71])
+        before = sorted(os.listdir(self.directory))
+        for arguments in [["rec/7", "-o", "old"], ["rec/7", "twice", "-o", "new"],
+                          ["tagless", "-o", "new"], ["short", "-o", "new"],
+                          ["rec/7", "-o", "rec/7/4_7004-4.dat", "--force"], ["rec/7", "-o", "no/new"],
+                          ["rec/7", "-o", "rec", "--force"]]:
+            self.run_tool(FAILED, "pack", *arguments)
+            self.assertEqual(sorted(os.listdir(self.directory)), before)
+            self.assertEqual(sorted(os.listdir(self.path("rec/7"))),
+                             ["100_100-2.dat", "1_1001-2.dat", "4_7004-4.dat"])
+        self.assertEqual(self.read("old"), b"old")
+        self.assertEqual(self.read("rec/7/4_7004-4.dat"), THREE[2][2])
+
+    def test_a_full_disk_leaves_no_half_file(self):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))
+
+        self.make("rec/4_7004-4.dat", b"x" * 5000)
+        self.make("good", container([(268, 7, b"x" * 5000)]))
+        self.run_tool(FAILED, "pack", "rec", "-o", "packed", preexec_fn=limit)
+        self.run_tool(FAILED, "extract", "good", "-o", "out", preexec_fn=limit)
+        self.assertEqual(sorted(os.listdir(self.directory)), ["good", "out", "rec"])
+        self.assertEqual(os.listdir(self.path("out")), [])
+
+    def test_extract_takes_what_a_damaged_container_still_has(self):
+        cases = {
+            "last stream cut off": {"1_1001-2.dat": 100, "100_100-2.dat": 72, "4_7004-4.dat": 290},
+            "last stream gone": {"1_1001-2.dat": 100, "100_100-2.dat": 71},
+            "one entry too many": {"1_1001-2.dat": 10},
+            "data far away": {"100_100-2.dat": 72, "4_7004-4.dat": 300},
+            "data behind the given size": {"1_1001-2.dat": 80, "100_100-2.dat": 72,
+                                           "4_7004-4.dat": 300},
+            "chain to the first": {"1_1001-2.dat": 100, "100_100-2.dat": 72, "4_7004-4.dat": 300},
+        }
+        for name, wanted in cases.items():
+            with self.subTest(name):
+                self.make("bad", DAMAGED[name][0])
+                shutil.rmtree(self.path("out"), ignore_errors=True)
+                _, error = self.run_tool(DAMAGE, "extract", "bad", "-o", "out")
+                self.assertEqual({file: os.path.getsize(self.path("out/" + file))
+                                  for file in os.listdir(self.path("out"))}, wanted)
+                self.assertIn("is damaged", error)
+        self.make("hidden", DAMAGED["same stream twice"][0])
+        _, error = self.run_tool(DONE, "extract", "hidden", "-o", "hidden.out")
+        self.assertIn("entry 4 is left out", error)
+        self.run_tool(FAILED, "extract", "hidden", "-o", "hidden.out")  # it is there already
+
+
+class Bench(Cli):
+    def test_it_compares_with_stdio_and_cleans_up(self):
+        document = self.run_json(DONE, "bench", "--size", "1", "--rounds", "1", "--dir", ".")
+        self.assertEqual([(result["what"], result["with"].split(",")[0])
+                          for result in document["results"]],
+                         [("append", "library"), ("append", "library"), ("append", "stdio"),
+                          ("read", "library"), ("read", "stdio")])
+        self.assertTrue(all(result["ratio"] > 0 for result in document["results"]))
+        self.assertEqual(os.listdir(self.directory), [])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1] + sys.argv[5:])

@@ -1,0 +1,190 @@
+#include <algorithm>
+#include <filesystem>
+
+#include "tools/cachefile/Exit.h"
+#include "tools/cachefile/Findings.h"
+#include "tools/cachefile/Options.h"
+#include "tools/cachefile/Output.h"
+#include "tools/cachefile/OutputFile.h"
+#include "tools/cachefile/Streams.h"
+#include "tools/cachefile/System.h"
+
+namespace {
+
+constexpr std::uint64_t c_qwBlock = 262144;
+
+struct tagOptions {
+    std::string strPath;
+    std::string strDirectory;
+    std::vector<std::string> vecStreams;
+    bool bForce = false;
+    ProgressMode aProgress = ProgressMode::Auto;
+};
+
+using Selection = std::vector<const tagStream*>;
+
+/// Nothing of a stream can be had if the file ends before it begins.
+bool IsThere(const tagStream& aStream, const tagRecording& aRecording) {
+    return aStream.qwPresent > 0 || aStream.qwOffset <= aRecording.qwSize;
+}
+
+Selection SelectNamed(const tagOptions& aOptions, const tagRecording& aRecording) {
+    Selection vecSelected;
+    for (const std::string& strName : aOptions.vecStreams) {
+        const tagStream* const pStream = aRecording.Find(RequireStream(strName));
+        if (!pStream) throw CFailure(Printable(aOptions.strPath) + " has no stream " + strName);
+        if (std::find(vecSelected.begin(), vecSelected.end(), pStream) == vecSelected.end())
+            vecSelected.push_back(pStream);
+    }
+    return vecSelected;
+}
+
+/// Every stream that a request can reach; says which entries are left out.
+Selection SelectAll(const tagRecording& aRecording) {
+    Selection vecSelected;
+    for (const tagStream& aStream : aRecording.vecStreams) {
+        const auto nNumber = std::to_string(&aStream - aRecording.vecStreams.data() + 1);
+        if (!aStream.bKnown)
+            Warn("entry " + nNumber + " is left out: its tag " + std::to_string(*aStream.wTag) +
+                 " is unknown");
+        else if (aStream.nHiddenBy != 0)
+            Warn("entry " + nNumber + " is left out: entry " + std::to_string(aStream.nHiddenBy) +
+                 " is the same stream " + aStream.Name());
+        else
+            vecSelected.push_back(&aStream);
+    }
+    return vecSelected;
+}
+
+class CExtraction {
+ public:
+    CExtraction(const tagOptions& aOptions, const tagRecording& aRecording, Selection vecSelected)
+        : m_options(aOptions),
+          m_recording(aRecording),
+          m_vecSelected(std::move(vecSelected)),
+          m_directory(System::NativePath(aOptions.strDirectory)),
+          m_progress(aOptions.aProgress, "extract", CountBytes()) {}
+
+    /// How many bytes are missing or lost.
+    bool Run() {
+        Prepare();
+        for (const tagStream* pStream : m_vecSelected)
+            if (IsThere(*pStream, m_recording))
+                Extract(*pStream);
+            else
+                Miss(*pStream, "all of it: it begins at " + std::to_string(pStream->qwOffset) +
+                                   ", past the end of the file");
+        m_progress.Finish(m_qwDone);
+        return m_bMissing;
+    }
+    void Print() const { m_table.Print(); }
+
+ private:
+    std::uint64_t CountBytes() const {
+        std::uint64_t qwBytes = 0;
+        for (const tagStream* pStream : m_vecSelected) qwBytes += pStream->qwPresent;
+        return qwBytes;
+    }
+
+    /// Whatever speaks against it is found before the first file is written.
+    void Prepare() const {
+        std::error_code aError;
+        std::filesystem::create_directories(m_directory, aError);
+        if (!std::filesystem::is_directory(m_directory))
+            throw CFailure("cannot make the directory " + Printable(m_options.strDirectory) +
+                           (aError ? ": " + aError.message() : ""));
+        for (const tagStream* pStream : m_vecSelected) {
+            const std::filesystem::path aPath = m_directory / StreamFileName(pStream->aDescriber);
+            RequireFree(aPath, m_options.bForce);
+            const auto aInput = System::NativePath(m_options.strPath);
+            if (std::filesystem::equivalent(aPath, aInput, aError))
+                throw CFailure("the container itself would be written over");
+        }
+    }
+
+    void Miss(const tagStream& aStream, const std::string& strWhat) {
+        m_bMissing = true;
+        Warn("missing of " + aStream.Name() + ": " + strWhat);
+    }
+
+    void Extract(const tagStream& aStream);
+    std::uint64_t Copy(const tagStream& aStream, COutputFile& aFile);
+
+    const tagOptions& m_options;
+    const tagRecording& m_recording;
+    const Selection m_vecSelected;
+    const std::filesystem::path m_directory;
+    CProgress m_progress;
+    CTable m_table{{{"STREAM", CTable::Left},
+                    {"FILE", CTable::Left},
+                    {"BYTES", CTable::Right},
+                    {"MISSING", CTable::Right}}};
+    std::vector<unsigned char> m_vecBlock = std::vector<unsigned char>(c_qwBlock);
+    std::uint64_t m_qwDone = 0;
+    bool m_bMissing = false;
+};
+
+void CExtraction::Extract(const tagStream& aStream) {
+    const std::string strName = StreamFileName(aStream.aDescriber);
+    COutputFile aFile(m_directory / strName, m_options.bForce);
+    const std::uint64_t qwCopied = Copy(aStream, aFile);
+    aFile.Finish();
+    const std::uint64_t qwMissing = aStream.qwExtent - qwCopied;
+    if (qwMissing > 0)
+        Miss(aStream, Grouped(qwMissing) + " of " + Grouped(aStream.qwExtent) + " bytes");
+    m_table.Add(
+        {aStream.Name(), strName, std::to_string(qwCopied),
+         CTable::Cell(std::to_string(qwMissing), qwMissing > 0 ? Style::Red : Style::Plain)});
+}
+
+/// What is there and can be read, from the stream's beginning on.
+std::uint64_t CExtraction::Copy(const tagStream& aStream, COutputFile& aFile) {
+    std::uint64_t qwCopied = 0;
+    while (qwCopied < aStream.qwPresent) {
+        if (System::IsInterrupted()) throw Interrupted();
+        auto dwPart = static_cast<CmUint32>(std::min(aStream.qwPresent - qwCopied, c_qwBlock));
+        const CmInt32 lResult =
+            m_recording.pIndex->ReadData(aStream.qwOffset + qwCopied, m_vecBlock.data(), dwPart);
+        if (lResult != CACHE_OK) Warn(ResultText("cannot read " + aStream.Name(), lResult));
+        if (lResult != CACHE_OK || dwPart == 0) break;
+        aFile.Write(m_vecBlock.data(), dwPart);
+        qwCopied += dwPart;
+        m_qwDone += dwPart;
+        m_progress.Show(m_qwDone);
+    }
+    return qwCopied;
+}
+
+int Extract(const tagOptions& aOptions) {
+    const tagRecording aRecording = RequireContainer(aOptions.strPath);
+    Selection vecSelected =
+        aOptions.vecStreams.empty() ? SelectAll(aRecording) : SelectNamed(aOptions, aRecording);
+    bool bMissing = false;
+    {
+        CExtraction aExtraction(aOptions, aRecording, std::move(vecSelected));
+        bMissing = aExtraction.Run();
+        aExtraction.Print();
+    }
+    FinishOutput();
+    const int nExit = ReportDamage(aRecording);
+    return bMissing ? Exit_Damage : nExit;
+}
+
+}  // namespace
+
+void AddExtract(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "extract", "Write the streams of a container into files, also of a damaged one");
+    Options::AddPath(aCommand, pOptions->strPath, "A container");
+    aCommand.add_option("-o,--output", pOptions->strDirectory, "The directory for the files")
+        ->required()
+        ->type_name("DIR");
+    Options::AddEach(aCommand, "--stream", pOptions->vecStreams,
+                     "Only this stream, as TYPE:ID:KIND; may be repeated")
+        ->type_name("STREAM");
+    Options::AddForce(aCommand, pOptions->bForce);
+    Options::AddProgress(aCommand, pOptions->aProgress);
+    Options::AddExample(aCommand, "cachefile extract talk.container -o talk");
+    aCommand.callback([pOptions, &nExit] { nExit = Extract(*pOptions); });
+}

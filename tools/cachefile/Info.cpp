@@ -1,0 +1,95 @@
+#include "tools/cachefile/Findings.h"
+#include "tools/cachefile/Options.h"
+#include "tools/cachefile/StreamTable.h"
+
+namespace {
+
+struct tagOptions {
+    std::string strPath;
+    bool bJson = false;
+};
+
+std::size_t CountReachable(const tagRecording& aRecording) {
+    std::size_t nCount = 0;
+    for (const tagStream& aStream : aRecording.vecStreams)
+        if (aStream.bKnown && aStream.nHiddenBy == 0) ++nCount;
+    return nCount;
+}
+
+Json ToJson(const tagRecording& aRecording) {
+    Json aDocument = NewDocument("info");
+    const bool bContainer = aRecording.IsContainer();
+    const tagQXFFileHeader aHeader =
+        bContainer ? aRecording.pIndex->GetFileHeader() : tagQXFFileHeader{};
+    aDocument["path"] = aRecording.strPath;
+    aDocument["kind"] = bContainer ? "container" : "directory";
+    aDocument["size"] = aRecording.qwSize;
+    aDocument["declared_size"] = bContainer ? Json(aHeader.dwFileSize) : Json(nullptr);
+    aDocument["file_version"] = Known(aRecording.dwFileVersion);
+    aDocument["cb_time_stamp"] = Known(aRecording.dwCBTimeStamp);
+    aDocument["index_type"] = bContainer ? Json(aHeader.dwIndexType) : Json(nullptr);
+    aDocument["entry_count"] = bContainer ? Json(aHeader.dwEntryCount) : Json(nullptr);
+    aDocument["entries_read"] = bContainer ? Json(aRecording.vecStreams.size()) : Json(nullptr);
+    aDocument["reachable_streams"] = CountReachable(aRecording);
+    aDocument["streams"] = StreamsToJson(aRecording);
+    return aDocument;
+}
+
+void PrintField(const std::string& strName, const std::string& strValue) {
+    std::string strLine = strName;
+    strLine.resize(15, ' ');
+    Print(Paint(strLine, Style::Bold) + strValue + "\n");
+}
+
+std::string Text(const std::optional<CmUint32>& dwValue) {
+    return dwValue ? std::to_string(*dwValue) : "unknown";
+}
+
+std::string Size(std::uint64_t qwBytes) {
+    return Grouped(qwBytes) + " bytes" +
+           (qwBytes < 1024 ? "" : " (" + ByteSize(static_cast<double>(qwBytes)) + ")");
+}
+
+void PrintContainerFields(const tagRecording& aRecording) {
+    const tagQXFFileHeader& aHeader = aRecording.pIndex->GetFileHeader();
+    const std::size_t nRead = aRecording.vecStreams.size();
+    if (aHeader.dwFileSize != aRecording.qwSize)
+        PrintField("size in header", Size(aHeader.dwFileSize));
+    PrintField("index type", aHeader.dwIndexType == Index_Packed ? "0 (packed)" : "1 (chained)");
+    PrintField("entries", Grouped(aHeader.dwEntryCount) +
+                              (nRead == aHeader.dwEntryCount ? "" : ", read " + Grouped(nRead)));
+}
+
+void PrintText(const tagRecording& aRecording) {
+    const bool bContainer = aRecording.IsContainer();
+    PrintField(bContainer ? "container" : "directory", Printable(aRecording.strPath));
+    PrintField("size", Size(aRecording.qwSize));
+    PrintField("file version", Text(aRecording.dwFileVersion));
+    PrintField("CB time stamp", Text(aRecording.dwCBTimeStamp));
+    if (bContainer) PrintContainerFields(aRecording);
+    PrintField("streams", Grouped(CountReachable(aRecording)));
+    Print("\n");
+    PrintStreams(aRecording);
+}
+
+int Info(const tagOptions& aOptions) {
+    const tagRecording aRecording = RequireRecording(aOptions.strPath);
+    if (aOptions.bJson)
+        PrintDocument(ToJson(aRecording));
+    else
+        PrintText(aRecording);
+    FinishOutput();
+    return ReportDamage(aRecording);
+}
+
+}  // namespace
+
+void AddInfo(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagOptions>();
+    CLI::App& aCommand =
+        *aTool.add_subcommand("info", "Show what a recording is and what it holds");
+    Options::AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    Options::AddJson(aCommand, pOptions->bJson);
+    Options::AddExample(aCommand, "cachefile info kvr2/7");
+    aCommand.callback([pOptions, &nExit] { nExit = Info(*pOptions); });
+}

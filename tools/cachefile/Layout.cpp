@@ -1,0 +1,135 @@
+#include "tools/cachefile/Layout.h"
+
+#include <algorithm>
+#include <tuple>
+
+#include "platform/CmResult.h"
+
+namespace {
+
+/// All places where something begins or ends, in ascending order.
+std::vector<std::uint64_t> FindBoundaries(const CContainerIndex& aIndex) {
+    std::vector<std::uint64_t> vecBoundaries;
+    vecBoundaries.reserve(2 * aIndex.GetEntryCount() + 2);
+    for (std::size_t i = 0; i < aIndex.GetEntryCount(); ++i) {
+        vecBoundaries.push_back(aIndex.GetEntry(i).dwOffset);
+        vecBoundaries.push_back(aIndex.GetEntry(i).aEntry.dwDataOffset);
+    }
+    const std::uint64_t qwDeclared = aIndex.GetFileHeader().dwFileSize;
+    vecBoundaries.push_back(qwDeclared);
+    vecBoundaries.push_back(std::max(qwDeclared, aIndex.GetFileSize()));
+    std::sort(vecBoundaries.begin(), vecBoundaries.end());
+    return vecBoundaries;
+}
+
+tagStream ReadEntry(const tagIndexEntry& aFound) {
+    tagStream aStream;
+    aStream.bKnown = TagToFileDescriber(aFound.aEntry, aStream.aDescriber) == CACHE_OK;
+    aStream.wTag = aFound.aEntry.wTag;
+    aStream.dwExtraInfo = aFound.aEntry.dwExtraInfo;
+    aStream.qwEntryOffset = aFound.dwOffset;
+    aStream.qwOffset = aFound.aEntry.dwDataOffset;
+    return aStream;
+}
+
+/// Of several entries with the same type, id and kind the first one is meant; a kind in a container
+/// is a single bit.
+void FindHidden(std::vector<tagStream>& vecStreams) {
+    std::vector<const tagStream*> vecOrder;
+    vecOrder.reserve(vecStreams.size());
+    for (const tagStream& aStream : vecStreams)
+        if (aStream.bKnown) vecOrder.push_back(&aStream);
+    const auto aKey = [](const tagStream* p) {
+        const tagFileDescriber& a = p->aDescriber;
+        return std::tuple(a.wDataType, a.dwFileID, a.byFileType);
+    };
+    std::sort(vecOrder.begin(), vecOrder.end(), [&](const tagStream* a, const tagStream* b) {
+        return std::tuple(aKey(a), a) < std::tuple(aKey(b), b);
+    });
+    std::size_t nFirst = 0;
+    for (std::size_t i = 1; i < vecOrder.size(); ++i)
+        if (aKey(vecOrder[i]) == aKey(vecOrder[nFirst]))
+            vecStreams[static_cast<std::size_t>(vecOrder[i] - vecStreams.data())].nHiddenBy =
+                static_cast<std::size_t>(vecOrder[nFirst] - vecStreams.data()) + 1;
+        else
+            nFirst = i;
+}
+
+/// Collects regions in the order of their beginnings.
+class CSweep {
+ public:
+    void Add(tagRegion::Kind aKind, std::uint64_t qwBegin, std::uint64_t qwEnd,
+             std::size_t nStream) {
+        if (qwBegin > m_qwCovered) Append({tagRegion::Gap, m_qwCovered, qwBegin, 0});
+        if (qwBegin < m_qwCovered && qwBegin < qwEnd)
+            Append({tagRegion::Overlap, qwBegin, std::min(qwEnd, m_qwCovered), nStream});
+        if (qwEnd <= m_qwCovered) return;
+        Append({aKind, std::max(qwBegin, m_qwCovered), qwEnd, nStream});
+        m_qwCovered = qwEnd;
+    }
+
+    std::vector<tagRegion> vecRegions;
+
+ private:
+    /// Entries that follow one another are one index.
+    void Append(const tagRegion& aRegion) {
+        tagRegion* const pLast = vecRegions.empty() ? nullptr : &vecRegions.back();
+        if (pLast && aRegion.aKind == tagRegion::Index && pLast->aKind == tagRegion::Index &&
+            pLast->qwEnd == aRegion.qwBegin)
+            pLast->qwEnd = aRegion.qwEnd;
+        else
+            vecRegions.push_back(aRegion);
+    }
+
+    std::uint64_t m_qwCovered = 0;
+};
+
+}  // namespace
+
+std::vector<tagStream> LayOutStreams(const CContainerIndex& aIndex) {
+    const std::vector<std::uint64_t> vecBoundaries = FindBoundaries(aIndex);
+    std::vector<tagStream> vecStreams;
+    vecStreams.reserve(aIndex.GetEntryCount());
+    for (std::size_t i = 0; i < aIndex.GetEntryCount(); ++i) {
+        tagStream aStream = ReadEntry(aIndex.GetEntry(i));
+        const auto it =
+            std::upper_bound(vecBoundaries.begin(), vecBoundaries.end(), aStream.qwOffset);
+        if (it != vecBoundaries.end()) aStream.qwExtent = *it - aStream.qwOffset;
+        const std::uint64_t qwThere =
+            aIndex.GetFileSize() > aStream.qwOffset ? aIndex.GetFileSize() - aStream.qwOffset : 0;
+        aStream.qwPresent = std::min(aStream.qwExtent, qwThere);
+        vecStreams.push_back(aStream);
+    }
+    FindHidden(vecStreams);
+    return vecStreams;
+}
+
+const char* RegionName(tagRegion::Kind aKind) {
+    static const char* const s_aNames[] = {"header", "index",   "stream",
+                                           "gap",    "overlap", "missing"};
+    return s_aNames[aKind];
+}
+
+std::vector<tagRegion> LayOutRegions(const tagRecording& aRecording) {
+    std::vector<tagRegion> vecClaims{{tagRegion::Header, 0, c_dwFileHeaderSize, 0}};
+    for (std::size_t i = 0; i < aRecording.vecStreams.size(); ++i) {
+        const tagStream& aStream = aRecording.vecStreams[i];
+        vecClaims.push_back({tagRegion::Index, aStream.qwEntryOffset,
+                             aStream.qwEntryOffset + c_dwEntrySize, i + 1});
+        if (aStream.qwPresent > 0)
+            vecClaims.push_back(
+                {tagRegion::Stream, aStream.qwOffset, aStream.qwOffset + aStream.qwPresent, i + 1});
+    }
+    std::sort(vecClaims.begin(), vecClaims.end(), [](const tagRegion& a, const tagRegion& b) {
+        return std::tuple(a.qwBegin, a.aKind, a.nStream) <
+               std::tuple(b.qwBegin, b.aKind, b.nStream);
+    });
+    CSweep aSweep;
+    for (const tagRegion& aClaim : vecClaims)
+        aSweep.Add(aClaim.aKind, aClaim.qwBegin, aClaim.qwEnd, aClaim.nStream);
+    const std::uint64_t qwDeclared = aRecording.pIndex->GetFileHeader().dwFileSize;
+    aSweep.Add(tagRegion::Gap, aRecording.qwSize, aRecording.qwSize, 0);
+    if (qwDeclared > aRecording.qwSize)
+        aSweep.Add(tagRegion::Missing, aRecording.qwSize, qwDeclared, 0);
+    return aSweep.vecRegions;
+}

@@ -1,0 +1,177 @@
+#include <algorithm>
+#include <cstdio>
+
+#include "tools/cachefile/Exit.h"
+#include "tools/cachefile/Findings.h"
+#include "tools/cachefile/Layout.h"
+#include "tools/cachefile/Options.h"
+#include "tools/cachefile/Output.h"
+#include "tools/cachefile/OutputFile.h"
+#include "tools/cachefile/System.h"
+
+namespace {
+
+constexpr std::size_t c_nMostLines = 60;
+
+struct tagOptions {
+    std::string strPath;
+    std::string strOutput;
+    bool bForce = false;
+};
+
+/// How a kind of region looks: its letter and style on the terminal, its colour in a drawing.
+/// Streams that follow one another differ a little.
+struct tagLook {
+    char cLetter;
+    Style aStyle;
+    const char* lpColour;
+};
+
+tagLook LookOf(const tagRegion& aRegion) {
+    switch (aRegion.aKind) {
+        case tagRegion::Header:
+            return {'H', Style::Magenta, "#a347ba"};
+        case tagRegion::Index:
+            return {'I', Style::Blue, "#3465a4"};
+        case tagRegion::Stream:
+            return aRegion.nStream % 2 ? tagLook{'s', Style::Green, "#4e9a06"}
+                                       : tagLook{'S', Style::Cyan, "#06989a"};
+        case tagRegion::Gap:
+            return {'.', Style::Dim, "#d3d7cf"};
+        case tagRegion::Overlap:
+            return {'!', Style::Yellow, "#f57900"};
+        default:
+            return {'x', Style::Red, "#cc0000"};
+    }
+}
+
+std::string Describe(const tagRegion& aRegion, const tagRecording& aRecording) {
+    std::string strText = RegionName(aRegion.aKind);
+    const bool bStream = aRegion.aKind == tagRegion::Stream || aRegion.aKind == tagRegion::Overlap;
+    if (bStream && aRegion.nStream > 0)
+        strText += " " + std::to_string(aRegion.nStream) + " (" +
+                   aRecording.vecStreams[aRegion.nStream - 1].Name() + ")";
+    return strText;
+}
+
+/// The file as a line of so many columns: each shows what most of its bytes are, but an overlap
+/// or a missing part is never lost between others.
+std::string DrawBar(const std::vector<tagRegion>& vecRegions, std::size_t nColumns) {
+    const std::uint64_t qwEnd = vecRegions.back().qwEnd;
+    const auto aWeight = [](tagRegion::Kind aKind) {
+        return aKind == tagRegion::Overlap || aKind == tagRegion::Missing ? 2 : 1;
+    };
+    std::vector<const tagRegion*> vecShown(nColumns, nullptr);
+    std::vector<std::uint64_t> vecBytes(nColumns, 0);
+    for (const tagRegion& aRegion : vecRegions) {
+        if (aRegion.qwBegin == aRegion.qwEnd) continue;
+        for (std::size_t n = static_cast<std::size_t>(aRegion.qwBegin * nColumns / qwEnd);
+             n < nColumns && n * qwEnd < aRegion.qwEnd * nColumns; ++n) {
+            const std::uint64_t qwBytes = std::min(aRegion.qwEnd * nColumns, (n + 1) * qwEnd) -
+                                          std::max(aRegion.qwBegin * nColumns, n * qwEnd);
+            const tagRegion* const pShown = vecShown[n];
+            const int nLead = pShown ? aWeight(aRegion.aKind) - aWeight(pShown->aKind) : 1;
+            if (nLead < 0 || (nLead == 0 && qwBytes <= vecBytes[n])) continue;
+            vecShown[n] = &aRegion;
+            vecBytes[n] = qwBytes;
+        }
+    }
+    std::string strBar;
+    for (const tagRegion* pRegion : vecShown) {
+        const tagLook aLook = pRegion ? LookOf(*pRegion) : tagLook{' ', Style::Plain, ""};
+        strBar += Paint(std::string(1, aLook.cLetter), aLook.aStyle);
+    }
+    return strBar;
+}
+
+void PrintMap(const tagRecording& aRecording, const std::vector<tagRegion>& vecRegions) {
+    Print(DrawBar(vecRegions,
+                  static_cast<std::size_t>(std::clamp(System::GetTerminalWidth() - 1, 20, 200))) +
+          "\n\n");
+    CTable aTable({{"", CTable::Left},
+                   {"OFFSET", CTable::Right},
+                   {"BYTES", CTable::Right},
+                   {"WHAT", CTable::Left}});
+    for (std::size_t i = 0; i < std::min(vecRegions.size(), c_nMostLines); ++i) {
+        const tagRegion& aRegion = vecRegions[i];
+        const tagLook aLook = LookOf(aRegion);
+        aTable.Add({{std::string(1, aLook.cLetter), aLook.aStyle},
+                    std::to_string(aRegion.qwBegin),
+                    std::to_string(aRegion.qwEnd - aRegion.qwBegin),
+                    Describe(aRegion, aRecording)});
+    }
+    aTable.Print();
+    if (vecRegions.size() > c_nMostLines)
+        Print("and " + Grouped(vecRegions.size() - c_nMostLines) +
+              " more; list shows every stream\n");
+}
+
+std::string EscapeXml(const std::string& strText) {
+    std::string strResult;
+    for (const char c : Printable(strText)) {
+        if (c == '&')
+            strResult += "&amp;";
+        else if (c == '<')
+            strResult += "&lt;";
+        else if (c == '>')
+            strResult += "&gt;";
+        else
+            strResult += c;
+    }
+    return strResult;
+}
+
+/// A region is at least so wide that it can be seen; the one that follows covers what is too much.
+std::string DrawSvg(const tagRecording& aRecording, const std::vector<tagRegion>& vecRegions) {
+    constexpr double c_dWidth = 1000, c_dLeast = 1;
+    const double dScale = c_dWidth / static_cast<double>(vecRegions.back().qwEnd);
+    std::string strSvg =
+        "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 1020 110\" "
+        "font-family=\"sans-serif\" "
+        "font-size=\"14\">\n<rect width=\"1020\" height=\"110\" fill=\"white\"/>\n<text x=\"10\" "
+        "y=\"24\">" +
+        EscapeXml(aRecording.strPath) + ", " + Grouped(aRecording.qwSize) + " bytes</text>\n";
+    for (const tagRegion& aRegion : vecRegions) {
+        const bool bOverlap = aRegion.aKind == tagRegion::Overlap;
+        const double dBytes = static_cast<double>(aRegion.qwEnd - aRegion.qwBegin);
+        char aText[160];
+        std::snprintf(aText, sizeof aText,
+                      "<rect x=\"%.3f\" y=\"%d\" width=\"%.3f\" height=\"%d\" fill=\"%s\"><title>",
+                      10 + static_cast<double>(aRegion.qwBegin) * dScale, bOverlap ? 30 : 40,
+                      std::max(dBytes * dScale, c_dLeast), bOverlap ? 10 : 40,
+                      LookOf(aRegion).lpColour);
+        strSvg += aText + EscapeXml(Describe(aRegion, aRecording)) + ": " +
+                  Grouped(aRegion.qwEnd - aRegion.qwBegin) + " bytes at " +
+                  Grouped(aRegion.qwBegin) + "</title></rect>\n";
+    }
+    return strSvg + "</svg>\n";
+}
+
+int Map(const tagOptions& aOptions) {
+    const tagRecording aRecording = RequireContainer(aOptions.strPath);
+    const std::vector<tagRegion> vecRegions = LayOutRegions(aRecording);
+    if (aOptions.strOutput.empty()) {
+        PrintMap(aRecording, vecRegions);
+    } else {
+        COutputFile aFile(System::NativePath(aOptions.strOutput), aOptions.bForce);
+        const std::string strSvg = DrawSvg(aRecording, vecRegions);
+        aFile.Write(strSvg.data(), strSvg.size());
+        aFile.Finish();
+    }
+    FinishOutput();
+    return ReportDamage(aRecording);
+}
+
+}  // namespace
+
+void AddMap(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "map", "Draw what lies where in a container, on the terminal or as SVG");
+    Options::AddPath(aCommand, pOptions->strPath, "A container");
+    aCommand.add_option("-o,--output", pOptions->strOutput, "Draw into this SVG file instead")
+        ->type_name("FILE.svg");
+    Options::AddForce(aCommand, pOptions->bForce);
+    Options::AddExample(aCommand, "cachefile map talk.container -o talk.svg");
+    aCommand.callback([pOptions, &nExit] { nExit = Map(*pOptions); });
+}

@@ -1,0 +1,130 @@
+#include <map>
+
+#include "download/ContainerFormat.h"
+#include "tools/cachefile/Exit.h"
+#include "tools/cachefile/Options.h"
+#include "tools/cachefile/Output.h"
+#include "tools/cachefile/OutputFile.h"
+#include "tools/cachefile/Packing.h"
+#include "tools/cachefile/Recording.h"
+#include "tools/cachefile/Streams.h"
+#include "tools/cachefile/System.h"
+
+namespace {
+
+struct tagOptions {
+    std::vector<std::string> vecDirectories;
+    std::string strOutput;
+    CmUint32 dwIndexType = Index_Packed;
+    std::optional<CmUint32> dwFileVersion;
+    std::optional<CmUint32> dwCBTimeStamp;
+    bool bVerify = false;
+    bool bForce = false;
+    ProgressMode aProgress = ProgressMode::Auto;
+};
+
+/// Why a record file can't be packed is told here, where its name is known.
+void RequirePackable(const tagStream& aStream, const std::string& strDirectory) {
+    const std::string strWho = aStream.Name() + " of " + Printable(strDirectory);
+    if (!aStream.wTag) throw CFailure("no container can hold " + strWho + ": no tag stands for it");
+    if (aStream.wTag == c_wConfTag && aStream.qwExtent < c_dwEntryFileHeaderSize)
+        throw CFailure(strWho + " is shorter than the " + std::to_string(c_dwEntryFileHeaderSize) +
+                       " bytes of its header");
+}
+
+/// One after the other, so that the streams of a directory stand together.
+tagPacking Collect(const tagOptions& aOptions) {
+    tagPacking aPacking;
+    std::map<std::string, std::string> mapSeen;
+    tagPackHeader aHeader{0, 0};
+    for (const std::string& strDirectory : aOptions.vecDirectories) {
+        const tagRecording aRecording = LoadDirectory(strDirectory);
+        for (const std::string& strName : aRecording.vecOtherFiles)
+            Warn(Printable(strDirectory + "/" + strName) + " is left out: no record file");
+        for (const tagStream& aStream : aRecording.vecStreams) {
+            RequirePackable(aStream, strDirectory);
+            const auto [it, bNew] = mapSeen.try_emplace(aStream.Name(), strDirectory);
+            if (!bNew)
+                throw CFailure(aStream.Name() + " stands in " + Printable(it->second) + " and in " +
+                               Printable(strDirectory));
+            aPacking.vecSources.push_back({aStream.aDescriber, strDirectory, aStream.qwExtent});
+        }
+        if (aRecording.dwFileVersion)
+            aHeader = {*aRecording.dwFileVersion, *aRecording.dwCBTimeStamp};
+    }
+    if (aPacking.vecSources.empty()) throw CFailure("there is no record file to pack");
+    aPacking.dwIndexType = aOptions.dwIndexType;
+    aPacking.aProgress = aOptions.aProgress;
+    if (aOptions.dwFileVersion || aOptions.dwCBTimeStamp)
+        aPacking.aHeader = tagPackHeader{aOptions.dwFileVersion.value_or(aHeader.dwFileVersion),
+                                         aOptions.dwCBTimeStamp.value_or(aHeader.dwCBTimeStamp)};
+    return aPacking;
+}
+
+void RequireSafeOutput(const tagOptions& aOptions, const tagPacking& aPacking) {
+    const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
+    RequireFree(aOutput, aOptions.bForce);
+    std::error_code aError;
+    for (const tagPackSource& aSource : aPacking.vecSources)
+        if (std::filesystem::equivalent(
+                aOutput,
+                System::NativePath(aSource.strDirectory) / StreamFileName(aSource.aDescriber),
+                aError))
+            throw CFailure(Printable(aOptions.strOutput) + " is one of the files to be packed");
+}
+
+/// A finished container under its first name, gone unless it gets the final one.
+struct Temporary {
+    ~Temporary() {
+        std::error_code aIgnored;
+        std::filesystem::remove(aPath, aIgnored);
+    }
+    const std::filesystem::path aPath;
+};
+
+int Pack(const tagOptions& aOptions) {
+    const tagPacking aPacking = Collect(aOptions);
+    RequireSafeOutput(aOptions, aPacking);
+    const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
+    const Temporary aTemporary{System::TemporaryName(aOutput)};
+    WriteContainer(aPacking, aTemporary.aPath);
+    if (aOptions.bVerify) VerifyContainer(aPacking, aTemporary.aPath);
+    GiveName(aTemporary.aPath, aOutput, aOptions.bForce);
+    Print("packed " + Grouped(aPacking.vecSources.size()) + " streams, " +
+          Grouped(aPacking.CountBytes()) + " bytes" +
+          (aOptions.bVerify ? ", read back and compared" : "") + ": " +
+          Printable(aOptions.strOutput) + "\n");
+    return Exit_Done;
+}
+
+}  // namespace
+
+void AddPack(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagOptions>();
+    CLI::App& aCommand =
+        *aTool.add_subcommand("pack", "Make a container of the record files of directories");
+    aCommand.add_option("DIR", pOptions->vecDirectories, "Recording directories")
+        ->required()
+        ->type_name("");
+    aCommand.add_option("-o,--output", pOptions->strOutput, "The container to be made")
+        ->required()
+        ->type_name("FILE");
+    aCommand.add_option("--index", pOptions->dwIndexType, "Index type: 0 packed, 1 chained")
+        ->check(CLI::IsMember(std::vector<CmUint32>{Index_Packed, Index_Chained}))
+        ->type_name("0|1")
+        ->option_text("0|1");
+    aCommand
+        .add_option("--version", pOptions->dwFileVersion,
+                    "Set the file version in the conf stream's header")
+        ->type_name("N");
+    aCommand
+        .add_option("--timestamp", pOptions->dwCBTimeStamp,
+                    "Set the CB time stamp in the conf stream's header")
+        ->type_name("N");
+    aCommand.add_flag("--verify", pOptions->bVerify,
+                      "Read the container back and compare before it gets its name");
+    Options::AddForce(aCommand, pOptions->bForce);
+    Options::AddProgress(aCommand, pOptions->aProgress);
+    Options::AddExample(aCommand, "cachefile pack kvr2/7 -o talk.container --verify");
+    aCommand.callback([pOptions, &nExit] { nExit = Pack(*pOptions); });
+}

@@ -1,0 +1,140 @@
+#include "tools/cachefile/Packing.h"
+
+#include <algorithm>
+#include <fstream>
+#include <future>
+
+#include "download/ContainerWriter.h"
+#include "platform/CmResult.h"
+#include "tools/HostPath.h"
+#include "tools/cachefile/Exit.h"
+#include "tools/cachefile/Output.h"
+#include "tools/cachefile/Player.h"
+#include "tools/cachefile/Streams.h"
+#include "tools/cachefile/System.h"
+
+namespace {
+
+constexpr auto c_aLook = std::chrono::milliseconds(50);
+constexpr std::uint64_t c_qwBlock = 262144;
+constexpr char c_szPartial[] = ".partial";  // behind a name that the writer is still at
+
+void AddSources(CContainerWriter& aWriter, const tagPacking& aPacking) {
+    for (const tagPackSource& aSource : aPacking.vecSources) {
+        const CmInt32 lResult =
+            aWriter.AddStreamFile(aSource.aDescriber, HostDirectory(aSource.strDirectory) +
+                                                          StreamFileName(aSource.aDescriber));
+        if (lResult != CACHE_OK)
+            throw CFailure(ResultText("cannot pack " + StreamName(aSource.aDescriber), lResult));
+    }
+}
+
+void PutWord(std::vector<char>& vecBytes, std::size_t nAt, CmUint32 dwWord) {
+    for (unsigned i = 0; i < 4; ++i) vecBytes[nAt + i] = static_cast<char>(dwWord >> 8 * i & 0xFF);
+}
+
+/// The writer sets two words of the conf stream; everything else has to be as in the file.
+void SetHeader(const tagPacking& aPacking, const tagPackSource& aSource,
+               std::vector<char>& vecBytes) {
+    tagMRFD aEntry{};
+    if (!aPacking.aHeader || FileDescriberToTag(aSource.aDescriber, aEntry) != CACHE_OK ||
+        aEntry.wTag != c_wConfTag)
+        return;
+    PutWord(vecBytes, c_dwFileVersionOffset, aPacking.aHeader->dwFileVersion);
+    PutWord(vecBytes, c_dwCBTimeStampOffset, aPacking.aHeader->dwCBTimeStamp);
+}
+
+class CVerification {
+ public:
+    CVerification(const tagPacking& aPacking, const std::filesystem::path& aPath)
+        : m_packing(aPacking),
+          m_recording(RequireContainer(aPath.string())),
+          m_player(m_recording, nullptr),
+          m_progress(aPacking.aProgress, "verify", aPacking.CountBytes()) {}
+
+    void Run() {
+        // The writer keeps the order.
+        for (std::size_t i = 0; i < m_packing.vecSources.size(); ++i) Compare(i);
+        m_progress.Finish(m_qwDone);
+    }
+
+ private:
+    void Compare(std::size_t nIndex) {
+        const tagPackSource& aSource = m_packing.vecSources[nIndex];
+        if (nIndex >= m_recording.vecStreams.size()) Differs(aSource);
+        const tagStream& aStream = m_recording.vecStreams[nIndex];
+        if (aStream.Name() != StreamName(aSource.aDescriber) || aStream.qwPresent != aSource.qwSize)
+            Differs(aSource);
+        std::ifstream aFile(
+            System::NativePath(aSource.strDirectory) / StreamFileName(aSource.aDescriber),
+            std::ios::binary);
+        std::vector<char> vecBytes;
+        for (std::uint64_t qwAt = 0; qwAt < aSource.qwSize; qwAt += vecBytes.size()) {
+            if (System::IsInterrupted()) throw Interrupted();
+            vecBytes.resize(static_cast<std::size_t>(std::min(c_qwBlock, aSource.qwSize - qwAt)));
+            if (!aFile.read(vecBytes.data(), static_cast<std::streamsize>(vecBytes.size())))
+                Differs(aSource);
+            if (qwAt == 0) SetHeader(m_packing, aSource, vecBytes);
+            if (!IsRead(aSource, qwAt, vecBytes)) Differs(aSource);
+            m_progress.Show(m_qwDone += vecBytes.size());
+        }
+    }
+
+    bool IsRead(const tagPackSource& aSource, std::uint64_t qwAt,
+                const std::vector<char>& vecBytes) {
+        const auto dwLength = static_cast<CmUint32>(vecBytes.size());
+        return m_player.Read(aSource.aDescriber, qwAt, dwLength) == CACHE_OK &&
+               m_player.GetLength() == dwLength &&
+               std::equal(vecBytes.begin(), vecBytes.end(),
+                          reinterpret_cast<const char*>(m_player.GetData()));
+    }
+
+    [[noreturn]] static void Differs(const tagPackSource& aSource) {
+        throw CFailure("verify: " + StreamName(aSource.aDescriber) +
+                       " isn't read back as its file holds it; nothing was written");
+    }
+
+    const tagPacking& m_packing;
+    const tagRecording m_recording;
+    CPlayer m_player;
+    CProgress m_progress;
+    std::uint64_t m_qwDone = 0;
+};
+
+}  // namespace
+
+std::uint64_t tagPacking::CountBytes() const {
+    std::uint64_t qwBytes = 0;
+    for (const tagPackSource& aSource : vecSources) qwBytes += aSource.qwSize;
+    return qwBytes;
+}
+
+void WriteContainer(const tagPacking& aPacking, const std::filesystem::path& aPath) {
+    CContainerWriter aWriter;
+    aWriter.SetIndexType(aPacking.dwIndexType);
+    if (aPacking.aHeader)
+        aWriter.SetFileHeader(aPacking.aHeader->dwFileVersion, aPacking.aHeader->dwCBTimeStamp);
+    AddSources(aWriter, aPacking);
+    std::filesystem::path aPartial = aPath;
+    aPartial += c_szPartial;
+    CProgress aProgress(aPacking.aProgress, "pack", aPacking.CountBytes());
+    // One call writes everything; meanwhile this thread looks how far it has come.
+    std::future<CmInt32> aWriting =
+        std::async(std::launch::async, [&] { return aWriter.Write(HostPath(aPath.u8string())); });
+    std::error_code aError;
+    while (aWriting.wait_for(c_aLook) != std::future_status::ready) {
+        if (System::IsInterrupted()) {
+            std::filesystem::remove(aPartial, aError);
+            System::EndNow(Exit_Interrupted);
+        }
+        const std::uintmax_t nWritten = std::filesystem::file_size(aPartial, aError);
+        if (!aError) aProgress.Show(nWritten);
+    }
+    const CmInt32 lResult = aWriting.get();
+    if (lResult != CACHE_OK) throw CFailure(ResultText("cannot write the container", lResult));
+    aProgress.Finish(aPacking.CountBytes());
+}
+
+void VerifyContainer(const tagPacking& aPacking, const std::filesystem::path& aPath) {
+    CVerification(aPacking, aPath).Run();
+}

@@ -1,0 +1,97 @@
+#include "tools/cachefile/Recorder.h"
+
+#include "async/Shutdown.h"
+#include "platform/CmCallerThread.h"
+#include "tools/HostPath.h"
+#include "tools/cachefile/Exit.h"
+#include "tools/cachefile/Streams.h"
+#include "tools/cachefile/System.h"
+
+namespace {
+
+constexpr CmUint32 c_dwTickMilliseconds = 50;
+constexpr std::size_t c_nMostWaiting = 8 << 20;
+
+}  // namespace
+
+Shutdown::~Shutdown() { CacheFileShutdown(); }
+
+std::string tagPlan::Directory() const { return strHome + "/" + std::to_string(dwRecordID); }
+
+CRecorder::CRecorder(const tagPlan& aPlan, const tagFileDescriber& aDescriber)
+    : m_plan(aPlan),
+      m_describer(aDescriber),
+      m_pHandler(CCacheFileManager::Instance().CreateWriteFileHandler(aPlan.dwRecordID,
+                                                                      aPlan.bSync ? 0 : 1)) {}
+
+CRecorder::~CRecorder() = default;
+
+CmInt32 CRecorder::Open() {
+    if (!m_pHandler) return m_lFailure = CACHE_ERR_OUT_OF_MEMORY;
+    CCacheFileManager::Instance().SetTempHomeDir(HostDirectory(m_plan.strHome));
+    Note(m_pHandler->Initialize(this));
+    if (m_lFailure == CACHE_OK)
+        Note(m_pHandler->OpenWritingFile(StreamFileName(m_describer), m_dwHandle));
+    while (m_lFailure == CACHE_OK && !m_plan.bSync && !m_bOpenReported) {
+        if (System::IsInterrupted()) throw Interrupted();
+        Note(CCmCallerThread::WaitAndRun(c_dwTickMilliseconds));
+    }
+    return m_lFailure;
+}
+
+void CRecorder::Write(const unsigned char* lpData, std::size_t nLength) {
+    if (m_lFailure != CACHE_OK) return;
+    m_qwBytes += nLength;
+    ++m_qwPieces;
+    Note(m_pHandler->WriteData(m_dwHandle, lpData, static_cast<CmUint32>(nLength),
+                               CCacheFileManager::GetMaxDword()));
+}
+
+void CRecorder::Close() {
+    if (m_dwHandle != 0) Note(m_pHandler->CloseFile(m_dwHandle));
+    m_dwHandle = 0;
+}
+
+std::filesystem::path CRecorder::GetPath() const {
+    return System::NativePath(m_plan.Directory()) / StreamFileName(m_describer);
+}
+
+std::uint64_t CRecorder::CountLostBytes() const {
+    std::error_code aError;
+    const std::uintmax_t nSize = std::filesystem::file_size(GetPath(), aError);
+    const std::uint64_t qwSize = aError ? 0 : nSize;
+    return m_qwBytes > qwSize ? m_qwBytes - qwSize : 0;
+}
+
+void CRecorder::OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType aOpType,
+                               CmInt32 aResult) {
+    if (aOpType == CCacheFileManager::Op_Open) m_bOpenReported = true;
+    Note(aResult);
+}
+
+void CRecorder::OnDataReady(unsigned char* lpData, CmUint32, const tagDataInfo&) {
+    delete[] lpData;
+}
+
+void CRecorder::Note(CmInt32 lResult) {
+    if (m_lFailure == CACHE_OK) m_lFailure = lResult;
+}
+
+CThrottle::CThrottle(const tagPlan& aPlan, const CRecorder& aRecorder)
+    : m_describer(aRecorder.GetDescriber()) {
+    if (aPlan.bSync) return;
+    m_pHandler.reset(CCacheFileManager::Instance().CreatePlayFileHandler(aPlan.dwRecordID, 0, 1));
+    if (!m_pHandler || m_pHandler->Initialize(nullptr) != CACHE_OK ||
+        m_pHandler->OpenRecordFile(StreamFileName(m_describer), m_describer, 0) != CACHE_OK)
+        throw CFailure("cannot look into the record file that is being made");
+}
+
+void CThrottle::Add(std::size_t nBytes) {
+    m_nWaiting += nBytes;
+    if (!m_pHandler || m_nWaiting < c_nMostWaiting) return;
+    m_nWaiting = 0;
+    unsigned char byAny = 0;
+    CmUint32 dwLength = 1;
+    // Whatever it reads, or whether it fails: what was queued before is done.
+    m_pHandler->SyncReadData(RequestFor(m_describer), &byAny, 0, dwLength);
+}

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "core/FileOpSink.h"
+#include "player/PlayFileHandler.h"
+#include "writer/WriteFileHandler.h"
+
+/// Ends asynchronous mode when it goes.
+struct Shutdown {
+    Shutdown() = default;
+    ~Shutdown();
+    Shutdown(const Shutdown&) = delete;
+    Shutdown& operator=(const Shutdown&) = delete;
+};
+
+/// Where a recording is made.
+struct tagPlan {
+    CmUint32 dwRecordID;
+    std::string strHome;
+    bool bSync;
+
+    std::string Directory() const;  ///< home/ID, as the user would write it
+};
+
+/// Writes one stream of a recording through a write handler of its own, so that what fails can be
+/// told to be its failure. In asynchronous mode the thread has to be the caller thread.
+class CRecorder : private IFileOpSink {
+ public:
+    CRecorder(const tagPlan& aPlan, const tagFileDescriber& aDescriber);
+    virtual ~CRecorder();
+    CRecorder(const CRecorder&) = delete;
+    CRecorder& operator=(const CRecorder&) = delete;
+
+    /// Opens the record file and waits until it is known how that went.
+    CmInt32 Open();
+
+    /// Takes the bytes in one piece, unless something has failed before.
+    void Write(const unsigned char* lpData, std::size_t nLength);
+
+    /// No more bytes come. In asynchronous mode the file is complete after a shutdown.
+    void Close();
+
+    const tagFileDescriber& GetDescriber() const { return m_describer; }
+    std::filesystem::path GetPath() const;
+    CmInt32 GetFailure() const { return m_lFailure; }  ///< the first one, or 0
+    std::uint64_t GetBytes() const { return m_qwBytes; }
+    std::uint64_t GetPieces() const { return m_qwPieces; }
+
+    /// How many of the bytes are not in the file, once it is complete.
+    std::uint64_t CountLostBytes() const;
+
+ private:
+    void OnFileOpStatus(CCacheFileManager::LinkType aLinkType, CCacheFileManager::OpType aOpType,
+                        CmInt32 aResult) override;
+    void OnDataReady(unsigned char* lpData, CmUint32 dwLength,
+                     const tagDataInfo& aDataInfo) override;
+    void Note(CmInt32 lResult);
+
+    struct Destroyer {
+        void operator()(CWriteFileHandler* pHandler) const { pHandler->Destroy(); }
+    };
+
+    const tagPlan m_plan;
+    const tagFileDescriber m_describer;
+    CmUint32 m_dwHandle = 0;
+    bool m_bOpenReported = false;
+    CmInt32 m_lFailure = 0;
+    std::uint64_t m_qwBytes = 0;
+    std::uint64_t m_qwPieces = 0;
+    std::unique_ptr<CWriteFileHandler, Destroyer> m_pHandler;
+};
+
+/// Keeps what waits for the worker from growing without end when the bytes come faster than the
+/// disk takes them: now and then it waits until the worker has caught up. It does so by a read,
+/// which the worker answers after everything that was queued before.
+class CThrottle {
+ public:
+    /// Uses the record file of an open recorder. Does nothing in synchronous mode.
+    CThrottle(const tagPlan& aPlan, const CRecorder& aRecorder);
+
+    /// Tells it of bytes that were handed over; may wait.
+    void Add(std::size_t nBytes);
+
+ private:
+    struct Destroyer {
+        void operator()(CPlayFileHandler* pHandler) const { pHandler->Destroy(); }
+    };
+
+    const tagFileDescriber m_describer;
+    std::size_t m_nWaiting = 0;
+    std::unique_ptr<CPlayFileHandler, Destroyer> m_pHandler;  // null in synchronous mode
+};

@@ -1,0 +1,121 @@
+#include "tools/cachefile/Recording.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <tuple>
+
+#include "tools/HostPath.h"
+#include "tools/cachefile/Exit.h"
+#include "tools/cachefile/Layout.h"
+#include "tools/cachefile/Output.h"
+#include "tools/cachefile/Streams.h"
+#include "tools/cachefile/System.h"
+
+namespace {
+
+constexpr std::uint16_t c_wConfType = 100;
+
+tagRecording LoadContainer(const std::string& strPath) {
+    tagRecording aRecording;
+    aRecording.strPath = strPath;
+    aRecording.pIndex = std::make_shared<CContainerIndex>();
+    const CContainerIndex& aIndex = *aRecording.pIndex;
+    const CmInt32 lResult = aRecording.pIndex->Open(HostPath(System::Utf8Path(strPath)));
+    const bool bRead = lResult == CACHE_OK || lResult == CACHE_ERR_BAD_CONTAINER ||
+                       aIndex.GetEndOfWalk() != CContainerIndex::Walk_None;
+    if (!bRead) throw CFailure(ResultText("cannot read " + Printable(strPath), lResult));
+    aRecording.lIndexResult = lResult;
+    aRecording.qwSize = aIndex.GetFileSize();
+    if (const tagEntryFileHeader* const pHeader = aIndex.GetConfFileHeader()) {
+        aRecording.dwFileVersion = pHeader->dwFileVersion;
+        aRecording.dwCBTimeStamp = pHeader->dwCBTimeStamp;
+    }
+    aRecording.vecStreams = LayOutStreams(aIndex);
+    return aRecording;
+}
+
+/// Takes version and time stamp from the beginning of a record file, if it is long enough.
+void ReadEntryFileHeader(const std::filesystem::path& aFile, tagRecording& aRecording) {
+    unsigned char aBytes[c_dwEntryFileHeaderSize];
+    tagEntryFileHeader aHeader{};
+    std::ifstream aStream(aFile, std::ios::binary);
+    if (!aStream.read(reinterpret_cast<char*>(aBytes), sizeof aBytes) ||
+        BuildEntryFileHeader(aBytes, aHeader) != CACHE_OK)
+        return;
+    aRecording.dwFileVersion = aHeader.dwFileVersion;
+    aRecording.dwCBTimeStamp = aHeader.dwCBTimeStamp;
+}
+
+tagStream RecordFile(const tagFileDescriber& aDescriber, std::uint64_t qwSize) {
+    tagStream aStream;
+    aStream.aDescriber = aDescriber;
+    aStream.bKnown = true;
+    aStream.qwExtent = aStream.qwPresent = qwSize;
+    tagMRFD aEntry{};
+    if (FileDescriberToTag(aDescriber, aEntry) == CACHE_OK) aStream.wTag = aEntry.wTag;
+    return aStream;
+}
+
+}  // namespace
+
+std::string tagStream::Name() const { return bKnown ? StreamName(aDescriber) : "?"; }
+
+const tagStream* tagRecording::Find(const tagFileDescriber& aDescriber) const {
+    for (const tagStream& aStream : vecStreams)
+        if (aStream.bKnown && DataInfoMatches(RequestFor(aDescriber), aStream.aDescriber))
+            return &aStream;
+    return nullptr;
+}
+
+tagRecording LoadDirectory(const std::string& strPath) {
+    namespace fs = std::filesystem;
+    tagRecording aRecording;
+    aRecording.strPath = strPath;
+    const fs::path aDirectory = System::NativePath(strPath);
+    std::error_code aError;
+    fs::directory_iterator it(aDirectory, aError);
+    for (; !aError && it != fs::directory_iterator(); it.increment(aError)) {
+        const std::string strName = it->path().filename().u8string();
+        const auto aDescriber = ParseStreamFileName(strName);
+        std::error_code aSizeError;
+        const std::uint64_t qwSize = it->file_size(aSizeError);
+        if (aDescriber && !aSizeError)
+            aRecording.vecStreams.push_back(RecordFile(*aDescriber, qwSize));
+        else
+            aRecording.vecOtherFiles.push_back(strName);
+    }
+    if (aError) throw CFailure("cannot read " + Printable(strPath) + ": " + aError.message());
+    const auto aOrder = [](const tagStream& a) {
+        return std::tuple(a.aDescriber.wDataType, a.aDescriber.dwFileID, a.aDescriber.byFileType);
+    };
+    std::sort(aRecording.vecStreams.begin(), aRecording.vecStreams.end(),
+              [&](const tagStream& a, const tagStream& b) { return aOrder(a) < aOrder(b); });
+    std::sort(aRecording.vecOtherFiles.begin(), aRecording.vecOtherFiles.end());
+    for (const tagStream& aStream : aRecording.vecStreams) {
+        aRecording.qwSize += aStream.qwExtent;
+        if (aStream.aDescriber.wDataType == c_wConfType && !aRecording.dwFileVersion)
+            ReadEntryFileHeader(aDirectory / StreamFileName(aStream.aDescriber), aRecording);
+    }
+    return aRecording;
+}
+
+tagRecording LoadRecording(const std::string& strPath) {
+    std::error_code aError;
+    return std::filesystem::is_directory(System::NativePath(strPath), aError)
+               ? LoadDirectory(strPath)
+               : LoadContainer(strPath);
+}
+
+tagRecording RequireRecording(const std::string& strPath) {
+    tagRecording aRecording = LoadRecording(strPath);
+    if (aRecording.IsContainer() && aRecording.pIndex->GetEndOfWalk() == CContainerIndex::Walk_None)
+        throw CFailure(Printable(strPath) + " is neither a recording directory nor a container");
+    return aRecording;
+}
+
+tagRecording RequireContainer(const std::string& strPath) {
+    tagRecording aRecording = RequireRecording(strPath);
+    if (aRecording.IsContainer()) return aRecording;
+    throw CFailure(Printable(strPath) + " is a recording directory and not a container");
+}

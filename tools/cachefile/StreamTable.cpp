@@ -1,0 +1,69 @@
+#include "tools/cachefile/StreamTable.h"
+
+namespace {
+
+std::string Hex(std::uint16_t wTag) {
+    std::string strHex = "0x";
+    for (int nShift = 12; nShift >= 0; nShift -= 4)
+        strHex += "0123456789ABCDEF"[wTag >> nShift & 15];
+    return strHex;
+}
+
+std::pair<std::string, Style> State(const tagStream& aStream) {
+    if (!aStream.bKnown) return {"unknown tag", Style::Yellow};
+    if (aStream.nHiddenBy != 0)
+        return {"hidden by " + std::to_string(aStream.nHiddenBy), Style::Yellow};
+    if (aStream.qwPresent < aStream.qwExtent)
+        return {"lacks " + Grouped(aStream.qwExtent - aStream.qwPresent), Style::Red};
+    return {"reachable", Style::Green};
+}
+
+Json ToJson(const tagStream& aStream, std::size_t nNumber, bool bContainer) {
+    Json aJson = {{"number", nNumber},
+                  {"stream", aStream.bKnown ? Json(aStream.Name()) : Json(nullptr)},
+                  {"tag", Known(aStream.wTag)},
+                  {"tag_hex", aStream.wTag ? Json(Hex(*aStream.wTag)) : Json(nullptr)},
+                  {"extra", aStream.dwExtraInfo},
+                  {"offset", bContainer ? Json(aStream.qwOffset) : Json(nullptr)},
+                  {"extent", aStream.qwExtent},
+                  {"extent_derived", bContainer},
+                  {"present", aStream.qwPresent},
+                  {"reachable", aStream.bKnown && aStream.nHiddenBy == 0},
+                  {"hidden_by", aStream.nHiddenBy ? Json(aStream.nHiddenBy) : Json(nullptr)}};
+    if (bContainer) aJson["entry_offset"] = aStream.qwEntryOffset;
+    return aJson;
+}
+
+}  // namespace
+
+void PrintStreams(const tagRecording& aRecording) {
+    const bool bContainer = aRecording.IsContainer();
+    CTable aTable({{"#", CTable::Right},
+                   {"STREAM", CTable::Left},
+                   {"TAG", CTable::Right},
+                   {"HEX", CTable::Left},
+                   {"EXTRA", CTable::Right},
+                   {"OFFSET", CTable::Right},
+                   {bContainer ? "EXTENT (derived)" : "BYTES", CTable::Right},
+                   {"STATE", CTable::Left}});
+    std::size_t nNumber = 0;
+    for (const tagStream& aStream : aRecording.vecStreams) {
+        const auto [strState, aStyle] = State(aStream);
+        aTable.Add({std::to_string(++nNumber),
+                    aStream.Name(),
+                    aStream.wTag ? std::to_string(*aStream.wTag) : "-",
+                    aStream.wTag ? Hex(*aStream.wTag) : "-",
+                    bContainer ? std::to_string(aStream.dwExtraInfo) : "-",
+                    bContainer ? std::to_string(aStream.qwOffset) : "-",
+                    std::to_string(aStream.qwExtent),
+                    {strState, aStyle}});
+    }
+    aTable.Print();
+}
+
+Json StreamsToJson(const tagRecording& aRecording) {
+    Json aStreams = Json::array();
+    for (const tagStream& aStream : aRecording.vecStreams)
+        aStreams.push_back(ToJson(aStream, aStreams.size() + 1, aRecording.IsContainer()));
+    return aStreams;
+}

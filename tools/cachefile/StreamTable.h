@@ -1,0 +1,14 @@
+#pragma once
+
+#include "tools/cachefile/Output.h"
+#include "tools/cachefile/Recording.h"
+
+/// The streams of a recording, one a line.
+void PrintStreams(const tagRecording& aRecording);
+Json StreamsToJson(const tagRecording& aRecording);
+
+/// A value that may not be known.
+template <class T>
+Json Known(const std::optional<T>& aValue) {
+    return aValue ? Json(*aValue) : Json(nullptr);
+}

@@ -1,0 +1,67 @@
+#include "tools/cachefile/Streams.h"
+
+#include <charconv>
+#include <string_view>
+
+#include "tools/cachefile/Exit.h"
+
+namespace {
+
+/// Takes a decimal number from the front of strText, and the text strEnd behind it.
+template <class T>
+bool TakeNumber(std::string_view& strText, T& aNumber, std::string_view strEnd) {
+    const char* const lpEnd = strText.data() + strText.size();
+    const std::from_chars_result aResult = std::from_chars(strText.data(), lpEnd, aNumber);
+    if (aResult.ec != std::errc()) return false;
+    strText.remove_prefix(static_cast<std::size_t>(aResult.ptr - strText.data()));
+    if (strText.substr(0, strEnd.size()) != strEnd) return false;
+    strText.remove_prefix(strEnd.size());
+    return true;
+}
+
+std::optional<tagFileDescriber> Parse(std::string_view strText, std::string_view strBehindType,
+                                      std::string_view strBehindID,
+                                      std::string_view strBehindKind) {
+    tagFileDescriber aDescriber{};
+    const bool bGood = TakeNumber(strText, aDescriber.wDataType, strBehindType) &&
+                       TakeNumber(strText, aDescriber.dwFileID, strBehindID) &&
+                       TakeNumber(strText, aDescriber.byFileType, strBehindKind) &&
+                       strText.empty() && aDescriber.byFileType != 0;
+    return bGood ? std::optional(aDescriber) : std::nullopt;
+}
+
+std::string Join(const tagFileDescriber& aDescriber, const char* lpBehindType,
+                 const char* lpBehindID, const char* lpBehindKind) {
+    std::string strName = std::to_string(aDescriber.wDataType);
+    strName.append(lpBehindType).append(std::to_string(aDescriber.dwFileID));
+    strName.append(lpBehindID).append(std::to_string(aDescriber.byFileType));
+    return strName.append(lpBehindKind);
+}
+
+}  // namespace
+
+std::string StreamName(const tagFileDescriber& aDescriber) {
+    return Join(aDescriber, ":", ":", "");
+}
+
+std::string StreamFileName(const tagFileDescriber& aDescriber) {
+    return Join(aDescriber, "_", "-", ".dat");
+}
+
+std::optional<tagFileDescriber> ParseStreamName(const std::string& strName) {
+    return Parse(strName, ":", ":", "");
+}
+
+std::optional<tagFileDescriber> ParseStreamFileName(const std::string& strName) {
+    const std::optional<tagFileDescriber> aDescriber = Parse(strName, "_", "-", ".dat");
+    return aDescriber && StreamFileName(*aDescriber) == strName ? aDescriber : std::nullopt;
+}
+
+tagFileDescriber RequireStream(const std::string& strName) {
+    const std::optional<tagFileDescriber> aDescriber = ParseStreamName(strName);
+    if (aDescriber) return *aDescriber;
+    throw CFailure("'" + strName +
+                       "' names no stream: TYPE:ID:KIND, all decimal, is wanted (TYPE up to 65535, "
+                       "KIND from 1 to 255)",
+                   Exit_Usage);
+}

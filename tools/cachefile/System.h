@@ -1,0 +1,69 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+/// What the tool needs of the operating system: one source file per system, and no trace of it
+/// anywhere else.
+namespace System {
+
+/// At the start of the process: streams without newline translation, a closed pipe is an error
+/// and not the end, interrupts are noted (IsInterrupted) and break off what waits.
+void Prepare();
+
+bool IsInterrupted();
+
+bool IsOutputTerminal();
+bool IsErrorTerminal();
+/// Columns of the terminal, 80 if there is none.
+int GetTerminalWidth();
+
+/// Whether a write failed because nobody reads the other end any more.
+bool IsClosedPipe(int nErrno);
+
+/// A path as it was given on the command line, in UTF-8.
+std::string Utf8Path(const std::string& strPath);
+inline std::filesystem::path NativePath(const std::string& strPath) {
+    return std::filesystem::u8path(Utf8Path(strPath));
+}
+
+/// A name that no other process uses at this time, for the file that is to become aPath.
+std::filesystem::path TemporaryName(const std::filesystem::path& aPath);
+
+/// Gives a file its final name. Without bReplace it fails where something has that name already,
+/// with an error of file_exists.
+void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
+            std::error_code& aError);
+
+/// Ends the process at once, with other threads still at work.
+[[noreturn]] void EndNow(int nExit);
+
+/// A source of bytes that may have to be waited for: a file, a pipe, standard input ("-").
+class CInput {
+ public:
+    CInput() = default;
+    ~CInput();
+    CInput(const CInput&) = delete;
+    CInput& operator=(const CInput&) = delete;
+
+    /// False with errno on failure.
+    bool Open(const std::string& strPath);
+
+    /// The bytes that are there, at most nLength; 0 at the end, -1 with errno on failure, -2 when
+    /// there are none yet.
+    long long Read(unsigned char* lpBuffer, std::size_t nLength);
+
+    int GetDescriptor() const { return m_nFile; }
+
+ private:
+    int m_nFile = -1;
+    bool m_bOwned = false;
+};
+
+/// Waits until one of the inputs can be read, the other descriptor (-1: none) is readable, or the
+/// process is interrupted. Sets for each input whether it can be read. Where a system can't wait
+/// for several, each is said to be readable, and the read waits.
+void WaitForInputs(const std::vector<CInput*>& vecInputs, int nOther, std::vector<bool>& vecReady);
+
+}  // namespace System

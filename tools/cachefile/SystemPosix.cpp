@@ -1,0 +1,130 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "tools/cachefile/System.h"
+
+namespace {
+
+volatile sig_atomic_t s_nInterrupted = 0;
+int s_aWakePipe[2] = {-1, -1};  // readable from the first interrupt on
+
+extern "C" void OnInterrupt(int /*nSignal*/) {
+    const int nErrno = errno;
+    s_nInterrupted = 1;
+    if (::write(s_aWakePipe[1], "", 1) < 0) {
+        // The pipe is full: it is readable all the same.
+    }
+    errno = nErrno;
+}
+
+void Handle(int nSignal, void (*pHandler)(int)) {
+    struct sigaction aAction = {};
+    aAction.sa_handler = pHandler;
+    ::sigemptyset(&aAction.sa_mask);
+    ::sigaction(nSignal, &aAction, nullptr);  // without SA_RESTART: waiting calls come back
+}
+
+/// An interrupt that whoever started us has switched off stays off.
+void HandleInterrupt(int nSignal) {
+    struct sigaction aBefore = {};
+    ::sigaction(nSignal, nullptr, &aBefore);
+    if (aBefore.sa_handler != SIG_IGN) Handle(nSignal, OnInterrupt);
+}
+
+}  // namespace
+
+namespace System {
+
+void Prepare() {
+    Handle(SIGPIPE, SIG_IGN);
+    Handle(SIGXFSZ, SIG_IGN);  // a write beyond the limit is a failed write
+    if (::pipe(s_aWakePipe) == 0)
+        for (const int nEnd : s_aWakePipe) {
+            ::fcntl(nEnd, F_SETFL, O_NONBLOCK);
+            ::fcntl(nEnd, F_SETFD, FD_CLOEXEC);
+        }
+    HandleInterrupt(SIGINT);
+    HandleInterrupt(SIGTERM);
+}
+
+bool IsInterrupted() { return s_nInterrupted != 0; }
+
+bool IsOutputTerminal() { return ::isatty(STDOUT_FILENO) != 0; }
+bool IsErrorTerminal() { return ::isatty(STDERR_FILENO) != 0; }
+
+int GetTerminalWidth() {
+    struct winsize aSize = {};
+    for (const int nFile : {STDOUT_FILENO, STDERR_FILENO})
+        if (::ioctl(nFile, TIOCGWINSZ, &aSize) == 0 && aSize.ws_col > 0) return aSize.ws_col;
+    return 80;
+}
+
+bool IsClosedPipe(int nErrno) { return nErrno == EPIPE; }
+
+std::string Utf8Path(const std::string& strPath) { return strPath; }
+
+std::filesystem::path TemporaryName(const std::filesystem::path& aPath) {
+    return aPath.string() + "." + std::to_string(::getpid()) + ".partial";
+}
+
+void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
+            std::error_code& aError) {
+    if (!bReplace) {
+        std::filesystem::create_hard_link(aFrom, aTo, aError);
+        if (!aError) {
+            std::filesystem::remove(aFrom, aError);
+            return;
+        }
+        if (aError == std::errc::file_exists) return;
+        // No hard links here: what is left is to look first.
+        if (std::filesystem::symlink_status(aTo, aError).type() !=
+            std::filesystem::file_type::not_found) {
+            aError = std::make_error_code(std::errc::file_exists);
+            return;
+        }
+    }
+    std::filesystem::rename(aFrom, aTo, aError);
+}
+
+void EndNow(int nExit) { ::_exit(nExit); }
+
+CInput::~CInput() {
+    if (m_bOwned) ::close(m_nFile);
+}
+
+bool CInput::Open(const std::string& strPath) {
+    if (strPath == "-") {
+        m_nFile = STDIN_FILENO;
+        return true;
+    }
+    // Without O_NONBLOCK the open of a FIFO waits for its writer, and nothing else goes on.
+    m_nFile = ::open(strPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    m_bOwned = m_nFile >= 0;
+    return m_bOwned;
+}
+
+long long CInput::Read(unsigned char* lpBuffer, std::size_t nLength) {
+    const ssize_t nRead = ::read(m_nFile, lpBuffer, nLength);
+    if (nRead >= 0) return nRead;
+    return errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK ? -2 : -1;
+}
+
+void WaitForInputs(const std::vector<CInput*>& vecInputs, int nOther, std::vector<bool>& vecReady) {
+    std::vector<struct pollfd> vecPolled;
+    for (const CInput* pInput : vecInputs)
+        vecPolled.push_back({pInput->GetDescriptor(), POLLIN, 0});
+    vecPolled.push_back({nOther, POLLIN, 0});
+    vecPolled.push_back({s_aWakePipe[0], POLLIN, 0});
+    const int nReady = ::poll(vecPolled.data(), static_cast<nfds_t>(vecPolled.size()), -1);
+    vecReady.assign(vecInputs.size(), false);
+    for (std::size_t i = 0; nReady > 0 && i < vecInputs.size(); ++i)
+        vecReady[i] = vecPolled[i].revents != 0;
+}
+
+}  // namespace System

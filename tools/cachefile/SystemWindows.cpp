@@ -1,0 +1,106 @@
+#include <fcntl.h>
+#include <io.h>
+#include <process.h>
+#include <windows.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "tools/cachefile/System.h"
+
+namespace {
+
+std::atomic<bool> s_bInterrupted{false};
+
+/// Runs on a thread of the system's own. What reads the console meanwhile comes back by itself.
+BOOL WINAPI OnInterrupt(DWORD /*dwEvent*/) {
+    s_bInterrupted = true;
+    return TRUE;
+}
+
+/// Has the console understand colours; one that can't shows none.
+bool ShowsColours(DWORD dwHandle) {
+    const HANDLE hConsole = ::GetStdHandle(dwHandle);
+    DWORD dwMode = 0;
+    return ::GetConsoleMode(hConsole, &dwMode) &&
+           ::SetConsoleMode(hConsole, dwMode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+}
+
+}  // namespace
+
+namespace System {
+
+void Prepare() {
+    for (std::FILE* const pStream : {stdin, stdout}) ::_setmode(::_fileno(pStream), _O_BINARY);
+    ::SetConsoleCtrlHandler(OnInterrupt, TRUE);
+}
+
+bool IsInterrupted() { return s_bInterrupted; }
+
+bool IsOutputTerminal() { return ::_isatty(1) && ShowsColours(STD_OUTPUT_HANDLE); }
+bool IsErrorTerminal() { return ::_isatty(2) && ShowsColours(STD_ERROR_HANDLE); }
+
+int GetTerminalWidth() {
+    CONSOLE_SCREEN_BUFFER_INFO aInfo;
+    if (!::GetConsoleScreenBufferInfo(::GetStdHandle(STD_OUTPUT_HANDLE), &aInfo)) return 80;
+    return aInfo.srWindow.Right - aInfo.srWindow.Left + 1;
+}
+
+/// The runtime reports a broken pipe as an invalid argument.
+bool IsClosedPipe(int nErrno) { return nErrno == EPIPE || nErrno == EINVAL; }
+
+std::string Utf8Path(const std::string& strPath) {
+    const int nWide = ::MultiByteToWideChar(CP_ACP, 0, strPath.c_str(), -1, nullptr, 0);
+    std::wstring strWide(nWide > 0 ? static_cast<std::size_t>(nWide - 1) : 0, L'\0');
+    ::MultiByteToWideChar(CP_ACP, 0, strPath.c_str(), -1, strWide.data(), nWide);
+    return std::filesystem::path(strWide).u8string();
+}
+
+std::filesystem::path TemporaryName(const std::filesystem::path& aPath) {
+    std::filesystem::path aName = aPath;
+    aName += "." + std::to_string(::_getpid()) + ".partial";
+    return aName;
+}
+
+void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
+            std::error_code& aError) {
+    aError.clear();
+    if (::MoveFileExW(aFrom.c_str(), aTo.c_str(), bReplace ? MOVEFILE_REPLACE_EXISTING : 0)) return;
+    const DWORD dwError = ::GetLastError();
+    if (dwError == ERROR_ALREADY_EXISTS || dwError == ERROR_FILE_EXISTS)
+        aError = std::make_error_code(std::errc::file_exists);
+    else
+        aError.assign(static_cast<int>(dwError), std::system_category());
+}
+
+void EndNow(int nExit) { ::_exit(nExit); }
+
+CInput::~CInput() {
+    if (m_bOwned) ::_close(m_nFile);
+}
+
+bool CInput::Open(const std::string& strPath) {
+    if (strPath == "-") {
+        m_nFile = 0;
+        return true;
+    }
+    m_nFile = ::_wopen(NativePath(strPath).c_str(), _O_RDONLY | _O_BINARY | _O_NOINHERIT);
+    m_bOwned = m_nFile >= 0;
+    return m_bOwned;
+}
+
+long long CInput::Read(unsigned char* lpBuffer, std::size_t nLength) {
+    const unsigned int nPart =
+        nLength < 0x40000000 ? static_cast<unsigned int>(nLength) : 0x40000000;
+    const int nRead = ::_read(m_nFile, lpBuffer, nPart);
+    return nRead < 0 && errno == EINTR ? -2 : nRead;
+}
+
+void WaitForInputs(const std::vector<CInput*>& vecInputs, int /*nOther*/,
+                   std::vector<bool>& vecReady) {
+    vecReady.assign(vecInputs.size(), true);
+}
+
+}  // namespace System

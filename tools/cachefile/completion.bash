@@ -1,0 +1,40 @@
+# Completion of the command line of cachefile.
+_cachefile()
+{
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command="" i
+    local common="--help --verbose"
+    for ((i = 1; i < COMP_CWORD; ++i)); do
+        case ${COMP_WORDS[i]} in
+            -*) ;;
+            *) command=${COMP_WORDS[i]}; break ;;
+        esac
+    done
+    COMPREPLY=()
+    case $before in
+        --progress) mapfile -t COMPREPLY < <(compgen -W "auto always never json" -- "$word"); return ;;
+        --index) mapfile -t COMPREPLY < <(compgen -W "0 1" -- "$word"); return ;;
+        --home | --dir) compopt -o filenames; mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
+        --piece | --size | --rounds | --offset | --length | --timestamp) return ;;
+    esac
+    local options
+    case $command in
+        "") options="--help --verbose --version" ;;
+        record) options="$common --stream --home --piece --sync --force --json --progress" ;;
+        play) options="$common --stream --offset --length" ;;
+        info | list | doctor) options="$common --json" ;;
+        map) options="$common --output --force" ;;
+        extract) options="$common --output --stream --force --progress" ;;
+        pack) options="$common --output --index --version --timestamp --verify --force --progress" ;;
+        bench) options="$common --size --piece --rounds --dir --json" ;;
+    esac
+    if [[ $word == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
+    elif [[ -z $command ]]; then
+        mapfile -t COMPREPLY < <(
+            compgen -W "record play info list map extract pack doctor bench" -- "$word")
+    elif [[ $before != --stream && $command != record && $command != bench ]]; then
+        compopt -o filenames
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
+    fi
+}
+complete -F _cachefile cachefile
