@@ -22,7 +22,7 @@ TestDir::~TestDir() {
     fs::remove_all(m_path, aIgnored);
 }
 
-static fs::path Native(CCmString strPath) {
+static CCmString Native(CCmString strPath) {
     std::replace(strPath.begin(), strPath.end(), '\\', '/');
     return strPath;
 }
