@@ -87,10 +87,9 @@ class CBench {
         {
             const Shutdown aShutdown;
             if (aRecorder.Open() == CACHE_OK) {
-                CThrottle aThrottle(aPlan, aRecorder);
                 ForEachPiece([&](std::uint64_t, std::size_t nLength) {
                     aRecorder.Write(m_vecPiece.data(), nLength);
-                    aThrottle.Add(nLength);
+                    HoldBack();
                 });
                 aRecorder.Close();
             }

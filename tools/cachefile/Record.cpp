@@ -90,7 +90,6 @@ class CLoop {
     CLoop(const tagRecordOptions& aOptions, Sources& vecSources)
         : m_options(aOptions),
           m_vecSources(vecSources),
-          m_throttle(aOptions.aPlan, vecSources.front()->aRecorder),
           m_vecPiece(aOptions.nPiece),
           m_progress(aOptions.aProgress, "record", CountInput(vecSources)) {
         if (!aOptions.aPlan.bSync) CCmCallerThread::GetWakeDescriptor(m_nWake);
@@ -124,7 +123,7 @@ class CLoop {
         if (nRead > 0) {
             const auto nLength = static_cast<std::size_t>(nRead);
             aSource.aRecorder.Write(m_vecPiece.data(), nLength);
-            m_throttle.Add(nLength);
+            HoldBack();
             m_progress.Show(m_qwDone += nLength);
             return;
         }
@@ -137,7 +136,6 @@ class CLoop {
 
     const tagRecordOptions& m_options;
     Sources& m_vecSources;
-    CThrottle m_throttle;
     std::vector<unsigned char> m_vecPiece;
     CProgress m_progress;
     std::uint64_t m_qwDone = 0;
