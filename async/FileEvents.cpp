@@ -70,7 +70,11 @@ CmInt32 CReadEvent::OnEventFire() {
 
 CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset,
                          const CCmString& strData)
-    : ICmEvent(0), m_pAsyncFileOp(pAsyncFileOp), m_dwFileOffset(dwOffset), m_strData(strData) {
+    : ICmEvent(0),
+      m_pAsyncFileOp(pAsyncFileOp),
+      m_dwFileOffset(dwOffset),
+      m_pending(strData.size()),
+      m_strData(strData) {
     if (!pAsyncFileOp) CM_ASSERTION("pAsyncFileOp");
 }
 

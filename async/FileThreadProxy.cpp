@@ -101,6 +101,10 @@ CmInt32 CFileThreadProxy::WriteData(const CCmString& strData, CmUint32 dwOffset)
                        [&] { return new (std::nothrow) CWriteEvent(this, dwOffset, strData); });
 }
 
+std::uint64_t CFileThreadProxy::BytesToQueue(std::uint64_t qwLength, CmUint32 /*dwOffset*/) {
+    return m_bWrite && IsUsable() ? qwLength : 0;
+}
+
 CmInt32 CFileThreadProxy::AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,
                                         CmUint32 dwOffset, CmUint32& dwLength) {
     CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);

@@ -31,6 +31,13 @@ CmInt32 CBufferDecorate::WriteData(const CCmString& strData, CmUint32 dwOffset) 
     return m_pFile->WriteData(strData, dwOffset);
 }
 
+std::uint64_t CBufferDecorate::BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) {
+    const std::uint64_t qwTogether = m_strBuffer.size() + qwLength;
+    const bool bGathers =
+        dwOffset == CCacheFileManager::GetMaxDword() && qwTogether < m_dwBufferSize;
+    return m_pFile && !bGathers ? m_pFile->BytesToQueue(qwTogether, dwOffset) : 0;
+}
+
 CmInt32 CBufferDecorate::Append(const CCmString& strData) {
     const std::size_t dwAccepted = m_strBuffer.size();
     try {

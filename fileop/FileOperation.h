@@ -24,6 +24,13 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     /// Writes all of strData at dwOffset, or at the end of the file for 0xFFFFFFFF.
     virtual CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) = 0;
 
+    /// How many bytes WriteData of dwLength bytes at dwOffset would queue for the worker thread:
+    /// 0 when it would only gather them, or write them in the call. Links that pass writes on ask
+    /// the next one.
+    virtual std::uint64_t BytesToQueue(std::uint64_t /*qwLength*/, CmUint32 /*dwOffset*/) {
+        return 0;
+    }
+
     /// Reads up to dwLength bytes at dwOffset into lpBuffer; dwLength then counts the bytes read,
     /// fewer only at the end of the file. On failure it stays as it was.
     virtual CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) = 0;

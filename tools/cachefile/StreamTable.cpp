@@ -1,4 +1,5 @@
 #include "tools/cachefile/StreamTable.h"
+#include "tools/cachefile/Output.h"
 
 namespace {
 
