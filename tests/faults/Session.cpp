@@ -1,7 +1,6 @@
 #include "tests/faults/Session.h"
 
 #include <algorithm>
-#include <cstring>
 #include <numeric>
 #include <utility>
 
@@ -24,7 +23,7 @@ std::uint64_t FileModel::CountMissing() const {
     const CCmString strFile = Exists(m_strPath) ? ReadBytes(m_strPath) : CCmString();
     EXPECT_EQ(strFile.size() % 4, 0U) << m_strPath;
     std::vector<CmUint32> vecWords(strFile.size() / 4);
-    std::memcpy(vecWords.data(), strFile.data(), vecWords.size() * 4);
+    strFile.copy(reinterpret_cast<char*>(vecWords.data()), vecWords.size() * 4);
     std::vector<char> vecThere(m_dwNext);
     CmUint32 dwLast = 0;  // of the words that were appended
     auto it = m_vecPieces.begin();
@@ -55,7 +54,11 @@ std::uint64_t FileModel::CountMissing() const {
 
 Session::Session(Mode aMode, std::set<CmInt32> aCodes, bool bCallbacksMayMiss)
     : m_aMode(aMode), m_codes(std::move(aCodes)), m_bCallbacksMayMiss(bCallbacksMayMiss) {
-    if (m_aMode == Async) Do([] { return CCmCallerThread::Attach(); });
+    Do([] { return CCmT120Trace::instance()->SetSink([](CmInt32, const char*) {}); });
+    Do([] { return CCacheFileManager::Instance().SetTempHomeDir(".\\kvr2"), 0; });
+    if (m_aMode == Sync) return;
+    Do([] { return CCmCallerThread::Attach(); });
+    Do([] { return CCmCallerThread::SetWakeUp([] {}); });
 }
 
 CmInt32 Session::Heard(CmInt32 lResult) {
@@ -103,6 +106,7 @@ void Session::Settle() {
 void Session::Finish(const std::vector<const FileModel*>& vecFiles) {
     Do([] { return CacheFileShutdown(); });
     if (m_aMode == Async) Do([] { return CCmCallerThread::Detach(); });
+    CCmT120Trace::instance()->SetSink({});
     std::uint64_t qwMissing = 0;
     for (const FileModel* const pFile : vecFiles) qwMissing += pFile->CountMissing();
     const std::uint64_t qwLost = m_lost.Take();

@@ -132,7 +132,7 @@ void PlayContainerSession(Session& aHost) {
     aHost.Finish({});
 }
 
-/// Record files are packed into a container in an earlier one's place.
+/// Streams are packed into a container in an earlier one's place, whose index is then looked at.
 void PackSession(Session& aHost) {
     const CCmString strIn = MakeInput();
     const CCmString strEarlier = "an earlier container";
@@ -157,5 +157,11 @@ void PackSession(Session& aHost) {
         EXPECT_EQ(strPacked, strEarlier);
     }
     EXPECT_FALSE(Exists("packed.partial"));
+    if (lResult == 0) {
+        std::optional<CContainerIndex> aIndex;
+        aHost.Do([&] { return aIndex.emplace(), 0; });
+        lResult = aHost.Do([&] { return aIndex->Open(".\\packed"); });
+        EXPECT_TRUE(lResult != 0 || aIndex->GetEntryCount() == 3);
+    }
     aHost.Finish({});
 }

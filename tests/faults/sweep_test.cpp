@@ -14,6 +14,8 @@ struct Case {
     const char* lpName;
     void (*pSession)(Session&);
     Mode aMode;
+
+    friend void PrintTo(const Case& aCase, std::ostream* pOut) { *pOut << aCase.lpName; }
 };
 
 const Case c_aCases[] = {
@@ -48,6 +50,7 @@ class Sweep : public testing::TestWithParam<Case> {
     std::size_t CountLeft(const std::set<CmInt32>& aCodes, bool bLowMemory) {
         const std::size_t nBefore = Memory::InUse() + CountOpenFiles();
         Run(aCodes, bLowMemory);
+        if (HasFailure()) return 0;  // telling it takes memory too
         return Memory::InUse() + CountOpenFiles() - nBefore;
     }
 
@@ -56,8 +59,33 @@ class Sweep : public testing::TestWithParam<Case> {
         return static_cast<std::size_t>(std::distance(begin(aOpen), end(aOpen)));
     }
 
+    /// Arms the 1st, 2nd, 3rd ... failure of a kind until a session meets none of them. A session
+    /// that met one is followed by one that has to go well.
+    template <class Arm, class Disarm>
+    void SweepAll(const std::set<CmInt32>& aCodes, bool bLowMemory, Arm aArm, Disarm aDisarm) {
+        bool bMet = true;
+        for (int nNth = 1; bMet && !HasFailure(); ++nNth) {
+            SCOPED_TRACE(nNth);
+            aArm(nNth);
+            const std::size_t nLeft = CountLeft(aCodes, bLowMemory);
+            bMet = aDisarm() > 0;
+            EXPECT_LE(nLeft, m_nLeft);
+            if (bMet) Run({}, false);
+            m_nSessions += bMet;
+        }
+    }
+
+    void SetUp() override {
+        Run({}, false);
+        m_nLeft = CountLeft({}, false);  // threads that have ended leave an object behind
+    }
+    void TearDown() override { std::cout << m_nSessions << " sessions met a failure\n"; }
+
+ private:
     const Memory::Scope m_outside{false};
     TestDir m_dir;
+    std::size_t m_nLeft = 0;
+    int m_nSessions = 0;
 };
 
 INSTANTIATE_TEST_SUITE_P(Sessions, Sweep, testing::ValuesIn(c_aCases),
@@ -66,45 +94,23 @@ INSTANTIATE_TEST_SUITE_P(Sessions, Sweep, testing::ValuesIn(c_aCases),
 }  // namespace
 
 TEST_P(Sweep, OfTheSystemsCalls) {
-    Run({}, false);
-    // Threads that have ended leave an object behind, which nothing may add to.
-    const std::size_t nLeft = CountLeft({}, false);
-    int nSessions = 0;
     for (int nCall = 0; nCall < Faults::Call_Count; ++nCall)
         for (const int nErrno : {ENOSPC, EIO, EACCES, EINTR, 0})
             for (const bool bForEver : {false, true}) {
                 const auto aCall = static_cast<Faults::Call>(nCall);
-                for (int nNth = 1;; ++nNth) {
-                    SCOPED_TRACE(std::string(Faults::NameOf(aCall)) + " " + std::to_string(nNth) +
-                                 (bForEver ? " and on" : "") + ", errno " + std::to_string(nErrno));
-                    Faults::Arm(aCall, nNth, bForEver, nErrno);
-                    const std::size_t nNowLeft = CountLeft(CodesOf(aCall, nErrno), false);
-                    const bool bMet = Faults::Disarm() > 0;
-                    ++nSessions;
-                    EXPECT_LE(nNowLeft, nLeft);
-                    if (bMet) Run({}, false);
-                    if (HasFailure()) return;
-                    if (!bMet) break;
-                }
+                SCOPED_TRACE(std::string(Faults::NameOf(aCall)) + ", errno " +
+                             std::to_string(nErrno) + (bForEver ? ", for ever" : ""));
+                SweepAll(
+                    CodesOf(aCall, nErrno), false,
+                    [&](int nNth) { Faults::Arm(aCall, nNth, bForEver, nErrno); }, Faults::Disarm);
             }
-    std::cout << nSessions << " sessions" << std::endl;
 }
 
 TEST_P(Sweep, OfTheRequestsForMemory) {
-    Run({}, false);
-    const std::size_t nLeft = CountLeft({}, false);
-    int nSessions = 0;
-    for (const bool bForEver : {false, true})
-        for (int nNth = 1;; ++nNth) {
-            SCOPED_TRACE(std::to_string(nNth) + (bForEver ? " and on" : ""));
-            Memory::Arm(nNth, bForEver);
-            const std::size_t nNowLeft = CountLeft({4006, 4010, 4011}, true);
-            const bool bMet = Memory::Disarm() > 0;
-            ++nSessions;
-            EXPECT_LE(nNowLeft, nLeft);
-            if (bMet) Run({}, false);
-            if (HasFailure()) return;
-            if (!bMet) break;
-        }
-    std::cout << nSessions << " sessions" << std::endl;
+    for (const bool bForEver : {false, true}) {
+        SCOPED_TRACE(bForEver ? "for ever" : "once");
+        SweepAll(
+            {4006, 4010, 4011}, true, [&](int nNth) { Memory::Arm(nNth, bForEver); },
+            Memory::Disarm);
+    }
 }
