@@ -5,15 +5,36 @@
 #include <atomic>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
+constexpr int c_nNever = -1;
+
 std::atomic<std::size_t> s_nUsed{0};
 std::atomic<std::size_t> s_nPeak{0};
+std::atomic<std::size_t> s_nPieces{0};
+
+// Set while no worker runs.
+std::atomic<int> s_nNth{c_nNever};
+std::atomic<bool> s_bForEver{false};
+
+std::atomic<int> s_nRequests{0};
+std::atomic<int> s_nFailures{0};
+thread_local bool t_bMayFail = true;
+
+bool Fails() noexcept {
+    if (s_nNth == c_nNever || !t_bMayFail) return false;
+    const int nRequest = ++s_nRequests;
+    if (nRequest != s_nNth && !(s_bForEver && nRequest > s_nNth)) return false;
+    ++s_nFailures;
+    return true;
+}
 
 void* Take(std::size_t nSize) noexcept {
-    void* const p = std::malloc(nSize ? nSize : 1);
+    void* const p = Fails() ? nullptr : std::malloc(nSize ? nSize : 1);
     if (!p) return nullptr;
+    ++s_nPieces;
     const std::size_t nUsed = s_nUsed += ::malloc_usable_size(p);
     std::size_t nPeak = s_nPeak;
     while (nPeak < nUsed && !s_nPeak.compare_exchange_weak(nPeak, nUsed)) {
@@ -28,6 +49,7 @@ void* TakeOrThrow(std::size_t nSize) {
 
 void Give(void* p) noexcept {
     if (!p) return;
+    --s_nPieces;
     s_nUsed -= ::malloc_usable_size(p);
     std::free(p);
 }
@@ -38,6 +60,21 @@ namespace Memory {
 
 std::size_t StartPeak() { return s_nPeak = s_nUsed.load(); }
 std::size_t Peak() { return s_nPeak; }
+std::size_t InUse() { return s_nPieces; }
+
+void Arm(int nNth, bool bForEver) {
+    s_bForEver = bForEver;
+    s_nRequests = s_nFailures = 0;
+    s_nNth = nNth;
+}
+
+int Disarm() {
+    s_nNth = c_nNever;
+    return s_nFailures;
+}
+
+Scope::Scope(bool bMayFail) : m_bBefore(std::exchange(t_bMayFail, bMayFail)) {}
+Scope::~Scope() { t_bMayFail = m_bBefore; }
 
 }  // namespace Memory
 

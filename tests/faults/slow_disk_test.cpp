@@ -11,7 +11,7 @@ TEST_F(SlowDisk, ALimitBoundsTheMemoryAndNothingAcceptedIsMissing) {
     constexpr std::size_t c_nPiece = 8192;
     constexpr int c_nFiles = 2;
     CCacheFileManager::SetPendingLimit(c_qwLimit);
-    SetWriteDelay(std::chrono::milliseconds(10));
+    Faults::SetWriteDelay(std::chrono::milliseconds(10));
     Recording aRecording(Async, &m_sink);
     const CmUint32 aHandles[c_nFiles] = {aRecording.Open("0"), aRecording.Open("1")};
     // What is in the files, and how much of it has a piece that was refused before it.
