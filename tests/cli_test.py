@@ -16,6 +16,7 @@ import signal
 import struct
 import subprocess
 import sys
+import threading
 import time
 import unittest
 import xml.etree.ElementTree
@@ -279,6 +280,39 @@ class Record(Cli):
                 self.assertTrue(50000 <= accepted <= sent)
                 self.assertEqual(self.read("kvr2/%d/4_7004-4.dat" % number), b"z" * accepted)
                 self.assertEqual(document["streams"][0]["lost_bytes"], 0)
+
+    @not_on_windows("a signal from outside ends a process at once")
+    def test_a_signal_in_full_flow_loses_nothing_that_was_taken(self):
+        block = bytes(range(256)) * 4096
+        for number, mode in enumerate([[], ["--sync"]]):
+            process = self.start("record", str(number), "--stream", "4:7004:4=-", "--json", *mode)
+            fed = threading.Thread(target=self.feed, args=(process.stdin, block))
+            fed.start()
+            recorded = self.path("kvr2/%d/4_7004-4.dat" % number)
+            while not (os.path.exists(recorded) and os.path.getsize(recorded) > len(block)):
+                self.assertIsNone(process.poll())
+            process.send_signal(signal.SIGTERM)
+            document = json.loads(process.stdout.read())
+            fed.join()
+            self.assertEqual(process.wait(100), INTERRUPTED)
+            process.stdout.close()
+            process.stderr.close()
+            stream = document["streams"][0]
+            content = self.read(recorded)
+            self.assertEqual((len(content), stream["lost_bytes"]), (stream["bytes"], 0))
+            self.assertEqual(content, (block * (len(content) // len(block) + 1))[:len(content)])
+
+    @staticmethod
+    def feed(pipe, block):
+        try:
+            while True:
+                pipe.write(block)
+        except BrokenPipeError:
+            pass
+        try:
+            pipe.close()
+        except BrokenPipeError:
+            pass
 
     @not_on_windows("a wait is for one input, and there is no FIFO")
     def test_a_stream_that_waits_does_not_hold_up_the_others(self):

@@ -58,7 +58,6 @@ std::string DrawBar(const std::vector<tagRegion>& vecRegions, std::size_t nColum
     std::vector<const tagRegion*> vecShown(nColumns, nullptr);
     std::vector<std::uint64_t> vecBytes(nColumns, 0);
     for (const tagRegion& aRegion : vecRegions) {
-        if (aRegion.qwBegin == aRegion.qwEnd) continue;
         for (std::size_t n = static_cast<std::size_t>(aRegion.qwBegin * nColumns / qwEnd);
              n < nColumns && n * qwEnd < aRegion.qwEnd * nColumns; ++n) {
             const std::uint64_t qwBytes = std::min(aRegion.qwEnd * nColumns, (n + 1) * qwEnd) -
