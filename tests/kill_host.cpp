@@ -30,9 +30,8 @@ int main(int nArguments, char** lpArguments) {
     if (pHandler->Initialize(nullptr) != 0) return 4;
     for (unsigned i = 0; i < c_nStreams; ++i)
         if (pHandler->OpenWritingFile(std::to_string(i), aHandles[i]) != 0) return 5;
-    aPromises.bStarted = true;
-
     const CCmString aStreams[c_nStreams] = {StreamOf(0), StreamOf(1), StreamOf(2)};
+    aPromises.bStarted = true;
     for (;;) {
         nRandom = nRandom * 1664525 + 1013904223;
         const unsigned i = (nRandom >> 8) % c_nStreams;

@@ -10,7 +10,13 @@ constexpr unsigned c_nStreams = 3;
 constexpr std::size_t c_nLongest = 4 << 20;  ///< bytes of a stream
 constexpr char c_szPromises[] = "promises";
 
-inline CCmString StreamOf(unsigned nStream) { return Pattern(c_nLongest, nStream * 100'000'000); }
+/// Repeats itself, so that it is made fast, but not in steps in which anything is written.
+inline CCmString StreamOf(unsigned nStream) {
+    const CCmString strPeriod = Pattern(65'521, nStream * 100'000);
+    CCmString strBytes;
+    while (strBytes.size() < c_nLongest) strBytes += strPeriod;
+    return strBytes.substr(0, c_nLongest);
+}
 
 /// Lies in memory that outlives the recorder.
 struct Promises {
