@@ -55,6 +55,20 @@ void FindHidden(std::vector<tagStream>& vecStreams) {
             nFirst = i;
 }
 
+/// A player stops at a conf header that isn't there whole, and reads nothing that begins behind the
+/// end that the header gives.
+void FindBarred(const CContainerIndex& aIndex, std::vector<tagStream>& vecStreams) {
+    bool bStopped = false;
+    for (tagStream& aStream : vecStreams) {
+        if (bStopped)
+            aStream.lpBarred = "behind a cut-off header";
+        else if (aStream.qwOffset > aIndex.GetFileHeader().dwFileSize)
+            aStream.lpBarred = "past the end";
+        bStopped = bStopped || (aStream.wTag == c_wConfTag &&
+                                aStream.qwOffset + c_dwEntryFileHeaderSize > aIndex.GetFileSize());
+    }
+}
+
 /// Collects regions in the order of their beginnings.
 class CSweep {
  public:
@@ -107,6 +121,7 @@ std::vector<tagStream> LayOutStreams(const CContainerIndex& aIndex) {
         vecStreams.push_back(aStream);
     }
     FindHidden(vecStreams);
+    FindBarred(aIndex, vecStreams);
     return vecStreams;
 }
 
