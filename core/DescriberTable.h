@@ -31,10 +31,11 @@ class CDescriberTable {
     /// Takes the record that was added last away again.
     void RemoveLast() {
         const auto it = m_mapFirst.find(KeyOf(m_vecRecords.back()));
-        Firsts& aFirsts = it->second;
-        Replace(aFirsts, m_vecRecords.back(), LastIndex(), c_dwNone);
-        const auto isNone = [](std::uint32_t dwFirst) { return dwFirst == c_dwNone; };
-        if (std::all_of(aFirsts.begin(), aFirsts.end(), isNone)) m_mapFirst.erase(it);
+        if (it != m_mapFirst.end()) {  // a record of no kind may be the only one left of its pair
+            Replace(it->second, m_vecRecords.back(), LastIndex(), c_dwNone);
+            const auto isNone = [](std::uint32_t dwFirst) { return dwFirst == c_dwNone; };
+            if (std::all_of(it->second.begin(), it->second.end(), isNone)) m_mapFirst.erase(it);
+        }
         m_vecRecords.pop_back();
     }
 
