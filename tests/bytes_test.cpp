@@ -57,7 +57,7 @@ TEST_P(Bytes, WhicheverCallFailsIsToldAndHarmsNoOther) {
         SCOPED_TRACE(nFailing);
         const CCmString strName = "f" + std::to_string(nFailing);
         LinkScript aScript;
-        aScript.m_fault = [=](const std::string&, int n) { return n == nFailing ? 4003 : 0; };
+        aScript.Fail([=](const std::string&, int n) { return n == nFailing ? 4003 : 0; });
         CFileOperationFactory* const pFactory = CFileOperationFactory::Instance();
         CRefPtr<IFileOperation> pTop = new FileLink(aScript, pFactory->CreateLocalFile(0));
         const CRefPtr<IFileOpStatus> pReceiver = new TestReceiver(m_sink);

@@ -56,14 +56,14 @@ TEST_F(Index, PackedEntriesCostFewReadsAndScatteredOnesNoBlocks) {
 TEST_F(Index, WhatABlockCannotGiveIsReadAlone) {
     m_script.FailAll("Read 32768@", 4006);
     ExpectAll();
-    m_script.m_fault = [](const std::string& strCall, int nCall) {
+    m_script.Fail([](const std::string& strCall, int nCall) {
         return strCall.find("Read 32768@") == 0 && nCall % 3 != 0 ? 4006 : 0;
-    };
+    });
     ExpectAll();
     m_script.FailAll("Read", 4003);  // then its code is that of its own read
     CIndexReader aReader(*m_pFile);
     EXPECT_EQ(Entry(aReader, 24), "4003");
-    m_script.m_fault = nullptr;
+    m_script.Fail(nullptr);
     m_strFile.resize(50'010);  // the last block ends within an entry
     WriteBytes("c", m_strFile);
     ExpectAll();

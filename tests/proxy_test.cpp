@@ -91,9 +91,9 @@ TEST_F(Proxy, QueuesInOrderAndDroppingItCancelsNothing) {
 
 TEST_F(Proxy, FailuresBelowComeAsCallbacks) {
     EXPECT_EQ(m_pProxy->Open(".\\a", 1), 0);
-    m_script.m_fault = [](const std::string& strCall, int) {
+    m_script.Fail([](const std::string& strCall, int) {
         return strCall[0] == 'W' ? 4003 : strCall[0] == 'R' ? 4006 : strCall[0] == 'C' ? 4001 : 0;
-    };
+    });
     RunOn(Worker(), nullptr);
     EXPECT_EQ(Append("lost"), 0);
     EXPECT_EQ(AsyncRead(5, 9), 0);

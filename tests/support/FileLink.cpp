@@ -7,10 +7,15 @@ std::string LinkScript::Take() {
     return std::exchange(m_strLog, {});
 }
 
+void LinkScript::Fail(Fault aFault) {
+    std::lock_guard<std::mutex> aLock(m_mutex);
+    m_fault = std::move(aFault);
+}
+
 void LinkScript::FailAll(const std::string& strPrefix, CmInt32 lCode) {
-    m_fault = [=](const std::string& strCall, int) {
+    Fail([=](const std::string& strCall, int) {
         return strCall.compare(0, strPrefix.size(), strPrefix) == 0 ? lCode : 0;
-    };
+    });
 }
 
 CmInt32 LinkScript::Note(const std::string& strCall) {

@@ -15,7 +15,10 @@ struct LinkScript {
 
     /// Given a call as above and its number from 1 on (Flush can't fail and has none), a code other
     /// than 0 fails it without its reaching the link below.
-    std::function<CmInt32(const std::string& strCall, int nCall)> m_fault;
+    using Fault = std::function<CmInt32(const std::string& strCall, int nCall)>;
+
+    /// From the next call on, on whatever thread it runs.
+    void Fail(Fault aFault);
 
     /// Fails every call that begins with strPrefix.
     void FailAll(const std::string& strPrefix, CmInt32 lCode);
@@ -27,7 +30,9 @@ struct LinkScript {
 
  private:
     std::mutex m_mutex;
-    std::string m_strLog;  // guarded by m_mutex
+    // All guarded by m_mutex.
+    std::string m_strLog;
+    Fault m_fault;
     int m_nCalls = 0;
 };
 
