@@ -1,0 +1,285 @@
+#include <array>
+#include <atomic>
+#include <map>
+#include <random>
+
+#include "async/FileThreadManager.h"
+#include "tests/support/Player.h"
+
+// Random operations of several handlers of both kinds, from the host's loop and from inside
+// callbacks, with handlers, worker and library ending at any time. The thread sanitizer says
+// whether anything is raced for; here every answer is counted, and every byte.
+
+namespace {
+
+using Dice = std::minstd_rand;
+bool OneIn(Dice& aDice, unsigned n) { return aDice() / 8 % n == 0; }
+unsigned Below(Dice& aDice, std::size_t n) { return static_cast<unsigned>(aDice() / 8 % n); }
+
+constexpr std::size_t c_nFixture = 200'000;
+constexpr tagFileDescriber c_aStream{8, 2, 7008, 5};
+
+class Races;
+
+/// A handler with its sink. It counts what was accepted and what was answered; an answer after its
+/// end, or one too many, is a failure.
+class Actor : public IFileOpSink {
+ public:
+    Actor(Races& aRaces, unsigned nSeed) : m_races(aRaces), m_dice(nSeed) {}
+
+    virtual void Act(Dice& aDice) = 0;
+    virtual void Destroy() { m_bEnded = true; }
+
+    void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType aOpType,
+                        CmInt32 aResult) final;
+    void OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo& aInfo) final;
+
+    /// Everything has been run: nothing may be missing, unless the host no longer wanted it.
+    void ExpectAnswered() const {
+        EXPECT_TRUE(m_bEnded || m_nOpens == 0) << m_nOpens << " opens without an answer";
+        EXPECT_TRUE(m_bEnded || m_nReads == 0) << m_nReads << " reads without an answer";
+    }
+
+ protected:
+    void ActInside();
+
+    Races& m_races;
+    Dice m_dice;  // for what it does inside callbacks
+    bool m_bEnded = false;
+    int m_nOpens = 0;  // accepted and not yet answered
+    int m_nReads = 0;
+};
+
+class Races : public HostTest {
+ protected:
+    Races() {
+        std::filesystem::create_directories("kvr2/7");
+        WriteBytes("kvr2/7/fixture", m_strFixture);
+        CContainerWriter aWriter;
+        aWriter.AddStream(c_aStream, reinterpret_cast<const unsigned char*>(m_strFixture.data()),
+                          c_nFixture);
+        EXPECT_EQ(aWriter.Write(".\\container"), 0);
+        CCmT120Trace::instance()->SetSink({});  // lines would be many
+    }
+
+    std::shared_ptr<Actor> NewActor(Dice& aDice);
+    void Step(Dice& aDice);
+    void FillAndShutDown(Dice& aDice);
+
+ public:
+    /// Makes a random actor do something, from the loop or from inside a callback.
+    void ActOnce(Dice& aDice) {
+        const std::shared_ptr<Actor> pActor = m_aActors[Below(aDice, m_aActors.size())];
+        if (pActor) pActor->Act(aDice);
+    }
+
+    const CCmString m_strFixture = Pattern(c_nFixture);
+    std::array<std::shared_ptr<Actor>, 8> m_aActors;
+    std::vector<std::shared_ptr<Actor>> m_vecEnded;
+    std::map<CCmString, std::size_t> m_mapHanded;  // bytes of each file that a write has taken
+    int m_nInside = 0;                             // callbacks that run now
+    std::uint64_t m_qwAnswers = 0;
+};
+
+void Actor::OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType aOpType,
+                           CmInt32 aResult) {
+    EXPECT_FALSE(m_bEnded);
+    if (aOpType == CCacheFileManager::Op_Open) {
+        EXPECT_GE(--m_nOpens, 0);
+        EXPECT_EQ(aResult, 0);
+    }
+    ActInside();
+}
+
+void Actor::OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo& aInfo) {
+    EXPECT_FALSE(m_bEnded);
+    EXPECT_GE(--m_nReads, 0);
+    // The request carries its offset.
+    const CCmString strWanted = m_races.m_strFixture.substr(aInfo.dwDataLen, dwLength);
+    EXPECT_EQ(CCmString(reinterpret_cast<const char*>(lpData), dwLength), strWanted);
+    delete[] lpData;
+    ActInside();
+}
+
+void Actor::ActInside() {
+    ++m_races.m_qwAnswers;
+    if (m_races.m_nInside >= 3 || !OneIn(m_dice, 4)) return;
+    ++m_races.m_nInside;
+    Dice aDice = m_dice;  // this object may end meanwhile
+    if (OneIn(aDice, 20))
+        CacheFileShutdown();
+    else if (OneIn(aDice, 8))
+        CCmCallerThread::RunPending();
+    else if (OneIn(aDice, 8))
+        Destroy();
+    else
+        for (unsigned i = Below(aDice, 4); i-- > 0;) m_races.ActOnce(aDice);
+    --m_races.m_nInside;
+    m_dice = aDice;
+}
+
+class RecorderActor final : public Actor {
+ public:
+    RecorderActor(Races& aRaces, unsigned nSeed, Mode aMode)
+        : Actor(aRaces, nSeed), m_mode(aMode), m_recording(aMode, this) {}
+
+    void Act(Dice& aDice) override {
+        if (m_bEnded) return;
+        if (m_vecFiles.empty() || (m_vecFiles.size() < 12 && OneIn(aDice, 6))) return Open();
+        const std::size_t nFile = Below(aDice, m_vecFiles.size());
+        if (OneIn(aDice, 12)) {
+            if (m_recording->CloseFile(m_vecFiles[nFile].first) == 0)
+                m_vecFiles.erase(m_vecFiles.begin() + static_cast<std::ptrdiff_t>(nFile));
+        } else if (OneIn(aDice, 3)) {
+            m_recording->FlushData(m_vecFiles[nFile].first);
+        } else {
+            Write(m_vecFiles[nFile], Below(aDice, OneIn(aDice, 5) ? 40'000 : 500));
+        }
+    }
+
+    void Destroy() override {
+        Actor::Destroy();
+        m_recording.Destroy();
+    }
+
+ private:
+    using File = std::pair<CmUint32, CCmString>;
+
+    void Open() {
+        const CCmString strName = std::to_string(m_races.m_mapHanded.size());
+        CmUint32 dwHandle = 0;
+        if (m_recording->OpenWritingFile(strName, dwHandle) != 0) return;
+        if (m_mode == Async) ++m_nOpens;
+        m_races.m_mapHanded[strName] = 0;
+        m_vecFiles.push_back({dwHandle, strName});
+    }
+
+    void Write(const File& aFile, unsigned nLength) {
+        std::size_t& nHanded = m_races.m_mapHanded[aFile.second];
+        if (nHanded + nLength > c_nFixture) return;
+        if (m_recording.Write(aFile.first, m_races.m_strFixture.substr(nHanded, nLength)) == 0)
+            nHanded += nLength;
+    }
+
+    const Mode m_mode;
+    Recording m_recording;
+    std::vector<File> m_vecFiles;
+};
+
+/// Plays the container, and so ends the worker with itself, or the record file.
+class PlayerActor final : public Actor {
+ public:
+    PlayerActor(Races& aRaces, unsigned nSeed, Mode aMode, Player::Use aUse)
+        : Actor(aRaces, nSeed), m_mode(aMode), m_player(aMode, this, aUse), m_use(aUse) {}
+
+    void Act(Dice& aDice) override {
+        if (m_bEnded) return;
+        if (!m_bOpened) return Open();
+        if (OneIn(aDice, 40)) {
+            m_player->CloseAllRecordFiles();
+        } else {
+            const CmUint32 dwOffset = Below(aDice, c_nFixture), dwLength = 1 + Below(aDice, 3000);
+            if (dwOffset + dwLength > c_nFixture) return;
+            ++m_nReads;  // a synchronous answer comes inside
+            if (m_player.Read({8, 7008, dwOffset, 2}, dwOffset, dwLength) != 0) --m_nReads;
+        }
+    }
+
+    void Destroy() override {
+        Actor::Destroy();
+        m_player.Destroy();
+    }
+
+ private:
+    void Open() {
+        const CmInt32 lResult = m_use == Player::ForDownload
+                                    ? m_player.Open("container")
+                                    : m_player.OpenFile("fixture", c_aStream);
+        m_bOpened = lResult == 0 || m_use == Player::ForDownload;  // which is opened only once
+        if (lResult == 0 && m_mode == Async) ++m_nOpens;
+    }
+
+    const Mode m_mode;
+    Player m_player;
+    const Player::Use m_use;
+    bool m_bOpened = false;
+};
+
+std::shared_ptr<Actor> Races::NewActor(Dice& aDice) {
+    const unsigned nSeed = static_cast<unsigned>(aDice());
+    const Mode aMode = OneIn(aDice, 5) ? Sync : Async;
+    if (OneIn(aDice, 3))
+        return std::make_shared<PlayerActor>(*this, nSeed, aMode, Player::ForFiles);
+    if (OneIn(aDice, 5))
+        return std::make_shared<PlayerActor>(*this, nSeed, aMode, Player::ForDownload);
+    return std::make_shared<RecorderActor>(*this, nSeed, aMode);
+}
+
+void Races::Step(Dice& aDice) {
+    std::shared_ptr<Actor>& pActor = m_aActors[Below(aDice, m_aActors.size())];
+    if (!pActor || OneIn(aDice, 60)) {
+        if (pActor) m_vecEnded.push_back(pActor);
+        if (pActor && !OneIn(aDice, 3)) pActor->Destroy();  // or left behind, with all it has open
+        pActor = NewActor(aDice);
+    } else if (OneIn(aDice, 10)) {
+        CCmCallerThread::RunPending();
+    } else if (OneIn(aDice, 300)) {
+        CacheFileShutdown();
+    } else {
+        ActOnce(aDice);
+    }
+}
+
+/// Ends the library with thousands of requests in the worker's queue.
+void Races::FillAndShutDown(Dice& aDice) {
+    const auto pRecorder =
+        std::make_shared<RecorderActor>(*this, static_cast<unsigned>(aDice()), Async);
+    m_vecEnded.push_back(pRecorder);
+    {
+        ThreadGate aGate(Worker());
+        for (unsigned i = 0; i < 6000; ++i) pRecorder->Act(aDice);
+    }
+    CacheFileShutdown();
+}
+
+}  // namespace
+
+TEST_F(Races, EveryAnswerComesOnceAndEveryByteIsWrittenOrCounted) {
+    std::atomic<bool> bEnd{false};
+    std::thread aOnlooker([&] {  // what any thread may do at any time
+        std::atomic<unsigned> nLines{0};
+        while (!bEnd) {
+            CCmT120Trace::instance()->SetSink([&](CmInt32, const char*) { ++nLines; });
+            CCacheFileManager::GetLostBytes();
+            CCmT120Trace::instance()->SetSink({});
+            std::this_thread::yield();
+        }
+    });
+    SeededRandom aRandom;
+    for (int nRound = 0; nRound < 30; ++nRound) {
+        Dice aDice(1 + aRandom.Below(1U << 30));
+        for (int nStep = 0; nStep < 1500; ++nStep) Step(aDice);
+        FillAndShutDown(aDice);
+        for (const auto& pActor : m_aActors)
+            if (pActor) m_vecEnded.push_back(pActor);
+        for (const auto& pActor : m_vecEnded) pActor->ExpectAnswered();
+        for (const auto& pActor : m_vecEnded) pActor->Destroy();
+        CacheFileShutdown();
+        m_vecEnded.clear();
+        m_aActors = {};
+    }
+    bEnd = true;
+    aOnlooker.join();
+
+    std::uint64_t qwHanded = 0, qwWritten = 0;
+    for (const auto& [strName, nHanded] : m_mapHanded) {
+        const CCmString strFile = ReadBytes(Recording::PathOf(strName));
+        ASSERT_EQ(Difference(strFile, m_strFixture.substr(0, strFile.size())), "") << strName;
+        qwHanded += nHanded;
+        qwWritten += strFile.size();
+    }
+    const std::uint64_t qwLost = m_lost.Take();
+    EXPECT_EQ(qwHanded, qwWritten + qwLost);
+    std::cout << m_mapHanded.size() << " files, " << qwWritten << " bytes written, " << qwLost
+              << " lost, " << m_qwAnswers << " answers\n";
+}
