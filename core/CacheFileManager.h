@@ -122,6 +122,6 @@ class CACHEFILE_API CCacheFileManager {
     };
 
     CCmString m_strTempHomeDir;
-    std::map<std::uintptr_t, tagLinkStatus> m_mapLinkStatus;  // guarded by m_mutexLinkStatus
+    std::map<std::uintptr_t, tagLinkStatus> m_mapLinkStatus CM_GUARDED_BY(m_mutexLinkStatus);
     CCmMutexThreadRecursive m_mutexLinkStatus;
 };

@@ -2,21 +2,23 @@
 
 #include <mutex>
 
+#include "platform/CmThreadSafety.h"
+
 /// A mutex that one thread can lock once.
-class CCmMutexThread {
+class CM_CAPABILITY CCmMutexThread {
  public:
-    void Lock() { m_mutex.lock(); }
-    void UnLock() { m_mutex.unlock(); }
+    void Lock() CM_ACQUIRE() { m_mutex.lock(); }
+    void UnLock() CM_RELEASE() { m_mutex.unlock(); }
 
  private:
     std::mutex m_mutex;
 };
 
 /// A mutex that its holder may lock again; it is free after as many unlocks.
-class CCmMutexThreadRecursive {
+class CM_CAPABILITY CCmMutexThreadRecursive {
  public:
-    void Lock() { m_mutex.lock(); }
-    void UnLock() { m_mutex.unlock(); }
+    void Lock() CM_ACQUIRE() { m_mutex.lock(); }
+    void UnLock() CM_RELEASE() { m_mutex.unlock(); }
 
  private:
     std::recursive_mutex m_mutex;
@@ -24,10 +26,12 @@ class CCmMutexThreadRecursive {
 
 /// Holds a mutex from construction to destruction.
 template <class MutexType>
-class CCmMutexGuardT {
+class CM_SCOPED_CAPABILITY CCmMutexGuardT {
  public:
-    explicit CCmMutexGuardT(MutexType& aMutex) : m_mutex(aMutex) { m_mutex.Lock(); }
-    ~CCmMutexGuardT() { m_mutex.UnLock(); }
+    explicit CCmMutexGuardT(MutexType& aMutex) CM_ACQUIRE(aMutex) : m_mutex(aMutex) {
+        m_mutex.Lock();
+    }
+    ~CCmMutexGuardT() CM_RELEASE() { m_mutex.UnLock(); }
     CCmMutexGuardT(const CCmMutexGuardT&) = delete;
     CCmMutexGuardT& operator=(const CCmMutexGuardT&) = delete;
 

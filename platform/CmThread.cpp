@@ -30,6 +30,7 @@ CRefPtr<ICmEventQueue> CCmQueuedThread::GetEventQueue() {
 
 void CCmQueuedThread::SetQueue(CCmEventQueue* pQueue) {
     pQueue->BindTo(m_dwNumber);
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     m_pQueue = pQueue;
 }
 
@@ -47,6 +48,7 @@ CmInt32 CCmTaskThread::Start() {
     SetQueue(pQueue.Get());
     try {
         const CCmSignalShield aShield;
+        CCmMutexGuardT<CCmMutexThread> aGuard(m_mutexJoin);
         m_thread = std::thread([this, pQueue] { Run(pQueue); });
     } catch (const std::bad_alloc&) {
         TakeQueue();
@@ -72,7 +74,7 @@ CmInt32 CCmTaskThread::Stop(void* /*pTimeout*/) {
 
 CmInt32 CCmTaskThread::Join() {
     if (IsCurrent()) return CACHE_ERR_INVALID_STATE;
-    std::lock_guard<std::mutex> aLock(m_mutexJoin);
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutexJoin);
     if (m_thread.joinable()) m_thread.join();
     return CACHE_OK;
 }

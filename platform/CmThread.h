@@ -56,10 +56,10 @@ class CCmThreadManager {
     void StopAllForExit();
 
     CCmMutexThread m_mutex;
-    // Guarded by m_mutex.
-    CCmTaskThread* m_pTaskThreads = nullptr;  // all there ever were, linked through themselves
-    bool m_bExiting = false;
-    bool m_bExitHandler = false;
+    /// All there ever were, linked through themselves.
+    CCmTaskThread* m_pTaskThreads CM_GUARDED_BY(m_mutex) = nullptr;
+    bool m_bExiting CM_GUARDED_BY(m_mutex) = false;
+    bool m_bExitHandler CM_GUARDED_BY(m_mutex) = false;
 };
 
 /// A number of the calling thread that no other thread of the process has or will have. Never 0.

@@ -28,7 +28,7 @@ class CCmQueuedThread : public ACmThread {
 
  private:
     CCmMutexThread m_mutex;
-    CRefPtr<CCmEventQueue> m_pQueue;  // guarded by m_mutex; null once stopped or detached
+    CRefPtr<CCmEventQueue> m_pQueue CM_GUARDED_BY(m_mutex);  // null once stopped or detached
 };
 
 /// A thread that the library runs: fires the events of its queue until it is stopped and empty.
@@ -47,8 +47,8 @@ class CCmTaskThread final : public CCmQueuedThread {
  private:
     void Run(const CRefPtr<CCmEventQueue>& pQueue);
 
-    std::mutex m_mutexJoin;
-    std::thread m_thread;  // guarded by m_mutexJoin once started
+    CCmMutexThread m_mutexJoin;
+    std::thread m_thread CM_GUARDED_BY(m_mutexJoin);
 };
 
 /// The caller thread's queue: tells the host when results come to wait.
@@ -109,8 +109,7 @@ class CCmCallerState {
     CCmCallerState() = default;
 
     CCmMutexThread m_mutex;
-    // Guarded by m_mutex.
-    CCmAttachedThread* m_pCurrent = nullptr;
-    CCmAttachedThread* m_pLatest = nullptr;  // head of all there ever were
-    CmUint32 m_dwNesting = 0;
+    CCmAttachedThread* m_pCurrent CM_GUARDED_BY(m_mutex) = nullptr;
+    CCmAttachedThread* m_pLatest CM_GUARDED_BY(m_mutex) = nullptr;  // head of all there ever were
+    CmUint32 m_dwNesting CM_GUARDED_BY(m_mutex) = 0;
 };

@@ -1,0 +1,16 @@
+#pragma once
+
+/// Which mutex guards what, in words that clang checks when it compiles with -Wthread-safety. For
+/// other compilers they are nothing.
+
+#if defined(__clang__)
+#define CM_THREAD_SAFETY(attribute) __attribute__((attribute))
+#else
+#define CM_THREAD_SAFETY(attribute)
+#endif
+
+#define CM_CAPABILITY CM_THREAD_SAFETY(capability("mutex"))
+#define CM_SCOPED_CAPABILITY CM_THREAD_SAFETY(scoped_lockable)
+#define CM_ACQUIRE(...) CM_THREAD_SAFETY(acquire_capability(__VA_ARGS__))
+#define CM_RELEASE(...) CM_THREAD_SAFETY(release_capability(__VA_ARGS__))
+#define CM_GUARDED_BY(mutex) CM_THREAD_SAFETY(guarded_by(mutex))
