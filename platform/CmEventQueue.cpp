@@ -41,6 +41,8 @@ void CCmEventList::TakeAll(CCmEventList& aOther) {
     aOther.m_pFirst = aOther.m_pLast = nullptr;
 }
 
+// What a derived queue has to be told is over by now.
+// NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall)
 CCmEventQueue::~CCmEventQueue() { DropWaiting(); }
 
 CmInt32 CCmEventQueue::PostEvent(ICmEvent* pEvent, CmInt32 /*lOption*/) {

@@ -49,12 +49,12 @@ bool IsFileLike(int nFile) {
 
 std::FILE* ToStream(int nFile, const char* lpMode) {
     std::FILE* const pStream = IsFileLike(nFile) ? ::fdopen(nFile, lpMode) : nullptr;
-    if (pStream) {
-        std::setvbuf(pStream, nullptr, _IONBF, 0);
-        return pStream;
-    }
+    if (pStream && std::setvbuf(pStream, nullptr, _IONBF, 0) == 0) return pStream;
     const int nReason = errno;
-    ::close(nFile);
+    if (pStream)
+        std::fclose(pStream);
+    else
+        ::close(nFile);
     errno = nReason;
     return nullptr;
 }

@@ -17,8 +17,9 @@ class CCmReferenceControlT {
     CCmReferenceControlT(const CCmReferenceControlT& aOther)
         : m_dwReference(aOther.m_dwReference.load(std::memory_order_relaxed)) {}
     CCmReferenceControlT& operator=(const CCmReferenceControlT& aOther) {
-        m_dwReference.store(aOther.m_dwReference.load(std::memory_order_relaxed),
-                            std::memory_order_relaxed);
+        if (this != &aOther)
+            m_dwReference.store(aOther.m_dwReference.load(std::memory_order_relaxed),
+                                std::memory_order_relaxed);
         return *this;
     }
 
@@ -79,7 +80,11 @@ class CRefPtr {
         if (pOld) pOld->ReleaseReference();
         return *this;
     }
-    CRefPtr& operator=(const CRefPtr& aOther) { return *this = aOther.m_pObject; }
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp): seen to above
+    CRefPtr& operator=(const CRefPtr& aOther) {
+        *this = aOther.m_pObject;
+        return *this;
+    }
     CRefPtr& operator=(CRefPtr&& aOther) noexcept {
         if (this == &aOther) return *this;
         T* const pOld = m_pObject;

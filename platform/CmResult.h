@@ -25,7 +25,7 @@
 
 /// 0 is success. 10001 and 10011 are used between the parts of the library and never reach a host.
 enum CacheFileResult : CmInt32 {
-#define CACHEFILE_RESULT_ENUMERATOR(code, name, text) name = code,
+#define CACHEFILE_RESULT_ENUMERATOR(code, name, text) name = (code),
     CACHEFILE_RESULT_CODES(CACHEFILE_RESULT_ENUMERATOR)
 #undef CACHEFILE_RESULT_ENUMERATOR
 };
