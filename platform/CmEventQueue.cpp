@@ -41,8 +41,6 @@ void CCmEventList::TakeAll(CCmEventList& aOther) {
     aOther.m_pFirst = aOther.m_pLast = nullptr;
 }
 
-// What a derived queue has to be told is over by now.
-// NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall)
 CCmEventQueue::~CCmEventQueue() { DropWaiting(); }
 
 CmInt32 CCmEventQueue::PostEvent(ICmEvent* pEvent, CmInt32 /*lOption*/) {
@@ -84,6 +82,8 @@ bool CCmEventQueue::Append(ICmEvent* pEvent) {
 void CCmEventQueue::SetHasEventsLocked(bool bHasEvents) {
     if (m_bHasEvents == bHasEvents) return;
     m_bHasEvents = bHasEvents;
+    // From the destructor it reaches no derived queue, which has nobody left to tell.
+    // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall)
     OnHasEventsLocked(bHasEvents);
 }
 

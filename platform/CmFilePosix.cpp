@@ -52,7 +52,7 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
     if (pStream && std::setvbuf(pStream, nullptr, _IONBF, 0) == 0) return pStream;
     const int nReason = errno;
     if (pStream)
-        std::fclose(pStream);
+        (void)std::fclose(pStream);
     else
         ::close(nFile);
     errno = nReason;

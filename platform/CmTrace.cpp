@@ -75,7 +75,7 @@ Formator& Formator::operator<<(long nValue) noexcept {
 
 Formator& Formator::operator<<(long long nValue) noexcept {
     char aDigits[32];
-    std::snprintf(aDigits, sizeof aDigits, "%lld", nValue);
+    (void)std::snprintf(aDigits, sizeof aDigits, "%lld", nValue);
     return *this << aDigits;
 }
 
@@ -85,12 +85,13 @@ Formator& Formator::operator<<(unsigned long nValue) noexcept {
 
 Formator& Formator::operator<<(unsigned long long qwValue) noexcept {
     char aDigits[32];
-    std::snprintf(aDigits, sizeof aDigits, "%llu", qwValue);
+    (void)std::snprintf(aDigits, sizeof aDigits, "%llu", qwValue);
     return *this << aDigits;
 }
 
 Formator& Formator::operator<<(const void* pValue) noexcept {
     char aDigits[32];
-    std::snprintf(aDigits, sizeof aDigits, "0x%" PRIxPTR, reinterpret_cast<std::uintptr_t>(pValue));
+    (void)std::snprintf(aDigits, sizeof aDigits, "0x%" PRIxPTR,
+                        reinterpret_cast<std::uintptr_t>(pValue));
     return *this << aDigits;
 }
