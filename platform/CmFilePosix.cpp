@@ -151,7 +151,8 @@ int RemoveEmptyDirectory(const CCmString& strPath) {
 
 int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
     return WithPath(strFrom, [&](const char* lpFrom) {
-        return WithPath(strTo, [&](const char* lpTo) { return std::rename(lpFrom, lpTo); });
+        const CNativePath aTo(strTo);
+        return aTo.Get() ? std::rename(lpFrom, aTo.Get()) : -1;
     });
 }
 

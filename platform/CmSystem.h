@@ -34,7 +34,7 @@ class CCmSignalShield {
 
  private:
     struct tagSaved;
-    alignas(16) unsigned char m_saved[128];  // a tagSaved
+    alignas(16) unsigned char m_saved[128] = {};  // a tagSaved
 };
 
 /// Has pHandler called when the process exits or the library is unloaded, but not in a forked

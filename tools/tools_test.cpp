@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/HostPath.h"
@@ -49,7 +50,8 @@ void TestDirectories() {
 /// Gives its text in pieces of four bytes.
 class CTextSource final : public ISource {
  public:
-    explicit CTextSource(std::string strText) : ISource("text", {}), m_strText(strText) {}
+    explicit CTextSource(std::string strText)
+        : ISource("text", {}), m_strText(std::move(strText)) {}
     std::uint64_t GetSize() const override { return m_strText.size(); }
     void Rewind() override { m_nNext = 0; }
     bool Next(std::string& strPiece) override {

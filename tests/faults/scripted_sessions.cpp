@@ -26,6 +26,7 @@ CCmString MakeInput() {
 void WriteSession(Session& aHost) {
     FileModel aAppended(Home() + "deep\\appended");
     FileModel aPlaced(Home() + "placed");
+    const CCmString strLater = Home() + "for files that are opened later";
     CWriteFileHandler* const pHandler = aHost.Do(
         [&] { return CCacheFileManager::Instance().CreateWriteFileHandler(7, aHost.m_aMode); });
     if (pHandler && aHost.Do([&] { return pHandler->Initialize(&aHost); }) == 0) {
@@ -53,6 +54,7 @@ void WriteSession(Session& aHost) {
         append(25);
         place(50, c_dwEnd, c_dwEnd);
         aHost.Do([&] { return pHandler->CloseFile(aHandles[0]); });
+        aHost.Do([&] { return pHandler->SetHomeDir(strLater), 0; });
         aHost.Settle();
     }
     if (pHandler) aHost.Do([&] { return pHandler->Destroy(); });

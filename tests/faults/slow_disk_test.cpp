@@ -38,6 +38,7 @@ TEST_F(SlowDisk, ALimitBoundsTheMemoryAndNothingAcceptedIsMissing) {
     for (const CmUint32 dwHandle : aHandles) EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
     EXPECT_LE(CCacheFileManager::GetPendingBytes(), c_qwLimit + c_nFiles * 32'767);
     CacheFileShutdown();
+    Faults::SetWriteDelay({});
     for (int i = 0; i < c_nFiles; ++i) ExpectFile(Recording::PathOf(std::to_string(i)), aModels[i]);
     EXPECT_EQ(CCacheFileManager::GetPendingBytes(), 0U);
     EXPECT_EQ(m_sink.Take(), "Open 0, Open 0");
