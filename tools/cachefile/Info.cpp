@@ -28,7 +28,6 @@ Json ToJson(const tagRecording& aRecording) {
     aDocument["entry_count"] = bContainer ? Json(aHeader.dwEntryCount) : Json(nullptr);
     aDocument["entries_read"] = bContainer ? Json(aRecording.vecStreams.size()) : Json(nullptr);
     aDocument["reachable_streams"] = CountReachable(aRecording);
-    aDocument["streams"] = StreamsToJson(aRecording);
     return aDocument;
 }
 
@@ -74,7 +73,7 @@ void PrintText(const tagRecording& aRecording) {
 int Info(const tagInfoOptions& aOptions) {
     const tagRecording aRecording = RequireRecording(aOptions.strPath);
     if (aOptions.bJson)
-        PrintDocument(ToJson(aRecording));
+        PrintWithStreams(ToJson(aRecording), aRecording);
     else
         PrintText(aRecording);
     FinishOutput();

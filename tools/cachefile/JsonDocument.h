@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -10,3 +11,8 @@ using Json = nlohmann::ordered_json;
 Json NewDocument(const std::string& strCommand);
 
 void PrintDocument(const Json& aDocument);
+
+/// The same with a last field that is an array of nRows rows, a line each. There may be so many
+/// that they are made one at a time: aRow gives the one of a number.
+void PrintDocument(const Json& aDocument, const std::string& strRows, std::size_t nRows,
+                   const std::function<Json(std::size_t)>& aRow);

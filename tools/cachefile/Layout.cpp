@@ -1,24 +1,34 @@
 #include "tools/cachefile/Layout.h"
 
 #include <algorithm>
+#include <functional>
 #include <tuple>
 
 #include "platform/CmResult.h"
 
 namespace {
 
+/// What comes from a container is in order as a rule.
+template <class It, class Less>
+void Order(It itBegin, It itEnd, Less aLess) {
+    if (!std::is_sorted(itBegin, itEnd, aLess)) std::sort(itBegin, itEnd, aLess);
+}
+
 /// All places where something begins or ends, in ascending order.
 std::vector<std::uint64_t> FindBoundaries(const CContainerIndex& aIndex) {
+    const std::size_t nEntries = aIndex.GetEntryCount();
     std::vector<std::uint64_t> vecBoundaries;
-    vecBoundaries.reserve(2 * aIndex.GetEntryCount() + 2);
-    for (std::size_t i = 0; i < aIndex.GetEntryCount(); ++i) {
-        vecBoundaries.push_back(aIndex.GetEntry(i).dwOffset);
+    vecBoundaries.reserve(2 * nEntries + 2);
+    for (std::size_t i = 0; i < nEntries; ++i) vecBoundaries.push_back(aIndex.GetEntry(i).dwOffset);
+    for (std::size_t i = 0; i < nEntries; ++i)
         vecBoundaries.push_back(aIndex.GetEntry(i).aEntry.dwDataOffset);
-    }
     const std::uint64_t qwDeclared = aIndex.GetFileHeader().dwFileSize;
     vecBoundaries.push_back(qwDeclared);
     vecBoundaries.push_back(std::max(qwDeclared, aIndex.GetFileSize()));
-    std::sort(vecBoundaries.begin(), vecBoundaries.end());
+    const auto itData = vecBoundaries.begin() + static_cast<std::ptrdiff_t>(nEntries);
+    Order(vecBoundaries.begin(), itData, std::less<>());
+    Order(itData, vecBoundaries.end(), std::less<>());
+    std::inplace_merge(vecBoundaries.begin(), itData, vecBoundaries.end());
     return vecBoundaries;
 }
 
@@ -43,7 +53,7 @@ void FindHidden(std::vector<tagStream>& vecStreams) {
         const tagFileDescriber& a = p->aDescriber;
         return std::tuple(a.wDataType, a.dwFileID, a.byFileType);
     };
-    std::sort(vecOrder.begin(), vecOrder.end(), [&](const tagStream* a, const tagStream* b) {
+    Order(vecOrder.begin(), vecOrder.end(), [&](const tagStream* a, const tagStream* b) {
         return std::tuple(aKey(a), a) < std::tuple(aKey(b), b);
     });
     std::size_t nFirst = 0;

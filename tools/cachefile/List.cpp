@@ -9,8 +9,7 @@ int List(const tagListOptions& aOptions) {
     if (aOptions.bJson) {
         Json aDocument = NewDocument("list");
         aDocument["path"] = aOptions.strPath;
-        aDocument["streams"] = StreamsToJson(aRecording);
-        PrintDocument(aDocument);
+        PrintWithStreams(aDocument, aRecording);
     } else {
         PrintStreams(aRecording);
     }

@@ -68,9 +68,8 @@ void PrintStreams(const tagRecording& aRecording) {
     aTable.Print();
 }
 
-Json StreamsToJson(const tagRecording& aRecording) {
-    Json aStreams = Json::array();
-    for (const tagStream& aStream : aRecording.vecStreams)
-        aStreams.push_back(ToJson(aStream, aStreams.size() + 1, aRecording.IsContainer()));
-    return aStreams;
+void PrintWithStreams(const Json& aDocument, const tagRecording& aRecording) {
+    PrintDocument(aDocument, "streams", aRecording.vecStreams.size(), [&](std::size_t i) {
+        return ToJson(aRecording.vecStreams[i], i + 1, aRecording.IsContainer());
+    });
 }

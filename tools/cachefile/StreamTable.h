@@ -5,7 +5,9 @@
 
 /// The streams of a recording, one a line.
 void PrintStreams(const tagRecording& aRecording);
-Json StreamsToJson(const tagRecording& aRecording);
+
+/// The document with them as its last field.
+void PrintWithStreams(const Json& aDocument, const tagRecording& aRecording);
 
 /// A value that may not be known.
 template <class T>
