@@ -1,0 +1,40 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bench/Bench.h"
+
+constexpr std::size_t c_nBlock = 32768;  // gathered before bytes are passed on, by everyone
+
+/// Appends to a number of files, each way of it in its own manner.
+class IAppender {
+ public:
+    virtual ~IAppender() = default;
+    virtual void Append(std::size_t nFile, const char* lpData, std::size_t nLength) = 0;
+    /// Returns when every byte has reached the operating system and the files are closed.
+    virtual void Finish() = 0;
+};
+
+using MakeAppender =
+    std::function<std::unique_ptr<IAppender>(const std::vector<std::string>& vecPaths)>;
+
+struct tagAppenderKind {
+    const char* lpName;
+    MakeAppender aMake;
+};
+
+std::unique_ptr<IAppender> MakeStdio(const std::vector<std::string>& vecPaths);
+std::unique_ptr<IAppender> MakeGather(const std::vector<std::string>& vecPaths);
+std::unique_ptr<IAppender> MakeDirect(const std::vector<std::string>& vecPaths);
+std::unique_ptr<IAppender> MakeMemcpy(const std::vector<std::string>& vecPaths);
+std::unique_ptr<IAppender> MakeHandOver(const std::vector<std::string>& vecPaths, bool bNap);
+std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync);
+#ifdef BENCH_LEVELDB
+std::unique_ptr<IAppender> MakeLevelDb(const std::vector<std::string>& vecPaths);
+#endif
+#ifdef BENCH_LIBUV
+std::unique_ptr<IAppender> MakeUv(const std::vector<std::string>& vecPaths);
+#endif

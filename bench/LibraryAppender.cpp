@@ -1,0 +1,54 @@
+#include <cachefile.h>
+
+#include "bench/Appender.h"
+#include "tools/HostPath.h"
+
+namespace {
+
+/// The library as a host uses it.
+class CLibraryAppender final : public IAppender, private IFileOpSink {
+ public:
+    CLibraryAppender(const std::vector<std::string>& vecPaths, bool bAsync)
+        : m_pHandler(CCacheFileManager::Instance().CreateWriteFileHandler(1, bAsync)) {
+        Require(m_pHandler && m_attached.GetResult() == CACHE_OK, "a write handler");
+        m_pHandler->Initialize(this);
+        m_pHandler->SetHomeDir("");
+        for (const std::string& strPath : vecPaths) {
+            m_vecHandles.push_back(0);
+            Require(m_pHandler->OpenWritingFile(HostPath(strPath), m_vecHandles.back()) == CACHE_OK,
+                    "OpenWritingFile");
+        }
+        while (bAsync && m_nOpened < vecPaths.size()) CCmCallerThread::WaitAndRun(1000);
+    }
+    void Append(std::size_t nFile, const char* lpData, std::size_t nLength) override {
+        Require(m_pHandler->WriteData(
+                    m_vecHandles[nFile], reinterpret_cast<const unsigned char*>(lpData),
+                    static_cast<CmUint32>(nLength), CCacheFileManager::GetMaxDword()) == CACHE_OK,
+                "WriteData");
+    }
+    void Finish() override {
+        for (const CmUint32 dwHandle : m_vecHandles) m_pHandler->CloseFile(dwHandle);
+        m_pHandler->Destroy();
+        CacheFileShutdown();  // all that was accepted is written
+        Require(CCacheFileManager::GetLostBytes() == 0, "all bytes written");
+    }
+
+ private:
+    void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType aOpType,
+                        CmInt32 aResult) override {
+        Require(aResult == CACHE_OK, "an operation on the worker");
+        if (aOpType == CCacheFileManager::Op_Open) ++m_nOpened;
+    }
+    void OnDataReady(unsigned char*, CmUint32, const tagDataInfo&) override {}
+
+    CCmCallerThreadGuard m_attached;
+    CWriteFileHandler* const m_pHandler;
+    std::vector<CmUint32> m_vecHandles;
+    std::size_t m_nOpened = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync) {
+    return std::make_unique<CLibraryAppender>(vecPaths, bAsync);
+}
