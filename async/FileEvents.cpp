@@ -1,6 +1,16 @@
 #include "async/FileEvents.h"
 
+#include <utility>
+
+#include "fileop/BlockStore.h"
 #include "platform/CmTrace.h"
+
+namespace {
+
+/// A larger block is worth waking the worker for: waiting ones take memory.
+constexpr std::size_t c_nPatientBytes = 131072;
+
+}  // namespace
 
 COpenCloseEvent::COpenCloseEvent(CFileThreadProxy* pAsyncFileOp, const CCmString& strFilePath,
                                  int bOpen, int bWrite)
@@ -68,11 +78,16 @@ CmInt32 CReadEvent::OnEventFire() {
     return lResult;
 }
 
-CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset,
-                         const CCmString& strData)
-    : ICmEvent(0), m_pAsyncFileOp(pAsyncFileOp), m_dwFileOffset(dwOffset), m_strData(strData) {
+CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmString strData)
+    : ICmEvent(0),
+      m_pAsyncFileOp(pAsyncFileOp),
+      m_dwFileOffset(dwOffset),
+      m_strData(std::move(strData)) {
     if (!pAsyncFileOp) CM_ASSERTION("pAsyncFileOp");
+    if (m_strData.size() <= c_nPatientBytes) BePatient();
 }
+
+CWriteEvent::~CWriteEvent() { CBlockStore::Instance().Give(std::move(m_strData)); }
 
 CmInt32 CWriteEvent::OnEventFire() {
     CM_CHECK(m_pAsyncFileOp, "m_pAsyncFileOp.Get( )", CACHE_ERR_INVALID_STATE);

@@ -30,6 +30,8 @@ class CFileThreadProxy final : public IFileOperation {
     CmInt32 Open(const CCmString& strPath, int bWrite) override;
     CmInt32 Close() override;
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
+    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
+    CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset) override;
 
     /// Waits for the R/W thread, and so sees everything that was queued before it.
     CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
@@ -66,6 +68,8 @@ class CFileThreadProxy final : public IFileOperation {
     }
     void DeliverData(unsigned char* lpBuffer, CmUint32 dwLength, const tagDataInfo& aDataInfo);
 
+    template <class MakeData>
+    CmInt32 PostWrite(CmUint32 dwOffset, MakeData aMakeData);
     template <class MakeEvent>
     CmInt32 PostRequest(const char* lpEventName, MakeEvent aMakeEvent);
     template <class Operation>

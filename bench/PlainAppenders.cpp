@@ -86,7 +86,7 @@ class CMemcpyAppender final : public IAppender {
     void Finish() override {}
 
  private:
-    static constexpr std::size_t c_nCapacity = 4 * c_nBlock;
+    static constexpr std::size_t c_nCapacity = c_nBlock;
     std::vector<std::vector<char>> m_vecBlocks;
     std::vector<std::size_t> m_vecUsed;
 };

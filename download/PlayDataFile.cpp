@@ -1,11 +1,18 @@
 #include "download/PlayDataFile.h"
 
+#include <algorithm>
 #include <new>
 
 #include "async/FileChain.h"
 #include "async/FileThreadManager.h"
 #include "download/IndexReader.h"
 #include "platform/CmTrace.h"
+
+namespace {
+
+constexpr CmUint32 c_dwReservedEntries = 131072;
+
+}  // namespace
 
 /// The state of one walk along the index.
 struct CDownloadFileHandler::tagWalk {
@@ -65,6 +72,7 @@ CmInt32 CDownloadFileHandler::SendWalk(std::vector<tagFileDescriber>& vecFileDes
 CmInt32 CDownloadFileHandler::InitFileInfo(std::vector<tagFileDescriber>& vecFileDescriber) {
     const CmInt32 lResult = ReadFileHeader();
     if (lResult != CACHE_OK) return lResult;
+    ReserveEntries(vecFileDescriber);
     tagWalk aWalk{CIndexReader(*m_pFileOp),
                   vecFileDescriber,
                   m_FileHeader.dwEntryCount,
@@ -72,6 +80,15 @@ CmInt32 CDownloadFileHandler::InitFileInfo(std::vector<tagFileDescriber>& vecFil
                   {},
                   m_FileHeader.dwIndexType == Index_Chained};
     return WalkIndex(aWalk);
+}
+
+/// Makes room for as many entries as the header counts, within bounds: it may not tell the truth.
+/// Without memory for that the entries find room one after another, or don't.
+void CDownloadFileHandler::ReserveEntries(std::vector<tagFileDescriber>& vecFileDescriber) try {
+    const std::size_t nEntries = std::min(m_FileHeader.dwEntryCount, c_dwReservedEntries);
+    vecFileDescriber.reserve(nEntries);
+    m_vecMRFD.Reserve(nEntries);
+} catch (const std::bad_alloc&) {
 }
 
 CmInt32 CDownloadFileHandler::ReadFileHeader() {

@@ -54,6 +54,7 @@ class CDownloadFileHandler {
  private:
     struct tagWalk;
 
+    void ReserveEntries(std::vector<tagFileDescriber>& vecFileDescriber);
     CmInt32 ReadFileHeader();
     CmInt32 ReadConfHeader(CmUint32 dwDataOffset);
     CmInt32 WalkIndex(tagWalk& aWalk);

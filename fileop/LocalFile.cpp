@@ -71,11 +71,15 @@ CmInt32 CLocalFile::SeekForWrite(CmUint32 dwOffset) {
 }
 
 CmInt32 CLocalFile::WriteData(const CCmString& strData, CmUint32 dwOffset) {
+    return CLocalFile::WriteBytes(strData.data(), strData.size(), dwOffset);
+}
+
+CmInt32 CLocalFile::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
     if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
     const CmInt32 lResult = SeekForWrite(dwOffset);
     if (lResult != CACHE_OK) return lResult;
-    if (CmFile::Write(m_hFD, strData.data(), strData.size()) < strData.size()) {
+    if (CmFile::Write(m_hFD, lpData, nLength) < nLength) {
         const int nErrno = errno;
         CM_TRACE_ERROR("CLocalFile::WriteData->Write data error=" << nErrno << " m_hFD=" << m_hFD
                                                                   << " this=" << this);
