@@ -5,13 +5,6 @@
 #include "fileop/BlockStore.h"
 #include "platform/CmTrace.h"
 
-namespace {
-
-/// A larger block is worth waking the worker for: waiting ones take memory.
-constexpr std::size_t c_nPatientBytes = 131072;
-
-}  // namespace
-
 COpenCloseEvent::COpenCloseEvent(CFileThreadProxy* pAsyncFileOp, const CCmString& strFilePath,
                                  int bOpen, int bWrite)
     : ICmEvent(0),
@@ -82,9 +75,10 @@ CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmS
     : ICmEvent(0),
       m_pAsyncFileOp(pAsyncFileOp),
       m_dwFileOffset(dwOffset),
+      m_pending(strData.size()),
       m_strData(std::move(strData)) {
     if (!pAsyncFileOp) CM_ASSERTION("pAsyncFileOp");
-    if (m_strData.size() <= c_nPatientBytes) BePatient();
+    if (CPendingBytes::CanWait()) BePatient();
 }
 
 CWriteEvent::~CWriteEvent() { CBlockStore::Instance().Give(std::move(m_strData)); }

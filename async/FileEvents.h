@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "async/FileThreadProxy.h"
+#include "core/PendingBytes.h"
 #include "platform/CmEvent.h"
 
 /// The events of the proxy. Requests run on the R/W thread and hold the proxy; results run on the
@@ -51,6 +52,7 @@ class CWriteEvent final : public ICmEvent {
  private:
     const CRefPtr<CFileThreadProxy> m_pAsyncFileOp;
     const CmUint32 m_dwFileOffset;
+    const CPendingBytes m_pending;  // before the bytes: counted as long as that exists
     CCmString m_strData;
 };
 

@@ -122,6 +122,10 @@ CmInt32 CFileThreadProxy::GiveData(CCmString& strData, CmUint32 dwOffset) {
     return PostWrite(dwOffset, [&] { return std::move(strData); });
 }
 
+std::uint64_t CFileThreadProxy::BytesToQueue(std::uint64_t qwLength, CmUint32 /*dwOffset*/) {
+    return m_bWrite && IsUsable() ? qwLength : 0;
+}
+
 CmInt32 CFileThreadProxy::AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,
                                         CmUint32 dwOffset, CmUint32& dwLength) {
     CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);

@@ -33,6 +33,9 @@ class CFileThreadProxy final : public IFileOperation {
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
     CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset) override;
 
+    /// All of them, unless WriteData would refuse them.
+    std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
+
     /// Waits for the R/W thread, and so sees everything that was queued before it.
     CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
 

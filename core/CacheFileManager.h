@@ -89,6 +89,20 @@ class CACHEFILE_API CCacheFileManager {
     /// Adds to the count above; the file layers call it. Any thread.
     static void AddLostBytes(std::uint64_t qwBytes);
 
+    /// How many bytes are accepted and not yet written: handed to the worker thread, which has not
+    /// finished with them. Not what is still gathered, and nothing in synchronous mode. Of the
+    /// whole process. Any thread.
+    static std::uint64_t GetPendingBytes();
+
+    /// From now on a WriteData that would raise the pending bytes above qwBytes (the gathered bytes
+    /// that it would hand over with its own are counted in) is refused: it returns
+    /// CACHE_ERR_OUT_OF_MEMORY, which is not traced, nothing is taken of the piece, and it may be
+    /// tried again. Flushing, closing and destroying are never refused, so each file may take the
+    /// pending bytes up to 32,767 above the limit. Below 65,536 counts as 65,536; the largest value
+    /// means no limit, and holds at first. Pieces of up to 32,768 bytes fit as soon as nothing is
+    /// pending, larger ones if the limit is as large. Any thread.
+    static void SetPendingLimit(std::uint64_t qwBytes);
+
     static const char s_cFileSeparator;     ///< '_'
     static const char s_cFileEndSeparator;  ///< '.'
     static const char s_cWinPathSeparator;  ///< '\': the separator of every path of the library

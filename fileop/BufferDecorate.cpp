@@ -40,6 +40,13 @@ CmInt32 CBufferDecorate::WriteBytes(const char* lpData, std::size_t nLength, CmU
     return m_pFile->WriteBytes(lpData, nLength, dwOffset);
 }
 
+std::uint64_t CBufferDecorate::BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) {
+    const std::uint64_t qwTogether = m_strBuffer.size() + qwLength;
+    const bool bGathers =
+        dwOffset == CCacheFileManager::GetMaxDword() && qwTogether < m_dwBufferSize;
+    return m_pFile && !bGathers ? m_pFile->BytesToQueue(qwTogether, dwOffset) : 0;
+}
+
 CmInt32 CBufferDecorate::Append(const char* lpData, std::size_t nLength) {
     const std::size_t nAccepted = m_strBuffer.size();
     if (nAccepted == 0 && nLength >= m_dwBufferSize)  // a block by itself

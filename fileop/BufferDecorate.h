@@ -26,6 +26,8 @@ class CBufferDecorate final : public IFileOperation {
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
 
+    std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
+
     /// Reads of either kind go straight down and don't see what is still gathered.
     CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
     CmInt32 AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,

@@ -31,6 +31,13 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     /// copying it. What is left in strData is anything.
     virtual CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset);
 
+    /// How many bytes WriteData of dwLength bytes at dwOffset would queue for the worker thread:
+    /// 0 when it would only gather them, or write them in the call. Links that pass writes on ask
+    /// the next one.
+    virtual std::uint64_t BytesToQueue(std::uint64_t /*qwLength*/, CmUint32 /*dwOffset*/) {
+        return 0;
+    }
+
     /// Reads up to dwLength bytes at dwOffset into lpBuffer; dwLength then counts the bytes read,
     /// fewer only at the end of the file. On failure it stays as it was.
     virtual CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) = 0;

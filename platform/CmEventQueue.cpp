@@ -10,7 +10,6 @@ namespace {
 
 constexpr std::chrono::microseconds c_linger{30};
 constexpr std::chrono::milliseconds c_nap{2};
-constexpr unsigned c_nPatience = 32;  // patient events that end a nap
 
 }  // namespace
 
@@ -82,7 +81,7 @@ bool CCmEventQueue::Append(ICmEvent* pEvent) {
         bFirst = m_waiting.IsEmpty();
         m_waiting.PushBack(pEvent);
         m_bNews.store(true, std::memory_order_relaxed);
-        bWake = IsWakingNeeded(pEvent);
+        bWake = m_rest == Rest_Sleep || (m_rest == Rest_Nap && !pEvent->m_bPatient);
         if (bWake) m_rest = Rest_None;
         SetHasEventsLocked(true);
     }
@@ -90,11 +89,6 @@ bool CCmEventQueue::Append(ICmEvent* pEvent) {
     if (bWake) m_wake.notify_one();
     if (bFirst) OnStoppedBeingEmpty();
     return true;
-}
-
-bool CCmEventQueue::IsWakingNeeded(const ICmEvent* pEvent) {
-    if (m_rest != Rest_Nap || !pEvent->m_bPatient) return m_rest != Rest_None;
-    return ++m_nPatient >= c_nPatience;
 }
 
 void CCmEventQueue::SetHasEventsLocked(bool bHasEvents) {
@@ -167,7 +161,6 @@ void CCmEventQueue::Linger() {
 
 /// Sleeps for some milliseconds at a time, until one has passed without an event.
 void CCmEventQueue::Nap(std::unique_lock<std::mutex>& aLock) {
-    m_nPatient = 0;
     m_rest = Rest_Nap;
     const Clock::time_point aLimit = Clock::now() + c_nap;
     while (m_rest == Rest_Nap)

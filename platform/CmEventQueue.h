@@ -81,7 +81,6 @@ class CCmEventQueue : public ICmEventQueue {
     void Dispose(ICmEvent* pEvent, CmInt32 lResult);
     void Linger();
     void Nap(std::unique_lock<std::mutex>& aLock);
-    bool IsWakingNeeded(const ICmEvent* pEvent);
     bool IsNothingToDo() const { return m_waiting.IsEmpty() && !m_bStopped; }
 
     CmUint32 m_dwOwner = 0;  // set before the queue is shared
@@ -95,7 +94,6 @@ class CCmEventQueue : public ICmEventQueue {
     bool m_bStopped = false;
     /// How the owner rests, unless somebody has woken it already.
     enum Rest { Rest_None, Rest_Nap, Rest_Sleep } m_rest = Rest_None;
-    unsigned m_nPatient = 0;  // patient events that came while it napped
 
     // The owner's.
     CCmEventList m_batch;

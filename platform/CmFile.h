@@ -9,7 +9,8 @@
 /// path of the library passes through here. Paths are in the library's form, with the backslash
 /// as the separator; systems whose own separator is the slash get it here and nowhere else.
 ///
-/// Nothing is thrown but by Open: without memory for a path in the system's form errno is 12.
+/// Where a path in the system's form takes memory (not on POSIX) and there is none, Open throws and
+/// the others give errno 12.
 ///
 /// Each call sets errno to 0 first, so that after a failure errno is that call's own, or 0 where
 /// the runtime gave no reason. Numbers: 2 not found, 13 denied, 17 exists, 28 no space left.
@@ -25,7 +26,7 @@ enum PathText { Path_Local, Path_Utf8 };  // the system's own encoding; UTF-8 ev
 /// Opens an unbuffered stream without newline translation that child processes don't inherit.
 /// Only regular files and character devices are opened. Null with errno on failure.
 /// A Path_Utf8 that can't be converted or is empty gives null with errno 22 (invalid argument).
-/// Throws std::bad_alloc.
+/// May throw std::bad_alloc.
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText);
 
 int Close(std::FILE* pStream);

@@ -5,26 +5,36 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <new>
+#include <climits>
 
 #include "platform/CmFile.h"
 
 namespace {
 
-/// The path as the system takes it. The only place where a backslash becomes a slash.
-CCmString NativePath(const CCmString& strPath) {
-    CCmString strNative(strPath);
-    std::replace(strNative.begin(), strNative.end(), '\\', '/');
-    return strNative;
-}
+/// The path as the system takes it, or null with errno. The only place where a backslash becomes a
+/// slash. It takes no memory, so that what is unfinished can be removed when there is none; longer
+/// paths than this the system doesn't take either.
+class CNativePath {
+ public:
+    explicit CNativePath(const CCmString& strPath) {
+        errno = 0;
+        // A zero byte inside would make it name another file.
+        if (strPath.find('\0') != CCmString::npos)
+            errno = EINVAL;
+        else if (strPath.size() >= sizeof m_aText)
+            errno = ENAMETOOLONG;
+        else
+            m_bGood = true;
+        if (!m_bGood) return;
+        std::replace_copy(strPath.begin(), strPath.end(), m_aText, '\\', '/');
+        m_aText[strPath.size()] = '\0';
+    }
+    const char* Get() const { return m_bGood ? m_aText : nullptr; }
 
-/// Whether the path ends where the system would think so. A zero byte inside would make it name
-/// another file.
-bool IsWhole(const CCmString& strPath) {
-    if (strPath.find('\0') == CCmString::npos) return true;
-    errno = EINVAL;
-    return false;
-}
+ private:
+    char m_aText[PATH_MAX];
+    bool m_bGood = false;
+};
 
 /// A FIFO would block and a directory can't hold bytes: only what can be read and written like a
 /// file is let through.
@@ -51,12 +61,9 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
 
 /// Makes a call that takes a path and gives -1 on failure.
 template <class Call>
-int WithPath(const CCmString& strPath, Call aCall) try {
-    errno = 0;
-    return IsWhole(strPath) ? aCall(NativePath(strPath).c_str()) : -1;
-} catch (const std::bad_alloc&) {
-    errno = ENOMEM;
-    return -1;
+int WithPath(const CCmString& strPath, Call aCall) {
+    const CNativePath aNative(strPath);
+    return aNative.Get() ? aCall(aNative.Get()) : -1;
 }
 
 }  // namespace
@@ -64,23 +71,22 @@ int WithPath(const CCmString& strPath, Call aCall) try {
 namespace CmFile {
 
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
-    if (!IsWhole(strPath)) return nullptr;
     if (aText == Path_Utf8 && strPath.empty()) {
         errno = EINVAL;
         return nullptr;
     }
-    const CCmString strNative = NativePath(strPath);
-    errno = 0;
+    const CNativePath aNative(strPath);
+    if (!aNative.Get()) return nullptr;
     // Without O_NONBLOCK the open of a FIFO waits for its other end.
     int nFlags = O_CLOEXEC | O_NONBLOCK | (aMode == Open_Read ? O_RDONLY : O_RDWR | O_CREAT);
     if (aMode == Open_Write) nFlags |= O_TRUNC;
     if (aMode == Open_New) nFlags |= O_EXCL;
-    const int nFile = ::open(strNative.c_str(), nFlags, 0666);
+    const int nFile = ::open(aNative.Get(), nFlags, 0666);
     if (nFile < 0) return nullptr;
     std::FILE* const pStream = ToStream(nFile, aMode == Open_Read ? "rb" : "wb+");
     if (!pStream && aMode == Open_New) {
         const int nReason = errno;
-        ::unlink(strNative.c_str());
+        ::unlink(aNative.Get());
         errno = nReason;
     }
     return pStream;

@@ -1,3 +1,4 @@
+#include "core/PendingBytes.h"
 #include "download/ContainerFormat.h"
 #include "download/PlayDataFile.h"
 #include "fileop/FileOperation.h"
@@ -44,6 +45,8 @@ CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned
     const CmInt32 lResult = FindFile("WriteData", " DataLen=", aDataInfo, pFile);
     if (lResult != CACHE_OK) return lResult;
     CM_CHECK(lpData, "lpData", CACHE_ERR_INVALID_ARG);
+    if (!CPendingBytes::HasRoomFor(pFile->BytesToQueue(dwLength, dwOffset)))
+        return CACHE_ERR_OUT_OF_MEMORY;
     CaptureHeader(aDataInfo, lpData, dwLength, dwOffset);
     return pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
 }

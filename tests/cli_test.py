@@ -1,8 +1,11 @@
 """Holds the command line to its conventions, from outside.
 
     cli_test.py PROGRAM DIRECTORY [MAN-PAGE COMPLETION] [unittest's arguments]
+
+A program of Windows (.exe) is run by the command EMULATOR of the environment.
 """
 
+import contextlib
 import json
 import os
 import re
@@ -13,6 +16,7 @@ import signal
 import struct
 import subprocess
 import sys
+import time
 import unittest
 import xml.etree.ElementTree
 
@@ -20,7 +24,13 @@ from containers import CONF, DAMAGED, THREE, container
 
 PROGRAM, DIRECTORY, MAN_PAGE, COMPLETION = map(os.path.abspath, sys.argv[1:5])
 DONE, FAILED, USAGE, DAMAGE, INTERRUPTED = 0, 1, 2, 3, 130
+WINDOWS = PROGRAM.endswith(".exe")
+EMULATOR = os.environ.get("EMULATOR", "").split()
 COMMANDS = "record play info list map extract pack doctor bench".split()
+
+
+def not_on_windows(reason):
+    return unittest.skipIf(WINDOWS, "Windows: " + reason)
 
 
 class Cli(unittest.TestCase):
@@ -45,7 +55,7 @@ class Cli(unittest.TestCase):
     def start(self, *arguments, **options):
         for stream in ("stdin", "stdout", "stderr"):
             options.setdefault(stream, subprocess.PIPE)
-        return subprocess.Popen([PROGRAM, *arguments], cwd=self.directory, **options)
+        return subprocess.Popen([*EMULATOR, PROGRAM, *arguments], cwd=self.directory, **options)
 
     def run_tool(self, exit_code, *arguments, input=b"", **options):
         """Runs to the end; gives (standard output, standard error)."""
@@ -150,6 +160,7 @@ class Output(Cli):
             _, error = self.run_tool(FAILED, "info", "good", stdout=full)
         self.assertIn("standard output", error)
 
+    @not_on_windows("a terminal of this system is no console of its")
     def test_no_colour_without_a_terminal_and_none_with_no_color(self):
         self.make("good", container(THREE))
         self.assertNotIn(b"\x1b", self.run_tool(DONE, "map", "good")[0])
@@ -193,6 +204,16 @@ class Record(Cli):
                                                   "--stream", name)
                     self.assertEqual((output, error), (data, ""))
 
+    def test_names_in_every_script(self):
+        self.make("Größe 录音 🎧", b"in")
+        self.run_tool(DONE, "record", "7", "--home", "home/ß录🎧", "--stream", "4:7004:4=Größe 录音 🎧")
+        recording = "home/ß录🎧/7"
+        self.assertEqual(self.read(recording + "/4_7004-4.dat"), b"in")
+        self.run_tool(DONE, "pack", recording, "-o", "ß录🎧.packed", "--verify")
+        self.assertEqual(self.run_json(DONE, "info", "ß录🎧.packed")["path"], "ß录🎧.packed")
+        self.run_tool(DONE, "extract", "ß录🎧.packed", "-o", "out/ß录🎧")
+        self.assertEqual(self.read("out/ß录🎧/4_7004-4.dat"), b"in")
+
     def test_it_writes_over_nothing(self):
         self.make("in", b"new")
         self.make("kvr2/7/4_7004-4.dat", b"old")
@@ -203,6 +224,7 @@ class Record(Cli):
         self.run_tool(DONE, "record", "7", "--force", "--stream", "4:7004:4=in")
         self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"new")
 
+    @not_on_windows("there is no limit to the size of a file")
     def test_lost_bytes_are_told(self):
         def limit():
             resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
@@ -217,12 +239,16 @@ class Record(Cli):
             self.assertEqual(stream["bytes"] - stream["lost_bytes"], size)
 
     def test_a_signal_ends_it_with_everything_written(self):
-        for number, (which, mode) in enumerate([(signal.SIGINT, []), (signal.SIGTERM, []),
-                                                (signal.SIGTERM, ["--sync"])]):
+        cases = [(signal.SIGINT, []), (signal.SIGTERM, []), (signal.SIGTERM, ["--sync"])]
+        if WINDOWS:  # which has Ctrl-C alone
+            cases = [(signal.SIGINT, []), (signal.SIGINT, ["--sync"])]
+        for number, (which, mode) in enumerate(cases):
             with self.subTest(which, mode=mode):
-                os.mkfifo(self.path("fifo%d" % number))
-                process = self.start("record", str(number), "--stream", "4:7004:4=-", "--stream",
-                                     "1:1001:2=fifo%d" % number, "--progress=json", "--json", *mode)
+                if not WINDOWS:
+                    os.mkfifo(self.path("fifo%d" % number))
+                    mode = ["--stream", "1:1001:2=fifo%d" % number, *mode]
+                process = self.start("record", str(number), "--stream", "4:7004:4=-",
+                                     "--progress=json", "--json", *mode)
                 process.stdin.write(b"z" * 50000)
                 process.stdin.flush()
                 # It tells what it has taken, 10 times a second at most; more input makes it tell.
@@ -235,9 +261,17 @@ class Record(Cli):
                         process.stdin.flush()
                         sent += 1
                 process.send_signal(which)
+                while WINDOWS and process.poll() is None:  # there it waits for input to the end
+                    with contextlib.suppress(BrokenPipeError):
+                        process.stdin.write(b"z")
+                        process.stdin.flush()
+                        sent += 1
+                    time.sleep(0.02)
                 output, _ = process.stdout.read(), process.stderr.read()
                 self.assertEqual(process.wait(100), INTERRUPTED)
-                for pipe in (process.stdin, process.stdout, process.stderr):
+                with contextlib.suppress(BrokenPipeError):
+                    process.stdin.close()
+                for pipe in (process.stdout, process.stderr):
                     pipe.close()
                 document = json.loads(output)
                 self.assertTrue(document["interrupted"])
@@ -246,6 +280,7 @@ class Record(Cli):
                 self.assertEqual(self.read("kvr2/%d/4_7004-4.dat" % number), b"z" * accepted)
                 self.assertEqual(document["streams"][0]["lost_bytes"], 0)
 
+    @not_on_windows("a wait is for one input, and there is no FIFO")
     def test_a_stream_that_waits_does_not_hold_up_the_others(self):
         os.mkfifo(self.path("fifo"))
         self.make("in", b"y" * 100000)
@@ -364,6 +399,7 @@ class Pack(Cli):
         self.assertEqual(self.read("old"), b"old")
         self.assertEqual(self.read("rec/7/4_7004-4.dat"), THREE[2][2])
 
+    @not_on_windows("there is no limit to the size of a file")
     def test_a_full_disk_leaves_no_half_file(self):
         def limit():
             resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))

@@ -97,14 +97,16 @@ class Bad : public HostModeTest {
 INSTANTIATE_BOTH_MODES(Bad);
 
 TEST_P(Bad, CutAndChangedContainersGiveWhatThePlainWalkGives) {
+    // Asynchronous, each open starts a worker and ends it: a part of the places has to do.
+    const std::size_t nStep = GetParam() == Async ? 7 : 1;
     for (const CCmString& strGood : {SmallContainer(0, 0), SmallContainer(1, 0xFFFFFFFF),
                                      SmallContainer(1, 90), SmallContainer(1, 240)}) {
         ASSERT_EQ(Open(strGood).vecStreams.size(), 3U);
-        for (std::size_t n = 0; n < strGood.size(); ++n) {
+        for (std::size_t n = 0; n < strGood.size(); n += nStep) {
             const CCmString strCut = strGood.substr(0, n);
             ASSERT_EQ(Open(strCut), PlainWalk(strCut)) << "cut to " << n;
         }
-        for (std::size_t n = 0; n < strGood.size(); ++n) {
+        for (std::size_t n = 0; n < strGood.size(); n += nStep) {
             for (const int nFlip : {0x01, 0x80, 0xFF}) {
                 CCmString strChanged = strGood;
                 strChanged[n] = static_cast<char>(strChanged[n] ^ nFlip);

@@ -1,3 +1,5 @@
+#include <fstream>
+
 #include "tests/support/Player.h"
 
 /// A host that packs, in a directory of its own.
@@ -120,8 +122,8 @@ TEST_F(Writer, BadSourcesLeaveWhatWasThereUntouched) {
 
 TEST_F(Writer, FourGigabytesAreTooMuch) {
     const auto makeFile = [](const char* lpName, std::uint64_t qwSize) {
-        WriteBytes(lpName, "");
-        std::filesystem::resize_file(lpName, qwSize);
+        std::ofstream aFile(lpName, std::ios::binary);
+        aFile.seekp(static_cast<std::streamoff>(qwSize - 1)).put('x');  // the rest is a hole
     };
     const std::string strRefusal = "CContainerWriter::Write->More than 4 GiB file=";
     EXPECT_EQ(m_writer.AddTagStreamFile(256, 1, 0, ".\\one"), 0);

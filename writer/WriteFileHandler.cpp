@@ -6,6 +6,7 @@
 
 #include "async/FileChain.h"
 #include "core/HomeDir.h"
+#include "core/PendingBytes.h"
 #include "platform/CmTrace.h"
 
 namespace {
@@ -123,6 +124,8 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
                                                                        << " this=" << this);
         return CACHE_ERR_INVALID_STATE;
     }
+    if (!CPendingBytes::HasRoomFor(pFile->BytesToQueue(dwLength, dwOffset)))
+        return CACHE_ERR_OUT_OF_MEMORY;
     const CmInt32 lResult =
         pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
     if (lResult != CACHE_OK)

@@ -54,7 +54,8 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     /// end for 0xFFFFFFFF. An append usually only gathers the bytes; a positioned write first
     /// passes on what is gathered. In asynchronous mode a later failure comes as Op_Write.
     /// 4009: lpData is null. 4010: no such handle, or the worker has been stopped. 4003, 4006: a
-    /// write that this call caused failed, or the file's open has. 4011: no memory.
+    /// write that this call caused failed, or the file's open has. 4011: no memory, or the limit
+    /// of pending bytes (CCacheFileManager::SetPendingLimit) is reached; nothing is taken then.
     CmInt32 WriteData(CmUint32 dwHandle, const unsigned char* lpData, CmUint32 dwLength,
                       CmUint32 dwOffset);
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <iterator>
+#include <sstream>
 
 namespace fs = std::filesystem;
 
@@ -22,7 +22,7 @@ TestDir::~TestDir() {
     fs::remove_all(m_path, aIgnored);
 }
 
-static fs::path Native(CCmString strPath) {
+static CCmString Native(CCmString strPath) {
     std::replace(strPath.begin(), strPath.end(), '\\', '/');
     return strPath;
 }
@@ -32,7 +32,9 @@ bool Exists(const CCmString& strPath) { return fs::exists(Native(strPath)); }
 CCmString ReadBytes(const CCmString& strPath) {
     std::ifstream aFile(Native(strPath), std::ios::binary);
     if (!aFile) return "<no file>";
-    return {std::istreambuf_iterator<char>(aFile), {}};
+    std::ostringstream aBytes;
+    aBytes << aFile.rdbuf();
+    return aBytes.str();
 }
 
 void WriteBytes(const CCmString& strPath, const CCmString& strBytes) {

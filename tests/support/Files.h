@@ -19,7 +19,8 @@ class TestDir {
     std::filesystem::path m_path;
 };
 
-/// Paths are in the library's form or the standard library's.
+/// Paths are in the library's form or the standard library's, in the encoding of the process as
+/// those of record files; only Exists takes ASCII alone, as some systems have it in UTF-8.
 bool Exists(const CCmString& strPath);
 CCmString ReadBytes(const CCmString& strPath);  // "<no file>" if there is none
 void WriteBytes(const CCmString& strPath, const CCmString& strBytes);

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <optional>
 #include <vector>
 
 #include "tests/support/HostTest.h"
@@ -28,6 +29,38 @@ void Put32(std::ofstream& aOut, std::uint32_t dwValue) {
     for (int nShift = 0; nShift < 32; nShift += 8)
         aOut.put(static_cast<char>(dwValue >> nShift & 0xFF));
 }
+
+/// Another process, which never runs; it only holds files open that it shares with nobody.
+class OtherProcess {
+ public:
+    OtherProcess() {
+        char aProgram[MAX_PATH];
+        GetModuleFileNameA(nullptr, aProgram, MAX_PATH);
+        STARTUPINFOA aStartup = {};
+        aStartup.cb = sizeof aStartup;
+        EXPECT_TRUE(CreateProcessA(aProgram, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED,
+                                   nullptr, nullptr, &aStartup, &m_process));
+    }
+    ~OtherProcess() {
+        TerminateProcess(m_process.hProcess, 0);
+        WaitForSingleObject(m_process.hProcess, INFINITE);
+        CloseHandle(m_process.hThread);
+        CloseHandle(m_process.hProcess);
+    }
+    OtherProcess(const OtherProcess&) = delete;
+    OtherProcess& operator=(const OtherProcess&) = delete;
+
+    bool Hold(const char* lpPath) {
+        const HANDLE hHere = CreateFileA(lpPath, GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                         FILE_ATTRIBUTE_NORMAL, nullptr);
+        HANDLE hThere = nullptr;
+        return DuplicateHandle(GetCurrentProcess(), hHere, m_process.hProcess, &hThere, 0, FALSE,
+                               DUPLICATE_SAME_ACCESS | DUPLICATE_CLOSE_SOURCE) != 0;
+    }
+
+ private:
+    PROCESS_INFORMATION m_process = {};
+};
 
 }  // namespace
 
@@ -112,13 +145,12 @@ TEST_F(WindowsTest, ContainersReachUpToFourGigabytes) {
 TEST_F(WindowsTest, WhatCannotBeWrittenIsDenied) {
     std::filesystem::create_directories("kvr2/7/directory.dat");
     WriteBytes(".\\kvr2\\7\\held.dat", "theirs");
-    const HANDLE hHeld = CreateFileA("kvr2\\7\\held.dat", GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                     FILE_ATTRIBUTE_NORMAL, nullptr);
-    ASSERT_NE(hHeld, INVALID_HANDLE_VALUE);
+    std::optional<OtherProcess> aOther(std::in_place);
+    ASSERT_TRUE(aOther->Hold("kvr2\\7\\held.dat"));
     Recording aRecording(Sync, nullptr);
     EXPECT_EQ(aRecording.TryOpen("directory.dat"), 4012);
-    EXPECT_EQ(aRecording.TryOpen("held.dat"), 4012);  // sharing none, whichever process holds it
-    CloseHandle(hHeld);
+    EXPECT_EQ(aRecording.TryOpen("held.dat"), 4012);
+    aOther.reset();
     ExpectFile(".\\kvr2\\7\\held.dat", "theirs");
     EXPECT_EQ(aRecording.TryOpen("held.dat"), 0);
 }

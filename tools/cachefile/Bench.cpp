@@ -6,8 +6,9 @@
 #include <functional>
 
 #include "platform/CmCallerThread.h"
+#include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
-#include "tools/cachefile/Options.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/Player.h"
 #include "tools/cachefile/Recorder.h"
@@ -16,17 +17,9 @@
 
 namespace {
 
+std::uint64_t CountBytes(const tagBenchOptions& aOptions) { return aOptions.qwMebibytes << 20; }
+
 constexpr tagFileDescriber c_aStream{4, 4, 1004, 0};
-
-struct tagOptions {
-    std::uint64_t qwMebibytes = 64;
-    std::size_t nPiece = 4096;
-    int nRounds = 3;
-    std::string strDirectory;
-    bool bJson = false;
-
-    std::uint64_t Bytes() const { return qwMebibytes << 20; }
-};
 
 /// A directory for the time of the measurement.
 class CScratch {
@@ -63,7 +56,7 @@ struct tagMeasured {
 
 class CBench {
  public:
-    explicit CBench(const tagOptions& aOptions)
+    explicit CBench(const tagBenchOptions& aOptions)
         : m_options(aOptions),
           m_scratch(aOptions.strDirectory),
           m_vecPiece(aOptions.nPiece, 0x5A),
@@ -94,10 +87,9 @@ class CBench {
         {
             const Shutdown aShutdown;
             if (aRecorder.Open() == CACHE_OK) {
-                CThrottle aThrottle(aPlan, aRecorder);
                 ForEachPiece([&](std::uint64_t, std::size_t nLength) {
                     aRecorder.Write(m_vecPiece.data(), nLength);
-                    aThrottle.Add(nLength);
+                    HoldBack();
                 });
                 aRecorder.Close();
             }
@@ -143,21 +135,21 @@ class CBench {
 
     template <class Work>
     void ForEachPiece(Work aWork) {
-        for (std::uint64_t qwAt = 0; qwAt < m_options.Bytes(); qwAt += m_options.nPiece) {
+        for (std::uint64_t qwAt = 0; qwAt < CountBytes(m_options); qwAt += m_options.nPiece) {
             if (System::IsInterrupted()) throw Interrupted();
-            aWork(qwAt, static_cast<std::size_t>(
-                            std::min<std::uint64_t>(m_options.nPiece, m_options.Bytes() - qwAt)));
+            aWork(qwAt, static_cast<std::size_t>(std::min<std::uint64_t>(
+                            m_options.nPiece, CountBytes(m_options) - qwAt)));
         }
     }
 
-    const tagOptions& m_options;
+    const tagBenchOptions& m_options;
     const CScratch m_scratch;
     std::vector<unsigned char> m_vecPiece;
     std::vector<tagMeasured> m_vecMeasured;
 };
 
-double Rate(const tagOptions& aOptions, const tagMeasured& aMeasured) {
-    return static_cast<double>(aOptions.Bytes()) / 1e6 / std::max(aMeasured.dSeconds, 1e-9);
+double Rate(const tagBenchOptions& aOptions, const tagMeasured& aMeasured) {
+    return static_cast<double>(CountBytes(aOptions)) / 1e6 / std::max(aMeasured.dSeconds, 1e-9);
 }
 
 /// How the library's rate compares with that of stdio doing the same.
@@ -169,7 +161,7 @@ double Ratio(const tagMeasured& aMeasured, const std::vector<tagMeasured>& vecAl
     return 0;
 }
 
-void PrintText(const tagOptions& aOptions, const std::vector<tagMeasured>& vecAll) {
+void PrintText(const tagBenchOptions& aOptions, const std::vector<tagMeasured>& vecAll) {
     CTable aTable({{"WHAT", CTable::Left},
                    {"WITH", CTable::Left},
                    {"SECONDS", CTable::Right},
@@ -178,14 +170,14 @@ void PrintText(const tagOptions& aOptions, const std::vector<tagMeasured>& vecAl
     for (const tagMeasured& aMeasured : vecAll)
         aTable.Add({aMeasured.lpWhat, aMeasured.lpWith, Decimal(aMeasured.dSeconds, 3),
                     Decimal(Rate(aOptions, aMeasured), 0), Decimal(Ratio(aMeasured, vecAll), 2)});
-    Print(Grouped(aOptions.Bytes()) + " bytes in pieces of " + Grouped(aOptions.nPiece) +
+    Print(Grouped(CountBytes(aOptions)) + " bytes in pieces of " + Grouped(aOptions.nPiece) +
           ", best of " + std::to_string(aOptions.nRounds) + "; ratio: rate over that of stdio\n\n");
     aTable.Print();
 }
 
-void PrintJson(const tagOptions& aOptions, const std::vector<tagMeasured>& vecAll) {
+void PrintJson(const tagBenchOptions& aOptions, const std::vector<tagMeasured>& vecAll) {
     Json aDocument = NewDocument("bench");
-    aDocument["bytes"] = aOptions.Bytes();
+    aDocument["bytes"] = CountBytes(aOptions);
     aDocument["piece"] = aOptions.nPiece;
     aDocument["rounds"] = aOptions.nRounds;
     aDocument["results"] = Json::array();
@@ -198,7 +190,9 @@ void PrintJson(const tagOptions& aOptions, const std::vector<tagMeasured>& vecAl
     PrintDocument(aDocument);
 }
 
-int Bench(const tagOptions& aOptions) {
+}  // namespace
+
+int Bench(const tagBenchOptions& aOptions) {
     const CCmCallerThreadGuard aCallerThread;
     CBench aBench(aOptions);
     const std::vector<tagMeasured>& vecAll = aBench.Run();
@@ -207,32 +201,4 @@ int Bench(const tagOptions& aOptions) {
     else
         PrintText(aOptions, vecAll);
     return Exit_Done;
-}
-
-}  // namespace
-
-void AddBench(CLI::App& aTool, int& nExit) {
-    const auto pOptions = std::make_shared<tagOptions>();
-    CLI::App& aCommand = *aTool.add_subcommand(
-        "bench", "Append and read with the library and with plain stdio, side by side");
-    aCommand.add_option("--size", pOptions->qwMebibytes, "How much to write and read")
-        ->check(CLI::Range(1, 4095))
-        ->type_name("MIB")
-        ->option_text("MIB [64]");
-    aCommand.add_option("--piece", pOptions->nPiece, "Bytes at once")
-        ->check(CLI::Range(1, 16777216))
-        ->type_name("BYTES")
-        ->option_text("BYTES [4096]");
-    aCommand.add_option("--rounds", pOptions->nRounds, "Measure so often and take the best")
-        ->check(CLI::Range(1, 1000))
-        ->type_name("N")
-        ->option_text("N [3]");
-    aCommand
-        .add_option("--dir", pOptions->strDirectory,
-                    "Where to write, instead of the system's "
-                    "place for temporary files")
-        ->type_name("DIR");
-    Options::AddJson(aCommand, pOptions->bJson);
-    Options::AddExample(aCommand, "cachefile bench --size 256");
-    aCommand.callback([pOptions, &nExit] { nExit = Bench(*pOptions); });
 }

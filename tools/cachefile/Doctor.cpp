@@ -1,16 +1,12 @@
+#include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Findings.h"
-#include "tools/cachefile/Options.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 
 namespace {
 
-struct tagOptions {
-    std::string strPath;
-    bool bJson = false;
-};
-
-void PrintJson(const tagOptions& aOptions, const std::vector<tagFinding>& vecFindings) {
+void PrintJson(const tagDoctorOptions& aOptions, const std::vector<tagFinding>& vecFindings) {
     Json aDocument = NewDocument("doctor");
     aDocument["path"] = aOptions.strPath;
     aDocument["findings"] = Json::array();
@@ -22,7 +18,7 @@ void PrintJson(const tagOptions& aOptions, const std::vector<tagFinding>& vecFin
     PrintDocument(aDocument);
 }
 
-void PrintText(const tagOptions& aOptions, const std::vector<tagFinding>& vecFindings) {
+void PrintText(const tagDoctorOptions& aOptions, const std::vector<tagFinding>& vecFindings) {
     for (const tagFinding& aFinding : vecFindings) {
         const Style aStyle = aFinding.aSeverity == Severity::Error ? Style::Red : Style::Yellow;
         Print(Paint(SeverityName(aFinding.aSeverity), aStyle) + " " + aFinding.lpCode + " " +
@@ -31,7 +27,9 @@ void PrintText(const tagOptions& aOptions, const std::vector<tagFinding>& vecFin
     if (vecFindings.empty()) Warn(Printable(aOptions.strPath) + ": nothing found");
 }
 
-int Doctor(const tagOptions& aOptions) {
+}  // namespace
+
+int Doctor(const tagDoctorOptions& aOptions) {
     const tagRecording aRecording = LoadRecording(aOptions.strPath);
     if (!aRecording.IsContainer())
         throw CFailure(Printable(aOptions.strPath) +
@@ -43,15 +41,4 @@ int Doctor(const tagOptions& aOptions) {
         PrintText(aOptions, vecFindings);
     FinishOutput();
     return vecFindings.empty() ? Exit_Done : Exit_Damage;
-}
-
-}  // namespace
-
-void AddDoctor(CLI::App& aTool, int& nExit) {
-    const auto pOptions = std::make_shared<tagOptions>();
-    CLI::App& aCommand = *aTool.add_subcommand("doctor", "Tell what is wrong with a container");
-    Options::AddPath(aCommand, pOptions->strPath, "A container");
-    Options::AddJson(aCommand, pOptions->bJson);
-    Options::AddExample(aCommand, "cachefile doctor damaged.container");
-    aCommand.callback([pOptions, &nExit] { nExit = Doctor(*pOptions); });
 }

@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Findings.h"
-#include "tools/cachefile/Options.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Streams.h"
@@ -13,14 +13,6 @@ namespace {
 
 constexpr std::uint64_t c_qwBlock = 262144;
 
-struct tagOptions {
-    std::string strPath;
-    std::string strDirectory;
-    std::vector<std::string> vecStreams;
-    bool bForce = false;
-    ProgressMode aProgress = ProgressMode::Auto;
-};
-
 using Selection = std::vector<const tagStream*>;
 
 /// Nothing of a stream can be had if the file ends before it begins.
@@ -28,7 +20,7 @@ bool IsThere(const tagStream& aStream, const tagRecording& aRecording) {
     return aStream.qwPresent > 0 || aStream.qwOffset <= aRecording.qwSize;
 }
 
-Selection SelectNamed(const tagOptions& aOptions, const tagRecording& aRecording) {
+Selection SelectNamed(const tagExtractOptions& aOptions, const tagRecording& aRecording) {
     Selection vecSelected;
     for (const std::string& strName : aOptions.vecStreams) {
         const tagStream* const pStream = aRecording.Find(RequireStream(strName));
@@ -58,14 +50,15 @@ Selection SelectAll(const tagRecording& aRecording) {
 
 class CExtraction {
  public:
-    CExtraction(const tagOptions& aOptions, const tagRecording& aRecording, Selection vecSelected)
+    CExtraction(const tagExtractOptions& aOptions, const tagRecording& aRecording,
+                Selection vecSelected)
         : m_options(aOptions),
           m_recording(aRecording),
           m_vecSelected(std::move(vecSelected)),
           m_directory(System::NativePath(aOptions.strDirectory)),
           m_progress(aOptions.aProgress, "extract", CountBytes()) {}
 
-    /// How many bytes are missing or lost.
+    /// Tells whether something is missing.
     bool Run() {
         Prepare();
         for (const tagStream* pStream : m_vecSelected)
@@ -110,7 +103,7 @@ class CExtraction {
     void Extract(const tagStream& aStream);
     std::uint64_t Copy(const tagStream& aStream, COutputFile& aFile);
 
-    const tagOptions& m_options;
+    const tagExtractOptions& m_options;
     const tagRecording& m_recording;
     const Selection m_vecSelected;
     const std::filesystem::path m_directory;
@@ -155,7 +148,9 @@ std::uint64_t CExtraction::Copy(const tagStream& aStream, COutputFile& aFile) {
     return qwCopied;
 }
 
-int Extract(const tagOptions& aOptions) {
+}  // namespace
+
+int Extract(const tagExtractOptions& aOptions) {
     const tagRecording aRecording = RequireContainer(aOptions.strPath);
     Selection vecSelected =
         aOptions.vecStreams.empty() ? SelectAll(aRecording) : SelectNamed(aOptions, aRecording);
@@ -168,23 +163,4 @@ int Extract(const tagOptions& aOptions) {
     FinishOutput();
     const int nExit = ReportDamage(aRecording);
     return bMissing ? Exit_Damage : nExit;
-}
-
-}  // namespace
-
-void AddExtract(CLI::App& aTool, int& nExit) {
-    const auto pOptions = std::make_shared<tagOptions>();
-    CLI::App& aCommand = *aTool.add_subcommand(
-        "extract", "Write the streams of a container into files, also of a damaged one");
-    Options::AddPath(aCommand, pOptions->strPath, "A container");
-    aCommand.add_option("-o,--output", pOptions->strDirectory, "The directory for the files")
-        ->required()
-        ->type_name("DIR");
-    Options::AddEach(aCommand, "--stream", pOptions->vecStreams,
-                     "Only this stream, as TYPE:ID:KIND; may be repeated")
-        ->type_name("STREAM");
-    Options::AddForce(aCommand, pOptions->bForce);
-    Options::AddProgress(aCommand, pOptions->aProgress);
-    Options::AddExample(aCommand, "cachefile extract talk.container -o talk");
-    aCommand.callback([pOptions, &nExit] { nExit = Extract(*pOptions); });
 }

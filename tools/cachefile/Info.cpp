@@ -1,13 +1,10 @@
+#include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Findings.h"
-#include "tools/cachefile/Options.h"
+#include "tools/cachefile/JsonDocument.h"
+#include "tools/cachefile/Output.h"
 #include "tools/cachefile/StreamTable.h"
 
 namespace {
-
-struct tagOptions {
-    std::string strPath;
-    bool bJson = false;
-};
 
 std::size_t CountReachable(const tagRecording& aRecording) {
     std::size_t nCount = 0;
@@ -72,7 +69,9 @@ void PrintText(const tagRecording& aRecording) {
     PrintStreams(aRecording);
 }
 
-int Info(const tagOptions& aOptions) {
+}  // namespace
+
+int Info(const tagInfoOptions& aOptions) {
     const tagRecording aRecording = RequireRecording(aOptions.strPath);
     if (aOptions.bJson)
         PrintDocument(ToJson(aRecording));
@@ -80,16 +79,4 @@ int Info(const tagOptions& aOptions) {
         PrintText(aRecording);
     FinishOutput();
     return ReportDamage(aRecording);
-}
-
-}  // namespace
-
-void AddInfo(CLI::App& aTool, int& nExit) {
-    const auto pOptions = std::make_shared<tagOptions>();
-    CLI::App& aCommand =
-        *aTool.add_subcommand("info", "Show what a recording is and what it holds");
-    Options::AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
-    Options::AddJson(aCommand, pOptions->bJson);
-    Options::AddExample(aCommand, "cachefile info kvr2/7");
-    aCommand.callback([pOptions, &nExit] { nExit = Info(*pOptions); });
 }

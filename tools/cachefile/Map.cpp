@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Findings.h"
 #include "tools/cachefile/Layout.h"
-#include "tools/cachefile/Options.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/System.h"
@@ -12,12 +12,6 @@
 namespace {
 
 constexpr std::size_t c_nMostLines = 60;
-
-struct tagOptions {
-    std::string strPath;
-    std::string strOutput;
-    bool bForce = false;
-};
 
 /// How a kind of region looks: its letter and style on the terminal, its colour in a drawing.
 /// Streams that follow one another differ a little.
@@ -147,7 +141,9 @@ std::string DrawSvg(const tagRecording& aRecording, const std::vector<tagRegion>
     return strSvg + "</svg>\n";
 }
 
-int Map(const tagOptions& aOptions) {
+}  // namespace
+
+int Map(const tagMapOptions& aOptions) {
     const tagRecording aRecording = RequireContainer(aOptions.strPath);
     const std::vector<tagRegion> vecRegions = LayOutRegions(aRecording);
     if (aOptions.strOutput.empty()) {
@@ -160,18 +156,4 @@ int Map(const tagOptions& aOptions) {
     }
     FinishOutput();
     return ReportDamage(aRecording);
-}
-
-}  // namespace
-
-void AddMap(CLI::App& aTool, int& nExit) {
-    const auto pOptions = std::make_shared<tagOptions>();
-    CLI::App& aCommand = *aTool.add_subcommand(
-        "map", "Draw what lies where in a container, on the terminal or as SVG");
-    Options::AddPath(aCommand, pOptions->strPath, "A container");
-    aCommand.add_option("-o,--output", pOptions->strOutput, "Draw into this SVG file instead")
-        ->type_name("FILE.svg");
-    Options::AddForce(aCommand, pOptions->bForce);
-    Options::AddExample(aCommand, "cachefile map talk.container -o talk.svg");
-    aCommand.callback([pOptions, &nExit] { nExit = Map(*pOptions); });
 }

@@ -136,8 +136,3 @@ std::size_t CTable::AppendRow(std::string& strTo, std::size_t nFirst, std::size_
     strTo += '\n';
     return nFrom;
 }
-
-void PrintDocument(const Json& aDocument) {
-    // Names of files may hold bytes that are no text.
-    Print(aDocument.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
-}

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -74,13 +73,3 @@ class CTable {
     std::string m_strText;
     std::vector<tagPlaced> m_vecCells;
 };
-
-using Json = nlohmann::ordered_json;
-
-/// The beginning of the one document that a command writes with --json. Names of fields keep their
-/// meaning as long as the version stays; further fields may come.
-inline Json NewDocument(const std::string& strCommand) {
-    return {{"schema", "cachefile." + strCommand}, {"version", 1}};
-}
-
-void PrintDocument(const Json& aDocument);

@@ -1,8 +1,8 @@
 #include <map>
 
 #include "download/ContainerFormat.h"
+#include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
-#include "tools/cachefile/Options.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Packing.h"
@@ -11,17 +11,6 @@
 #include "tools/cachefile/System.h"
 
 namespace {
-
-struct tagOptions {
-    std::vector<std::string> vecDirectories;
-    std::string strOutput;
-    CmUint32 dwIndexType = Index_Packed;
-    std::optional<CmUint32> dwFileVersion;
-    std::optional<CmUint32> dwCBTimeStamp;
-    bool bVerify = false;
-    bool bForce = false;
-    ProgressMode aProgress = ProgressMode::Auto;
-};
 
 /// Why a record file can't be packed is told here, where its name is known.
 void RequirePackable(const tagStream& aStream, const std::string& strDirectory) {
@@ -33,7 +22,7 @@ void RequirePackable(const tagStream& aStream, const std::string& strDirectory) 
 }
 
 /// One after the other, so that the streams of a directory stand together.
-tagPacking Collect(const tagOptions& aOptions) {
+tagPacking Collect(const tagPackOptions& aOptions) {
     tagPacking aPacking;
     std::map<std::string, std::string> mapSeen;
     tagPackHeader aHeader{0, 0};
@@ -61,7 +50,7 @@ tagPacking Collect(const tagOptions& aOptions) {
     return aPacking;
 }
 
-void RequireSafeOutput(const tagOptions& aOptions, const tagPacking& aPacking) {
+void RequireSafeOutput(const tagPackOptions& aOptions, const tagPacking& aPacking) {
     const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
     RequireFree(aOutput, aOptions.bForce);
     std::error_code aError;
@@ -82,7 +71,9 @@ struct Temporary {
     const std::filesystem::path aPath;
 };
 
-int Pack(const tagOptions& aOptions) {
+}  // namespace
+
+int Pack(const tagPackOptions& aOptions) {
     const tagPacking aPacking = Collect(aOptions);
     RequireSafeOutput(aOptions, aPacking);
     const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
@@ -95,36 +86,4 @@ int Pack(const tagOptions& aOptions) {
           (aOptions.bVerify ? ", read back and compared" : "") + ": " +
           Printable(aOptions.strOutput) + "\n");
     return Exit_Done;
-}
-
-}  // namespace
-
-void AddPack(CLI::App& aTool, int& nExit) {
-    const auto pOptions = std::make_shared<tagOptions>();
-    CLI::App& aCommand =
-        *aTool.add_subcommand("pack", "Make a container of the record files of directories");
-    aCommand.add_option("DIR", pOptions->vecDirectories, "Recording directories")
-        ->required()
-        ->type_name("");
-    aCommand.add_option("-o,--output", pOptions->strOutput, "The container to be made")
-        ->required()
-        ->type_name("FILE");
-    aCommand.add_option("--index", pOptions->dwIndexType, "Index type: 0 packed, 1 chained")
-        ->check(CLI::IsMember(std::vector<CmUint32>{Index_Packed, Index_Chained}))
-        ->type_name("0|1")
-        ->option_text("0|1");
-    aCommand
-        .add_option("--version", pOptions->dwFileVersion,
-                    "Set the file version in the conf stream's header")
-        ->type_name("N");
-    aCommand
-        .add_option("--timestamp", pOptions->dwCBTimeStamp,
-                    "Set the CB time stamp in the conf stream's header")
-        ->type_name("N");
-    aCommand.add_flag("--verify", pOptions->bVerify,
-                      "Read the container back and compare before it gets its name");
-    Options::AddForce(aCommand, pOptions->bForce);
-    Options::AddProgress(aCommand, pOptions->aProgress);
-    Options::AddExample(aCommand, "cachefile pack kvr2/7 -o talk.container --verify");
-    aCommand.callback([pOptions, &nExit] { nExit = Pack(*pOptions); });
 }

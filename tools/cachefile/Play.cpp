@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <optional>
 
+#include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Findings.h"
-#include "tools/cachefile/Options.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/Player.h"
 #include "tools/cachefile/Streams.h"
@@ -13,21 +13,16 @@ namespace {
 
 constexpr CmUint32 c_dwBlock = 262144;
 
-struct tagOptions {
-    std::string strPath;
-    std::string strStream;
-    std::uint64_t qwOffset = 0;
-    std::optional<std::uint64_t> qwLength;
-};
-
 /// Where the wanted part of the stream ends.
-std::uint64_t FindEnd(const tagOptions& aOptions, const tagStream& aStream) {
+std::uint64_t FindEnd(const tagPlayOptions& aOptions, const tagStream& aStream) {
     const std::uint64_t qwEnd = aStream.qwPresent;
     if (!aOptions.qwLength || aOptions.qwOffset >= qwEnd) return qwEnd;
     return aOptions.qwOffset + std::min(*aOptions.qwLength, qwEnd - aOptions.qwOffset);
 }
 
-int Play(const tagOptions& aOptions) {
+}  // namespace
+
+int Play(const tagPlayOptions& aOptions) {
     const tagFileDescriber aWanted = RequireStream(aOptions.strStream);
     const tagRecording aRecording = RequireRecording(aOptions.strPath);
     const tagStream* const pStream = aRecording.Find(aWanted);
@@ -46,22 +41,4 @@ int Play(const tagOptions& aOptions) {
     }
     FinishOutput();
     return ReportDamage(aRecording);
-}
-
-}  // namespace
-
-void AddPlay(CLI::App& aTool, int& nExit) {
-    const auto pOptions = std::make_shared<tagOptions>();
-    CLI::App& aCommand =
-        *aTool.add_subcommand("play", "Write the bytes of a stream to standard output");
-    Options::AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
-    aCommand.add_option("--stream", pOptions->strStream, "The stream, as TYPE:ID:KIND")
-        ->required()
-        ->type_name("STREAM");
-    aCommand.add_option("--offset", pOptions->qwOffset, "Begin so many bytes into the stream")
-        ->type_name("BYTES");
-    aCommand.add_option("--length", pOptions->qwLength, "Stop after so many bytes")
-        ->type_name("BYTES");
-    Options::AddExample(aCommand, "cachefile play kvr2/7 --stream 4:7004:4 > voice.raw");
-    aCommand.callback([pOptions, &nExit] { nExit = Play(*pOptions); });
 }

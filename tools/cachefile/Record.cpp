@@ -4,8 +4,9 @@
 #include <set>
 
 #include "platform/CmCallerThread.h"
+#include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
-#include "tools/cachefile/Options.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Recorder.h"
@@ -13,15 +14,6 @@
 #include "tools/cachefile/System.h"
 
 namespace {
-
-struct tagOptions {
-    tagPlan aPlan{0, "kvr2", false};
-    std::vector<std::string> vecStreams;
-    std::size_t nPiece = 32768;
-    bool bForce = false;
-    bool bJson = false;
-    ProgressMode aProgress = ProgressMode::Auto;
-};
 
 /// What one stream is made of, and how far it is.
 struct tagSource {
@@ -45,7 +37,7 @@ std::string NameOf(const tagSource& aSource) {
     return StreamName(aSource.aRecorder.GetDescriber());
 }
 
-Sources MakeSources(const tagOptions& aOptions) {
+Sources MakeSources(const tagRecordOptions& aOptions) {
     Sources vecSources;
     std::set<std::string> setNames, setInputs;
     for (const std::string& strStream : aOptions.vecStreams) {
@@ -64,7 +56,7 @@ Sources MakeSources(const tagOptions& aOptions) {
 }
 
 /// Opens the inputs and sees that none of them, and nothing else, would be written over.
-void OpenInputs(const tagOptions& aOptions, const Sources& vecSources) {
+void OpenInputs(const tagRecordOptions& aOptions, const Sources& vecSources) {
     for (const auto& pSource : vecSources)
         if (!pSource->aInput.Open(pSource->strPath))
             throw CFailure("cannot open " + Printable(pSource->strPath) + ": " +
@@ -95,10 +87,9 @@ std::uint64_t CountInput(const Sources& vecSources) {
 /// Takes input and hands it to the recorders until all of it has ended.
 class CLoop {
  public:
-    CLoop(const tagOptions& aOptions, Sources& vecSources)
+    CLoop(const tagRecordOptions& aOptions, Sources& vecSources)
         : m_options(aOptions),
           m_vecSources(vecSources),
-          m_throttle(aOptions.aPlan, vecSources.front()->aRecorder),
           m_vecPiece(aOptions.nPiece),
           m_progress(aOptions.aProgress, "record", CountInput(vecSources)) {
         if (!aOptions.aPlan.bSync) CCmCallerThread::GetWakeDescriptor(m_nWake);
@@ -132,7 +123,7 @@ class CLoop {
         if (nRead > 0) {
             const auto nLength = static_cast<std::size_t>(nRead);
             aSource.aRecorder.Write(m_vecPiece.data(), nLength);
-            m_throttle.Add(nLength);
+            HoldBack();
             m_progress.Show(m_qwDone += nLength);
             return;
         }
@@ -143,9 +134,8 @@ class CLoop {
         aSource.End();
     }
 
-    const tagOptions& m_options;
+    const tagRecordOptions& m_options;
     Sources& m_vecSources;
-    CThrottle m_throttle;
     std::vector<unsigned char> m_vecPiece;
     CProgress m_progress;
     std::uint64_t m_qwDone = 0;
@@ -179,7 +169,8 @@ void PrintText(const Sources& vecSources, const tagOutcome& aOutcome) {
     aTable.Print();
 }
 
-void PrintJson(const tagOptions& aOptions, const Sources& vecSources, const tagOutcome& aOutcome) {
+void PrintJson(const tagRecordOptions& aOptions, const Sources& vecSources,
+               const tagOutcome& aOutcome) {
     Json aDocument = NewDocument("record");
     aDocument["record_id"] = aOptions.aPlan.dwRecordID;
     aDocument["directory"] = aOptions.aPlan.Directory();
@@ -217,7 +208,7 @@ int Judge(const Sources& vecSources, const tagOutcome& aOutcome) {
 }
 
 /// When it returns, everything that was accepted lies in the files.
-void RecordAll(const tagOptions& aOptions, Sources& vecSources) {
+void RecordAll(const tagRecordOptions& aOptions, Sources& vecSources) {
     const Shutdown aShutdown;
     for (const auto& pSource : vecSources) {
         const CmInt32 lResult = pSource->aRecorder.Open();
@@ -229,7 +220,9 @@ void RecordAll(const tagOptions& aOptions, Sources& vecSources) {
     for (const auto& pSource : vecSources) pSource->aRecorder.Close();
 }
 
-int Record(const tagOptions& aOptions) {
+}  // namespace
+
+int Record(const tagRecordOptions& aOptions) {
     const CCmCallerThreadGuard aCallerThread;
     Sources vecSources = MakeSources(aOptions);
     OpenInputs(aOptions, vecSources);
@@ -245,33 +238,4 @@ int Record(const tagOptions& aOptions) {
     else
         PrintText(vecSources, aOutcome);
     return nExit;
-}
-
-}  // namespace
-
-void AddRecord(CLI::App& aTool, int& nExit) {
-    const auto pOptions = std::make_shared<tagOptions>();
-    CLI::App& aCommand = *aTool.add_subcommand(
-        "record", "Record streams from files, pipes or standard input, until they end");
-    aCommand.add_option("ID", pOptions->aPlan.dwRecordID, "The number of the recording")
-        ->required()
-        ->type_name("");
-    Options::AddEach(aCommand, "--stream", pOptions->vecStreams,
-                     "A stream, as TYPE:ID:KIND=FILE, where FILE - is standard input; may be "
-                     "repeated")
-        ->required()
-        ->type_name("STREAM=FILE");
-    aCommand.add_option("--home", pOptions->aPlan.strHome, "Where recordings lie")
-        ->type_name("DIR")
-        ->capture_default_str();
-    aCommand.add_option("--piece", pOptions->nPiece, "Most bytes handed over at once")
-        ->check(CLI::Range(1, 16777216))
-        ->type_name("BYTES")
-        ->option_text("BYTES [32768]");
-    aCommand.add_flag("--sync", pOptions->aPlan.bSync, "Write inside each call, without a worker");
-    Options::AddForce(aCommand, pOptions->bForce);
-    Options::AddJson(aCommand, pOptions->bJson);
-    Options::AddProgress(aCommand, pOptions->aProgress);
-    Options::AddExample(aCommand, "microphone | cachefile record 7 --stream 4:7004:4=-");
-    aCommand.callback([pOptions, &nExit] { nExit = Record(*pOptions); });
 }

@@ -10,7 +10,8 @@
 namespace {
 
 constexpr CmUint32 c_dwTickMilliseconds = 50;
-constexpr std::size_t c_nMostWaiting = 8 << 20;
+constexpr CmUint32 c_dwPauseMilliseconds = 2;
+constexpr std::uint64_t c_qwMostPending = 8 << 20;
 
 }  // namespace
 
@@ -77,21 +78,7 @@ void CRecorder::Note(CmInt32 lResult) {
     if (m_lFailure == CACHE_OK) m_lFailure = lResult;
 }
 
-CThrottle::CThrottle(const tagPlan& aPlan, const CRecorder& aRecorder)
-    : m_describer(aRecorder.GetDescriber()) {
-    if (aPlan.bSync) return;
-    m_pHandler.reset(CCacheFileManager::Instance().CreatePlayFileHandler(aPlan.dwRecordID, 0, 1));
-    if (!m_pHandler || m_pHandler->Initialize(nullptr) != CACHE_OK ||
-        m_pHandler->OpenRecordFile(StreamFileName(m_describer), m_describer, 0) != CACHE_OK)
-        throw CFailure("cannot look into the record file that is being made");
-}
-
-void CThrottle::Add(std::size_t nBytes) {
-    m_nWaiting += nBytes;
-    if (!m_pHandler || m_nWaiting < c_nMostWaiting) return;
-    m_nWaiting = 0;
-    unsigned char byAny = 0;
-    CmUint32 dwLength = 1;
-    // Whatever it reads, or whether it fails: what was queued before is done.
-    m_pHandler->SyncReadData(RequestFor(m_describer), &byAny, 0, dwLength);
+void HoldBack() {
+    while (CCacheFileManager::GetPendingBytes() > c_qwMostPending)
+        CCmCallerThread::WaitAndRun(c_dwPauseMilliseconds);
 }

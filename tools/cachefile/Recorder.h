@@ -5,7 +5,6 @@
 #include <string>
 
 #include "core/FileOpSink.h"
-#include "player/PlayFileHandler.h"
 #include "writer/WriteFileHandler.h"
 
 /// Ends asynchronous mode when it goes.
@@ -73,23 +72,6 @@ class CRecorder : private IFileOpSink {
     std::unique_ptr<CWriteFileHandler, Destroyer> m_pHandler;
 };
 
-/// Keeps what waits for the worker from growing without end when the bytes come faster than the
-/// disk takes them: now and then it waits until the worker has caught up. It does so by a read,
-/// which the worker answers after everything that was queued before.
-class CThrottle {
- public:
-    /// Uses the record file of an open recorder. Does nothing in synchronous mode.
-    CThrottle(const tagPlan& aPlan, const CRecorder& aRecorder);
-
-    /// Tells it of bytes that were handed over; may wait.
-    void Add(std::size_t nBytes);
-
- private:
-    struct Destroyer {
-        void operator()(CPlayFileHandler* pHandler) const { pHandler->Destroy(); }
-    };
-
-    const tagFileDescriber m_describer;
-    std::size_t m_nWaiting = 0;
-    std::unique_ptr<CPlayFileHandler, Destroyer> m_pHandler;  // null in synchronous mode
-};
+/// Keeps memory small when the bytes come faster than the disk takes them: waits while the worker
+/// has many to write. Does nothing in synchronous mode, where none are pending.
+void HoldBack();

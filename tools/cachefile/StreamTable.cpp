@@ -1,5 +1,7 @@
 #include "tools/cachefile/StreamTable.h"
 
+#include "tools/cachefile/Output.h"
+
 namespace {
 
 std::string Hex(std::uint16_t wTag) {
@@ -18,19 +20,23 @@ std::pair<std::string, Style> State(const tagStream& aStream) {
     return {"reachable", Style::Green};
 }
 
+/// Built in place, since there may be many: a list in braces would be copied.
 Json ToJson(const tagStream& aStream, std::size_t nNumber, bool bContainer) {
-    Json aJson = {{"number", nNumber},
-                  {"stream", aStream.bKnown ? Json(aStream.Name()) : Json(nullptr)},
-                  {"tag", Known(aStream.wTag)},
-                  {"tag_hex", aStream.wTag ? Json(Hex(*aStream.wTag)) : Json(nullptr)},
-                  {"extra", aStream.dwExtraInfo},
-                  {"offset", bContainer ? Json(aStream.qwOffset) : Json(nullptr)},
-                  {"extent", aStream.qwExtent},
-                  {"extent_derived", bContainer},
-                  {"present", aStream.qwPresent},
-                  {"reachable", aStream.bKnown && aStream.nHiddenBy == 0},
-                  {"hidden_by", aStream.nHiddenBy ? Json(aStream.nHiddenBy) : Json(nullptr)}};
-    if (bContainer) aJson["entry_offset"] = aStream.qwEntryOffset;
+    Json aJson = Json::object();
+    auto& aFields = aJson.get_ref<Json::object_t&>();
+    aFields.reserve(12);
+    aFields.emplace_back("number", nNumber);
+    aFields.emplace_back("stream", aStream.bKnown ? Json(aStream.Name()) : Json(nullptr));
+    aFields.emplace_back("tag", Known(aStream.wTag));
+    aFields.emplace_back("tag_hex", aStream.wTag ? Json(Hex(*aStream.wTag)) : Json(nullptr));
+    aFields.emplace_back("extra", aStream.dwExtraInfo);
+    aFields.emplace_back("offset", bContainer ? Json(aStream.qwOffset) : Json(nullptr));
+    aFields.emplace_back("extent", aStream.qwExtent);
+    aFields.emplace_back("extent_derived", bContainer);
+    aFields.emplace_back("present", aStream.qwPresent);
+    aFields.emplace_back("reachable", aStream.bKnown && aStream.nHiddenBy == 0);
+    aFields.emplace_back("hidden_by", aStream.nHiddenBy ? Json(aStream.nHiddenBy) : Json(nullptr));
+    if (bContainer) aFields.emplace_back("entry_offset", aStream.qwEntryOffset);
     return aJson;
 }
 

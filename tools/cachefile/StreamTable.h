@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/cachefile/Output.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Recording.h"
 
 /// The streams of a recording, one a line.

@@ -34,6 +34,10 @@ namespace System {
 
 void Prepare() {
     for (std::FILE* const pStream : {stdin, stdout}) ::_setmode(::_fileno(pStream), _O_BINARY);
+    // A console takes what the process writes for its own encoding; it gets that back at the end.
+    static const UINT s_nConsole = ::GetConsoleOutputCP();
+    ::SetConsoleOutputCP(::GetACP());
+    std::atexit([] { ::SetConsoleOutputCP(s_nConsole); });
     ::SetConsoleCtrlHandler(OnInterrupt, TRUE);
 }
 

@@ -10,10 +10,9 @@
 
 namespace {
 
-/// The library queues without a limit, so a host that reads faster than the disk writes holds
-/// itself back: this much may be under way, besides what each file gathers.
+/// The library queues without a limit of its own, so a host that reads faster than the disk writes
+/// holds itself back: this much may be under way.
 constexpr std::uint64_t c_qwMostPending = 8 * 1024 * 1024;
-constexpr std::uint64_t c_qwGathered = 32768;
 constexpr CmUint32 c_dwWaitMilliseconds = 2;
 
 const char* OperationName(CCacheFileManager::OpType aOpType) {
@@ -86,15 +85,6 @@ void CStreamRecorder::Close() {
     m_recorded.dSeconds = m_time.GetSeconds();
 }
 
-std::uint64_t CStreamRecorder::GetPending() {
-    // A write has reached the system when it is done, so the file's length tells how far it is.
-    if (!m_written.is_open()) m_written.open(m_strPath, std::ios::binary);
-    m_written.clear();
-    const std::streamoff nLength = m_written.seekg(0, std::ios::end).tellg();
-    if (nLength < 0) throw CDemoError(m_strPath + ": its length can't be found out");
-    return m_recorded.qwBytes - std::min(m_recorded.qwBytes, static_cast<std::uint64_t>(nLength));
-}
-
 void CStreamRecorder::ThrowFailure() const {
     if (!m_strFailure.empty()) throw CDemoError(m_strFailure);
 }
@@ -131,7 +121,7 @@ void CRecorder::Record(CProgress& aProgress) {
     while (StepAll()) {
         RunCallbacks(0);
         HoldBack();
-        aProgress.Show(GetGiven() - GetPending());
+        aProgress.Show(GetGiven() - CCacheFileManager::GetPendingBytes());
     }
     // The shutdown runs the callbacks too: afterwards nothing is under way any more.
     Check("shut down", CacheFileShutdown());
@@ -156,8 +146,8 @@ bool CRecorder::StepAll() {
 
 /// Waits while too much is under way, so that memory stays small however large the sources are.
 void CRecorder::HoldBack() {
-    const std::uint64_t qwMost = c_qwMostPending + m_vecStreams.size() * c_qwGathered;
-    while (GetPending() > qwMost) RunCallbacks(c_dwWaitMilliseconds);
+    while (CCacheFileManager::GetPendingBytes() > c_qwMostPending)
+        RunCallbacks(c_dwWaitMilliseconds);
 }
 
 void CRecorder::RunCallbacks(CmUint32 dwMilliseconds) {
@@ -167,12 +157,6 @@ void CRecorder::RunCallbacks(CmUint32 dwMilliseconds) {
 
 void CRecorder::ThrowFailure() const {
     for (const auto& pStream : m_vecStreams) pStream->ThrowFailure();
-}
-
-std::uint64_t CRecorder::GetPending() {
-    std::uint64_t qwPending = 0;
-    for (const auto& pStream : m_vecStreams) qwPending += pStream->GetPending();
-    return qwPending;
 }
 
 std::uint64_t CRecorder::GetGiven() const {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -37,14 +36,11 @@ class CStreamRecorder final : public IFileOpSink {
 
     void Open();
 
-    /// Whether the open has been reported. From then on GetPending answers.
+    /// Whether the open has been reported.
     bool IsOpenReported() const { return m_bOpenReported; }
 
     /// Writes the next piece, or closes the file behind the last one; false once it is closed.
     bool Step();
-
-    /// How many bytes the library was given and the file doesn't hold yet.
-    std::uint64_t GetPending();
 
     /// Throws what the worker has reported, if it was a failure.
     void ThrowFailure() const;
@@ -71,7 +67,6 @@ class CStreamRecorder final : public IFileOpSink {
     bool m_bOpenReported = false;
     std::string m_strFailure;
     std::string m_strPiece;
-    std::ifstream m_written;
     CStopwatch m_time;
     tagRecorded m_recorded;
 };
@@ -94,7 +89,6 @@ class CRecorder {
     void HoldBack();
     void RunCallbacks(CmUint32 dwMilliseconds);
     void ThrowFailure() const;
-    std::uint64_t GetPending();
     std::uint64_t GetGiven() const;
 
     std::vector<std::unique_ptr<CStreamRecorder>> m_vecStreams;

@@ -1,0 +1,128 @@
+#include "tests/faults/Faults.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <thread>
+
+namespace {
+
+constexpr int c_nNever = -1;
+
+// Set while no worker runs.
+std::atomic<Faults::Call> s_aCall{};
+std::atomic<int> s_nNth{c_nNever};
+std::atomic<bool> s_bForEver{false};
+std::atomic<int> s_nErrno{0};
+std::atomic<std::chrono::milliseconds> s_aWriteDelay{};
+
+std::atomic<int> s_nCalls{0};
+std::atomic<int> s_nFailures{0};
+
+/// Whether this call fails, with errno set then.
+bool Fails(Faults::Call aCall) {
+    if (s_nNth == c_nNever || aCall != s_aCall) return false;
+    const int nCall = ++s_nCalls;
+    if (nCall != s_nNth && !(s_bForEver && nCall > s_nNth)) return false;
+    ++s_nFailures;
+    errno = s_nErrno;
+    return true;
+}
+
+/// Half of a transfer of so many bytes; whole words, which the tests' files are made of.
+std::size_t HalfOf(std::size_t nBytes) { return nBytes / 2 & ~std::size_t{3}; }
+
+}  // namespace
+
+namespace Faults {
+
+const char* NameOf(Call aCall) {
+    static const char* const s_aNames[] = {
+#define FAULT_NAME(name, failure) #name,
+        FAULT_CALLS(FAULT_NAME)
+#undef FAULT_NAME
+    };
+    return s_aNames[aCall];
+}
+
+void Arm(Call aCall, int nNth, bool bForEver, int nErrno) {
+    s_aCall = aCall;
+    s_bForEver = bForEver;
+    s_nErrno = nErrno;
+    s_nCalls = s_nFailures = 0;
+    s_nNth = nNth;
+}
+
+int Disarm() {
+    s_nNth = c_nNever;
+    return s_nFailures;
+}
+
+void SetWriteDelay(std::chrono::milliseconds aDelay) { s_aWriteDelay = aDelay; }
+
+}  // namespace Faults
+
+// The linker calls __wrap_NAME for NAME, and NAME for __real_NAME.
+#define FAULT_WRAP(type, name, parameters, failure, arguments) \
+    type __real_##name parameters;                             \
+    type __wrap_##name parameters {                            \
+        if (Fails(Faults::Call_##name)) return failure;        \
+        return __real_##name arguments;                        \
+    }
+
+extern "C" {
+
+FAULT_WRAP(int, fstat, (int nFile, struct stat* p), -1, (nFile, p))
+FAULT_WRAP(std::FILE*, fdopen, (int nFile, const char* lpMode), nullptr, (nFile, lpMode))
+FAULT_WRAP(int, access, (const char* lpPath, int nMode), -1, (lpPath, nMode))
+FAULT_WRAP(int, mkdir, (const char* lpPath, mode_t nMode), -1, (lpPath, nMode))
+FAULT_WRAP(int, fseeko, (std::FILE * p, off_t nTo, int nFrom), -1, (p, nTo, nFrom))
+FAULT_WRAP(off_t, ftello, (std::FILE * p), -1, (p))
+FAULT_WRAP(int, rename, (const char* lpFrom, const char* lpTo), -1, (lpFrom, lpTo))
+
+int __wrap_fsync(int) { return Fails(Faults::Call_fsync) ? -1 : 0; }  // no test needs the disk
+
+int __real_open(const char* lpPath, int nFlags, ...);
+int __wrap_open(const char* lpPath, int nFlags, ...) {
+    std::va_list aArguments;
+    va_start(aArguments, nFlags);
+    const mode_t nMode = nFlags & O_CREAT ? va_arg(aArguments, mode_t) : 0;
+    va_end(aArguments);
+    return Fails(Faults::Call_open) ? -1 : __real_open(lpPath, nFlags, nMode);
+}
+
+std::size_t __real_fwrite(const void* lp, std::size_t nSize, std::size_t nCount, std::FILE* p);
+std::size_t __wrap_fwrite(const void* lp, std::size_t nSize, std::size_t nCount, std::FILE* p) {
+    std::this_thread::sleep_for(s_aWriteDelay.load());
+    if (!Fails(Faults::Call_fwrite)) return __real_fwrite(lp, nSize, nCount, p);
+    const std::size_t nDone = __real_fwrite(lp, nSize, HalfOf(nCount), p);
+    errno = s_nErrno;
+    return nDone;
+}
+
+std::size_t __real_fread(void* lp, std::size_t nSize, std::size_t nCount, std::FILE* p);
+std::size_t __wrap_fread(void* lp, std::size_t nSize, std::size_t nCount, std::FILE* p) {
+    if (!Fails(Faults::Call_fread)) return __real_fread(lp, nSize, nCount, p);
+    const std::size_t nDone = __real_fread(lp, nSize, HalfOf(nCount), p);
+    std::clearerr(p);  // half a read doesn't meet the end
+    errno = s_nErrno;
+    return nDone;
+}
+
+int __real_fflush(std::FILE* p);
+int __wrap_fflush(std::FILE* p) {
+    if (p == stdout || p == stderr) return __real_fflush(p);
+    return Fails(Faults::Call_fflush) ? EOF : __real_fflush(p);
+}
+
+int __real_fclose(std::FILE* p);
+int __wrap_fclose(std::FILE* p) {
+    const int nResult = __real_fclose(p);  // closed it is, whatever it says
+    return Fails(Faults::Call_fclose) ? EOF : nResult;
+}
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <chrono>
+
+/// Stands between the library and the system: the linker leads these calls here. A write or read
+/// that fails does half of its work first.
+namespace Faults {
+
+/// X(function, what it returns when it fails)
+#define FAULT_CALLS(X) \
+    X(open, -1)        \
+    X(fstat, -1)       \
+    X(fdopen, nullptr) \
+    X(access, -1)      \
+    X(mkdir, -1)       \
+    X(fseeko, -1)      \
+    X(ftello, -1)      \
+    X(fwrite, 0)       \
+    X(fread, 0)        \
+    X(fflush, EOF)     \
+    X(fsync, -1)       \
+    X(fclose, EOF)     \
+    X(rename, -1)
+
+enum Call {
+#define FAULT_CALL(name, failure) Call_##name,
+    FAULT_CALLS(FAULT_CALL)
+#undef FAULT_CALL
+        Call_Count
+};
+
+const char* NameOf(Call aCall);
+
+/// From now on the nNth of these calls fails, or that one and all behind it.
+void Arm(Call aCall, int nNth, bool bForEver, int nErrno);
+
+/// No more failures. How many there were.
+int Disarm();
+
+/// How long each write takes besides its work.
+void SetWriteDelay(std::chrono::milliseconds aDelay);
+
+}  // namespace Faults

@@ -1,0 +1,167 @@
+#include <algorithm>
+#include <optional>
+
+#include "tests/faults/Session.h"
+#include "tests/support/Containers.h"
+
+namespace {
+
+const tagFileDescriber c_in{3, 2, 1003, 0};
+const tagFileDescriber c_out{8, 2, 2008, 0};
+constexpr CmUint32 c_dwWhole = 10'000;
+
+CCmString Home() { return ".\\kvr2\\7\\"; }
+
+/// The directory of the sessions that read, with a record file of c_dwWhole bytes.
+CCmString MakeInput() {
+    std::filesystem::create_directories("kvr2/7");
+    const CCmString strIn = Words(1, c_dwWhole / 4);
+    WriteBytes(Home() + "in", strIn);
+    return strIn;
+}
+
+}  // namespace
+
+/// Two record files, appended to and written at offsets; one is closed, one left to Destroy.
+void WriteSession(Session& aHost) {
+    FileModel aAppended(Home() + "deep\\appended");
+    FileModel aPlaced(Home() + "placed");
+    CWriteFileHandler* const pHandler = aHost.Do(
+        [&] { return CCacheFileManager::Instance().CreateWriteFileHandler(7, aHost.m_aMode); });
+    if (pHandler && aHost.Do([&] { return pHandler->Initialize(&aHost); }) == 0) {
+        CmUint32 aHandles[] = {0, 0};
+        const auto append = [&](CmUint32 dwWords) {
+            aHost.DoWrite(aAppended, dwWords, c_dwEnd, [&](const unsigned char* lp, CmUint32 dw) {
+                return pHandler->WriteData(aHandles[0], lp, dw, c_dwEnd);
+            });
+        };
+        const auto place = [&](CmUint32 dwWords, CmUint32 dwHome, CmUint32 dwOffset) {
+            aHost.DoWrite(aPlaced, dwWords, dwHome, [&](const unsigned char* lp, CmUint32 dw) {
+                return pHandler->WriteData(aHandles[1], lp, dw, dwOffset);
+            });
+        };
+        const char* const aNames[] = {"deep\\appended", "placed"};
+        for (const int i : {0, 1})
+            aHost.DoOpen([&] { return pHandler->OpenWritingFile(aNames[i], aHandles[i]); });
+        for (int i = 0; i < 7; ++i) append(1250);
+        place(100, 0, c_dwEnd);  // gathered, and passed on by the next one
+        place(100, 400, 400);
+        place(500, 4000, 4000);
+        aHost.Do([&] { return pHandler->FlushData(aHandles[0]), 0; });
+        append(25);
+        aHost.Settle();
+        append(25);
+        place(50, c_dwEnd, c_dwEnd);
+        aHost.Do([&] { return pHandler->CloseFile(aHandles[0]); });
+        aHost.Settle();
+    }
+    if (pHandler) aHost.Do([&] { return pHandler->Destroy(); });
+    aHost.Finish({&aAppended, &aPlaced});
+}
+
+/// A record file that is read, and one that is written and read.
+void PlayFilesSession(Session& aHost) {
+    const CCmString strIn = MakeInput();
+    FileModel aOut(Home() + "out");
+    CPlayFileHandler* const pHandler = aHost.Do(
+        [&] { return CCacheFileManager::Instance().CreatePlayFileHandler(7, 0, aHost.m_aMode); });
+    if (pHandler && aHost.Do([&] { return pHandler->Initialize(&aHost); }) == 0) {
+        const tagDataInfo aIn = InfoOf(c_in);
+        const tagDataInfo aOutInfo = InfoOf(c_out);
+        aHost.DoOpen([&] { return pHandler->OpenRecordFile("in", c_in, 0); });
+        aHost.DoOpen([&] { return pHandler->OpenRecordFile("out", c_out, 1); });
+        aHost.DoRead(pHandler, aIn, strIn, 0, 4000);
+        aHost.DoRead(pHandler, aIn, strIn, 8000, 4000);
+        aHost.DoRead(pHandler, aIn, strIn, 50'000, 100);
+        const auto append = [&](CmUint32 dwWords) {
+            aHost.DoWrite(aOut, dwWords, c_dwEnd, [&](const unsigned char* lp, CmUint32 dw) {
+                return pHandler->WriteData(aOutInfo, lp, dw, c_dwEnd);
+            });
+        };
+        append(8200);
+        aHost.DoRead(pHandler, aOutInfo, Words(1, 8200), 100, 4000, false);
+        append(50);
+        unsigned char aBuffer[200];
+        CmUint32 dwLength = sizeof aBuffer;
+        const CmInt32 lResult =
+            aHost.Do([&] { return pHandler->SyncReadData(aIn, aBuffer, 9800, dwLength); });
+        EXPECT_TRUE(
+            lResult != 0 ||
+            Difference({reinterpret_cast<char*>(aBuffer), dwLength}, strIn.substr(9800)).empty());
+        aHost.Settle();
+        aHost.Do([&] { return pHandler->CloseAllRecordFiles(); });
+        aHost.Settle();
+    }
+    if (pHandler) aHost.Do([&] { return pHandler->Destroy(); });
+    aHost.Finish({&aOut});
+}
+
+/// A container of streams that are read.
+void PlayContainerSession(Session& aHost) {
+    constexpr unsigned c_nStreams = 12;
+    constexpr CmUint32 c_dwStream = 400;
+    const CmUint32 dwData = c_nHeader + c_nStreams * c_nEntry;
+    CCmString strContainer;
+    SetHeader(strContainer, dwData + c_nStreams * c_dwStream, c_nStreams, 0);
+    std::vector<tagFileDescriber> vecWanted;
+    for (unsigned i = 0; i < c_nStreams; ++i) {
+        const unsigned wTag = c_aTagRows[i + 8].wTag;  // the conf stream is among them
+        SetEntry(strContainer, c_nHeader + i * c_nEntry, {wTag, i, 0, dwData + i * c_dwStream, 0});
+        vecWanted.push_back(DescriberOf(wTag, i, 0));
+    }
+    strContainer += Words(1, c_nStreams * c_dwStream / 4);
+    WriteBytes("container", strContainer);
+
+    CPlayFileHandler* const pHandler = aHost.Do(
+        [&] { return CCacheFileManager::Instance().CreatePlayFileHandler(7, 1, aHost.m_aMode); });
+    if (pHandler && aHost.Do([&] { return pHandler->Initialize(&aHost); }) == 0) {
+        std::vector<tagFileDescriber> vecStreams;
+        const CmInt32 lResult = aHost.DoOpen(
+            [&] { return pHandler->OpenDownloadedFile(".\\container", vecStreams); }, true);
+        if (lResult != 0) vecWanted.resize(std::min(vecStreams.size(), vecWanted.size()));
+        EXPECT_EQ(vecStreams, vecWanted);
+        for (unsigned i = 0; i < vecStreams.size(); i += 5)
+            aHost.DoRead(pHandler, InfoOf(vecStreams[i]),
+                         strContainer.substr(dwData + i * c_dwStream, c_dwStream), 0, c_dwStream);
+        aHost.Settle();
+        aHost.Do([&] { return pHandler->CloseAllRecordFiles(); });
+        aHost.Settle();
+        vecStreams = {};
+    }
+    if (pHandler) aHost.Do([&] { return pHandler->Destroy(); });
+    aHost.Finish({});
+}
+
+/// Streams are packed into a container in an earlier one's place, whose index is then looked at.
+void PackSession(Session& aHost) {
+    const CCmString strIn = MakeInput();
+    const CCmString strEarlier = "an earlier container";
+    WriteBytes("packed", strEarlier);
+    CmInt32 lResult = 0;
+    {
+        std::optional<CContainerWriter> aWriter;
+        aHost.Do([&] { return aWriter.emplace(), 0; });
+        aWriter->SetFileHeader(1, 2);
+        const auto* const lpBytes = reinterpret_cast<const unsigned char*>(strIn.data());
+        lResult = aHost.Do([&] { return aWriter->AddStream(c_in, lpBytes, 1000); });
+        if (lResult == 0)
+            lResult = aHost.Do([&] { return aWriter->AddStreamFile(c_out, Home() + "in"); });
+        if (lResult == 0) lResult = aHost.Do([&] { return aWriter->Write(".\\packed"); });
+    }
+    CCmString strPacked = ReadBytes("packed");
+    if (lResult == 0) {
+        EXPECT_EQ(strPacked.size(), c_nHeader + 3 * c_nEntry + 1000 + strIn.size() + c_nConfHeader);
+        EXPECT_EQ(strPacked.substr(c_nHeader + 3 * c_nEntry, 1000 + strIn.size()),
+                  strIn.substr(0, 1000) + strIn);
+    } else {
+        EXPECT_EQ(strPacked, strEarlier);
+    }
+    EXPECT_FALSE(Exists("packed.partial"));
+    if (lResult == 0) {
+        std::optional<CContainerIndex> aIndex;
+        aHost.Do([&] { return aIndex.emplace(), 0; });
+        lResult = aHost.Do([&] { return aIndex->Open(".\\packed"); });
+        EXPECT_TRUE(lResult != 0 || aIndex->GetEntryCount() == 3);
+    }
+    aHost.Finish({});
+}

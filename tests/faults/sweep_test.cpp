@@ -1,0 +1,116 @@
+#include <cerrno>
+
+#include "tests/faults/Faults.h"
+#include "tests/faults/Session.h"
+
+void WriteSession(Session& aHost);
+void PlayFilesSession(Session& aHost);
+void PlayContainerSession(Session& aHost);
+void PackSession(Session& aHost);
+
+namespace {
+
+struct Case {
+    const char* lpName;
+    void (*pSession)(Session&);
+    Mode aMode;
+
+    friend void PrintTo(const Case& aCase, std::ostream* pOut) { *pOut << aCase.lpName; }
+};
+
+const Case c_aCases[] = {
+    {"WriteSync", WriteSession, Sync},
+    {"WriteAsync", WriteSession, Async},
+    {"PlayFilesSync", PlayFilesSession, Sync},
+    {"PlayFilesAsync", PlayFilesSession, Async},
+    {"PlayContainerSync", PlayContainerSession, Sync},
+    {"PlayContainerAsync", PlayContainerSession, Async},
+    {"Pack", PackSession, Sync},
+};
+
+/// The codes that may be heard when a call of the system fails so.
+std::set<CmInt32> CodesOf(Faults::Call aCall, int nErrno) {
+    std::set<CmInt32> aCodes{4006, 4010};
+    const bool bTransfers = aCall == Faults::Call_fwrite || aCall == Faults::Call_fread;
+    if (nErrno == ENOSPC) aCodes.insert(4003);
+    if (nErrno == EACCES && !bTransfers) aCodes.insert({4004, 4012});
+    return aCodes;
+}
+
+/// A session in an empty directory, again and again with another failure.
+class Sweep : public testing::TestWithParam<Case> {
+ protected:
+    void Run(const std::set<CmInt32>& aCodes, bool bLowMemory) {
+        std::filesystem::remove_all("kvr2");
+        Session aHost(GetParam().aMode, aCodes, bLowMemory);
+        GetParam().pSession(aHost);
+    }
+
+    /// The pieces of memory and the open files that a session leaves behind.
+    std::size_t CountLeft(const std::set<CmInt32>& aCodes, bool bLowMemory) {
+        const std::size_t nBefore = Memory::InUse() + CountOpenFiles();
+        Run(aCodes, bLowMemory);
+        if (HasFailure()) return 0;  // telling it takes memory too
+        return Memory::InUse() + CountOpenFiles() - nBefore;
+    }
+
+    static std::size_t CountOpenFiles() {
+        const std::filesystem::directory_iterator aOpen("/dev/fd");
+        return static_cast<std::size_t>(std::distance(begin(aOpen), end(aOpen)));
+    }
+
+    /// Arms the 1st, 2nd, 3rd ... failure of a kind until a session meets none of them. A session
+    /// that met one is followed by one that has to go well.
+    template <class Arm, class Disarm>
+    void SweepAll(const std::set<CmInt32>& aCodes, bool bLowMemory, Arm aArm, Disarm aDisarm) {
+        bool bMet = true;
+        for (int nNth = 1; bMet && !HasFailure(); ++nNth) {
+            SCOPED_TRACE(nNth);
+            aArm(nNth);
+            const std::size_t nLeft = CountLeft(aCodes, bLowMemory);
+            bMet = aDisarm() > 0;
+            EXPECT_LE(nLeft, m_nLeft);
+            if (bMet) Run({}, false);
+            m_nSessions += bMet;
+        }
+    }
+
+    void SetUp() override {
+        Run({}, false);
+        m_nLeft = CountLeft({}, false);  // threads that have ended leave an object behind
+    }
+    void TearDown() override { std::cout << m_nSessions << " sessions met a failure\n"; }
+
+ private:
+    const Memory::Scope m_outside{false};
+    TestDir m_dir;
+    std::size_t m_nLeft = 0;
+    int m_nSessions = 0;
+};
+
+INSTANTIATE_TEST_SUITE_P(Sessions, Sweep, testing::ValuesIn(c_aCases),
+                         [](const auto& aInfo) { return std::string(aInfo.param.lpName); });
+
+}  // namespace
+
+TEST_P(Sweep, OfTheSystemsCalls) {
+    for (int nCall = 0; nCall < Faults::Call_Count; ++nCall)
+        for (const int nErrno : {ENOSPC, EIO, EACCES, EINTR, 0})
+            for (const bool bForEver : {false, true}) {
+                const auto aCall = static_cast<Faults::Call>(nCall);
+                SCOPED_TRACE(std::string(Faults::NameOf(aCall)) + ", errno " +
+                             std::to_string(nErrno) + (bForEver ? ", for ever" : ""));
+                SweepAll(
+                    CodesOf(aCall, nErrno), false,
+                    [&](int nNth) { Faults::Arm(aCall, nNth, bForEver, nErrno); }, Faults::Disarm);
+            }
+}
+
+TEST_P(Sweep, OfTheRequestsForMemory) {
+    for (const bool bForEver : {false, true}) {
+        SCOPED_TRACE(bForEver ? "for ever" : "once");
+        SweepAll(
+            {4006, 4010, 4011}, true, [&](int nNth) { Memory::Arm(nNth, bForEver); },
+            Memory::Disarm);
+    }
+}

@@ -1,0 +1,252 @@
+#include "tools/cachefile/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <memory>
+
+#include "platform/CmTrace.h"
+#include "tools/cachefile/Commands.h"
+#include "tools/cachefile/Exit.h"
+#include "tools/cachefile/Output.h"
+
+namespace {
+
+// Options that several commands have, with the same words everywhere.
+
+void AddPath(CLI::App& aCommand, std::string& strPath, const std::string& strHelp) {
+    aCommand.add_option("PATH", strPath, strHelp)->required()->type_name("");
+}
+
+void AddJson(CLI::App& aCommand, bool& bJson) {
+    aCommand.add_flag("--json", bJson, "Write one JSON document instead of text");
+}
+
+void AddForce(CLI::App& aCommand, bool& bForce) {
+    aCommand.add_flag("--force", bForce, "Write over what is there already");
+}
+
+void AddProgress(CLI::App& aCommand, ProgressMode& aMode) {
+    static const std::map<std::string, ProgressMode> s_mapModes = {{"auto", ProgressMode::Auto},
+                                                                   {"always", ProgressMode::Always},
+                                                                   {"never", ProgressMode::Never},
+                                                                   {"json", ProgressMode::Json}};
+    aCommand
+        .add_option("--progress", aMode,
+                    "Show progress on standard error: auto (on a terminal), always, never or json")
+        ->transform(CLI::CheckedTransformer(s_mapModes))
+        ->type_name("MODE")
+        ->option_text("MODE");
+}
+
+/// A repeatable option with one value each.
+CLI::Option* AddEach(CLI::App& aCommand, const std::string& strName,
+                     std::vector<std::string>& vecValues, const std::string& strHelp) {
+    return aCommand.add_option(strName, vecValues, strHelp)->allow_extra_args(false);
+}
+
+/// What stands at the end of the help.
+void AddExample(CLI::App& aCommand, const std::string& strExample) {
+    aCommand.footer("Example:\n  " + strExample);
+}
+
+// The commands. Each runs while the words are parsed and sets how the tool ends.
+
+void AddRecord(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagRecordOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "record", "Record streams from files, pipes or standard input, until they end");
+    aCommand.add_option("ID", pOptions->aPlan.dwRecordID, "The number of the recording")
+        ->required()
+        ->type_name("");
+    AddEach(aCommand, "--stream", pOptions->vecStreams,
+            "A stream, as TYPE:ID:KIND=FILE, where FILE - is standard input; may be "
+            "repeated")
+        ->required()
+        ->type_name("STREAM=FILE");
+    aCommand.add_option("--home", pOptions->aPlan.strHome, "Where recordings lie")
+        ->type_name("DIR")
+        ->capture_default_str();
+    aCommand.add_option("--piece", pOptions->nPiece, "Most bytes handed over at once")
+        ->check(CLI::Range(1, 16777216))
+        ->type_name("BYTES")
+        ->option_text("BYTES [32768]");
+    aCommand.add_flag("--sync", pOptions->aPlan.bSync, "Write inside each call, without a worker");
+    AddForce(aCommand, pOptions->bForce);
+    AddJson(aCommand, pOptions->bJson);
+    AddProgress(aCommand, pOptions->aProgress);
+    AddExample(aCommand, "microphone | cachefile record 7 --stream 4:7004:4=-");
+    aCommand.callback([pOptions, &nExit] { nExit = Record(*pOptions); });
+}
+
+void AddPlay(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagPlayOptions>();
+    CLI::App& aCommand =
+        *aTool.add_subcommand("play", "Write the bytes of a stream to standard output");
+    AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    aCommand.add_option("--stream", pOptions->strStream, "The stream, as TYPE:ID:KIND")
+        ->required()
+        ->type_name("STREAM");
+    aCommand.add_option("--offset", pOptions->qwOffset, "Begin so many bytes into the stream")
+        ->type_name("BYTES");
+    aCommand.add_option("--length", pOptions->qwLength, "Stop after so many bytes")
+        ->type_name("BYTES");
+    AddExample(aCommand, "cachefile play kvr2/7 --stream 4:7004:4 > voice.raw");
+    aCommand.callback([pOptions, &nExit] { nExit = Play(*pOptions); });
+}
+
+void AddInfo(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagInfoOptions>();
+    CLI::App& aCommand =
+        *aTool.add_subcommand("info", "Show what a recording is and what it holds");
+    AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    AddJson(aCommand, pOptions->bJson);
+    AddExample(aCommand, "cachefile info kvr2/7");
+    aCommand.callback([pOptions, &nExit] { nExit = Info(*pOptions); });
+}
+
+void AddList(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagListOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand("list", "List the streams of a recording");
+    AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    AddJson(aCommand, pOptions->bJson);
+    AddExample(aCommand, "cachefile list talk.container");
+    aCommand.callback([pOptions, &nExit] { nExit = List(*pOptions); });
+}
+
+void AddMap(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagMapOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "map", "Draw what lies where in a container, on the terminal or as SVG");
+    AddPath(aCommand, pOptions->strPath, "A container");
+    aCommand.add_option("-o,--output", pOptions->strOutput, "Draw into this SVG file instead")
+        ->type_name("FILE.svg");
+    AddForce(aCommand, pOptions->bForce);
+    AddExample(aCommand, "cachefile map talk.container -o talk.svg");
+    aCommand.callback([pOptions, &nExit] { nExit = Map(*pOptions); });
+}
+
+void AddExtract(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagExtractOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "extract", "Write the streams of a container into files, also of a damaged one");
+    AddPath(aCommand, pOptions->strPath, "A container");
+    aCommand.add_option("-o,--output", pOptions->strDirectory, "The directory for the files")
+        ->required()
+        ->type_name("DIR");
+    AddEach(aCommand, "--stream", pOptions->vecStreams,
+            "Only this stream, as TYPE:ID:KIND; may be repeated")
+        ->type_name("STREAM");
+    AddForce(aCommand, pOptions->bForce);
+    AddProgress(aCommand, pOptions->aProgress);
+    AddExample(aCommand, "cachefile extract talk.container -o talk");
+    aCommand.callback([pOptions, &nExit] { nExit = Extract(*pOptions); });
+}
+
+void AddPack(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagPackOptions>();
+    CLI::App& aCommand =
+        *aTool.add_subcommand("pack", "Make a container of the record files of directories");
+    aCommand.add_option("DIR", pOptions->vecDirectories, "Recording directories")
+        ->required()
+        ->type_name("");
+    aCommand.add_option("-o,--output", pOptions->strOutput, "The container to be made")
+        ->required()
+        ->type_name("FILE");
+    aCommand.add_option("--index", pOptions->dwIndexType, "Index type: 0 packed, 1 chained")
+        ->check(CLI::IsMember(std::vector<CmUint32>{Index_Packed, Index_Chained}))
+        ->type_name("0|1")
+        ->option_text("0|1");
+    aCommand
+        .add_option("--version", pOptions->dwFileVersion,
+                    "Set the file version in the conf stream's header")
+        ->type_name("N");
+    aCommand
+        .add_option("--timestamp", pOptions->dwCBTimeStamp,
+                    "Set the CB time stamp in the conf stream's header")
+        ->type_name("N");
+    aCommand.add_flag("--verify", pOptions->bVerify,
+                      "Read the container back and compare before it gets its name");
+    AddForce(aCommand, pOptions->bForce);
+    AddProgress(aCommand, pOptions->aProgress);
+    AddExample(aCommand, "cachefile pack kvr2/7 -o talk.container --verify");
+    aCommand.callback([pOptions, &nExit] { nExit = Pack(*pOptions); });
+}
+
+void AddDoctor(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagDoctorOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand("doctor", "Tell what is wrong with a container");
+    AddPath(aCommand, pOptions->strPath, "A container");
+    AddJson(aCommand, pOptions->bJson);
+    AddExample(aCommand, "cachefile doctor damaged.container");
+    aCommand.callback([pOptions, &nExit] { nExit = Doctor(*pOptions); });
+}
+
+void AddBench(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagBenchOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "bench", "Append and read with the library and with plain stdio, side by side");
+    aCommand.add_option("--size", pOptions->qwMebibytes, "How much to write and read")
+        ->check(CLI::Range(1, 4095))
+        ->type_name("MIB")
+        ->option_text("MIB [64]");
+    aCommand.add_option("--piece", pOptions->nPiece, "Bytes at once")
+        ->check(CLI::Range(1, 16777216))
+        ->type_name("BYTES")
+        ->option_text("BYTES [4096]");
+    aCommand.add_option("--rounds", pOptions->nRounds, "Measure so often and take the best")
+        ->check(CLI::Range(1, 1000))
+        ->type_name("N")
+        ->option_text("N [3]");
+    aCommand
+        .add_option("--dir", pOptions->strDirectory,
+                    "Where to write, instead of the system's "
+                    "place for temporary files")
+        ->type_name("DIR");
+    AddJson(aCommand, pOptions->bJson);
+    AddExample(aCommand, "cachefile bench --size 256");
+    aCommand.callback([pOptions, &nExit] { nExit = Bench(*pOptions); });
+}
+
+/// The library's own lines, for whoever wants to know why.
+void ShowTrace() {
+    CCmT120Trace::instance()->SetSink(
+        [](CmInt32 /*lLevel*/, const char* lpText) { Warn(Printable(lpText)); });
+}
+
+void AddEverything(CLI::App& aTool, int& nExit) {
+    aTool.require_subcommand(1);
+    aTool.fallthrough();
+    aTool.set_version_flag("--version", "cachefile " CACHEFILE_VERSION);
+    aTool.add_flag_callback("-v,--verbose", ShowTrace, "Show what the library traces")
+        ->trigger_on_parse();
+    AddExample(aTool, "cachefile info kvr2/7");
+    AddRecord(aTool, nExit);
+    AddPlay(aTool, nExit);
+    AddInfo(aTool, nExit);
+    AddList(aTool, nExit);
+    AddMap(aTool, nExit);
+    AddExtract(aTool, nExit);
+    AddPack(aTool, nExit);
+    AddDoctor(aTool, nExit);
+    AddBench(aTool, nExit);
+}
+
+}  // namespace
+
+int RunCommandLine(int argc, char** argv) {
+    int nExit = Exit_Done;
+    CLI::App aTool{"Looks after recordings: records, plays, shows, packs and examines them.",
+                   "cachefile"};
+    AddEverything(aTool, nExit);
+    try {
+        aTool.parse(argc, argv);
+    } catch (const CLI::CallForVersion& aVersion) {
+        Print(std::string(aVersion.what()) + "\n");
+    } catch (const CLI::CallForHelp&) {
+        Print(aTool.help());
+    } catch (const CLI::ParseError& aError) {
+        throw CFailure(std::string(aError.what()) + " (--help tells what can be said)", Exit_Usage);
+    }
+    FinishOutput();
+    return nExit;
+}
