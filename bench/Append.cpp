@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t c_nPiece = 1000;
 constexpr std::size_t c_nLargePiece = 65536;
+constexpr char c_szLimited[] = "cachefile async, limit 4 MiB";
 constexpr double c_dPacedRate = 0.4;  // bytes a nanosecond: 400 MB/s
 
 std::vector<std::string> Paths(const tagBench& aBench, std::size_t nFiles) {
@@ -88,7 +89,8 @@ Metrics RunBurst(const tagBench& aBench, const tagAppends& aAppends, const MakeA
     const double dCaller = CClock::ToNanoseconds(CClock::Now() - qwBegin);
     aRun.Finish();
     const double dTime = CClock::ToNanoseconds(CClock::Now() - qwBegin);
-    return {{"an append", dTime / static_cast<double>(aAppends.nCount)}, {"on the caller", dCaller / static_cast<double>(aAppends.nCount)}};
+    return {{"an append", dTime / static_cast<double>(aAppends.nCount)},
+            {"on the caller", dCaller / static_cast<double>(aAppends.nCount)}};
 }
 
 std::vector<tagAppenderKind> AllKinds() {
@@ -123,6 +125,9 @@ void AddAppends(tagBench& aBench) {
     for (const tagAppenderKind& aKind : AllKinds()) add("append, paced", aKind, aSmall, RunPaced);
     add("append, paced", {"memcpy", MakeMemcpy}, aSmall, RunPaced);
     for (const tagAppenderKind& aKind : AllKinds()) add("append, burst", aKind, aSmall, RunBurst);
+    add("append, burst",
+        {c_szLimited, [](const auto& vecPaths) { return MakeLibrary(vecPaths, true, c_qwLimit); }},
+        aSmall, RunBurst);
     for (const tagAppenderKind& aKind : AllKinds())
         add("append 64 KiB, paced", aKind, aLarge, RunPaced);
     add("append 64 KiB, paced", {"write", MakeDirect}, aLarge, RunPaced);
@@ -142,6 +147,8 @@ void AddAppends(tagBench& aBench) {
           "stdio 32 KiB", 0.35},
          {"asynchronous append, burst", "an append", "append, burst", lpAsync, "append, burst",
           "write, gathered", 1.0},
+         {"asynchronous append, burst, limit 4 MiB", "an append", "append, burst", c_szLimited,
+          "append, burst", "write, gathered", 1.0},
          {"synchronous append, burst", "an append", "append, burst", lpSync, "append, burst",
           "write, gathered", 1.1},
          {"asynchronous append of 64 KiB, paced, mean", "mean", "append 64 KiB, paced", lpAsync,

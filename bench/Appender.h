@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -8,6 +9,9 @@
 #include "bench/Bench.h"
 
 constexpr std::size_t c_nBlock = 32768;  // gathered before bytes are passed on, by everyone
+
+constexpr std::uint64_t c_qwNoLimit = ~std::uint64_t{0};
+constexpr std::uint64_t c_qwLimit = 4U << 20;  // of bytes that wait for the worker
 
 /// Appends to a number of files, each way of it in its own manner.
 class IAppender {
@@ -31,7 +35,8 @@ std::unique_ptr<IAppender> MakeGather(const std::vector<std::string>& vecPaths);
 std::unique_ptr<IAppender> MakeDirect(const std::vector<std::string>& vecPaths);
 std::unique_ptr<IAppender> MakeMemcpy(const std::vector<std::string>& vecPaths);
 std::unique_ptr<IAppender> MakeHandOver(const std::vector<std::string>& vecPaths, bool bNap);
-std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync);
+std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync,
+                                       std::uint64_t qwLimit = c_qwNoLimit);
 #ifdef BENCH_LEVELDB
 std::unique_ptr<IAppender> MakeLevelDb(const std::vector<std::string>& vecPaths);
 #endif

@@ -13,7 +13,8 @@ struct tagBenchOptions {
     std::string strOnly;             // only workloads whose name holds this
     std::string strJson;             // where the JSON goes, if anywhere
     int nRepetitions = 5;
-    double dScale = 1.0;  // of the amounts of work
+    double dScale = 1.0;   // of the amounts of work
+    bool bMemory = false;  // only measures memory: how it calls itself
 };
 
 /// The values of one run by the name of what they measure.

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <random>
+#include <utility>
 
 #include "bench/Archives.h"
 #include "bench/Bench.h"
@@ -49,8 +50,10 @@ class CContainerPlayer final : private IFileOpSink {
 
     std::size_t Size() const { return m_vecStreams.size(); }
     void Read(std::size_t i) {
-        Require(m_pHandler->ReadData(InfoOf(i), m_lpBuffer, 0, c_dwStreamSize) == CACHE_OK,
+        unsigned char* const lpBuffer = std::exchange(m_lpBuffer, nullptr);
+        Require(m_pHandler->ReadData(InfoOf(i), lpBuffer, 0, c_dwStreamSize) == CACHE_OK,
                 "ReadData");
+        while (!m_lpBuffer) CCmCallerThread::WaitAndRun(1000);
     }
 
  private:
@@ -75,6 +78,7 @@ Metrics PerEntry(std::uint64_t qwBegin, std::size_t nFound) {
 Metrics OpenContainer(const std::string& strPath, bool bAsync) {
     const std::uint64_t qwBegin = CClock::Now();
     CContainerPlayer aPlayer(strPath, bAsync);
+    aPlayer.Read(c_nEntries / 2);
     return PerEntry(qwBegin, aPlayer.Size());
 }
 
@@ -172,9 +176,7 @@ void AddContainers(tagBench& aBench) {
     add("route alone", "cachefile, 10 streams", [nLookups] { return Route(10, nLookups); });
     add("route alone", "cachefile, 100,000 streams",
         [nLookups] { return Route(c_nEntries, nLookups); });
-    for (const char* lpRoute : {"route a read of 16 bytes", "route alone"})
-        aBench.vecFigures.push_back({std::string(lpRoute) + ", 100,000 streams and 10",
-                                     lpRoute == std::string("route alone") ? "a lookup" : "a read",
-                                     lpRoute, "cachefile, 100,000 streams", lpRoute,
-                                     "cachefile, 10 streams", 4.0});
+    aBench.vecFigures.push_back({"routing a read, 100,000 streams and 10", "a read",
+                                 "route a read of 16 bytes", "cachefile, 100,000 streams",
+                                 "route a read of 16 bytes", "cachefile, 10 streams", 4.0});
 }

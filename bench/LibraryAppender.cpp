@@ -5,12 +5,14 @@
 
 namespace {
 
-/// The library as a host uses it.
+/// The library as a host uses it, with a limit of pending bytes if one is given: the host then
+/// holds back where the library refuses.
 class CLibraryAppender final : public IAppender, private IFileOpSink {
  public:
-    CLibraryAppender(const std::vector<std::string>& vecPaths, bool bAsync)
+    CLibraryAppender(const std::vector<std::string>& vecPaths, bool bAsync, std::uint64_t qwLimit)
         : m_pHandler(CCacheFileManager::Instance().CreateWriteFileHandler(1, bAsync)) {
         Require(m_pHandler && m_attached.GetResult() == CACHE_OK, "a write handler");
+        CCacheFileManager::SetPendingLimit(qwLimit);
         m_pHandler->Initialize(this);
         m_pHandler->SetHomeDir("");
         for (const std::string& strPath : vecPaths) {
@@ -21,10 +23,14 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
         while (bAsync && m_nOpened < vecPaths.size()) CCmCallerThread::WaitAndRun(1000);
     }
     void Append(std::size_t nFile, const char* lpData, std::size_t nLength) override {
-        Require(m_pHandler->WriteData(
-                    m_vecHandles[nFile], reinterpret_cast<const unsigned char*>(lpData),
-                    static_cast<CmUint32>(nLength), CCacheFileManager::GetMaxDword()) == CACHE_OK,
-                "WriteData");
+        for (;;) {
+            const CmInt32 lResult = m_pHandler->WriteData(
+                m_vecHandles[nFile], reinterpret_cast<const unsigned char*>(lpData),
+                static_cast<CmUint32>(nLength), CCacheFileManager::GetMaxDword());
+            if (lResult == CACHE_OK) return;
+            Require(lResult == CACHE_ERR_OUT_OF_MEMORY, "WriteData");
+            CCmCallerThread::WaitAndRun(1);
+        }
     }
     void Finish() override {
         for (const CmUint32 dwHandle : m_vecHandles) m_pHandler->CloseFile(dwHandle);
@@ -49,6 +55,7 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
 
 }  // namespace
 
-std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync) {
-    return std::make_unique<CLibraryAppender>(vecPaths, bAsync);
+std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync,
+                                       std::uint64_t qwLimit) {
+    return std::make_unique<CLibraryAppender>(vecPaths, bAsync, qwLimit);
 }

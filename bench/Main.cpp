@@ -28,6 +28,8 @@ tagBenchOptions ParseOptions(int argc, char** argv) {
             aOptions.strJson = strValue;
         else if (strOption == "--only")
             aOptions.strOnly = strValue;
+        else if (strOption == "--memory")
+            aOptions.bMemory = true;
         else if (strOption == "--repetitions")
             aOptions.nRepetitions = std::max(1, std::stoi(strValue));
         else if (strOption == "--scale")
@@ -97,6 +99,7 @@ const CClock::tagMeasured& CClock::Measured() {
 
 int main(int argc, char** argv) try {
     tagBenchOptions aOptions = ParseOptions(argc, argv);
+    if (aOptions.bMemory) return RunMemory(aOptions);
     const tagScratch aScratch(aOptions.strDirectory);
     aOptions.strDirectory = aScratch.strPath;
     tagBench aBench{aOptions, {}, {}};
@@ -105,6 +108,7 @@ int main(int argc, char** argv) try {
     AddAppends(aBench);
     AddReads(aBench);
     AddContainers(aBench);
+    AddMemory(aBench, argv[0]);
     RunAll(aBench);
     PrintTables(aBench);
     if (!aOptions.strJson.empty()) WriteJson(aBench);

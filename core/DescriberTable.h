@@ -7,14 +7,16 @@
 #include <vector>
 
 #include "core/DataInfo.h"
+#include "platform/CmPrefetch.h"
 
 /// Records that each carry a describer, in the order in which they were added, with a lookup that
 /// finds the first match in constant time however many there are.
 ///
 /// Of the records with the same type and id only those can be an answer that brought a file kind
-/// which none of them had before: eight at most. They form a chain in the order of adding, and the
-/// hash table holds the first of each chain. No lock. Record has a public member aDescriber, which
-/// doesn't change while the record is in the table.
+/// which none of them had before: eight at most. They form a chain in the order of adding, and a
+/// hash table holds the first of each chain. Records are put there by the first lookup behind
+/// them: many at once take a third of the time. No lock, and lookups change the table too: one
+/// thread at a time. Record has a public member aDescriber, which doesn't change in the table.
 template <class Record>
 class CDescriberTable {
  public:
@@ -24,7 +26,10 @@ class CDescriberTable {
         m_vecNext.reserve(nRecords);
         std::size_t nSlots = c_nLeastSlots;
         while (nSlots < 2 * nRecords) nSlots *= 2;
-        if (nSlots > m_vecSlots.size()) Rehash(nSlots);
+        if (nSlots <= m_vecSlots.size()) return;
+        std::vector<tagSlot>(nSlots, tagSlot{c_dwNone, 0}).swap(m_vecSlots);
+        std::fill(m_vecNext.begin(), m_vecNext.end(), c_dwNone);
+        m_nLinked = 0;
     }
 
     /// Adds a record behind the others. Throws std::bad_alloc with the table as it was.
@@ -33,15 +38,18 @@ class CDescriberTable {
             Reserve(2 * Size() + 1);
         m_vecRecords.push_back(std::move(aRecord));
         m_vecNext.push_back(c_dwNone);
-        Link(LastIndex());
     }
 
-    /// Takes the record that was added last away again. Its slot was the last to be filled, so it
-    /// can be emptied without any other's being missed.
+    /// Takes the record that was added last away again. If it was given a slot, that was the last
+    /// to be given, so it can be emptied without any other's being missed.
     void RemoveLast() {
-        std::uint32_t* pdwLink = &SlotOf(m_vecRecords.back().aDescriber);
-        while (*pdwLink != c_dwNone && *pdwLink != LastIndex()) pdwLink = &m_vecNext[*pdwLink];
-        *pdwLink = c_dwNone;
+        const std::uint32_t dwLast = static_cast<std::uint32_t>(Size() - 1);
+        if (m_nLinked == Size()) {
+            std::uint32_t* pdwLink = &FirstOf(m_vecRecords.back().aDescriber);
+            while (*pdwLink != c_dwNone && *pdwLink != dwLast) pdwLink = &m_vecNext[*pdwLink];
+            *pdwLink = c_dwNone;
+            --m_nLinked;
+        }
         m_vecNext.pop_back();
         m_vecRecords.pop_back();
     }
@@ -49,10 +57,12 @@ class CDescriberTable {
     /// The first record whose describer aDataInfo designates, or null. Good until the table
     /// changes.
     const Record* Find(const tagDataInfo& aDataInfo) const {
-        if (m_vecSlots.empty()) return nullptr;
-        for (std::uint32_t dw = m_vecSlots[FindSlot(aDataInfo)]; dw != c_dwNone; dw = m_vecNext[dw])
-            if (m_vecRecords[dw].aDescriber.byFileType & aDataInfo.byFileType)
-                return &m_vecRecords[dw];
+        if (m_vecRecords.empty()) return nullptr;
+        LinkAll();
+        std::uint32_t dwIndex = m_vecSlots[FindSlot(aDataInfo, HashOf(aDataInfo))].dwFirst;
+        for (; dwIndex != c_dwNone; dwIndex = m_vecNext[dwIndex])
+            if (m_vecRecords[dwIndex].aDescriber.byFileType & aDataInfo.byFileType)
+                return &m_vecRecords[dwIndex];
         return nullptr;
     }
 
@@ -60,6 +70,7 @@ class CDescriberTable {
         m_vecRecords.clear();
         m_vecNext.clear();
         m_vecSlots.clear();
+        m_nLinked = 0;
     }
 
     std::size_t Size() const { return m_vecRecords.size(); }
@@ -70,50 +81,69 @@ class CDescriberTable {
  private:
     static constexpr std::uint32_t c_dwNone = 0xFFFFFFFF;
     static constexpr std::size_t c_nLeastSlots = 16;
+    static constexpr std::size_t c_nAhead = 16;  // records whose slots are on their way
 
-    std::uint32_t LastIndex() const { return static_cast<std::uint32_t>(Size() - 1); }
+    struct tagSlot {
+        std::uint32_t dwFirst;  // of the chain; c_dwNone in an empty slot
+        std::uint32_t dwTag;    // of its key: differs for most other keys, without a look at them
+    };
 
     /// The ids come from files: the seed keeps an ill-meant one from choosing ids that collide.
-    /// Addresses differ from run to run, which is all it needs.
-    std::size_t Hash(std::uint16_t wDataType, CmUint32 dwFileID) const {
-        std::uint64_t qw = (std::uint64_t{wDataType} << 32 | dwFileID) ^ m_qwSeed;
+    /// Addresses differ from run to run, which is all it needs. Key has a type and an id.
+    template <class Key>
+    std::uint64_t HashOf(const Key& aKey) const {
+        std::uint64_t qw = (std::uint64_t{aKey.wDataType} << 32 | aKey.dwFileID) ^ m_qwSeed;
         qw = (qw ^ qw >> 30) * 0xBF58476D1CE4E5B9;
         qw = (qw ^ qw >> 27) * 0x94D049BB133111EB;
-        return static_cast<std::size_t>(qw ^ qw >> 31);
+        return qw ^ qw >> 31;
+    }
+    static std::uint32_t TagOf(std::uint64_t qwHash) {
+        return static_cast<std::uint32_t>(qwHash >> 32);
+    }
+    std::size_t HomeOf(std::uint64_t qwHash) const {
+        return static_cast<std::size_t>(qwHash) & (m_vecSlots.size() - 1);
     }
 
-    /// The slot that holds the chain of a type and id, or the empty one where it would be. Key has
-    /// both.
+    /// The slot of a key's chain, or the empty one where it would be.
     template <class Key>
-    std::size_t FindSlot(const Key& aKey) const {
-        const std::size_t nMask = m_vecSlots.size() - 1;
-        for (std::size_t n = Hash(aKey.wDataType, aKey.dwFileID) & nMask;; n = (n + 1) & nMask) {
-            if (m_vecSlots[n] == c_dwNone) return n;
-            const tagFileDescriber& aFirst = m_vecRecords[m_vecSlots[n]].aDescriber;
+    std::size_t FindSlot(const Key& aKey, std::uint64_t qwHash) const {
+        for (std::size_t n = HomeOf(qwHash);; n = HomeOf(n + 1)) {
+            const tagSlot& aSlot = m_vecSlots[n];
+            if (aSlot.dwFirst == c_dwNone) return n;
+            if (aSlot.dwTag != TagOf(qwHash)) continue;
+            const tagFileDescriber& aFirst = m_vecRecords[aSlot.dwFirst].aDescriber;
             if (aFirst.dwFileID == aKey.dwFileID && aFirst.wDataType == aKey.wDataType) return n;
         }
     }
-    std::uint32_t& SlotOf(const tagFileDescriber& aKey) { return m_vecSlots[FindSlot(aKey)]; }
 
-    /// Puts a record at the end of its chain if it brings a new kind.
-    void Link(std::uint32_t dwIndex) {
-        const tagFileDescriber& aDescriber = m_vecRecords[dwIndex].aDescriber;
-        unsigned byNew = aDescriber.byFileType;
-        std::uint32_t* pdwLink = &SlotOf(aDescriber);
-        for (; *pdwLink != c_dwNone; pdwLink = &m_vecNext[*pdwLink])
-            byNew &= ~unsigned{m_vecRecords[*pdwLink].aDescriber.byFileType};
-        if (byNew != 0) *pdwLink = dwIndex;
+    /// Where the number of the first record of a key's chain stands, or is to stand.
+    std::uint32_t& FirstOf(const tagFileDescriber& aKey) const {
+        const std::uint64_t qwHash = HashOf(aKey);
+        tagSlot& aSlot = m_vecSlots[FindSlot(aKey, qwHash)];
+        aSlot.dwTag = TagOf(qwHash);
+        return aSlot.dwFirst;
     }
 
-    void Rehash(std::size_t nSlots) {
-        std::vector<std::uint32_t> vecSlots(nSlots, c_dwNone);
-        m_vecSlots.swap(vecSlots);
-        std::fill(m_vecNext.begin(), m_vecNext.end(), c_dwNone);
-        for (std::size_t n = 0; n < Size(); ++n) Link(static_cast<std::uint32_t>(n));
+    /// Puts each record that is not yet linked at the end of its chain, if it brings a new kind.
+    void LinkAll() const {
+        for (; m_nLinked < Size(); ++m_nLinked) {
+            if (m_nLinked + c_nAhead < Size())
+                CmPrefetch(
+                    &m_vecSlots[HomeOf(HashOf(m_vecRecords[m_nLinked + c_nAhead].aDescriber))]);
+            const tagFileDescriber& aDescriber = m_vecRecords[m_nLinked].aDescriber;
+            unsigned byNew = aDescriber.byFileType;
+            std::uint32_t* pdwLink = &FirstOf(aDescriber);
+            for (; *pdwLink != c_dwNone; pdwLink = &m_vecNext[*pdwLink])
+                byNew &= ~unsigned{m_vecRecords[*pdwLink].aDescriber.byFileType};
+            if (byNew != 0) *pdwLink = static_cast<std::uint32_t>(m_nLinked);
+        }
     }
 
     const std::uint64_t m_qwSeed = reinterpret_cast<std::uintptr_t>(this) * 0x9E3779B97F4A7C15;
     std::vector<Record> m_vecRecords;
-    std::vector<std::uint32_t> m_vecNext;   // the next in each record's chain
-    std::vector<std::uint32_t> m_vecSlots;  // the first of each chain; at least half are empty
+
+    // What lookups complete.
+    mutable std::vector<std::uint32_t> m_vecNext;  // the next in each record's chain
+    mutable std::vector<tagSlot> m_vecSlots;       // at least half are empty
+    mutable std::size_t m_nLinked = 0;             // so many records are in their chains
 };

@@ -46,17 +46,19 @@ class CCmByteStreamT {
  private:
     template <unsigned Size, class T>
     CCmByteStreamT& ReadField(T& aValue) {
-        if (m_ResultRead != CACHE_OK) {
-            CM_TRACE_ERROR("CCmByteStreamT::Read, can't read. m_ResultRead="
-                           << m_ResultRead << " this=" << static_cast<const void*>(this));
-            return *this;
-        }
         unsigned char aBytes[Size];
+        if (m_ResultRead != CACHE_OK) return Refuse();
         m_ResultRead = m_block.Read(aBytes, Size);
         if (m_ResultRead != CACHE_OK) return *this;
         CmUint32 dwValue = 0;
         for (unsigned i = Size; i-- > 0;) dwValue = dwValue << 8 | aBytes[i];
         aValue = static_cast<T>(dwValue);
+        return *this;
+    }
+
+    CCmByteStreamT& Refuse() {
+        CM_TRACE_ERROR("CCmByteStreamT::Read, can't read. m_ResultRead="
+                       << m_ResultRead << " this=" << static_cast<const void*>(this));
         return *this;
     }
 

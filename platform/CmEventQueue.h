@@ -26,6 +26,9 @@ class CCmEventList {
 /// Posters append to m_waiting under the lock; the owner takes the whole list under the lock and
 /// fires it outside. What it took stays in m_batch, so that a run from inside an event goes on
 /// with it. No event is fired or disposed of with the lock held.
+///
+/// An owner that has run out of work doesn't sleep at once, because waking it costs the poster more
+/// than most work does; docs/architecture.md tells how it rests.
 class CCmEventQueue : public ICmEventQueue {
  public:
     CmInt32 PostEvent(ICmEvent* pEvent, CmInt32 lOption) override;
