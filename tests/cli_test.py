@@ -16,6 +16,7 @@ import signal
 import struct
 import subprocess
 import sys
+import threading
 import time
 import unittest
 import xml.etree.ElementTree
@@ -94,6 +95,14 @@ class Usage(Cli):
             (USAGE, ["pack", "rec/7", "-o", "out", "--index", "2"]),
             (USAGE, ["extract", "plain"]),
             (USAGE, ["extract", "plain", "-o", "out", "--progress", "loud"]),
+            (USAGE, ["record", "010x", "--stream", "4:7004:4=plain"]),
+            (USAGE, ["record", "7", "--home", "", "--stream", "4:7004:4=plain"]),
+            (USAGE, ["play", "rec/7", "--stream", "4:7004:4", "--offset=-1"]),
+            (USAGE, ["play", "rec/7", "--stream", "4:7004:4", "--length", "18446744073709551616"]),
+            (USAGE, ["play", "rec/7", "--stream", "4:7004:4", "--length", "0x10"]),
+            (USAGE, ["map", "plain", "-o", ""]),
+            (FAILED, ["pack", "[rec/7]", "-o", "out"]),
+            (FAILED, ["play", "rec/7", "--stream", "4:7004:5"]),
             (FAILED, ["info", "missing"]), (FAILED, ["info", "plain"]), (FAILED, ["list", "plain"]),
             (FAILED, ["map", "rec/7"]), (FAILED, ["extract", "rec/7", "-o", "out"]),
             (FAILED, ["doctor", "missing"]), (FAILED, ["doctor", "rec/7"]),
@@ -153,6 +162,27 @@ class Output(Cli):
                 self.assertEqual(process.wait(100), DONE)
                 process.stdin.close()
                 process.stderr.close()
+
+    def test_a_closed_pipe_hides_no_damage(self):
+        self.make("bad", container(THREE, cut=20))
+        for command in ("list", "doctor", "info"):
+            process = self.start(command, "bad")
+            process.stdout.close()
+            process.stderr.read()
+            self.assertEqual(process.wait(100), DAMAGE, command)
+            process.stdin.close()
+            process.stderr.close()
+
+    @not_on_windows("a signal from outside ends a process at once")
+    def test_a_signal_ends_what_waits_for_its_reader(self):
+        self.make("big", container([(256, 1, b"x" * 3000000)]))
+        process = self.start("play", "big", "--stream", "1:1001:2")
+        process.stdout.read(1)
+        time.sleep(0.2)  # by now it waits, most likely
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(100), INTERRUPTED)
+        for pipe in (process.stdin, process.stdout, process.stderr):
+            pipe.close()
 
     def test_output_that_cannot_be_written_is_a_failure(self):
         self.make("good", container(THREE))
@@ -221,8 +251,14 @@ class Record(Cli):
         self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"old")
         self.run_tool(FAILED, "record", "7", "--force", "--stream", "4:7004:4=kvr2/7/4_7004-4.dat")
         self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"old")
+        with open(self.path("kvr2/7/4_7004-4.dat"), "rb") as itself:
+            self.run_tool(FAILED, "record", "7", "--force", "--stream", "4:7004:4=-", stdin=itself)
+        self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"old")
         self.run_tool(DONE, "record", "7", "--force", "--stream", "4:7004:4=in")
         self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"new")
+        self.make("good", container(THREE))
+        self.run_tool(FAILED, "map", "good", "-o", "good", "--force")
+        self.assertEqual(self.read("good"), container(THREE))
 
     @not_on_windows("there is no limit to the size of a file")
     def test_lost_bytes_are_told(self):
@@ -280,6 +316,39 @@ class Record(Cli):
                 self.assertEqual(self.read("kvr2/%d/4_7004-4.dat" % number), b"z" * accepted)
                 self.assertEqual(document["streams"][0]["lost_bytes"], 0)
 
+    @not_on_windows("a signal from outside ends a process at once")
+    def test_a_signal_in_full_flow_loses_nothing_that_was_taken(self):
+        block = bytes(range(256)) * 4096
+        for number, mode in enumerate([[], ["--sync"]]):
+            process = self.start("record", str(number), "--stream", "4:7004:4=-", "--json", *mode)
+            fed = threading.Thread(target=self.feed, args=(process.stdin, block))
+            fed.start()
+            recorded = self.path("kvr2/%d/4_7004-4.dat" % number)
+            while not (os.path.exists(recorded) and os.path.getsize(recorded) > len(block)):
+                self.assertIsNone(process.poll())
+            process.send_signal(signal.SIGTERM)
+            document = json.loads(process.stdout.read())
+            fed.join()
+            self.assertEqual(process.wait(100), INTERRUPTED)
+            process.stdout.close()
+            process.stderr.close()
+            stream = document["streams"][0]
+            content = self.read(recorded)
+            self.assertEqual((len(content), stream["lost_bytes"]), (stream["bytes"], 0))
+            self.assertEqual(content, (block * (len(content) // len(block) + 1))[:len(content)])
+
+    @staticmethod
+    def feed(pipe, block):
+        try:
+            while True:
+                pipe.write(block)
+        except BrokenPipeError:
+            pass
+        try:
+            pipe.close()
+        except BrokenPipeError:
+            pass
+
     @not_on_windows("a wait is for one input, and there is no FIFO")
     def test_a_stream_that_waits_does_not_hold_up_the_others(self):
         os.mkfifo(self.path("fifo"))
@@ -324,6 +393,16 @@ class Show(Cli):
                          [("1:1001:2", True, None), ("100:100:2", True, None), (None, False, None),
                           ("1:1001:2", False, 1), ("4:7004:4", True, None)])
         self.assertEqual((rows[4]["extent"], rows[4]["present"]), (50, 30))
+
+    def test_a_list_tells_what_no_player_reaches(self):
+        conf_first = [THREE[1], THREE[0], THREE[2]]
+        self.make("bad", container(conf_first, entries={0: {"offset": 0xFFFFFF00}}))
+        rows = self.run_json(DAMAGE, "list", "bad")["streams"]
+        self.assertEqual([row["reachable"] for row in rows], [False, False, False])
+        _, error = self.run_tool(FAILED, "play", "bad", "--stream", "1:1001:2")
+        self.assertIn("behind a cut-off header", error)
+        _, error = self.run_tool(DAMAGE, "extract", "bad", "-o", "out")
+        self.assertEqual(self.read("out/1_1001-2.dat"), THREE[0][2])
 
     def test_doctor_names_fault_and_offset(self):
         for name, (content, wanted) in DAMAGED.items():
@@ -430,7 +509,7 @@ class Pack(Cli):
                                   for file in os.listdir(self.path("out"))}, wanted)
                 self.assertIn("is damaged", error)
         self.make("hidden", DAMAGED["same stream twice"][0])
-        _, error = self.run_tool(DONE, "extract", "hidden", "-o", "hidden.out")
+        _, error = self.run_tool(DAMAGE, "extract", "hidden", "-o", "hidden.out")
         self.assertIn("entry 4 is left out", error)
         self.run_tool(FAILED, "extract", "hidden", "-o", "hidden.out")  # it is there already
 

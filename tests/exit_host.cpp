@@ -39,6 +39,7 @@ class Sink final : public IFileOpSink {
 };
 
 CWriteFileHandler* s_pHandler = nullptr;  // what the host forgets to destroy
+CmUint32 s_dwFirstHandle = 0;
 ThreadGate* s_pGate = nullptr;
 
 /// Queues 50 blocks of a file, all of them accepted, and an open whose failure will be traced.
@@ -52,6 +53,7 @@ void Record(IFileOpSink* pSink) {
         const auto* const lpBlock = reinterpret_cast<const unsigned char*>(strBlock.data());
         Require(s_pHandler->WriteData(dwHandle, lpBlock, 40'000, 0xFFFFFFFF) == 0, "queued");
     }
+    s_dwFirstHandle = dwHandle;
     s_pHandler->SetHomeDir("missing\\x");
     Require(s_pHandler->OpenWritingFile("b", dwHandle) == 0, "the bad open is queued");
 }
@@ -87,6 +89,37 @@ void ExitAfterTwoShutdowns() {
     Require(CacheFileShutdown() == 0 && CacheFileShutdown() == 0, "both shutdowns");
 }
 
+constexpr unsigned char c_aTail[] = {'t', 'a', 'i', 'l'};
+
+/// What still lies in the gathering buffer counts as accepted once its file is closed or its
+/// handler destroyed; nothing more is said to the library.
+void ReturnAfter(CmInt32 (*pEnd)(CmUint32 dwHandle)) {
+    static Sink s_sink;
+    CCmCallerThread::Attach();
+    Record(&s_sink);
+    const CmUint32 dwHandle = s_dwFirstHandle;
+    Require(s_pHandler->WriteData(dwHandle, c_aTail, 4, 0xFFFFFFFF) == 0, "the tail is gathered");
+    Require(pEnd(dwHandle) == 0, "the end is queued");
+}
+
+/// exit() from deep inside the library, with objects on the stack that are never destroyed.
+void ExitFromACallback() {
+    class Exiting final : public IFileOpSink {
+        void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType,
+                            CmInt32) override {
+            Record(nullptr);
+            std::exit(0);
+        }
+        void OnDataReady(unsigned char*, CmUint32, const tagDataInfo&) override {}
+    } aSink;
+    const CCmCallerThreadGuard aAttached;
+    CmUint32 dwHandle = 0;
+    CWriteFileHandler* const pHandler = CCacheFileManager::Instance().CreateWriteFileHandler(8, 1);
+    Require(pHandler->Initialize(&aSink) == 0 && pHandler->OpenWritingFile("b", dwHandle) == 0,
+            "an open is queued");
+    CCmCallerThread::WaitAndRun(60'000);
+}
+
 /// The handler registered first runs last: after the library has ended its worker.
 void ExitAndOpenLate() {
     static Sink s_sink;
@@ -107,5 +140,9 @@ int main(int nArguments, char** lpArguments) {
     if (strScenario == "forked") ExitInForkedChild();
     if (strScenario == "twice") ExitAfterTwoShutdowns();
     if (strScenario == "late") ExitAndOpenLate();
+    if (strScenario == "closed")
+        ReturnAfter([](CmUint32 dwHandle) { return s_pHandler->CloseFile(dwHandle); });
+    if (strScenario == "destroyed") ReturnAfter([](CmUint32) { return s_pHandler->Destroy(); });
+    if (strScenario == "callback") ExitFromACallback();
     return s_pHandler ? 0 : 1;
 }

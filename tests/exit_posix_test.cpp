@@ -18,8 +18,11 @@ TEST_P(Exit, EveryAcceptedWriteIsInItsFile) {
     EXPECT_EQ(nStatus, 0);
     CCmString strAll;
     for (unsigned i = 0; i < 50; ++i) strAll += Pattern(40'000, i);
+    if (strScenario == "closed" || strScenario == "destroyed") strAll += "tail";
     ExpectFile(Recording::PathOf("a"), strAll);
 }
 
-INSTANTIATE_TEST_SUITE_P(Host, Exit, testing::Values("busy", "forked", "twice", "late"),
+INSTANTIATE_TEST_SUITE_P(Host, Exit,
+                         testing::Values("busy", "forked", "twice", "late", "closed", "destroyed",
+                                         "callback"),
                          [](const auto& aInfo) { return std::string(aInfo.param); });

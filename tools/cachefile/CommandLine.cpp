@@ -1,6 +1,7 @@
 #include "tools/cachefile/CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <map>
 #include <memory>
 
@@ -8,13 +9,40 @@
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Output.h"
+#include "tools/cachefile/System.h"
 
 namespace {
+
+/// A path that the library can be given.
+const CLI::Validator& PathValidator() {
+    static const CLI::Validator s_aValidator(
+        [](std::string& str) { return System::PathFault(str); }, "");
+    return s_aValidator;
+}
+
+/// A number in decimal; the package alone would take signs, octal ones and what is too large.
+const CLI::Validator& NumberValidator() {
+    static const CLI::Validator s_aValidator(
+        [](std::string& strText) -> std::string {
+            std::uint64_t qwNumber = 0;
+            const char* const lpEnd = strText.data() + strText.size();
+            const auto [lpRead, aError] = std::from_chars(strText.data(), lpEnd, qwNumber);
+            if (aError != std::errc() || lpRead != lpEnd)
+                return "'" + strText + "' is no decimal number, or too large a one";
+            strText = std::to_string(qwNumber);
+            return {};
+        },
+        "");
+    return s_aValidator;
+}
 
 // Options that several commands have, with the same words everywhere.
 
 void AddPath(CLI::App& aCommand, std::string& strPath, const std::string& strHelp) {
-    aCommand.add_option("PATH", strPath, strHelp)->required()->type_name("");
+    aCommand.add_option("PATH", strPath, strHelp)
+        ->required()
+        ->check(PathValidator())
+        ->type_name("");
 }
 
 void AddJson(CLI::App& aCommand, bool& bJson) {
@@ -56,6 +84,7 @@ void AddRecord(CLI::App& aTool, int& nExit) {
     CLI::App& aCommand = *aTool.add_subcommand(
         "record", "Record streams from files, pipes or standard input, until they end");
     aCommand.add_option("ID", pOptions->aPlan.dwRecordID, "The number of the recording")
+        ->transform(NumberValidator())
         ->required()
         ->type_name("");
     AddEach(aCommand, "--stream", pOptions->vecStreams,
@@ -64,9 +93,11 @@ void AddRecord(CLI::App& aTool, int& nExit) {
         ->required()
         ->type_name("STREAM=FILE");
     aCommand.add_option("--home", pOptions->aPlan.strHome, "Where recordings lie")
+        ->check(PathValidator())
         ->type_name("DIR")
         ->capture_default_str();
     aCommand.add_option("--piece", pOptions->nPiece, "Most bytes handed over at once")
+        ->transform(NumberValidator())
         ->check(CLI::Range(1, 16777216))
         ->type_name("BYTES")
         ->option_text("BYTES [32768]");
@@ -87,8 +118,10 @@ void AddPlay(CLI::App& aTool, int& nExit) {
         ->required()
         ->type_name("STREAM");
     aCommand.add_option("--offset", pOptions->qwOffset, "Begin so many bytes into the stream")
+        ->transform(NumberValidator())
         ->type_name("BYTES");
     aCommand.add_option("--length", pOptions->qwLength, "Stop after so many bytes")
+        ->transform(NumberValidator())
         ->type_name("BYTES");
     AddExample(aCommand, "cachefile play kvr2/7 --stream 4:7004:4 > voice.raw");
     aCommand.callback([pOptions, &nExit] { nExit = Play(*pOptions); });
@@ -119,6 +152,7 @@ void AddMap(CLI::App& aTool, int& nExit) {
         "map", "Draw what lies where in a container, on the terminal or as SVG");
     AddPath(aCommand, pOptions->strPath, "A container");
     aCommand.add_option("-o,--output", pOptions->strOutput, "Draw into this SVG file instead")
+        ->check(PathValidator())
         ->type_name("FILE.svg");
     AddForce(aCommand, pOptions->bForce);
     AddExample(aCommand, "cachefile map talk.container -o talk.svg");
@@ -131,6 +165,7 @@ void AddExtract(CLI::App& aTool, int& nExit) {
         "extract", "Write the streams of a container into files, also of a damaged one");
     AddPath(aCommand, pOptions->strPath, "A container");
     aCommand.add_option("-o,--output", pOptions->strDirectory, "The directory for the files")
+        ->check(PathValidator())
         ->required()
         ->type_name("DIR");
     AddEach(aCommand, "--stream", pOptions->vecStreams,
@@ -147,22 +182,27 @@ void AddPack(CLI::App& aTool, int& nExit) {
     CLI::App& aCommand =
         *aTool.add_subcommand("pack", "Make a container of the record files of directories");
     aCommand.add_option("DIR", pOptions->vecDirectories, "Recording directories")
+        ->check(PathValidator())
         ->required()
         ->type_name("");
     aCommand.add_option("-o,--output", pOptions->strOutput, "The container to be made")
+        ->check(PathValidator())
         ->required()
         ->type_name("FILE");
     aCommand.add_option("--index", pOptions->dwIndexType, "Index type: 0 packed, 1 chained")
+        ->transform(NumberValidator())
         ->check(CLI::IsMember(std::vector<CmUint32>{Index_Packed, Index_Chained}))
         ->type_name("0|1")
         ->option_text("0|1");
     aCommand
         .add_option("--version", pOptions->dwFileVersion,
                     "Set the file version in the conf stream's header")
+        ->transform(NumberValidator())
         ->type_name("N");
     aCommand
         .add_option("--timestamp", pOptions->dwCBTimeStamp,
                     "Set the CB time stamp in the conf stream's header")
+        ->transform(NumberValidator())
         ->type_name("N");
     aCommand.add_flag("--verify", pOptions->bVerify,
                       "Read the container back and compare before it gets its name");
@@ -186,14 +226,17 @@ void AddBench(CLI::App& aTool, int& nExit) {
     CLI::App& aCommand = *aTool.add_subcommand(
         "bench", "Append and read with the library and with plain stdio, side by side");
     aCommand.add_option("--size", pOptions->qwMebibytes, "How much to write and read")
+        ->transform(NumberValidator())
         ->check(CLI::Range(1, 4095))
         ->type_name("MIB")
         ->option_text("MIB [64]");
     aCommand.add_option("--piece", pOptions->nPiece, "Bytes at once")
+        ->transform(NumberValidator())
         ->check(CLI::Range(1, 16777216))
         ->type_name("BYTES")
         ->option_text("BYTES [4096]");
     aCommand.add_option("--rounds", pOptions->nRounds, "Measure so often and take the best")
+        ->transform(NumberValidator())
         ->check(CLI::Range(1, 1000))
         ->type_name("N")
         ->option_text("N [3]");
@@ -201,10 +244,17 @@ void AddBench(CLI::App& aTool, int& nExit) {
         .add_option("--dir", pOptions->strDirectory,
                     "Where to write, instead of the system's "
                     "place for temporary files")
+        ->check(PathValidator())
         ->type_name("DIR");
     AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile bench --size 256");
     aCommand.callback([pOptions, &nExit] { nExit = Bench(*pOptions); });
+}
+
+/// The package takes a word in brackets apart, which may be the name of a file.
+std::string AsOneWord(const std::string& strWord) {
+    const bool bBrackets = strWord.size() > 1 && strWord.front() == '[' && strWord.back() == ']';
+    return bBrackets ? "./" + strWord : strWord;
 }
 
 /// The library's own lines, for whoever wants to know why.
@@ -238,8 +288,10 @@ int RunCommandLine(int argc, char** argv) {
     CLI::App aTool{"Looks after recordings: records, plays, shows, packs and examines them.",
                    "cachefile"};
     AddEverything(aTool, nExit);
+    std::vector<std::string> vecWords;
+    for (int i = argc - 1; i > 0; --i) vecWords.push_back(AsOneWord(argv[i]));
     try {
-        aTool.parse(argc, argv);
+        aTool.parse(std::move(vecWords));
     } catch (const CLI::CallForVersion& aVersion) {
         Print(std::string(aVersion.what()) + "\n");
     } catch (const CLI::CallForHelp&) {

@@ -25,9 +25,6 @@ class CFailure : public std::runtime_error {
     ExitCode m_exit;
 };
 
-/// Whoever reads our standard output has had enough.
-struct ClosedPipe {};
-
 /// The user or the system wants the tool to end.
 struct Interrupted {};
 

@@ -31,9 +31,14 @@ Selection SelectNamed(const tagExtractOptions& aOptions, const tagRecording& aRe
     return vecSelected;
 }
 
-/// Every stream that a request can reach; says which entries are left out.
-Selection SelectAll(const tagRecording& aRecording) {
+/// Every stream that has a name of its own; says what is left out, in bLeftOut too.
+Selection SelectAll(const tagRecording& aRecording, bool& bLeftOut) {
     Selection vecSelected;
+    const std::uint64_t qwDeclared = aRecording.pIndex->GetFileHeader().dwFileSize;
+    if (aRecording.qwSize > qwDeclared)
+        Warn(Grouped(aRecording.qwSize - qwDeclared) +
+             " bytes behind the end that the header gives belong to no stream that begins before");
+    bLeftOut = aRecording.qwSize > qwDeclared;
     for (const tagStream& aStream : aRecording.vecStreams) {
         const auto nNumber = std::to_string(&aStream - aRecording.vecStreams.data() + 1);
         if (!aStream.bKnown)
@@ -45,6 +50,7 @@ Selection SelectAll(const tagRecording& aRecording) {
         else
             vecSelected.push_back(&aStream);
     }
+    bLeftOut = bLeftOut || vecSelected.size() < aRecording.vecStreams.size();
     return vecSelected;
 }
 
@@ -152,12 +158,12 @@ std::uint64_t CExtraction::Copy(const tagStream& aStream, COutputFile& aFile) {
 
 int Extract(const tagExtractOptions& aOptions) {
     const tagRecording aRecording = RequireContainer(aOptions.strPath);
-    Selection vecSelected =
-        aOptions.vecStreams.empty() ? SelectAll(aRecording) : SelectNamed(aOptions, aRecording);
     bool bMissing = false;
+    Selection vecSelected = aOptions.vecStreams.empty() ? SelectAll(aRecording, bMissing)
+                                                        : SelectNamed(aOptions, aRecording);
     {
         CExtraction aExtraction(aOptions, aRecording, std::move(vecSelected));
-        bMissing = aExtraction.Run();
+        bMissing = aExtraction.Run() || bMissing;
         aExtraction.Print();
     }
     FinishOutput();

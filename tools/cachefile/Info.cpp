@@ -9,7 +9,7 @@ namespace {
 std::size_t CountReachable(const tagRecording& aRecording) {
     std::size_t nCount = 0;
     for (const tagStream& aStream : aRecording.vecStreams)
-        if (aStream.bKnown && aStream.nHiddenBy == 0) ++nCount;
+        if (aStream.IsReachable()) ++nCount;
     return nCount;
 }
 

@@ -55,16 +55,36 @@ void FindHidden(std::vector<tagStream>& vecStreams) {
             nFirst = i;
 }
 
+/// A player stops at a conf header that isn't there whole, and reads nothing that begins behind the
+/// end that the header gives.
+void FindBarred(const CContainerIndex& aIndex, std::vector<tagStream>& vecStreams) {
+    bool bStopped = false;
+    for (tagStream& aStream : vecStreams) {
+        if (bStopped)
+            aStream.lpBarred = "behind a cut-off header";
+        else if (aStream.qwOffset > aIndex.GetFileHeader().dwFileSize)
+            aStream.lpBarred = "past the end";
+        bStopped = bStopped || (aStream.wTag == c_wConfTag &&
+                                aStream.qwOffset + c_dwEntryFileHeaderSize > aIndex.GetFileSize());
+    }
+}
+
 /// Collects regions in the order of their beginnings.
 class CSweep {
  public:
     void Add(tagRegion::Kind aKind, std::uint64_t qwBegin, std::uint64_t qwEnd,
              std::size_t nStream) {
-        if (qwBegin > m_qwCovered) Append({tagRegion::Gap, m_qwCovered, qwBegin, 0});
+        FillUpTo(qwBegin);
         if (qwBegin < m_qwCovered && qwBegin < qwEnd)
             Append({tagRegion::Overlap, qwBegin, std::min(qwEnd, m_qwCovered), nStream});
         if (qwEnd <= m_qwCovered) return;
         Append({aKind, std::max(qwBegin, m_qwCovered), qwEnd, nStream});
+        m_qwCovered = qwEnd;
+    }
+
+    void FillUpTo(std::uint64_t qwEnd) {
+        if (qwEnd <= m_qwCovered) return;
+        Append({tagRegion::Gap, m_qwCovered, qwEnd, 0});
         m_qwCovered = qwEnd;
     }
 
@@ -101,6 +121,7 @@ std::vector<tagStream> LayOutStreams(const CContainerIndex& aIndex) {
         vecStreams.push_back(aStream);
     }
     FindHidden(vecStreams);
+    FindBarred(aIndex, vecStreams);
     return vecStreams;
 }
 
@@ -128,7 +149,7 @@ std::vector<tagRegion> LayOutRegions(const tagRecording& aRecording) {
     for (const tagRegion& aClaim : vecClaims)
         aSweep.Add(aClaim.aKind, aClaim.qwBegin, aClaim.qwEnd, aClaim.nStream);
     const std::uint64_t qwDeclared = aRecording.pIndex->GetFileHeader().dwFileSize;
-    aSweep.Add(tagRegion::Gap, aRecording.qwSize, aRecording.qwSize, 0);
+    aSweep.FillUpTo(aRecording.qwSize);
     if (qwDeclared > aRecording.qwSize)
         aSweep.Add(tagRegion::Missing, aRecording.qwSize, qwDeclared, 0);
     return aSweep.vecRegions;

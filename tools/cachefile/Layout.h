@@ -12,7 +12,7 @@
 /// end of the container: the end that its header gives, or the file's for what lies behind that.
 std::vector<tagStream> LayOutStreams(const CContainerIndex& aIndex);
 
-/// A run of bytes of a container.
+/// A run of bytes of a container, never empty.
 struct tagRegion {
     enum Kind { Header, Index, Stream, Gap, Overlap, Missing };
     Kind aKind;

@@ -58,7 +58,6 @@ std::string DrawBar(const std::vector<tagRegion>& vecRegions, std::size_t nColum
     std::vector<const tagRegion*> vecShown(nColumns, nullptr);
     std::vector<std::uint64_t> vecBytes(nColumns, 0);
     for (const tagRegion& aRegion : vecRegions) {
-        if (aRegion.qwBegin == aRegion.qwEnd) continue;
         for (std::size_t n = static_cast<std::size_t>(aRegion.qwBegin * nColumns / qwEnd);
              n < nColumns && n * qwEnd < aRegion.qwEnd * nColumns; ++n) {
             const std::uint64_t qwBytes = std::min(aRegion.qwEnd * nColumns, (n + 1) * qwEnd) -
@@ -100,9 +99,36 @@ void PrintMap(const tagRecording& aRecording, const std::vector<tagRegion>& vecR
               " more; list shows every stream\n");
 }
 
+/// How many bytes of UTF-8 the next character takes, 0 if there is none that XML could hold.
+std::size_t CharacterLength(std::string_view strText) {
+    const auto byFirst = static_cast<unsigned char>(strText.front());
+    const std::size_t nLength = byFirst < 0x80                      ? 1
+                                : byFirst >= 0xC2 && byFirst < 0xE0 ? 2
+                                : byFirst >= 0xE0 && byFirst < 0xF0 ? 3
+                                : byFirst >= 0xF0 && byFirst < 0xF5 ? 4
+                                                                    : 0;
+    if (nLength > strText.size()) return 0;
+    CmUint32 dwCode = nLength == 1 ? byFirst : byFirst & (0x7FU >> nLength);
+    for (std::size_t i = 1; i < nLength; ++i) {
+        if ((strText[i] & 0xC0) != 0x80) return 0;
+        dwCode = dwCode << 6 | (strText[i] & 0x3FU);
+    }
+    const bool bTooLong = (nLength == 3 && dwCode < 0x800) || (nLength == 4 && dwCode < 0x10000);
+    const bool bNone = (dwCode >= 0xD800 && dwCode < 0xE000) || dwCode == 0xFFFE ||
+                       dwCode == 0xFFFF || dwCode > 0x10FFFF;
+    return bTooLong || bNone ? 0 : nLength;
+}
+
 std::string EscapeXml(const std::string& strText) {
+    std::string strGood;
+    const std::string strPrintable = Printable(strText);
+    for (std::size_t nAt = 0; nAt < strPrintable.size();) {
+        const std::size_t nLength = CharacterLength(std::string_view(strPrintable).substr(nAt));
+        strGood += nLength ? strPrintable.substr(nAt, nLength) : "?";
+        nAt += nLength ? nLength : 1;
+    }
     std::string strResult;
-    for (const char c : Printable(strText)) {
+    for (const char c : strGood) {
         if (c == '&')
             strResult += "&amp;";
         else if (c == '<')
@@ -149,7 +175,11 @@ int Map(const tagMapOptions& aOptions) {
     if (aOptions.strOutput.empty()) {
         PrintMap(aRecording, vecRegions);
     } else {
-        COutputFile aFile(System::NativePath(aOptions.strOutput), aOptions.bForce);
+        const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
+        std::error_code aError;
+        if (std::filesystem::equivalent(aOutput, System::NativePath(aOptions.strPath), aError))
+            throw CFailure("the container itself would be written over");
+        COutputFile aFile(aOutput, aOptions.bForce);
         const std::string strSvg = DrawSvg(aRecording, vecRegions);
         aFile.Write(strSvg.data(), strSvg.size());
         aFile.Finish();

@@ -13,9 +13,18 @@ namespace {
 
 constexpr std::size_t c_nFlushAt = 65536;
 
-[[noreturn]] void OutputFailed(int nErrno) {
-    if (System::IsInterrupted()) throw Interrupted();
-    if (System::IsClosedPipe(nErrno)) throw ClosedPipe();
+bool s_bClosed = false;  // whoever reads our standard output has had enough
+
+/// What was printed and isn't out yet.
+std::string& Buffer() {
+    static std::string s_strBuffer;
+    return s_strBuffer;
+}
+
+void OutputFailed(int nErrno) {
+    s_bClosed = System::IsClosedPipe(nErrno);
+    if (s_bClosed) return;
+    if (nErrno == EINTR) throw Interrupted();
     throw CFailure(std::string("cannot write to standard output: ") + std::strerror(nErrno));
 }
 
@@ -36,15 +45,18 @@ std::size_t Width(std::string_view strText) {
 }  // namespace
 
 void Print(std::string_view strText) {
-    errno = 0;
-    if (std::fwrite(strText.data(), 1, strText.size(), stdout) != strText.size())
-        OutputFailed(errno);
+    if (s_bClosed) return;
+    Buffer().append(strText);
+    if (Buffer().size() >= c_nFlushAt) FinishOutput();
 }
 
 void FinishOutput() {
-    errno = 0;
-    if (std::fflush(stdout) != 0) OutputFailed(errno);
+    const int nErrno = s_bClosed ? 0 : System::WriteOutput(Buffer().data(), Buffer().size());
+    Buffer().clear();
+    if (nErrno != 0) OutputFailed(nErrno);
 }
+
+bool IsOutputClosed() { return s_bClosed; }
 
 void Warn(const std::string& strText) { std::fprintf(stderr, "cachefile: %s\n", strText.c_str()); }
 

@@ -6,10 +6,12 @@
 
 /// What the tool writes: results to standard output, everything else to standard error.
 
-/// Adds bytes to standard output. Throws ClosedPipe when nobody reads it any more, CFailure when
-/// it can't be written. What is printed is sure to be out only after FinishOutput.
+/// Adds bytes to standard output. Throws CFailure when it can't be written; when nobody reads it
+/// any more nothing is written from then on, and the command goes on to see how it ends. What is
+/// printed is sure to be out only after FinishOutput.
 void Print(std::string_view strText);
 void FinishOutput();
+bool IsOutputClosed();
 
 /// A line to standard error, after the tool's name. Never fails.
 void Warn(const std::string& strText);

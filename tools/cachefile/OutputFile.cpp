@@ -43,6 +43,7 @@ COutputFile::COutputFile(std::filesystem::path aPath, bool bReplace)
     : m_path(std::move(aPath)), m_temporary(System::TemporaryName(m_path)), m_bReplace(bReplace) {
     RequireFree(m_path, bReplace);
     errno = 0;
+    if (!System::MakeNewFile(m_temporary)) ThrowWriting(m_path, errno);
     m_stream.open(m_temporary, std::ios::binary | std::ios::trunc);
     if (!m_stream) ThrowWriting(m_path, errno);
 }

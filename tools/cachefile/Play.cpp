@@ -28,6 +28,9 @@ int Play(const tagPlayOptions& aOptions) {
     const tagStream* const pStream = aRecording.Find(aWanted);
     if (!pStream)
         throw CFailure(Printable(aOptions.strPath) + " has no stream " + StreamName(aWanted));
+    if (pStream->lpBarred)
+        throw CFailure(StreamName(aWanted) + " can't be played: it is " + pStream->lpBarred +
+                       " (cachefile extract takes out what is there)");
     CPlayer aPlayer(aRecording, &pStream->aDescriber);
     const std::uint64_t qwEnd = FindEnd(aOptions, *pStream);
     for (std::uint64_t qwAt = aOptions.qwOffset; qwAt < qwEnd; qwAt += aPlayer.GetLength()) {
@@ -37,6 +40,7 @@ int Play(const tagPlayOptions& aOptions) {
         if (lResult != CACHE_OK)
             throw CFailure(ResultText("cannot read " + StreamName(aWanted), lResult));
         if (aPlayer.GetLength() == 0) throw CFailure(StreamName(aWanted) + " has become shorter");
+        if (IsOutputClosed()) return Exit_Done;
         Print({reinterpret_cast<const char*>(aPlayer.GetData()), aPlayer.GetLength()});
     }
     FinishOutput();

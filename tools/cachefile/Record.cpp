@@ -61,11 +61,9 @@ void OpenInputs(const tagRecordOptions& aOptions, const Sources& vecSources) {
         if (!pSource->aInput.Open(pSource->strPath))
             throw CFailure("cannot open " + Printable(pSource->strPath) + ": " +
                            std::strerror(errno));
-    std::error_code aError;
     for (const auto& pTarget : vecSources)
         for (const auto& pInput : vecSources)
-            if (std::filesystem::equivalent(pTarget->aRecorder.GetPath(),
-                                            System::NativePath(pInput->strPath), aError))
+            if (pInput->aInput.IsFile(pTarget->aRecorder.GetPath()))
                 throw CFailure(Printable(pInput->strPath) + " would be written over");
     for (const auto& pTarget : vecSources)
         RequireFree(pTarget->aRecorder.GetPath(), aOptions.bForce);

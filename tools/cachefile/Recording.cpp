@@ -62,9 +62,11 @@ tagStream RecordFile(const tagFileDescriber& aDescriber, std::uint64_t qwSize) {
 std::string tagStream::Name() const { return bKnown ? StreamName(aDescriber) : "?"; }
 
 const tagStream* tagRecording::Find(const tagFileDescriber& aDescriber) const {
+    const auto aKey = [](const tagFileDescriber& a) {
+        return std::tuple(a.wDataType, a.dwFileID, a.byFileType);
+    };
     for (const tagStream& aStream : vecStreams)
-        if (aStream.bKnown && DataInfoMatches(RequestFor(aDescriber), aStream.aDescriber))
-            return &aStream;
+        if (aStream.bKnown && aKey(aStream.aDescriber) == aKey(aDescriber)) return &aStream;
     return nullptr;
 }
 

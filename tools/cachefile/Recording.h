@@ -19,7 +19,9 @@ struct tagStream {
     std::uint64_t qwExtent = 0;       ///< derived: up to what begins next, or the end
     std::uint64_t qwPresent = 0;      ///< how many of these bytes the file really has
     std::size_t nHiddenBy = 0;        ///< number of the earlier entry that is meant, or 0
+    const char* lpBarred = nullptr;   ///< what else keeps a player from it
 
+    bool IsReachable() const { return bKnown && nHiddenBy == 0 && !lpBarred; }
     std::string Name() const;  ///< TYPE:ID:KIND, or "?" for an unknown tag
 };
 
@@ -35,7 +37,7 @@ struct tagRecording {
     std::vector<std::string> vecOtherFiles;  ///< of a directory: what is no record file
 
     bool IsContainer() const { return pIndex != nullptr; }
-    /// The first stream that a request with this type, id and kind would get, or null.
+    /// The first stream with exactly this type, id and kind, or null.
     const tagStream* Find(const tagFileDescriber& aDescriber) const;
 };
 

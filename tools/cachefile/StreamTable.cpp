@@ -15,6 +15,7 @@ std::pair<std::string, Style> State(const tagStream& aStream) {
     if (!aStream.bKnown) return {"unknown tag", Style::Yellow};
     if (aStream.nHiddenBy != 0)
         return {"hidden by " + std::to_string(aStream.nHiddenBy), Style::Yellow};
+    if (aStream.lpBarred) return {aStream.lpBarred, Style::Red};
     if (aStream.qwPresent < aStream.qwExtent)
         return {"lacks " + Grouped(aStream.qwExtent - aStream.qwPresent), Style::Red};
     return {"reachable", Style::Green};
@@ -34,7 +35,7 @@ Json ToJson(const tagStream& aStream, std::size_t nNumber, bool bContainer) {
     aFields.emplace_back("extent", aStream.qwExtent);
     aFields.emplace_back("extent_derived", bContainer);
     aFields.emplace_back("present", aStream.qwPresent);
-    aFields.emplace_back("reachable", aStream.bKnown && aStream.nHiddenBy == 0);
+    aFields.emplace_back("reachable", aStream.IsReachable());
     aFields.emplace_back("hidden_by", aStream.nHiddenBy ? Json(aStream.nHiddenBy) : Json(nullptr));
     if (bContainer) aFields.emplace_back("entry_offset", aStream.qwEntryOffset);
     return aJson;

@@ -19,8 +19,15 @@ bool IsErrorTerminal();
 /// Columns of the terminal, 80 if there is none.
 int GetTerminalWidth();
 
+/// Writes to standard output and waits for its reader. 0, or the reason as in errno; 4
+/// (interrupted) when the process is interrupted and the reader takes nothing.
+int WriteOutput(const char* lpData, std::size_t nLength);
+
 /// Whether a write failed because nobody reads the other end any more.
 bool IsClosedPipe(int nErrno);
+
+/// Why the library can't be given this path, or an empty text.
+std::string PathFault(const std::string& strPath);
 
 /// A path as it was given on the command line, in UTF-8.
 std::string Utf8Path(const std::string& strPath);
@@ -30,6 +37,9 @@ inline std::filesystem::path NativePath(const std::string& strPath) {
 
 /// A name that no other process uses at this time, for the file that is to become aPath.
 std::filesystem::path TemporaryName(const std::filesystem::path& aPath);
+
+/// Makes an empty file where nothing is, not even a link. False with errno on failure.
+bool MakeNewFile(const std::filesystem::path& aPath);
 
 /// Gives a file its final name. Without bReplace it fails where something has that name already,
 /// with an error of file_exists.
@@ -49,6 +59,9 @@ class CInput {
 
     /// False with errno on failure.
     bool Open(const std::string& strPath);
+
+    /// Whether aPath is the file that is read, whatever name it was opened by.
+    bool IsFile(const std::filesystem::path& aPath) const;
 
     /// The bytes that are there, at most nLength; 0 at the end, -1 with errno on failure, -2 when
     /// there are none yet.

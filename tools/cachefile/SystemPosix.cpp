@@ -2,9 +2,12 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 
 #include "tools/cachefile/System.h"
@@ -42,6 +45,9 @@ void HandleInterrupt(int nSignal) {
 namespace System {
 
 void Prepare() {
+    // What was started without standard input must not take the next file for it. Reading fails.
+    for (int nFile = 0; nFile == STDIN_FILENO && ::fcntl(nFile, F_GETFD) < 0;)
+        nFile = ::open("/dev/null", O_WRONLY);
     Handle(SIGPIPE, SIG_IGN);
     Handle(SIGXFSZ, SIG_IGN);  // a write beyond the limit is a failed write
     if (::pipe(s_aWakePipe) == 0)
@@ -51,6 +57,7 @@ void Prepare() {
         }
     HandleInterrupt(SIGINT);
     HandleInterrupt(SIGTERM);
+    HandleInterrupt(SIGHUP);
 }
 
 bool IsInterrupted() { return s_nInterrupted != 0; }
@@ -65,12 +72,41 @@ int GetTerminalWidth() {
     return 80;
 }
 
+int WriteOutput(const char* lpData, std::size_t nLength) {
+    struct stat aStat = {};
+    const bool bFile = ::fstat(STDOUT_FILENO, &aStat) == 0 && S_ISREG(aStat.st_mode);
+    while (nLength > 0) {
+        // So many bytes a pipe that has room takes without waiting.
+        const std::size_t nPart = bFile ? nLength : std::min<std::size_t>(nLength, PIPE_BUF);
+        struct pollfd aPolled[] = {{STDOUT_FILENO, POLLOUT, 0}, {s_aWakePipe[0], POLLIN, 0}};
+        if (::poll(aPolled, 2, -1) < 0 && errno != EINTR) return errno;
+        if (aPolled[0].revents == 0 && IsInterrupted()) return EINTR;
+        if (aPolled[0].revents == 0) continue;
+        const ssize_t nWritten = ::write(STDOUT_FILENO, lpData, nPart);
+        if (nWritten < 0 && errno != EINTR && errno != EAGAIN) return errno;
+        if (nWritten <= 0) continue;
+        lpData += nWritten;
+        nLength -= static_cast<std::size_t>(nWritten);
+    }
+    return 0;
+}
+
 bool IsClosedPipe(int nErrno) { return nErrno == EPIPE; }
+
+std::string PathFault(const std::string& strPath) {
+    if (strPath.empty()) return "a path can't be empty";
+    return strPath.find('\\') == std::string::npos ? "" : "no path with a backslash can be used";
+}
 
 std::string Utf8Path(const std::string& strPath) { return strPath; }
 
 std::filesystem::path TemporaryName(const std::filesystem::path& aPath) {
     return aPath.string() + "." + std::to_string(::getpid()) + ".partial";
+}
+
+bool MakeNewFile(const std::filesystem::path& aPath) {
+    const int nFile = ::open(aPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    return nFile >= 0 && ::close(nFile) == 0;
 }
 
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
@@ -107,6 +143,12 @@ bool CInput::Open(const std::string& strPath) {
     m_nFile = ::open(strPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     m_bOwned = m_nFile >= 0;
     return m_bOwned;
+}
+
+bool CInput::IsFile(const std::filesystem::path& aPath) const {
+    struct stat aOwn = {}, aOther = {};
+    return ::fstat(m_nFile, &aOwn) == 0 && ::stat(aPath.c_str(), &aOther) == 0 &&
+           aOwn.st_dev == aOther.st_dev && aOwn.st_ino == aOther.st_ino;
 }
 
 long long CInput::Read(unsigned char* lpBuffer, std::size_t nLength) {

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <io.h>
 #include <process.h>
+#include <sys/stat.h>
 #include <windows.h>
 
 #include <atomic>
@@ -52,8 +53,23 @@ int GetTerminalWidth() {
     return aInfo.srWindow.Right - aInfo.srWindow.Left + 1;
 }
 
+int WriteOutput(const char* lpData, std::size_t nLength) {
+    while (nLength > 0) {
+        const auto nPart = static_cast<unsigned int>(nLength < 65536 ? nLength : 65536);
+        const int nWritten = ::_write(1, lpData, nPart);
+        if (nWritten <= 0) return errno;
+        lpData += nWritten;
+        nLength -= static_cast<std::size_t>(nWritten);
+    }
+    return 0;
+}
+
 /// The runtime reports a broken pipe as an invalid argument.
 bool IsClosedPipe(int nErrno) { return nErrno == EPIPE || nErrno == EINVAL; }
+
+std::string PathFault(const std::string& strPath) {
+    return strPath.empty() ? "a path can't be empty" : "";
+}
 
 std::string Utf8Path(const std::string& strPath) {
     const int nWide = ::MultiByteToWideChar(CP_ACP, 0, strPath.c_str(), -1, nullptr, 0);
@@ -66,6 +82,12 @@ std::filesystem::path TemporaryName(const std::filesystem::path& aPath) {
     std::filesystem::path aName = aPath;
     aName += "." + std::to_string(::_getpid()) + ".partial";
     return aName;
+}
+
+bool MakeNewFile(const std::filesystem::path& aPath) {
+    const int nFile =
+        ::_wopen(aPath.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
+    return nFile >= 0 && ::_close(nFile) == 0;
 }
 
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
@@ -93,6 +115,22 @@ bool CInput::Open(const std::string& strPath) {
     m_nFile = ::_wopen(NativePath(strPath).c_str(), _O_RDONLY | _O_BINARY | _O_NOINHERIT);
     m_bOwned = m_nFile >= 0;
     return m_bOwned;
+}
+
+bool CInput::IsFile(const std::filesystem::path& aPath) const {
+    const auto hOwn = reinterpret_cast<HANDLE>(::_get_osfhandle(m_nFile));
+    const HANDLE hOther =
+        ::CreateFileW(aPath.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                      nullptr, OPEN_EXISTING, 0, nullptr);
+    if (hOther == INVALID_HANDLE_VALUE) return false;
+    BY_HANDLE_FILE_INFORMATION aOwn = {}, aOther = {};
+    const bool bSame = ::GetFileInformationByHandle(hOwn, &aOwn) &&
+                       ::GetFileInformationByHandle(hOther, &aOther) &&
+                       aOwn.dwVolumeSerialNumber == aOther.dwVolumeSerialNumber &&
+                       aOwn.nFileIndexHigh == aOther.nFileIndexHigh &&
+                       aOwn.nFileIndexLow == aOther.nFileIndexLow;
+    ::CloseHandle(hOther);
+    return bSame;
 }
 
 long long CInput::Read(unsigned char* lpBuffer, std::size_t nLength) {

@@ -1,0 +1,83 @@
+#include "fuzz/MemoryFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/CmFile.h"
+
+namespace {
+
+/// What goes as a stream through the layers above.
+struct tagOpening {
+    std::uint64_t qwPosition = 0;
+};
+
+tagOpening& Of(std::FILE* pStream) { return *reinterpret_cast<tagOpening*>(pStream); }
+
+int Refuse(int nErrno) {
+    errno = nErrno;
+    return -1;
+}
+
+}  // namespace
+
+MemoryFile& MemoryFile::Instance() {
+    static MemoryFile s_file;
+    return s_file;
+}
+
+namespace CmFile {
+
+std::FILE* Open(const CCmString& /*strPath*/, OpenMode aMode, PathText /*aText*/) {
+    if (aMode != Open_Read) return Refuse(EROFS), nullptr;
+    ++MemoryFile::Instance().nOpen;
+    return reinterpret_cast<std::FILE*>(new tagOpening);
+}
+
+int Close(std::FILE* pStream) {
+    --MemoryFile::Instance().nOpen;
+    delete &Of(pStream);
+    return 0;
+}
+
+int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
+    const std::int64_t nSize = Size(pStream);
+    Of(pStream).qwPosition =
+        static_cast<std::uint64_t>(aFrom == From_End ? nSize + nPosition : nPosition);
+    return 0;
+}
+
+std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd) {
+    MemoryFile& aFile = MemoryFile::Instance();
+    const std::uint64_t qwFrom = Of(pStream).qwPosition;
+    const std::uint64_t qwTo = std::min<std::uint64_t>(qwFrom + dwLength, aFile.strBytes.size());
+    ++aFile.qwReads;
+    bEnd = qwFrom + dwLength > qwTo;
+    if (qwFrom >= qwTo) return 0;
+    if (std::max(qwFrom, aFile.qwBadFrom) < std::min(qwTo, aFile.qwBadTo)) {
+        bEnd = false;
+        return Refuse(EIO), 0;
+    }
+    const auto dwCount = static_cast<std::size_t>(qwTo - qwFrom);
+    std::memcpy(lpBuffer, aFile.strBytes.data() + qwFrom, dwCount);
+    aFile.qwBytesRead += dwCount;
+    Of(pStream).qwPosition = qwTo;
+    return dwCount;
+}
+
+std::int64_t Size(std::FILE* /*pStream*/) {
+    return static_cast<std::int64_t>(MemoryFile::Instance().strBytes.size());
+}
+
+std::size_t Write(std::FILE*, const void*, std::size_t) { return Refuse(EROFS), 0; }
+int Flush(std::FILE*) { return 0; }
+int Sync(std::FILE*) { return 0; }
+bool Exists(const CCmString&) { return true; }
+int MakeDirectory(const CCmString&) { return Refuse(EROFS); }
+int RemoveFile(const CCmString&) { return Refuse(EROFS); }
+int RemoveEmptyDirectory(const CCmString&) { return Refuse(EROFS); }
+int RenameOver(const CCmString&, const CCmString&) { return Refuse(EROFS); }
+int RemoveUtf8File(const CCmString&) { return Refuse(EROFS); }
+
+}  // namespace CmFile

@@ -1,0 +1,123 @@
+#include "fuzz/Reference.h"
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+
+#include "fuzz/MemoryFile.h"
+
+namespace {
+
+constexpr std::uint64_t c_qwHeader = 24, c_qwEntry = 32;
+constexpr unsigned c_nConfHeader = 72, c_wConf = 274;
+constexpr std::size_t c_nMostSteps = 20'000;
+
+const CCmString& File() { return MemoryFile::Instance().strBytes; }
+
+CmUint32 Word(std::uint64_t qwAt, unsigned nBytes = 4) {
+    CmUint32 dwWord = 0;
+    for (unsigned i = nBytes; i-- > 0;)
+        dwWord =
+            dwWord << 8 | static_cast<unsigned char>(File()[static_cast<std::size_t>(qwAt) + i]);
+    return dwWord;
+}
+
+bool IsBad(std::uint64_t qwFrom, std::uint64_t qwTo) {
+    const MemoryFile& aFile = MemoryFile::Instance();
+    qwTo = std::min<std::uint64_t>(qwTo, File().size());
+    return std::max(qwFrom, aFile.qwBadFrom) < std::min(qwTo, aFile.qwBadTo);
+}
+
+/// The data type and the kind of a tag; 0 and 0 for an unknown one.
+std::pair<unsigned, unsigned> Kind(unsigned wTag) {
+    static const unsigned s_aSingle[] = {1, 3, 8, 10, 16};
+    static const std::pair<unsigned, unsigned> s_aPairs[] = {{266, 99}, {268, 4}, {270, 20},
+                                                             {272, 21}, {276, 6}, {286, 51}};
+    if (wTag >= 256 && wTag <= 260) return {s_aSingle[wTag - 256], 2};
+    if (wTag == 261) return {5, 4};
+    if (wTag == 274) return {100, 2};
+    if (wTag == 284) return {102, 2};
+    for (const auto& [wEven, wType] : s_aPairs)
+        if (wTag == wEven || wTag == wEven + 1) return {wType, wTag == wEven ? 4 : 1};
+    return {0, 0};
+}
+
+}  // namespace
+
+/// As a read of nLength bytes there would go; sets the code if it doesn't.
+bool Reference::IsThere(std::uint64_t qwAt, unsigned nLength) {
+    const bool bBad = IsBad(qwAt, qwAt + nLength);
+    if (!bBad && qwAt + nLength <= File().size()) return true;
+    lResult = bBad ? 4006 : 4002;
+    return false;
+}
+
+Reference::Reference() {
+    if (!IsThere(0, c_qwHeader)) return;
+    dwFileSize = Word(8);
+    dwCount = Word(16);
+    bHeader = dwFileSize != 0 && Word(12) == 0 && dwCount != 0 && Word(20) <= 1;
+    if (bHeader)
+        Walk();
+    else
+        lResult = 4002;
+}
+
+void Reference::Walk() {
+    const bool bChained = Word(20) == 1;
+    std::map<std::uint64_t, std::size_t> mapKnownAt;  // streams known when an offset was last met
+    std::uint64_t qwAt = c_qwHeader;
+    for (CmUint32 dwStep = 0; dwStep < dwCount; ++dwStep) {
+        if (dwStep == c_nMostSteps) {
+            bBrokenOff = true;
+            return;
+        }
+        const auto [itSeen, bNew] = mapKnownAt.emplace(qwAt, vecStreams.size());
+        bCircle = bCircle || !bNew;
+        // A lap that adds nothing is the first of many.
+        if (!bNew && itSeen->second == vecStreams.size()) return;
+        itSeen->second = vecStreams.size();
+        if (!IsThere(qwAt, c_qwEntry) || !TakeEntry(qwAt)) return;
+        qwAt = bChained ? Word(qwAt + 24) : qwAt + c_qwEntry;
+    }
+}
+
+bool Reference::TakeEntry(std::uint64_t qwAt) {
+    const unsigned wTag = Word(qwAt, 2);
+    const CmUint32 dwEntryID = Word(qwAt + 4), dwData = Word(qwAt + 16);
+    if (!bCircle) vecEntries.push_back({qwAt, wTag, dwData});
+    const auto [wType, byKind] = Kind(wTag);
+    if (wType == 0) return true;
+    const CmUint32 dwFileID = (wType >= 100 ? 0 : dwEntryID * 1000) + wType;
+    vecStreams.push_back({{static_cast<std::uint16_t>(wType), static_cast<std::uint8_t>(byKind),
+                           dwFileID, Word(qwAt + 8)},
+                          dwData});
+    if (wTag != c_wConf) return true;
+    if (!IsThere(dwData, c_nConfHeader)) return false;
+    dwVersion = Word(dwData + std::uint64_t{8});
+    dwTimeStamp = Word(dwData + std::uint64_t{52});
+    return true;
+}
+
+const Reference::Stream* Reference::Find(const tagDataInfo& aInfo) const {
+    for (const Stream& aStream : vecStreams)
+        if (aStream.aDescriber.wDataType == aInfo.wDataType &&
+            aStream.aDescriber.dwFileID == aInfo.dwFileID &&
+            (aStream.aDescriber.byFileType & aInfo.byFileType) != 0)
+            return &aStream;
+    return nullptr;
+}
+
+CmInt32 Reference::Read(const tagDataInfo& aInfo, CmUint32 dwOffset, CmUint32 dwLength,
+                        CCmString& strBytes) const {
+    const Stream* const pStream = Find(aInfo);
+    if (!pStream || dwLength == 0) return 4009;
+    const std::uint64_t qwFrom = std::uint64_t{pStream->dwDataOffset} + dwOffset;
+    if (qwFrom > 0xFFFFFFFF) return 4009;
+    if (dwLength != 0xFFFFFFFF && qwFrom + dwLength > dwFileSize) return 4009;
+    if (IsBad(qwFrom, qwFrom + dwLength)) return 4006;
+    strBytes.clear();
+    if (qwFrom < File().size())
+        strBytes = File().substr(static_cast<std::size_t>(qwFrom), dwLength);
+    return 0;
+}

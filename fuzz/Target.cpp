@@ -1,0 +1,55 @@
+#include "fuzz/Target.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "fuzz/MemoryFile.h"
+
+namespace {
+
+constexpr std::size_t c_nHeader = 24, c_nEntry = 32, c_nCount = 16;
+constexpr std::size_t c_nLongest = 1 << 17;
+
+/// Most walks are short, some cross the blocks in which a reader takes the index, few are endless.
+CmUint32 CutCount(CmUint32 dwCount, std::uint64_t qwRandom) {
+    if (qwRandom % 262144 == 0) return dwCount;
+    const CmUint32 dwLimit = qwRandom % 1024 == 1 ? 2500 : qwRandom % 16 == 1 ? 300 : 30;
+    return dwCount <= dwLimit ? dwCount : dwCount % dwLimit + 1;
+}
+
+void RepeatEntries(CCmString& strBytes, std::size_t nEntries, std::size_t nTimes) {
+    const CCmString strEntries = strBytes.substr(c_nHeader, nEntries * c_nEntry);
+    if (strEntries.empty() || nTimes == 0) return;
+    CCmString strAll;
+    while (nTimes-- > 0 && strAll.size() < c_nLongest) strAll += strEntries;
+    strBytes.insert(c_nHeader, strAll);
+}
+
+}  // namespace
+
+std::uint64_t ShapeFile(const std::uint8_t* lpBytes, std::size_t dwSize) {
+    std::uint64_t qwRandom = 0xCBF29CE484222325;
+    for (std::size_t i = 0; i < dwSize; ++i) qwRandom = (qwRandom ^ lpBytes[i]) * 0x100000001B3;
+    qwRandom ^= qwRandom >> 32;
+
+    MemoryFile& aFile = MemoryFile::Instance();
+    aFile = {};
+    aFile.strBytes.assign(reinterpret_cast<const char*>(lpBytes), dwSize);
+    if (dwSize < c_nHeader) return qwRandom;
+    aFile.qwBadFrom = (lpBytes[0] | std::uint64_t{lpBytes[1]} << 8) * 8;
+    aFile.qwBadTo = aFile.qwBadFrom + lpBytes[2];
+    CmUint32 dwCount = 0;
+    for (std::size_t i = 4; i-- > 0;) dwCount = dwCount << 8 | lpBytes[c_nCount + i];
+    dwCount = CutCount(dwCount, qwRandom);
+    for (std::size_t i = 0; i < 4; ++i)
+        aFile.strBytes[c_nCount + i] = static_cast<char>(dwCount >> 8 * i);
+    RepeatEntries(aFile.strBytes, lpBytes[4], lpBytes[5]);
+    return qwRandom;
+}
+
+void Require(bool bHolds, const char* lpWhat) {
+    if (bHolds) return;
+    std::fprintf(stderr, "not so: %s\n", lpWhat);
+    std::abort();
+}

@@ -1,0 +1,176 @@
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "cachefile.h"
+#include "fuzz/MemoryFile.h"
+#include "fuzz/Reference.h"
+#include "fuzz/Target.h"
+
+// Opens any bytes as a container, in synchronous mode, and holds the list of streams and a set of
+// reads against the reference reader. What the walk asks of the file is bounded too.
+
+namespace {
+
+constexpr std::size_t c_nStreams = 3;  // that are read, of the first ones
+constexpr CmUint32 c_dwEnd = 0xFFFFFFFF;
+constexpr std::size_t c_nBudget = 1048576;
+
+class Sink final : public IFileOpSink {
+ public:
+    void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType, CmInt32) override {
+        Require(false, "a synchronous handler reports no status");
+    }
+    void OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo&) override {
+        Require(!m_pData, "a read delivers once");
+        m_pData.reset(lpData);
+        m_dwLength = dwLength;
+    }
+
+    std::unique_ptr<unsigned char[]> m_pData;
+    CmUint32 m_dwLength = 0;
+};
+
+class Run {
+ public:
+    explicit Run(std::uint64_t qwRandom) : m_qwRandom(qwRandom) {
+        Require(m_pHandler->Initialize(&m_sink) == 0, "the handler is initialised");
+    }
+    ~Run() {
+        m_pHandler->Destroy();
+        Require(MemoryFile::Instance().nOpen == 0, "the file is closed in the end");
+    }
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+
+    void Open();
+    void ReadAll();
+
+ private:
+    void CheckEffort() const;
+    void ReadStream(const Reference::Stream& aStream);
+    void Read(const tagDataInfo& aInfo, std::uint64_t qwOffset, std::uint64_t qwLength);
+    CmUint32 Random() { return static_cast<CmUint32>((m_qwRandom *= 6364136223846793005) >> 32); }
+
+    const Reference m_reference;
+    std::uint64_t m_qwRandom;
+    Sink m_sink;
+    CPlayFileHandler* const m_pHandler =
+        CCacheFileManager::Instance().CreatePlayFileHandler(1, 1, 0);
+};
+
+bool Same(const tagFileDescriber& aOne, const tagFileDescriber& aOther) {
+    return aOne.wDataType == aOther.wDataType && aOne.byFileType == aOther.byFileType &&
+           aOne.dwFileID == aOther.dwFileID && aOne.dwExtraInfo == aOther.dwExtraInfo;
+}
+
+void Run::Open() {
+    std::vector<tagFileDescriber> vecStreams;
+    const CmInt32 lResult = m_pHandler->OpenDownloadedFile("any", vecStreams);
+    CheckEffort();
+    const auto& vecWanted = m_reference.vecStreams;
+    if (m_reference.bBrokenOff) {
+        Require(lResult == 0 || lResult == 4002 || lResult == 4006 || lResult == 4011, "the code");
+        Require(vecStreams.size() >= vecWanted.size() && vecStreams.size() <= c_nBudget,
+                "the number of streams of a long walk");
+        Require((lResult == 4011) <= (vecStreams.size() == c_nBudget), "the budget is full");
+    } else {
+        Require(lResult == m_reference.lResult, "the code of the open");
+        Require(vecStreams.size() == vecWanted.size(), "the number of streams");
+        Require(m_pHandler->GetFileVersion() == m_reference.dwVersion &&
+                    m_pHandler->GetCBTimeStamp() == m_reference.dwTimeStamp,
+                "version and time stamp");
+    }
+    for (std::size_t i = 0; i < vecWanted.size(); ++i)
+        Require(Same(vecStreams[i], vecWanted[i].aDescriber), "a describer");
+    Require(m_pHandler->OpenDownloadedFile("any", vecStreams) == 4008, "it opens once");
+}
+
+/// A circle is noticed before the walk has gone round a few times: a walk takes some steps a place
+/// where an entry can begin, whatever the header counts. A step reads an entry and at most a conf
+/// header; eight steps in a row may read a block.
+void Run::CheckEffort() const {
+    const MemoryFile& aFile = MemoryFile::Instance();
+    const std::uint64_t qwSteps =
+        std::min<std::uint64_t>(m_reference.dwCount, 8 * aFile.strBytes.size() + 8) + 1;
+    Require(aFile.qwReads <= 3 * qwSteps + 1, "the number of reads is bounded");
+    Require(aFile.qwBytesRead <= 24 + 104 * qwSteps + (qwSteps / 8 + 1) * 32768,
+            "the bytes read are bounded");
+}
+
+void Run::ReadAll() {
+    const std::size_t nStreams = std::min(m_reference.vecStreams.size(), c_nStreams);
+    for (std::size_t i = 0; i < nStreams; ++i) ReadStream(m_reference.vecStreams[i]);
+    Read({1, 1, 0, 2}, 0, 1);  // which may be there or not
+    m_pHandler->CloseAllRecordFiles();
+    if (nStreams == 0) return;
+    const tagFileDescriber& aStream = m_reference.vecStreams[0].aDescriber;
+    unsigned char aByte[1];
+    Require(m_pHandler->ReadData({aStream.wDataType, aStream.dwFileID, 0, aStream.byFileType},
+                                 aByte, 0, 1) == 4007,
+            "nothing is read after the close");
+}
+
+/// The places that matter: the ends of the stream's room, as the header and the file give it, and
+/// of what 32 bits can say.
+void Run::ReadStream(const Reference::Stream& aStream) {
+    const std::uint64_t qwBegin = aStream.dwDataOffset;
+    const std::uint64_t qwSaid = m_reference.dwFileSize;
+    const std::uint64_t qwThere = MemoryFile::Instance().strBytes.size();
+    const std::uint64_t qwRoom = qwSaid > qwBegin ? qwSaid - qwBegin : 0;
+    const std::uint64_t qwReal = qwThere > qwBegin ? qwThere - qwBegin : 0;
+    const tagFileDescriber& aDescriber = aStream.aDescriber;
+    const tagDataInfo aInfo{aDescriber.wDataType, aDescriber.dwFileID, 0, aDescriber.byFileType};
+    Read(aInfo, 0, 1);
+    Read(aInfo, 0, qwRoom);
+    Read(aInfo, 0, qwRoom + 1);
+    Read(aInfo, 0, c_dwEnd);
+    Read(aInfo, qwReal > 0 ? qwReal - 1 : 0, 3);
+    Read(aInfo, 0xFFFFFFFF - qwBegin, 1 + Random() % 2 * c_dwEnd);
+    tagDataInfo aOther = aInfo;
+    aOther.byFileType = static_cast<std::uint8_t>(Random());
+    const CmUint32 dwOffset = Random() % static_cast<CmUint32>(qwReal + 2);
+    Read(aOther, dwOffset, Random() % static_cast<CmUint32>(qwReal + 2));
+    if (Random() % 4 == 0) aOther.dwFileID ^= 1U << Random() % 32;
+    Read(aOther, dwOffset, c_dwEnd);
+}
+
+void Run::Read(const tagDataInfo& aInfo, std::uint64_t qwOffset, std::uint64_t qwLength) {
+    const auto dwOffset = static_cast<CmUint32>(qwOffset);
+    const auto dwLength = static_cast<CmUint32>(qwLength);
+    // As large as it has to be: a byte more would be seen.
+    const std::size_t nBuffer =
+        std::min<std::size_t>(dwLength, MemoryFile::Instance().strBytes.size());
+    std::unique_ptr<unsigned char[]> pBuffer(new unsigned char[nBuffer]);
+    const unsigned char* const lpBuffer = pBuffer.get();
+    const CmInt32 lResult = m_pHandler->ReadData(aInfo, pBuffer.get(), dwOffset, dwLength);
+    if (lResult == 0) pBuffer.release();
+
+    CCmString strWanted;
+    const CmInt32 lWanted = m_reference.Read(aInfo, dwOffset, dwLength, strWanted);
+    // What a long walk found later is not known here.
+    if (m_reference.bBrokenOff && !m_reference.Find(aInfo)) {
+        m_sink.m_pData.reset();
+        return;
+    }
+    Require(lResult == lWanted, "the code of a read");
+    Require((m_sink.m_pData != nullptr) == (lResult == 0), "bytes are delivered after 0 only");
+    if (lResult != 0) return;
+    Require(m_sink.m_pData.get() == lpBuffer, "the buffer comes back");
+    Require(m_sink.m_dwLength == strWanted.size() &&
+                std::memcmp(lpBuffer, strWanted.data(), strWanted.size()) == 0,
+            "the bytes of a read");
+    m_sink.m_pData.reset();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* lpBytes, std::size_t dwSize) {
+    static const bool s_bTraced =
+        CCmT120Trace::instance()->SetSink([](CmInt32, const char*) {}) == 0;
+    Require(s_bTraced, "lines are made too");
+    Run aRun(ShapeFile(lpBytes, dwSize));
+    aRun.Open();
+    aRun.ReadAll();
+    return 0;
+}

@@ -1,0 +1,139 @@
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "tests/support/Player.h"
+
+namespace {
+
+constexpr tagFileDescriber c_describer{100, 2, 100, 0};
+
+/// How many files the process may have open, for the time of a test.
+class OpenFilesLimit {
+ public:
+    OpenFilesLimit() { ::getrlimit(RLIMIT_NOFILE, &m_before); }
+    ~OpenFilesLimit() { ::setrlimit(RLIMIT_NOFILE, &m_before); }
+    OpenFilesLimit(const OpenFilesLimit&) = delete;
+    OpenFilesLimit& operator=(const OpenFilesLimit&) = delete;
+
+    bool Set(rlim_t nCount) {
+        const rlimit aLimit{nCount, std::max(nCount, m_before.rlim_max)};
+        return ::setrlimit(RLIMIT_NOFILE, &aLimit) == 0;
+    }
+
+ private:
+    rlimit m_before;
+};
+
+}  // namespace
+
+using Limits = HostModeTest;
+INSTANTIATE_BOTH_MODES(Limits);
+
+TEST_P(Limits, ARecordFileGrowsPastFourGigabytesAndIsReadUpToThere) {
+    const std::string strFile = "kvr2/7/big";
+    Recording aRecording(GetParam(), &m_sink);
+    const CmUint32 dwHandle = aRecording.Open("big");
+    Settle();
+    // What lies below is a hole. The end of the file is asked for at every append.
+    ASSERT_EQ(::truncate(strFile.c_str(), 0xFFFFFFFCLL), 0);
+    EXPECT_EQ(aRecording.Write(dwHandle, "abcdefgh" + Pattern(40'000)), 0);
+    Settle();
+    EXPECT_EQ(std::filesystem::file_size(strFile), 0xFFFFFFFCULL + 40'008);
+    EXPECT_EQ(aRecording.Write(dwHandle, "low", 0x7FFFFFFF), 0);
+    EXPECT_EQ(aRecording.Write(dwHandle, "far", 0x80000000), GetParam() == Sync ? 4006 : 0);
+    EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
+    Settle();
+    EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 0, Write 4006" : "");
+    EXPECT_NE(m_trace.TakeErrors().find("error=22 dwOffset=2147483648"), std::string::npos);
+
+    Player aPlayer(GetParam(), &m_sink);
+    EXPECT_EQ(aPlayer.OpenFile("big", c_describer, 0), 0);
+    const struct {
+        CmUint32 dwOffset;
+        CmUint32 dwLength;
+        CCmString strBytes;
+    } aReads[] = {{0xFFFFFFFC, 8, "abcdefgh"},
+                  {0xFFFFFFFE, 3, "cde"},
+                  {0xFFFFFFFF, 2, "de"},
+                  {0x7FFFFFFE, 5, CCmString("\0low\0", 5)}};
+    for (const auto& aRead : aReads) {
+        unsigned char aBuffer[8];
+        CmUint32 dwLength = aRead.dwLength;
+        EXPECT_EQ(aPlayer->SyncReadData(InfoOf(c_describer), aBuffer, aRead.dwOffset, dwLength), 0);
+        EXPECT_EQ(CCmString(reinterpret_cast<char*>(aBuffer), dwLength), aRead.strBytes);
+    }
+}
+
+TEST_P(Limits, TenThousandFilesStayOpenAndTheOneTooManyGivesItsOwnCode) {
+    constexpr unsigned c_nFiles = 10'000;
+    OpenFilesLimit aLimit;
+    if (!aLimit.Set(c_nFiles + 200)) GTEST_SKIP() << "this process may not open so many files";
+    Recording aRecording(GetParam(), nullptr);
+    std::vector<CmUint32> vecHandles;
+    for (unsigned i = 0; i < c_nFiles; ++i)
+        vecHandles.push_back(aRecording.Open(std::to_string(i)));
+    for (const int nRound : {0, 1})
+        for (const CmUint32 dwHandle : vecHandles)
+            EXPECT_EQ(aRecording.Write(dwHandle, std::to_string(dwHandle + nRound)), 0);
+    Settle();
+
+    Recording aOther(GetParam(), &m_sink);
+    aOther->SetHomeDir("nowhere\\");
+    EXPECT_EQ(aOther.TryOpen("before"), GetParam() == Sync ? 4001 : 0);  // not seen again below
+    aOther->SetHomeDir(".\\kvr2");
+    // A sanitizer looks into memory through a pipe when it first meets a kind of object.
+    const CmUint32 dwBefore = aRecording.Open("before");
+    EXPECT_EQ(aRecording.Write(dwBefore, "x"), 0);
+    EXPECT_EQ(aRecording->CloseFile(dwBefore), 0);
+    Settle();
+    ASSERT_TRUE(aLimit.Set(static_cast<rlim_t>(::dup(0))));  // the next one to be opened
+    for (const char* const lpName : {"first", "second"})
+        EXPECT_EQ(aOther.TryOpen(lpName), GetParam() == Sync ? 4006 : 0);
+    Settle();
+    EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 4001, Open 4006, Open 4006" : "");
+    EXPECT_EQ(aRecording->CloseFile(vecHandles.back()), 0);
+    EXPECT_EQ(aOther.TryOpen("third"), 0);
+    Settle();
+    EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 0" : "");
+    ASSERT_TRUE(aLimit.Set(c_nFiles + 200));
+    aOther.Destroy();
+    aRecording.Destroy();
+    CacheFileShutdown();
+    for (unsigned i = 0; i < c_nFiles; ++i)
+        ASSERT_EQ(ReadBytes(Recording::PathOf(std::to_string(i))),
+                  std::to_string(vecHandles[i]) + std::to_string(vecHandles[i] + 1));
+}
+
+TEST_P(Limits, NamesAndPathsAreAsLongAsTheSystemTakesThem) {
+    const bool bAsync = GetParam() == Async;
+    const auto open = [&](const CCmString& strHome, const CCmString& strName, CmInt32 lResult) {
+        SCOPED_TRACE(std::to_string(strName.size()));
+        Recording aRecording(GetParam(), &m_sink);
+        aRecording->SetHomeDir(strHome);
+        EXPECT_EQ(aRecording.TryOpen(strName), bAsync ? 0 : lResult);
+        Settle();
+        EXPECT_EQ(m_sink.Take(), bAsync ? "Open " + std::to_string(lResult) : "");
+    };
+    open(".\\kvr2", CCmString(255, 'n'), 0);
+    open(".\\kvr2", CCmString(256, 'n'), 4006);
+    CCmString strDeep = ".\\";
+    while (strDeep.size() < 3900) strDeep += CCmString(99, 'd') + "\\";
+    open(strDeep, CCmString(4095 - strDeep.size(), 'n'), 0);
+    open(strDeep, CCmString(4096 - strDeep.size(), 'n'), 4006);
+}
+
+TEST_P(Limits, TwoHandlersAppendToOneFileWithoutLosingABlock) {
+    Recording aFirst(GetParam(), nullptr);
+    Recording aSecond(GetParam(), nullptr);
+    const CmUint32 aHandles[] = {aFirst.Open("a"), aSecond.Open("a")};
+    CCmString strModel;
+    for (unsigned i = 0; i < 20; ++i) {
+        const CCmString strBlock = Pattern(33'000 + i, i);
+        EXPECT_EQ((i % 2 ? aSecond : aFirst).Write(aHandles[i % 2], strBlock), 0);
+        strModel += strBlock;
+    }
+    aFirst.Destroy();
+    aSecond.Destroy();
+    CacheFileShutdown();
+    ExpectFile(Recording::PathOf("a"), strModel);
+}
