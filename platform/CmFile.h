@@ -41,6 +41,19 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength);
 /// means the end of the file.
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd);
 
+/// How a read at a position ended.
+enum ReadEnd {
+    Read_Whole,        // with all that was wanted
+    Read_AtEnd,        // at the end of the file, with less
+    Read_NoSuchPlace,  // before it began: the stream has no such position
+    Read_Failed,       // before all was there
+};
+
+/// Reads up to dwLength bytes at nPosition; dwRead counts them. Where the stream stands afterwards
+/// isn't said: every other call that depends on it seeks first.
+ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
+               std::size_t& dwRead);
+
 int Flush(std::FILE* pStream);
 
 /// Has what was written reach the disk.

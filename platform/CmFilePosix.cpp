@@ -119,6 +119,20 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool&
     return dwRead;
 }
 
+ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
+               std::size_t& dwRead) {
+    errno = 0;
+    const int nFile = ::fileno(pStream);
+    for (dwRead = 0; dwRead < dwLength;) {
+        const ssize_t nPart = ::pread(nFile, static_cast<char*>(lpBuffer) + dwRead,
+                                      dwLength - dwRead, nPosition + static_cast<off_t>(dwRead));
+        if (nPart < 0) return errno == ESPIPE ? Read_NoSuchPlace : Read_Failed;
+        if (nPart == 0) return Read_AtEnd;
+        dwRead += static_cast<std::size_t>(nPart);
+    }
+    return Read_Whole;
+}
+
 int Flush(std::FILE* pStream) {
     errno = 0;
     return std::fflush(pStream);

@@ -114,6 +114,9 @@ std::size_t __wrap_fread(void* lp, std::size_t nSize, std::size_t nCount, std::F
     return nDone;
 }
 
+FAULT_WRAP(ssize_t, pread, (int nFile, void* lp, std::size_t nCount, off_t nAt), -1,
+           (nFile, lp, nCount, nAt))
+
 int __real_fflush(std::FILE* p);
 int __wrap_fflush(std::FILE* p) {
     if (p == stdout || p == stderr) return __real_fflush(p);

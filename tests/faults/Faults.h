@@ -17,6 +17,7 @@ namespace Faults {
     X(ftello, -1)      \
     X(fwrite, 0)       \
     X(fread, 0)        \
+    X(pread, -1)       \
     X(fflush, EOF)     \
     X(fsync, -1)       \
     X(fclose, EOF)     \
