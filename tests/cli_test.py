@@ -252,7 +252,9 @@ class Record(Cli):
         self.run_tool(FAILED, "record", "7", "--force", "--stream", "4:7004:4=kvr2/7/4_7004-4.dat")
         self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"old")
         with open(self.path("kvr2/7/4_7004-4.dat"), "rb") as itself:
-            self.run_tool(FAILED, "record", "7", "--force", "--stream", "4:7004:4=-", stdin=itself)
+            if not PROGRAM.endswith(".exe"):  # there the emulator's input is not that file
+                self.run_tool(FAILED, "record", "7", "--force", "--stream", "4:7004:4=-",
+                              stdin=itself)
         self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"old")
         self.run_tool(DONE, "record", "7", "--force", "--stream", "4:7004:4=in")
         self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"new")

@@ -42,3 +42,16 @@ TEST(DescriberTable, FindsWhatAPlainWalkFinds) {
             ASSERT_EQ(aTable[i].nNumber, vecModel[i].nNumber);
     }
 }
+
+TEST(DescriberTable, RecordsOfNoKindAreTakenAwayLikeAnyOther) {
+    struct Record {
+        tagFileDescriber aDescriber;
+    };
+    CDescriberTable<Record> aTable;
+    for (const bool bKind : {false, true, false}) aTable.Add({{1, std::uint8_t{bKind}, 2, 0}});
+    aTable.RemoveLast();
+    EXPECT_NE(aTable.Find({1, 2, 0, 1}), nullptr);
+    for (int i = 0; i < 2; ++i) aTable.RemoveLast();
+    EXPECT_EQ(aTable.Find({1, 2, 0, 0xFF}), nullptr);
+    EXPECT_EQ(aTable.Size(), 0U);
+}
