@@ -9,7 +9,6 @@ using AppendMemory = HostModeTest;
 INSTANTIATE_BOTH_MODES(AppendMemory);
 
 TEST_P(AppendMemory, NothingBetweenBlocksAndOnePieceForABlock) {
-    constexpr std::size_t c_nFiles = 4;
     constexpr std::size_t c_nBlock = 32768;
     Recording aRecording(GetParam(), &m_sink);
     std::vector<CmUint32> vecHandles;
@@ -27,9 +26,10 @@ TEST_P(AppendMemory, NothingBetweenBlocksAndOnePieceForABlock) {
                     dwHandle, vecPiece.data(), static_cast<CmUint32>(nPiece), c_dwEnd);
                 const std::size_t nRequests = Memory::Requests() - nBefore;
                 ASSERT_EQ(lResult, 0);
-                if (bCount)
+                if (bCount) {
                     ASSERT_LE(nRequests, bPassesOn && GetParam() == Async ? 1U : 0U)
                         << "append " << i << " of " << nPiece << " bytes";
+                }
                 if (bPassesOn) Settle();
             }
     };
