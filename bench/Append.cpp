@@ -57,8 +57,8 @@ Metrics RunPaced(const tagBench& aBench, const tagAppends& aAppends, const MakeA
     std::vector<std::uint64_t> vecCosts(aAppends.nCount, 1);  // touched before it starts
     std::uint64_t qwNext = CClock::Now();
     for (std::size_t i = 0; i < aAppends.nCount; ++i, qwNext += qwInterval) {
-        std::uint64_t qwBegin;
-        while ((qwBegin = CClock::Now()) < qwNext) CClock::Pause();
+        while (CClock::Now() < qwNext) CClock::Pause();
+        const std::uint64_t qwBegin = CClock::Now();  // the end of the loop was guessed wrong
         aRun.Append(i);
         vecCosts[i] = CClock::Now() - qwBegin;
     }
