@@ -32,10 +32,15 @@ class CDescriberTable {
         m_nLinked = 0;
     }
 
-    /// Adds a record behind the others. Throws std::bad_alloc with the table as it was.
-    void Add(Record aRecord) {
-        if (Size() == m_vecNext.capacity() || 2 * Size() >= m_vecSlots.size())
-            Reserve(2 * Size() + 1);
+    /// Adds a record, which isn't one of the table's, behind the others. Throws std::bad_alloc with
+    /// the table as it was.
+    void Add(const Record& aRecord) {
+        MakeRoom();
+        m_vecRecords.push_back(aRecord);
+        m_vecNext.push_back(c_dwNone);
+    }
+    void Add(Record&& aRecord) {
+        MakeRoom();
         m_vecRecords.push_back(std::move(aRecord));
         m_vecNext.push_back(c_dwNone);
     }
@@ -82,6 +87,11 @@ class CDescriberTable {
     static constexpr std::uint32_t c_dwNone = 0xFFFFFFFF;
     static constexpr std::size_t c_nLeastSlots = 16;
     static constexpr std::size_t c_nAhead = 16;  // records whose slots are on their way
+
+    void MakeRoom() {
+        if (Size() == m_vecNext.capacity() || 2 * Size() >= m_vecSlots.size())
+            Reserve(2 * Size() + 1);
+    }
 
     struct tagSlot {
         std::uint32_t dwFirst;  // of the chain; c_dwNone in an empty slot

@@ -123,11 +123,11 @@ CmInt32 CDownloadFileHandler::WalkIndex(tagWalk& aWalk) {
             const CmInt32 lResult = SkipLaps(aWalk);
             if (lResult != CACHE_OK || aWalk.dwLeft == 0) return lResult;
         }
-        tagMRFD aEntry;
-        CmInt32 lResult = ReadEntry(aWalk, aEntry);
-        if (lResult == CACHE_OK) lResult = TakeEntry(aWalk, aEntry);
+        tagMRFDInfo aInfo;
+        CmInt32 lResult = ReadEntry(aWalk, aInfo.aEntry);
+        if (lResult == CACHE_OK) lResult = TakeEntry(aWalk, aInfo);
         if (lResult != CACHE_OK) return lResult;
-        aWalk.qwOffset = NextEntryOffset(m_FileHeader.dwIndexType, aEntry, aWalk.qwOffset);
+        aWalk.qwOffset = NextEntryOffset(m_FileHeader.dwIndexType, aInfo.aEntry, aWalk.qwOffset);
         --aWalk.dwLeft;
     }
     return CACHE_OK;
@@ -177,12 +177,12 @@ CmInt32 CDownloadFileHandler::ReadEntry(tagWalk& aWalk, tagMRFD& aEntry) {
     return CACHE_OK;
 }
 
-CmInt32 CDownloadFileHandler::TakeEntry(tagWalk& aWalk, const tagMRFD& aEntry) {
-    tagMRFDInfo aInfo{{}, aEntry};
-    if (TagToFileDescriber(aEntry, aInfo.aDescriber) != CACHE_OK) return CACHE_OK;
+/// Has the entry in aInfo, and completes its describer.
+CmInt32 CDownloadFileHandler::TakeEntry(tagWalk& aWalk, tagMRFDInfo& aInfo) {
+    if (TagToFileDescriber(aInfo.aEntry, aInfo.aDescriber) != CACHE_OK) return CACHE_OK;
     const CmInt32 lResult = AddKnown(aWalk, aInfo);
-    if (lResult != CACHE_OK || aEntry.wTag != c_wConfTag) return lResult;
-    return ReadConfHeader(aEntry.dwDataOffset);
+    if (lResult != CACHE_OK || aInfo.aEntry.wTag != c_wConfTag) return lResult;
+    return ReadConfHeader(aInfo.aEntry.dwDataOffset);
 }
 
 CmInt32 CDownloadFileHandler::AddKnown(tagWalk& aWalk, const tagMRFDInfo& aInfo) {
