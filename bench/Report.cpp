@@ -88,7 +88,7 @@ void PrintTables(const tagBench& aBench) {
         const tagSummary aSummary = SummarizeFigure(aBench, aFigure, vecValues);
         std::printf("%-58s %8.2f %8.2f %8.2f %8.2f  %s\n", aFigure.strName.c_str(), aFigure.dWanted,
                     aSummary.dMedian, aSummary.dMin, aSummary.dMax,
-                    aSummary.dMedian <= aFigure.dWanted ? "reached" : "NOT reached");
+                    aSummary.dMedian <= aFigure.dWanted ? "PASS" : "not reached");
     }
     std::fflush(stdout);
 }
