@@ -129,12 +129,14 @@ int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
 }
 
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) {
-    return InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
-               const ssize_t nPart = ::write(::fileno(pStream),
-                                             static_cast<const char*>(lpData) + dwDone, dwPart);
-               if (nPart == 0) errno = ENOSPC;
-               return nPart;
-           }).dwDone;
+    return InParts(dwLength,
+                   [&](std::size_t dwDone, std::size_t dwPart) {
+                       const ssize_t nPart = ::write(
+                           ::fileno(pStream), static_cast<const char*>(lpData) + dwDone, dwPart);
+                       if (nPart == 0) errno = ENOSPC;
+                       return nPart;
+                   })
+        .dwDone;
 }
 
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd) {
@@ -167,9 +169,7 @@ int Sync(std::FILE* pStream) {
     return ::fsync(::fileno(pStream));
 }
 
-std::int64_t Size(std::FILE* pStream) {
-    return MoveTo(pStream, 0, From_End);
-}
+std::int64_t Size(std::FILE* pStream) { return MoveTo(pStream, 0, From_End); }
 
 bool Exists(const CCmString& strPath) {
     return WithPath(strPath, [](const char* lpPath) { return ::access(lpPath, F_OK); }) == 0;
