@@ -1,5 +1,8 @@
 #include "async/FileEvents.h"
 
+#include <utility>
+
+#include "fileop/BlockStore.h"
 #include "platform/CmTrace.h"
 
 COpenCloseEvent::COpenCloseEvent(CFileThreadProxy* pAsyncFileOp, const CCmString& strFilePath,
@@ -68,15 +71,17 @@ CmInt32 CReadEvent::OnEventFire() {
     return lResult;
 }
 
-CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset,
-                         const CCmString& strData)
+CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmString strData)
     : ICmEvent(0),
       m_pAsyncFileOp(pAsyncFileOp),
       m_dwFileOffset(dwOffset),
       m_pending(strData.size()),
-      m_strData(strData) {
+      m_strData(std::move(strData)) {
     if (!pAsyncFileOp) CM_ASSERTION("pAsyncFileOp");
+    if (CPendingBytes::CanWait()) BePatient();
 }
+
+CWriteEvent::~CWriteEvent() { CBlockStore::Instance().Give(std::move(m_strData)); }
 
 CmInt32 CWriteEvent::OnEventFire() {
     CM_CHECK(m_pAsyncFileOp, "m_pAsyncFileOp.Get( )", CACHE_ERR_INVALID_STATE);

@@ -7,8 +7,8 @@
 #include "platform/CmEvent.h"
 
 /// The events of the proxy. Requests run on the R/W thread and hold the proxy; results run on the
-/// caller thread and hold the receiving handler. Each keeps its own copy of what it was given,
-/// except for CSyncReadEvent, whose caller waits.
+/// caller thread and hold the receiving handler. Each owns what it was given, except for
+/// CSyncReadEvent, whose caller waits.
 
 /// Opens (bOpen non-zero) or closes the file.
 class COpenCloseEvent final : public ICmEvent {
@@ -45,14 +45,15 @@ class CReadEvent final : public ICmEvent {
 
 class CWriteEvent final : public ICmEvent {
  public:
-    CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, const CCmString& strData);
+    CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmString strData);
+    ~CWriteEvent() override;
     CmInt32 OnEventFire() override;
 
  private:
     const CRefPtr<CFileThreadProxy> m_pAsyncFileOp;
     const CmUint32 m_dwFileOffset;
-    const CPendingBytes m_pending;  // before the copy: counted as long as that exists
-    const CCmString m_strData;
+    const CPendingBytes m_pending;  // before the bytes: counted as long as that exists
+    CCmString m_strData;
 };
 
 /// A read that its caller waits for. Length and result lie with the caller; the result stays empty

@@ -1,8 +1,11 @@
 #include "async/FileThreadProxy.h"
 
+#include <exception>
 #include <new>
+#include <utility>
 
 #include "async/FileEvents.h"
+#include "fileop/BlockStore.h"
 #include "platform/CmTrace.h"
 
 namespace {
@@ -17,7 +20,7 @@ template <class MakeEvent>
 ICmEvent* MakeOrNull(MakeEvent aMakeEvent) {
     try {
         return aMakeEvent();
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {  // no memory, or more than a string can hold
         return nullptr;
     }
 }
@@ -93,12 +96,30 @@ CmInt32 CFileThreadProxy::Close() {
     });
 }
 
-CmInt32 CFileThreadProxy::WriteData(const CCmString& strData, CmUint32 dwOffset) {
+/// Posts the write of the string that aMakeData gives.
+template <class MakeData>
+CmInt32 CFileThreadProxy::PostWrite(CmUint32 dwOffset, MakeData aMakeData) {
     CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
     if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
     if (!IsUsable()) return CACHE_ERR_FAILED;
     return PostRequest("pWriteEvent",
-                       [&] { return new (std::nothrow) CWriteEvent(this, dwOffset, strData); });
+                       [&] { return new (std::nothrow) CWriteEvent(this, dwOffset, aMakeData()); });
+}
+
+CmInt32 CFileThreadProxy::WriteData(const CCmString& strData, CmUint32 dwOffset) {
+    return CFileThreadProxy::WriteBytes(strData.data(), strData.size(), dwOffset);
+}
+
+CmInt32 CFileThreadProxy::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
+    return PostWrite(dwOffset, [&] {
+        CCmString strData = CBlockStore::Instance().Take(nLength);
+        strData.assign(lpData, nLength);
+        return strData;
+    });
+}
+
+CmInt32 CFileThreadProxy::GiveData(CCmString& strData, CmUint32 dwOffset) {
+    return PostWrite(dwOffset, [&] { return std::move(strData); });
 }
 
 std::uint64_t CFileThreadProxy::BytesToQueue(std::uint64_t qwLength, CmUint32 /*dwOffset*/) {

@@ -30,6 +30,8 @@ class CFileThreadProxy final : public IFileOperation {
     CmInt32 Open(const CCmString& strPath, int bWrite) override;
     CmInt32 Close() override;
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
+    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
+    CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset) override;
 
     /// All of them, unless WriteData would refuse them.
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
@@ -69,6 +71,8 @@ class CFileThreadProxy final : public IFileOperation {
     }
     void DeliverData(unsigned char* lpBuffer, CmUint32 dwLength, const tagDataInfo& aDataInfo);
 
+    template <class MakeData>
+    CmInt32 PostWrite(CmUint32 dwOffset, MakeData aMakeData);
     template <class MakeEvent>
     CmInt32 PostRequest(const char* lpEventName, MakeEvent aMakeEvent);
     template <class Operation>

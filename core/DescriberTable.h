@@ -1,58 +1,81 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "core/DataInfo.h"
+#include "platform/CmPrefetch.h"
 
 /// Records that each carry a describer, in the order in which they were added, with a lookup that
 /// finds the first match in constant time however many there are.
 ///
-/// For each pair of type and id it knows the first record of each of the eight file kinds; the
-/// answer is the earliest of those that the wanted kinds name. No lock. Record has a public member
-/// aDescriber, which doesn't change while the record is in the table.
+/// Of the records with the same type and id only those can be an answer that brought a file kind
+/// which none of them had before: eight at most. They form a chain in the order of adding, and a
+/// hash table holds the first of each chain. Records are put there by the first lookup behind
+/// them: many at once take a third of the time. No lock, and lookups change the table too: one
+/// thread at a time. Record has a public member aDescriber, which doesn't change in the table.
 template <class Record>
 class CDescriberTable {
  public:
-    /// Adds a record behind the others. Throws std::bad_alloc with the table as it was.
-    void Add(Record aRecord) {
-        Firsts aNone;
-        aNone.fill(c_dwNone);
-        Firsts& aFirsts = m_mapFirst.try_emplace(KeyOf(aRecord), aNone).first->second;
-        m_vecRecords.push_back(std::move(aRecord));
-        Replace(aFirsts, m_vecRecords.back(), c_dwNone, LastIndex());
+    /// Makes room for so many records. Throws std::bad_alloc.
+    void Reserve(std::size_t nRecords) {
+        m_vecRecords.reserve(nRecords);
+        m_vecNext.reserve(nRecords);
+        std::size_t nSlots = c_nLeastSlots;
+        while (nSlots < 2 * nRecords) nSlots *= 2;
+        if (nSlots <= m_vecSlots.size()) return;
+        std::vector<tagSlot>(nSlots, tagSlot{c_dwNone, 0}).swap(m_vecSlots);
+        std::fill(m_vecNext.begin(), m_vecNext.end(), c_dwNone);
+        m_nLinked = 0;
     }
 
-    /// Takes the record that was added last away again.
+    /// Adds a record, which isn't one of the table's, behind the others. Throws std::bad_alloc with
+    /// the table as it was.
+    void Add(const Record& aRecord) {
+        MakeRoom();
+        m_vecRecords.push_back(aRecord);
+        m_vecNext.push_back(c_dwNone);
+    }
+    void Add(Record&& aRecord) {
+        MakeRoom();
+        m_vecRecords.push_back(std::move(aRecord));
+        m_vecNext.push_back(c_dwNone);
+    }
+
+    /// Takes the record that was added last away again. If it was given a slot, that was the last
+    /// to be given, so it can be emptied without any other's being missed.
     void RemoveLast() {
-        const auto it = m_mapFirst.find(KeyOf(m_vecRecords.back()));
-        if (it != m_mapFirst.end()) {  // a record of no kind may be the only one left of its pair
-            Replace(it->second, m_vecRecords.back(), LastIndex(), c_dwNone);
-            const auto isNone = [](std::uint32_t dwFirst) { return dwFirst == c_dwNone; };
-            if (std::all_of(it->second.begin(), it->second.end(), isNone)) m_mapFirst.erase(it);
+        const std::uint32_t dwLast = static_cast<std::uint32_t>(Size() - 1);
+        if (m_nLinked == Size()) {
+            std::uint32_t* pdwLink = &FirstOf(m_vecRecords.back().aDescriber);
+            while (*pdwLink != c_dwNone && *pdwLink != dwLast) pdwLink = &m_vecNext[*pdwLink];
+            *pdwLink = c_dwNone;
+            --m_nLinked;
         }
+        m_vecNext.pop_back();
         m_vecRecords.pop_back();
     }
 
     /// The first record whose describer aDataInfo designates, or null. Good until the table
     /// changes.
     const Record* Find(const tagDataInfo& aDataInfo) const {
-        const auto it = m_mapFirst.find({aDataInfo.wDataType, aDataInfo.dwFileID});
-        if (it == m_mapFirst.end()) return nullptr;
-        std::uint32_t dwFirst = c_dwNone;
-        for (unsigned nBit = 0; nBit < c_nKinds; ++nBit)
-            if (aDataInfo.byFileType >> nBit & 1) dwFirst = std::min(dwFirst, it->second[nBit]);
-        return dwFirst == c_dwNone ? nullptr : &m_vecRecords[dwFirst];
+        if (m_vecRecords.empty()) return nullptr;
+        LinkAll();
+        std::uint32_t dwIndex = m_vecSlots[FindSlot(aDataInfo, HashOf(aDataInfo))].dwFirst;
+        for (; dwIndex != c_dwNone; dwIndex = m_vecNext[dwIndex])
+            if (m_vecRecords[dwIndex].aDescriber.byFileType & aDataInfo.byFileType)
+                return &m_vecRecords[dwIndex];
+        return nullptr;
     }
 
     void Clear() {
-        m_mapFirst.clear();
         m_vecRecords.clear();
+        m_vecNext.clear();
+        m_vecSlots.clear();
+        m_nLinked = 0;
     }
 
     std::size_t Size() const { return m_vecRecords.size(); }
@@ -61,46 +84,76 @@ class CDescriberTable {
     auto end() const { return m_vecRecords.end(); }
 
  private:
-    static constexpr unsigned c_nKinds = 8;
     static constexpr std::uint32_t c_dwNone = 0xFFFFFFFF;
+    static constexpr std::size_t c_nLeastSlots = 16;
+    static constexpr std::size_t c_nAhead = 16;  // records whose slots are on their way
 
-    struct tagKey {
-        std::uint16_t wDataType;
-        CmUint32 dwFileID;
-        bool operator==(const tagKey& aOther) const {
-            return wDataType == aOther.wDataType && dwFileID == aOther.dwFileID;
-        }
+    void MakeRoom() {
+        if (Size() == m_vecNext.capacity() || 2 * Size() >= m_vecSlots.size())
+            Reserve(2 * Size() + 1);
+    }
+
+    struct tagSlot {
+        std::uint32_t dwFirst;  // of the chain; c_dwNone in an empty slot
+        std::uint32_t dwTag;    // of its key: differs for most other keys, without a look at them
     };
 
     /// The ids come from files: the seed keeps an ill-meant one from choosing ids that collide.
-    struct Hash {
-        std::size_t operator()(const tagKey& aKey) const {
-            std::uint64_t qw = (std::uint64_t{aKey.wDataType} << 32 | aKey.dwFileID) ^ qwSeed;
-            qw = (qw ^ qw >> 30) * 0xBF58476D1CE4E5B9;
-            qw = (qw ^ qw >> 27) * 0x94D049BB133111EB;
-            return static_cast<std::size_t>(qw ^ qw >> 31);
+    /// Addresses differ from run to run, which is all it needs. Key has a type and an id.
+    template <class Key>
+    std::uint64_t HashOf(const Key& aKey) const {
+        std::uint64_t qw = (std::uint64_t{aKey.wDataType} << 32 | aKey.dwFileID) ^ m_qwSeed;
+        qw = (qw ^ qw >> 30) * 0xBF58476D1CE4E5B9;
+        qw = (qw ^ qw >> 27) * 0x94D049BB133111EB;
+        return qw ^ qw >> 31;
+    }
+    static std::uint32_t TagOf(std::uint64_t qwHash) {
+        return static_cast<std::uint32_t>(qwHash >> 32);
+    }
+    std::size_t HomeOf(std::uint64_t qwHash) const {
+        return static_cast<std::size_t>(qwHash) & (m_vecSlots.size() - 1);
+    }
+
+    /// The slot of a key's chain, or the empty one where it would be.
+    template <class Key>
+    std::size_t FindSlot(const Key& aKey, std::uint64_t qwHash) const {
+        for (std::size_t n = HomeOf(qwHash);; n = HomeOf(n + 1)) {
+            const tagSlot& aSlot = m_vecSlots[n];
+            if (aSlot.dwFirst == c_dwNone) return n;
+            if (aSlot.dwTag != TagOf(qwHash)) continue;
+            const tagFileDescriber& aFirst = m_vecRecords[aSlot.dwFirst].aDescriber;
+            if (aFirst.dwFileID == aKey.dwFileID && aFirst.wDataType == aKey.wDataType) return n;
         }
-        std::uint64_t qwSeed;
-    };
-
-    using Firsts = std::array<std::uint32_t, c_nKinds>;
-
-    static tagKey KeyOf(const Record& aRecord) {
-        return {aRecord.aDescriber.wDataType, aRecord.aDescriber.dwFileID};
     }
 
-    std::uint32_t LastIndex() const { return static_cast<std::uint32_t>(m_vecRecords.size() - 1); }
-
-    /// For the kinds of the record whose first is dwOld, makes it dwNew.
-    static void Replace(Firsts& aFirsts, const Record& aRecord, std::uint32_t dwOld,
-                        std::uint32_t dwNew) {
-        for (unsigned nBit = 0; nBit < c_nKinds; ++nBit)
-            if ((aRecord.aDescriber.byFileType >> nBit & 1) && aFirsts[nBit] == dwOld)
-                aFirsts[nBit] = dwNew;
+    /// Where the number of the first record of a key's chain stands, or is to stand.
+    std::uint32_t& FirstOf(const tagFileDescriber& aKey) const {
+        const std::uint64_t qwHash = HashOf(aKey);
+        tagSlot& aSlot = m_vecSlots[FindSlot(aKey, qwHash)];
+        aSlot.dwTag = TagOf(qwHash);
+        return aSlot.dwFirst;
     }
 
+    /// Puts each record that is not yet linked at the end of its chain, if it brings a new kind.
+    void LinkAll() const {
+        for (; m_nLinked < Size(); ++m_nLinked) {
+            if (m_nLinked + c_nAhead < Size())
+                CmPrefetch(
+                    &m_vecSlots[HomeOf(HashOf(m_vecRecords[m_nLinked + c_nAhead].aDescriber))]);
+            const tagFileDescriber& aDescriber = m_vecRecords[m_nLinked].aDescriber;
+            unsigned byNew = aDescriber.byFileType;
+            std::uint32_t* pdwLink = &FirstOf(aDescriber);
+            for (; *pdwLink != c_dwNone; pdwLink = &m_vecNext[*pdwLink])
+                byNew &= ~unsigned{m_vecRecords[*pdwLink].aDescriber.byFileType};
+            if (byNew != 0) *pdwLink = static_cast<std::uint32_t>(m_nLinked);
+        }
+    }
+
+    const std::uint64_t m_qwSeed = reinterpret_cast<std::uintptr_t>(this) * 0x9E3779B97F4A7C15;
     std::vector<Record> m_vecRecords;
-    /// Addresses differ from run to run, which is all the seed needs.
-    std::unordered_map<tagKey, Firsts, Hash> m_mapFirst{
-        0, Hash{reinterpret_cast<std::uintptr_t>(this) * 0x9E3779B97F4A7C15}};
+
+    // What lookups complete.
+    mutable std::vector<std::uint32_t> m_vecNext;  // the next in each record's chain
+    mutable std::vector<tagSlot> m_vecSlots;       // at least half are empty
+    mutable std::size_t m_nLinked = 0;             // so many records are in their chains
 };

@@ -11,6 +11,8 @@ namespace {
 /// Below it a block that the gathering buffers pass on could never fit.
 constexpr std::uint64_t c_qwLeastLimit = 65536;
 
+constexpr std::uint64_t c_qwPatience = 1U << 20;
+
 std::atomic<std::uint64_t> s_qwPendingBytes{0};
 std::atomic<std::uint64_t> s_qwPendingLimit{std::numeric_limits<std::uint64_t>::max()};
 
@@ -27,6 +29,11 @@ CPendingBytes::~CPendingBytes() {
 bool CPendingBytes::HasRoomFor(std::uint64_t qwBytes) {
     return qwBytes == 0 || CCacheFileManager::GetPendingBytes() + qwBytes <=
                                s_qwPendingLimit.load(std::memory_order_relaxed);
+}
+
+bool CPendingBytes::CanWait() {
+    return CCacheFileManager::GetPendingBytes() <=
+           std::min(c_qwPatience, s_qwPendingLimit.load(std::memory_order_relaxed) / 2);
 }
 
 std::uint64_t CCacheFileManager::GetPendingBytes() {

@@ -15,6 +15,10 @@ class CPendingBytes {
     /// Whether qwBytes more stay within the host's limit. 0 bytes always do.
     static bool HasRoomFor(std::uint64_t qwBytes);
 
+    /// Whether all that is pending may wait for a moment: it takes little memory, and the host's
+    /// limit is far.
+    static bool CanWait();
+
  private:
     const std::uint64_t m_qwBytes;
 };

@@ -1,11 +1,18 @@
 #include "download/PlayDataFile.h"
 
+#include <algorithm>
 #include <new>
 
 #include "async/FileChain.h"
 #include "async/FileThreadManager.h"
 #include "download/IndexReader.h"
 #include "platform/CmTrace.h"
+
+namespace {
+
+constexpr CmUint32 c_dwReservedEntries = 131072;
+
+}  // namespace
 
 /// The state of one walk along the index.
 struct CDownloadFileHandler::tagWalk {
@@ -65,6 +72,7 @@ CmInt32 CDownloadFileHandler::SendWalk(std::vector<tagFileDescriber>& vecFileDes
 CmInt32 CDownloadFileHandler::InitFileInfo(std::vector<tagFileDescriber>& vecFileDescriber) {
     const CmInt32 lResult = ReadFileHeader();
     if (lResult != CACHE_OK) return lResult;
+    ReserveEntries(vecFileDescriber);
     tagWalk aWalk{CIndexReader(*m_pFileOp),
                   vecFileDescriber,
                   m_FileHeader.dwEntryCount,
@@ -72,6 +80,15 @@ CmInt32 CDownloadFileHandler::InitFileInfo(std::vector<tagFileDescriber>& vecFil
                   {},
                   m_FileHeader.dwIndexType == Index_Chained};
     return WalkIndex(aWalk);
+}
+
+/// Makes room for as many entries as the header counts, within bounds: it may not tell the truth.
+/// Without memory for that the entries find room one after another, or don't.
+void CDownloadFileHandler::ReserveEntries(std::vector<tagFileDescriber>& vecFileDescriber) try {
+    const std::size_t nEntries = std::min(m_FileHeader.dwEntryCount, c_dwReservedEntries);
+    vecFileDescriber.reserve(nEntries);
+    m_vecMRFD.Reserve(nEntries);
+} catch (const std::bad_alloc&) {
 }
 
 CmInt32 CDownloadFileHandler::ReadFileHeader() {
@@ -106,11 +123,11 @@ CmInt32 CDownloadFileHandler::WalkIndex(tagWalk& aWalk) {
             const CmInt32 lResult = SkipLaps(aWalk);
             if (lResult != CACHE_OK || aWalk.dwLeft == 0) return lResult;
         }
-        tagMRFD aEntry;
-        CmInt32 lResult = ReadEntry(aWalk, aEntry);
-        if (lResult == CACHE_OK) lResult = TakeEntry(aWalk, aEntry);
+        tagMRFDInfo aInfo;
+        CmInt32 lResult = ReadEntry(aWalk, aInfo.aEntry);
+        if (lResult == CACHE_OK) lResult = TakeEntry(aWalk, aInfo);
         if (lResult != CACHE_OK) return lResult;
-        aWalk.qwOffset = NextEntryOffset(m_FileHeader.dwIndexType, aEntry, aWalk.qwOffset);
+        aWalk.qwOffset = NextEntryOffset(m_FileHeader.dwIndexType, aInfo.aEntry, aWalk.qwOffset);
         --aWalk.dwLeft;
     }
     return CACHE_OK;
@@ -160,12 +177,12 @@ CmInt32 CDownloadFileHandler::ReadEntry(tagWalk& aWalk, tagMRFD& aEntry) {
     return CACHE_OK;
 }
 
-CmInt32 CDownloadFileHandler::TakeEntry(tagWalk& aWalk, const tagMRFD& aEntry) {
-    tagMRFDInfo aInfo{{}, aEntry};
-    if (TagToFileDescriber(aEntry, aInfo.aDescriber) != CACHE_OK) return CACHE_OK;
+/// Has the entry in aInfo, and completes its describer.
+CmInt32 CDownloadFileHandler::TakeEntry(tagWalk& aWalk, tagMRFDInfo& aInfo) {
+    if (TagToFileDescriber(aInfo.aEntry, aInfo.aDescriber) != CACHE_OK) return CACHE_OK;
     const CmInt32 lResult = AddKnown(aWalk, aInfo);
-    if (lResult != CACHE_OK || aEntry.wTag != c_wConfTag) return lResult;
-    return ReadConfHeader(aEntry.dwDataOffset);
+    if (lResult != CACHE_OK || aInfo.aEntry.wTag != c_wConfTag) return lResult;
+    return ReadConfHeader(aInfo.aEntry.dwDataOffset);
 }
 
 CmInt32 CDownloadFileHandler::AddKnown(tagWalk& aWalk, const tagMRFDInfo& aInfo) {

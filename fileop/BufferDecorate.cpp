@@ -2,7 +2,9 @@
 
 #include <new>
 #include <stdexcept>
+#include <utility>
 
+#include "fileop/BlockStore.h"
 #include "platform/CmTrace.h"
 
 CBufferDecorate::CBufferDecorate(IFileOperation* pFile, CmUint32 dwBufferSize)
@@ -10,7 +12,10 @@ CBufferDecorate::CBufferDecorate(IFileOperation* pFile, CmUint32 dwBufferSize)
     if (!pFile) CM_ASSERTION("pFile");
 }
 
-CBufferDecorate::~CBufferDecorate() { CBufferDecorate::Close(); }
+CBufferDecorate::~CBufferDecorate() {
+    CBufferDecorate::Close();
+    CBlockStore::Instance().Give(std::move(m_strBuffer));
+}
 
 CmInt32 CBufferDecorate::Open(const CCmString& strPath, int bWrite) {
     return m_pFile ? m_pFile->Open(strPath, bWrite) : CmInt32{CACHE_ERR_NOT_OPEN};
@@ -23,12 +28,16 @@ CmInt32 CBufferDecorate::Close() {
 }
 
 CmInt32 CBufferDecorate::WriteData(const CCmString& strData, CmUint32 dwOffset) {
+    return CBufferDecorate::WriteBytes(strData.data(), strData.size(), dwOffset);
+}
+
+CmInt32 CBufferDecorate::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     if (!m_pFile) return CACHE_ERR_NOT_OPEN;
-    if (dwOffset == CCacheFileManager::GetMaxDword()) return Append(strData);
+    if (dwOffset == CCacheFileManager::GetMaxDword()) return Append(lpData, nLength);
     if (!m_strBuffer.empty() && PassOn(m_strBuffer.size()) != CACHE_OK)
         CM_TRACE_ERROR("CBufferDecorate::WriteData->Write buffer data error"
                        << " this=" << this);
-    return m_pFile->WriteData(strData, dwOffset);
+    return m_pFile->WriteBytes(lpData, nLength, dwOffset);
 }
 
 std::uint64_t CBufferDecorate::BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) {
@@ -38,24 +47,28 @@ std::uint64_t CBufferDecorate::BytesToQueue(std::uint64_t qwLength, CmUint32 dwO
     return m_pFile && !bGathers ? m_pFile->BytesToQueue(qwTogether, dwOffset) : 0;
 }
 
-CmInt32 CBufferDecorate::Append(const CCmString& strData) {
-    const std::size_t dwAccepted = m_strBuffer.size();
+CmInt32 CBufferDecorate::Append(const char* lpData, std::size_t nLength) {
+    const std::size_t nAccepted = m_strBuffer.size();
+    if (nAccepted == 0 && nLength >= m_dwBufferSize)  // a block by itself
+        return m_pFile->WriteBytes(lpData, nLength, CCacheFileManager::GetMaxDword());
     try {
-        m_strBuffer.append(strData);
+        if (m_strBuffer.capacity() < m_dwBufferSize && nAccepted == 0)
+            m_strBuffer = CBlockStore::Instance().Take(m_dwBufferSize + nLength);
+        m_strBuffer.append(lpData, nLength);
     } catch (const std::bad_alloc&) {
         return CACHE_ERR_OUT_OF_MEMORY;
     } catch (const std::length_error&) {
         return CACHE_ERR_OUT_OF_MEMORY;
     }
-    return m_strBuffer.size() < m_dwBufferSize ? CmInt32{CACHE_OK} : PassOn(dwAccepted);
+    return m_strBuffer.size() < m_dwBufferSize ? CmInt32{CACHE_OK} : PassOn(nAccepted);
 }
 
 /// Appends the gathered bytes to the file and empties the buffer. Of those bytes the first
-/// dwAccepted came with calls that have returned 0; the rest belongs to the call that runs.
-CmInt32 CBufferDecorate::PassOn(std::size_t dwAccepted) {
-    const CmInt32 lResult = m_pFile->WriteData(m_strBuffer, CCacheFileManager::GetMaxDword());
+/// nAccepted came with calls that have returned 0; the rest belongs to the call that runs.
+CmInt32 CBufferDecorate::PassOn(std::size_t nAccepted) {
+    const CmInt32 lResult = m_pFile->GiveData(m_strBuffer, CCacheFileManager::GetMaxDword());
     m_strBuffer.clear();
-    if (lResult != CACHE_OK) CCacheFileManager::AddLostBytes(dwAccepted);
+    if (lResult != CACHE_OK) CCacheFileManager::AddLostBytes(nAccepted);
     return lResult;
 }
 

@@ -24,6 +24,7 @@ class CBufferDecorate final : public IFileOperation {
     /// on in one append, whose result this call returns. At another offset what is gathered goes
     /// first (its failure is traced and counted, not returned), then strData.
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
+    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
 
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
@@ -36,8 +37,8 @@ class CBufferDecorate final : public IFileOperation {
     void Flush() override;
 
  private:
-    CmInt32 Append(const CCmString& strData);
-    CmInt32 PassOn(std::size_t dwAccepted);
+    CmInt32 Append(const char* lpData, std::size_t nLength);
+    CmInt32 PassOn(std::size_t nAccepted);
 
     const CRefPtr<IFileOperation> m_pFile;
     const CmUint32 m_dwBufferSize;

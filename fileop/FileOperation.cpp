@@ -1,10 +1,21 @@
 #include "fileop/FileOperation.h"
 
+#include <exception>
 #include <new>
 
 #include "fileop/BufferDecorate.h"
 #include "fileop/LocalFile.h"
 #include "platform/CmImmortal.h"
+
+CmInt32 IFileOperation::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) try {
+    return WriteData(CCmString(lpData, nLength), dwOffset);
+} catch (const std::exception&) {  // no memory, or more than a string can hold
+    return CACHE_ERR_OUT_OF_MEMORY;
+}
+
+CmInt32 IFileOperation::GiveData(CCmString& strData, CmUint32 dwOffset) {
+    return WriteData(strData, dwOffset);
+}
 
 CFileOperationFactory* CFileOperationFactory::Instance() {
     return &CmImmortal<CFileOperationFactory>();

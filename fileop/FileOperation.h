@@ -24,6 +24,13 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     /// Writes all of strData at dwOffset, or at the end of the file for 0xFFFFFFFF.
     virtual CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) = 0;
 
+    /// The same for bytes that lie anywhere, so that a link which copies them copies them once.
+    virtual CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
+
+    /// The same for a string that the caller needs no more: the link may take it instead of
+    /// copying it. What is left in strData is anything.
+    virtual CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset);
+
     /// How many bytes WriteData of dwLength bytes at dwOffset would queue for the worker thread:
     /// 0 when it would only gather them, or write them in the call. Links that pass writes on ask
     /// the next one.

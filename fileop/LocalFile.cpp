@@ -71,11 +71,15 @@ CmInt32 CLocalFile::SeekForWrite(CmUint32 dwOffset) {
 }
 
 CmInt32 CLocalFile::WriteData(const CCmString& strData, CmUint32 dwOffset) {
+    return CLocalFile::WriteBytes(strData.data(), strData.size(), dwOffset);
+}
+
+CmInt32 CLocalFile::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
     if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
     const CmInt32 lResult = SeekForWrite(dwOffset);
     if (lResult != CACHE_OK) return lResult;
-    if (CmFile::Write(m_hFD, strData.data(), strData.size()) < strData.size()) {
+    if (CmFile::Write(m_hFD, lpData, nLength) < nLength) {
         const int nErrno = errno;
         CM_TRACE_ERROR("CLocalFile::WriteData->Write data error=" << nErrno << " m_hFD=" << m_hFD
                                                                   << " this=" << this);
@@ -89,14 +93,14 @@ CmInt32 CLocalFile::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint3
     CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
     CM_CHECK(lpBuffer, "lpBuffer", CACHE_ERR_INVALID_ARG);
     CM_CHECK(dwLength, "dwLength", CACHE_ERR_INVALID_ARG);
-    if (CmFile::Seek(m_hFD, dwOffset, CmFile::From_Start) != 0) {
+    std::size_t aSize = 0;
+    const CmFile::ReadEnd aEnd = CmFile::ReadAt(m_hFD, dwOffset, lpBuffer, dwLength, aSize);
+    if (aEnd == CmFile::Read_NoSuchPlace) {
         CM_TRACE_ERROR("CLocalFile::ReadData->Seek fileoffset error="
                        << errno << " dwOffset=" << dwOffset << " this=" << this);
         return CACHE_ERR_FAILED;
     }
-    bool bEnd = false;
-    const std::size_t aSize = CmFile::Read(m_hFD, lpBuffer, dwLength, bEnd);
-    if (aSize < dwLength && !bEnd) {
+    if (aEnd == CmFile::Read_Failed) {
         CM_TRACE_ERROR("CLocalFile::ReadData->Read data error="
                        << errno << " dwLength=" << dwLength
                        << " aSize=" << static_cast<CmUint32>(aSize) << " this=" << this);

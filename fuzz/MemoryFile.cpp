@@ -66,6 +66,15 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool&
     return dwCount;
 }
 
+ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
+               std::size_t& dwRead) {
+    Seek(pStream, nPosition, From_Start);
+    bool bEnd = false;
+    dwRead = Read(pStream, lpBuffer, dwLength, bEnd);
+    if (dwRead == dwLength) return Read_Whole;
+    return bEnd ? Read_AtEnd : Read_Failed;
+}
+
 std::int64_t Size(std::FILE* /*pStream*/) {
     return static_cast<std::int64_t>(MemoryFile::Instance().strBytes.size());
 }

@@ -46,17 +46,26 @@ class CCmByteStreamT {
  private:
     template <unsigned Size, class T>
     CCmByteStreamT& ReadField(T& aValue) {
-        if (m_ResultRead != CACHE_OK) {
-            CM_TRACE_ERROR("CCmByteStreamT::Read, can't read. m_ResultRead="
-                           << m_ResultRead << " this=" << static_cast<const void*>(this));
-            return *this;
-        }
         unsigned char aBytes[Size];
+        if (m_ResultRead != CACHE_OK) return Refuse();
         m_ResultRead = m_block.Read(aBytes, Size);
         if (m_ResultRead != CACHE_OK) return *this;
-        CmUint32 dwValue = 0;
-        for (unsigned i = Size; i-- > 0;) dwValue = dwValue << 8 | aBytes[i];
-        aValue = static_cast<T>(dwValue);
+        aValue = static_cast<T>(ToNumber(aBytes));
+        return *this;
+    }
+
+    // Written out, because compilers then make one load of each.
+    static CmUint32 ToNumber(const unsigned char (&aBytes)[2]) {
+        return CmUint32{aBytes[0]} | CmUint32{aBytes[1]} << 8;
+    }
+    static CmUint32 ToNumber(const unsigned char (&aBytes)[4]) {
+        return CmUint32{aBytes[0]} | CmUint32{aBytes[1]} << 8 | CmUint32{aBytes[2]} << 16 |
+               CmUint32{aBytes[3]} << 24;
+    }
+
+    CCmByteStreamT& Refuse() {
+        CM_TRACE_ERROR("CCmByteStreamT::Read, can't read. m_ResultRead="
+                       << m_ResultRead << " this=" << static_cast<const void*>(this));
         return *this;
     }
 

@@ -26,12 +26,18 @@ class ICmEvent {
 
     CmUint32 GetType() const { return m_dwType; }
 
+ protected:
+    /// For constructors: nobody waits for this event's outcome, so that a thread which has just
+    /// been at work may leave it for a few milliseconds until it looks again.
+    void BePatient() { m_bPatient = true; }
+
  private:
     friend class CCmEventList;
     friend class CCmEventQueue;
     struct tagSendWait;
 
     const CmUint32 m_dwType;
+    bool m_bPatient = false;
     ICmEvent* m_pNext = nullptr;       // the event behind it in its list
     tagSendWait* m_pSender = nullptr;  // who waits for it in SendEvent
 };

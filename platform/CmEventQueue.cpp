@@ -1,7 +1,17 @@
 #include "platform/CmEventQueue.h"
 
+#include <thread>
+#include <utility>
+
 #include "platform/CmResult.h"
 #include "platform/CmThread.h"
+
+namespace {
+
+constexpr std::chrono::microseconds c_linger{30};
+constexpr std::chrono::milliseconds c_nap{2};
+
+}  // namespace
 
 /// Lies on the stack of a thread in SendEvent; guarded by the queue's mutex.
 struct ICmEvent::tagSendWait {
@@ -70,7 +80,9 @@ bool CCmEventQueue::Append(ICmEvent* pEvent) {
         if (m_bStopped) return false;
         bFirst = m_waiting.IsEmpty();
         m_waiting.PushBack(pEvent);
-        std::swap(bWake, m_bSleeping);
+        m_bNews.store(true, std::memory_order_relaxed);
+        bWake = m_rest == Rest_Sleep || (m_rest == Rest_Nap && !pEvent->m_bPatient);
+        if (bWake) m_rest = Rest_None;
         SetHasEventsLocked(true);
     }
     // The event may be gone by now; the queue isn't, the poster holds a reference.
@@ -99,6 +111,7 @@ ICmEvent* CCmEventQueue::PopBatch() {
 void CCmEventQueue::TakeWaiting() {
     std::lock_guard<std::mutex> aLock(m_mutex);
     m_batch.TakeAll(m_waiting);
+    m_bNews.store(m_bStopped, std::memory_order_relaxed);
 }
 
 void CCmEventQueue::RunWaiting(CmUint32& dwCount) {
@@ -122,6 +135,7 @@ CmInt32 CCmEventQueue::Fire(ICmEvent* pEvent) {
         ICmEvent* const m_pEvent;
         CmInt32 m_lResult;
     } aDisposal{*this, pEvent, CACHE_ERR_FAILED};
+    (pEvent->m_bPatient ? m_bRanPatient : m_bRanOther) = true;
     aDisposal.m_lResult = pEvent->OnEventFire();
     return aDisposal.m_lResult;
 }
@@ -138,29 +152,47 @@ void CCmEventQueue::Dispose(ICmEvent* pEvent, CmInt32 lResult) {
     m_sent.notify_all();
 }
 
-template <class Sleep>
-bool CCmEventQueue::WaitWith(Sleep aSleep) {
-    if (!m_batch.IsEmpty()) return true;
-    std::unique_lock<std::mutex> aLock(m_mutex);
-    while (m_waiting.IsEmpty() && !m_bStopped) {
-        m_bSleeping = true;
-        if (!aSleep(aLock)) break;
-    }
-    m_bSleeping = false;
-    return !m_waiting.IsEmpty();
+/// Stays awake for a moment if there was work for which somebody may have waited: the next of its
+/// kind often follows. Gives way to other threads all the while.
+void CCmEventQueue::Linger() {
+    if (!std::exchange(m_bRanOther, false)) return;
+    const Clock::time_point aLimit = Clock::now() + c_linger;
+    while (!m_bNews.load(std::memory_order_relaxed) && Clock::now() < aLimit)
+        std::this_thread::yield();
+}
+
+/// Sleeps for some milliseconds at a time, until one has passed without an event.
+void CCmEventQueue::Nap(std::unique_lock<std::mutex>& aLock) {
+    m_rest = Rest_Nap;
+    const Clock::time_point aLimit = Clock::now() + c_nap;
+    while (m_rest == Rest_Nap)
+        if (m_wake.wait_until(aLock, aLimit) == std::cv_status::timeout) break;
+    m_rest = Rest_None;
 }
 
 bool CCmEventQueue::Wait() {
-    return WaitWith([this](std::unique_lock<std::mutex>& aLock) {
+    if (!m_batch.IsEmpty()) return true;
+    Linger();
+    std::unique_lock<std::mutex> aLock(m_mutex);
+    if (std::exchange(m_bRanPatient, false) && IsNothingToDo()) Nap(aLock);
+    while (IsNothingToDo()) {
+        m_rest = Rest_Sleep;
         m_wake.wait(aLock);
-        return true;
-    });
+    }
+    m_rest = Rest_None;
+    return !m_waiting.IsEmpty();
 }
 
 bool CCmEventQueue::WaitUntil(Clock::time_point aLimit) {
-    return WaitWith([&](std::unique_lock<std::mutex>& aLock) {
-        return m_wake.wait_until(aLock, aLimit) == std::cv_status::no_timeout;
-    });
+    if (!m_batch.IsEmpty()) return true;
+    Linger();
+    std::unique_lock<std::mutex> aLock(m_mutex);
+    while (IsNothingToDo()) {
+        m_rest = Rest_Sleep;
+        if (m_wake.wait_until(aLock, aLimit) == std::cv_status::timeout) break;
+    }
+    m_rest = Rest_None;
+    return !m_waiting.IsEmpty();
 }
 
 void CCmEventQueue::Stop() {
@@ -168,7 +200,9 @@ void CCmEventQueue::Stop() {
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
         m_bStopped = true;
-        std::swap(bWake, m_bSleeping);
+        m_bNews.store(true, std::memory_order_relaxed);
+        bWake = m_rest != Rest_None;
+        m_rest = Rest_None;
     }
     if (bWake) m_wake.notify_one();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -25,6 +26,9 @@ class CCmEventList {
 /// Posters append to m_waiting under the lock; the owner takes the whole list under the lock and
 /// fires it outside. What it took stays in m_batch, so that a run from inside an event goes on
 /// with it. No event is fired or disposed of with the lock held.
+///
+/// An owner that has run out of work doesn't sleep at once, because waking it costs the poster more
+/// than most work does; docs/architecture.md tells how it rests.
 class CCmEventQueue : public ICmEventQueue {
  public:
     CmInt32 PostEvent(ICmEvent* pEvent, CmInt32 lOption) override;
@@ -41,8 +45,12 @@ class CCmEventQueue : public ICmEventQueue {
     using Clock = std::chrono::steady_clock;
 
     /// Owner only: sleeps until something waits, the queue is stopped or the time has come.
-    /// Returns whether something waits.
+    /// Returns whether something waits. Behind work it stays awake for a moment, as waking a
+    /// thread takes longer than most work does.
     bool WaitUntil(Clock::time_point aLimit);
+
+    /// The same without a limit, and behind patient events with naps, from which patient events
+    /// don't wake it: whoever posts them in a steady stream never pays for a waking.
     bool Wait();
 
     /// From now on events are refused. What is queued stays and can be run.
@@ -74,18 +82,24 @@ class CCmEventQueue : public ICmEventQueue {
     void TakeWaiting();
     CmInt32 Fire(ICmEvent* pEvent);
     void Dispose(ICmEvent* pEvent, CmInt32 lResult);
-    template <class Sleep>
-    bool WaitWith(Sleep aSleep);
+    void Linger();
+    void Nap(std::unique_lock<std::mutex>& aLock);
+    bool IsNothingToDo() const { return m_waiting.IsEmpty() && !m_bStopped; }
 
     CmUint32 m_dwOwner = 0;  // set before the queue is shared
 
-    std::condition_variable m_wake;  // the owner sleeps on it
-    std::condition_variable m_sent;  // senders sleep on it
+    std::atomic<bool> m_bNews{false};  // something waits, or has been stopped: a hint for Linger
+    std::condition_variable m_wake;    // the owner sleeps on it
+    std::condition_variable m_sent;    // senders sleep on it
 
     // Guarded by m_mutex.
     CCmEventList m_waiting;
     bool m_bStopped = false;
-    bool m_bSleeping = false;  // the owner sleeps and nobody has woken it yet
+    /// How the owner rests, unless somebody has woken it already.
+    enum Rest { Rest_None, Rest_Nap, Rest_Sleep } m_rest = Rest_None;
 
-    CCmEventList m_batch;  // the owner's
+    // The owner's.
+    CCmEventList m_batch;
+    bool m_bRanPatient = false;  // since it last waited
+    bool m_bRanOther = false;
 };

@@ -34,12 +34,24 @@ int Close(std::FILE* pStream);
 enum SeekFrom { From_Start, From_End };
 int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom);
 
-/// As fwrite of single bytes. A short count without a reason means no space left (28).
+/// Returns how many bytes were written. A short count without a reason means no space left (28).
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength);
 
-/// As fread of single bytes. Clears the stream's flags first; bEnd tells whether a short count
-/// means the end of the file.
+/// Returns how many bytes were read; bEnd tells whether a short count means the end of the file.
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd);
+
+/// How a read at a position ended.
+enum ReadEnd {
+    Read_Whole,        // with all that was wanted
+    Read_AtEnd,        // at the end of the file, with less
+    Read_NoSuchPlace,  // before it began: the stream has no such position
+    Read_Failed,       // before all was there
+};
+
+/// Reads up to dwLength bytes at nPosition; dwRead counts them. Where the stream stands afterwards
+/// isn't said: every other call that depends on it seeks first.
+ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
+               std::size_t& dwRead);
 
 int Flush(std::FILE* pStream);
 

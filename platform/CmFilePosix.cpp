@@ -59,6 +59,33 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
     return nullptr;
 }
 
+/// Where the stream stands then, or -1. The streams are without a buffer, so that the system can be
+/// asked past them: they would ask it more than once for a block.
+std::int64_t MoveTo(std::FILE* pStream, std::int64_t nPosition, CmFile::SeekFrom aFrom) {
+    static_assert(sizeof(off_t) == 8, "positions are 64 bits wide");
+    errno = 0;
+    return ::lseek(::fileno(pStream), nPosition, aFrom == CmFile::From_End ? SEEK_END : SEEK_SET);
+}
+
+struct tagDone {
+    std::size_t dwDone;  // bytes
+    ssize_t nLast;       // what the last call gave
+};
+
+/// Has dwLength bytes transferred by as many calls as it takes: aCall gets how many are done and
+/// how many are left, and gives how many it did, 0 at an end, or -1.
+template <class Call>
+tagDone InParts(std::size_t dwLength, Call aCall) {
+    errno = 0;
+    tagDone aDone{0, 1};
+    while (aDone.dwDone < dwLength) {
+        aDone.nLast = aCall(aDone.dwDone, dwLength - aDone.dwDone);
+        if (aDone.nLast <= 0) break;
+        aDone.dwDone += static_cast<std::size_t>(aDone.nLast);
+    }
+    return aDone;
+}
+
 /// Makes a call that takes a path and gives -1 on failure.
 template <class Call>
 int WithPath(const CCmString& strPath, Call aCall) {
@@ -98,25 +125,38 @@ int Close(std::FILE* pStream) {
 }
 
 int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
-    static_assert(sizeof(off_t) == 8, "positions are 64 bits wide");
-    errno = 0;
-    return ::fseeko(pStream, nPosition, aFrom == From_End ? SEEK_END : SEEK_SET);
+    return MoveTo(pStream, nPosition, aFrom) < 0 ? -1 : 0;
 }
 
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) {
-    errno = 0;
-    const std::size_t dwWritten = std::fwrite(lpData, 1, dwLength, pStream);
-    if (dwWritten < dwLength) std::clearerr(pStream);
-    return dwWritten;
+    return InParts(dwLength,
+                   [&](std::size_t dwDone, std::size_t dwPart) {
+                       const ssize_t nPart = ::write(
+                           ::fileno(pStream), static_cast<const char*>(lpData) + dwDone, dwPart);
+                       if (nPart == 0) errno = ENOSPC;
+                       return nPart;
+                   })
+        .dwDone;
 }
 
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd) {
-    std::clearerr(pStream);
-    errno = 0;
-    const std::size_t dwRead = std::fread(lpBuffer, 1, dwLength, pStream);
-    bEnd = std::feof(pStream) != 0;
-    if (dwRead < dwLength) std::clearerr(pStream);
-    return dwRead;
+    const tagDone aDone = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
+        return ::read(::fileno(pStream), static_cast<char*>(lpBuffer) + dwDone, dwPart);
+    });
+    bEnd = aDone.nLast == 0;
+    return aDone.dwDone;
+}
+
+ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
+               std::size_t& dwRead) {
+    const tagDone aDone = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
+        return ::pread(::fileno(pStream), static_cast<char*>(lpBuffer) + dwDone, dwPart,
+                       nPosition + static_cast<off_t>(dwDone));
+    });
+    dwRead = aDone.dwDone;
+    if (aDone.nLast > 0) return Read_Whole;
+    if (aDone.nLast == 0) return Read_AtEnd;
+    return errno == ESPIPE ? Read_NoSuchPlace : Read_Failed;
 }
 
 int Flush(std::FILE* pStream) {
@@ -129,9 +169,7 @@ int Sync(std::FILE* pStream) {
     return ::fsync(::fileno(pStream));
 }
 
-std::int64_t Size(std::FILE* pStream) {
-    return Seek(pStream, 0, From_End) == 0 ? ::ftello(pStream) : -1;
-}
+std::int64_t Size(std::FILE* pStream) { return MoveTo(pStream, 0, From_End); }
 
 bool Exists(const CCmString& strPath) {
     return WithPath(strPath, [](const char* lpPath) { return ::access(lpPath, F_OK); }) == 0;

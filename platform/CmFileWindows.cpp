@@ -185,6 +185,16 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwWanted, bool&
     return dwRead;
 }
 
+ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
+               std::size_t& dwRead) {
+    dwRead = 0;
+    if (Seek(pStream, nPosition, From_Start) != 0) return Read_NoSuchPlace;
+    bool bEnd = false;
+    dwRead = Read(pStream, lpBuffer, dwLength, bEnd);
+    if (dwRead == dwLength) return Read_Whole;
+    return bEnd ? Read_AtEnd : Read_Failed;
+}
+
 int Flush(std::FILE* pStream) {
     errno = 0;
     return std::fflush(pStream);

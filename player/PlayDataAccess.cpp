@@ -1,5 +1,3 @@
-#include <exception>
-
 #include "core/PendingBytes.h"
 #include "download/ContainerFormat.h"
 #include "download/PlayDataFile.h"
@@ -41,7 +39,7 @@ CmInt32 CPlayFileHandler::FindFile(const char* lpOperation, const char* lpLength
 }
 
 CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned char* lpData,
-                                    CmUint32 dwLength, CmUint32 dwOffset) try {
+                                    CmUint32 dwLength, CmUint32 dwOffset) {
     CM_CHECK(!m_pDownloadFile, "!m_pDownloadFile", CACHE_ERR_INVALID_STATE);
     IFileOperation* pFile = nullptr;
     const CmInt32 lResult = FindFile("WriteData", " DataLen=", aDataInfo, pFile);
@@ -49,13 +47,8 @@ CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned
     CM_CHECK(lpData, "lpData", CACHE_ERR_INVALID_ARG);
     if (!CPendingBytes::HasRoomFor(pFile->BytesToQueue(dwLength, dwOffset)))
         return CACHE_ERR_OUT_OF_MEMORY;
-    const CCmString strData(reinterpret_cast<const char*>(lpData), dwLength);
     CaptureHeader(aDataInfo, lpData, dwLength, dwOffset);
-    return pFile->WriteData(strData, dwOffset);
-} catch (const std::exception&) {  // no memory, or more than a string can hold
-    CM_TRACE_ERROR("CPlayFileHandler::WriteData->Low memory to copy the data"
-                   << " this=" << this);
-    return CACHE_ERR_OUT_OF_MEMORY;
+    return pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
 }
 
 /// Takes time stamp and version from a block that begins a file. A block too short to hold them

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <exception>
 #include <new>
 
 #include "async/FileChain.h"
@@ -91,6 +90,11 @@ CWriteFileHandler::WriteFiles::iterator CWriteFileHandler::Find(CmUint32 dwHandl
     if (!m_bHandlesAscend)
         return std::find_if(m_vecWriteFiles.begin(), itEnd,
                             [&](const tagWriteFile& aFile) { return aFile.dwHandle == dwHandle; });
+    // Files opened in a row have handles in a row, so the first place to look at is mostly right.
+    const CmUint32 dwGuess =
+        m_vecWriteFiles.empty() ? 0 : dwHandle - m_vecWriteFiles.front().dwHandle;
+    if (dwGuess < m_vecWriteFiles.size() && m_vecWriteFiles[dwGuess].dwHandle == dwHandle)
+        return m_vecWriteFiles.begin() + dwGuess;
     const auto it = std::lower_bound(
         m_vecWriteFiles.begin(), itEnd, dwHandle,
         [](const tagWriteFile& aFile, CmUint32 dwWanted) { return aFile.dwHandle < dwWanted; });
@@ -112,7 +116,7 @@ CmInt32 CWriteFileHandler::RemoveHandle(CmUint32 dwHandle) {
 }
 
 CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpData,
-                                     CmUint32 dwLength, CmUint32 dwOffset) try {
+                                     CmUint32 dwLength, CmUint32 dwOffset) {
     CM_CHECK(lpData, "lpData", CACHE_ERR_INVALID_ARG);
     IFileOperation* pFile = nullptr;
     if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) {
@@ -122,16 +126,12 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
     }
     if (!CPendingBytes::HasRoomFor(pFile->BytesToQueue(dwLength, dwOffset)))
         return CACHE_ERR_OUT_OF_MEMORY;
-    const CCmString strData(reinterpret_cast<const char*>(lpData), dwLength);
-    const CmInt32 lResult = pFile->WriteData(strData, dwOffset);
+    const CmInt32 lResult =
+        pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
     if (lResult != CACHE_OK)
         CM_TRACE_ERROR("CWriteFileHandler::WriteData->Write Data error=" << lResult
                                                                          << " this=" << this);
     return lResult;
-} catch (const std::exception&) {  // no memory, or more than a string can hold
-    CM_TRACE_ERROR("CWriteFileHandler::WriteData->Write Data error="
-                   << CmInt32{CACHE_ERR_OUT_OF_MEMORY} << " this=" << this);
-    return CACHE_ERR_OUT_OF_MEMORY;
 }
 
 void CWriteFileHandler::FlushData(CmUint32 dwHandle) {

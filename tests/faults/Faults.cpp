@@ -34,6 +34,12 @@ bool Fails(Faults::Call aCall) {
     return true;
 }
 
+/// Fails a transfer of which a part is done.
+ssize_t FailAfter(ssize_t /*nPart*/) {
+    errno = s_nErrno;
+    return -1;
+}
+
 /// Half of a transfer of so many bytes; whole words, which the tests' files are made of.
 std::size_t HalfOf(std::size_t nBytes) { return nBytes / 2 & ~std::size_t{3}; }
 
@@ -81,8 +87,7 @@ FAULT_WRAP(int, fstat, (int nFile, struct stat* p), -1, (nFile, p))
 FAULT_WRAP(std::FILE*, fdopen, (int nFile, const char* lpMode), nullptr, (nFile, lpMode))
 FAULT_WRAP(int, access, (const char* lpPath, int nMode), -1, (lpPath, nMode))
 FAULT_WRAP(int, mkdir, (const char* lpPath, mode_t nMode), -1, (lpPath, nMode))
-FAULT_WRAP(int, fseeko, (std::FILE * p, off_t nTo, int nFrom), -1, (p, nTo, nFrom))
-FAULT_WRAP(off_t, ftello, (std::FILE * p), -1, (p))
+FAULT_WRAP(off_t, lseek, (int nFile, off_t nTo, int nFrom), -1, (nFile, nTo, nFrom))
 FAULT_WRAP(int, rename, (const char* lpFrom, const char* lpTo), -1, (lpFrom, lpTo))
 
 int __wrap_fsync(int) { return Fails(Faults::Call_fsync) ? -1 : 0; }  // no test needs the disk
@@ -96,22 +101,24 @@ int __wrap_open(const char* lpPath, int nFlags, ...) {
     return Fails(Faults::Call_open) ? -1 : __real_open(lpPath, nFlags, nMode);
 }
 
-std::size_t __real_fwrite(const void* lp, std::size_t nSize, std::size_t nCount, std::FILE* p);
-std::size_t __wrap_fwrite(const void* lp, std::size_t nSize, std::size_t nCount, std::FILE* p) {
+ssize_t __real_write(int nFile, const void* lp, std::size_t nCount);
+ssize_t __wrap_write(int nFile, const void* lp, std::size_t nCount) {
+    if (nCount == 1) return __real_write(nFile, lp, nCount);  // a wake-up through a pipe
     std::this_thread::sleep_for(s_aWriteDelay.load());
-    if (!Fails(Faults::Call_fwrite)) return __real_fwrite(lp, nSize, nCount, p);
-    const std::size_t nDone = __real_fwrite(lp, nSize, HalfOf(nCount), p);
-    errno = s_nErrno;
-    return nDone;
+    if (!Fails(Faults::Call_write)) return __real_write(nFile, lp, nCount);
+    return FailAfter(__real_write(nFile, lp, HalfOf(nCount)));
 }
 
-std::size_t __real_fread(void* lp, std::size_t nSize, std::size_t nCount, std::FILE* p);
-std::size_t __wrap_fread(void* lp, std::size_t nSize, std::size_t nCount, std::FILE* p) {
-    if (!Fails(Faults::Call_fread)) return __real_fread(lp, nSize, nCount, p);
-    const std::size_t nDone = __real_fread(lp, nSize, HalfOf(nCount), p);
-    std::clearerr(p);  // half a read doesn't meet the end
-    errno = s_nErrno;
-    return nDone;
+ssize_t __real_read(int nFile, void* lp, std::size_t nCount);
+ssize_t __wrap_read(int nFile, void* lp, std::size_t nCount) {
+    if (!Fails(Faults::Call_read)) return __real_read(nFile, lp, nCount);
+    return FailAfter(__real_read(nFile, lp, HalfOf(nCount)));
+}
+
+ssize_t __real_pread(int nFile, void* lp, std::size_t nCount, off_t nAt);
+ssize_t __wrap_pread(int nFile, void* lp, std::size_t nCount, off_t nAt) {
+    if (!Fails(Faults::Call_pread)) return __real_pread(nFile, lp, nCount, nAt);
+    return FailAfter(__real_pread(nFile, lp, HalfOf(nCount), nAt));
 }
 
 int __real_fflush(std::FILE* p);

@@ -13,10 +13,10 @@ namespace Faults {
     X(fdopen, nullptr) \
     X(access, -1)      \
     X(mkdir, -1)       \
-    X(fseeko, -1)      \
-    X(ftello, -1)      \
-    X(fwrite, 0)       \
-    X(fread, 0)        \
+    X(lseek, -1)       \
+    X(write, -1)       \
+    X(read, -1)        \
+    X(pread, -1)       \
     X(fflush, EOF)     \
     X(fsync, -1)       \
     X(fclose, EOF)     \

@@ -22,6 +22,7 @@ std::atomic<bool> s_bForEver{false};
 std::atomic<int> s_nRequests{0};
 std::atomic<int> s_nFailures{0};
 thread_local bool t_bMayFail = true;
+thread_local std::size_t t_nRequests = 0;
 
 bool Fails() noexcept {
     if (s_nNth == c_nNever || !t_bMayFail) return false;
@@ -32,6 +33,7 @@ bool Fails() noexcept {
 }
 
 void* Take(std::size_t nSize) noexcept {
+    ++t_nRequests;
     void* const p = Fails() ? nullptr : std::malloc(nSize ? nSize : 1);
     if (!p) return nullptr;
     ++s_nPieces;
@@ -61,6 +63,7 @@ namespace Memory {
 std::size_t StartPeak() { return s_nPeak = s_nUsed.load(); }
 std::size_t Peak() { return s_nPeak; }
 std::size_t InUse() { return s_nPieces; }
+std::size_t Requests() { return t_nRequests; }
 
 void Arm(int nNth, bool bForEver) {
     s_bForEver = bForEver;

@@ -12,6 +12,9 @@ std::size_t Peak();
 /// How many pieces are in use.
 std::size_t InUse();
 
+/// How many requests this thread has made.
+std::size_t Requests();
+
 /// From now on the nNth request for memory gets none, or that one and all behind it.
 void Arm(int nNth, bool bForEver);
 

@@ -31,7 +31,8 @@ const Case c_aCases[] = {
 /// The codes that may be heard when a call of the system fails so.
 std::set<CmInt32> CodesOf(Faults::Call aCall, int nErrno) {
     std::set<CmInt32> aCodes{4006, 4010};
-    const bool bTransfers = aCall == Faults::Call_fwrite || aCall == Faults::Call_fread;
+    const bool bTransfers =
+        aCall == Faults::Call_write || aCall == Faults::Call_read || aCall == Faults::Call_pread;
     if (nErrno == ENOSPC) aCodes.insert(4003);
     if (nErrno == EACCES && !bTransfers) aCodes.insert({4004, 4012});
     return aCodes;

@@ -1,0 +1,159 @@
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "bench/Appender.h"
+#include "bench/Clock.h"
+
+/// Workloads of a recording thread: small and large appends, as fast as they go and at a steady
+/// rate, to few files and to many.
+
+namespace {
+
+constexpr std::size_t c_nPiece = 1000;
+constexpr std::size_t c_nLargePiece = 65536;
+constexpr char c_szLimited[] = "cachefile async, limit 4 MiB";
+constexpr double c_dPacedRate = 0.4;  // bytes a nanosecond: 400 MB/s
+
+std::vector<std::string> Paths(const tagBench& aBench, std::size_t nFiles) {
+    std::vector<std::string> vecPaths;
+    for (std::size_t i = 0; i < nFiles; ++i)
+        vecPaths.push_back(aBench.Path("append-" + std::to_string(i)));
+    return vecPaths;
+}
+
+struct tagAppends {
+    std::size_t nFiles;
+    std::size_t nPiece;
+    std::size_t nCount;
+};
+
+/// The bytes of one run, with files that are gone afterwards.
+class CRun {
+ public:
+    CRun(const tagBench& aBench, const tagAppends& aAppends, const MakeAppender& aMake)
+        : m_vecPaths(Paths(aBench, aAppends.nFiles)),
+          m_strPiece(aAppends.nPiece, 'x'),
+          m_pAppender(aMake(m_vecPaths)) {}
+    ~CRun() {
+        for (const std::string& strPath : m_vecPaths) ::unlink(strPath.c_str());
+    }
+    void Append(std::size_t i) {
+        m_pAppender->Append(i % m_vecPaths.size(), m_strPiece.data(), m_strPiece.size());
+    }
+    void Finish() { m_pAppender->Finish(); }
+
+ private:
+    const std::vector<std::string> m_vecPaths;
+    const std::string m_strPiece;
+    const std::unique_ptr<IAppender> m_pAppender;
+};
+
+/// At a steady rate, as from a source that is bound to real time: what one append costs the caller.
+Metrics RunPaced(const tagBench& aBench, const tagAppends& aAppends, const MakeAppender& aMake) {
+    CRun aRun(aBench, aAppends, aMake);
+    const std::uint64_t qwInterval =
+        CClock::ToTicks(static_cast<double>(aAppends.nPiece) / c_dPacedRate);
+    std::vector<std::uint64_t> vecCosts(aAppends.nCount, 1);  // touched before it starts
+    std::uint64_t qwNext = CClock::Now();
+    for (std::size_t i = 0; i < aAppends.nCount; ++i, qwNext += qwInterval) {
+        while (CClock::Now() < qwNext) CClock::Pause();
+        const std::uint64_t qwBegin = CClock::Now();  // the end of the loop was guessed wrong
+        aRun.Append(i);
+        vecCosts[i] = CClock::Now() - qwBegin;
+    }
+    aRun.Finish();
+
+    std::uint64_t qwSum = 0;
+    for (std::uint64_t& qwCost : vecCosts) {
+        qwCost -= std::min(qwCost, CClock::Overhead());
+        qwSum += qwCost;
+    }
+    std::sort(vecCosts.begin(), vecCosts.end());
+    const auto at = [&](double dPart) {
+        return CClock::ToNanoseconds(
+            vecCosts[static_cast<std::size_t>(dPart * static_cast<double>(vecCosts.size() - 1))]);
+    };
+    return {{"mean", CClock::ToNanoseconds(qwSum) / static_cast<double>(vecCosts.size())},
+            {"p50", at(0.5)},
+            {"p99", at(0.99)},
+            {"p99.9", at(0.999)},
+            {"max", at(1.0)}};
+}
+
+/// As fast as it goes: the time until the system has every byte, a share for each append.
+Metrics RunBurst(const tagBench& aBench, const tagAppends& aAppends, const MakeAppender& aMake) {
+    CRun aRun(aBench, aAppends, aMake);
+    const std::uint64_t qwBegin = CClock::Now();
+    for (std::size_t i = 0; i < aAppends.nCount; ++i) aRun.Append(i);
+    const double dCaller = CClock::ToNanoseconds(CClock::Now() - qwBegin);
+    aRun.Finish();
+    const double dTime = CClock::ToNanoseconds(CClock::Now() - qwBegin);
+    return {{"an append", dTime / static_cast<double>(aAppends.nCount)},
+            {"on the caller", dCaller / static_cast<double>(aAppends.nCount)}};
+}
+
+std::vector<tagAppenderKind> AllKinds() {
+    return {
+        {"cachefile async", [](const auto& vecPaths) { return MakeLibrary(vecPaths, true); }},
+        {"cachefile sync", [](const auto& vecPaths) { return MakeLibrary(vecPaths, false); }},
+        {"stdio 32 KiB", MakeStdio},
+        {"write, gathered", MakeGather},
+        {"double buffer", [](const auto& vecPaths) { return MakeHandOver(vecPaths, false); }},
+        {"double buffer, napping",
+         [](const auto& vecPaths) { return MakeHandOver(vecPaths, true); }},
+#ifdef BENCH_LEVELDB
+        {"LevelDB env", MakeLevelDb},
+#endif
+#ifdef BENCH_LIBUV
+        {"libuv", MakeUv},
+#endif
+    };
+}
+
+}  // namespace
+
+void AddAppends(tagBench& aBench) {
+    const auto add = [&](const char* lpWorkload, const tagAppenderKind& aKind,
+                         const tagAppends& aAppends, auto aRun) {
+        aBench.vecContestants.push_back(
+            {lpWorkload, aKind.lpName,
+             [&aBench, aAppends, aRun, aKind] { return aRun(aBench, aAppends, aKind.aMake); }});
+    };
+    const tagAppends aSmall{4, c_nPiece, aBench.Amount(200'000)};
+    const tagAppends aLarge{4, c_nLargePiece, aBench.Amount(2'000)};
+    for (const tagAppenderKind& aKind : AllKinds()) add("append, paced", aKind, aSmall, RunPaced);
+    add("append, paced", {"memcpy", MakeMemcpy}, aSmall, RunPaced);
+    for (const tagAppenderKind& aKind : AllKinds()) add("append, burst", aKind, aSmall, RunBurst);
+    add("append, burst",
+        {c_szLimited, [](const auto& vecPaths) { return MakeLibrary(vecPaths, true, c_qwLimit); }},
+        aSmall, RunBurst);
+    for (const tagAppenderKind& aKind : AllKinds())
+        add("append 64 KiB, paced", aKind, aLarge, RunPaced);
+    add("append 64 KiB, paced", {"write", MakeDirect}, aLarge, RunPaced);
+
+    // Many blocks a file, so that opening and the last, small ones count little.
+    const tagAppends aMany{1000, c_nPiece, aBench.Amount(400'000)};
+    for (const tagAppenderKind& aKind : AllKinds())
+        if (aKind.aMake && std::string(aKind.lpName).find("double") == std::string::npos)
+            add("append, burst, 1,000 files", aKind, aMany, RunBurst);
+
+    const char* const lpAsync = "cachefile async";
+    const char* const lpSync = "cachefile sync";
+    aBench.vecFigures.insert(
+        aBench.vecFigures.end(),
+        {{"asynchronous append, paced, mean", "mean", "append, paced", lpAsync, "append, paced",
+          "stdio 32 KiB", 0.35},
+         {"asynchronous append, paced, p99.9", "p99.9", "append, paced", lpAsync, "append, paced",
+          "stdio 32 KiB", 0.35},
+         {"asynchronous append, burst", "an append", "append, burst", lpAsync, "append, burst",
+          "write, gathered", 1.0},
+         {"asynchronous append, burst, limit 4 MiB", "an append", "append, burst", c_szLimited,
+          "append, burst", "write, gathered", 1.0},
+         {"synchronous append, burst", "an append", "append, burst", lpSync, "append, burst",
+          "write, gathered", 1.1},
+         {"asynchronous append of 64 KiB, paced, mean", "mean", "append 64 KiB, paced", lpAsync,
+          "append 64 KiB, paced", "write", 0.5},
+         {"synchronous append, 1,000 files and 4", "an append", "append, burst, 1,000 files",
+          lpSync, "append, burst", lpSync, 1.4}});
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bench/Bench.h"
+
+constexpr std::size_t c_nBlock = 32768;  // gathered before bytes are passed on, by everyone
+
+constexpr std::uint64_t c_qwNoLimit = ~std::uint64_t{0};
+constexpr std::uint64_t c_qwLimit = 4U << 20;  // of bytes that wait for the worker
+
+/// Appends to a number of files, each way of it in its own manner.
+class IAppender {
+ public:
+    virtual ~IAppender() = default;
+    virtual void Append(std::size_t nFile, const char* lpData, std::size_t nLength) = 0;
+    /// Returns when every byte has reached the operating system and the files are closed.
+    virtual void Finish() = 0;
+};
+
+using MakeAppender =
+    std::function<std::unique_ptr<IAppender>(const std::vector<std::string>& vecPaths)>;
+
+struct tagAppenderKind {
+    const char* lpName;
+    MakeAppender aMake;
+};
+
+std::unique_ptr<IAppender> MakeStdio(const std::vector<std::string>& vecPaths);
+std::unique_ptr<IAppender> MakeGather(const std::vector<std::string>& vecPaths);
+std::unique_ptr<IAppender> MakeDirect(const std::vector<std::string>& vecPaths);
+std::unique_ptr<IAppender> MakeMemcpy(const std::vector<std::string>& vecPaths);
+std::unique_ptr<IAppender> MakeHandOver(const std::vector<std::string>& vecPaths, bool bNap);
+std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync,
+                                       std::uint64_t qwLimit = c_qwNoLimit);
+#ifdef BENCH_LEVELDB
+std::unique_ptr<IAppender> MakeLevelDb(const std::vector<std::string>& vecPaths);
+#endif
+#ifdef BENCH_LIBUV
+std::unique_ptr<IAppender> MakeUv(const std::vector<std::string>& vecPaths);
+#endif

@@ -1,0 +1,140 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+#include "bench/Appender.h"
+
+namespace {
+
+/// The ideal double buffer: blocks made beforehand, filled by the caller and written by a worker
+/// that then gives them back. No objects, no results, no errors told apart: what a library that
+/// does more has to be compared with.
+class CHandOverAppender final : public IAppender {
+ public:
+    CHandOverAppender(const std::vector<std::string>& vecPaths, bool bNap)
+        : m_bNap(bNap), m_vecCurrent(vecPaths.size(), nullptr) {
+        for (const std::string& strPath : vecPaths) {
+            m_vecFiles.push_back(
+                ::open(strPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+            Require(m_vecFiles.back() >= 0, "open");
+        }
+        m_vecBlocks.resize(c_nBlocks);
+        for (tagBlock& aBlock : m_vecBlocks) {
+            std::memset(aBlock.aBytes, 1, sizeof aBlock.aBytes);
+            m_vecFree.push_back(&aBlock);
+        }
+        m_vecFull.reserve(c_nBlocks);
+        m_thread = std::thread([this] { Run(); });
+    }
+
+    void Append(std::size_t nFile, const char* lpData, std::size_t nLength) override {
+        tagBlock*& pBlock = m_vecCurrent[nFile];
+        if (!pBlock) pBlock = TakeFree();
+        while (pBlock->nUsed + nLength > sizeof pBlock->aBytes) {
+            const std::size_t nPart = sizeof pBlock->aBytes - pBlock->nUsed;
+            std::memcpy(pBlock->aBytes + pBlock->nUsed, lpData, nPart);
+            pBlock->nUsed += nPart;
+            lpData += nPart;
+            nLength -= nPart;
+            Post(nFile, pBlock);
+            pBlock = TakeFree();
+        }
+        std::memcpy(pBlock->aBytes + pBlock->nUsed, lpData, nLength);
+        pBlock->nUsed += nLength;
+    }
+
+    void Finish() override {
+        for (std::size_t i = 0; i < m_vecCurrent.size(); ++i)
+            if (m_vecCurrent[i]) Post(i, m_vecCurrent[i]);
+        {
+            std::lock_guard<std::mutex> aLock(m_mutex);
+            m_bStopped = true;
+        }
+        m_wake.notify_one();
+        m_thread.join();
+        for (int nFile : m_vecFiles) ::close(nFile);
+    }
+
+ private:
+    static constexpr std::size_t c_nBlocks = 256;
+    static constexpr std::size_t c_nPatience = 64;  // blocks that end a nap
+    struct tagBlock {
+        std::size_t nFile = 0;
+        std::size_t nUsed = 0;
+        char aBytes[c_nBlock];
+    };
+
+    void Post(std::size_t nFile, tagBlock* pBlock) {
+        pBlock->nFile = nFile;
+        bool bWake = false;
+        {
+            std::lock_guard<std::mutex> aLock(m_mutex);
+            m_vecFull.push_back(pBlock);
+            if (m_bSleeps && (!m_bNaps || m_vecFull.size() >= c_nPatience)) {
+                bWake = true;
+                m_bSleeps = false;
+            }
+        }
+        if (bWake) m_wake.notify_one();
+    }
+
+    tagBlock* TakeFree() {
+        std::unique_lock<std::mutex> aLock(m_mutex);
+        m_given.wait(aLock, [this] { return !m_vecFree.empty(); });
+        tagBlock* const pBlock = m_vecFree.back();
+        m_vecFree.pop_back();
+        return pBlock;
+    }
+
+    void Run() {
+        std::vector<tagBlock*> vecBatch;
+        vecBatch.reserve(c_nBlocks);
+        std::unique_lock<std::mutex> aLock(m_mutex);
+        for (;;) {
+            m_bSleeps = true;
+            if (m_bNap && !m_bStopped) {
+                m_bNaps = true;
+                m_wake.wait_for(aLock, std::chrono::milliseconds(2),
+                                [this] { return !m_bSleeps || m_bStopped; });
+                m_bNaps = false;
+            }
+            m_wake.wait(aLock, [this] { return !m_vecFull.empty() || m_bStopped; });
+            m_bSleeps = false;
+            if (m_vecFull.empty()) return;
+            vecBatch.swap(m_vecFull);
+            for (tagBlock* pBlock : vecBatch) {
+                aLock.unlock();
+                Require(::write(m_vecFiles[pBlock->nFile], pBlock->aBytes, pBlock->nUsed) ==
+                            static_cast<ssize_t>(pBlock->nUsed),
+                        "write");
+                pBlock->nUsed = 0;
+                aLock.lock();
+                const bool bNone = m_vecFree.empty();
+                m_vecFree.push_back(pBlock);
+                if (bNone) m_given.notify_one();
+            }
+            vecBatch.clear();
+        }
+    }
+
+    const bool m_bNap;
+    std::vector<int> m_vecFiles;
+    std::vector<tagBlock> m_vecBlocks;
+    std::vector<tagBlock*> m_vecCurrent;
+    std::mutex m_mutex;
+    std::condition_variable m_wake, m_given;
+    // Guarded by m_mutex.
+    std::vector<tagBlock*> m_vecFree, m_vecFull;
+    bool m_bStopped = false, m_bSleeps = false, m_bNaps = false;
+    std::thread m_thread;
+};
+
+}  // namespace
+
+std::unique_ptr<IAppender> MakeHandOver(const std::vector<std::string>& vecPaths, bool bNap) {
+    return std::make_unique<CHandOverAppender>(vecPaths, bNap);
+}

@@ -1,0 +1,61 @@
+#include <cachefile.h>
+
+#include "bench/Appender.h"
+#include "tools/HostPath.h"
+
+namespace {
+
+/// The library as a host uses it, with a limit of pending bytes if one is given: the host then
+/// holds back where the library refuses.
+class CLibraryAppender final : public IAppender, private IFileOpSink {
+ public:
+    CLibraryAppender(const std::vector<std::string>& vecPaths, bool bAsync, std::uint64_t qwLimit)
+        : m_pHandler(CCacheFileManager::Instance().CreateWriteFileHandler(1, bAsync)) {
+        Require(m_pHandler && m_attached.GetResult() == CACHE_OK, "a write handler");
+        CCacheFileManager::SetPendingLimit(qwLimit);
+        m_pHandler->Initialize(this);
+        m_pHandler->SetHomeDir("");
+        for (const std::string& strPath : vecPaths) {
+            m_vecHandles.push_back(0);
+            Require(m_pHandler->OpenWritingFile(HostPath(strPath), m_vecHandles.back()) == CACHE_OK,
+                    "OpenWritingFile");
+        }
+        while (bAsync && m_nOpened < vecPaths.size()) CCmCallerThread::WaitAndRun(1000);
+    }
+    void Append(std::size_t nFile, const char* lpData, std::size_t nLength) override {
+        for (;;) {
+            const CmInt32 lResult = m_pHandler->WriteData(
+                m_vecHandles[nFile], reinterpret_cast<const unsigned char*>(lpData),
+                static_cast<CmUint32>(nLength), CCacheFileManager::GetMaxDword());
+            if (lResult == CACHE_OK) return;
+            Require(lResult == CACHE_ERR_OUT_OF_MEMORY, "WriteData");
+            CCmCallerThread::WaitAndRun(1);
+        }
+    }
+    void Finish() override {
+        for (const CmUint32 dwHandle : m_vecHandles) m_pHandler->CloseFile(dwHandle);
+        m_pHandler->Destroy();
+        CacheFileShutdown();  // all that was accepted is written
+        Require(CCacheFileManager::GetLostBytes() == 0, "all bytes written");
+    }
+
+ private:
+    void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType aOpType,
+                        CmInt32 aResult) override {
+        Require(aResult == CACHE_OK, "an operation on the worker");
+        if (aOpType == CCacheFileManager::Op_Open) ++m_nOpened;
+    }
+    void OnDataReady(unsigned char*, CmUint32, const tagDataInfo&) override {}
+
+    CCmCallerThreadGuard m_attached;
+    CWriteFileHandler* const m_pHandler;
+    std::vector<CmUint32> m_vecHandles;
+    std::size_t m_nOpened = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync,
+                                       std::uint64_t qwLimit) {
+    return std::make_unique<CLibraryAppender>(vecPaths, bAsync, qwLimit);
+}

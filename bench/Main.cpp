@@ -1,0 +1,119 @@
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#include "bench/Bench.h"
+#include "bench/Clock.h"
+
+namespace {
+
+constexpr char c_szUsage[] =
+    "usage: cachefile_bench [--directory DIR] [--json FILE] [--only TEXT] [--repetitions N]\n"
+    "                       [--scale X]\n";
+
+tagBenchOptions ParseOptions(int argc, char** argv) {
+    tagBenchOptions aOptions;
+    for (int i = 1; i < argc; i += 2) {
+        const std::string strOption = argv[i];
+        if (i + 1 == argc) throw std::runtime_error(c_szUsage);
+        const std::string strValue = argv[i + 1];
+        if (strOption == "--directory")
+            aOptions.strDirectory = strValue;
+        else if (strOption == "--json")
+            aOptions.strJson = strValue;
+        else if (strOption == "--only")
+            aOptions.strOnly = strValue;
+        else if (strOption == "--memory")
+            aOptions.bMemory = true;
+        else if (strOption == "--repetitions")
+            aOptions.nRepetitions = std::max(1, std::stoi(strValue));
+        else if (strOption == "--scale")
+            aOptions.dScale = std::stod(strValue);
+        else
+            throw std::runtime_error(c_szUsage);
+    }
+    return aOptions;
+}
+
+/// A directory that is gone afterwards.
+struct tagScratch {
+    explicit tagScratch(const std::string& strParent) : strPath(strParent + "/cachefile-bench") {
+        std::filesystem::remove_all(strPath);
+        std::filesystem::create_directories(strPath);
+    }
+    ~tagScratch() {
+        std::error_code aIgnored;
+        std::filesystem::remove_all(strPath, aIgnored);
+    }
+    const std::string strPath;
+};
+
+/// One workload has a thousand files open.
+void AllowManyFiles() {
+    rlimit aLimit{};
+    ::getrlimit(RLIMIT_NOFILE, &aLimit);
+    aLimit.rlim_cur = aLimit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &aLimit);
+}
+
+/// Everybody once, then everybody again: what slows the machine down for a while slows all.
+void RunAll(tagBench& aBench) {
+    const auto wanted = [&](const tagContestant& aContestant) {
+        return aContestant.strWorkload.find(aBench.aOptions.strOnly) != std::string::npos;
+    };
+    for (int n = 0; n < aBench.aOptions.nRepetitions; ++n) {
+        std::fprintf(stderr, "repetition %d of %d\n", n + 1, aBench.aOptions.nRepetitions);
+        for (tagContestant& aContestant : aBench.vecContestants) {
+            if (!wanted(aContestant)) continue;
+            for (const auto& [strMetric, dValue] : aContestant.aRun())
+                aContestant.mapValues[strMetric].push_back(dValue);
+        }
+    }
+}
+
+}  // namespace
+
+const CClock::tagMeasured& CClock::Measured() {
+    static const tagMeasured aMeasured = [] {
+        using Steady = std::chrono::steady_clock;
+        const auto aBegin = Steady::now();
+        const std::uint64_t qwBegin = Now();
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        const std::uint64_t qwEnd = Now();
+        const std::chrono::duration<double, std::nano> aTime = Steady::now() - aBegin;
+        std::vector<std::uint64_t> vecPairs(1001);
+        for (std::uint64_t& qwPair : vecPairs) {
+            const std::uint64_t qwFirst = Now();
+            qwPair = Now() - qwFirst;
+        }
+        std::nth_element(vecPairs.begin(), vecPairs.begin() + 500, vecPairs.end());
+        return tagMeasured{aTime.count() / static_cast<double>(qwEnd - qwBegin), vecPairs[500]};
+    }();
+    return aMeasured;
+}
+
+int main(int argc, char** argv) try {
+    tagBenchOptions aOptions = ParseOptions(argc, argv);
+    if (aOptions.bMemory) return RunMemory(aOptions);
+    const tagScratch aScratch(aOptions.strDirectory);
+    aOptions.strDirectory = aScratch.strPath;
+    tagBench aBench{aOptions, {}, {}};
+    CClock::Overhead();  // measured before it is needed
+    AllowManyFiles();
+    AddAppends(aBench);
+    AddReads(aBench);
+    AddContainers(aBench);
+    AddMemory(aBench, argv[0]);
+    RunAll(aBench);
+    PrintTables(aBench);
+    if (!aOptions.strJson.empty()) WriteJson(aBench);
+    return 0;
+} catch (const std::exception& aError) {
+    std::fprintf(stderr, "cachefile_bench: %s\n", aError.what());
+    return 1;
+}

@@ -1,0 +1,62 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "bench/Appender.h"
+
+/// How much memory a recorder needs that hands over more than the disk takes, with a limit of
+/// pending bytes set. Measured in a process of its own, where nothing was used before.
+
+namespace {
+
+/// A line of the process's status, in KiB.
+long StatusOf(const std::string& strField) {
+    std::ifstream aStatus("/proc/self/status");
+    for (std::string strWord; aStatus >> strWord;)
+        if (strWord == strField) {
+            long nValue = 0;
+            aStatus >> nValue;
+            return nValue;
+        }
+    throw std::runtime_error("/proc/self/status");
+}
+
+Metrics RunChild(const std::string& strProgram, const tagBench& aBench) {
+    const std::string strCommand =
+        "'" + strProgram + "' --directory '" + aBench.aOptions.strDirectory + "' --memory 1";
+    std::FILE* const pOut = ::popen(strCommand.c_str(), "r");
+    Require(pOut != nullptr, "popen");
+    double dMebibytes = -1;
+    const bool bRead = std::fscanf(pOut, "%lf", &dMebibytes) == 1;
+    Require(::pclose(pOut) == 0 && bRead, "the process that measures memory");
+    return {{"MiB", dMebibytes}};
+}
+
+}  // namespace
+
+int RunMemory(const tagBenchOptions& aOptions) {
+    std::vector<std::string> vecPaths;
+    for (int i = 0; i < 4; ++i)
+        vecPaths.push_back(aOptions.strDirectory + "/memory-" + std::to_string(i));
+    const std::string strPiece(1000, 'x');
+    const long nBefore = StatusOf("VmRSS:");
+    std::ofstream("/proc/self/clear_refs") << "5\n";  // the peak is counted anew
+    const auto pAppender = MakeLibrary(vecPaths, true, c_qwLimit);
+    for (std::size_t i = 0; i < 200'000; ++i)
+        pAppender->Append(i % vecPaths.size(), strPiece.data(), strPiece.size());
+    pAppender->Finish();
+    std::printf("%.2f\n", static_cast<double>(StatusOf("VmHWM:") - nBefore) / 1024);
+    for (const std::string& strPath : vecPaths) ::unlink(strPath.c_str());
+    return 0;
+}
+
+void AddMemory(tagBench& aBench, const std::string& strProgram) {
+    const char* const lpWorkload = "memory, burst with a limit";
+    aBench.vecContestants.push_back(
+        {lpWorkload, "cachefile async, limit 4 MiB",
+         [&aBench, strProgram] { return RunChild(strProgram, aBench); }});
+    aBench.vecFigures.push_back({"memory above the start, limit 4 MiB, in MiB", "MiB", lpWorkload,
+                                 "cachefile async, limit 4 MiB", "", "", 8});
+}
