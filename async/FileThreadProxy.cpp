@@ -123,7 +123,8 @@ CmInt32 CFileThreadProxy::GiveData(CCmString& strData, CmUint32 dwOffset) {
 }
 
 std::uint64_t CFileThreadProxy::BytesToQueue(std::uint64_t qwLength, CmUint32 /*dwOffset*/) {
-    return m_bWrite && IsUsable() ? qwLength : 0;
+    const bool bTaken = m_bWrite && IsUsable() && HasThreads() && m_pRWThread->GetEventQueue();
+    return bTaken ? qwLength : 0;
 }
 
 CmInt32 CFileThreadProxy::AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,

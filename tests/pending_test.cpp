@@ -35,6 +35,8 @@ TEST_F(Pending, BytesCountFromTheHandingOverUntilTheWorkerIsDoneWithThem) {
     CacheFileShutdown();
     EXPECT_EQ(aGood.Write(dwGood, Pattern(40'000)), 4010) << "refused by the ended worker";
     EXPECT_EQ(Waiting(), 0U);
+    CCacheFileManager::SetPendingLimit(1);
+    EXPECT_EQ(aGood.Write(dwGood, Pattern(70'000)), 4010) << "which no later try would change";
 }
 
 TEST_F(Pending, ALimitRefusesPiecesBeforeAnythingIsTakenOfThem) {

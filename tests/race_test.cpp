@@ -1,5 +1,6 @@
 #include <array>
 #include <atomic>
+#include <limits>
 #include <map>
 #include <random>
 
@@ -17,6 +18,7 @@ bool OneIn(Dice& aDice, unsigned n) { return aDice() / 8 % n == 0; }
 unsigned Below(Dice& aDice, std::size_t n) { return static_cast<unsigned>(aDice() / 8 % n); }
 
 constexpr std::size_t c_nFixture = 200'000;
+constexpr std::uint64_t c_qwNone = std::numeric_limits<std::uint64_t>::max();
 constexpr tagFileDescriber c_aStream{8, 2, 7008, 5};
 
 class Races;
@@ -251,6 +253,8 @@ TEST_F(Races, EveryAnswerComesOnceAndEveryByteIsWrittenOrCounted) {
         while (!bEnd) {
             CCmT120Trace::instance()->SetSink([&](CmInt32, const char*) { ++nLines; });
             CCacheFileManager::GetLostBytes();
+            CCacheFileManager::SetPendingLimit(CCacheFileManager::GetPendingBytes() % 2 ? 65'536
+                                                                                        : c_qwNone);
             CCmT120Trace::instance()->SetSink({});
             std::this_thread::yield();
         }
@@ -265,6 +269,7 @@ TEST_F(Races, EveryAnswerComesOnceAndEveryByteIsWrittenOrCounted) {
         for (const auto& pActor : m_vecEnded) pActor->ExpectAnswered();
         for (const auto& pActor : m_vecEnded) pActor->Destroy();
         CacheFileShutdown();
+        EXPECT_EQ(CCacheFileManager::GetPendingBytes(), 0U);
         m_vecEnded.clear();
         m_aActors = {};
     }

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <thread>
 
 #include "tests/faults/Faults.h"
 #include "tests/faults/Memory.h"
@@ -43,4 +44,13 @@ TEST_F(SlowDisk, ALimitBoundsTheMemoryAndNothingAcceptedIsMissing) {
     EXPECT_EQ(CCacheFileManager::GetPendingBytes(), 0U);
     EXPECT_EQ(m_sink.Take(), "Open 0, Open 0");
     EXPECT_EQ(m_lost.Take(), 0U);
+}
+
+TEST_F(SlowDisk, BytesArePendingUntilTheyAreWritten) {
+    Faults::SetWriteDelay(std::chrono::milliseconds(20));
+    Recording aRecording(Async, nullptr);
+    EXPECT_EQ(aRecording.Write(aRecording.Open("a"), Pattern(40'000)), 0);
+    while (CCacheFileManager::GetPendingBytes() > 0) std::this_thread::yield();
+    ExpectFile(Recording::PathOf("a"), Pattern(40'000));
+    Faults::SetWriteDelay({});
 }
