@@ -1,6 +1,7 @@
 #include "async/FileThreadManager.h"
 
 #include "async/Shutdown.h"
+#include "fileop/BlockStore.h"
 #include "platform/CmCallerThread.h"
 #include "platform/CmResult.h"
 #include "platform/CmTrace.h"
@@ -39,6 +40,7 @@ CmInt32 CFileThreadManager::Shutdown() {
     do {
         CCmCallerThread::RunPending(&dwRun);
     } while (dwRun > 0);
+    CBlockStore::Instance().Clear();
     return CACHE_OK;
 }
 

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr CmUint32 c_dwReservedEntries = 131072;
+constexpr std::size_t c_nLeastRoom = 1024;
 
 }  // namespace
 
@@ -22,6 +22,7 @@ struct CDownloadFileHandler::tagWalk {
     std::uint64_t qwOffset = c_dwFileHeaderSize;  // of the next one
     CCircleWatch aWatch;
     bool bWatching;
+    std::size_t nRoom = 0;  // for entries to keep
 };
 
 CDownloadFileHandler::CDownloadFileHandler(int bAsync) : m_bAsync(bAsync) {}
@@ -72,7 +73,6 @@ CmInt32 CDownloadFileHandler::SendWalk(std::vector<tagFileDescriber>& vecFileDes
 CmInt32 CDownloadFileHandler::InitFileInfo(std::vector<tagFileDescriber>& vecFileDescriber) {
     const CmInt32 lResult = ReadFileHeader();
     if (lResult != CACHE_OK) return lResult;
-    ReserveEntries(vecFileDescriber);
     tagWalk aWalk{CIndexReader(*m_pFileOp),
                   vecFileDescriber,
                   m_FileHeader.dwEntryCount,
@@ -82,12 +82,13 @@ CmInt32 CDownloadFileHandler::InitFileInfo(std::vector<tagFileDescriber>& vecFil
     return WalkIndex(aWalk);
 }
 
-/// Makes room for as many entries as the header counts, within bounds: it may not tell the truth.
-/// Without memory for that the entries find room one after another, or don't.
-void CDownloadFileHandler::ReserveEntries(std::vector<tagFileDescriber>& vecFileDescriber) try {
-    const std::size_t nEntries = std::min(m_FileHeader.dwEntryCount, c_dwReservedEntries);
-    vecFileDescriber.reserve(nEntries);
-    m_vecMRFD.Reserve(nEntries);
+/// Makes room for eight times the entries there are, if the header counts so many: its word alone
+/// is worth no memory. Without memory the entries find room one after another, or don't.
+void CDownloadFileHandler::ReserveEntries(tagWalk& aWalk) try {
+    const std::size_t nKnown = m_vecMRFD.Size();
+    aWalk.nRoom = std::min(std::max(c_nLeastRoom, 8 * nKnown), nKnown + aWalk.dwLeft);
+    aWalk.vecFileDescriber.reserve(aWalk.nRoom);
+    m_vecMRFD.Reserve(aWalk.nRoom);
 } catch (const std::bad_alloc&) {
 }
 
@@ -191,6 +192,7 @@ CmInt32 CDownloadFileHandler::AddKnown(tagWalk& aWalk, const tagMRFDInfo& aInfo)
                        << m_FileHeader.dwEntryCount << " this=" << this);
         return CACHE_ERR_OUT_OF_MEMORY;
     }
+    if (m_vecMRFD.Size() == aWalk.nRoom) ReserveEntries(aWalk);
     const std::size_t nBefore = aWalk.vecFileDescriber.size();
     try {
         aWalk.vecFileDescriber.push_back(aInfo.aDescriber);

@@ -54,12 +54,12 @@ class CDownloadFileHandler {
  private:
     struct tagWalk;
 
-    void ReserveEntries(std::vector<tagFileDescriber>& vecFileDescriber);
     CmInt32 ReadFileHeader();
     CmInt32 ReadConfHeader(CmUint32 dwDataOffset);
     CmInt32 WalkIndex(tagWalk& aWalk);
     CmInt32 ReadEntry(tagWalk& aWalk, tagMRFD& aEntry);
     CmInt32 TakeEntry(tagWalk& aWalk, tagMRFDInfo& aInfo);
+    void ReserveEntries(tagWalk& aWalk);
     CmInt32 AddKnown(tagWalk& aWalk, const tagMRFDInfo& aInfo);
     CmInt32 SkipLaps(tagWalk& aWalk);
     CmInt32 SendWalk(std::vector<tagFileDescriber>& vecFileDescriber);

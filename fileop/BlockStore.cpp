@@ -4,20 +4,15 @@
 
 namespace {
 
-constexpr std::size_t c_nLeast = 32768;  // what is smaller is made as quickly as it is found
-constexpr std::size_t c_nStep = 8192;    // so that blocks of about the same size fit one another
-constexpr std::size_t c_nMost = 2U << 20;
+constexpr std::size_t c_nStep = 8192;  // so that blocks of about the same size fit one another
 
 }  // namespace
-
-CBlockStore::CBlockStore() { m_vecFree.reserve(c_nMost / c_nLeast); }
 
 CCmString CBlockStore::Take(std::size_t nCapacity) {
     if (nCapacity >= c_nLeast) {
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
-        if (!m_vecFree.empty()) {
-            CCmString strBlock = std::move(m_vecFree.back());
-            m_vecFree.pop_back();
+        if (m_nFree > 0) {
+            CCmString strBlock = std::move(m_aFree[--m_nFree]);
             m_nKept -= strBlock.capacity();
             if (strBlock.capacity() >= nCapacity) return strBlock;
         }
@@ -34,5 +29,11 @@ void CBlockStore::Give(CCmString&& strBlock) noexcept {
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     if (m_nKept + nCapacity > c_nMost) return;
     m_nKept += nCapacity;
-    m_vecFree.push_back(std::move(strBlock));  // there is room: each is at least c_nLeast
+    m_aFree[m_nFree++] = std::move(strBlock);  // there is room: each is at least c_nLeast
+}
+
+void CBlockStore::Clear() noexcept {
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    while (m_nFree > 0) CCmString().swap(m_aFree[--m_nFree]);
+    m_nKept = 0;
 }
