@@ -1,8 +1,7 @@
 #pragma once
 
-/// Everything a host needs of the cache file library. README.md shows the first steps,
-/// docs/recording.md and docs/playing.md
-/// the rules of writing and reading.
+/// Everything a host needs of the cache file library. In its source tree README.md shows the first
+/// steps, docs/recording.md and docs/playing.md the rules of writing and reading.
 
 #include "async/Shutdown.h"
 #include "core/CacheFileManager.h"

@@ -99,9 +99,10 @@ std::vector<tagAppenderKind> AllKinds() {
         {"cachefile sync", [](const auto& vecPaths) { return MakeLibrary(vecPaths, false); }},
         {"stdio 32 KiB", MakeStdio},
         {"write, gathered", MakeGather},
-        {"double buffer", [](const auto& vecPaths) { return MakeHandOver(vecPaths, false); }},
+        {"double buffer",
+         [](const auto& vecPaths) { return MakeHandOver(vecPaths, HandOver_Sleeping); }},
         {"double buffer, napping",
-         [](const auto& vecPaths) { return MakeHandOver(vecPaths, true); }},
+         [](const auto& vecPaths) { return MakeHandOver(vecPaths, HandOver_Napping); }},
 #ifdef BENCH_LEVELDB
         {"LevelDB env", MakeLevelDb},
 #endif
@@ -125,6 +126,10 @@ void AddAppends(tagBench& aBench) {
     for (const tagAppenderKind& aKind : AllKinds()) add("append, paced", aKind, aSmall, RunPaced);
     add("append, paced", {"memcpy", MakeMemcpy}, aSmall, RunPaced);
     for (const tagAppenderKind& aKind : AllKinds()) add("append, burst", aKind, aSmall, RunBurst);
+    add("append, burst",
+        {"double buffer, whole pieces",
+         [](const auto& vecPaths) { return MakeHandOver(vecPaths, HandOver_WholePieces); }},
+        aSmall, RunBurst);
     add("append, burst",
         {c_szLimited, [](const auto& vecPaths) { return MakeLibrary(vecPaths, true, c_qwLimit); }},
         aSmall, RunBurst);

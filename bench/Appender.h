@@ -34,7 +34,8 @@ std::unique_ptr<IAppender> MakeStdio(const std::vector<std::string>& vecPaths);
 std::unique_ptr<IAppender> MakeGather(const std::vector<std::string>& vecPaths);
 std::unique_ptr<IAppender> MakeDirect(const std::vector<std::string>& vecPaths);
 std::unique_ptr<IAppender> MakeMemcpy(const std::vector<std::string>& vecPaths);
-std::unique_ptr<IAppender> MakeHandOver(const std::vector<std::string>& vecPaths, bool bNap);
+enum HandOver { HandOver_Sleeping, HandOver_Napping, HandOver_WholePieces };
+std::unique_ptr<IAppender> MakeHandOver(const std::vector<std::string>& vecPaths, HandOver aKind);
 std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync,
                                        std::uint64_t qwLimit = c_qwNoLimit);
 #ifdef BENCH_LEVELDB

@@ -12,11 +12,12 @@ namespace {
 
 /// The ideal double buffer: blocks made beforehand, filled by the caller and written by a worker
 /// that then gives them back. No objects, no results, no errors told apart: what a library that
-/// does more has to be compared with.
+/// does more has to be compared with. With whole pieces it keeps to the library's rule: a block is
+/// passed on when it is full, with the whole of the piece that filled it.
 class CHandOverAppender final : public IAppender {
  public:
-    CHandOverAppender(const std::vector<std::string>& vecPaths, bool bNap)
-        : m_bNap(bNap), m_vecCurrent(vecPaths.size(), nullptr) {
+    CHandOverAppender(const std::vector<std::string>& vecPaths, HandOver aKind)
+        : m_aKind(aKind), m_vecCurrent(vecPaths.size(), nullptr) {
         for (const std::string& strPath : vecPaths) {
             m_vecFiles.push_back(
                 ::open(strPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
@@ -34,8 +35,10 @@ class CHandOverAppender final : public IAppender {
     void Append(std::size_t nFile, const char* lpData, std::size_t nLength) override {
         tagBlock*& pBlock = m_vecCurrent[nFile];
         if (!pBlock) pBlock = TakeFree();
-        while (pBlock->nUsed + nLength > sizeof pBlock->aBytes) {
-            const std::size_t nPart = sizeof pBlock->aBytes - pBlock->nUsed;
+        const bool bWhole = m_aKind == HandOver_WholePieces;
+        Require(!bWhole || nLength <= c_nLargestWhole, "a small piece");
+        while (!bWhole && pBlock->nUsed + nLength > c_nBlock) {
+            const std::size_t nPart = c_nBlock - pBlock->nUsed;
             std::memcpy(pBlock->aBytes + pBlock->nUsed, lpData, nPart);
             pBlock->nUsed += nPart;
             lpData += nPart;
@@ -45,6 +48,9 @@ class CHandOverAppender final : public IAppender {
         }
         std::memcpy(pBlock->aBytes + pBlock->nUsed, lpData, nLength);
         pBlock->nUsed += nLength;
+        if (!bWhole || pBlock->nUsed < c_nBlock) return;
+        Post(nFile, pBlock);
+        pBlock = nullptr;
     }
 
     void Finish() override {
@@ -62,10 +68,11 @@ class CHandOverAppender final : public IAppender {
  private:
     static constexpr std::size_t c_nBlocks = 256;
     static constexpr std::size_t c_nPatience = 64;  // blocks that end a nap
+    static constexpr std::size_t c_nLargestWhole = 1024;
     struct tagBlock {
         std::size_t nFile = 0;
         std::size_t nUsed = 0;
-        char aBytes[c_nBlock];
+        char aBytes[c_nBlock + c_nLargestWhole];
     };
 
     void Post(std::size_t nFile, tagBlock* pBlock) {
@@ -96,7 +103,7 @@ class CHandOverAppender final : public IAppender {
         std::unique_lock<std::mutex> aLock(m_mutex);
         for (;;) {
             m_bSleeps = true;
-            if (m_bNap && !m_bStopped) {
+            if (m_aKind == HandOver_Napping && !m_bStopped) {
                 m_bNaps = true;
                 m_wake.wait_for(aLock, std::chrono::milliseconds(2),
                                 [this] { return !m_bSleeps || m_bStopped; });
@@ -121,7 +128,7 @@ class CHandOverAppender final : public IAppender {
         }
     }
 
-    const bool m_bNap;
+    const HandOver m_aKind;
     std::vector<int> m_vecFiles;
     std::vector<tagBlock> m_vecBlocks;
     std::vector<tagBlock*> m_vecCurrent;
@@ -135,6 +142,6 @@ class CHandOverAppender final : public IAppender {
 
 }  // namespace
 
-std::unique_ptr<IAppender> MakeHandOver(const std::vector<std::string>& vecPaths, bool bNap) {
-    return std::make_unique<CHandOverAppender>(vecPaths, bNap);
+std::unique_ptr<IAppender> MakeHandOver(const std::vector<std::string>& vecPaths, HandOver aKind) {
+    return std::make_unique<CHandOverAppender>(vecPaths, aKind);
 }

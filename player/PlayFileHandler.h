@@ -57,7 +57,8 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
     CmInt32 OpenDownloadedFile(const CCmString& strFilePath,
                                std::vector<tagFileDescriber>& vecFileDescriber);
 
-    /// Closes all files but keeps their list, so that reads now answer that the file is not open.
+    /// Closes all files but keeps their list, so that reads now answer that the file is not open:
+    /// 4007, which in asynchronous mode comes as Op_Read behind an OnDataReady without bytes.
     /// Always 0; in asynchronous mode a failure comes as Op_Close.
     CmInt32 CloseAllRecordFiles();
 

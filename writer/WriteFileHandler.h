@@ -64,7 +64,8 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     void FlushData(CmUint32 dwHandle);
 
     /// Passes on what is gathered and closes the file; on success the handle is gone. On failure it
-    /// stays, for another try or for Destroy. 4010: no such handle. In asynchronous mode 0 means
+    /// stays, for another try or for Destroy. 4010: no such handle, or the worker has been stopped.
+    /// A file whose open has failed gives the code of the open. In asynchronous mode 0 means
     /// queued, and a failure comes as Op_Close.
     CmInt32 CloseFile(CmUint32 dwHandle);
 

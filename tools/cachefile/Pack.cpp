@@ -15,7 +15,9 @@ namespace {
 /// Why a record file can't be packed is told here, where its name is known.
 void RequirePackable(const tagStream& aStream, const std::string& strDirectory) {
     const std::string strWho = aStream.Name() + " of " + Printable(strDirectory);
-    if (!aStream.wTag) throw CFailure("no container can hold " + strWho + ": no tag stands for it");
+    if (!aStream.wTag)
+        throw CFailure("no container can hold " + strWho +
+                       ": no tag stands for its type and kind with this id");
     if (aStream.wTag == c_wConfTag && aStream.qwExtent < c_dwEntryFileHeaderSize)
         throw CFailure(strWho + " is shorter than the " + std::to_string(c_dwEntryFileHeaderSize) +
                        " bytes of its header");
