@@ -142,25 +142,22 @@ void AddContainers(tagBench& aBench) {
         });
     aBench.vecFigures.push_back(
         {"opening 100,000 entries, ns an entry", "an entry", lpOpen, "cachefile sync", "", "", 60});
-#ifdef BENCH_SQLITE
-    add(lpOpen, "SQLite",
-        [strPath = aBench.Path("sqlite"),
-         make = Once([strPath = aBench.Path("sqlite")] { MakeSqlite(strPath, c_nEntries); })] {
+    [[maybe_unused]] const auto addArchive = [&](const char* lpName, const char* lpFile, auto aMake,
+                                                 auto aOpen) {
+        const std::string strPath = aBench.Path(lpFile);
+        add(lpOpen, lpName, [=, make = Once([=] { aMake(strPath, c_nEntries); })] {
             make();
             const std::uint64_t qwBegin = CClock::Now();
-            return PerEntry(qwBegin, OpenSqlite(strPath));
+            return PerEntry(qwBegin, aOpen(strPath));
         });
+    };
+#ifdef BENCH_SQLITE
+    addArchive("SQLite", "sqlite", MakeSqlite, OpenSqlite);
     aBench.vecFigures.push_back(
         {"opening 100,000 entries", "an entry", lpOpen, "cachefile sync", lpOpen, "SQLite", 0.25});
 #endif
 #ifdef BENCH_LIBZIP
-    add(lpOpen, "libzip",
-        [strPath = aBench.Path("zip"),
-         make = Once([strPath = aBench.Path("zip")] { MakeZip(strPath, c_nEntries); })] {
-            make();
-            const std::uint64_t qwBegin = CClock::Now();
-            return PerEntry(qwBegin, OpenZip(strPath));
-        });
+    addArchive("libzip", "zip", MakeZip, OpenZip);
 #endif
 
     const std::size_t nReads = aBench.Amount(200'000);

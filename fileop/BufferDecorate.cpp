@@ -1,7 +1,6 @@
 #include "fileop/BufferDecorate.h"
 
-#include <new>
-#include <stdexcept>
+#include <exception>
 #include <utility>
 
 #include "fileop/BlockStore.h"
@@ -55,9 +54,9 @@ CmInt32 CBufferDecorate::Append(const char* lpData, std::size_t nLength) {
         if (m_strBuffer.capacity() < m_dwBufferSize && nAccepted == 0)
             m_strBuffer = CBlockStore::Instance().Take(m_dwBufferSize + nLength);
         m_strBuffer.append(lpData, nLength);
-    } catch (const std::bad_alloc&) {
-        return CACHE_ERR_OUT_OF_MEMORY;
-    } catch (const std::length_error&) {
+    } catch (const std::exception&) {  // no memory, or more than a string can hold
+        CM_TRACE_ERROR("CBufferDecorate::WriteData->Low memory to gather the data"
+                       << " this=" << this);
         return CACHE_ERR_OUT_OF_MEMORY;
     }
     return m_strBuffer.size() < m_dwBufferSize ? CmInt32{CACHE_OK} : PassOn(nAccepted);
