@@ -5,8 +5,8 @@
 #include "bench/Appender.h"
 #include "bench/Clock.h"
 
-/// Workloads of a recording thread: small and large appends, as fast as they go and at a steady
-/// rate, to few files and to many.
+/// Workloads of a recording thread: small and large appends, in bursts and at a steady rate, to few
+/// files and to many.
 
 namespace {
 
@@ -28,7 +28,7 @@ struct tagAppends {
     std::size_t nCount;
 };
 
-/// The bytes of one run, with files that are gone afterwards.
+/// The state of one run. Its files are removed at the end.
 class CRun {
  public:
     CRun(const tagBench& aBench, const tagAppends& aAppends, const MakeAppender& aMake)
@@ -49,16 +49,17 @@ class CRun {
     const std::unique_ptr<IAppender> m_pAppender;
 };
 
-/// At a steady rate, as from a source that is bound to real time: what one append costs the caller.
+/// Appends at a steady rate, like a live source, and measures what each append costs the caller.
 Metrics RunPaced(const tagBench& aBench, const tagAppends& aAppends, const MakeAppender& aMake) {
     CRun aRun(aBench, aAppends, aMake);
     const std::uint64_t qwInterval =
         CClock::ToTicks(static_cast<double>(aAppends.nPiece) / c_dPacedRate);
-    std::vector<std::uint64_t> vecCosts(aAppends.nCount, 1);  // touched before it starts
+    std::vector<std::uint64_t> vecCosts(aAppends.nCount, 1);  // touched before the measurement
     std::uint64_t qwNext = CClock::Now();
     for (std::size_t i = 0; i < aAppends.nCount; ++i, qwNext += qwInterval) {
         while (CClock::Now() < qwNext) CClock::Pause();
-        const std::uint64_t qwBegin = CClock::Now();  // the end of the loop was guessed wrong
+        // Read again: leaving the loop costs a branch misprediction, which is not the append's.
+        const std::uint64_t qwBegin = CClock::Now();
         aRun.Append(i);
         vecCosts[i] = CClock::Now() - qwBegin;
     }
@@ -81,7 +82,7 @@ Metrics RunPaced(const tagBench& aBench, const tagAppends& aAppends, const MakeA
             {"max", at(1.0)}};
 }
 
-/// As fast as it goes: the time until the system has every byte, a share for each append.
+/// Appends as fast as possible, and measures the time until the system has every byte.
 Metrics RunBurst(const tagBench& aBench, const tagAppends& aAppends, const MakeAppender& aMake) {
     CRun aRun(aBench, aAppends, aMake);
     const std::uint64_t qwBegin = CClock::Now();
@@ -137,7 +138,7 @@ void AddAppends(tagBench& aBench) {
         add("append 64 KiB, paced", aKind, aLarge, RunPaced);
     add("append 64 KiB, paced", {"write", MakeDirect}, aLarge, RunPaced);
 
-    // Many blocks a file, so that opening and the last, small ones count little.
+    // Many blocks for each file, so that the opens and the last partial blocks count little.
     const tagAppends aMany{1000, c_nPiece, aBench.Amount(400'000)};
     for (const tagAppenderKind& aKind : AllKinds())
         if (aKind.aMake && std::string(aKind.lpName).find("double") == std::string::npos)

@@ -8,12 +8,12 @@
 
 #include "bench/Bench.h"
 
-constexpr std::size_t c_nBlock = 32768;  // gathered before bytes are passed on, by everyone
+constexpr std::size_t c_nBlock = 32768;  // every contestant gathers so many bytes
 
 constexpr std::uint64_t c_qwNoLimit = ~std::uint64_t{0};
-constexpr std::uint64_t c_qwLimit = 4U << 20;  // of bytes that wait for the worker
+constexpr std::uint64_t c_qwLimit = 4U << 20;  // pending bytes
 
-/// Appends to a number of files, each way of it in its own manner.
+/// One way of appending to a number of files.
 class IAppender {
  public:
     virtual ~IAppender() = default;

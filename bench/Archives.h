@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <string>
 
-/// Other files that hold many small streams: each is made with nEntries of them, and opened until
-/// the place of any stream is known. Returns how many were found.
+/// Peers of the container: files that hold many small streams. Make writes nEntries streams. Open
+/// reads the index until every stream can be found, and returns the number of streams.
 #ifdef BENCH_SQLITE
 void MakeSqlite(const std::string& strPath, std::size_t nEntries);
 std::size_t OpenSqlite(const std::string& strPath);

@@ -6,34 +6,35 @@
 #include <string>
 #include <vector>
 
-/// What is measured, by whom, and what comes of it.
+/// Workloads, contestants and results.
 
 struct tagBenchOptions {
-    std::string strDirectory = ".";  // where the files lie while it runs
-    std::string strOnly;             // only workloads whose name holds this
-    std::string strJson;             // where the JSON goes, if anywhere
+    std::string strDirectory = ".";  // for the files of a run
+    std::string strOnly;             // only workloads whose name contains this
+    std::string strJson;             // output file; empty: none
     int nRepetitions = 5;
     double dScale = 1.0;   // of the amounts of work
-    bool bMemory = false;  // only measures memory: how it calls itself
+    bool bMemory = false;  // set by the benchmark when it starts itself to measure memory
 };
 
-/// The values of one run by the name of what they measure.
+/// The values of one run, by the name of the metric.
 using Metrics = std::map<std::string, double>;
 
-/// One program, or one way of doing it, that does a workload.
+/// One program, or one implementation, that runs a workload.
 struct tagContestant {
     std::string strWorkload;
     std::string strName;
     std::function<Metrics()> aRun;
-    std::map<std::string, std::vector<double>> mapValues{};  // of each metric, one a repetition
+    std::map<std::string, std::vector<double>>
+        mapValues{};  // for each metric, one value a repetition
 };
 
-/// A figure that the library wants to reach: a value of one contestant in relation to another's.
+/// A goal of the library: the ratio of a contestant's value to that of another one.
 struct tagFigure {
     std::string strName;
     std::string strMetric;
     std::string strWorkload, strContestant;
-    std::string strBaseWorkload, strBase;  // no base: the value itself is the figure
+    std::string strBaseWorkload, strBase;  // without a base the value itself is the figure
     double dWanted;                        // at most
 };
 
@@ -51,7 +52,7 @@ struct tagBench {
     const tagContestant* Find(const std::string& strWorkload, const std::string& strName) const;
 };
 
-/// Each adds its workloads; the peers add themselves to those of others where they were found.
+/// Each function adds its workloads, with the peers that were found at build time.
 void AddAppends(tagBench& aBench);
 void AddReads(tagBench& aBench);
 void AddContainers(tagBench& aBench);
@@ -61,7 +62,7 @@ int RunMemory(const tagBenchOptions& aOptions);
 void PrintTables(const tagBench& aBench);
 void WriteJson(const tagBench& aBench);
 
-/// Ends the program with a word when something that is measured doesn't work at all.
+/// Throws when a call under measurement fails.
 inline void Require(bool bHolds, const char* lpWhat) {
     if (!bHolds) throw std::runtime_error(lpWhat);
 }

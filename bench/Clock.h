@@ -6,8 +6,8 @@
 #include <x86intrin.h>
 #endif
 
-/// Reads time in small steps. Where the processor counts cycles at a constant rate that count is
-/// read, as a call of the system's clock costs more than what is measured here.
+/// A clock of high resolution. On processors with a cycle counter of constant rate it reads that
+/// counter, because a call of the system's clock costs more than the calls that are measured.
 class CClock {
  public:
     static std::uint64_t Now() {
@@ -20,7 +20,7 @@ class CClock {
 #endif
     }
 
-    /// Gives way to the other thread of a core while waiting for a moment.
+    /// Lets the other hardware thread of the core run during a busy wait.
     static void Pause() {
 #if defined(__x86_64__)
         _mm_pause();
@@ -34,7 +34,7 @@ class CClock {
         return static_cast<std::uint64_t>(dNanoseconds / Measured().dNanoseconds);
     }
 
-    /// What a pair of readings around nothing shows; it is taken off each single measurement.
+    /// The ticks between two consecutive readings; subtracted from each measurement.
     static std::uint64_t Overhead() { return Measured().qwOverhead; }
 
  private:

@@ -10,8 +10,8 @@
 #include "core/DescriberTable.h"
 #include "tools/HostPath.h"
 
-/// Workloads of a player that opens one file with very many streams: how long until the first read
-/// can be routed, and how long each read takes to find its stream.
+/// Workloads of a player that opens one file with very many streams: the time until the first read
+/// can be routed, and the time that a read needs to find its stream.
 
 namespace {
 
@@ -90,7 +90,7 @@ std::vector<std::size_t> RandomOrder(std::size_t nEntries, std::size_t nCount) {
     return vecOrder;
 }
 
-/// Reads of a few bytes: routing is a good part of them.
+/// Reads of a few bytes, whose cost is routing to a large part.
 Metrics RouteReads(const std::string& strPath, std::size_t nEntries, std::size_t nCount) {
     CContainerPlayer aPlayer(strPath, false);
     const std::vector<std::size_t> vecOrder = RandomOrder(nEntries, nCount);
@@ -114,7 +114,7 @@ Metrics Route(std::size_t nEntries, std::size_t nCount) {
     return {{"a lookup", dTime / static_cast<double>(nCount)}};
 }
 
-/// What is opened again and again, made once.
+/// Makes a container at its first use.
 template <class Make>
 std::function<void()> Once(Make aMake) {
     return [aMake, bMade = std::make_shared<bool>(false)] {

@@ -10,10 +10,10 @@
 
 namespace {
 
-/// The ideal double buffer: blocks made beforehand, filled by the caller and written by a worker
-/// that then gives them back. No objects, no results, no errors told apart: what a library that
-/// does more has to be compared with. With whole pieces it keeps to the library's rule: a block is
-/// passed on when it is full, with the whole of the piece that filled it.
+/// The ideal double buffer: the caller fills preallocated blocks, and a worker writes and returns
+/// them. It has no objects, results or error handling, so it is the lower bound for a library that
+/// has them. HandOver_WholePieces follows the library's rule: a full block is passed on together
+/// with all of the piece that filled it.
 class CHandOverAppender final : public IAppender {
  public:
     CHandOverAppender(const std::vector<std::string>& vecPaths, HandOver aKind)
@@ -67,7 +67,7 @@ class CHandOverAppender final : public IAppender {
 
  private:
     static constexpr std::size_t c_nBlocks = 256;
-    static constexpr std::size_t c_nPatience = 64;  // blocks that end a nap
+    static constexpr std::size_t c_nWakeUp = 64;  // so many blocks end a nap
     static constexpr std::size_t c_nLargestWhole = 1024;
     struct tagBlock {
         std::size_t nFile = 0;
@@ -81,7 +81,7 @@ class CHandOverAppender final : public IAppender {
         {
             std::lock_guard<std::mutex> aLock(m_mutex);
             m_vecFull.push_back(pBlock);
-            if (m_bSleeps && (!m_bNaps || m_vecFull.size() >= c_nPatience)) {
+            if (m_bSleeps && (!m_bNaps || m_vecFull.size() >= c_nWakeUp)) {
                 bWake = true;
                 m_bSleeps = false;
             }

@@ -5,8 +5,8 @@
 
 namespace {
 
-/// The library as a host uses it, with a limit of pending bytes if one is given: the host then
-/// holds back where the library refuses.
+/// The library as a host uses it. With a limit of pending bytes the host waits whenever the library
+/// refuses a piece.
 class CLibraryAppender final : public IAppender, private IFileOpSink {
  public:
     CLibraryAppender(const std::vector<std::string>& vecPaths, bool bAsync, std::uint64_t qwLimit)
@@ -35,7 +35,7 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
     void Finish() override {
         for (const CmUint32 dwHandle : m_vecHandles) m_pHandler->CloseFile(dwHandle);
         m_pHandler->Destroy();
-        CacheFileShutdown();  // all that was accepted is written
+        CacheFileShutdown();  // writes everything that was accepted
         Require(CCacheFileManager::GetLostBytes() == 0, "all bytes written");
     }
 

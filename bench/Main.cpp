@@ -40,7 +40,7 @@ tagBenchOptions ParseOptions(int argc, char** argv) {
     return aOptions;
 }
 
-/// A directory that is gone afterwards.
+/// A directory that is removed at the end of the scope.
 struct tagScratch {
     explicit tagScratch(const std::string& strParent) : strPath(strParent + "/cachefile-bench") {
         std::filesystem::remove_all(strPath);
@@ -53,7 +53,7 @@ struct tagScratch {
     const std::string strPath;
 };
 
-/// One workload has a thousand files open.
+/// One workload opens a thousand files.
 void AllowManyFiles() {
     rlimit aLimit{};
     ::getrlimit(RLIMIT_NOFILE, &aLimit);
@@ -61,7 +61,7 @@ void AllowManyFiles() {
     ::setrlimit(RLIMIT_NOFILE, &aLimit);
 }
 
-/// Everybody once, then everybody again: what slows the machine down for a while slows all.
+/// Runs all contestants once per repetition, so that a slow phase of the machine slows all of them.
 void RunAll(tagBench& aBench) {
     const auto wanted = [&](const tagContestant& aContestant) {
         return aContestant.strWorkload.find(aBench.aOptions.strOnly) != std::string::npos;
@@ -103,7 +103,7 @@ int main(int argc, char** argv) try {
     const tagScratch aScratch(aOptions.strDirectory);
     aOptions.strDirectory = aScratch.strPath;
     tagBench aBench{aOptions, {}, {}};
-    CClock::Overhead();  // measured before it is needed
+    CClock::Overhead();  // measured before the first workload
     AllowManyFiles();
     AddAppends(aBench);
     AddReads(aBench);

@@ -6,12 +6,12 @@
 
 #include "bench/Appender.h"
 
-/// How much memory a recorder needs that hands over more than the disk takes, with a limit of
-/// pending bytes set. Measured in a process of its own, where nothing was used before.
+/// The memory that a recorder needs when it is faster than the disk and has set a limit of pending
+/// bytes. Measured in a separate process, whose memory was not used before.
 
 namespace {
 
-/// A line of the process's status, in KiB.
+/// One value of /proc/self/status, in KiB.
 long StatusOf(const std::string& strField) {
     std::ifstream aStatus("/proc/self/status");
     for (std::string strWord; aStatus >> strWord;)
@@ -42,7 +42,7 @@ int RunMemory(const tagBenchOptions& aOptions) {
         vecPaths.push_back(aOptions.strDirectory + "/memory-" + std::to_string(i));
     const std::string strPiece(1000, 'x');
     const long nBefore = StatusOf("VmRSS:");
-    std::ofstream("/proc/self/clear_refs") << "5\n";  // the peak is counted anew
+    std::ofstream("/proc/self/clear_refs") << "5\n";  // resets the peak
     const auto pAppender = MakeLibrary(vecPaths, true, c_qwLimit);
     for (std::size_t i = 0; i < 200'000; ++i)
         pAppender->Append(i % vecPaths.size(), strPiece.data(), strPiece.size());

@@ -12,8 +12,7 @@
 #include "bench/Uv.h"
 #endif
 
-/// Workloads of a player: reads at random places that are aligned to nothing, from a file that the
-/// system holds in memory.
+/// Workloads of a player: reads at random, unaligned positions of a file in the page cache.
 
 namespace {
 
@@ -28,7 +27,7 @@ struct tagReadRun {
     std::size_t nInFlight;
 };
 
-/// The same places for everyone, other ones in each repetition.
+/// The same positions for all contestants, different ones in each repetition.
 class CPlaces {
  public:
     explicit CPlaces(std::size_t nLength) : m_range(0, c_nFileSize - nLength) {}
@@ -59,7 +58,7 @@ Metrics ReadWithPread(const tagReadRun& aRun) {
     return aResult;
 }
 
-/// A player that gives each buffer it gets back to the next read.
+/// A player that uses each delivered buffer for the next read.
 class CLibraryReader final : private IFileOpSink {
  public:
     CLibraryReader(const tagReadRun& aRun, bool bAsync)
@@ -138,14 +137,14 @@ Metrics ReadWithPool(const tagReadRun& aRun) {
 }
 #endif
 
-/// Made once, read by everyone.
+/// Makes the file that all contestants read.
 void MakeFile(const std::string& strPath) {
     const int nFile = ::open(strPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     Require(nFile >= 0, "open");
     const std::string strBlock(1U << 20, 'y');
     for (std::size_t i = 0; i < c_nFileSize; i += strBlock.size())
         Require(::write(nFile, strBlock.data(), strBlock.size()) > 0, "write");
-    ::fsync(nFile);  // nothing of it is left to be written while others are measured
+    ::fsync(nFile);  // so that no write-back disturbs the measurements
     ::close(nFile);
 }
 

@@ -17,7 +17,7 @@ tagSummary Summarize(const std::vector<double>& vecValues) {
     return {Median(vecValues), *range.first, *range.second};
 }
 
-/// The values of a figure: those of its contestant, over those of the base in the same repetition.
+/// The values of a figure: its contestant's value divided by the base's of the same repetition.
 std::vector<double> ValuesOf(const tagBench& aBench, const tagFigure& aFigure) {
     const tagContestant* const pOne = aBench.Find(aFigure.strWorkload, aFigure.strContestant);
     if (!pOne || pOne->mapValues.empty()) return {};
@@ -44,7 +44,7 @@ tagSummary SummarizeFigure(const tagBench& aBench, const tagFigure& aFigure,
     return aSummary;
 }
 
-/// How many characters there are, of which some take two bytes or three.
+/// Prints the text in a column of nWidth characters.
 void PrintLeft(const std::string& strText, int nWidth) {
     std::printf("%-*s", nWidth, strText.c_str());
 }

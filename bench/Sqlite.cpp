@@ -42,7 +42,7 @@ void MakeSqlite(const std::string& strPath, std::size_t nEntries) {
     sqlite3_close(pDatabase);
 }
 
-/// Reads the table as a player does that keeps it.
+/// Reads the whole table and keeps it, as a player does.
 std::size_t OpenSqlite(const std::string& strPath) {
     sqlite3* const pDatabase = Open(strPath);
     sqlite3_stmt* pSelect = nullptr;

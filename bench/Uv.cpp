@@ -7,7 +7,7 @@
 
 namespace {
 
-/// Gathers blocks and hands each with its place in the file to the pool; requests are used again.
+/// Gathers blocks and hands each to the pool with its file offset; requests are reused.
 class CUvAppender final : public IAppender {
  public:
     explicit CUvAppender(const std::vector<std::string>& vecPaths) {

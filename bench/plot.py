@@ -1,18 +1,18 @@
 #!/usr/bin/env python3
-"""Draws a run of the benchmark.
+"""Plots a run of the benchmark.
 
     plot.py RUN.json OUT.svg
 
-A panel for each workload: a bar for the median of each contestant, a line from its least to its
-greatest value, and the number. The library's bars are dark. Costs an append are drawn to a
-logarithmic scale, as they lie far apart.
+Each workload has a panel. Each contestant has a bar for its median, a line from its minimum to its
+maximum, and the median as a number. The library's bars are dark. The scale is logarithmic, because
+the values differ by orders of magnitude.
 """
 import html
 import json
 import math
 import sys
 
-# Workload, metric, unit of the numbers, their size in nanoseconds, and what the panel is called.
+# Workload, metric, unit of the numbers, nanoseconds in that unit, title of the panel.
 PANELS = [
     ("append, paced", "mean", "ns", 1, "1000-byte append, 400 MB/s: mean on the caller's thread"),
     ("append, paced", "p99.9", "us", 1e3, "the same: one in a thousand takes longer"),

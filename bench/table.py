@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Puts the figures of a run of the benchmark into a page.
+"""Writes the figures of a benchmark run into a page.
 
     table.py RUN.json PAGE.md
 
-They take the place of what stands between the lines <!-- run --> and <!-- end of run -->.
+They replace the text between the lines <!-- run --> and <!-- end of run -->.
 """
 import json
 import re
@@ -45,7 +45,7 @@ def main():
     marks = re.compile(r"(<!-- run -->\n).*?(<!-- end of run -->)", re.S)
     after, count = marks.subn(lambda m: f"{m[1]}\n{text}\n\n{m[2]}", before)
     if count != 1:
-        sys.exit(f"table.py: {page} has no place for a run")
+        sys.exit(f"table.py: {page} has no pair of lines <!-- run --> and <!-- end of run -->")
     with open(page, "w", encoding="utf-8") as file:
         file.write(after)
 
