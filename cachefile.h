@@ -7,6 +7,8 @@
 #include "core/CacheFileManager.h"
 #include "core/DataInfo.h"
 #include "core/FileOpSink.h"
+#include "core/HandlerPtr.h"
+#include "core/Version.h"
 #include "download/ContainerFormat.h"
 #include "download/ContainerIndex.h"
 #include "download/ContainerWriter.h"

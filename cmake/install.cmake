@@ -1,5 +1,5 @@
-# What `cmake --install` gives a host: headers, the shared library, a CMake package and a
-# pkg-config file.
+# What `cmake --install` gives a host: headers, the library, a CMake package and a pkg-config
+# file.
 set(cachefile_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cachefile)
 
 install(TARGETS cachefile EXPORT cachefile-targets
@@ -14,12 +14,14 @@ endforeach()
 install(EXPORT cachefile-targets NAMESPACE cachefile:: DESTINATION ${cachefile_package_dir})
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/cachefile-config-version.cmake
                                  COMPATIBILITY SameMajorVersion)
-install(FILES cmake/cachefile-config.cmake
+configure_file(cmake/cachefile-config.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/cachefile-config.cmake
+               @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cachefile-config.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/cachefile-config-version.cmake
         DESTINATION ${cachefile_package_dir})
 
-# The pkg-config file finds its prefix from where it lies itself, as the CMake package does, so that
-# an installation may be moved. What was configured to lie outside the prefix stays there.
+# The pkg-config file computes its prefix from its own location, as the CMake package does, so an
+# installation may be moved. Directories that were configured outside the prefix stay as they are.
 foreach(kind IN ITEMS INCLUDEDIR LIBDIR)
     if(IS_ABSOLUTE "${CMAKE_INSTALL_${kind}}")
         set(cachefile_pc_${kind} ${CMAKE_INSTALL_${kind}})
@@ -32,6 +34,13 @@ if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
 else()
     string(REGEX REPLACE "[^/]+" ".." cachefile_pc_up ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
     set(cachefile_pc_prefix "\${pcfiledir}/${cachefile_pc_up}")
+endif()
+# A static library passes on what it needs: the definition that says so, and the threads library.
+set(cachefile_pc_cflags "")
+set(cachefile_pc_libs "")
+if(NOT BUILD_SHARED_LIBS)
+    set(cachefile_pc_cflags " -DCACHEFILE_STATIC")
+    set(cachefile_pc_libs " -pthread")
 endif()
 configure_file(cmake/cachefile.pc.in ${CMAKE_CURRENT_BINARY_DIR}/cachefile.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/cachefile.pc

@@ -97,14 +97,15 @@ int main(int argc, char** argv) {
     }
     const CCmCallerThreadGuard aGuard;
     if (!Succeeded("attach", aGuard.GetResult())) return 1;
-    CPlayFileHandler* const pHandler = CCacheFileManager::Instance().CreatePlayFileHandler(1, 1, 1);
+    CHandlerPtr<CPlayFileHandler> pHandler(
+        CCacheFileManager::Instance().CreatePlayFileHandler(1, 1, 1));
     if (!pHandler) {
         Succeeded("create a handler", CACHE_ERR_OUT_OF_MEMORY);
         return 1;
     }
     CStreams aStreams(*pHandler);
     const bool bPlayed = Play(*pHandler, aStreams, argv[1]);
-    pHandler->Destroy();  // ends the worker thread too
+    pHandler.reset();  // ends the worker thread too, and before the sink ends
     if (!bPlayed) return 1;
     std::printf("played %llu bytes of %s\n", aStreams.GetPlayed(), argv[1]);
     return 0;

@@ -62,15 +62,14 @@ int main(int argc, char** argv) {
     const std::string strDirectory = argc > 1 ? argv[1] : "recordings";
     CCacheFileManager& aManager = CCacheFileManager::Instance();
     aManager.SetTempHomeDir(HostDirectory(strDirectory));
-    CPlayFileHandler* const pHandler = aManager.CreatePlayFileHandler(c_dwRecordID, 0, 0);
+    CBytes aBytes;  // ends after the handler, which calls it
+    const CHandlerPtr<CPlayFileHandler> pHandler(
+        aManager.CreatePlayFileHandler(c_dwRecordID, 0, 0));
     if (!pHandler) {
         Succeeded("create a handler", CACHE_ERR_OUT_OF_MEMORY);
         return 1;
     }
-    CBytes aBytes;
-    const bool bPlayed = Play(*pHandler, aBytes);
-    pHandler->Destroy();
-    if (!bPlayed) return 1;
+    if (!Play(*pHandler, aBytes)) return 1;
     std::printf("played %llu bytes of %s/%u/%s\n", aBytes.m_qwPlayed, strDirectory.c_str(),
                 static_cast<unsigned>(c_dwRecordID), c_szFile);
     return 0;

@@ -92,7 +92,7 @@ int main(int argc, char** argv) {
     const std::string strDirectory = argc > 1 ? argv[1] : "recordings";
     CCacheFileManager& aManager = CCacheFileManager::Instance();
     aManager.SetTempHomeDir(HostDirectory(strDirectory));
-    CWriteFileHandler* const pHandler = aManager.CreateWriteFileHandler(c_dwRecordID, 1);
+    CHandlerPtr<CWriteFileHandler> pHandler(aManager.CreateWriteFileHandler(c_dwRecordID, 1));
     if (!pHandler) {
         Succeeded("create a handler", CACHE_ERR_OUT_OF_MEMORY);
         return 1;
@@ -105,7 +105,7 @@ int main(int argc, char** argv) {
     // The file is closed or has failed. Shutting down first and destroying then means that even
     // the last report reaches the sink: from Destroy on it is not called.
     CacheFileShutdown();
-    pHandler->Destroy();
+    pHandler.reset();
     if (!bRecorded || aReports.HasFailed() || !aReports.IsOpenReported()) return 1;
     if (CCacheFileManager::GetLostBytes() > 0) {
         std::fprintf(stderr, "record_async: not everything could be written\n");

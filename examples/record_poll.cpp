@@ -138,7 +138,7 @@ int main(int argc, char** argv) {
     const std::string strDirectory = argc > 1 ? argv[1] : "recordings";
     CCacheFileManager& aManager = CCacheFileManager::Instance();
     aManager.SetTempHomeDir(HostDirectory(strDirectory));
-    CWriteFileHandler* const pHandler = aManager.CreateWriteFileHandler(c_dwRecordID, 1);
+    CHandlerPtr<CWriteFileHandler> pHandler(aManager.CreateWriteFileHandler(c_dwRecordID, 1));
     if (!pHandler) {
         Succeeded("create a handler", CACHE_ERR_OUT_OF_MEMORY);
         return 1;
@@ -147,7 +147,7 @@ int main(int argc, char** argv) {
     CRecorder aRecorder(*pHandler);
     const bool bRecorded = aRecorder.Record(aSource);
     CacheFileShutdown();  // everything is written and reported now
-    pHandler->Destroy();
+    pHandler.reset();
     if (!bRecorded || aRecorder.HasFailed()) return 1;
     if (CCacheFileManager::GetLostBytes() > 0) {
         Complain("lost bytes", "not everything could be written");

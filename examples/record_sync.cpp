@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
     CCacheFileManager& aManager = CCacheFileManager::Instance();
     aManager.SetTempHomeDir(HostDirectory(strDirectory));
 
-    CWriteFileHandler* const pHandler = aManager.CreateWriteFileHandler(c_dwRecordID, 0);
+    CHandlerPtr<CWriteFileHandler> pHandler(aManager.CreateWriteFileHandler(c_dwRecordID, 0));
     if (!pHandler) {
         Succeeded("create a handler", CACHE_ERR_OUT_OF_MEMORY);
         return 1;
@@ -56,7 +56,7 @@ int main(int argc, char** argv) {
     std::uint64_t qwWritten = 0;
     const bool bRecorded =
         Succeeded("initialize", pHandler->Initialize(nullptr)) && Record(*pHandler, qwWritten);
-    pHandler->Destroy();  // gives back our reference: the pointer is not used any more
+    pHandler.reset();  // destroys the handler, which writes what is still gathered
     if (!bRecorded) return 1;
 
     // Bytes are gathered into blocks. One that failed when the close passed it on is in no result;

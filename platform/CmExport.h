@@ -1,12 +1,12 @@
 #pragma once
 
-/// CACHEFILE_API marks what the shared library offers to its hosts; everything else is hidden.
-/// CACHEFILE_BUILDING is defined while the library itself is compiled, CACHEFILE_STATIC by whoever
-/// links its objects directly (the tests do).
-#if defined(_WIN32)
+/// CACHEFILE_API marks what the shared library exports to its hosts; everything else is hidden.
+/// CACHEFILE_BUILDING is defined while the library itself is compiled. CACHEFILE_STATIC is defined
+/// wherever the library is used as a static one, which exports nothing.
 #if defined(CACHEFILE_STATIC)
 #define CACHEFILE_API
-#elif defined(CACHEFILE_BUILDING)
+#elif defined(_WIN32)
+#if defined(CACHEFILE_BUILDING)
 #define CACHEFILE_API __declspec(dllexport)
 #else
 #define CACHEFILE_API __declspec(dllimport)

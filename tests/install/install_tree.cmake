@@ -1,5 +1,13 @@
-# Installs the build BUILD and moves the result to PREFIX, so that a path that was written down at
-# installation leads nowhere. Clears CONSUMERS, what was built against an earlier one.
+# Installs the build BUILD and moves the result to PREFIX, so that a path that was recorded during
+# the installation leads nowhere. Removes CONSUMERS, which were built against an earlier installation.
+# With SOURCE, BUILD is made first: the static library alone.
+if(SOURCE)
+    execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE} -B ${BUILD} -G ${GENERATOR} ${OPTIONS}
+                            -DCMAKE_BUILD_TYPE=${CONFIG} -DBUILD_SHARED_LIBS=OFF
+                            -DCACHEFILE_TESTS=OFF -DCACHEFILE_TOOL=OFF -DCACHEFILE_EXAMPLES=OFF
+                    COMMAND_ERROR_IS_FATAL ANY)
+    execute_process(COMMAND ${CMAKE_COMMAND} --build ${BUILD} -j2 COMMAND_ERROR_IS_FATAL ANY)
+endif()
 set(staged ${PREFIX}-staged)
 file(REMOVE_RECURSE ${staged} ${PREFIX} ${CONSUMERS})
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${staged} --config ${CONFIG}

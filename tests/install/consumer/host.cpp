@@ -7,7 +7,7 @@ int main() {
     manager.SetTempHomeDir(".\\recordings\\");  // a backslash separates on every system
 
     // Recording 12, synchronous mode: every call does its work before it returns.
-    CWriteFileHandler* handler = manager.CreateWriteFileHandler(12, 0);
+    CHandlerPtr<CWriteFileHandler> handler(manager.CreateWriteFileHandler(12, 0));
     if (!handler) return 1;
 
     const unsigned char bytes[] = {'h', 'e', 'l', 'l', 'o', '\n'};
@@ -17,7 +17,7 @@ int main() {
     if (result == CACHE_OK)
         result = handler->WriteData(file, bytes, sizeof bytes, CCacheFileManager::GetMaxDword());
     if (result == CACHE_OK) result = handler->CloseFile(file);
-    handler->Destroy();
+    handler.reset();  // destroys the handler
 
     if (result != CACHE_OK) std::fprintf(stderr, "%s\n", CacheFileResultText(result));
     return result == CACHE_OK && CCacheFileManager::GetLostBytes() == 0 ? 0 : 1;
