@@ -46,8 +46,8 @@ void CCmCallerQueue::OnHasEventsLocked(bool bHasEvents) {
         m_descriptor.Clear();
 }
 
-CCmAttachedThread::CCmAttachedThread(CCmCallerQueue* pQueue, CCmAttachedThread* pEarlier)
-    : CCmQueuedThread(CmCurrentThreadNumber()), m_pEarlier(pEarlier) {
+CCmAttachedThread::CCmAttachedThread(CCmCallerQueue* pQueue)
+    : CCmQueuedThread(CmCurrentThreadNumber()) {
     SetQueue(pQueue);
 }
 
@@ -74,9 +74,8 @@ CmInt32 CCmCallerState::Attach() {
     }
     const CRefPtr<CCmCallerQueue> pQueue(new (std::nothrow) CCmCallerQueue);
     if (!pQueue) return CACHE_ERR_OUT_OF_MEMORY;
-    CCmAttachedThread* const pNew = new (std::nothrow) CCmAttachedThread(pQueue.Get(), m_pLatest);
-    if (!pNew) return CACHE_ERR_OUT_OF_MEMORY;
-    m_pCurrent = m_pLatest = pNew;
+    m_pCurrent = new (std::nothrow) CCmAttachedThread(pQueue.Get());
+    if (!m_pCurrent) return CACHE_ERR_OUT_OF_MEMORY;
     m_dwNesting = 1;
     return CACHE_OK;
 }
@@ -94,19 +93,19 @@ CmInt32 CCmCallerState::Detach() {
     return CACHE_OK;
 }
 
-CCmAttachedThread* CCmCallerState::GetThread() {
+CRefPtr<CCmAttachedThread> CCmCallerState::GetThread() {
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     return m_pCurrent;
 }
 
 CRefPtr<CCmCallerQueue> CCmCallerState::GetOwnQueue() {
-    CCmAttachedThread* const pThread = GetThread();
+    const CRefPtr<CCmAttachedThread> pThread = GetThread();
     if (!pThread || !pThread->IsCurrent()) return nullptr;
     return pThread->GetCallerQueue();
 }
 
 void CCmCallerState::DropWakeUps() {
-    CCmAttachedThread* const pThread = GetThread();
+    const CRefPtr<CCmAttachedThread> pThread = GetThread();
     const CRefPtr<CCmCallerQueue> pQueue = pThread ? pThread->GetCallerQueue() : nullptr;
     if (pQueue) pQueue->DropWakeUps();
 }

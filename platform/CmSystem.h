@@ -37,7 +37,11 @@ class CCmSignalShield {
     alignas(16) unsigned char m_saved[128] = {};  // a tagSaved
 };
 
-/// Has pHandler called when the process exits or the library is unloaded, but not in a forked
-/// child. Returns whether it will be. On Windows there is no moment at which a thread could still
-/// be joined: false, and the host shuts the library down itself.
+/// Has pHandler called when the process exits or the library is unloaded; handlers run in the
+/// reverse order of their registration. Returns whether it will be. On Windows there is no moment
+/// at which a thread could still be joined: false, and the host shuts the library down itself.
 bool CmRegisterExitHandler(void (*pHandler)());
+
+/// Whether this process was forked from the one that registered the first exit handler. Exit
+/// handlers do nothing then: what they would wait for or free belongs to the parent.
+bool CmIsForkedChild();

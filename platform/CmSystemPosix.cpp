@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <initializer_list>
@@ -12,12 +13,7 @@
 
 namespace {
 
-void (*s_pExitHandler)() = nullptr;
-pid_t s_nProcess = 0;  // the one that registered it
-
-void RunExitHandler() {
-    if (::getpid() == s_nProcess) s_pExitHandler();
-}
+std::atomic<pid_t> s_nProcess{0};  // the one that registered the first exit handler
 
 }  // namespace
 
@@ -70,7 +66,9 @@ CCmSignalShield::~CCmSignalShield() {
 }
 
 bool CmRegisterExitHandler(void (*pHandler)()) {
-    s_pExitHandler = pHandler;
-    s_nProcess = ::getpid();
-    return std::atexit(RunExitHandler) == 0;
+    pid_t nNone = 0;
+    s_nProcess.compare_exchange_strong(nNone, ::getpid());
+    return std::atexit(pHandler) == 0;
 }
+
+bool CmIsForkedChild() { return ::getpid() != s_nProcess; }

@@ -38,7 +38,7 @@ class HostTest : public testing::Test {
     HostTest();
     ~HostTest() override;
 
-    static ACmThread* Worker();
+    static CRefPtr<ACmThread> Worker();
 
     /// Lets the worker run dry and the callbacks come, without ending the worker.
     static void Settle();
