@@ -23,8 +23,10 @@ class CCmWakeDescriptor {
     int m_nWriteEnd = -1;
 };
 
-/// While one of these lives, a thread created by this thread starts with all signals blocked but
-/// the synchronous faults, so that the host's handlers run on the host's threads.
+/// While one of these lives, a thread created by this thread starts with all signals blocked, so
+/// that the host's handlers run on the host's threads. Two kinds keep the mask of this thread: the
+/// synchronous faults, and TERM, INT, HUP and QUIT, which have to end a process whose other threads
+/// have all ended. Nothing that this thread has blocked is unblocked.
 class CCmSignalShield {
  public:
     CCmSignalShield();

@@ -55,9 +55,10 @@ CCmSignalShield::CCmSignalShield() {
     tagSaved* const pSaved = new (m_saved) tagSaved;
     sigset_t aBlocked;
     ::sigfillset(&aBlocked);
-    for (int nFault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS})
-        sigdelset(&aBlocked, nFault);
-    ::pthread_sigmask(SIG_SETMASK, &aBlocked, &pSaved->m_signals);
+    for (int nKept :
+         {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGTERM, SIGINT, SIGHUP, SIGQUIT})
+        sigdelset(&aBlocked, nKept);
+    ::pthread_sigmask(SIG_BLOCK, &aBlocked, &pSaved->m_signals);
 }
 
 CCmSignalShield::~CCmSignalShield() {
