@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "platform/CmFork.h"
 #include "platform/CmImmortal.h"
 #include "platform/CmResult.h"
 #include "platform/CmThreadObjects.h"
@@ -66,6 +67,7 @@ CRefPtr<CCmCallerQueue> CCmAttachedThread::GetCallerQueue() {
 CCmCallerState& CCmCallerState::Instance() { return CmImmortal<CCmCallerState>(); }
 
 CmInt32 CCmCallerState::Attach() {
+    CmWatchForks();
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     if (m_pCurrent) {
         if (!m_pCurrent->IsCurrent()) return CACHE_ERR_INVALID_STATE;
@@ -108,6 +110,52 @@ void CCmCallerState::DropWakeUps() {
     const CRefPtr<CCmAttachedThread> pThread = GetThread();
     const CRefPtr<CCmCallerQueue> pQueue = pThread ? pThread->GetCallerQueue() : nullptr;
     if (pQueue) pQueue->DropWakeUps();
+}
+
+void CCmCallerQueue::BeforeFork() {
+    m_wakeUp.BeforeFork();
+    CCmEventQueue::BeforeFork();
+}
+
+void CCmCallerQueue::AfterForkInParent() {
+    CCmEventQueue::AfterForkInParent();
+    m_wakeUp.AfterForkInParent();
+}
+
+void CCmCallerQueue::AfterForkInChild() {
+    m_descriptor.Close();
+    CCmEventQueue::AfterForkInChild();
+    m_wakeUp.AfterForkInChild();
+}
+
+void CCmCallerState::BeforeFork() {
+    m_mutex.Lock();
+    if (!m_pCurrent) return;
+    m_pForkedQueue = m_pCurrent->GetCallerQueue();
+    m_pCurrent->BeforeFork();
+    m_pForkedQueue->BeforeFork();
+}
+
+void CCmCallerState::AfterForkInParent() {
+    if (m_pCurrent) {
+        m_pForkedQueue->AfterForkInParent();
+        m_pCurrent->AfterFork();
+        m_pForkedQueue = nullptr;
+    }
+    m_mutex.UnLock();
+}
+
+void CCmCallerState::AfterForkInChild() {
+    if (m_pCurrent) {
+        m_pForkedQueue->AfterForkInChild();
+        m_pCurrent->AfterFork();
+        m_pForkedQueue = nullptr;
+        if (!m_pCurrent->IsCurrent()) {
+            m_pCurrent->AddReference();  // freeing it would run what the host gave to the parent
+            m_pCurrent = nullptr;
+        }
+    }
+    m_mutex.UnLock();
 }
 
 CmInt32 CCmCallerThread::Attach() { return CCmCallerState::Instance().Attach(); }

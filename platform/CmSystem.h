@@ -47,3 +47,8 @@ bool CmRegisterExitHandler(void (*pHandler)());
 /// Whether this process was forked from the one that registered the first exit handler. Exit
 /// handlers do nothing then: what they would wait for or free belongs to the parent.
 bool CmIsForkedChild();
+
+/// Has the three called by every fork of the process: before it, and after it in the parent and in
+/// the child, all on the thread that forks. Unloading the library removes them. Returns whether
+/// they will be called; systems without fork never call them.
+bool CmRegisterForkHandlers(void (*pBefore)(), void (*pInParent)(), void (*pInChild)());

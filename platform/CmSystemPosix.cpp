@@ -73,3 +73,7 @@ bool CmRegisterExitHandler(void (*pHandler)()) {
 }
 
 bool CmIsForkedChild() { return ::getpid() != s_nProcess; }
+
+bool CmRegisterForkHandlers(void (*pBefore)(), void (*pInParent)(), void (*pInChild)()) {
+    return ::pthread_atfork(pBefore, pInParent, pInChild) == 0;
+}

@@ -22,3 +22,8 @@ CCmSignalShield::~CCmSignalShield() = default;
 bool CmRegisterExitHandler(void (* /*pHandler*/)()) { return false; }
 
 bool CmIsForkedChild() { return false; }
+
+bool CmRegisterForkHandlers(void (* /*pBefore*/)(), void (* /*pInParent*/)(),
+                            void (* /*pInChild*/)()) {
+    return false;
+}

@@ -18,6 +18,10 @@ class CCmQueuedThread : public ACmThread {
     CRefPtr<ICmEventQueue> GetEventQueue() override;
     bool IsCurrent() const override { return CmCurrentThreadNumber() == m_dwNumber; }
 
+    /// Around a fork: the queue isn't taken away in between.
+    void BeforeFork() CM_ACQUIRE(m_mutex) { m_mutex.Lock(); }
+    void AfterFork() CM_RELEASE(m_mutex) { m_mutex.UnLock(); }
+
  protected:
     explicit CCmQueuedThread(CmUint32 dwNumber) : m_dwNumber(dwNumber) {}
 
@@ -64,6 +68,12 @@ class CCmCallerQueue final : public CCmEventQueue {
     /// Forgets callable and descriptor; what waits stays.
     void DropWakeUps();
 
+    /// As those of CCmEventQueue. The child closes its copies of the descriptor: taking a signal
+    /// out of it would take it from the parent.
+    void BeforeFork();
+    void AfterForkInParent();
+    void AfterForkInChild();
+
  private:
     void OnStoppedBeingEmpty() override { m_wakeUp.Call(); }
     void OnHasEventsLocked(bool bHasEvents) override;
@@ -103,6 +113,12 @@ class CCmCallerState {
     /// See CCmCallerQueue.
     void DropWakeUps();
 
+    /// Around a fork: neither the attachment nor its queue changes in between. A child whose parent
+    /// had another thread attached has none.
+    void BeforeFork() CM_NO_LOCK_ANALYSIS;
+    void AfterForkInParent() CM_NO_LOCK_ANALYSIS;
+    void AfterForkInChild() CM_NO_LOCK_ANALYSIS;
+
  private:
     template <class T>
     friend T& CmImmortal();
@@ -111,4 +127,5 @@ class CCmCallerState {
     CCmMutexThread m_mutex;
     CRefPtr<CCmAttachedThread> m_pCurrent CM_GUARDED_BY(m_mutex);
     CmUint32 m_dwNesting CM_GUARDED_BY(m_mutex) = 0;
+    CRefPtr<CCmCallerQueue> m_pForkedQueue CM_GUARDED_BY(m_mutex);  // held during a fork
 };
