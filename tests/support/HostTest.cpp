@@ -11,6 +11,7 @@ HostTest::HostTest() {
 
 HostTest::~HostTest() {
     CacheFileShutdown();
+    CCacheFileManager::SetPendingLimit(c_qwNoLimit);
     CCacheFileManager::Instance().SetTempHomeDir(".\\kvr2\\");
 }
 
