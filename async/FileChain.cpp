@@ -14,13 +14,14 @@ CRefPtr<IFileOperation> BuildFileChain(FileChainKind aKind, int bAsync, IFileOpS
     CRefPtr<IFileOperation> pTop = pFactory->CreateLocalFile(aKind == FileChainKind::Download);
     if (pTop && bAsync) {
         CFileThreadManager* const pThreads = CFileThreadManager::Instance();
-        ACmThread* const pCallerThread = pThreads->GetCallerThread();
+        const CRefPtr<ACmThread> pCallerThread = pThreads->GetCallerThread();
         if (!pCallerThread)
             CM_TRACE_ERROR(
                 "BuildFileChain->No caller thread: asynchronous files need the host's thread "
                 "attached (CCmCallerThread::Attach)");
-        pTop = pFactory->CreateFileThreadProxy(pThreads->GetPrimaryNFSThread(), pCallerThread,
-                                               pTop.Get(), pReceive, CCacheFileManager::Link_Local);
+        pTop = pFactory->CreateFileThreadProxy(pThreads->GetPrimaryNFSThread().Get(),
+                                               pCallerThread.Get(), pTop.Get(), pReceive,
+                                               CCacheFileManager::Link_Local);
     }
     const bool bBuffered =
         aKind == FileChainKind::WriteRecord || (aKind == FileChainKind::PlayRecord && bAsync);

@@ -1,30 +1,58 @@
 #include "async/FileThreadManager.h"
 
+#include <utility>
+
 #include "async/Shutdown.h"
 #include "fileop/BlockStore.h"
 #include "platform/CmCallerThread.h"
 #include "platform/CmResult.h"
+#include "platform/CmSystem.h"
 #include "platform/CmTrace.h"
 
 CFileThreadManager* CFileThreadManager::Instance() { return &CmImmortal<CFileThreadManager>(); }
 
-ACmThread* CFileThreadManager::GetPrimaryNFSThread() {
-    if (m_pPrimaryNFSThread || m_nShutdowns > 0) return m_pPrimaryNFSThread;
+CRefPtr<ACmThread> CFileThreadManager::GetPrimaryNFSThread() {
+    {
+        CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+        if (m_pPrimaryNFSThread || m_nShutdowns > 0) return m_pPrimaryNFSThread;
+    }
+    RegisterExitHandlers();
+    CRefPtr<ACmThread> pThread;
     const CmInt32 lResult = CCmThreadManager::Instance()->CreateUserTaskThread(
-        m_pPrimaryNFSThread, CCmThreadManager::TF_JOINABLE, 0, -1);
+        pThread, CCmThreadManager::TF_JOINABLE, 0, -1);
     if (lResult != CACHE_OK)
         CM_TRACE_ERROR("CFileThreadManager::GetPrimaryNFSThread->Start Local R/W Thread error"
                        << " this=" << this);
-    return m_pPrimaryNFSThread;
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    m_pPrimaryNFSThread = pThread;
+    return pThread;
 }
 
-ACmThread* CFileThreadManager::GetCallerThread() {
+/// Registers what frees the memory of asynchronous mode at exit. The first thread registers the
+/// handler that ends the worker; that one comes last, and so runs first.
+void CFileThreadManager::RegisterExitHandlers() {
+    CBlockStore::Instance();  // registers its own
+    static const bool s_bRegistered = CmRegisterExitHandler([] {
+        if (!CmIsForkedChild()) Instance()->TakePrimaryNFSThread();
+    });
+    (void)s_bRegistered;
+}
+
+CRefPtr<ACmThread> CFileThreadManager::TakePrimaryNFSThread() {
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    return std::move(m_pPrimaryNFSThread);
+}
+
+CRefPtr<ACmThread> CFileThreadManager::GetCallerThread() {
     return CCmThreadManager::Instance()->GetThread(CCmThreadManager::Thread_Caller);
 }
 
-void CFileThreadManager::StopThread(ACmThread* pThread) {
-    if (!pThread || pThread != m_pPrimaryNFSThread) return;
-    m_pPrimaryNFSThread = nullptr;
+void CFileThreadManager::StopThread(CRefPtr<ACmThread> pThread) {
+    {
+        CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+        if (!pThread || pThread.Get() != m_pPrimaryNFSThread.Get()) return;
+        m_pPrimaryNFSThread = nullptr;
+    }
     pThread->Stop(nullptr);
     pThread->Join();
 }
@@ -35,7 +63,10 @@ CmInt32 CFileThreadManager::Shutdown() {
         ~UnderWay() { --m_nCount; }
         int& m_nCount;
     } aUnderWay(m_nShutdowns);
-    StopThread(m_pPrimaryNFSThread);
+    if (const CRefPtr<ACmThread> pThread = TakePrimaryNFSThread()) {
+        pThread->Stop(nullptr);
+        pThread->Join();
+    }
     CmUint32 dwRun = 0;
     do {
         CCmCallerThread::RunPending(&dwRun);

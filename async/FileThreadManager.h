@@ -8,23 +8,24 @@
 /// asynchronous files of the process one after another, and the caller thread, which receives the
 /// results.
 ///
-/// One object for the process, never destroyed. No lock: it belongs to the thread on which the host
-/// drives its handlers. A thread that can't be had is null, which the proxy built with it refuses.
+/// One object for the process, never destroyed. It belongs to the thread on which the host drives
+/// its handlers; the lock is for the exit handler, which may run on any thread. If a thread cannot
+/// be had the result is null, and a proxy built with it refuses its operations.
 class CFileThreadManager {
  public:
     static CFileThreadManager* Instance();
 
     /// The R/W thread, created and started if there is none. Null if it can't be created (traced;
     /// the next call tries again) and during a shutdown.
-    ACmThread* GetPrimaryNFSThread();
+    CRefPtr<ACmThread> GetPrimaryNFSThread();
 
     /// The thread that the host has attached at this moment, or null.
-    ACmThread* GetCallerThread();
+    CRefPtr<ACmThread> GetCallerThread();
 
     /// Stops pThread if it is the R/W thread, and waits until it has run everything queued and
     /// ended. The next GetPrimaryNFSThread creates a new one; files opened on the old one answer
     /// CACHE_ERR_INVALID_STATE. Anything else than the R/W thread is ignored.
-    void StopThread(ACmThread* pThread);
+    void StopThread(CRefPtr<ACmThread> pThread);
 
     /// See CacheFileShutdown.
     CmInt32 Shutdown();
@@ -34,6 +35,10 @@ class CFileThreadManager {
     friend T& CmImmortal();
     CFileThreadManager() = default;
 
-    ACmThread* m_pPrimaryNFSThread = nullptr;
+    void RegisterExitHandlers();
+    CRefPtr<ACmThread> TakePrimaryNFSThread();
+
+    CCmMutexThread m_mutex;
+    CRefPtr<ACmThread> m_pPrimaryNFSThread CM_GUARDED_BY(m_mutex);
     int m_nShutdowns = 0;  // shutdowns under way; they nest when a callback shuts down too
 };

@@ -19,10 +19,10 @@
 /// and a status after that if it failed.
 class CFileThreadProxy final : public IFileOperation {
  public:
-    /// The two threads live for ever; pActualFile is the link below. One of the four missing is an
-    /// assertion; the object is built all the same. Without a thread everything but a synchronous
-    /// read is refused with CACHE_ERR_INVALID_STATE; without a file operations fail with it on the
-    /// R/W thread; without a receiver nothing is reported.
+    /// Takes a reference on each thread and on pActualFile, the link below. One of the four missing
+    /// is an assertion; the object is built all the same. Without a thread everything but a
+    /// synchronous read is refused with CACHE_ERR_INVALID_STATE; without a file operations fail
+    /// with it on the R/W thread; without a receiver nothing is reported.
     CFileThreadProxy(ACmThread* pRWThread, ACmThread* pCallerThread, IFileOperation* pActualFile,
                      IFileOpStatus* pReceive, CCacheFileManager::LinkType aLinkType);
     ~CFileThreadProxy() override;
@@ -78,8 +78,8 @@ class CFileThreadProxy final : public IFileOperation {
     template <class Operation>
     CmInt32 Bracketed(Operation aOperation);
 
-    ACmThread* m_pRWThread;
-    ACmThread* m_pCallerThread;
+    CRefPtr<ACmThread> m_pRWThread;
+    CRefPtr<ACmThread> m_pCallerThread;
     CRefPtr<IFileOperation> m_pFileOp;
     CRefPtr<IFileOpStatus> m_pReceive;
     const CCacheFileManager::LinkType m_LinkType;

@@ -44,6 +44,8 @@ class CACHEFILE_API CCacheFileManager {
 
     /// A handler that reads the recording dwRecordID back; bDownload non-zero if it may open one
     /// downloaded container, bAsync non-zero for asynchronous mode. Reference and null as above.
+    /// Destroying a handler with both set stops the worker thread of the process: files that other
+    /// handlers have opened asynchronously return CACHE_ERR_INVALID_STATE from then on.
     CPlayFileHandler* CreatePlayFileHandler(CmUint32 dwRecordID, int bDownload, int bAsync);
 
     /// The cache home directory, ".\kvr2\" at first. A change through the reference is taken as it

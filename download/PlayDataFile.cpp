@@ -64,7 +64,7 @@ CmInt32 CDownloadFileHandler::SendWalk(std::vector<tagFileDescriber>& vecFileDes
     std::unique_ptr<ICmEvent> pSyncReadEvent(new (std::nothrow)
                                                  CSyncReadQXFInfo(this, &vecFileDescriber));
     CM_CHECK(pSyncReadEvent, "pSyncReadEvent", CACHE_ERR_OUT_OF_MEMORY);
-    ACmThread* const pThread = CFileThreadManager::Instance()->GetPrimaryNFSThread();
+    const CRefPtr<ACmThread> pThread = CFileThreadManager::Instance()->GetPrimaryNFSThread();
     const CRefPtr<ICmEventQueue> pQueue = pThread ? pThread->GetEventQueue() : nullptr;
     CM_CHECK(pQueue, "pQueue", CACHE_ERR_FAILED);
     return pQueue->SendEvent(pSyncReadEvent.release());

@@ -1,4 +1,4 @@
-// The smallest recorder: synchronous mode, in which every call does its work before it returns.
+// The smallest recorder: synchronous mode, in which the calling thread does all the work.
 //
 //     record_sync [DIRECTORY]
 

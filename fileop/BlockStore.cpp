@@ -2,11 +2,19 @@
 
 #include <utility>
 
+#include "platform/CmSystem.h"
+
 namespace {
 
 constexpr std::size_t c_nStep = 8192;  // so that blocks of about the same size fit one another
 
 }  // namespace
+
+CBlockStore::CBlockStore() {
+    CmRegisterExitHandler([] {
+        if (!CmIsForkedChild()) Instance().Clear();
+    });
+}
 
 CCmString CBlockStore::Take(std::size_t nCapacity) {
     if (nCapacity >= c_nLeast) {

@@ -11,7 +11,8 @@
 /// from the system costs the thread that first touches it more than filling it.
 ///
 /// One object for the process, never destroyed; it keeps 2 MiB at most, and nothing when the
-/// library has been shut down. Any thread: the caller takes what the worker gives back.
+/// library has been shut down or, where there are exit handlers, unloaded. Any thread: the caller
+/// takes what the worker gives back.
 class CBlockStore {
  public:
     static CBlockStore& Instance() { return CmImmortal<CBlockStore>(); }
@@ -28,7 +29,7 @@ class CBlockStore {
  private:
     template <class T>
     friend T& CmImmortal();
-    CBlockStore() = default;
+    CBlockStore();
 
     static constexpr std::size_t c_nLeast = 32768;  // what is smaller is made as quickly as found
     static constexpr std::size_t c_nMost = 2U << 20;

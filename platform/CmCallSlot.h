@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -12,6 +13,9 @@
 /// The callable runs without a lock, on several threads at once if they call at once. Replacing it
 /// waits for the calls of earlier ones that run on other threads, so a host may destroy what they
 /// use as soon as Set has returned. From inside a call Set doesn't wait.
+///
+/// It survives a fork if the fork calls the three operations for that (CmFork.h): a child has only
+/// the thread that forked, and so only the calls of that thread.
 template <class Function>
 class CCmCallSlot {
  public:
@@ -37,6 +41,23 @@ class CCmCallSlot {
     void Call(Arguments... aArguments) noexcept {
         Running aCall(*this);
         if (aCall.m_pEntry) aCall.m_pEntry->aFunction(aArguments...);
+    }
+
+    /// Holds the slot until one of the other two is called, on the same thread.
+    void BeforeFork() { m_mutex.lock(); }
+    void AfterForkInParent() { m_mutex.unlock(); }
+
+    /// Forgets the calls on threads that the child doesn't have. What these hold stays in memory.
+    void AfterForkInChild() {
+        Running** pp = &m_pCalls;
+        while (*pp) {
+            if ((*pp)->m_thread == std::this_thread::get_id())
+                pp = &(*pp)->m_pNext;
+            else
+                *pp = (*pp)->m_pNext;
+        }
+        new (&m_ended) std::condition_variable;  // destroying it would wait for its waiters
+        m_mutex.unlock();
     }
 
  private:

@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "platform/CmFork.h"
 #include "platform/CmImmortal.h"
 #include "platform/CmResult.h"
 #include "platform/CmThreadObjects.h"
@@ -46,8 +47,8 @@ void CCmCallerQueue::OnHasEventsLocked(bool bHasEvents) {
         m_descriptor.Clear();
 }
 
-CCmAttachedThread::CCmAttachedThread(CCmCallerQueue* pQueue, CCmAttachedThread* pEarlier)
-    : CCmQueuedThread(CmCurrentThreadNumber()), m_pEarlier(pEarlier) {
+CCmAttachedThread::CCmAttachedThread(CCmCallerQueue* pQueue)
+    : CCmQueuedThread(CmCurrentThreadNumber()) {
     SetQueue(pQueue);
 }
 
@@ -66,6 +67,7 @@ CRefPtr<CCmCallerQueue> CCmAttachedThread::GetCallerQueue() {
 CCmCallerState& CCmCallerState::Instance() { return CmImmortal<CCmCallerState>(); }
 
 CmInt32 CCmCallerState::Attach() {
+    CmWatchForks();
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     if (m_pCurrent) {
         if (!m_pCurrent->IsCurrent()) return CACHE_ERR_INVALID_STATE;
@@ -74,9 +76,8 @@ CmInt32 CCmCallerState::Attach() {
     }
     const CRefPtr<CCmCallerQueue> pQueue(new (std::nothrow) CCmCallerQueue);
     if (!pQueue) return CACHE_ERR_OUT_OF_MEMORY;
-    CCmAttachedThread* const pNew = new (std::nothrow) CCmAttachedThread(pQueue.Get(), m_pLatest);
-    if (!pNew) return CACHE_ERR_OUT_OF_MEMORY;
-    m_pCurrent = m_pLatest = pNew;
+    m_pCurrent = new (std::nothrow) CCmAttachedThread(pQueue.Get());
+    if (!m_pCurrent) return CACHE_ERR_OUT_OF_MEMORY;
     m_dwNesting = 1;
     return CACHE_OK;
 }
@@ -94,21 +95,67 @@ CmInt32 CCmCallerState::Detach() {
     return CACHE_OK;
 }
 
-CCmAttachedThread* CCmCallerState::GetThread() {
+CRefPtr<CCmAttachedThread> CCmCallerState::GetThread() {
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     return m_pCurrent;
 }
 
 CRefPtr<CCmCallerQueue> CCmCallerState::GetOwnQueue() {
-    CCmAttachedThread* const pThread = GetThread();
+    const CRefPtr<CCmAttachedThread> pThread = GetThread();
     if (!pThread || !pThread->IsCurrent()) return nullptr;
     return pThread->GetCallerQueue();
 }
 
 void CCmCallerState::DropWakeUps() {
-    CCmAttachedThread* const pThread = GetThread();
+    const CRefPtr<CCmAttachedThread> pThread = GetThread();
     const CRefPtr<CCmCallerQueue> pQueue = pThread ? pThread->GetCallerQueue() : nullptr;
     if (pQueue) pQueue->DropWakeUps();
+}
+
+void CCmCallerQueue::BeforeFork() {
+    m_wakeUp.BeforeFork();
+    CCmEventQueue::BeforeFork();
+}
+
+void CCmCallerQueue::AfterForkInParent() {
+    CCmEventQueue::AfterForkInParent();
+    m_wakeUp.AfterForkInParent();
+}
+
+void CCmCallerQueue::AfterForkInChild() {
+    m_descriptor.Close();
+    CCmEventQueue::AfterForkInChild();
+    m_wakeUp.AfterForkInChild();
+}
+
+void CCmCallerState::BeforeFork() {
+    m_mutex.Lock();
+    if (!m_pCurrent) return;
+    m_pForkedQueue = m_pCurrent->GetCallerQueue();
+    m_pCurrent->BeforeFork();
+    m_pForkedQueue->BeforeFork();
+}
+
+void CCmCallerState::AfterForkInParent() {
+    if (m_pCurrent) {
+        m_pForkedQueue->AfterForkInParent();
+        m_pCurrent->AfterFork();
+        m_pForkedQueue = nullptr;
+    }
+    m_mutex.UnLock();
+}
+
+void CCmCallerState::AfterForkInChild() {
+    if (m_pCurrent) {
+        m_pForkedQueue->AfterForkInChild();
+        m_pCurrent->AfterFork();
+        m_pForkedQueue = nullptr;
+        if (!m_pCurrent->IsCurrent()) {
+            m_pCurrent->AddReference();  // freeing it would run what the host gave to the parent
+            m_pCurrent = nullptr;
+        }
+    }
+    m_mutex.UnLock();
 }
 
 CmInt32 CCmCallerThread::Attach() { return CCmCallerState::Instance().Attach(); }

@@ -12,6 +12,10 @@
 /// what has come in: either in a loop of its own (RunPending when the wake-up callable or the
 /// descriptor says so) or by waiting here (WaitAndRun). Results pile up in memory for as long as
 /// it does neither. All operations are static; there is one caller thread at a time.
+///
+/// A forked child keeps the attachment if the attached thread forked, else it has none. Its queue
+/// is empty and without a descriptor; SetWakeUp and Detach return whatever other threads were
+/// doing.
 class CACHEFILE_API CCmCallerThread {
  public:
     CCmCallerThread() = delete;

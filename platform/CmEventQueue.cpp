@@ -1,5 +1,6 @@
 #include "platform/CmEventQueue.h"
 
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -205,6 +206,16 @@ void CCmEventQueue::Stop() {
         m_rest = Rest_None;
     }
     if (bWake) m_wake.notify_one();
+}
+
+void CCmEventQueue::AfterForkInChild() {
+    m_waiting = m_batch = CCmEventList();
+    m_bHasEvents = false;
+    m_rest = Rest_None;
+    m_bNews.store(m_bStopped, std::memory_order_relaxed);
+    new (&m_wake) std::condition_variable;  // destroying them would wait for their waiters
+    new (&m_sent) std::condition_variable;
+    m_mutex.unlock();
 }
 
 void CCmEventQueue::DropWaiting() {

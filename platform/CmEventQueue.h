@@ -67,6 +67,12 @@ class CCmEventQueue : public ICmEventQueue {
     /// and when events are left behind by one that threw.
     virtual void OnStoppedBeingEmpty() {}
 
+    /// Around a fork: nothing changes in between. In the child the queue is empty and nobody waits
+    /// on it. Its events stay in memory: they hold what belongs to the parent, its files too.
+    void BeforeFork() { m_mutex.lock(); }
+    void AfterForkInParent() { m_mutex.unlock(); }
+    void AfterForkInChild();
+
     /// Called under the lock when the queue (batch included) stops or starts being empty.
     virtual void OnHasEventsLocked(bool /*bHasEvents*/) {}
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "platform/CmExport.h"
 #include "platform/CmMutex.h"
 #include "platform/CmTypes.h"
 
@@ -52,9 +53,10 @@ template <class MutexType>
 CCmReferenceControlT<MutexType>::~CCmReferenceControlT() = default;
 
 /// Out of line: inlined into a release, the compiler guesses at destructors that the object can't
-/// have, and warns of what they would do.
+/// have, and warns of what they would do. Exported: classes of hosts that derive from an exported
+/// class need it.
 template <>
-void CCmReferenceControlT<CCmMutexThread>::OnReferenceDestory();
+CACHEFILE_API void CCmReferenceControlT<CCmMutexThread>::OnReferenceDestory();
 
 /// Holds one reference on a counted object, or nothing. Whoever makes a new object (count 0) puts
 /// it into a CRefPtr at once. One CRefPtr is for one thread at a time, like a plain pointer.

@@ -23,8 +23,10 @@ class CCmWakeDescriptor {
     int m_nWriteEnd = -1;
 };
 
-/// While one of these lives, a thread created by this thread starts with all signals blocked but
-/// the synchronous faults, so that the host's handlers run on the host's threads.
+/// While one of these lives, a thread created by this thread starts with all signals blocked, so
+/// that the host's handlers run on the host's threads. Two kinds keep the mask of this thread: the
+/// synchronous faults, and TERM, INT, HUP and QUIT, which have to end a process whose other threads
+/// have all ended. Nothing that this thread has blocked is unblocked.
 class CCmSignalShield {
  public:
     CCmSignalShield();
@@ -37,7 +39,16 @@ class CCmSignalShield {
     alignas(16) unsigned char m_saved[128] = {};  // a tagSaved
 };
 
-/// Has pHandler called when the process exits or the library is unloaded, but not in a forked
-/// child. Returns whether it will be. On Windows there is no moment at which a thread could still
-/// be joined: false, and the host shuts the library down itself.
+/// Has pHandler called when the process exits or the library is unloaded; handlers run in the
+/// reverse order of their registration. Returns whether it will be. On Windows there is no moment
+/// at which a thread could still be joined: false, and the host shuts the library down itself.
 bool CmRegisterExitHandler(void (*pHandler)());
+
+/// Whether this process was forked from the one that registered the first exit handler. Exit
+/// handlers do nothing then: what they would wait for or free belongs to the parent.
+bool CmIsForkedChild();
+
+/// Has the three called by every fork of the process: before it, and after it in the parent and in
+/// the child, all on the thread that forks. Unloading the library removes them. Returns whether
+/// they will be called; systems without fork never call them.
+bool CmRegisterForkHandlers(void (*pBefore)(), void (*pInParent)(), void (*pInChild)());

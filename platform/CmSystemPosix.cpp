@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <initializer_list>
@@ -12,12 +13,7 @@
 
 namespace {
 
-void (*s_pExitHandler)() = nullptr;
-pid_t s_nProcess = 0;  // the one that registered it
-
-void RunExitHandler() {
-    if (::getpid() == s_nProcess) s_pExitHandler();
-}
+std::atomic<pid_t> s_nProcess{0};  // the one that registered the first exit handler
 
 }  // namespace
 
@@ -59,9 +55,10 @@ CCmSignalShield::CCmSignalShield() {
     tagSaved* const pSaved = new (m_saved) tagSaved;
     sigset_t aBlocked;
     ::sigfillset(&aBlocked);
-    for (int nFault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS})
-        sigdelset(&aBlocked, nFault);
-    ::pthread_sigmask(SIG_SETMASK, &aBlocked, &pSaved->m_signals);
+    for (int nKept :
+         {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGTERM, SIGINT, SIGHUP, SIGQUIT})
+        sigdelset(&aBlocked, nKept);
+    ::pthread_sigmask(SIG_BLOCK, &aBlocked, &pSaved->m_signals);
 }
 
 CCmSignalShield::~CCmSignalShield() {
@@ -70,7 +67,13 @@ CCmSignalShield::~CCmSignalShield() {
 }
 
 bool CmRegisterExitHandler(void (*pHandler)()) {
-    s_pExitHandler = pHandler;
-    s_nProcess = ::getpid();
-    return std::atexit(RunExitHandler) == 0;
+    pid_t nNone = 0;
+    s_nProcess.compare_exchange_strong(nNone, ::getpid());
+    return std::atexit(pHandler) == 0;
+}
+
+bool CmIsForkedChild() { return ::getpid() != s_nProcess; }
+
+bool CmRegisterForkHandlers(void (*pBefore)(), void (*pInParent)(), void (*pInChild)()) {
+    return ::pthread_atfork(pBefore, pInParent, pInChild) == 0;
 }

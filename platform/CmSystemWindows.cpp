@@ -20,3 +20,10 @@ CCmSignalShield::~CCmSignalShield() = default;
 // joining there would wait for ever. The host shuts down before.
 
 bool CmRegisterExitHandler(void (* /*pHandler*/)()) { return false; }
+
+bool CmIsForkedChild() { return false; }
+
+bool CmRegisterForkHandlers(void (* /*pBefore*/)(), void (* /*pInParent*/)(),
+                            void (* /*pInChild*/)()) {
+    return false;
+}

@@ -39,8 +39,12 @@ CRefPtr<CCmEventQueue> CCmQueuedThread::TakeQueue() {
     return std::move(m_pQueue);
 }
 
-CCmTaskThread::CCmTaskThread(CCmTaskThread* pEarlier)
-    : CCmQueuedThread(NewThreadNumber()), m_pEarlier(pEarlier) {}
+CCmTaskThread::CCmTaskThread() : CCmQueuedThread(NewThreadNumber()) {}
+
+/// Only a thread that lets the process exit is still joinable here: it can't wait for itself.
+CCmTaskThread::~CCmTaskThread() {
+    if (m_thread.joinable()) m_thread.detach();
+}
 
 CmInt32 CCmTaskThread::Start() {
     const CRefPtr<CCmEventQueue> pQueue(new (std::nothrow) CCmEventQueue);
@@ -49,7 +53,7 @@ CmInt32 CCmTaskThread::Start() {
     try {
         const CCmSignalShield aShield;
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutexJoin);
-        m_thread = std::thread([this, pQueue] { Run(pQueue); });
+        m_thread = std::thread([dwNumber = m_dwNumber, pQueue] { Run(dwNumber, *pQueue); });
     } catch (const std::bad_alloc&) {
         TakeQueue();
         return CACHE_ERR_OUT_OF_MEMORY;
@@ -60,10 +64,10 @@ CmInt32 CCmTaskThread::Start() {
     return CACHE_OK;
 }
 
-void CCmTaskThread::Run(const CRefPtr<CCmEventQueue>& pQueue) {
-    t_dwNumber = m_dwNumber;
+void CCmTaskThread::Run(CmUint32 dwNumber, CCmEventQueue& aQueue) {
+    t_dwNumber = dwNumber;
     CmUint32 dwRun = 0;
-    while (pQueue->Wait()) pQueue->RunWaiting(dwRun);
+    while (aQueue.Wait()) aQueue.RunWaiting(dwRun);
 }
 
 CmInt32 CCmTaskThread::Stop(void* /*pTimeout*/) {
@@ -74,48 +78,62 @@ CmInt32 CCmTaskThread::Stop(void* /*pTimeout*/) {
 
 CmInt32 CCmTaskThread::Join() {
     if (IsCurrent()) return CACHE_ERR_INVALID_STATE;
-    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutexJoin);
-    if (m_thread.joinable()) m_thread.join();
+    {
+        CCmMutexGuardT<CCmMutexThread> aGuard(m_mutexJoin);
+        if (m_thread.joinable()) m_thread.join();
+    }
+    CCmThreadManager::Instance()->ForgetJoined(this);
     return CACHE_OK;
 }
 
 CCmThreadManager* CCmThreadManager::Instance() { return &CmImmortal<CCmThreadManager>(); }
 
-CmInt32 CCmThreadManager::CreateUserTaskThread(ACmThread*& pThread, TFlag /*aFlag*/,
+CmInt32 CCmThreadManager::CreateUserTaskThread(CRefPtr<ACmThread>& pThread, TFlag /*aFlag*/,
                                                int /*nPriority*/, int /*nStack*/) {
     pThread = nullptr;
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     if (m_bExiting) return CACHE_ERR_INVALID_STATE;
     if (!m_bExitHandler) m_bExitHandler = CmRegisterExitHandler(&CCmThreadManager::OnProcessExit);
-    CCmTaskThread* const pNew = new (std::nothrow) CCmTaskThread(m_pTaskThreads);
+    const CRefPtr<CCmTaskThread> pNew(new (std::nothrow) CCmTaskThread);
     if (!pNew) return CACHE_ERR_OUT_OF_MEMORY;
     const CmInt32 lResult = pNew->Start();
-    if (lResult != CACHE_OK) {
-        delete pNew;
-        return lResult;
-    }
-    pThread = m_pTaskThreads = pNew;
+    if (lResult != CACHE_OK) return lResult;
+    pNew->m_pEarlier = std::move(m_pTaskThreads);
+    m_pTaskThreads = pNew;
+    pThread = pNew.Get();
     return CACHE_OK;
 }
 
-ACmThread* CCmThreadManager::GetThread(CmInt32 lType) {
-    return lType == Thread_Caller ? CCmCallerState::Instance().GetThread() : nullptr;
+CRefPtr<ACmThread> CCmThreadManager::GetThread(CmInt32 lType) {
+    if (lType != Thread_Caller) return nullptr;
+    return CCmCallerState::Instance().GetThread().Get();
 }
 
-/// The host may have forgotten to shut down: what it was told is accepted is still written. What
-/// belongs to the host (sink, callable, loop) may be gone, so nothing of it is used any more.
+void CCmThreadManager::ForgetJoined(CCmTaskThread* pThread) {
+    CRefPtr<CCmTaskThread> pForgotten;  // freed after the lock
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    CRefPtr<CCmTaskThread>* pLink = &m_pTaskThreads;
+    while (*pLink && pLink->Get() != pThread) pLink = &(*pLink)->m_pEarlier;
+    if (!*pLink) return;
+    pForgotten = std::move(*pLink);
+    *pLink = std::move(pForgotten->m_pEarlier);
+}
+
+/// The host may have forgotten to shut down: what was accepted is still written. What belongs to
+/// the host (sink, callable, loop) may be destroyed already, so it is not used any more.
 void CCmThreadManager::OnProcessExit() {
+    if (CmIsForkedChild()) return;
     CCmT120Trace::instance()->SetSink({});
     CCmCallerState::Instance().DropWakeUps();
     Instance()->StopAllForExit();
 }
 
 void CCmThreadManager::StopAllForExit() {
-    CCmTaskThread* pThread = nullptr;
+    CRefPtr<CCmTaskThread> pThread;
     {
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
         m_bExiting = true;
-        pThread = m_pTaskThreads;
+        pThread = std::move(m_pTaskThreads);
     }
     for (; pThread; pThread = pThread->m_pEarlier) {
         pThread->Stop(nullptr);

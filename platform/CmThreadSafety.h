@@ -13,4 +13,6 @@
 #define CM_SCOPED_CAPABILITY CM_THREAD_SAFETY(scoped_lockable)
 #define CM_ACQUIRE(...) CM_THREAD_SAFETY(acquire_capability(__VA_ARGS__))
 #define CM_RELEASE(...) CM_THREAD_SAFETY(release_capability(__VA_ARGS__))
+/// For a function that takes locks which another one releases.
+#define CM_NO_LOCK_ANALYSIS CM_THREAD_SAFETY(no_thread_safety_analysis)
 #define CM_GUARDED_BY(mutex) CM_THREAD_SAFETY(guarded_by(mutex))

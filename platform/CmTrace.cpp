@@ -6,11 +6,13 @@
 #include <cstring>
 #include <new>
 
+#include "platform/CmFork.h"
 #include "platform/CmResult.h"
 
 CCmT120Trace* CCmT120Trace::instance() { return &CmImmortal<CCmT120Trace>(); }
 
 CmInt32 CCmT120Trace::SetSink(Sink aSink, CmInt32 lLevel) {
+    CmWatchForks();
     const CmInt32 lNewLevel = aSink ? lLevel : CmInt32{Level_None};
     try {
         m_sink.Set({std::move(aSink), lNewLevel},

@@ -31,7 +31,7 @@ class CACHEFILE_API CCmT120Trace {
 
     /// Installs aSink for the lines up to lLevel; an empty one turns tracing off. Returns when no
     /// call of an earlier sink is running on another thread. CACHE_ERR_OUT_OF_MEMORY: the earlier
-    /// one stays.
+    /// one stays. In a forked child it waits for no thread of the parent.
     CmInt32 SetSink(Sink aSink, CmInt32 lLevel = Level_Info);
 
     /// Whether a line of this level would reach a sink.
@@ -73,6 +73,7 @@ class CACHEFILE_API CCmT120Trace {
 
  private:
     friend CCmT120Trace& CmImmortal<CCmT120Trace>();
+    friend struct CCmForkHandlers;
     CCmT120Trace() = default;
 
     struct tagLeveledSink {

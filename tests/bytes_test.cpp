@@ -64,7 +64,7 @@ TEST_P(Bytes, WhicheverCallFailsIsToldAndHarmsNoOther) {
         std::optional<ThreadGate> aGate;  // no failure is known before all calls are queued
         if (GetParam() == Async) {
             pTop = pFactory->CreateFileThreadProxy(
-                Worker(), CFileThreadManager::Instance()->GetCallerThread(), pTop.Get(),
+                Worker().Get(), CFileThreadManager::Instance()->GetCallerThread().Get(), pTop.Get(),
                 pReceiver.Get(), CCacheFileManager::Link_Local);
             aGate.emplace(Worker());
         }

@@ -43,7 +43,7 @@ class EventQueue : public HostTest {
     }
 
     EventCounts m_counts;
-    ACmThread* m_pThread = nullptr;
+    CRefPtr<ACmThread> m_pThread;
     CRefPtr<ICmEventQueue> m_pQueue;
     std::string m_strFired;
 };
@@ -102,7 +102,7 @@ TEST_F(EventQueue, ARunTakesWhatWaitsAndANestedOneGoesOnWithIt) {
 }
 
 TEST_F(EventQueue, OneThreadAtATimeIsAttachedAndRepeatsNest) {
-    ACmThread* const pHost = CCmThreadManager::Instance()->GetThread(3);
+    const CRefPtr<ACmThread> pHost = CCmThreadManager::Instance()->GetThread(3);
     const CRefPtr<ICmEventQueue> pQueue = HostQueue();
     EXPECT_EQ(CCmCallerThread::Attach(), 0);
     std::thread([] {
@@ -116,7 +116,7 @@ TEST_F(EventQueue, OneThreadAtATimeIsAttachedAndRepeatsNest) {
     pQueue->PostEvent(Event(), 1);
     m_attached.reset();
     ExpectCounts(0, 1);
-    EXPECT_EQ(CCmThreadManager::Instance()->GetThread(3), nullptr);
+    EXPECT_FALSE(CCmThreadManager::Instance()->GetThread(3));
     EXPECT_EQ(pQueue->PostEvent(Event(), 1), 4010);
     EXPECT_EQ(CCmCallerThread::RunPending(), 4010);
     EXPECT_EQ(CCmCallerThread::Detach(), 4010);
@@ -128,6 +128,34 @@ TEST_F(EventQueue, OneThreadAtATimeIsAttachedAndRepeatsNest) {
         .join();
     EXPECT_FALSE(pHost->GetEventQueue()) << "the first attachment is over for good";
     ExpectCounts(1, 3);
+}
+
+TEST_F(EventQueue, AThreadObjectStaysForWhoeverHoldsIt) {
+    std::atomic<bool> bEnd{false};
+    std::thread aOnlooker([&] {
+        while (!bEnd) {
+            const CRefPtr<ACmThread> pHost = CCmThreadManager::Instance()->GetThread(3);
+            const CRefPtr<ICmEventQueue> pQueue = pHost ? pHost->GetEventQueue() : nullptr;
+            if (pQueue) pQueue->PostEvent(Event(), 1);
+        }
+    });
+    for (int i = 0; i < 300; ++i) {
+        m_attached.reset();
+        m_attached.emplace();
+        CRefPtr<ACmThread> pThread;
+        ASSERT_EQ(CCmThreadManager::Instance()->CreateUserTaskThread(
+                      pThread, CCmThreadManager::TF_JOINABLE, 0, -1),
+                  0);
+        std::thread aJoining([p = pThread] { EXPECT_EQ(p->Join(), 0); });
+        pThread->Stop(nullptr);
+        if (i % 2) {
+            EXPECT_EQ(pThread->Join(), 0);
+        }
+        pThread = nullptr;
+        aJoining.join();
+    }
+    bEnd = true;
+    aOnlooker.join();
 }
 
 TEST_F(EventQueue, ASenderLearnsThatTheQueueWasDropped) {

@@ -53,8 +53,21 @@ TEST_F(HostLoop, TheWorkerLeavesTheHostsSignalsToTheHost) {
         ::pthread_sigmask(SIG_BLOCK, nullptr, &aMask);
         return sigismember(&aMask, nSignal);
     };
-    Worker();
-    EXPECT_EQ(blocked(SIGTERM), 0) << "the host's own mask is as it was";
-    EXPECT_EQ(RunOn(Worker(), [&] { return blocked(SIGTERM); }), 1);
-    EXPECT_EQ(RunOn(Worker(), [&] { return blocked(SIGSEGV); }), 0) << "a fault stays a fault";
+    const auto blockedThere = [&](int nSignal) {
+        return RunOn(Worker(), [&] { return blocked(nSignal); });
+    };
+    EXPECT_EQ(blockedThere(SIGUSR1), 1);
+    EXPECT_EQ(blockedThere(SIGSEGV), 0) << "a fault stays a fault";
+    EXPECT_EQ(blocked(SIGUSR1), 0) << "the host's own mask is as it was";
+    sigset_t aEnding;
+    ::sigemptyset(&aEnding);
+    for (int nSignal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
+        EXPECT_EQ(blockedThere(nSignal), 0) << "it ends the process";
+        sigaddset(&aEnding, nSignal);
+    }
+    CacheFileShutdown();
+    ::pthread_sigmask(SIG_BLOCK, &aEnding, nullptr);
+    for (int nSignal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT})
+        EXPECT_EQ(blockedThere(nSignal), 1) << "the host waits for it elsewhere";
+    ::pthread_sigmask(SIG_UNBLOCK, &aEnding, nullptr);
 }

@@ -27,6 +27,7 @@ int main(int nArguments, char** lpArguments) {
         CCacheFileManager::Instance().CreateWriteFileHandler(7, bAsync);
     CmUint32 aHandles[c_nStreams];
     std::size_t aWritten[c_nStreams] = {};
+    std::size_t aFlushed[c_nStreams] = {};
     if (pHandler->Initialize(nullptr) != 0) return 4;
     for (unsigned i = 0; i < c_nStreams; ++i)
         if (pHandler->OpenWritingFile(std::to_string(i), aHandles[i]) != 0) return 5;
@@ -44,8 +45,11 @@ int main(int nArguments, char** lpArguments) {
         aWritten[i] += nPiece;
         if (nRandom >> 29 == 0) {
             pHandler->FlushData(aHandles[i]);
-            aPromises.aFlushed[i] = aWritten[i];
+            aFlushed[i] = aWritten[i];
         }
+        // Asynchronous: what had been flushed when nothing was pending is in its file.
+        if (CCacheFileManager::GetPendingBytes() == 0)
+            for (unsigned n = 0; n < c_nStreams; ++n) aPromises.aFlushed[n] = aFlushed[n];
         if (bAsync) CCmCallerThread::RunPending();
     }
     for (;;) ::pause();

@@ -53,12 +53,11 @@ TEST_F(Order, WithoutAnAttachedThreadAnOpenIsRefusedAndTracedWhy) {
 TEST_F(Order, AStoppedWorkerHasWrittenItsQueueAndTheNextOpenStartsAnother) {
     Recording aRecording(Async, &m_sink);
     const CmUint32 dwHandle = aRecording.Open("a");
-    ACmThread* const pWorker = Worker();
+    const CRefPtr<ACmThread> pWorker = Worker();
     for (unsigned i = 0; i < 20; ++i) EXPECT_EQ(aRecording.Write(dwHandle, Pattern(40'000)), 0);
-    for (ACmThread* const pOther :
-         {static_cast<ACmThread*>(nullptr), CCmThreadManager::Instance()->GetThread(3)})
+    for (const auto& pOther : {CRefPtr<ACmThread>(), CCmThreadManager::Instance()->GetThread(3)})
         CFileThreadManager::Instance()->StopThread(pOther);
-    EXPECT_EQ(Worker(), pWorker);
+    EXPECT_EQ(Worker().Get(), pWorker.Get());
     CFileThreadManager::Instance()->StopThread(pWorker);
     EXPECT_EQ(ReadBytes(Recording::PathOf("a")).size(), 20U * 40'000U);
 
@@ -73,7 +72,7 @@ TEST_F(Order, AStoppedWorkerHasWrittenItsQueueAndTheNextOpenStartsAnother) {
                   "CWriteFileHandler::CloseFile->Close file error=4010 this=*\n");
 
     aRecording.Open("b");
-    EXPECT_NE(Worker(), pWorker);
+    EXPECT_NE(Worker().Get(), pWorker.Get());
     Settle();
     EXPECT_EQ(m_sink.Take(), "Open 0, Open 0");
 }

@@ -132,7 +132,7 @@ TEST_P(TeardownAsync, TheEndOfADownloadPlayerStopsTheWorkerUnderARecording) {
         if (bOpened) {
             EXPECT_EQ(aPlayer.Open("c"), 0);
         }
-        ACmThread* const pWorker = Worker();
+        const CRefPtr<ACmThread> pWorker = Worker();
         {
             ThreadGate aGate(pWorker);
             for (unsigned i = 0; i < 20; ++i)
@@ -150,7 +150,7 @@ TEST_P(TeardownAsync, TheEndOfADownloadPlayerStopsTheWorkerUnderARecording) {
         EXPECT_EQ(aRecording->CloseFile(dwHandle), 4010);
 
         const CmUint32 dwNext = aRecording.Open("next");
-        EXPECT_NE(Worker(), pWorker);
+        EXPECT_NE(Worker().Get(), pWorker.Get());
         EXPECT_EQ(aRecording.Write(dwNext, "on a new worker"), 0);
         aRecording->FlushData(dwNext);
         Settle();

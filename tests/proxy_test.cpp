@@ -21,13 +21,14 @@ class Proxy : public HostTest {
         CacheFileShutdown();  // no request may outlive the script
     }
 
-    static ACmThread* Caller() { return CFileThreadManager::Instance()->GetCallerThread(); }
+    static CRefPtr<ACmThread> Caller() { return CFileThreadManager::Instance()->GetCallerThread(); }
 
-    void Make(ACmThread* pRW, ACmThread* pCaller, bool bFile, bool bReceiver,
-              CCacheFileManager::LinkType aLink) {
+    void Make(const CRefPtr<ACmThread>& pRW, const CRefPtr<ACmThread>& pCaller, bool bFile,
+              bool bReceiver, CCacheFileManager::LinkType aLink) {
         CFileOperationFactory* const pFactory = CFileOperationFactory::Instance();
         m_pProxy = pFactory->CreateFileThreadProxy(
-            pRW, pCaller, bFile ? new FileLink(m_script, pFactory->CreateLocalFile(0)) : nullptr,
+            pRW.Get(), pCaller.Get(),
+            bFile ? new FileLink(m_script, pFactory->CreateLocalFile(0)) : nullptr,
             bReceiver ? new TestReceiver(m_sink) : nullptr, aLink);
     }
 

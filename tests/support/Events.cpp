@@ -1,6 +1,6 @@
 #include "tests/support/Events.h"
 
-CmInt32 RunOn(ACmThread* pThread, TestEvent::Work aWork) {
+CmInt32 RunOn(const CRefPtr<ACmThread>& pThread, TestEvent::Work aWork) {
     EventCounts aCounts;
     return pThread->GetEventQueue()->SendEvent(new TestEvent(aCounts, std::move(aWork)));
 }
@@ -35,7 +35,7 @@ class GateEvent final : public ICmEvent {
 
 }  // namespace
 
-ThreadGate::ThreadGate(ACmThread* pThread) {
+ThreadGate::ThreadGate(const CRefPtr<ACmThread>& pThread) {
     const auto pInside = std::make_shared<Signal>();
     pThread->GetEventQueue()->PostEvent(new GateEvent(pInside, m_pOpen), 1);
     pInside->Wait();

@@ -33,7 +33,7 @@ class TestEvent final : public ICmEvent {
 };
 
 /// Runs aWork on the thread behind everything queued for it, waits for it, returns its result.
-CmInt32 RunOn(ACmThread* pThread, TestEvent::Work aWork);
+CmInt32 RunOn(const CRefPtr<ACmThread>& pThread, TestEvent::Work aWork);
 
 /// A flag that one thread raises and others wait for.
 class Signal {
@@ -51,7 +51,7 @@ class Signal {
 /// the gate is opened.
 class ThreadGate {
  public:
-    explicit ThreadGate(ACmThread* pThread);
+    explicit ThreadGate(const CRefPtr<ACmThread>& pThread);
     ~ThreadGate() { Open(); }
     void Open() { m_pOpen->Raise(); }
 

@@ -11,15 +11,18 @@ HostTest::HostTest() {
 
 HostTest::~HostTest() {
     CacheFileShutdown();
+    CCacheFileManager::SetPendingLimit(c_qwNoLimit);
     CCacheFileManager::Instance().SetTempHomeDir(".\\kvr2\\");
 }
 
-ACmThread* HostTest::Worker() { return CFileThreadManager::Instance()->GetPrimaryNFSThread(); }
+CRefPtr<ACmThread> HostTest::Worker() {
+    return CFileThreadManager::Instance()->GetPrimaryNFSThread();
+}
 
 void HostTest::Settle() {
     CmUint32 dwRun = 0;
     do {
-        if (ACmThread* const pWorker = Worker()) RunOn(pWorker, nullptr);
+        if (const CRefPtr<ACmThread> pWorker = Worker()) RunOn(pWorker, nullptr);
         CCmCallerThread::RunPending(&dwRun);
     } while (dwRun > 0);
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <optional>
 
 #include "cachefile.h"
@@ -31,14 +32,16 @@ class LostBytes {
     std::uint64_t m_qwSeen = CCacheFileManager::GetLostBytes();
 };
 
+constexpr std::uint64_t c_qwNoLimit = std::numeric_limits<std::uint64_t>::max();
+
 /// A host: its thread is attached, it stands in an empty directory, its trace and its callbacks
-/// are written down.
+/// are written down. What a test sets for the whole process is reset after it.
 class HostTest : public testing::Test {
  protected:
     HostTest();
     ~HostTest() override;
 
-    static ACmThread* Worker();
+    static CRefPtr<ACmThread> Worker();
 
     /// Lets the worker run dry and the callbacks come, without ending the worker.
     static void Settle();

@@ -6,7 +6,7 @@ int main() {
     CCacheFileManager& manager = CCacheFileManager::Instance();
     manager.SetTempHomeDir(".\\recordings\\");  // a backslash separates on every system
 
-    // Recording 12, synchronous mode: every call does its work before it returns.
+    // Recording 12, synchronous mode: this thread does all the work. Appends are gathered.
     CHandlerPtr<CWriteFileHandler> handler(manager.CreateWriteFileHandler(12, 0));
     if (!handler) return 1;
 

@@ -1,0 +1,104 @@
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+
+#include "platform/CmTrace.h"
+#include "tests/support/HostTest.h"
+
+// A host forks while its threads are busy inside the library.
+
+namespace {
+
+/// What aChild returns on the thread that forks, in the child; -1 if it doesn't return.
+int InChild(const std::function<int()>& aChild) {
+    const pid_t nChild = ::fork();
+    if (nChild == 0) ::_exit(aChild());
+    int nStatus = 0;
+    const auto aLimit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (::waitpid(nChild, &nStatus, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > aLimit) {
+            ::kill(nChild, SIGKILL);
+            ::waitpid(nChild, &nStatus, 0);
+            return -1;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
+}
+
+/// Lets go of everything that the child has of its parent's host. 0, or which call failed.
+int LetGo() {
+    if (CCmT120Trace::instance()->SetSink({}) != 0) return 1;
+    if (CCmCallerThread::SetWakeUp({}) != 0) return 2;
+    return CCmCallerThread::Detach() == 0 ? 0 : 3;
+}
+
+class Fork : public HostTest {
+ protected:
+    static CRefPtr<ICmEventQueue> HostQueue() {
+        return CCmThreadManager::Instance()->GetThread(3)->GetEventQueue();
+    }
+
+    EventCounts m_counts;
+};
+
+}  // namespace
+
+TEST_F(Fork, AChildLetsGoOfTheHostWhateverOtherThreadsWereDoing) {
+    std::atomic<bool> bEnd{false};
+    const auto flood = [&, pQueue = HostQueue()] {
+        for (unsigned i = 0; !bEnd; ++i) {
+            CM_TRACE_ERROR("line " << i);
+            pQueue->PostEvent(new TestEvent(m_counts), 1);
+        }
+        return 0;
+    };
+    const auto busy = [](unsigned nTurns) {  // so that forks meet calls under way, and gaps
+        for (volatile unsigned i = 0; i < nTurns;) i = i + 1;
+    };
+    std::atomic<unsigned> nCalls{0};
+    CCmT120Trace::instance()->SetSink([&](CmInt32, const char*) { busy(++nCalls % 2 ? 500 : 0); });
+    CCmCallerThread::SetWakeUp([&] { busy(++nCalls % 2 ? 500 : 0); });
+    EventCounts aWork;
+    Worker()->GetEventQueue()->PostEvent(new TestEvent(aWork, flood), 1);
+    std::thread aOther([&] {  // replaces the sink, and so waits for calls
+        while (!bEnd)
+            CCmT120Trace::instance()->SetSink([&](CmInt32, const char*) { busy(++nCalls % 300); });
+    });
+    for (int i = 0; i < 300 && !HasFailure(); ++i) {
+        CCmCallerThread::RunPending();
+        EXPECT_EQ(InChild(LetGo), 0) << "fork " << i;
+    }
+    bEnd = true;
+    aOther.join();
+    Settle();
+    CCmT120Trace::instance()->SetSink({});
+    m_attached.reset();
+    EXPECT_GT(nCalls, 0U);
+}
+
+TEST_F(Fork, AChildTakesNothingFromItsParent) {
+    int nDescriptor = -1;
+    ASSERT_EQ(CCmCallerThread::GetWakeDescriptor(nDescriptor), 0);
+    HostQueue()->PostEvent(new TestEvent(m_counts), 1);
+    EXPECT_EQ(InChild([] {
+                  CmUint32 dwRun = 99;
+                  if (CCmCallerThread::RunPending(&dwRun) != 0 || dwRun != 0) return 10;
+                  return LetGo();
+              }),
+              0)
+        << "what waits is the parent's";
+    pollfd aPoll{nDescriptor, POLLIN, 0};
+    EXPECT_EQ(::poll(&aPoll, 1, 0), 1) << "and its loop still hears of it";
+    std::thread([] {  // the attached thread doesn't exist in the child
+        EXPECT_EQ(InChild([] { return CCmCallerThread::Attach() == 0 ? LetGo() : 11; }), 0);
+    })
+        .join();
+    CmUint32 dwRun = 0;
+    EXPECT_EQ(CCmCallerThread::RunPending(&dwRun), 0);
+    EXPECT_EQ(dwRun, 1U);
+    m_attached.reset();
+}
