@@ -32,7 +32,6 @@ int main(int nArguments, char** lpArguments) {
     for (unsigned i = 0; i < c_nStreams; ++i)
         if (pHandler->OpenWritingFile(std::to_string(i), aHandles[i]) != 0) return 5;
     const CCmString aStreams[c_nStreams] = {StreamOf(0), StreamOf(1), StreamOf(2)};
-    aPromises.bStarted = true;
     for (;;) {
         nRandom = nRandom * 1664525 + 1013904223;
         const unsigned i = (nRandom >> 8) % c_nStreams;
@@ -46,11 +45,16 @@ int main(int nArguments, char** lpArguments) {
         if (nRandom >> 29 == 0) {
             pHandler->FlushData(aHandles[i]);
             aFlushed[i] = aWritten[i];
+            while (nRandom >> 26 == 0 && CCacheFileManager::GetPendingBytes() > 0) ::usleep(10);
         }
         // Asynchronous: what had been flushed when nothing was pending is in its file.
         if (CCacheFileManager::GetPendingBytes() == 0)
-            for (unsigned n = 0; n < c_nStreams; ++n) aPromises.aFlushed[n] = aFlushed[n];
+            for (unsigned n = 0; n < c_nStreams; ++n) {
+                aPromises.aFlushed[n] = aFlushed[n];
+                if (aFlushed[n] > 0) aPromises.bStarted = true;
+            }
         if (bAsync) CCmCallerThread::RunPending();
     }
+    aPromises.bStarted = true;
     for (;;) ::pause();
 }

@@ -20,7 +20,7 @@ inline CCmString StreamOf(unsigned nStream) {
 
 /// Lies in memory that outlives the recorder.
 struct Promises {
-    std::atomic<bool> bStarted{false};
+    std::atomic<bool> bStarted{false};                   ///< something is promised
     std::atomic<std::size_t> aFlushed[c_nStreams] = {};  ///< bytes that are in the file
 };
 static_assert(std::atomic<std::size_t>::is_always_lock_free, "shared between processes");
