@@ -112,7 +112,7 @@ CmInt32 CFileThreadProxy::WriteData(const CCmString& strData, CmUint32 dwOffset)
 
 CmInt32 CFileThreadProxy::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     return PostWrite(dwOffset, [&] {
-        CCmString strData = CBlockStore::Instance().Take(nLength);
+        CCmString strData = CBlockStore::Instance().Take(nLength, 2 * nLength);
         strData.assign(lpData, nLength);
         return strData;
     });
