@@ -12,6 +12,8 @@
 /// Where a path in the system's form takes memory (not on POSIX) and there is none, Open throws and
 /// the others give errno 12.
 ///
+/// A call of the system that a signal interrupts is repeated, except for closing. Nothing else is.
+///
 /// Each call sets errno to 0 first, so that after a failure errno is that call's own, or 0 where
 /// the runtime gave no reason. Numbers: 2 not found, 13 denied, 17 exists, 28 no space left.
 namespace CmFile {

@@ -36,11 +36,22 @@ class CNativePath {
     bool m_bGood = false;
 };
 
+/// Makes a call of the system that gives -1 on failure, again while a signal interrupts it. Network
+/// and user-space file systems let signals interrupt any call. Not for closing: an interrupted
+/// close has closed.
+template <class Call>
+auto Repeated(Call aCall) -> decltype(aCall()) {
+    for (;;) {
+        const auto nResult = aCall();
+        if (nResult != -1 || errno != EINTR) return nResult;
+    }
+}
+
 /// A FIFO would block and a directory can't hold bytes: only what can be read and written like a
 /// file is let through.
 bool IsFileLike(int nFile) {
     struct stat aStatus;
-    if (::fstat(nFile, &aStatus) != 0) return false;
+    if (Repeated([&] { return ::fstat(nFile, &aStatus); }) != 0) return false;
     if (S_ISCHR(aStatus.st_mode)) return ::fcntl(nFile, F_SETFL, 0) == 0;
     if (S_ISREG(aStatus.st_mode)) return true;
     errno = S_ISDIR(aStatus.st_mode) ? EISDIR : EINVAL;
@@ -64,7 +75,8 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
 std::int64_t MoveTo(std::FILE* pStream, std::int64_t nPosition, CmFile::SeekFrom aFrom) {
     static_assert(sizeof(off_t) == 8, "positions are 64 bits wide");
     errno = 0;
-    return ::lseek(::fileno(pStream), nPosition, aFrom == CmFile::From_End ? SEEK_END : SEEK_SET);
+    const int nWhence = aFrom == CmFile::From_End ? SEEK_END : SEEK_SET;
+    return Repeated([&] { return ::lseek(::fileno(pStream), nPosition, nWhence); });
 }
 
 struct tagDone {
@@ -79,7 +91,7 @@ tagDone InParts(std::size_t dwLength, Call aCall) {
     errno = 0;
     tagDone aDone{0, 1};
     while (aDone.dwDone < dwLength) {
-        aDone.nLast = aCall(aDone.dwDone, dwLength - aDone.dwDone);
+        aDone.nLast = Repeated([&] { return aCall(aDone.dwDone, dwLength - aDone.dwDone); });
         if (aDone.nLast <= 0) break;
         aDone.dwDone += static_cast<std::size_t>(aDone.nLast);
     }
@@ -90,7 +102,7 @@ tagDone InParts(std::size_t dwLength, Call aCall) {
 template <class Call>
 int WithPath(const CCmString& strPath, Call aCall) {
     const CNativePath aNative(strPath);
-    return aNative.Get() ? aCall(aNative.Get()) : -1;
+    return aNative.Get() ? Repeated([&] { return aCall(aNative.Get()); }) : -1;
 }
 
 }  // namespace
@@ -108,7 +120,7 @@ std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
     int nFlags = O_CLOEXEC | O_NONBLOCK | (aMode == Open_Read ? O_RDONLY : O_RDWR | O_CREAT);
     if (aMode == Open_Write) nFlags |= O_TRUNC;
     if (aMode == Open_New) nFlags |= O_EXCL;
-    const int nFile = ::open(aNative.Get(), nFlags, 0666);
+    const int nFile = Repeated([&] { return ::open(aNative.Get(), nFlags, 0666); });
     if (nFile < 0) return nullptr;
     std::FILE* const pStream = ToStream(nFile, aMode == Open_Read ? "rb" : "wb+");
     if (!pStream && aMode == Open_New) {
@@ -166,7 +178,7 @@ int Flush(std::FILE* pStream) {
 
 int Sync(std::FILE* pStream) {
     errno = 0;
-    return ::fsync(::fileno(pStream));
+    return Repeated([&] { return ::fsync(::fileno(pStream)); });
 }
 
 std::int64_t Size(std::FILE* pStream) { return MoveTo(pStream, 0, From_End); }

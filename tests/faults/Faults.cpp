@@ -23,6 +23,7 @@ std::atomic<std::chrono::milliseconds> s_aWriteDelay{};
 
 std::atomic<int> s_nCalls{0};
 std::atomic<int> s_nFailures{0};
+std::atomic<bool> s_bOwed{false};  // a part was transferred, and the next call fails
 
 /// Whether this call fails, with errno set then.
 bool Fails(Faults::Call aCall) {
@@ -34,14 +35,21 @@ bool Fails(Faults::Call aCall) {
     return true;
 }
 
-/// Fails a transfer of which a part is done.
-ssize_t FailAfter(ssize_t /*nPart*/) {
+/// Half of a transfer of so many bytes; whole words, which the tests' files are made of.
+std::size_t HalfOf(std::size_t nBytes) { return nBytes / 2 & ~std::size_t{3}; }
+
+/// A transfer as the system fails it: one call reports the part that was done, the next one fails.
+template <class Transfer>
+ssize_t Transferred(Faults::Call aCall, std::size_t nCount, Transfer aTransfer) {
+    const bool bOwed = aCall == s_aCall && s_bOwed.exchange(false);
+    if (!bOwed && !Fails(aCall)) return aTransfer(nCount);
+    if (!bOwed && HalfOf(nCount) > 0) {
+        s_bOwed = true;
+        return aTransfer(HalfOf(nCount));
+    }
     errno = s_nErrno;
     return -1;
 }
-
-/// Half of a transfer of so many bytes; whole words, which the tests' files are made of.
-std::size_t HalfOf(std::size_t nBytes) { return nBytes / 2 & ~std::size_t{3}; }
 
 }  // namespace
 
@@ -61,11 +69,13 @@ void Arm(Call aCall, int nNth, bool bForEver, int nErrno) {
     s_bForEver = bForEver;
     s_nErrno = nErrno;
     s_nCalls = s_nFailures = 0;
+    s_bOwed = false;
     s_nNth = nNth;
 }
 
 int Disarm() {
     s_nNth = c_nNever;
+    s_bOwed = false;
     return s_nFailures;
 }
 
@@ -105,20 +115,20 @@ ssize_t __real_write(int nFile, const void* lp, std::size_t nCount);
 ssize_t __wrap_write(int nFile, const void* lp, std::size_t nCount) {
     if (nCount == 1) return __real_write(nFile, lp, nCount);  // a wake-up through a pipe
     std::this_thread::sleep_for(s_aWriteDelay.load());
-    if (!Fails(Faults::Call_write)) return __real_write(nFile, lp, nCount);
-    return FailAfter(__real_write(nFile, lp, HalfOf(nCount)));
+    return Transferred(Faults::Call_write, nCount,
+                       [&](std::size_t nPart) { return __real_write(nFile, lp, nPart); });
 }
 
 ssize_t __real_read(int nFile, void* lp, std::size_t nCount);
 ssize_t __wrap_read(int nFile, void* lp, std::size_t nCount) {
-    if (!Fails(Faults::Call_read)) return __real_read(nFile, lp, nCount);
-    return FailAfter(__real_read(nFile, lp, HalfOf(nCount)));
+    return Transferred(Faults::Call_read, nCount,
+                       [&](std::size_t nPart) { return __real_read(nFile, lp, nPart); });
 }
 
 ssize_t __real_pread(int nFile, void* lp, std::size_t nCount, off_t nAt);
 ssize_t __wrap_pread(int nFile, void* lp, std::size_t nCount, off_t nAt) {
-    if (!Fails(Faults::Call_pread)) return __real_pread(nFile, lp, nCount, nAt);
-    return FailAfter(__real_pread(nFile, lp, HalfOf(nCount), nAt));
+    return Transferred(Faults::Call_pread, nCount,
+                       [&](std::size_t nPart) { return __real_pread(nFile, lp, nPart, nAt); });
 }
 
 int __real_fflush(std::FILE* p);

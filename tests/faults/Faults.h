@@ -3,7 +3,7 @@
 #include <chrono>
 
 /// Stands between the library and the system: the linker leads these calls here. A write or read
-/// that fails does half of its work first.
+/// that is to fail transfers half of its bytes, and the next one fails.
 namespace Faults {
 
 /// X(function, what it returns when it fails)
