@@ -81,9 +81,9 @@ class CACHEFILE_API CCacheFileManager {
     CmUint32 GetIntervalMs(CmUint32 dwStart) const;
 
     /// How many bytes have been lost in this process after the call that took them had returned 0:
-    /// gathered bytes whose block could not be passed on or written. A failed block counts whole,
-    /// even if a part of it reached the file. It only grows. 0 is what a host wants to see.
-    /// Any thread.
+    /// gathered bytes whose block could not be passed on or written. A failed block counts whole:
+    /// what a failed append has written is cut off again. It only grows. 0 is what a host wants to
+    /// see. Any thread.
     static std::uint64_t GetLostBytes();
 
     /// Adds to the count above; the file layers call it. Any thread.

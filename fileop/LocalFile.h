@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 
 #include "fileop/FileOperation.h"
@@ -9,6 +10,11 @@
 /// Owned by the link above it. No lock: one operation at a time, on whatever thread. Every write
 /// has reached the operating system when it returns. A failure is traced here, in the one place
 /// where the system is called, and returned as a code; the stream stays open.
+///
+/// An append that fails is undone: the file is cut back to the end that it had, unless it is no
+/// regular file or another handle has appended meanwhile, which is traced. A process that is
+/// killed between the write and the cut leaves a part of the append. A positioned write that fails
+/// may leave a part of its bytes.
 class CLocalFile final : public IFileOperation {
  public:
     /// bIsDownloadFile non-zero: the path given to Open is UTF-8 text on every system.
@@ -27,7 +33,8 @@ class CLocalFile final : public IFileOperation {
 
  private:
     CmInt32 OpenStream();
-    CmInt32 SeekForWrite(CmUint32 dwOffset);
+    CmInt32 SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin);
+    void UndoAppend(std::int64_t nBegin);
 
     CCmString m_strFilePath;
     int m_bWrite = 1;

@@ -41,10 +41,8 @@ int Close(std::FILE* pStream) {
     return 0;
 }
 
-int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
-    const std::int64_t nSize = Size(pStream);
-    Of(pStream).qwPosition =
-        static_cast<std::uint64_t>(aFrom == From_End ? nSize + nPosition : nPosition);
+int Seek(std::FILE* pStream, std::int64_t nPosition) {
+    Of(pStream).qwPosition = static_cast<std::uint64_t>(nPosition);
     return 0;
 }
 
@@ -68,7 +66,7 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool&
 
 ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
                std::size_t& dwRead) {
-    Seek(pStream, nPosition, From_Start);
+    Seek(pStream, nPosition);
     bool bEnd = false;
     dwRead = Read(pStream, lpBuffer, dwLength, bEnd);
     if (dwRead == dwLength) return Read_Whole;
@@ -80,6 +78,7 @@ std::int64_t Size(std::FILE* /*pStream*/) {
 }
 
 std::size_t Write(std::FILE*, const void*, std::size_t) { return Refuse(EROFS), 0; }
+int CutBack(std::FILE*, std::int64_t) { return Refuse(EROFS); }
 int Flush(std::FILE*) { return 0; }
 int Sync(std::FILE*) { return 0; }
 bool Exists(const CCmString&) { return true; }

@@ -33,11 +33,15 @@ std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText);
 
 int Close(std::FILE* pStream);
 
-enum SeekFrom { From_Start, From_End };
-int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom);
+int Seek(std::FILE* pStream, std::int64_t nPosition);
 
 /// Returns how many bytes were written. A short count without a reason means no space left (28).
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength);
+
+/// Undoes a write that failed after a part of its bytes: cuts the file back to nSize, where the
+/// write began, if it is a regular file that still ends where the write stopped. Returns 0 after
+/// the cut or if no byte was written, otherwise -1: errno is 0 if the file is not such a file.
+int CutBack(std::FILE* pStream, std::int64_t nSize);
 
 /// Returns how many bytes were read; bEnd tells whether a short count means the end of the file.
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd);
@@ -60,7 +64,7 @@ int Flush(std::FILE* pStream);
 /// Has what was written reach the disk.
 int Sync(std::FILE* pStream);
 
-/// The stream's size in bytes, found by moving to its end; -1 on failure.
+/// Moves to the end of the stream and returns its position, the size in bytes; -1 on failure.
 std::int64_t Size(std::FILE* pStream);
 
 /// Whether there is anything under that name.

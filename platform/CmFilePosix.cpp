@@ -70,12 +70,11 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
     return nullptr;
 }
 
-/// Where the stream stands then, or -1. The streams are without a buffer, so that the system can be
-/// asked past them: they would ask it more than once for a block.
-std::int64_t MoveTo(std::FILE* pStream, std::int64_t nPosition, CmFile::SeekFrom aFrom) {
+/// Returns the new position, or -1. The streams have no buffer, so the system can be called
+/// directly: the stream would call it more than once for each block.
+std::int64_t MoveTo(std::FILE* pStream, std::int64_t nPosition, int nWhence) {
     static_assert(sizeof(off_t) == 8, "positions are 64 bits wide");
     errno = 0;
-    const int nWhence = aFrom == CmFile::From_End ? SEEK_END : SEEK_SET;
     return Repeated([&] { return ::lseek(::fileno(pStream), nPosition, nWhence); });
 }
 
@@ -136,8 +135,8 @@ int Close(std::FILE* pStream) {
     return std::fclose(pStream);
 }
 
-int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
-    return MoveTo(pStream, nPosition, aFrom) < 0 ? -1 : 0;
+int Seek(std::FILE* pStream, std::int64_t nPosition) {
+    return MoveTo(pStream, nPosition, SEEK_SET) < 0 ? -1 : 0;
 }
 
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) {
@@ -149,6 +148,17 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
                        return nPart;
                    })
         .dwDone;
+}
+
+int CutBack(std::FILE* pStream, std::int64_t nSize) {
+    const std::int64_t nStopped = MoveTo(pStream, 0, SEEK_CUR);
+    if (nStopped == nSize) return 0;
+    const int nFile = ::fileno(pStream);
+    struct stat aStatus;
+    if (nStopped < 0 || Repeated([&] { return ::fstat(nFile, &aStatus); }) != 0) return -1;
+    errno = 0;
+    if (!S_ISREG(aStatus.st_mode) || aStatus.st_size != nStopped || nStopped < nSize) return -1;
+    return Repeated([&] { return ::ftruncate(nFile, nSize); });
 }
 
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd) {
@@ -181,7 +191,7 @@ int Sync(std::FILE* pStream) {
     return Repeated([&] { return ::fsync(::fileno(pStream)); });
 }
 
-std::int64_t Size(std::FILE* pStream) { return MoveTo(pStream, 0, From_End); }
+std::int64_t Size(std::FILE* pStream) { return MoveTo(pStream, 0, SEEK_END); }
 
 bool Exists(const CCmString& strPath) {
     return WithPath(strPath, [](const char* lpPath) { return ::access(lpPath, F_OK); }) == 0;

@@ -151,9 +151,9 @@ int Close(std::FILE* pStream) {
     return std::fclose(pStream);
 }
 
-int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
+int Seek(std::FILE* pStream, std::int64_t nPosition) {
     errno = 0;
-    return ::_fseeki64(pStream, nPosition, aFrom == From_End ? SEEK_END : SEEK_SET);
+    return ::_fseeki64(pStream, nPosition, SEEK_SET);
 }
 
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) {
@@ -168,6 +168,19 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
     std::clearerr(pStream);
     errno = nReason;
     return dwWritten;
+}
+
+int CutBack(std::FILE* pStream, std::int64_t nSize) {
+    errno = 0;
+    const int nFile = ::_fileno(pStream);
+    // Asked of the system: a write that the full disk cut off counts fewer bytes than were written.
+    const std::int64_t nStopped = ::_lseeki64(nFile, 0, SEEK_CUR);
+    if (nStopped == nSize) return 0;
+    struct _stat64 aStatus;
+    if (nStopped < 0 || ::_fstat64(nFile, &aStatus) != 0) return -1;
+    const bool bRegular = (aStatus.st_mode & _S_IFMT) == _S_IFREG;
+    if (!bRegular || ::_filelengthi64(nFile) != nStopped || nStopped < nSize) return -1;
+    return ::_chsize_s(nFile, nSize) == 0 ? 0 : -1;
 }
 
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwWanted, bool& bEnd) {
@@ -188,7 +201,7 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwWanted, bool&
 ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
                std::size_t& dwRead) {
     dwRead = 0;
-    if (Seek(pStream, nPosition, From_Start) != 0) return Read_NoSuchPlace;
+    if (Seek(pStream, nPosition) != 0) return Read_NoSuchPlace;
     bool bEnd = false;
     dwRead = Read(pStream, lpBuffer, dwLength, bEnd);
     if (dwRead == dwLength) return Read_Whole;
@@ -206,7 +219,8 @@ int Sync(std::FILE* pStream) {
 }
 
 std::int64_t Size(std::FILE* pStream) {
-    return Seek(pStream, 0, From_End) == 0 ? ::_ftelli64(pStream) : -1;
+    errno = 0;
+    return ::_fseeki64(pStream, 0, SEEK_END) == 0 ? ::_ftelli64(pStream) : -1;
 }
 
 bool Exists(const CCmString& strPath) {

@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -23,6 +24,7 @@ std::atomic<std::chrono::milliseconds> s_aWriteDelay{};
 
 std::atomic<int> s_nCalls{0};
 std::atomic<int> s_nFailures{0};
+std::function<void()> s_beforeFailure;
 std::atomic<bool> s_bOwed{false};  // a part was transferred, and the next call fails
 
 /// Whether this call fails, with errno set then.
@@ -47,7 +49,9 @@ ssize_t Transferred(Faults::Call aCall, std::size_t nCount, Transfer aTransfer) 
         s_bOwed = true;
         return aTransfer(HalfOf(nCount));
     }
-    errno = s_nErrno;
+    const int nErrno = s_nErrno;
+    if (const auto aWork = std::exchange(s_beforeFailure, {})) aWork();
+    errno = nErrno;
     return -1;
 }
 
@@ -79,6 +83,8 @@ int Disarm() {
     return s_nFailures;
 }
 
+void RunBeforeFailure(std::function<void()> aWork) { s_beforeFailure = std::move(aWork); }
+
 void SetWriteDelay(std::chrono::milliseconds aDelay) { s_aWriteDelay = aDelay; }
 
 }  // namespace Faults
@@ -98,6 +104,7 @@ FAULT_WRAP(std::FILE*, fdopen, (int nFile, const char* lpMode), nullptr, (nFile,
 FAULT_WRAP(int, access, (const char* lpPath, int nMode), -1, (lpPath, nMode))
 FAULT_WRAP(int, mkdir, (const char* lpPath, mode_t nMode), -1, (lpPath, nMode))
 FAULT_WRAP(off_t, lseek, (int nFile, off_t nTo, int nFrom), -1, (nFile, nTo, nFrom))
+FAULT_WRAP(int, ftruncate, (int nFile, off_t nSize), -1, (nFile, nSize))
 FAULT_WRAP(int, rename, (const char* lpFrom, const char* lpTo), -1, (lpFrom, lpTo))
 
 int __wrap_fsync(int) { return Fails(Faults::Call_fsync) ? -1 : 0; }  // no test needs the disk

@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <fstream>
 
 #include "tests/faults/Faults.h"
 #include "tests/faults/Session.h"
@@ -138,6 +139,50 @@ TEST_P(Sweep, OfTheRequestsForMemory) {
 
 using Fault = HostModeTest;
 INSTANTIATE_BOTH_MODES(Fault);
+
+TEST_P(Fault, OfAnAppendIsUndoneWhereNobodyElseHasAppended) {
+    constexpr char c_szStays[] = "CLocalFile::WriteData->A part of the append stays, error=";
+    const CCmString strBlock = Pattern(40'000);
+    const CCmString strHalf = strBlock.substr(0, 20'000);
+    Recording aRecording(GetParam(), &m_sink);
+    const struct {
+        const char* lpName;
+        CmUint32 dwOffset;
+        std::function<void()> aMeanwhile;
+        CCmString strFile;
+        std::string strTrace;  // besides the lines of the failed write
+    } aCases[] = {
+        {"undone", c_dwEnd, nullptr, "before", ""},
+        {"positioned", 3, nullptr, "bef" + strHalf, ""},
+        {"other", c_dwEnd, [&] { std::ofstream("kvr2/7/other", std::ios::app) << "other"; },
+         "before" + strHalf + "other", c_szStays + std::string("0 m_hFD=* this=*\n")},
+        {"uncut", c_dwEnd, [] { Faults::Arm(Faults::Call_ftruncate, 1, false, EIO); },
+         "before" + strHalf, c_szStays + std::string("5 m_hFD=* this=*\n")},
+    };
+    for (const auto& aCase : aCases) {
+        SCOPED_TRACE(aCase.lpName);
+        const CmUint32 dwHandle = aRecording.Open(aCase.lpName);
+        EXPECT_EQ(aRecording.Write(dwHandle, "before"), 0);
+        aRecording->FlushData(dwHandle);
+        Settle();
+        Faults::RunBeforeFailure(aCase.aMeanwhile);
+        Faults::Arm(Faults::Call_write, 1, false, ENOSPC);
+        EXPECT_EQ(aRecording.Write(dwHandle, strBlock, aCase.dwOffset),
+                  GetParam() == Sync ? 4003 : 0);
+        Settle();
+        Faults::Disarm();
+        EXPECT_EQ(
+            m_trace.TakeErrors(),
+            "CLocalFile::WriteData->Write data error=28 m_hFD=* this=*\n" + aCase.strTrace +
+                (GetParam() == Sync ? "CWriteFileHandler::WriteData->Write Data error=4003 this=*\n"
+                                    : ""));
+        ExpectFile(Recording::PathOf(aCase.lpName), aCase.strFile);
+        EXPECT_EQ(aRecording.Write(dwHandle, strBlock), 0) << "tried again";
+        EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
+        Settle();
+        ExpectFile(Recording::PathOf(aCase.lpName), aCase.strFile + strBlock);
+    }
+}
 
 TEST_P(Fault, OfAClosingIsTold) {
     Recording aRecording(GetParam(), &m_sink);
