@@ -30,11 +30,6 @@ class CFileThreadProxy final : public IFileOperation {
     CmInt32 Open(const CCmString& strPath, int bWrite) override;
     CmInt32 Close() override;
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
-    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
-    CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset) override;
-
-    /// All of them, unless WriteData would refuse them.
-    std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
     /// Waits for the R/W thread, and so sees everything that was queued before it.
     CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
@@ -45,6 +40,12 @@ class CFileThreadProxy final : public IFileOperation {
 
     /// Does nothing: every write flushes itself.
     void Flush() override {}
+
+    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
+    CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset) override;
+
+    /// All of them, unless WriteData would refuse them.
+    std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
  private:
     friend class COpenCloseEvent;

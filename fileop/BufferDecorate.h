@@ -25,9 +25,6 @@ class CBufferDecorate final : public IFileOperation {
     /// on in one append, whose result this call returns. At another offset what is gathered goes
     /// first (its failure is traced and counted, not returned), then strData.
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
-    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
-
-    std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
     /// Reads of either kind go straight down and don't see what is still gathered.
     CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
@@ -36,6 +33,8 @@ class CBufferDecorate final : public IFileOperation {
 
     const CCmString& GetFileName() override;
     void Flush() override;
+    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
+    std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
  private:
     CmInt32 Append(const char* lpData, std::size_t nLength);
