@@ -44,11 +44,12 @@ CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned
     IFileOperation* pFile = nullptr;
     CmInt32 lResult = FindFile("WriteData", " DataLen=", aDataInfo, pFile);
     if (lResult != CACHE_OK) return lResult;
-    CM_CHECK(lpData, "lpData", CACHE_ERR_INVALID_ARG);
+    CM_CHECK(lpData || dwLength == 0, "lpData", CACHE_ERR_INVALID_ARG);
     lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
     if (lResult != CACHE_OK) return lResult;
     CaptureHeader(aDataInfo, lpData, dwLength, dwOffset);
-    return pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
+    const char* const lpBytes = lpData ? reinterpret_cast<const char*>(lpData) : "";
+    return pFile->WriteBytes(lpBytes, dwLength, dwOffset);
 }
 
 /// Takes time stamp and version from a block that begins a file. A block too short to hold them

@@ -75,6 +75,13 @@ TEST_P(Play, RecordFilesRefuseWithCodesAndLines) {
                   "CPlayFileHandler::SyncReadData->Read data error4009 this=*\n");
     ExpectFile("kvr2/7/a", "there");
 
+    EXPECT_EQ(aPlayer.OpenFile("empty", {1, 1, 2, 0}, 1), 0);
+    for (const CmUint32 dwOffset : {CmUint32{0}, c_dwEnd})
+        EXPECT_EQ(aPlayer->WriteData({1, 2, 0, 1}, nullptr, 0, dwOffset), 0);
+    Settle();
+    ExpectFile("kvr2/7/empty", "");
+    EXPECT_EQ(m_trace.TakeErrors(), "");
+
     m_sink.Take();
     EXPECT_EQ(aPlayer->CloseAllRecordFiles(), 0);
     EXPECT_EQ(aPlayer.Read(aInfo, 0, 1), bAsync ? 0 : 4007);
