@@ -30,8 +30,9 @@ CmInt32 CLocalFile::Open(const CCmString& strPath, int bWrite) try {
 }
 
 CmInt32 CLocalFile::OpenStream() {
-    m_hFD = CmFile::Open(m_strFilePath, m_bWrite ? CmFile::Open_Write : CmFile::Open_Read,
-                         m_bIsDownloadFile ? CmFile::Path_Utf8 : CmFile::Path_Local);
+    const CmFile::PathText aText = m_bIsDownloadFile ? CmFile::Path_Utf8 : CmFile::Path_Local;
+    if (!CmFile::CanConvert(m_strFilePath, aText)) return CACHE_ERR_FAILED;
+    m_hFD = CmFile::Open(m_strFilePath, m_bWrite ? CmFile::Open_Write : CmFile::Open_Read, aText);
     if (m_hFD) return CACHE_OK;
     const int nErrno = errno;
     if (m_bWrite)

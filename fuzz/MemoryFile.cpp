@@ -35,6 +35,8 @@ std::FILE* Open(const CCmString& /*strPath*/, OpenMode aMode, PathText /*aText*/
     return reinterpret_cast<std::FILE*>(new tagOpening);
 }
 
+bool CanConvert(const CCmString&, PathText) { return true; }
+
 int Close(std::FILE* pStream) {
     --MemoryFile::Instance().nOpen;
     delete &Of(pStream);

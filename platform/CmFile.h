@@ -25,9 +25,13 @@ enum OpenMode {
 };
 enum PathText { Path_Local, Path_Utf8 };  // the system's own encoding; UTF-8 everywhere
 
+/// Whether the path can be given to the system. An empty UTF-8 path cannot on any system, invalid
+/// UTF-8 cannot where the system has wide characters; everything else can.
+bool CanConvert(const CCmString& strPath, PathText aText);
+
 /// Opens an unbuffered stream without newline translation that child processes don't inherit.
 /// Only regular files and character devices are opened. Null with errno on failure.
-/// A Path_Utf8 that can't be converted or is empty gives null with errno 22 (invalid argument).
+/// A path that CanConvert refuses gives null with errno 22 (invalid argument).
 /// May throw std::bad_alloc.
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText);
 
@@ -50,7 +54,7 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool&
 enum ReadEnd {
     Read_Whole,        // with all that was wanted
     Read_AtEnd,        // at the end of the file, with less
-    Read_NoSuchPlace,  // before it began: the stream has no such position
+    Read_NoSuchPlace,  // before it began: there is no such position, or no such stream
     Read_Failed,       // before all was there
 };
 

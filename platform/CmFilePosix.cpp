@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <new>
 
 #include "platform/CmFile.h"
 
@@ -108,8 +109,12 @@ int WithPath(const CCmString& strPath, Call aCall) {
 
 namespace CmFile {
 
+bool CanConvert(const CCmString& strPath, PathText aText) {
+    return aText == Path_Local || !strPath.empty();
+}
+
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
-    if (aText == Path_Utf8 && strPath.empty()) {
+    if (!CanConvert(strPath, aText)) {
         errno = EINVAL;
         return nullptr;
     }
@@ -178,7 +183,8 @@ ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::
     dwRead = aDone.dwDone;
     if (aDone.nLast > 0) return Read_Whole;
     if (aDone.nLast == 0) return Read_AtEnd;
-    return errno == ESPIPE ? Read_NoSuchPlace : Read_Failed;
+    const bool bNoPlace = errno == EBADF || errno == EINVAL || errno == ESPIPE;
+    return bNoPlace && dwRead == 0 ? Read_NoSuchPlace : Read_Failed;
 }
 
 int Flush(std::FILE* pStream) {

@@ -28,17 +28,22 @@ bool IsWhole(const CCmString& strPath) {
     return false;
 }
 
+/// How many of the system's own characters a UTF-8 path has; 0 if it is not UTF-8 or is empty.
+int WideLength(const CCmString& strPath) {
+    if (strPath.empty() || strPath.size() > INT_MAX) return 0;
+    return ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, strPath.data(),
+                                 static_cast<int>(strPath.size()), nullptr, 0);
+}
+
 /// The path in the system's own characters; empty, with errno 22, if it isn't UTF-8 or is empty.
 std::wstring WidePath(const CCmString& strPath) {
     errno = EINVAL;  // for all that follows
-    if (strPath.empty() || strPath.size() > INT_MAX || !IsWhole(strPath)) return {};
+    const int nWide = WideLength(strPath);
+    if (nWide == 0 || !IsWhole(strPath)) return {};
     const int nLength = static_cast<int>(strPath.size());
-    const int nWide =
-        ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, strPath.data(), nLength, nullptr, 0);
     std::wstring strWide(static_cast<std::size_t>(nWide), L'\0');
-    if (nWide > 0)
-        ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, strPath.data(), nLength, &strWide[0],
-                              nWide);
+    ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, strPath.data(), nLength, &strWide[0],
+                          nWide);
     return strWide;
 }
 
@@ -125,6 +130,10 @@ int WithWidePath(const CCmString& strPath, Call aCall) try {
 }  // namespace
 
 namespace CmFile {
+
+bool CanConvert(const CCmString& strPath, PathText aText) {
+    return aText == Path_Local || WideLength(strPath) > 0;
+}
 
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
     int nFlags = _O_BINARY | _O_NOINHERIT | (aMode == Open_Read ? _O_RDONLY : _O_RDWR | _O_CREAT);

@@ -1,5 +1,6 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -112,10 +113,19 @@ TEST(SpecialFile, AReadOrSeekThatFailsIsTraced) {
     EXPECT_EQ(pUnseekable->ReadData(aBuffer, 4294967295, dwLength), 4006);
     EXPECT_EQ(pUnseekable->WriteData("x", 1), 4006);
     EXPECT_EQ(pUnseekable->WriteData("x", c_dwEnd), 4006);
+    const CRefPtr<IFileOperation> pClosed = pFactory->CreateLocalFile(0);
+    const int nFile = ::dup(0);
+    ::close(nFile);  // the next file that is opened gets this number
+    ASSERT_EQ(pClosed->Open("\\dev\\null", 0), 0);
+    ::close(nFile);
+    EXPECT_EQ(pClosed->ReadData(aBuffer, 7, dwLength), 4006);
+    EXPECT_EQ(pClosed->Close(), 4006);
     EXPECT_EQ(dwLength, 5U);
     EXPECT_EQ(aTrace.TakeErrors(),
               "CLocalFile::ReadData->Read data error=5 dwLength=5 aSize=0 this=*\n"
               "CLocalFile::ReadData->Seek fileoffset error=29 dwOffset=4294967295 this=*\n"
               "CLocalFile::WriteData->Seek fileoffset error=29 dwOffset=1 this=*\n"
-              "CNFSFile::WriteData->Seek to file end error=29 this=*\n");
+              "CNFSFile::WriteData->Seek to file end error=29 this=*\n"
+              "CLocalFile::ReadData->Seek fileoffset error=9 dwOffset=7 this=*\n"
+              "CLocalFile::Close->Close File error=9 m_hFD=* this=*\n");
 }

@@ -131,9 +131,10 @@ TEST_P(Play, ContainersRefuseWithCodesAndLines) {
 TEST_P(Play, ContainersThatCannotBeOpened) {
     const struct {
         const char* lpPath;
-        const char* lpErrno;
+        const char* lpLine;  // of the file itself
         CmInt32 lResult;
-    } aCases[] = {{".\\missing", "2", 4001}, {"", "22", 4006}};
+    } aCases[] = {{".\\missing", "CLocalFile::Open->Open reading only File Error=2 this=*\n", 4001},
+                  {"", "", 4006}};
     for (const auto& aCase : aCases) {
         const std::string strPath(aCase.lpPath), strCode = std::to_string(aCase.lResult);
         Player aPlayer(GetParam(), &m_sink);
@@ -143,8 +144,7 @@ TEST_P(Play, ContainersThatCannotBeOpened) {
         Settle();
         EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open " + strCode : "");
         EXPECT_EQ(aPlayer->GetFileStatus(c_aLocal), GetParam() == Async ? aCase.lResult : 0);
-        const std::string strFile = CCmString("CLocalFile::Open->Open reading only File Error=") +
-                                    aCase.lpErrno + " this=*\n";
+        const std::string strFile = aCase.lpLine;
         EXPECT_EQ(m_trace.TakeErrors(),
                   GetParam() == Async
                       ? strFile + "COpenCloseEvent::OnEventFire->Open File error:" + strPath +
