@@ -89,5 +89,6 @@ int RemoveFile(const CCmString&) { return Refuse(EROFS); }
 int RemoveEmptyDirectory(const CCmString&) { return Refuse(EROFS); }
 int RenameOver(const CCmString&, const CCmString&) { return Refuse(EROFS); }
 int RemoveUtf8File(const CCmString&) { return Refuse(EROFS); }
+int SyncDirectoryOf(const CCmString&) { return Refuse(EROFS); }
 
 }  // namespace CmFile

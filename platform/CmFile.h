@@ -81,4 +81,9 @@ int RemoveEmptyDirectory(const CCmString& strPath);
 int RenameOver(const CCmString& strFrom, const CCmString& strTo);
 int RemoveUtf8File(const CCmString& strPath);
 
+/// Has the names in the directory of the file strPath (UTF-8) reach the disk, so that a file
+/// created or renamed there keeps its name when the machine stops. Directories that cannot be
+/// synced by their kind, and all those of systems without that call, count as done.
+int SyncDirectoryOf(const CCmString& strPath);
+
 }  // namespace CmFile

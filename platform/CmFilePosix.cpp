@@ -224,4 +224,23 @@ int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
 
 int RemoveUtf8File(const CCmString& strPath) { return RemoveFile(strPath); }
 
+int SyncDirectoryOf(const CCmString& strPath) try {
+    const std::size_t nSeparator = strPath.find_last_of("\\/");
+    const CCmString strDirectory =
+        nSeparator == CCmString::npos ? "." : strPath.substr(0, nSeparator + 1);
+    const int nFile = WithPath(strDirectory, [](const char* lpPath) {
+        return ::open(lpPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    });
+    if (nFile < 0) return -1;
+    int nResult = Repeated([&] { return ::fsync(nFile); });
+    const int nReason = errno;
+    if (nReason == EINVAL || nReason == ENOTSUP) nResult = 0;
+    ::close(nFile);
+    errno = nReason;
+    return nResult;
+} catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return -1;
+}
+
 }  // namespace CmFile

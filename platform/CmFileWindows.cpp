@@ -254,4 +254,6 @@ int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
 
 int RemoveUtf8File(const CCmString& strPath) { return WithWidePath(strPath, ::_wunlink); }
 
+int SyncDirectoryOf(const CCmString& /*strPath*/) { return 0; }
+
 }  // namespace CmFile

@@ -140,6 +140,25 @@ TEST_P(Sweep, OfTheRequestsForMemory) {
 using Fault = HostModeTest;
 INSTANTIATE_BOTH_MODES(Fault);
 
+TEST(PackFault, OfSyncingTheDirectoryIsReturnedAndTheFileKeepsItsName) {
+    const TestDir aDir;
+    const struct {
+        int nErrno;
+        CmInt32 lResult;
+    } aCases[] = {{EIO, 4006}, {ENOSPC, 4003}, {EINVAL, 0}, {ENOTSUP, 0}};
+    for (const auto& aCase : aCases) {
+        CContainerWriter aWriter;
+        const unsigned char aBytes[] = {1, 2, 3};
+        EXPECT_EQ(aWriter.AddStream({3, 2, 1003, 0}, aBytes, 3), 0);
+        Faults::Arm(Faults::Call_fsync, 2, false, aCase.nErrno);
+        EXPECT_EQ(aWriter.Write(".\\c"), aCase.lResult) << aCase.nErrno;
+        EXPECT_EQ(Faults::Disarm(), 1);
+        EXPECT_EQ(std::filesystem::file_size("c"), 24U + 32 + 3);
+        EXPECT_FALSE(Exists("c.partial"));
+        std::filesystem::remove("c");
+    }
+}
+
 TEST_P(Fault, OfAnAppendIsUndoneWhereNobodyElseHasAppended) {
     constexpr char c_szStays[] = "CLocalFile::WriteData->A part of the append stays, error=";
     const CCmString strBlock = Pattern(40'000);
