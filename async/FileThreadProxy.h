@@ -27,6 +27,8 @@ class CFileThreadProxy final : public IFileOperation {
                      IFileOpStatus* pReceive, CCacheFileManager::LinkType aLinkType);
     ~CFileThreadProxy() override;
 
+    /// A relative path begins in the directory that is current in this call, whatever it is when
+    /// the file is opened. If the system does not give that, Op_Open reports why.
     CmInt32 Open(const CCmString& strPath, int bWrite) override;
     CmInt32 Close() override;
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
@@ -53,7 +55,7 @@ class CFileThreadProxy final : public IFileOperation {
     friend class CSyncReadEvent;
     friend class CWriteEvent;
 
-    CmInt32 Open_i(const CCmString& strPath, int bWrite);
+    CmInt32 Open_i(const CCmString& strPath, int bWrite, const CmPlace& aPlace);
     CmInt32 Close_i();
     CmInt32 WriteData_i(const CCmString& strData, CmUint32 dwOffset);
     CmInt32 ReadData_i(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,

@@ -2,6 +2,7 @@
 
 #include "core/CacheFileManager.h"
 #include "core/DataInfo.h"
+#include "platform/CmPlace.h"
 #include "platform/CmReference.h"
 #include "platform/CmResult.h"
 
@@ -41,6 +42,10 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     virtual void Flush() = 0;
 
     // The operations up to here keep their order; additions follow them.
+
+    /// Open with the directory where a relative path begins. A link that carries an open out later
+    /// takes the place in its own Open; others just open.
+    virtual CmInt32 OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace);
 
     /// WriteData of bytes in any memory, so that a link which copies them copies them once.
     virtual CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset);

@@ -16,23 +16,28 @@ CLocalFile::CLocalFile(int bIsDownloadFile) : m_bIsDownloadFile(bIsDownloadFile)
 
 CLocalFile::~CLocalFile() { CLocalFile::Close(); }
 
-CmInt32 CLocalFile::Open(const CCmString& strPath, int bWrite) try {
+CmInt32 CLocalFile::Open(const CCmString& strPath, int bWrite) {
+    return CLocalFile::OpenAt(strPath, bWrite, {});
+}
+
+CmInt32 CLocalFile::OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace) try {
     Close();  // nothing, unless somebody opens twice
     m_bWrite = bWrite;
     m_strFilePath = strPath;
     if (m_bWrite) {
-        const CmInt32 lResult = CFilePathBuilder::BuildPath(m_strFilePath);
+        const CmInt32 lResult = CFilePathBuilder::BuildPath(m_strFilePath, aPlace);
         if (lResult != CACHE_OK) return lResult;
     }
-    return OpenStream();
+    return OpenStream(aPlace);
 } catch (const std::bad_alloc&) {
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 
-CmInt32 CLocalFile::OpenStream() {
+CmInt32 CLocalFile::OpenStream(const CmPlace& aPlace) {
     const CmFile::PathText aText = m_bIsDownloadFile ? CmFile::Path_Utf8 : CmFile::Path_Local;
     if (!CmFile::CanConvert(m_strFilePath, aText)) return CACHE_ERR_FAILED;
-    m_hFD = CmFile::Open(m_strFilePath, m_bWrite ? CmFile::Open_Write : CmFile::Open_Read, aText);
+    m_hFD = CmFile::Open(m_strFilePath, m_bWrite ? CmFile::Open_Write : CmFile::Open_Read, aText,
+                         aPlace);
     if (m_hFD) return CACHE_OK;
     const int nErrno = errno;
     if (m_bWrite)

@@ -29,10 +29,11 @@ class CLocalFile final : public IFileOperation {
                           CmUint32& dwLength) override;
     const CCmString& GetFileName() override { return m_strFilePath; }
     void Flush() override;
+    CmInt32 OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace) override;
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
 
  private:
-    CmInt32 OpenStream();
+    CmInt32 OpenStream(const CmPlace& aPlace);
     CmInt32 SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin);
     void UndoAppend(std::int64_t nBegin);
 

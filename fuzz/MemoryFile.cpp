@@ -29,7 +29,8 @@ MemoryFile& MemoryFile::Instance() {
 
 namespace CmFile {
 
-std::FILE* Open(const CCmString& /*strPath*/, OpenMode aMode, PathText /*aText*/) {
+std::FILE* Open(const CCmString& /*strPath*/, OpenMode aMode, PathText /*aText*/,
+                const CmPlace& /*aPlace*/) {
     if (aMode != Open_Read) return Refuse(EROFS), nullptr;
     ++MemoryFile::Instance().nOpen;
     return reinterpret_cast<std::FILE*>(new tagOpening);
@@ -83,8 +84,8 @@ std::size_t Write(std::FILE*, const void*, std::size_t) { return Refuse(EROFS), 
 int CutBack(std::FILE*, std::int64_t) { return Refuse(EROFS); }
 int Flush(std::FILE*) { return 0; }
 int Sync(std::FILE*) { return 0; }
-bool Exists(const CCmString&) { return true; }
-int MakeDirectory(const CCmString&) { return Refuse(EROFS); }
+bool Exists(const CCmString&, const CmPlace&) { return true; }
+int MakeDirectory(const CCmString&, const CmPlace&) { return Refuse(EROFS); }
 int RemoveFile(const CCmString&) { return Refuse(EROFS); }
 int RemoveEmptyDirectory(const CCmString&) { return Refuse(EROFS); }
 int RenameOver(const CCmString&, const CCmString&) { return Refuse(EROFS); }

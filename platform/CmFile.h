@@ -3,11 +3,14 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "platform/CmPlace.h"
 #include "platform/CmTypes.h"
 
 /// The file system as this library uses it: one place for the differences between systems. Every
 /// path of the library passes through here. Paths are in the library's form, with the backslash
 /// as the separator; systems whose own separator is the slash get it here and nowhere else.
+///
+/// A relative path begins in the current directory, or in the place that is given.
 ///
 /// Where a path in the system's form takes memory (not on POSIX) and there is none, Open throws and
 /// the others give errno 12.
@@ -33,7 +36,8 @@ bool CanConvert(const CCmString& strPath, PathText aText);
 /// Only regular files and character devices are opened. Null with errno on failure.
 /// A path that CanConvert refuses gives null with errno 22 (invalid argument).
 /// May throw std::bad_alloc.
-std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText);
+std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText,
+                const CmPlace& aPlace = {});
 
 int Close(std::FILE* pStream);
 
@@ -72,8 +76,8 @@ int Sync(std::FILE* pStream);
 std::int64_t Size(std::FILE* pStream);
 
 /// Whether there is anything under that name.
-bool Exists(const CCmString& strPath);
-int MakeDirectory(const CCmString& strPath);
+bool Exists(const CCmString& strPath, const CmPlace& aPlace = {});
+int MakeDirectory(const CCmString& strPath, const CmPlace& aPlace = {});
 int RemoveFile(const CCmString& strPath);
 int RemoveEmptyDirectory(const CCmString& strPath);
 

@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <new>
 
 #include "platform/CmFile.h"
+#include "platform/CmFilePosix.h"
 
 namespace {
 
@@ -36,17 +38,6 @@ class CNativePath {
     char m_aText[PATH_MAX];
     bool m_bGood = false;
 };
-
-/// Makes a call of the system that gives -1 on failure, again while a signal interrupts it. Network
-/// and user-space file systems let signals interrupt any call. Not for closing: an interrupted
-/// close has closed.
-template <class Call>
-auto Repeated(Call aCall) -> decltype(aCall()) {
-    for (;;) {
-        const auto nResult = aCall();
-        if (nResult != -1 || errno != EINTR) return nResult;
-    }
-}
 
 /// A FIFO would block and a directory can't hold bytes: only what can be read and written like a
 /// file is let through.
@@ -105,6 +96,21 @@ int WithPath(const CCmString& strPath, Call aCall) {
     return aNative.Get() ? Repeated([&] { return aCall(aNative.Get()); }) : -1;
 }
 
+/// The same for a call that also takes the directory where the path begins.
+template <class Call>
+int WithPlace(const CmPlace& aPlace, const CCmString& strPath, Call aCall) {
+    const int nDirectory = aPlace.Directory() ? aPlace.Directory()->nFile : AT_FDCWD;
+    return WithPath(strPath, [&](const char* lpPath) {
+        errno = aPlace.Error();
+        return errno == 0 ? aCall(nDirectory, lpPath) : -1;
+    });
+}
+
+/// Without O_NONBLOCK the open of a FIFO waits for its other end.
+int OpenFile(int nDirectory, const char* lpPath, int nFlags) {
+    return Repeated([&] { return ::openat(nDirectory, lpPath, nFlags | O_NONBLOCK, 0666); });
+}
+
 }  // namespace
 
 namespace CmFile {
@@ -113,23 +119,24 @@ bool CanConvert(const CCmString& strPath, PathText aText) {
     return aText == Path_Local || !strPath.empty();
 }
 
-std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
+std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText, const CmPlace& aPlace) {
     if (!CanConvert(strPath, aText)) {
         errno = EINVAL;
         return nullptr;
     }
-    const CNativePath aNative(strPath);
-    if (!aNative.Get()) return nullptr;
-    // Without O_NONBLOCK the open of a FIFO waits for its other end.
-    int nFlags = O_CLOEXEC | O_NONBLOCK | (aMode == Open_Read ? O_RDONLY : O_RDWR | O_CREAT);
+    int nFlags = O_CLOEXEC | (aMode == Open_Read ? O_RDONLY : O_RDWR | O_CREAT);
     if (aMode == Open_Write) nFlags |= O_TRUNC;
     if (aMode == Open_New) nFlags |= O_EXCL;
-    const int nFile = Repeated([&] { return ::open(aNative.Get(), nFlags, 0666); });
+    const int nFile = WithPlace(aPlace, strPath, [&](int nDirectory, const char* lpPath) {
+        return OpenFile(nDirectory, lpPath, nFlags);
+    });
     if (nFile < 0) return nullptr;
     std::FILE* const pStream = ToStream(nFile, aMode == Open_Read ? "rb" : "wb+");
     if (!pStream && aMode == Open_New) {
         const int nReason = errno;
-        ::unlink(aNative.Get());
+        WithPlace(aPlace, strPath, [](int nDirectory, const char* lpPath) {
+            return ::unlinkat(nDirectory, lpPath, 0);
+        });
         errno = nReason;
     }
     return pStream;
@@ -199,12 +206,16 @@ int Sync(std::FILE* pStream) {
 
 std::int64_t Size(std::FILE* pStream) { return MoveTo(pStream, 0, SEEK_END); }
 
-bool Exists(const CCmString& strPath) {
-    return WithPath(strPath, [](const char* lpPath) { return ::access(lpPath, F_OK); }) == 0;
+bool Exists(const CCmString& strPath, const CmPlace& aPlace) {
+    return WithPlace(aPlace, strPath, [](int nDirectory, const char* lpPath) {
+               return ::faccessat(nDirectory, lpPath, F_OK, 0);
+           }) == 0;
 }
 
-int MakeDirectory(const CCmString& strPath) {
-    return WithPath(strPath, [](const char* lpPath) { return ::mkdir(lpPath, 0777); });
+int MakeDirectory(const CCmString& strPath, const CmPlace& aPlace) {
+    return WithPlace(aPlace, strPath, [](int nDirectory, const char* lpPath) {
+        return ::mkdirat(nDirectory, lpPath, 0777);
+    });
 }
 
 int RemoveFile(const CCmString& strPath) {
@@ -229,7 +240,7 @@ int SyncDirectoryOf(const CCmString& strPath) try {
     const CCmString strDirectory =
         nSeparator == CCmString::npos ? "." : strPath.substr(0, nSeparator + 1);
     const int nFile = WithPath(strDirectory, [](const char* lpPath) {
-        return ::open(lpPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        return ::openat(AT_FDCWD, lpPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     });
     if (nFile < 0) return -1;
     int nResult = Repeated([&] { return ::fsync(nFile); });

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "platform/CmFile.h"
+#include "platform/CmFileWindows.h"
 
 namespace {
 
@@ -28,42 +29,22 @@ bool IsWhole(const CCmString& strPath) {
     return false;
 }
 
-/// How many of the system's own characters a UTF-8 path has; 0 if it is not UTF-8 or is empty.
-int WideLength(const CCmString& strPath) {
-    if (strPath.empty() || strPath.size() > INT_MAX) return 0;
-    return ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, strPath.data(),
-                                 static_cast<int>(strPath.size()), nullptr, 0);
+/// Text in the system's own characters; empty if it is empty or cannot be converted.
+std::wstring ToWide(UINT nCodePage, DWORD dwFlags, const CCmString& strText) {
+    if (strText.empty() || strText.size() > INT_MAX) return {};
+    const int nLength = static_cast<int>(strText.size());
+    const int nWide =
+        ::MultiByteToWideChar(nCodePage, dwFlags, strText.data(), nLength, nullptr, 0);
+    std::wstring strWide(static_cast<std::size_t>(nWide), L'\0');
+    if (nWide > 0)
+        ::MultiByteToWideChar(nCodePage, dwFlags, strText.data(), nLength, &strWide[0], nWide);
+    return strWide;
 }
 
 /// The path in the system's own characters; empty, with errno 22, if it isn't UTF-8 or is empty.
 std::wstring WidePath(const CCmString& strPath) {
     errno = EINVAL;  // for all that follows
-    const int nWide = WideLength(strPath);
-    if (nWide == 0 || !IsWhole(strPath)) return {};
-    const int nLength = static_cast<int>(strPath.size());
-    std::wstring strWide(static_cast<std::size_t>(nWide), L'\0');
-    ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, strPath.data(), nLength, &strWide[0],
-                          nWide);
-    return strWide;
-}
-
-/// An errno for the failure of a call that doesn't set one, as the runtime would.
-int ErrnoFromSystem() {
-    switch (::GetLastError()) {
-        case ERROR_FILE_NOT_FOUND:
-        case ERROR_PATH_NOT_FOUND:
-            return ENOENT;
-        case ERROR_ACCESS_DENIED:
-        case ERROR_LOCK_VIOLATION:
-        case ERROR_SHARING_VIOLATION:
-        case ERROR_WRITE_PROTECT:
-            return EACCES;
-        case ERROR_DISK_FULL:
-        case ERROR_HANDLE_DISK_FULL:
-            return ENOSPC;
-        default:
-            return EIO;
-    }
+    return IsWhole(strPath) ? ToWide(CP_UTF8, MB_ERR_INVALID_CHARS, strPath) : std::wstring();
 }
 
 bool IsFileLike(int nFile) {
@@ -127,29 +108,81 @@ int WithWidePath(const CCmString& strPath, Call aCall) try {
     return -1;
 }
 
+/// A path that begins in a directory that is held, in the system's own characters; empty, with
+/// errno, if that fails. Text in the system's encoding is converted as its own calls do.
+std::wstring PlacedPath(const CmPlace::tagDirectory& aDirectory, const CCmString& strPath,
+                        CmFile::PathText aText) {
+    errno = EINVAL;
+    if (!IsWhole(strPath) || strPath.size() > INT_MAX) return {};
+    const UINT nLocal = ::AreFileApisANSI() ? CP_ACP : CP_OEMCP;
+    const std::wstring strWide =
+        aText == CmFile::Path_Utf8 ? WidePath(strPath) : ToWide(nLocal, 0, strPath);
+    if (strWide.size() < aDirectory.nReplaced) return {};
+    return aDirectory.strBase + strWide.substr(aDirectory.nReplaced);
+}
+
+/// Makes a call that takes a path in the system's encoding, or the same one with wide characters
+/// where the path begins in a directory that is held. Both give -1 on failure.
+template <class Call, class WideCall>
+int WithPlace(const CmPlace& aPlace, const CCmString& strPath, Call aCall, WideCall aWide) try {
+    errno = aPlace.Error();
+    if (errno != 0) return -1;
+    if (!aPlace.Directory()) return WithPath(strPath, aCall);
+    const std::wstring strWide = PlacedPath(*aPlace.Directory(), strPath, CmFile::Path_Local);
+    if (strWide.empty()) return -1;
+    errno = 0;
+    return aWide(strWide.c_str());
+} catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return -1;
+}
+
 }  // namespace
+
+int ErrnoFromSystem() {
+    switch (::GetLastError()) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+            return ENOENT;
+        case ERROR_ACCESS_DENIED:
+        case ERROR_LOCK_VIOLATION:
+        case ERROR_SHARING_VIOLATION:
+        case ERROR_WRITE_PROTECT:
+            return EACCES;
+        case ERROR_DISK_FULL:
+        case ERROR_HANDLE_DISK_FULL:
+            return ENOSPC;
+        default:
+            return EIO;
+    }
+}
 
 namespace CmFile {
 
 bool CanConvert(const CCmString& strPath, PathText aText) {
-    return aText == Path_Local || WideLength(strPath) > 0;
+    return aText == Path_Local || !ToWide(CP_UTF8, MB_ERR_INVALID_CHARS, strPath).empty();
 }
 
-std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
+std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText, const CmPlace& aPlace) {
     int nFlags = _O_BINARY | _O_NOINHERIT | (aMode == Open_Read ? _O_RDONLY : _O_RDWR | _O_CREAT);
     if (aMode == Open_Write) nFlags |= _O_TRUNC;
     if (aMode == Open_New) nFlags |= _O_EXCL;
     const int nAccess = _S_IREAD | _S_IWRITE;
-    const std::wstring strWide = aText == Path_Utf8 ? WidePath(strPath) : std::wstring();
-    if (aText == Path_Utf8 ? strWide.empty() : !IsWhole(strPath)) return nullptr;
+    errno = aPlace.Error();
+    if (errno != 0) return nullptr;
+    const bool bWide = aText == Path_Utf8 || aPlace.Directory();
+    const std::wstring strWide = aPlace.Directory()
+                                     ? PlacedPath(*aPlace.Directory(), strPath, aText)
+                                     : (bWide ? WidePath(strPath) : std::wstring());
+    if (bWide ? strWide.empty() : !IsWhole(strPath)) return nullptr;
     errno = 0;
-    const int nFile = aText == Path_Utf8 ? ::_wopen(strWide.c_str(), nFlags, nAccess)
-                                         : ::_open(strPath.c_str(), nFlags, nAccess);
+    const int nFile = bWide ? ::_wopen(strWide.c_str(), nFlags, nAccess)
+                            : ::_open(strPath.c_str(), nFlags, nAccess);
     if (nFile < 0) return nullptr;
     std::FILE* const pStream = ToStream(nFile, aMode == Open_Read ? "rb" : "wb+");
     if (!pStream && aMode == Open_New) {
         const int nReason = errno;
-        aText == Path_Utf8 ? ::_wunlink(strWide.c_str()) : ::_unlink(strPath.c_str());
+        bWide ? ::_wunlink(strWide.c_str()) : ::_unlink(strPath.c_str());
         errno = nReason;
     }
     return pStream;
@@ -232,11 +265,15 @@ std::int64_t Size(std::FILE* pStream) {
     return ::_fseeki64(pStream, 0, SEEK_END) == 0 ? ::_ftelli64(pStream) : -1;
 }
 
-bool Exists(const CCmString& strPath) {
-    return WithPath(strPath, [](const char* lpPath) { return ::_access(lpPath, 0); }) == 0;
+bool Exists(const CCmString& strPath, const CmPlace& aPlace) {
+    return WithPlace(
+               aPlace, strPath, [](const char* lpPath) { return ::_access(lpPath, 0); },
+               [](const wchar_t* lpPath) { return ::_waccess(lpPath, 0); }) == 0;
 }
 
-int MakeDirectory(const CCmString& strPath) { return WithPath(strPath, ::_mkdir); }
+int MakeDirectory(const CCmString& strPath, const CmPlace& aPlace) {
+    return WithPlace(aPlace, strPath, ::_mkdir, ::_wmkdir);
+}
 
 int RemoveFile(const CCmString& strPath) { return WithPath(strPath, ::_unlink); }
 

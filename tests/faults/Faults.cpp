@@ -101,21 +101,23 @@ extern "C" {
 
 FAULT_WRAP(int, fstat, (int nFile, struct stat* p), -1, (nFile, p))
 FAULT_WRAP(std::FILE*, fdopen, (int nFile, const char* lpMode), nullptr, (nFile, lpMode))
-FAULT_WRAP(int, access, (const char* lpPath, int nMode), -1, (lpPath, nMode))
-FAULT_WRAP(int, mkdir, (const char* lpPath, mode_t nMode), -1, (lpPath, nMode))
+FAULT_WRAP(int, faccessat, (int nDirectory, const char* lpPath, int nMode, int nFlags), -1,
+           (nDirectory, lpPath, nMode, nFlags))
+FAULT_WRAP(int, mkdirat, (int nDirectory, const char* lpPath, mode_t nMode), -1,
+           (nDirectory, lpPath, nMode))
 FAULT_WRAP(off_t, lseek, (int nFile, off_t nTo, int nFrom), -1, (nFile, nTo, nFrom))
 FAULT_WRAP(int, ftruncate, (int nFile, off_t nSize), -1, (nFile, nSize))
 FAULT_WRAP(int, rename, (const char* lpFrom, const char* lpTo), -1, (lpFrom, lpTo))
 
 int __wrap_fsync(int) { return Fails(Faults::Call_fsync) ? -1 : 0; }  // no test needs the disk
 
-int __real_open(const char* lpPath, int nFlags, ...);
-int __wrap_open(const char* lpPath, int nFlags, ...) {
+int __real_openat(int nDirectory, const char* lpPath, int nFlags, ...);
+int __wrap_openat(int nDirectory, const char* lpPath, int nFlags, ...) {
     std::va_list aArguments;
     va_start(aArguments, nFlags);
     const mode_t nMode = nFlags & O_CREAT ? va_arg(aArguments, mode_t) : 0;
     va_end(aArguments);
-    return Fails(Faults::Call_open) ? -1 : __real_open(lpPath, nFlags, nMode);
+    return Fails(Faults::Call_openat) ? -1 : __real_openat(nDirectory, lpPath, nFlags, nMode);
 }
 
 ssize_t __real_write(int nFile, const void* lp, std::size_t nCount);

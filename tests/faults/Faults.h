@@ -9,11 +9,11 @@ namespace Faults {
 
 /// X(function, what it returns when it fails)
 #define FAULT_CALLS(X) \
-    X(open, -1)        \
+    X(openat, -1)      \
     X(fstat, -1)       \
     X(fdopen, nullptr) \
-    X(access, -1)      \
-    X(mkdir, -1)       \
+    X(faccessat, -1)   \
+    X(mkdirat, -1)     \
     X(lseek, -1)       \
     X(write, -1)       \
     X(ftruncate, -1)   \

@@ -20,10 +20,10 @@ struct Case {
     friend void PrintTo(const Case& aCase, std::ostream* pOut) { *pOut << aCase.lpName; }
 };
 
-constexpr char c_szWrites[] = "open fstat fdopen access mkdir lseek write fflush fclose ";
-constexpr char c_szPlays[] = "open fstat fdopen access lseek write pread fflush fclose ";
-constexpr char c_szReads[] = "open fstat fdopen pread fclose ";
-constexpr char c_szPacks[] = "open fstat fdopen lseek write read pread fsync fclose rename ";
+constexpr char c_szWrites[] = "openat fstat fdopen faccessat mkdirat lseek write fflush fclose ";
+constexpr char c_szPlays[] = "openat fstat fdopen faccessat lseek write pread fflush fclose ";
+constexpr char c_szReads[] = "openat fstat fdopen pread fclose ";
+constexpr char c_szPacks[] = "openat fstat fdopen lseek write read pread fsync fclose rename ";
 
 const Case c_aCases[] = {
     {"WriteSync", WriteSession, Sync, c_szWrites},
