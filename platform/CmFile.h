@@ -36,6 +36,7 @@ bool CanConvert(const CCmString& strPath, PathText aText);
 /// Only regular files and character devices are opened. Null with errno on failure.
 /// A path that CanConvert refuses gives null with errno 22 (invalid argument).
 /// May throw std::bad_alloc.
+/// Of a regular file that another process has a lease on, the open waits until it is given up.
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText,
                 const CmPlace& aPlace = {});
 

@@ -106,9 +106,32 @@ int WithPlace(const CmPlace& aPlace, const CCmString& strPath, Call aCall) {
     });
 }
 
+/// Opens a file that another process has a lease on, waiting until it gives that up. The path is
+/// looked up once, without opening what it leads to, so that only a regular file is waited for.
+/// Without /proc the failure stays that of an open that does not wait.
+int OpenLeased(int nDirectory, const char* lpPath, int nFlags) {
+    const int nFound = Repeated([&] { return ::openat(nDirectory, lpPath, O_PATH | O_CLOEXEC); });
+    int nFile = -1;
+    int nReason = EWOULDBLOCK;
+    struct stat aStatus;
+    if (nFound >= 0 && Repeated([&] { return ::fstat(nFound, &aStatus); }) == 0 &&
+        S_ISREG(aStatus.st_mode)) {
+        char aText[32];
+        (void)std::snprintf(aText, sizeof aText, "/proc/self/fd/%d", nFound);
+        const int nAgain = nFlags & ~(O_CREAT | O_NONBLOCK);
+        nFile = Repeated([&] { return ::openat(AT_FDCWD, aText, nAgain); });
+        if (errno != ENOENT) nReason = errno;
+    }
+    if (nFound >= 0) ::close(nFound);
+    errno = nReason;
+    return nFile;
+}
+
 /// Without O_NONBLOCK the open of a FIFO waits for its other end.
 int OpenFile(int nDirectory, const char* lpPath, int nFlags) {
-    return Repeated([&] { return ::openat(nDirectory, lpPath, nFlags | O_NONBLOCK, 0666); });
+    const int nFile =
+        Repeated([&] { return ::openat(nDirectory, lpPath, nFlags | O_NONBLOCK, 0666); });
+    return nFile < 0 && errno == EWOULDBLOCK ? OpenLeased(nDirectory, lpPath, nFlags) : nFile;
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include "fileop/FileOperation.h"
@@ -98,6 +101,65 @@ TEST(SpecialFile, WhatCantHoldBytesIsRefusedWithoutWaiting) {
                       std::string("CLocalFile::Open->Open ") + (bWrite ? "write" : "reading only") +
                           " File Error=" + std::to_string(aCase.nErrno) + " this=*\n");
         }
+}
+
+namespace {
+
+/// A process that has a lease on a file and gives it up when somebody else opens the file.
+class LeaseHolder {
+ public:
+    explicit LeaseHolder(const char* lpPath) {
+        int aReady[2];
+        if (::pipe(aReady) != 0) return;
+        m_nProcess = ::fork();
+        if (m_nProcess == 0) Hold(lpPath, aReady[1]);
+        ::close(aReady[1]);
+        char cReady = 0;
+        m_bHeld = ::read(aReady[0], &cReady, 1) == 1;
+        ::close(aReady[0]);
+    }
+    ~LeaseHolder() {
+        if (m_nProcess <= 0) return;
+        ::kill(m_nProcess, SIGKILL);
+        ::waitpid(m_nProcess, nullptr, 0);
+    }
+    LeaseHolder(const LeaseHolder&) = delete;
+    LeaseHolder& operator=(const LeaseHolder&) = delete;
+
+    bool IsHeld() const { return m_bHeld; }
+
+ private:
+    [[noreturn]] static void Hold(const char* lpPath, int nReady) {
+        sigset_t aAsked;
+        sigemptyset(&aAsked);
+        sigaddset(&aAsked, SIGIO);
+        ::sigprocmask(SIG_BLOCK, &aAsked, nullptr);
+        const int nFile = ::open(lpPath, O_RDONLY | O_CLOEXEC);
+        if (::fcntl(nFile, F_SETLEASE, F_WRLCK) != 0 || ::write(nReady, "r", 1) != 1) ::_exit(1);
+        int nSignal = 0;
+        ::sigwait(&aAsked, &nSignal);
+        ::usleep(20'000);  // somebody waits meanwhile
+        ::_exit(0);
+    }
+
+    pid_t m_nProcess = -1;
+    bool m_bHeld = false;
+};
+
+}  // namespace
+
+TEST(SpecialFile, AFileUnderALeaseIsWaitedFor) {
+    TestDir aDir;
+    TraceLog aTrace;
+    for (const int bWrite : {0, 1}) {
+        WriteBytes("leased", "bytes");
+        const LeaseHolder aHolder("leased");
+        if (!aHolder.IsHeld()) GTEST_SKIP() << "no leases here";
+        const CRefPtr<IFileOperation> pFile = CFileOperationFactory::Instance()->CreateLocalFile(0);
+        EXPECT_EQ(pFile->Open(".\\leased", bWrite), 0);
+        ExpectFile("leased", bWrite ? "" : "bytes");
+    }
+    EXPECT_EQ(aTrace.TakeErrors(), "");
 }
 
 TEST(SpecialFile, AReadOrSeekThatFailsIsTraced) {
