@@ -11,7 +11,8 @@ COpenCloseEvent::COpenCloseEvent(CFileThreadProxy* pAsyncFileOp, const CCmString
       m_pAsyncFileOp(pAsyncFileOp),
       m_bOpen(bOpen),
       m_bWrite(bWrite),
-      m_strFilePath(strFilePath) {
+      m_strFilePath(strFilePath),
+      m_place(bOpen ? CmPlace::Take(strFilePath) : CmPlace()) {
     if (!pAsyncFileOp) CM_ASSERTION("pAsyncFileOp");
 }
 
@@ -21,7 +22,7 @@ CmInt32 COpenCloseEvent::OnEventFire() {
 }
 
 CmInt32 COpenCloseEvent::FireOpen() {
-    const CmInt32 lResult = m_pAsyncFileOp->Open_i(m_strFilePath, m_bWrite);
+    const CmInt32 lResult = m_pAsyncFileOp->Open_i(m_strFilePath, m_bWrite, m_place);
     if (lResult != CACHE_OK)
         CM_TRACE_ERROR("COpenCloseEvent::OnEventFire->Open File error:" << m_strFilePath
                                                                         << " this=" << this);

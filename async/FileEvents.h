@@ -10,7 +10,8 @@
 /// caller thread and hold the receiving handler. Each owns what it was given, except for
 /// CSyncReadEvent, whose caller waits.
 
-/// Opens (bOpen non-zero) or closes the file.
+/// Opens (bOpen non-zero) or closes the file. A relative path begins in the directory that was
+/// current when the event was made, which may throw std::bad_alloc.
 class COpenCloseEvent final : public ICmEvent {
  public:
     COpenCloseEvent(CFileThreadProxy* pAsyncFileOp, const CCmString& strFilePath, int bOpen,
@@ -25,6 +26,7 @@ class COpenCloseEvent final : public ICmEvent {
     const int m_bOpen;
     const int m_bWrite;
     const CCmString m_strFilePath;
+    const CmPlace m_place;
 };
 
 /// A read whose result is delivered. It doesn't own the buffer while it is only queued: a refused

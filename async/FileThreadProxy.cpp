@@ -112,7 +112,7 @@ CmInt32 CFileThreadProxy::WriteData(const CCmString& strData, CmUint32 dwOffset)
 
 CmInt32 CFileThreadProxy::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     return PostWrite(dwOffset, [&] {
-        CCmString strData = CBlockStore::Instance().Take(nLength);
+        CCmString strData = CBlockStore::Instance().Take(nLength, 2 * nLength);
         strData.assign(lpData, nLength);
         return strData;
     });
@@ -170,11 +170,11 @@ CmInt32 CFileThreadProxy::Bracketed(Operation aOperation) {
     return lResult;
 }
 
-CmInt32 CFileThreadProxy::Open_i(const CCmString& strPath, int bWrite) {
+CmInt32 CFileThreadProxy::Open_i(const CCmString& strPath, int bWrite, const CmPlace& aPlace) {
     CM_CHECK(m_pFileOp, c_szFile, CACHE_ERR_INVALID_STATE);
-    const CmInt32 lResult = IsLinkUsable()
-                                ? Bracketed([&] { return m_pFileOp->Open(strPath, bWrite); })
-                                : CmInt32{CACHE_ERR_FAILED};
+    const CmInt32 lResult =
+        IsLinkUsable() ? Bracketed([&] { return m_pFileOp->OpenAt(strPath, bWrite, aPlace); })
+                       : CmInt32{CACHE_ERR_FAILED};
     m_lOpenResult.store(lResult, std::memory_order_release);
     return lResult;
 }

@@ -27,14 +27,11 @@ class CFileThreadProxy final : public IFileOperation {
                      IFileOpStatus* pReceive, CCacheFileManager::LinkType aLinkType);
     ~CFileThreadProxy() override;
 
+    /// A relative path begins in the directory that is current in this call, whatever it is when
+    /// the file is opened. If the system does not give that, Op_Open reports why.
     CmInt32 Open(const CCmString& strPath, int bWrite) override;
     CmInt32 Close() override;
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
-    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
-    CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset) override;
-
-    /// All of them, unless WriteData would refuse them.
-    std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
     /// Waits for the R/W thread, and so sees everything that was queued before it.
     CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
@@ -46,13 +43,19 @@ class CFileThreadProxy final : public IFileOperation {
     /// Does nothing: every write flushes itself.
     void Flush() override {}
 
+    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
+    CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset) override;
+
+    /// All of them, unless WriteData would refuse them.
+    std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
+
  private:
     friend class COpenCloseEvent;
     friend class CReadEvent;
     friend class CSyncReadEvent;
     friend class CWriteEvent;
 
-    CmInt32 Open_i(const CCmString& strPath, int bWrite);
+    CmInt32 Open_i(const CCmString& strPath, int bWrite, const CmPlace& aPlace);
     CmInt32 Close_i();
     CmInt32 WriteData_i(const CCmString& strData, CmUint32 dwOffset);
     CmInt32 ReadData_i(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,

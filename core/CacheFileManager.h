@@ -83,9 +83,9 @@ class CACHEFILE_API CCacheFileManager {
     CmUint32 GetIntervalMs(CmUint32 dwStart) const;
 
     /// How many bytes have been lost in this process after the call that took them had returned 0:
-    /// gathered bytes whose block could not be passed on or written. A failed block counts whole,
-    /// even if a part of it reached the file. It only grows. 0 is what a host wants to see.
-    /// Any thread.
+    /// gathered bytes whose block could not be passed on or written. A failed block counts whole:
+    /// what a failed append has written is cut off again. It only grows. 0 is what a host wants to
+    /// see. Any thread.
     static std::uint64_t GetLostBytes();
 
     /// Adds to the count above; the file layers call it. Any thread.
@@ -98,11 +98,13 @@ class CACHEFILE_API CCacheFileManager {
 
     /// From now on a WriteData that would raise the pending bytes above qwBytes (the gathered bytes
     /// that it would hand over with its own are counted in) is refused: it returns
-    /// CACHE_ERR_OUT_OF_MEMORY, which is not traced, nothing is taken of the piece, and it may be
-    /// tried again. Flushing, closing and destroying are never refused, so each file may take the
-    /// pending bytes up to 32,767 above the limit. Below 65,536 counts as 65,536; the largest value
-    /// means no limit, and holds at first. Pieces of up to 32,768 bytes fit as soon as nothing is
-    /// pending, larger ones if the limit is as large. Any thread.
+    /// CACHE_ERR_TRY_AGAIN, which is not traced, nothing is taken of the piece, and the same call
+    /// may succeed when less is pending. A piece that together with the gathered bytes is larger
+    /// than qwBytes gets CACHE_ERR_OUT_OF_MEMORY instead: waiting does not help. Flushing, closing
+    /// and destroying are never refused, so each file may take the pending bytes up to 32,767 above
+    /// the limit. Below 65,536 counts as 65,536; the largest value means no limit, and holds at
+    /// first. Pieces of up to 32,768 bytes fit as soon as nothing is pending, larger ones if the
+    /// limit is as large. Any thread.
     static void SetPendingLimit(std::uint64_t qwBytes);
 
     static const char s_cFileSeparator;     ///< '_'

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "core/CacheFileManager.h"
+#include "platform/CmResult.h"
 
 namespace {
 
@@ -26,9 +27,10 @@ CPendingBytes::~CPendingBytes() {
     s_qwPendingBytes.fetch_sub(m_qwBytes, std::memory_order_relaxed);
 }
 
-bool CPendingBytes::HasRoomFor(std::uint64_t qwBytes) {
-    return qwBytes == 0 || CCacheFileManager::GetPendingBytes() + qwBytes <=
-                               s_qwPendingLimit.load(std::memory_order_relaxed);
+CmInt32 CPendingBytes::CheckRoom(std::uint64_t qwBytes) {
+    const std::uint64_t qwLimit = s_qwPendingLimit.load(std::memory_order_relaxed);
+    if (qwBytes == 0 || CCacheFileManager::GetPendingBytes() + qwBytes <= qwLimit) return CACHE_OK;
+    return qwBytes <= qwLimit ? CACHE_ERR_TRY_AGAIN : CACHE_ERR_OUT_OF_MEMORY;
 }
 
 bool CPendingBytes::CanWait() {

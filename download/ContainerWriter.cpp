@@ -89,6 +89,8 @@ class CPartialFile {
         if (CmFile::RenameOver(m_strPartial, m_strPath) != 0)
             return SystemFailure("Rename file", m_strPath, FileAction::OpenForWriting);
         m_bCreated = false;
+        if (CmFile::SyncDirectoryOf(m_strPath) != 0)
+            return SystemFailure("Sync directory", m_strPath, FileAction::Write);
         return CACHE_OK;
     }
 

@@ -52,7 +52,9 @@ class CACHEFILE_API CContainerWriter {
     /// Writes the container to strPath (UTF-8, in the library's form; its directory has to exist)
     /// in place of what has that name. The bytes first go to a new file beside it, strPath with
     /// ".partial" (or ".partial2" and so on, if that is taken) behind it, which gets the name when
-    /// all of them have reached the disk and is removed on failure.
+    /// all of them have reached the disk and is removed on failure. Last the directory is synced,
+    /// so that the name reaches the disk too; if that fails the code is returned, and the new file
+    /// keeps its name.
     /// 4009: it would be larger than 4 GiB - 1, or a conf file is shorter than 72 bytes. 4010: no
     /// stream. 4001, 4003, 4004, 4006, 4012: a file could not be read or written, or a source
     /// changed its size meanwhile; an empty path. 4011: no memory, or no room left for the conf

@@ -1,5 +1,6 @@
 #include "fileop/BlockStore.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/CmSystem.h"
@@ -16,28 +17,47 @@ CBlockStore::CBlockStore() {
     });
 }
 
-CCmString CBlockStore::Take(std::size_t nCapacity) {
-    if (nCapacity >= c_nLeast) {
-        CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
-        if (m_nFree > 0) {
-            CCmString strBlock = std::move(m_aFree[--m_nFree]);
-            m_nKept -= strBlock.capacity();
-            if (strBlock.capacity() >= nCapacity) return strBlock;
-        }
-    }
+CCmString CBlockStore::Take(std::size_t nCapacity, std::size_t nMost) {
     CCmString strBlock;
-    strBlock.reserve((nCapacity + c_nStep - 1) / c_nStep * c_nStep);
+    if (nCapacity < c_nLeast) {
+        strBlock.reserve(nCapacity);
+        return strBlock;
+    }
+    strBlock = Find(nCapacity, nMost);
+    if (strBlock.capacity() < nCapacity)
+        strBlock.reserve((nCapacity + c_nStep - 1) / c_nStep * c_nStep);
     return strBlock;
+}
+
+/// The kept block that was given last among those that fit, or an empty string.
+CCmString CBlockStore::Find(std::size_t nCapacity, std::size_t nMost) {
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    for (std::size_t i = m_nFree; i-- > 0;) {
+        const std::size_t nHas = m_aFree[i].capacity();
+        if (nHas < nCapacity || nHas > nMost) continue;
+        CCmString strBlock = std::move(m_aFree[i]);
+        std::move(m_aFree.begin() + i + 1, m_aFree.begin() + m_nFree, m_aFree.begin() + i);
+        --m_nFree;
+        m_nKept -= nHas;
+        return strBlock;
+    }
+    return {};
 }
 
 void CBlockStore::Give(CCmString&& strBlock) noexcept {
     const std::size_t nCapacity = strBlock.capacity();
-    if (nCapacity < c_nLeast) return;
+    if (nCapacity < c_nLeast || nCapacity > c_nMost) return;
     strBlock.clear();
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
-    if (m_nKept + nCapacity > c_nMost) return;
+    std::size_t nDrop = 0;
+    for (; m_nKept + nCapacity > c_nMost; ++nDrop) {
+        m_nKept -= m_aFree[nDrop].capacity();
+        CCmString().swap(m_aFree[nDrop]);
+    }
+    if (nDrop > 0) std::move(m_aFree.begin() + nDrop, m_aFree.begin() + m_nFree, m_aFree.begin());
+    m_nFree -= nDrop;
     m_nKept += nCapacity;
-    m_aFree[m_nFree++] = std::move(strBlock);  // there is room: each is at least c_nLeast
+    m_aFree[m_nFree++] = std::move(strBlock);  // there is a place: each is at least c_nLeast
 }
 
 void CBlockStore::Clear() noexcept {

@@ -10,17 +10,21 @@
 /// Keeps the memory of blocks that have been written for the blocks that come next. Memory fresh
 /// from the system costs the thread that first touches it more than filling it.
 ///
-/// One object for the process, never destroyed; it keeps 2 MiB at most, and nothing when the
-/// library has been shut down or, where there are exit handlers, unloaded. Any thread: the caller
-/// takes what the worker gives back.
+/// One object for the process, never destroyed. Any thread may call it: the caller thread takes
+/// what the worker gives back, and a mutex guards the blocks. It keeps at most 2 MiB, and nothing
+/// after a shutdown or, where there are exit handlers, after unloading. Only Take can fail.
 class CBlockStore {
  public:
     static CBlockStore& Instance() { return CmImmortal<CBlockStore>(); }
 
-    /// An empty string with room for nCapacity bytes. Throws std::bad_alloc and std::length_error.
-    CCmString Take(std::size_t nCapacity);
+    /// Returns an empty string that holds nCapacity bytes without another request for memory. A
+    /// kept block is used only if it is at most nMost bytes large: bytes that wait in a block that
+    /// is much too large use memory that nobody counts. Throws std::bad_alloc and
+    /// std::length_error.
+    CCmString Take(std::size_t nCapacity, std::size_t nMost);
 
-    /// Takes strBlock's memory over if it is worth keeping and there is room for it.
+    /// Takes over the memory of strBlock if blocks of its size are worth keeping. The blocks that
+    /// have been kept longest are freed to make room.
     void Give(CCmString&& strBlock) noexcept;
 
     /// Gives all memory back to the system.
@@ -31,11 +35,14 @@ class CBlockStore {
     friend T& CmImmortal();
     CBlockStore();
 
-    static constexpr std::size_t c_nLeast = 32768;  // what is smaller is made as quickly as found
+    static constexpr std::size_t c_nLeast = 32768;  // smaller memory is made as fast as it is found
     static constexpr std::size_t c_nMost = 2U << 20;
 
+    CCmString Find(std::size_t nCapacity, std::size_t nMost);
+
     CCmMutexThread m_mutex;
+    // The kept blocks, the one that was given first in front.
     std::array<CCmString, c_nMost / c_nLeast> m_aFree CM_GUARDED_BY(m_mutex);
     std::size_t m_nFree CM_GUARDED_BY(m_mutex) = 0;  // how many of them there are
-    std::size_t m_nKept CM_GUARDED_BY(m_mutex) = 0;  // bytes that they have room for
+    std::size_t m_nKept CM_GUARDED_BY(m_mutex) = 0;  // the sum of their capacities
 };

@@ -51,8 +51,8 @@ CmInt32 CBufferDecorate::Append(const char* lpData, std::size_t nLength) {
     if (nAccepted == 0 && nLength >= m_dwBufferSize)  // a block by itself
         return m_pFile->WriteBytes(lpData, nLength, CCacheFileManager::GetMaxDword());
     try {
-        if (m_strBuffer.capacity() < m_dwBufferSize && nAccepted == 0)
-            m_strBuffer = CBlockStore::Instance().Take(m_dwBufferSize + nLength);
+        const std::size_t nCapacity = m_strBuffer.capacity();
+        if (nCapacity < m_dwBufferSize || nLength > nCapacity - nAccepted) Enlarge(nLength);
         m_strBuffer.append(lpData, nLength);
     } catch (const std::exception&) {  // no memory, or more than a string can hold
         CM_TRACE_ERROR("CBufferDecorate::WriteData->Low memory to gather the data"
@@ -62,11 +62,29 @@ CmInt32 CBufferDecorate::Append(const char* lpData, std::size_t nLength) {
     return m_strBuffer.size() < m_dwBufferSize ? CmInt32{CACHE_OK} : PassOn(nAccepted);
 }
 
+/// Makes the buffer large enough for nLength bytes more. An empty one becomes large enough for a
+/// block and a last piece of that length, so that pieces of equal lengths need no other one before
+/// they are passed on. Otherwise the piece completes the block, and the memory is used only for
+/// the passing on.
+void CBufferDecorate::Enlarge(std::size_t nLength) {
+    const bool bEmpty = m_strBuffer.empty();
+    const std::size_t nNeeded = (bEmpty ? m_dwBufferSize : m_strBuffer.size()) + nLength;
+    CCmString strLarger =
+        CBlockStore::Instance().Take(nNeeded, bEmpty ? MostBetweenCalls() : 2 * nNeeded);
+    strLarger.append(m_strBuffer);
+    m_strBuffer.swap(strLarger);
+    CBlockStore::Instance().Give(std::move(strLarger));
+}
+
 /// Appends the gathered bytes to the file and empties the buffer. Of those bytes the first
 /// nAccepted came with calls that have returned 0; the rest belongs to the call that runs.
 CmInt32 CBufferDecorate::PassOn(std::size_t nAccepted) {
     const CmInt32 lResult = m_pFile->GiveData(m_strBuffer, CCacheFileManager::GetMaxDword());
     m_strBuffer.clear();
+    if (m_strBuffer.capacity() > MostBetweenCalls()) {
+        CBlockStore::Instance().Give(std::move(m_strBuffer));
+        CCmString().swap(m_strBuffer);  // the store may not have taken it
+    }
     if (lResult != CACHE_OK) CCacheFileManager::AddLostBytes(nAccepted);
     return lResult;
 }

@@ -7,8 +7,9 @@
 ///
 /// Owned by a handler, and used on its thread only; no lock. Appended bytes reach the file in the
 /// order in which they came and before any positioned write that follows them. Between calls fewer
-/// than m_dwBufferSize bytes are gathered. Gathered bytes whose passing on fails are dropped,
-/// traced by the link below and counted (CCacheFileManager::GetLostBytes); nothing is retried.
+/// than m_dwBufferSize bytes are gathered, and the buffer uses no more memory than twice that.
+/// Gathered bytes whose passing on fails are dropped, traced by the link below and counted
+/// (CCacheFileManager::GetLostBytes); nothing is retried.
 class CBufferDecorate final : public IFileOperation {
  public:
     /// pFile is the link below; without one every operation returns CACHE_ERR_NOT_OPEN.
@@ -24,9 +25,6 @@ class CBufferDecorate final : public IFileOperation {
     /// on in one append, whose result this call returns. At another offset what is gathered goes
     /// first (its failure is traced and counted, not returned), then strData.
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
-    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
-
-    std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
     /// Reads of either kind go straight down and don't see what is still gathered.
     CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
@@ -35,10 +33,14 @@ class CBufferDecorate final : public IFileOperation {
 
     const CCmString& GetFileName() override;
     void Flush() override;
+    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
+    std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
  private:
     CmInt32 Append(const char* lpData, std::size_t nLength);
+    void Enlarge(std::size_t nLength);
     CmInt32 PassOn(std::size_t nAccepted);
+    std::size_t MostBetweenCalls() const { return std::size_t{m_dwBufferSize} * 2; }
 
     const CRefPtr<IFileOperation> m_pFile;
     const CmUint32 m_dwBufferSize;

@@ -13,6 +13,10 @@ CmInt32 IFileOperation::WriteBytes(const char* lpData, std::size_t nLength, CmUi
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 
+CmInt32 IFileOperation::OpenAt(const CCmString& strPath, int bWrite, const CmPlace& /*aPlace*/) {
+    return Open(strPath, bWrite);
+}
+
 CmInt32 IFileOperation::GiveData(CCmString& strData, CmUint32 dwOffset) {
     return WriteData(strData, dwOffset);
 }

@@ -2,6 +2,7 @@
 
 #include "core/CacheFileManager.h"
 #include "core/DataInfo.h"
+#include "platform/CmPlace.h"
 #include "platform/CmReference.h"
 #include "platform/CmResult.h"
 
@@ -24,20 +25,6 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     /// Writes all of strData at dwOffset, or at the end of the file for 0xFFFFFFFF.
     virtual CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) = 0;
 
-    /// The same for bytes that lie anywhere, so that a link which copies them copies them once.
-    virtual CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
-
-    /// The same for a string that the caller needs no more: the link may take it instead of
-    /// copying it. What is left in strData is anything.
-    virtual CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset);
-
-    /// How many bytes WriteData of dwLength bytes at dwOffset would queue for the worker thread:
-    /// 0 when it would only gather them, or write them in the call. Links that pass writes on ask
-    /// the next one.
-    virtual std::uint64_t BytesToQueue(std::uint64_t /*qwLength*/, CmUint32 /*dwOffset*/) {
-        return 0;
-    }
-
     /// Reads up to dwLength bytes at dwOffset into lpBuffer; dwLength then counts the bytes read,
     /// fewer only at the end of the file. On failure it stays as it was.
     virtual CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) = 0;
@@ -53,6 +40,26 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
 
     /// Passes gathered bytes on to the file and its stream to the system; reports nothing.
     virtual void Flush() = 0;
+
+    // The operations up to here keep their order; additions follow them.
+
+    /// Open with the directory where a relative path begins. A link that carries an open out later
+    /// takes the place in its own Open; others just open.
+    virtual CmInt32 OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace);
+
+    /// WriteData of bytes in any memory, so that a link which copies them copies them once.
+    virtual CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
+
+    /// WriteData of a string that the caller no longer needs: the link may take its memory instead
+    /// of copying it. The contents of strData afterwards are unspecified.
+    virtual CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset);
+
+    /// Returns how many bytes WriteData of qwLength bytes at dwOffset would queue for the worker
+    /// thread: 0 when it would only gather them, or write them in the call. Links that pass writes
+    /// on ask the next link.
+    virtual std::uint64_t BytesToQueue(std::uint64_t /*qwLength*/, CmUint32 /*dwOffset*/) {
+        return 0;
+    }
 };
 
 /// Makes the links of a chain. One object for the process, never destroyed; it holds no state, so

@@ -10,8 +10,9 @@
 
 namespace {
 
-CmInt32 EnsureDirectory(const CCmString& strDirectory) {
-    if (CmFile::Exists(strDirectory) || CmFile::MakeDirectory(strDirectory) == 0) return CACHE_OK;
+CmInt32 EnsureDirectory(const CCmString& strDirectory, const CmPlace& aPlace) {
+    if (CmFile::Exists(strDirectory, aPlace) || CmFile::MakeDirectory(strDirectory, aPlace) == 0)
+        return CACHE_OK;
     const int nErrno = errno;
     if (nErrno == EEXIST) return CACHE_OK;  // somebody else made it meanwhile
     CM_TRACE_ERROR("CFilePathBuilder::BuildPath->Build Error=" << nErrno);
@@ -20,14 +21,14 @@ CmInt32 EnsureDirectory(const CCmString& strDirectory) {
 
 }  // namespace
 
-CmInt32 CFilePathBuilder::BuildPath(const CCmString& strPath) {
+CmInt32 CFilePathBuilder::BuildPath(const CCmString& strPath, const CmPlace& aPlace) {
     constexpr auto npos = CCmString::npos;
     std::size_t nSeparator = strPath.find(CCacheFileManager::s_cWinPathSeparator);
     if (nSeparator == npos) return CACHE_ERR_BAD_PATH;
     for (;;) {
         nSeparator = strPath.find(CCacheFileManager::s_cWinPathSeparator, nSeparator + 1);
         if (nSeparator == npos) return CACHE_OK;
-        const CmInt32 lResult = EnsureDirectory(strPath.substr(0, nSeparator + 1));
+        const CmInt32 lResult = EnsureDirectory(strPath.substr(0, nSeparator + 1), aPlace);
         if (lResult != CACHE_OK) return lResult;
     }
 }

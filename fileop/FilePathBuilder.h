@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/CmPlace.h"
 #include "platform/CmTypes.h"
 
 /// Creates the directories of a path.
@@ -10,5 +11,6 @@ class CFilePathBuilder {
     /// the last backslash, the file's name, is left alone. Returns 0 when all of them exist,
     /// CACHE_ERR_BAD_PATH for a path without a backslash, or why one could not be made (4001, 4003,
     /// 4004, 4006); those made before it stay. Any thread, several at once; throws std::bad_alloc.
-    static CmInt32 BuildPath(const CCmString& strPath);
+    /// A relative path begins in the current directory, or in aPlace.
+    static CmInt32 BuildPath(const CCmString& strPath, const CmPlace& aPlace = {});
 };

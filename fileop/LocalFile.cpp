@@ -16,22 +16,28 @@ CLocalFile::CLocalFile(int bIsDownloadFile) : m_bIsDownloadFile(bIsDownloadFile)
 
 CLocalFile::~CLocalFile() { CLocalFile::Close(); }
 
-CmInt32 CLocalFile::Open(const CCmString& strPath, int bWrite) try {
+CmInt32 CLocalFile::Open(const CCmString& strPath, int bWrite) {
+    return CLocalFile::OpenAt(strPath, bWrite, {});
+}
+
+CmInt32 CLocalFile::OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace) try {
     Close();  // nothing, unless somebody opens twice
     m_bWrite = bWrite;
     m_strFilePath = strPath;
     if (m_bWrite) {
-        const CmInt32 lResult = CFilePathBuilder::BuildPath(m_strFilePath);
+        const CmInt32 lResult = CFilePathBuilder::BuildPath(m_strFilePath, aPlace);
         if (lResult != CACHE_OK) return lResult;
     }
-    return OpenStream();
+    return OpenStream(aPlace);
 } catch (const std::bad_alloc&) {
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 
-CmInt32 CLocalFile::OpenStream() {
-    m_hFD = CmFile::Open(m_strFilePath, m_bWrite ? CmFile::Open_Write : CmFile::Open_Read,
-                         m_bIsDownloadFile ? CmFile::Path_Utf8 : CmFile::Path_Local);
+CmInt32 CLocalFile::OpenStream(const CmPlace& aPlace) {
+    const CmFile::PathText aText = m_bIsDownloadFile ? CmFile::Path_Utf8 : CmFile::Path_Local;
+    if (!CmFile::CanConvert(m_strFilePath, aText)) return CACHE_ERR_FAILED;
+    m_hFD = CmFile::Open(m_strFilePath, m_bWrite ? CmFile::Open_Write : CmFile::Open_Read, aText,
+                         aPlace);
     if (m_hFD) return CACHE_OK;
     const int nErrno = errno;
     if (m_bWrite)
@@ -53,16 +59,19 @@ CmInt32 CLocalFile::Close() {
     return CACHE_ERR_FAILED;
 }
 
-CmInt32 CLocalFile::SeekForWrite(CmUint32 dwOffset) {
+/// Moves to where a write begins; nBegin is then that place.
+CmInt32 CLocalFile::SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin) {
+    nBegin = dwOffset;
     if (dwOffset == CCacheFileManager::GetMaxDword()) {
-        if (CmFile::Seek(m_hFD, 0, CmFile::From_End) == 0) return CACHE_OK;
+        nBegin = CmFile::Size(m_hFD);
+        if (nBegin >= 0) return CACHE_OK;
         CM_TRACE_ERROR("CNFSFile::WriteData->Seek to file end error=" << errno << " this=" << this);
         return CACHE_ERR_FAILED;
     }
     // A positioned write reaches offsets below 2^31 only.
     int nErrno = EINVAL;
     if (dwOffset <= 0x7FFFFFFF) {
-        if (CmFile::Seek(m_hFD, dwOffset, CmFile::From_Start) == 0) return CACHE_OK;
+        if (CmFile::Seek(m_hFD, dwOffset) == 0) return CACHE_OK;
         nErrno = errno;
     }
     CM_TRACE_ERROR("CLocalFile::WriteData->Seek fileoffset error=" << nErrno << " dwOffset="
@@ -77,16 +86,24 @@ CmInt32 CLocalFile::WriteData(const CCmString& strData, CmUint32 dwOffset) {
 CmInt32 CLocalFile::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
     if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
-    const CmInt32 lResult = SeekForWrite(dwOffset);
+    std::int64_t nBegin = 0;
+    const CmInt32 lResult = SeekForWrite(dwOffset, nBegin);
     if (lResult != CACHE_OK) return lResult;
     if (CmFile::Write(m_hFD, lpData, nLength) < nLength) {
         const int nErrno = errno;
         CM_TRACE_ERROR("CLocalFile::WriteData->Write data error=" << nErrno << " m_hFD=" << m_hFD
                                                                   << " this=" << this);
+        if (dwOffset == CCacheFileManager::GetMaxDword()) UndoAppend(nBegin);
         return SystemErrorToResult(nErrno, FileAction::Write);
     }
     CmFile::Flush(m_hFD);
     return CACHE_OK;
+}
+
+void CLocalFile::UndoAppend(std::int64_t nBegin) {
+    if (CmFile::CutBack(m_hFD, nBegin) != 0)
+        CM_TRACE_ERROR("CLocalFile::WriteData->A part of the append stays, error="
+                       << errno << " m_hFD=" << m_hFD << " this=" << this);
 }
 
 CmInt32 CLocalFile::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 
 #include "fileop/FileOperation.h"
@@ -9,6 +10,11 @@
 /// Owned by the link above it. No lock: one operation at a time, on whatever thread. Every write
 /// has reached the operating system when it returns. A failure is traced here, in the one place
 /// where the system is called, and returned as a code; the stream stays open.
+///
+/// An append that fails is undone: the file is cut back to the end that it had, unless it is no
+/// regular file or another handle has appended meanwhile, which is traced. A process that is
+/// killed between the write and the cut leaves a part of the append. A positioned write that fails
+/// may leave a part of its bytes.
 class CLocalFile final : public IFileOperation {
  public:
     /// bIsDownloadFile non-zero: the path given to Open is UTF-8 text on every system.
@@ -18,16 +24,18 @@ class CLocalFile final : public IFileOperation {
     CmInt32 Open(const CCmString& strPath, int bWrite) override;
     CmInt32 Close() override;
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
-    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
     CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
     CmInt32 AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
                           CmUint32& dwLength) override;
     const CCmString& GetFileName() override { return m_strFilePath; }
     void Flush() override;
+    CmInt32 OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace) override;
+    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
 
  private:
-    CmInt32 OpenStream();
-    CmInt32 SeekForWrite(CmUint32 dwOffset);
+    CmInt32 OpenStream(const CmPlace& aPlace);
+    CmInt32 SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin);
+    void UndoAppend(std::int64_t nBegin);
 
     CCmString m_strFilePath;
     int m_bWrite = 1;

@@ -29,11 +29,14 @@ MemoryFile& MemoryFile::Instance() {
 
 namespace CmFile {
 
-std::FILE* Open(const CCmString& /*strPath*/, OpenMode aMode, PathText /*aText*/) {
+std::FILE* Open(const CCmString& /*strPath*/, OpenMode aMode, PathText /*aText*/,
+                const CmPlace& /*aPlace*/) {
     if (aMode != Open_Read) return Refuse(EROFS), nullptr;
     ++MemoryFile::Instance().nOpen;
     return reinterpret_cast<std::FILE*>(new tagOpening);
 }
+
+bool CanConvert(const CCmString&, PathText) { return true; }
 
 int Close(std::FILE* pStream) {
     --MemoryFile::Instance().nOpen;
@@ -41,10 +44,8 @@ int Close(std::FILE* pStream) {
     return 0;
 }
 
-int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
-    const std::int64_t nSize = Size(pStream);
-    Of(pStream).qwPosition =
-        static_cast<std::uint64_t>(aFrom == From_End ? nSize + nPosition : nPosition);
+int Seek(std::FILE* pStream, std::int64_t nPosition) {
+    Of(pStream).qwPosition = static_cast<std::uint64_t>(nPosition);
     return 0;
 }
 
@@ -68,7 +69,7 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool&
 
 ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
                std::size_t& dwRead) {
-    Seek(pStream, nPosition, From_Start);
+    Seek(pStream, nPosition);
     bool bEnd = false;
     dwRead = Read(pStream, lpBuffer, dwLength, bEnd);
     if (dwRead == dwLength) return Read_Whole;
@@ -80,13 +81,15 @@ std::int64_t Size(std::FILE* /*pStream*/) {
 }
 
 std::size_t Write(std::FILE*, const void*, std::size_t) { return Refuse(EROFS), 0; }
+int CutBack(std::FILE*, std::int64_t) { return Refuse(EROFS); }
 int Flush(std::FILE*) { return 0; }
 int Sync(std::FILE*) { return 0; }
-bool Exists(const CCmString&) { return true; }
-int MakeDirectory(const CCmString&) { return Refuse(EROFS); }
+bool Exists(const CCmString&, const CmPlace&) { return true; }
+int MakeDirectory(const CCmString&, const CmPlace&) { return Refuse(EROFS); }
 int RemoveFile(const CCmString&) { return Refuse(EROFS); }
 int RemoveEmptyDirectory(const CCmString&) { return Refuse(EROFS); }
 int RenameOver(const CCmString&, const CCmString&) { return Refuse(EROFS); }
 int RemoveUtf8File(const CCmString&) { return Refuse(EROFS); }
+int SyncDirectoryOf(const CCmString&) { return Refuse(EROFS); }
 
 }  // namespace CmFile

@@ -6,8 +6,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
+#include <new>
 
 #include "platform/CmFile.h"
+#include "platform/CmFilePosix.h"
 
 namespace {
 
@@ -40,7 +43,7 @@ class CNativePath {
 /// file is let through.
 bool IsFileLike(int nFile) {
     struct stat aStatus;
-    if (::fstat(nFile, &aStatus) != 0) return false;
+    if (Repeated([&] { return ::fstat(nFile, &aStatus); }) != 0) return false;
     if (S_ISCHR(aStatus.st_mode)) return ::fcntl(nFile, F_SETFL, 0) == 0;
     if (S_ISREG(aStatus.st_mode)) return true;
     errno = S_ISDIR(aStatus.st_mode) ? EISDIR : EINVAL;
@@ -59,12 +62,12 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
     return nullptr;
 }
 
-/// Where the stream stands then, or -1. The streams are without a buffer, so that the system can be
-/// asked past them: they would ask it more than once for a block.
-std::int64_t MoveTo(std::FILE* pStream, std::int64_t nPosition, CmFile::SeekFrom aFrom) {
+/// Returns the new position, or -1. The streams have no buffer, so the system can be called
+/// directly: the stream would call it more than once for each block.
+std::int64_t MoveTo(std::FILE* pStream, std::int64_t nPosition, int nWhence) {
     static_assert(sizeof(off_t) == 8, "positions are 64 bits wide");
     errno = 0;
-    return ::lseek(::fileno(pStream), nPosition, aFrom == CmFile::From_End ? SEEK_END : SEEK_SET);
+    return Repeated([&] { return ::lseek(::fileno(pStream), nPosition, nWhence); });
 }
 
 struct tagDone {
@@ -79,7 +82,7 @@ tagDone InParts(std::size_t dwLength, Call aCall) {
     errno = 0;
     tagDone aDone{0, 1};
     while (aDone.dwDone < dwLength) {
-        aDone.nLast = aCall(aDone.dwDone, dwLength - aDone.dwDone);
+        aDone.nLast = Repeated([&] { return aCall(aDone.dwDone, dwLength - aDone.dwDone); });
         if (aDone.nLast <= 0) break;
         aDone.dwDone += static_cast<std::size_t>(aDone.nLast);
     }
@@ -90,30 +93,73 @@ tagDone InParts(std::size_t dwLength, Call aCall) {
 template <class Call>
 int WithPath(const CCmString& strPath, Call aCall) {
     const CNativePath aNative(strPath);
-    return aNative.Get() ? aCall(aNative.Get()) : -1;
+    return aNative.Get() ? Repeated([&] { return aCall(aNative.Get()); }) : -1;
+}
+
+/// The same for a call that also takes the directory where the path begins.
+template <class Call>
+int WithPlace(const CmPlace& aPlace, const CCmString& strPath, Call aCall) {
+    const int nDirectory = aPlace.Directory() ? aPlace.Directory()->nFile : AT_FDCWD;
+    return WithPath(strPath, [&](const char* lpPath) {
+        errno = aPlace.Error();
+        return errno == 0 ? aCall(nDirectory, lpPath) : -1;
+    });
+}
+
+/// Opens a file that another process has a lease on, waiting until it gives that up. The path is
+/// looked up once, without opening what it leads to, so that only a regular file is waited for.
+/// Without /proc the failure stays that of an open that does not wait.
+int OpenLeased(int nDirectory, const char* lpPath, int nFlags) {
+    const int nFound = Repeated([&] { return ::openat(nDirectory, lpPath, O_PATH | O_CLOEXEC); });
+    int nFile = -1;
+    int nReason = EWOULDBLOCK;
+    struct stat aStatus;
+    if (nFound >= 0 && Repeated([&] { return ::fstat(nFound, &aStatus); }) == 0 &&
+        S_ISREG(aStatus.st_mode)) {
+        char aText[32];
+        (void)std::snprintf(aText, sizeof aText, "/proc/self/fd/%d", nFound);
+        const int nAgain = nFlags & ~(O_CREAT | O_NONBLOCK);
+        nFile = Repeated([&] { return ::openat(AT_FDCWD, aText, nAgain); });
+        if (errno != ENOENT) nReason = errno;
+    }
+    if (nFound >= 0) ::close(nFound);
+    errno = nReason;
+    return nFile;
+}
+
+/// Without O_NONBLOCK the open of a FIFO waits for its other end.
+int OpenFile(int nDirectory, const char* lpPath, int nFlags) {
+    const int nFile =
+        Repeated([&] { return ::openat(nDirectory, lpPath, nFlags | O_NONBLOCK, 0666); });
+    return nFile < 0 && errno == EWOULDBLOCK ? OpenLeased(nDirectory, lpPath, nFlags) : nFile;
 }
 
 }  // namespace
 
 namespace CmFile {
 
-std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
-    if (aText == Path_Utf8 && strPath.empty()) {
+bool CanConvert(const CCmString& strPath, PathText aText) {
+    return aText == Path_Local || !strPath.empty();
+}
+
+std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText, const CmPlace& aPlace) {
+    if (!CanConvert(strPath, aText)) {
         errno = EINVAL;
         return nullptr;
     }
-    const CNativePath aNative(strPath);
-    if (!aNative.Get()) return nullptr;
-    // Without O_NONBLOCK the open of a FIFO waits for its other end.
-    int nFlags = O_CLOEXEC | O_NONBLOCK | (aMode == Open_Read ? O_RDONLY : O_RDWR | O_CREAT);
+    int nFlags = O_CLOEXEC | (aMode == Open_Read ? O_RDONLY : O_RDWR | O_CREAT);
     if (aMode == Open_Write) nFlags |= O_TRUNC;
     if (aMode == Open_New) nFlags |= O_EXCL;
-    const int nFile = ::open(aNative.Get(), nFlags, 0666);
+    const int nFile = WithPlace(aPlace, strPath, [&](int nDirectory, const char* lpPath) {
+        return OpenFile(nDirectory, lpPath, nFlags);
+    });
     if (nFile < 0) return nullptr;
     std::FILE* const pStream = ToStream(nFile, aMode == Open_Read ? "rb" : "wb+");
     if (!pStream && aMode == Open_New) {
         const int nReason = errno;
-        ::unlink(aNative.Get());
+        WithPlace(aPlace, strPath, [](int nDirectory, const char* lpPath) {
+            return ::unlinkat(nDirectory, lpPath, 0);
+        });
         errno = nReason;
     }
     return pStream;
@@ -124,8 +170,8 @@ int Close(std::FILE* pStream) {
     return std::fclose(pStream);
 }
 
-int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
-    return MoveTo(pStream, nPosition, aFrom) < 0 ? -1 : 0;
+int Seek(std::FILE* pStream, std::int64_t nPosition) {
+    return MoveTo(pStream, nPosition, SEEK_SET) < 0 ? -1 : 0;
 }
 
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) {
@@ -137,6 +183,17 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
                        return nPart;
                    })
         .dwDone;
+}
+
+int CutBack(std::FILE* pStream, std::int64_t nSize) {
+    const std::int64_t nStopped = MoveTo(pStream, 0, SEEK_CUR);
+    if (nStopped == nSize) return 0;
+    const int nFile = ::fileno(pStream);
+    struct stat aStatus;
+    if (nStopped < 0 || Repeated([&] { return ::fstat(nFile, &aStatus); }) != 0) return -1;
+    errno = 0;
+    if (!S_ISREG(aStatus.st_mode) || aStatus.st_size != nStopped || nStopped < nSize) return -1;
+    return Repeated([&] { return ::ftruncate(nFile, nSize); });
 }
 
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd) {
@@ -156,7 +213,8 @@ ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::
     dwRead = aDone.dwDone;
     if (aDone.nLast > 0) return Read_Whole;
     if (aDone.nLast == 0) return Read_AtEnd;
-    return errno == ESPIPE ? Read_NoSuchPlace : Read_Failed;
+    const bool bNoPlace = errno == EBADF || errno == EINVAL || errno == ESPIPE;
+    return bNoPlace && dwRead == 0 ? Read_NoSuchPlace : Read_Failed;
 }
 
 int Flush(std::FILE* pStream) {
@@ -166,17 +224,21 @@ int Flush(std::FILE* pStream) {
 
 int Sync(std::FILE* pStream) {
     errno = 0;
-    return ::fsync(::fileno(pStream));
+    return Repeated([&] { return ::fsync(::fileno(pStream)); });
 }
 
-std::int64_t Size(std::FILE* pStream) { return MoveTo(pStream, 0, From_End); }
+std::int64_t Size(std::FILE* pStream) { return MoveTo(pStream, 0, SEEK_END); }
 
-bool Exists(const CCmString& strPath) {
-    return WithPath(strPath, [](const char* lpPath) { return ::access(lpPath, F_OK); }) == 0;
+bool Exists(const CCmString& strPath, const CmPlace& aPlace) {
+    return WithPlace(aPlace, strPath, [](int nDirectory, const char* lpPath) {
+               return ::faccessat(nDirectory, lpPath, F_OK, 0);
+           }) == 0;
 }
 
-int MakeDirectory(const CCmString& strPath) {
-    return WithPath(strPath, [](const char* lpPath) { return ::mkdir(lpPath, 0777); });
+int MakeDirectory(const CCmString& strPath, const CmPlace& aPlace) {
+    return WithPlace(aPlace, strPath, [](int nDirectory, const char* lpPath) {
+        return ::mkdirat(nDirectory, lpPath, 0777);
+    });
 }
 
 int RemoveFile(const CCmString& strPath) {
@@ -195,5 +257,24 @@ int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
 }
 
 int RemoveUtf8File(const CCmString& strPath) { return RemoveFile(strPath); }
+
+int SyncDirectoryOf(const CCmString& strPath) try {
+    const std::size_t nSeparator = strPath.find_last_of("\\/");
+    const CCmString strDirectory =
+        nSeparator == CCmString::npos ? "." : strPath.substr(0, nSeparator + 1);
+    const int nFile = WithPath(strDirectory, [](const char* lpPath) {
+        return ::openat(AT_FDCWD, lpPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    });
+    if (nFile < 0) return -1;
+    int nResult = Repeated([&] { return ::fsync(nFile); });
+    const int nReason = errno;
+    if (nReason == EINVAL || nReason == ENOTSUP) nResult = 0;
+    ::close(nFile);
+    errno = nReason;
+    return nResult;
+} catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return -1;
+}
 
 }  // namespace CmFile

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "platform/CmFile.h"
+#include "platform/CmFileWindows.h"
 
 namespace {
 
@@ -28,37 +29,22 @@ bool IsWhole(const CCmString& strPath) {
     return false;
 }
 
-/// The path in the system's own characters; empty, with errno 22, if it isn't UTF-8 or is empty.
-std::wstring WidePath(const CCmString& strPath) {
-    errno = EINVAL;  // for all that follows
-    if (strPath.empty() || strPath.size() > INT_MAX || !IsWhole(strPath)) return {};
-    const int nLength = static_cast<int>(strPath.size());
+/// Text in the system's own characters; empty if it is empty or cannot be converted.
+std::wstring ToWide(UINT nCodePage, DWORD dwFlags, const CCmString& strText) {
+    if (strText.empty() || strText.size() > INT_MAX) return {};
+    const int nLength = static_cast<int>(strText.size());
     const int nWide =
-        ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, strPath.data(), nLength, nullptr, 0);
+        ::MultiByteToWideChar(nCodePage, dwFlags, strText.data(), nLength, nullptr, 0);
     std::wstring strWide(static_cast<std::size_t>(nWide), L'\0');
     if (nWide > 0)
-        ::MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, strPath.data(), nLength, &strWide[0],
-                              nWide);
+        ::MultiByteToWideChar(nCodePage, dwFlags, strText.data(), nLength, &strWide[0], nWide);
     return strWide;
 }
 
-/// An errno for the failure of a call that doesn't set one, as the runtime would.
-int ErrnoFromSystem() {
-    switch (::GetLastError()) {
-        case ERROR_FILE_NOT_FOUND:
-        case ERROR_PATH_NOT_FOUND:
-            return ENOENT;
-        case ERROR_ACCESS_DENIED:
-        case ERROR_LOCK_VIOLATION:
-        case ERROR_SHARING_VIOLATION:
-        case ERROR_WRITE_PROTECT:
-            return EACCES;
-        case ERROR_DISK_FULL:
-        case ERROR_HANDLE_DISK_FULL:
-            return ENOSPC;
-        default:
-            return EIO;
-    }
+/// The path in the system's own characters; empty, with errno 22, if it isn't UTF-8 or is empty.
+std::wstring WidePath(const CCmString& strPath) {
+    errno = EINVAL;  // for all that follows
+    return IsWhole(strPath) ? ToWide(CP_UTF8, MB_ERR_INVALID_CHARS, strPath) : std::wstring();
 }
 
 bool IsFileLike(int nFile) {
@@ -122,25 +108,81 @@ int WithWidePath(const CCmString& strPath, Call aCall) try {
     return -1;
 }
 
+/// A path that begins in a directory that is held, in the system's own characters; empty, with
+/// errno, if that fails. Text in the system's encoding is converted as its own calls do.
+std::wstring PlacedPath(const CmPlace::tagDirectory& aDirectory, const CCmString& strPath,
+                        CmFile::PathText aText) {
+    errno = EINVAL;
+    if (!IsWhole(strPath) || strPath.size() > INT_MAX) return {};
+    const UINT nLocal = ::AreFileApisANSI() ? CP_ACP : CP_OEMCP;
+    const std::wstring strWide =
+        aText == CmFile::Path_Utf8 ? WidePath(strPath) : ToWide(nLocal, 0, strPath);
+    if (strWide.size() < aDirectory.nReplaced) return {};
+    return aDirectory.strBase + strWide.substr(aDirectory.nReplaced);
+}
+
+/// Makes a call that takes a path in the system's encoding, or the same one with wide characters
+/// where the path begins in a directory that is held. Both give -1 on failure.
+template <class Call, class WideCall>
+int WithPlace(const CmPlace& aPlace, const CCmString& strPath, Call aCall, WideCall aWide) try {
+    errno = aPlace.Error();
+    if (errno != 0) return -1;
+    if (!aPlace.Directory()) return WithPath(strPath, aCall);
+    const std::wstring strWide = PlacedPath(*aPlace.Directory(), strPath, CmFile::Path_Local);
+    if (strWide.empty()) return -1;
+    errno = 0;
+    return aWide(strWide.c_str());
+} catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return -1;
+}
+
 }  // namespace
+
+int ErrnoFromSystem() {
+    switch (::GetLastError()) {
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+            return ENOENT;
+        case ERROR_ACCESS_DENIED:
+        case ERROR_LOCK_VIOLATION:
+        case ERROR_SHARING_VIOLATION:
+        case ERROR_WRITE_PROTECT:
+            return EACCES;
+        case ERROR_DISK_FULL:
+        case ERROR_HANDLE_DISK_FULL:
+            return ENOSPC;
+        default:
+            return EIO;
+    }
+}
 
 namespace CmFile {
 
-std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText) {
+bool CanConvert(const CCmString& strPath, PathText aText) {
+    return aText == Path_Local || !ToWide(CP_UTF8, MB_ERR_INVALID_CHARS, strPath).empty();
+}
+
+std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText, const CmPlace& aPlace) {
     int nFlags = _O_BINARY | _O_NOINHERIT | (aMode == Open_Read ? _O_RDONLY : _O_RDWR | _O_CREAT);
     if (aMode == Open_Write) nFlags |= _O_TRUNC;
     if (aMode == Open_New) nFlags |= _O_EXCL;
     const int nAccess = _S_IREAD | _S_IWRITE;
-    const std::wstring strWide = aText == Path_Utf8 ? WidePath(strPath) : std::wstring();
-    if (aText == Path_Utf8 ? strWide.empty() : !IsWhole(strPath)) return nullptr;
+    errno = aPlace.Error();
+    if (errno != 0) return nullptr;
+    const bool bWide = aText == Path_Utf8 || aPlace.Directory();
+    const std::wstring strWide = aPlace.Directory()
+                                     ? PlacedPath(*aPlace.Directory(), strPath, aText)
+                                     : (bWide ? WidePath(strPath) : std::wstring());
+    if (bWide ? strWide.empty() : !IsWhole(strPath)) return nullptr;
     errno = 0;
-    const int nFile = aText == Path_Utf8 ? ::_wopen(strWide.c_str(), nFlags, nAccess)
-                                         : ::_open(strPath.c_str(), nFlags, nAccess);
+    const int nFile = bWide ? ::_wopen(strWide.c_str(), nFlags, nAccess)
+                            : ::_open(strPath.c_str(), nFlags, nAccess);
     if (nFile < 0) return nullptr;
     std::FILE* const pStream = ToStream(nFile, aMode == Open_Read ? "rb" : "wb+");
     if (!pStream && aMode == Open_New) {
         const int nReason = errno;
-        aText == Path_Utf8 ? ::_wunlink(strWide.c_str()) : ::_unlink(strPath.c_str());
+        bWide ? ::_wunlink(strWide.c_str()) : ::_unlink(strPath.c_str());
         errno = nReason;
     }
     return pStream;
@@ -151,9 +193,9 @@ int Close(std::FILE* pStream) {
     return std::fclose(pStream);
 }
 
-int Seek(std::FILE* pStream, std::int64_t nPosition, SeekFrom aFrom) {
+int Seek(std::FILE* pStream, std::int64_t nPosition) {
     errno = 0;
-    return ::_fseeki64(pStream, nPosition, aFrom == From_End ? SEEK_END : SEEK_SET);
+    return ::_fseeki64(pStream, nPosition, SEEK_SET);
 }
 
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) {
@@ -168,6 +210,19 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
     std::clearerr(pStream);
     errno = nReason;
     return dwWritten;
+}
+
+int CutBack(std::FILE* pStream, std::int64_t nSize) {
+    errno = 0;
+    const int nFile = ::_fileno(pStream);
+    // Asked of the system: a write that the full disk cut off counts fewer bytes than were written.
+    const std::int64_t nStopped = ::_lseeki64(nFile, 0, SEEK_CUR);
+    if (nStopped == nSize) return 0;
+    struct _stat64 aStatus;
+    if (nStopped < 0 || ::_fstat64(nFile, &aStatus) != 0) return -1;
+    const bool bRegular = (aStatus.st_mode & _S_IFMT) == _S_IFREG;
+    if (!bRegular || ::_filelengthi64(nFile) != nStopped || nStopped < nSize) return -1;
+    return ::_chsize_s(nFile, nSize) == 0 ? 0 : -1;
 }
 
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwWanted, bool& bEnd) {
@@ -188,7 +243,7 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwWanted, bool&
 ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
                std::size_t& dwRead) {
     dwRead = 0;
-    if (Seek(pStream, nPosition, From_Start) != 0) return Read_NoSuchPlace;
+    if (Seek(pStream, nPosition) != 0) return Read_NoSuchPlace;
     bool bEnd = false;
     dwRead = Read(pStream, lpBuffer, dwLength, bEnd);
     if (dwRead == dwLength) return Read_Whole;
@@ -206,14 +261,19 @@ int Sync(std::FILE* pStream) {
 }
 
 std::int64_t Size(std::FILE* pStream) {
-    return Seek(pStream, 0, From_End) == 0 ? ::_ftelli64(pStream) : -1;
+    errno = 0;
+    return ::_fseeki64(pStream, 0, SEEK_END) == 0 ? ::_ftelli64(pStream) : -1;
 }
 
-bool Exists(const CCmString& strPath) {
-    return WithPath(strPath, [](const char* lpPath) { return ::_access(lpPath, 0); }) == 0;
+bool Exists(const CCmString& strPath, const CmPlace& aPlace) {
+    return WithPlace(
+               aPlace, strPath, [](const char* lpPath) { return ::_access(lpPath, 0); },
+               [](const wchar_t* lpPath) { return ::_waccess(lpPath, 0); }) == 0;
 }
 
-int MakeDirectory(const CCmString& strPath) { return WithPath(strPath, ::_mkdir); }
+int MakeDirectory(const CCmString& strPath, const CmPlace& aPlace) {
+    return WithPlace(aPlace, strPath, ::_mkdir, ::_wmkdir);
+}
 
 int RemoveFile(const CCmString& strPath) { return WithPath(strPath, ::_unlink); }
 
@@ -230,5 +290,7 @@ int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
 }
 
 int RemoveUtf8File(const CCmString& strPath) { return WithWidePath(strPath, ::_wunlink); }
+
+int SyncDirectoryOf(const CCmString& /*strPath*/) { return 0; }
 
 }  // namespace CmFile

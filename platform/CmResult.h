@@ -18,8 +18,9 @@
     X(4008, CACHE_ERR_ALREADY_OPEN, "a downloaded recording is open already")        \
     X(4009, CACHE_ERR_INVALID_ARG, "an argument is not acceptable")                  \
     X(4010, CACHE_ERR_INVALID_STATE, "the state does not allow the operation")       \
-    X(4011, CACHE_ERR_OUT_OF_MEMORY, "out of memory, or too many bytes are pending") \
+    X(4011, CACHE_ERR_OUT_OF_MEMORY, "out of memory")                                \
     X(4012, CACHE_ERR_WRITE_DENIED, "permission denied for writing")                 \
+    X(4013, CACHE_ERR_TRY_AGAIN, "too many bytes are pending; try again later")      \
     X(10001, CACHE_ERR_UNKNOWN_TAG, "unknown tag of a container entry")              \
     X(10011, CACHE_ERR_NO_ENTRY, "the lookup found nothing")
 

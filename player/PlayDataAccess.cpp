@@ -42,13 +42,14 @@ CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned
                                     CmUint32 dwLength, CmUint32 dwOffset) {
     CM_CHECK(!m_pDownloadFile, "!m_pDownloadFile", CACHE_ERR_INVALID_STATE);
     IFileOperation* pFile = nullptr;
-    const CmInt32 lResult = FindFile("WriteData", " DataLen=", aDataInfo, pFile);
+    CmInt32 lResult = FindFile("WriteData", " DataLen=", aDataInfo, pFile);
     if (lResult != CACHE_OK) return lResult;
-    CM_CHECK(lpData, "lpData", CACHE_ERR_INVALID_ARG);
-    if (!CPendingBytes::HasRoomFor(pFile->BytesToQueue(dwLength, dwOffset)))
-        return CACHE_ERR_OUT_OF_MEMORY;
+    CM_CHECK(lpData || dwLength == 0, "lpData", CACHE_ERR_INVALID_ARG);
+    lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
+    if (lResult != CACHE_OK) return lResult;
     CaptureHeader(aDataInfo, lpData, dwLength, dwOffset);
-    return pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
+    const char* const lpBytes = lpData ? reinterpret_cast<const char*>(lpData) : "";
+    return pFile->WriteBytes(lpBytes, dwLength, dwOffset);
 }
 
 /// Takes time stamp and version from a block that begins a file. A block too short to hold them

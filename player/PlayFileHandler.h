@@ -78,9 +78,10 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
     /// Copies dwLength bytes of lpData to the file that aDataInfo designates, at dwOffset (below
     /// 2^31) or at its end for 0xFFFFFFFF. The first block of 72 bytes or more at offset 0, unless
     /// of data type 5, gives time stamp and file version, again until the time stamp is not 0.
-    /// 4009: lpData is null. 4010: no such file, one opened for reading, or a container is open.
-    /// 4011: no memory, or the limit of pending bytes (CCacheFileManager::SetPendingLimit) is
-    /// reached; nothing is taken then.
+    /// 4009: lpData is null and dwLength is not 0. 4010: no such file, one opened for reading, or a
+    /// container is open. 4013: the limit of pending bytes (CCacheFileManager::SetPendingLimit)
+    /// refuses the piece at the moment. 4011: no memory, or a piece above that limit. With these
+    /// two nothing is taken of the piece, and time stamp and file version stay.
     CmInt32 WriteData(const tagDataInfo& aDataInfo, const unsigned char* lpData, CmUint32 dwLength,
                       CmUint32 dwOffset);
 

@@ -86,12 +86,17 @@ TEST_P(Limits, TenThousandFilesStayOpenAndTheOneTooManyGivesItsOwnCode) {
     EXPECT_EQ(aRecording.Write(dwBefore, "x"), 0);
     EXPECT_EQ(aRecording->CloseFile(dwBefore), 0);
     Settle();
-    ASSERT_TRUE(aLimit.Set(static_cast<rlim_t>(::dup(0))));  // the next one to be opened
+    int nNext = 0;  // the next one to be opened, when all smaller ones are in use
+    while (nNext < static_cast<int>(c_nFiles)) nNext = ::dup(0);
+    ASSERT_TRUE(aLimit.Set(static_cast<rlim_t>(nNext)));
     for (const char* const lpName : {"first", "second"})
         EXPECT_EQ(aOther.TryOpen(lpName), GetParam() == Sync ? 4006 : 0);
     Settle();
     EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 4001, Open 4006, Open 4006" : "");
-    EXPECT_EQ(aRecording->CloseFile(vecHandles.back()), 0);
+    // A queued open of a relative path holds the current directory.
+    for (const std::size_t i : {c_nFiles - 1, c_nFiles - 2})
+        EXPECT_EQ(aRecording->CloseFile(vecHandles[i]), 0);
+    Settle();
     EXPECT_EQ(aOther.TryOpen("third"), 0);
     Settle();
     EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 0" : "");
@@ -102,6 +107,41 @@ TEST_P(Limits, TenThousandFilesStayOpenAndTheOneTooManyGivesItsOwnCode) {
     for (unsigned i = 0; i < c_nFiles; ++i)
         ASSERT_EQ(ReadBytes(Recording::PathOf(std::to_string(i))),
                   std::to_string(vecHandles[i]) + std::to_string(vecHandles[i] + 1));
+}
+
+using OpenFiles = HostTest;
+
+TEST_F(OpenFiles, OpensThatWaitForOneDirectoryShareItsDescriptorAndKeepItOpen) {
+    const auto countOpen = [] {
+        const std::filesystem::directory_iterator aOpen("/dev/fd");
+        return std::distance(begin(aOpen), end(aOpen));
+    };
+    const auto aRoot = std::filesystem::current_path();
+    Recording aRecording(Async, &m_sink);
+    Settle();
+    const auto nBefore = countOpen();
+    {
+        const ThreadGate aGate(Worker());
+        for (int i = 0; i < 100; ++i) {
+            if (i % 50 == 0) {
+                std::filesystem::create_directory(aRoot / std::to_string(i));
+                std::filesystem::current_path(aRoot / std::to_string(i));
+            }
+            aRecording.Open(std::to_string(i));
+        }
+        EXPECT_LE(countOpen(), nBefore + 2);
+        std::filesystem::remove(aRoot / "50");
+        std::filesystem::current_path(aRoot);
+    }
+    Settle();
+    std::string strWanted = "Open 0";
+    for (int i = 1; i < 50; ++i) strWanted += ", Open 0";
+    for (int i = 50; i < 100; ++i) strWanted += ", Open 4001";
+    EXPECT_EQ(m_sink.Take(), strWanted) << "the second directory was removed meanwhile";
+    EXPECT_TRUE(Exists("0/kvr2/7/49"));
+    aRecording.Destroy();
+    Settle();
+    EXPECT_EQ(countOpen(), nBefore);
 }
 
 TEST_P(Limits, NamesAndPathsAreAsLongAsTheSystemTakesThem) {

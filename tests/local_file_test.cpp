@@ -77,7 +77,7 @@ TEST_F(LocalFile, AnOpenThatFailsGivesItsCode) {
         {"missing\\a", 1, 0, 4001, strWriting + "2 this=*\n"},
         {".\\m\\missing", 0, 0, 4001, strReading + "2 this=*\n"},
         {".\\missing", 0, 1, 4001, strReading + "2 this=*\n"},
-        {"", 0, 1, 4006, strReading + "22 this=*\n"},
+        {"", 0, 1, 4006, ""},
         {strNul, 1, 0, 4006, strWriting + "22 this=*\n"},
         {strNul, 0, 0, 4006, strReading + "22 this=*\n"},
     };

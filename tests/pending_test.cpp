@@ -54,10 +54,11 @@ TEST_F(Pending, ALimitRefusesPiecesBeforeAnythingIsTakenOfThem) {
             CmInt32 lResult;
             std::uint64_t qwPending;
         } aSteps[] = {{65'537, c_dwEnd, 4011, 0},      {32'768, c_dwEnd, 0, 32'768},
-                      {32'767, c_dwEnd, 0, 32'768},    {2, 0, 4011, 32'768},
+                      {32'767, c_dwEnd, 0, 32'768},    {2, 0, 4013, 32'768},
                       {1, c_dwEnd, 0, 65'536},         {32'767, c_dwEnd, 0, 65'536},
-                      {1, c_dwEnd, 4011, 65'536},      {1, 0, 4011, 65'536},
-                      {40'000, c_dwEnd, 4011, 65'536}, {0, c_dwEnd, 0, 65'536}};
+                      {1, c_dwEnd, 4013, 65'536},      {1, 0, 4013, 65'536},
+                      {32'769, c_dwEnd, 4013, 65'536}, {32'770, c_dwEnd, 4011, 65'536},
+                      {0, c_dwEnd, 0, 65'536}};
         for (const auto& aStep : aSteps) {
             const CCmString strPiece =
                 Pattern(aStep.dwLength, static_cast<unsigned>(strModel.size()));
@@ -65,7 +66,7 @@ TEST_F(Pending, ALimitRefusesPiecesBeforeAnythingIsTakenOfThem) {
             EXPECT_EQ(Waiting(), aStep.qwPending);
             if (aStep.lResult == 0) Overwrite(strModel, strPiece, aStep.dwOffset);
         }
-        EXPECT_EQ(aPlayer.Write(InfoOf(c_describer), ConfBytes(1, 2), 0), 4011);
+        EXPECT_EQ(aPlayer.Write(InfoOf(c_describer), ConfBytes(1, 2), 0), 4013);
         EXPECT_EQ(aPlayer->GetCBTimeStamp(), 0U) << "nothing was taken of it";
         Recording aDirect(Sync, nullptr);
         EXPECT_EQ(aDirect.Write(aDirect.Open("sync"), Pattern(100'000)), 0);

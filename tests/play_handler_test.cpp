@@ -75,6 +75,13 @@ TEST_P(Play, RecordFilesRefuseWithCodesAndLines) {
                   "CPlayFileHandler::SyncReadData->Read data error4009 this=*\n");
     ExpectFile("kvr2/7/a", "there");
 
+    EXPECT_EQ(aPlayer.OpenFile("empty", {1, 1, 2, 0}, 1), 0);
+    for (const CmUint32 dwOffset : {CmUint32{0}, c_dwEnd})
+        EXPECT_EQ(aPlayer->WriteData({1, 2, 0, 1}, nullptr, 0, dwOffset), 0);
+    Settle();
+    ExpectFile("kvr2/7/empty", "");
+    EXPECT_EQ(m_trace.TakeErrors(), "");
+
     m_sink.Take();
     EXPECT_EQ(aPlayer->CloseAllRecordFiles(), 0);
     EXPECT_EQ(aPlayer.Read(aInfo, 0, 1), bAsync ? 0 : 4007);
@@ -124,9 +131,10 @@ TEST_P(Play, ContainersRefuseWithCodesAndLines) {
 TEST_P(Play, ContainersThatCannotBeOpened) {
     const struct {
         const char* lpPath;
-        const char* lpErrno;
+        const char* lpLine;  // of the file itself
         CmInt32 lResult;
-    } aCases[] = {{".\\missing", "2", 4001}, {"", "22", 4006}};
+    } aCases[] = {{".\\missing", "CLocalFile::Open->Open reading only File Error=2 this=*\n", 4001},
+                  {"", "", 4006}};
     for (const auto& aCase : aCases) {
         const std::string strPath(aCase.lpPath), strCode = std::to_string(aCase.lResult);
         Player aPlayer(GetParam(), &m_sink);
@@ -136,8 +144,7 @@ TEST_P(Play, ContainersThatCannotBeOpened) {
         Settle();
         EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open " + strCode : "");
         EXPECT_EQ(aPlayer->GetFileStatus(c_aLocal), GetParam() == Async ? aCase.lResult : 0);
-        const std::string strFile = CCmString("CLocalFile::Open->Open reading only File Error=") +
-                                    aCase.lpErrno + " this=*\n";
+        const std::string strFile = aCase.lpLine;
         EXPECT_EQ(m_trace.TakeErrors(),
                   GetParam() == Async
                       ? strFile + "COpenCloseEvent::OnEventFire->Open File error:" + strPath +

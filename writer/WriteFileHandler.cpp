@@ -124,10 +124,9 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
                                                                        << " this=" << this);
         return CACHE_ERR_INVALID_STATE;
     }
-    if (!CPendingBytes::HasRoomFor(pFile->BytesToQueue(dwLength, dwOffset)))
-        return CACHE_ERR_OUT_OF_MEMORY;
-    const CmInt32 lResult =
-        pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
+    CmInt32 lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
+    if (lResult != CACHE_OK) return lResult;
+    lResult = pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
     if (lResult != CACHE_OK)
         CM_TRACE_ERROR("CWriteFileHandler::WriteData->Write Data error=" << lResult
                                                                          << " this=" << this);

@@ -54,8 +54,9 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     /// end for 0xFFFFFFFF. An append usually only gathers the bytes; a positioned write first
     /// passes on what is gathered. In asynchronous mode a later failure comes as Op_Write.
     /// 4009: lpData is null. 4010: no such handle, or the worker has been stopped. 4003, 4006: a
-    /// write that this call caused failed, or the file's open has. 4011: no memory, or the limit
-    /// of pending bytes (CCacheFileManager::SetPendingLimit) is reached; nothing is taken then.
+    /// write that this call caused failed, or the file's open has. 4013: the limit of pending bytes
+    /// (CCacheFileManager::SetPendingLimit) refuses the piece at the moment. 4011: no memory, or a
+    /// piece above that limit. With these two nothing is taken of the piece.
     CmInt32 WriteData(CmUint32 dwHandle, const unsigned char* lpData, CmUint32 dwLength,
                       CmUint32 dwOffset);
 

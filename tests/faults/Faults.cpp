@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -23,6 +24,8 @@ std::atomic<std::chrono::milliseconds> s_aWriteDelay{};
 
 std::atomic<int> s_nCalls{0};
 std::atomic<int> s_nFailures{0};
+std::function<void()> s_beforeFailure;
+std::atomic<bool> s_bOwed{false};  // a part was transferred, and the next call fails
 
 /// Whether this call fails, with errno set then.
 bool Fails(Faults::Call aCall) {
@@ -34,14 +37,23 @@ bool Fails(Faults::Call aCall) {
     return true;
 }
 
-/// Fails a transfer of which a part is done.
-ssize_t FailAfter(ssize_t /*nPart*/) {
-    errno = s_nErrno;
-    return -1;
-}
-
 /// Half of a transfer of so many bytes; whole words, which the tests' files are made of.
 std::size_t HalfOf(std::size_t nBytes) { return nBytes / 2 & ~std::size_t{3}; }
+
+/// A transfer as the system fails it: one call reports the part that was done, the next one fails.
+template <class Transfer>
+ssize_t Transferred(Faults::Call aCall, std::size_t nCount, Transfer aTransfer) {
+    const bool bOwed = aCall == s_aCall && s_bOwed.exchange(false);
+    if (!bOwed && !Fails(aCall)) return aTransfer(nCount);
+    if (!bOwed && HalfOf(nCount) > 0) {
+        s_bOwed = true;
+        return aTransfer(HalfOf(nCount));
+    }
+    const int nErrno = s_nErrno;
+    if (const auto aWork = std::exchange(s_beforeFailure, {})) aWork();
+    errno = nErrno;
+    return -1;
+}
 
 }  // namespace
 
@@ -61,13 +73,17 @@ void Arm(Call aCall, int nNth, bool bForEver, int nErrno) {
     s_bForEver = bForEver;
     s_nErrno = nErrno;
     s_nCalls = s_nFailures = 0;
+    s_bOwed = false;
     s_nNth = nNth;
 }
 
 int Disarm() {
     s_nNth = c_nNever;
+    s_bOwed = false;
     return s_nFailures;
 }
+
+void RunBeforeFailure(std::function<void()> aWork) { s_beforeFailure = std::move(aWork); }
 
 void SetWriteDelay(std::chrono::milliseconds aDelay) { s_aWriteDelay = aDelay; }
 
@@ -85,40 +101,43 @@ extern "C" {
 
 FAULT_WRAP(int, fstat, (int nFile, struct stat* p), -1, (nFile, p))
 FAULT_WRAP(std::FILE*, fdopen, (int nFile, const char* lpMode), nullptr, (nFile, lpMode))
-FAULT_WRAP(int, access, (const char* lpPath, int nMode), -1, (lpPath, nMode))
-FAULT_WRAP(int, mkdir, (const char* lpPath, mode_t nMode), -1, (lpPath, nMode))
+FAULT_WRAP(int, faccessat, (int nDirectory, const char* lpPath, int nMode, int nFlags), -1,
+           (nDirectory, lpPath, nMode, nFlags))
+FAULT_WRAP(int, mkdirat, (int nDirectory, const char* lpPath, mode_t nMode), -1,
+           (nDirectory, lpPath, nMode))
 FAULT_WRAP(off_t, lseek, (int nFile, off_t nTo, int nFrom), -1, (nFile, nTo, nFrom))
+FAULT_WRAP(int, ftruncate, (int nFile, off_t nSize), -1, (nFile, nSize))
 FAULT_WRAP(int, rename, (const char* lpFrom, const char* lpTo), -1, (lpFrom, lpTo))
 
 int __wrap_fsync(int) { return Fails(Faults::Call_fsync) ? -1 : 0; }  // no test needs the disk
 
-int __real_open(const char* lpPath, int nFlags, ...);
-int __wrap_open(const char* lpPath, int nFlags, ...) {
+int __real_openat(int nDirectory, const char* lpPath, int nFlags, ...);
+int __wrap_openat(int nDirectory, const char* lpPath, int nFlags, ...) {
     std::va_list aArguments;
     va_start(aArguments, nFlags);
     const mode_t nMode = nFlags & O_CREAT ? va_arg(aArguments, mode_t) : 0;
     va_end(aArguments);
-    return Fails(Faults::Call_open) ? -1 : __real_open(lpPath, nFlags, nMode);
+    return Fails(Faults::Call_openat) ? -1 : __real_openat(nDirectory, lpPath, nFlags, nMode);
 }
 
 ssize_t __real_write(int nFile, const void* lp, std::size_t nCount);
 ssize_t __wrap_write(int nFile, const void* lp, std::size_t nCount) {
     if (nCount == 1) return __real_write(nFile, lp, nCount);  // a wake-up through a pipe
     std::this_thread::sleep_for(s_aWriteDelay.load());
-    if (!Fails(Faults::Call_write)) return __real_write(nFile, lp, nCount);
-    return FailAfter(__real_write(nFile, lp, HalfOf(nCount)));
+    return Transferred(Faults::Call_write, nCount,
+                       [&](std::size_t nPart) { return __real_write(nFile, lp, nPart); });
 }
 
 ssize_t __real_read(int nFile, void* lp, std::size_t nCount);
 ssize_t __wrap_read(int nFile, void* lp, std::size_t nCount) {
-    if (!Fails(Faults::Call_read)) return __real_read(nFile, lp, nCount);
-    return FailAfter(__real_read(nFile, lp, HalfOf(nCount)));
+    return Transferred(Faults::Call_read, nCount,
+                       [&](std::size_t nPart) { return __real_read(nFile, lp, nPart); });
 }
 
 ssize_t __real_pread(int nFile, void* lp, std::size_t nCount, off_t nAt);
 ssize_t __wrap_pread(int nFile, void* lp, std::size_t nCount, off_t nAt) {
-    if (!Fails(Faults::Call_pread)) return __real_pread(nFile, lp, nCount, nAt);
-    return FailAfter(__real_pread(nFile, lp, HalfOf(nCount), nAt));
+    return Transferred(Faults::Call_pread, nCount,
+                       [&](std::size_t nPart) { return __real_pread(nFile, lp, nPart, nAt); });
 }
 
 int __real_fflush(std::FILE* p);

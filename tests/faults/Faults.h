@@ -1,20 +1,22 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 
 /// Stands between the library and the system: the linker leads these calls here. A write or read
-/// that fails does half of its work first.
+/// that is to fail transfers half of its bytes, and the next one fails.
 namespace Faults {
 
 /// X(function, what it returns when it fails)
 #define FAULT_CALLS(X) \
-    X(open, -1)        \
+    X(openat, -1)      \
     X(fstat, -1)       \
     X(fdopen, nullptr) \
-    X(access, -1)      \
-    X(mkdir, -1)       \
+    X(faccessat, -1)   \
+    X(mkdirat, -1)     \
     X(lseek, -1)       \
     X(write, -1)       \
+    X(ftruncate, -1)   \
     X(read, -1)        \
     X(pread, -1)       \
     X(fflush, EOF)     \
@@ -36,6 +38,9 @@ void Arm(Call aCall, int nNth, bool bForEver, int nErrno);
 
 /// No more failures. How many there were.
 int Disarm();
+
+/// Runs aWork once, when the next transfer that is to fail has done its part.
+void RunBeforeFailure(std::function<void()> aWork);
 
 /// How long each write takes besides its work.
 void SetWriteDelay(std::chrono::milliseconds aDelay);

@@ -44,11 +44,14 @@ std::uint64_t FileModel::CountMissing() const {
         vecThere[dwWord] = 1;
     }
     std::uint64_t qwMissing = 0;
-    for (const Piece& aPiece : m_vecPieces)
-        if (aPiece.bAccepted)
-            qwMissing +=
-                4U * static_cast<unsigned>(std::count(vecThere.begin() + aPiece.dwFirst,
-                                                      vecThere.begin() + aPiece.dwEnd, false));
+    for (const Piece& aPiece : m_vecPieces) {
+        const auto dwMissing = static_cast<CmUint32>(
+            std::count(vecThere.begin() + aPiece.dwFirst, vecThere.begin() + aPiece.dwEnd, false));
+        if (aPiece.bAccepted) qwMissing += 4U * dwMissing;
+        EXPECT_TRUE(aPiece.dwHome != c_dwEnd || dwMissing == 0 ||
+                    dwMissing == aPiece.dwEnd - aPiece.dwFirst)
+            << m_strPath << ": a part of the append of word " << aPiece.dwFirst;
+    }
     return qwMissing;
 }
 

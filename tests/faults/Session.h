@@ -24,7 +24,7 @@ class FileModel {
     void SetResult(CmInt32 lResult) { m_vecPieces.back().bAccepted = lResult == 0; }
 
     /// How many bytes the library has taken that the file doesn't hold. Fails the test if there is
-    /// a word in the file that wasn't given, or not for there.
+    /// a word in the file that wasn't given, or not for there, or only a part of an append.
     std::uint64_t CountMissing() const;
 
  private:

@@ -38,3 +38,63 @@ TEST_P(AppendMemory, NothingBetweenBlocksAndOnePieceForABlock) {
         append(nPiece, 3, true);
     }
 }
+
+TEST_P(AppendMemory, IsBoundedWhateverLengthsThePiecesOfManyStreamsHave) {
+    constexpr std::size_t c_nStreams = 60;
+    constexpr std::size_t c_nMost = 65536;       // of a stream, between calls
+    constexpr std::size_t c_nOneStream = 2048;   // its file, its handle and its open stream
+    constexpr std::size_t c_nStored = 2U << 20;  // of the blocks kept for later
+    const std::vector<unsigned char> vecBytes(3'000'000, 'x');
+    Recording aRecording(GetParam(), &m_sink);
+    std::vector<CmUint32> vecHandles;
+    const auto write = [&](std::size_t nStream, std::size_t nLength, CmUint32 dwOffset = c_dwEnd) {
+        ASSERT_EQ(aRecording->WriteData(vecHandles[nStream], vecBytes.data(),
+                                        static_cast<CmUint32>(nLength), dwOffset),
+                  0);
+    };
+    Settle();
+    const std::size_t nBefore = Memory::StartPeak();
+    const auto expectBounded = [&](const char* lpAfter) {
+        Settle();
+        EXPECT_LE(Memory::StartPeak() - nBefore,
+                  c_nStreams * (c_nMost + c_nOneStream) + c_nStored + 65536)
+            << "after " << lpAfter;
+    };
+    for (std::size_t i = 0; i < c_nStreams; ++i)
+        vecHandles.push_back(aRecording.Open(std::to_string(i)));
+    for (std::size_t i = 0; i < c_nStreams; ++i) {
+        write(0, 1'900'000);
+        Settle();  // the worker gives the large block back before a small one is needed
+        if (i > 0) write(i, 100);
+    }
+    expectBounded("small pieces beside large ones");
+    for (std::size_t i = 0; i < c_nStreams; ++i) {
+        write(i, 1);
+        write(i, 3'000'000);
+    }
+    expectBounded("a large piece after a small one");
+    SeededRandom aRandom;
+    for (int i = 0; i < 3000; ++i) {
+        const std::size_t nLength = 1 + aRandom.Below(1U << aRandom.Below(18));
+        write(aRandom.Below(c_nStreams), nLength, aRandom.Below(4) ? c_dwEnd : 0);
+        if (i % 100 == 0) Settle();
+    }
+    expectBounded("pieces of all lengths");
+}
+
+using QueuedMemory = HostTest;
+
+TEST_F(QueuedMemory, IsAboutWhatCountsAsPending) {
+    constexpr std::size_t c_nOneWrite = 400;  // the request itself
+    Recording aRecording(Async, &m_sink);
+    const CmUint32 dwHandle = aRecording.Open("a");
+    EXPECT_EQ(aRecording.Write(dwHandle, Pattern(1'900'000)), 0);
+    EXPECT_EQ(aRecording.Write(dwHandle, Pattern(60'000)), 0);
+    Settle();  // the store now has blocks that are too large for what follows
+    const ThreadGate aGate(Worker());
+    const CCmString strPiece = Pattern(100);
+    const std::size_t nBefore = Memory::StartPeak();
+    for (int i = 0; i < 1000; ++i) EXPECT_EQ(aRecording.Write(dwHandle, strPiece, 0), 0);
+    EXPECT_EQ(CCacheFileManager::GetPendingBytes(), 100'000U);
+    EXPECT_LE(Memory::StartPeak() - nBefore, 100'000 + 1000 * c_nOneWrite);
+}

@@ -151,12 +151,11 @@ void PackSession(Session& aHost) {
         if (lResult == 0) lResult = aHost.Do([&] { return aWriter->Write(".\\packed"); });
     }
     CCmString strPacked = ReadBytes("packed");
-    if (lResult == 0) {
+    // With a code too, if only the directory could not be synced.
+    if (lResult == 0 || strPacked != strEarlier) {
         EXPECT_EQ(strPacked.size(), c_nHeader + 3 * c_nEntry + 1000 + strIn.size() + c_nConfHeader);
         EXPECT_EQ(strPacked.substr(c_nHeader + 3 * c_nEntry, 1000 + strIn.size()),
                   strIn.substr(0, 1000) + strIn);
-    } else {
-        EXPECT_EQ(strPacked, strEarlier);
     }
     EXPECT_FALSE(Exists("packed.partial"));
     if (lResult == 0) {

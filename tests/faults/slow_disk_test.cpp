@@ -27,7 +27,7 @@ TEST_F(SlowDisk, ALimitBoundsTheMemoryAndNothingAcceptedIsMissing) {
         const CmInt32 lResult = aRecording.Write(aHandles[i % c_nFiles], strPiece);
         if (lResult == 0) aModels[i % c_nFiles] += strPiece;
         if (lResult == 0) continue;
-        ASSERT_EQ(lResult, 4011);
+        ASSERT_EQ(lResult, 4013);
         qwMost = std::max(qwMost, CCacheFileManager::GetPendingBytes());
         // A recorder that can wait tries again later; this one leaves the piece out.
         if (++nRefused % 5 == 0) CCmCallerThread::WaitAndRun(50);
