@@ -33,7 +33,7 @@ struct tagMRFD {
     CmUint32 dwExtraInfo;  ///< goes unchanged into the describer
     CmUint32 dwReserved12;
     CmUint32 dwDataOffset;  ///< where the stream's bytes begin
-    CmUint32 dwStreamSize;  ///< their number, if our writer wrote it; no reader relies on it
+    CmUint32 dwStreamSize;  ///< their number as our writer notes it; others may note anything
     CmUint32 dwNextOffset;  ///< where the next entry lies; Index_Chained only
     CmUint32 dwReserved28;
 };
@@ -65,7 +65,8 @@ enum : CmUint32 {
     Index_Packed = 0,   ///< the entries follow one another
     Index_Chained = 1,  ///< each entry says where the next one lies
 
-    c_dwMaxKnownEntries = 1048576,  ///< how many entries the reader keeps at most
+    c_dwMaxKnownEntries = 1048576,  ///< how many known entries a reader keeps at most
+    c_dwMaxEntriesRead = 4194304,   ///< how many entries, known or not, a walk reads at most
 };
 
 /// Whether these are the words of a container that a reader accepts.

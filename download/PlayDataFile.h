@@ -11,8 +11,8 @@
 /// Reads one downloaded recording for the play handler that owns it.
 ///
 /// Made and deleted by the play handler, which calls it on the host's thread. In asynchronous mode
-/// the walk of the index runs on the R/W thread while the host's thread waits for it; nothing else
-/// is shared. Reads are answered by the play handler's OnDataReady.
+/// the walks along the index run on the R/W thread while the host's thread waits for them; nothing
+/// else is shared. Results of reads go to the play handler's OnDataReady.
 class CDownloadFileHandler {
  public:
     explicit CDownloadFileHandler(int bAsync);
@@ -52,16 +52,11 @@ class CDownloadFileHandler {
     const tagEntryFileHeader& GetConfFileHeader() const { return m_ConfFileHeader; }
 
  private:
-    struct tagWalk;
+    class CKeeper;
 
     CmInt32 ReadFileHeader();
     CmInt32 ReadConfHeader(CmUint32 dwDataOffset);
-    CmInt32 WalkIndex(tagWalk& aWalk);
-    CmInt32 ReadEntry(tagWalk& aWalk, tagMRFD& aEntry);
-    CmInt32 TakeEntry(tagWalk& aWalk, tagMRFDInfo& aInfo);
-    void ReserveEntries(tagWalk& aWalk);
-    CmInt32 AddKnown(tagWalk& aWalk, const tagMRFDInfo& aInfo);
-    CmInt32 SkipLaps(tagWalk& aWalk);
+    CmInt32 WalkIndex(std::vector<tagFileDescriber>& vecFileDescriber);
     CmInt32 SendWalk(std::vector<tagFileDescriber>& vecFileDescriber);
 
     const int m_bAsync;

@@ -53,6 +53,10 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
 
     /// Passes gathered bytes on to the file and its stream to the system; reports nothing.
     virtual void Flush() = 0;
+
+    /// The size of the open file in bytes. A link that has none returns CACHE_ERR_FAILED; on
+    /// failure qwSize stays as it was. On the thread that reads the file.
+    virtual CmInt32 GetSize(std::uint64_t& /*qwSize*/) { return CACHE_ERR_FAILED; }
 };
 
 /// Makes the links of a chain. One object for the process, never destroyed; it holds no state, so

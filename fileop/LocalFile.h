@@ -24,6 +24,7 @@ class CLocalFile final : public IFileOperation {
                           CmUint32& dwLength) override;
     const CCmString& GetFileName() override { return m_strFilePath; }
     void Flush() override;
+    CmInt32 GetSize(std::uint64_t& qwSize) override;
 
  private:
     CmInt32 OpenStream();
