@@ -46,6 +46,11 @@ class CFileThreadProxy final : public IFileOperation {
     /// Does nothing: every write flushes itself.
     void Flush() override {}
 
+    /// Only on the R/W thread, whose events alone ask for it.
+    CmInt32 GetSize(std::uint64_t& qwSize) override;
+
+    CmInt32 SendToReader(ICmEvent* pEvent) override;
+
  private:
     friend class COpenCloseEvent;
     friend class CReadEvent;

@@ -54,6 +54,17 @@ struct tagMRFDInfo {
     tagMRFD aEntry;
 };
 
+/// Where a stream of a container ends, as far as the index tells. Lengths are below 4 GiB, as
+/// offsets are.
+struct tagStreamExtent {
+    /// Up to what begins next, or to the end that the header gives. Of streams that begin at the
+    /// same place only the last one has these bytes; the others have as many as they note, or none
+    /// if that does not fit.
+    CmUint32 dwExtent;
+    /// The length of the stream: the noted one where notes hold, else dwExtent.
+    CmUint32 dwLength;
+};
+
 enum : CmUint32 {
     c_dwFileHeaderSize = 24,
     c_dwEntrySize = 32,

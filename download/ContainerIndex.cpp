@@ -1,9 +1,11 @@
 #include "download/ContainerIndex.h"
 
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "download/IndexWalk.h"
+#include "download/StreamExtents.h"
 #include "fileop/FileOperation.h"
 #include "platform/CmTrace.h"
 
@@ -26,6 +28,7 @@ CmInt32 OpenFile(const CCmString& strPath, CRefPtr<IFileOperation>& pFile,
 class CContainerIndex::Impl final : private IIndexVisitor {
  public:
     CmInt32 Open(const CCmString& strPath);
+    const CStreamExtents& Extents();
 
     CRefPtr<IFileOperation> m_pFile;
     std::uint64_t m_qwFileSize = 0;
@@ -44,6 +47,9 @@ class CContainerIndex::Impl final : private IIndexVisitor {
     CmInt32 EndWalk(EndOfWalk aEnd, CmInt32 lResult);
     void CutCircle();
     void ReadConfFileHeader();
+
+    bool m_bExtents = false;
+    CStreamExtents m_aExtents;
 };
 
 CmInt32 CContainerIndex::Impl::Open(const CCmString& strPath) {
@@ -110,6 +116,18 @@ void CContainerIndex::Impl::CutCircle() {
     m_vecEntries.resize(nCut);
 }
 
+const CStreamExtents& CContainerIndex::Impl::Extents() {
+    if (!m_bExtents) {
+        CStreamExtents aExtents;
+        for (const tagIndexEntry& a : m_vecEntries)
+            aExtents.Add(a.dwOffset, a.aEntry.dwDataOffset, a.aEntry.dwStreamSize);
+        aExtents.Derive(m_FileHeader.dwFileSize, m_qwFileSize);
+        m_aExtents = std::move(aExtents);
+        m_bExtents = true;
+    }
+    return m_aExtents;
+}
+
 void CContainerIndex::Impl::ReadConfFileHeader() {
     for (auto it = m_vecEntries.rbegin(); it != m_vecEntries.rend() && !m_bConfFileHeader; ++it) {
         if (it->aEntry.wTag != c_wConfTag) continue;
@@ -154,6 +172,23 @@ std::uint64_t CContainerIndex::GetEndOffset() const { return m_pImpl ? m_pImpl->
 
 const tagEntryFileHeader* CContainerIndex::GetConfFileHeader() const {
     return m_pImpl && m_pImpl->m_bConfFileHeader ? &m_pImpl->m_ConfFileHeader : nullptr;
+}
+
+CmInt32 CContainerIndex::GetStreamExtent(std::size_t nIndex, tagStreamExtent& aExtent) const try {
+    CM_CHECK(nIndex < GetEntryCount(), "nIndex < GetEntryCount( )", CACHE_ERR_INVALID_ARG);
+    aExtent = m_pImpl->Extents()[nIndex];
+    return CACHE_OK;
+} catch (const std::bad_alloc&) {
+    return CACHE_ERR_OUT_OF_MEMORY;
+}
+
+CmInt32 CContainerIndex::GetStreamLength(std::size_t nIndex, CmUint32& dwLength) const {
+    tagStreamExtent aExtent;
+    const CmInt32 lResult = GetStreamExtent(nIndex, aExtent);
+    if (lResult == CACHE_OK)
+        dwLength = PlayableLength(GetEntry(nIndex).aEntry.dwDataOffset, aExtent.dwLength,
+                                  GetFileHeader().dwFileSize, GetFileSize());
+    return lResult;
 }
 
 CmInt32 CContainerIndex::ReadData(std::uint64_t qwOffset, unsigned char* lpBuffer,

@@ -63,6 +63,15 @@ class CACHEFILE_API CContainerIndex {
     /// none, or none whole.
     const tagEntryFileHeader* GetConfFileHeader() const;
 
+    /// Where the stream of an entry ends; also of an entry of an unknown kind. The first call
+    /// derives this for all entries: it reads nothing, sorts the offsets, and keeps 8 bytes for
+    /// each entry; further calls take constant time. 4009: there is no such entry. 4011: no memory.
+    CmInt32 GetStreamExtent(std::size_t nIndex, tagStreamExtent& aExtent) const;
+
+    /// The length of the stream of an entry as CPlayFileHandler::GetStreamLength gives it: dwLength
+    /// above without what is past the end of the file or the end that the header gives.
+    CmInt32 GetStreamLength(std::size_t nIndex, CmUint32& dwLength) const;
+
     /// Reads dwLength bytes at qwOffset of the file; dwLength then counts those that were there.
     /// 4007 when the file isn't open, 4009 for a null buffer, 4006 when it can't be read.
     CmInt32 ReadData(std::uint64_t qwOffset, unsigned char* lpBuffer, CmUint32& dwLength);

@@ -6,6 +6,7 @@
 #include "async/FileChain.h"
 #include "async/FileThreadManager.h"
 #include "download/IndexWalk.h"
+#include "download/StreamLengths.h"
 #include "platform/CmTrace.h"
 
 namespace {
@@ -111,6 +112,7 @@ CmInt32 CDownloadFileHandler::WalkIndex(std::vector<tagFileDescriber>& vecFileDe
     CKeeper aKeeper(*this, vecFileDescriber);
     CIndexWalk aWalk(*m_pFileOp, m_FileHeader, aKeeper, CIndexWalk::Circles_Follow);
     const CIndexWalk::End aEnd = aWalk.Run();
+    m_dwEntriesRead = aWalk.GetEntriesRead();
     switch (aEnd) {
         case CIndexWalk::End_ReadFailed:
             CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Read MRFD error="
@@ -198,6 +200,38 @@ CmInt32 CDownloadFileHandler::FindMRFD(const tagDataInfo& aDataInfo, tagMRFD& aE
     if (!pInfo) return CACHE_ERR_NO_ENTRY;
     aEntry = pInfo->aEntry;
     return CACHE_OK;
+}
+
+/// In asynchronous mode the host's thread waits in here for the walk.
+CmInt32 CDownloadFileHandler::GetStreamLength(const tagDataInfo& aDataInfo, CmUint32& dwLength) {
+    CM_CHECK(m_pFileOp, "m_pFileOp.Get( )", CACHE_ERR_NOT_OPEN);
+    const tagMRFDInfo* const pInfo = m_vecMRFD.Find(aDataInfo);
+    if (!pInfo) {
+        CM_TRACE_ERROR("CDownloadFileHandler::GetStreamLength->No such stream FileID="
+                       << aDataInfo.dwFileID << " DataType=" << aDataInfo.wDataType
+                       << " FileType=" << aDataInfo.byFileType << " this=" << this);
+        return CACHE_ERR_INVALID_ARG;
+    }
+    if (!m_bLengths) {
+        ICmEvent* const pEvent = new (std::nothrow) CSyncReadLengths(*this);
+        CM_CHECK(pEvent, "pEvent", CACHE_ERR_OUT_OF_MEMORY);
+        const CmInt32 lResult = m_pFileOp->SendToReader(pEvent);
+        if (lResult != CACHE_OK) return lResult;
+    }
+    const auto nIndex = static_cast<std::size_t>(pInfo - &m_vecMRFD[0]);
+    CM_CHECK(nIndex < m_vecLengths.size(), "nIndex < m_vecLengths.size( )", CACHE_ERR_FAILED);
+    dwLength = m_vecLengths[nIndex];
+    return CACHE_OK;
+}
+
+CmInt32 CDownloadFileHandler::InitLengths() {
+    const CmInt32 lResult =
+        ReadStreamLengths(*m_pFileOp, m_FileHeader, m_dwEntriesRead, m_vecLengths);
+    m_bLengths = lResult == CACHE_OK;
+    if (!m_bLengths)
+        CM_TRACE_ERROR("CDownloadFileHandler::InitLengths->Read index error=" << lResult
+                                                                              << " this=" << this);
+    return lResult;
 }
 
 CmInt32 CDownloadFileHandler::ReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,
