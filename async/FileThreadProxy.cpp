@@ -156,6 +156,20 @@ CmInt32 CFileThreadProxy::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, C
     return SyncRead_i(lpBuffer, dwOffset, dwLength);
 }
 
+CmInt32 CFileThreadProxy::GetSize(std::uint64_t& qwSize) {
+    CM_CHECK(m_pFileOp, c_szFile, CACHE_ERR_INVALID_STATE);
+    const CmInt32 lOpenResult = OpenResult();
+    return lOpenResult == CACHE_OK ? m_pFileOp->GetSize(qwSize) : lOpenResult;
+}
+
+CmInt32 CFileThreadProxy::SendToReader(ICmEvent* pEvent) {
+    const CRefPtr<ICmEventQueue> pQueue = m_pRWThread ? m_pRWThread->GetEventQueue() : nullptr;
+    if (pQueue) return pQueue->SendEvent(pEvent);
+    pEvent->OnDestorySelf();
+    CM_ASSERTION("pQueue");
+    return CACHE_ERR_INVALID_STATE;
+}
+
 /// Runs an operation of the inner file between the manager's bracket calls.
 template <class Operation>
 CmInt32 CFileThreadProxy::Bracketed(Operation aOperation) {

@@ -49,6 +49,11 @@ class CFileThreadProxy final : public IFileOperation {
     /// All of them, unless WriteData would refuse them.
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
+    /// Only on the R/W thread, whose events alone ask for it.
+    CmInt32 GetSize(std::uint64_t& qwSize) override;
+
+    CmInt32 SendToReader(ICmEvent* pEvent) override;
+
  private:
     friend class COpenCloseEvent;
     friend class CReadEvent;

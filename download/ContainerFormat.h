@@ -33,7 +33,7 @@ struct tagMRFD {
     CmUint32 dwExtraInfo;  ///< goes unchanged into the describer
     CmUint32 dwReserved12;
     CmUint32 dwDataOffset;  ///< where the stream's bytes begin
-    CmUint32 dwStreamSize;  ///< their number, if our writer wrote it; no reader relies on it
+    CmUint32 dwStreamSize;  ///< their number as our writer notes it; others may note anything
     CmUint32 dwNextOffset;  ///< where the next entry lies; Index_Chained only
     CmUint32 dwReserved28;
 };
@@ -54,6 +54,17 @@ struct tagMRFDInfo {
     tagMRFD aEntry;
 };
 
+/// Where a stream of a container ends, as far as the index tells. Lengths are below 4 GiB, as
+/// offsets are.
+struct tagStreamExtent {
+    /// Up to what begins next, or to the end that the header gives. Of streams that begin at the
+    /// same place only the last one has these bytes; the others have as many as they note, or none
+    /// if that does not fit.
+    CmUint32 dwExtent;
+    /// The length of the stream: the noted one where notes hold, else dwExtent.
+    CmUint32 dwLength;
+};
+
 enum : CmUint32 {
     c_dwFileHeaderSize = 24,
     c_dwEntrySize = 32,
@@ -65,7 +76,8 @@ enum : CmUint32 {
     Index_Packed = 0,   ///< the entries follow one another
     Index_Chained = 1,  ///< each entry says where the next one lies
 
-    c_dwMaxKnownEntries = 1048576,  ///< how many entries the reader keeps at most
+    c_dwMaxKnownEntries = 1048576,  ///< how many known entries a reader keeps at most
+    c_dwMaxEntriesRead = 4194304,   ///< how many entries, known or not, a walk reads at most
 };
 
 /// Whether these are the words of a container that a reader accepts.

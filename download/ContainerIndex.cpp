@@ -1,11 +1,12 @@
 #include "download/ContainerIndex.h"
 
-#include <algorithm>
 #include <new>
+#include <utility>
 #include <vector>
 
-#include "download/IndexReader.h"
-#include "platform/CmFile.h"
+#include "download/IndexWalk.h"
+#include "download/StreamExtents.h"
+#include "fileop/FileOperation.h"
 #include "platform/CmTrace.h"
 
 namespace {
@@ -18,21 +19,16 @@ CmInt32 OpenFile(const CCmString& strPath, CRefPtr<IFileOperation>& pFile,
     pFile = CFileOperationFactory::Instance()->CreateLocalFile(1);
     if (!pFile) return CACHE_ERR_OUT_OF_MEMORY;
     const CmInt32 lResult = pFile->Open(strPath, 0);
-    if (lResult != CACHE_OK) return lResult;
-    std::FILE* const pStream = CmFile::Open(strPath, CmFile::Open_Read, CmFile::Path_Utf8);
-    const std::int64_t nSize = pStream ? CmFile::Size(pStream) : -1;
-    if (pStream) CmFile::Close(pStream);
-    if (nSize < 0) return CACHE_ERR_FAILED;
-    qwFileSize = static_cast<std::uint64_t>(nSize);
-    return CACHE_OK;
+    return lResult == CACHE_OK ? pFile->GetSize(qwFileSize) : lResult;
 }
 
 }  // namespace
 
 /// Its operations throw std::bad_alloc.
-class CContainerIndex::Impl {
+class CContainerIndex::Impl final : private IIndexVisitor {
  public:
     CmInt32 Open(const CCmString& strPath);
+    const CStreamExtents& Extents();
 
     CRefPtr<IFileOperation> m_pFile;
     std::uint64_t m_qwFileSize = 0;
@@ -46,9 +42,14 @@ class CContainerIndex::Impl {
  private:
     CmInt32 ReadFileHeader();
     CmInt32 Walk();
+    CmInt32 OnEntry(const tagWalkEntry& aEntry) override;
+    CmInt32 OnKnownAgain(std::size_t /*nIndex*/, CmUint32 /*dwLeft*/) override { return CACHE_OK; }
     CmInt32 EndWalk(EndOfWalk aEnd, CmInt32 lResult);
     void CutCircle();
     void ReadConfFileHeader();
+
+    bool m_bExtents = false;
+    CStreamExtents m_aExtents;
 };
 
 CmInt32 CContainerIndex::Impl::Open(const CCmString& strPath) {
@@ -71,50 +72,60 @@ CmInt32 CContainerIndex::Impl::ReadFileHeader() {
 }
 
 CmInt32 CContainerIndex::Impl::Walk() {
-    CIndexReader aReader(*m_pFile);
-    CCircleWatch aWatch;
-    const bool bChained = m_FileHeader.dwIndexType == Index_Chained;
-    m_qwEndOffset = c_dwFileHeaderSize;
-    while (m_vecEntries.size() < m_FileHeader.dwEntryCount) {
-        if (m_vecEntries.size() == c_dwMaxKnownEntries)
-            return EndWalk(Walk_TooMany, CACHE_ERR_OUT_OF_MEMORY);
-        if (bChained && aWatch.IsBack(m_qwEndOffset, 0)) break;
-        unsigned char aBytes[c_dwEntrySize];
-        CmUint32 dwLength = 0;
-        const CmInt32 lResult = aReader.ReadEntry(m_qwEndOffset, aBytes, dwLength);
-        if (lResult != CACHE_OK) return EndWalk(Walk_CutOff, lResult);
-        if (dwLength != c_dwEntrySize) return EndWalk(Walk_CutOff, CACHE_ERR_BAD_CONTAINER);
-        tagIndexEntry aFound{static_cast<CmUint32>(m_qwEndOffset), {}};
-        if (BuildQXFEntry(aBytes, aFound.aEntry) != CACHE_OK)
+    CIndexWalk aWalk(*m_pFile, m_FileHeader, *this, CIndexWalk::Circles_End);
+    const CIndexWalk::End aEnd = aWalk.Run();
+    m_qwEndOffset = aWalk.GetOffset();
+    if (m_FileHeader.dwIndexType == Index_Chained) CutCircle();
+    if (m_EndOfWalk == Walk_Circle) return CACHE_OK;
+    switch (aEnd) {
+        case CIndexWalk::End_Circle:
+            return EndWalk(Walk_Circle, CACHE_OK);
+        case CIndexWalk::End_ReadFailed:
+            return EndWalk(Walk_CutOff, aWalk.GetResult());
+        case CIndexWalk::End_CutOff:
+            return EndWalk(Walk_CutOff, CACHE_ERR_BAD_CONTAINER);
+        case CIndexWalk::End_BadEntry:
             return EndWalk(Walk_CutOff, CACHE_ERR_FAILED);
-        m_vecEntries.push_back(aFound);
-        m_qwEndOffset = NextEntryOffset(m_FileHeader.dwIndexType, aFound.aEntry, aFound.dwOffset);
+        case CIndexWalk::End_TooMany:
+            return EndWalk(Walk_TooMany, CACHE_ERR_OUT_OF_MEMORY);
+        default:
+            return EndWalk(Walk_Complete, CACHE_OK);
     }
-    return EndWalk(Walk_Complete, CACHE_OK);
+}
+
+CmInt32 CContainerIndex::Impl::OnEntry(const tagWalkEntry& aEntry) {
+    m_vecEntries.push_back({aEntry.dwOffset, aEntry.aInfo.aEntry});
+    return CACHE_OK;
 }
 
 CmInt32 CContainerIndex::Impl::EndWalk(EndOfWalk aEnd, CmInt32 lResult) {
     m_EndOfWalk = aEnd;
-    if (m_FileHeader.dwIndexType == Index_Chained) CutCircle();
     return lResult;
 }
 
-/// The watch sees a circle only some laps later, and the walk may have ended before: leaves each
-/// entry once.
+/// The walk notices a circle only some laps later, and may have ended before. Keeps each entry
+/// once.
 void CContainerIndex::Impl::CutCircle() {
-    std::vector<std::size_t> vecOrder(m_vecEntries.size());
-    for (std::size_t i = 0; i < vecOrder.size(); ++i) vecOrder[i] = i;
-    const auto aOffsetOf = [this](std::size_t i) { return m_vecEntries[i].dwOffset; };
-    std::stable_sort(vecOrder.begin(), vecOrder.end(),
-                     [&](std::size_t a, std::size_t b) { return aOffsetOf(a) < aOffsetOf(b); });
-    std::size_t nCut = m_vecEntries.size();
-    for (std::size_t i = 1; i < vecOrder.size(); ++i)
-        if (aOffsetOf(vecOrder[i]) == aOffsetOf(vecOrder[i - 1]))
-            nCut = std::min(nCut, vecOrder[i]);
+    std::vector<CmUint32> vecOffsets;
+    vecOffsets.reserve(m_vecEntries.size());
+    for (const tagIndexEntry& aEntry : m_vecEntries) vecOffsets.push_back(aEntry.dwOffset);
+    const std::size_t nCut = CountBeforeRepeat(vecOffsets);
     if (nCut == m_vecEntries.size()) return;
     m_EndOfWalk = Walk_Circle;
-    m_qwEndOffset = m_vecEntries[nCut].dwOffset;
+    m_qwEndOffset = vecOffsets[nCut];
     m_vecEntries.resize(nCut);
+}
+
+const CStreamExtents& CContainerIndex::Impl::Extents() {
+    if (!m_bExtents) {
+        CStreamExtents aExtents;
+        for (const tagIndexEntry& a : m_vecEntries)
+            aExtents.Add(a.dwOffset, a.aEntry.dwDataOffset, a.aEntry.dwStreamSize);
+        aExtents.Derive(m_FileHeader.dwFileSize, m_qwFileSize);
+        m_aExtents = std::move(aExtents);
+        m_bExtents = true;
+    }
+    return m_aExtents;
 }
 
 void CContainerIndex::Impl::ReadConfFileHeader() {
@@ -161,6 +172,23 @@ std::uint64_t CContainerIndex::GetEndOffset() const { return m_pImpl ? m_pImpl->
 
 const tagEntryFileHeader* CContainerIndex::GetConfFileHeader() const {
     return m_pImpl && m_pImpl->m_bConfFileHeader ? &m_pImpl->m_ConfFileHeader : nullptr;
+}
+
+CmInt32 CContainerIndex::GetStreamExtent(std::size_t nIndex, tagStreamExtent& aExtent) const try {
+    CM_CHECK(nIndex < GetEntryCount(), "nIndex < GetEntryCount( )", CACHE_ERR_INVALID_ARG);
+    aExtent = m_pImpl->Extents()[nIndex];
+    return CACHE_OK;
+} catch (const std::bad_alloc&) {
+    return CACHE_ERR_OUT_OF_MEMORY;
+}
+
+CmInt32 CContainerIndex::GetStreamLength(std::size_t nIndex, CmUint32& dwLength) const {
+    tagStreamExtent aExtent;
+    const CmInt32 lResult = GetStreamExtent(nIndex, aExtent);
+    if (lResult == CACHE_OK)
+        dwLength = PlayableLength(GetEntry(nIndex).aEntry.dwDataOffset, aExtent.dwLength,
+                                  GetFileHeader().dwFileSize, GetFileSize());
+    return lResult;
 }
 
 CmInt32 CContainerIndex::ReadData(std::uint64_t qwOffset, unsigned char* lpBuffer,

@@ -1,5 +1,6 @@
 #include "download/IndexReader.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -12,22 +13,33 @@ CmInt32 CIndexReader::ReadEntry(std::uint64_t qwOffset, unsigned char* lpEntry,
     if (qwOffset > 0xFFFFFFFF) return CACHE_OK;
     const CmUint32 dwOffset = static_cast<CmUint32>(qwOffset);
     dwLength = c_dwEntrySize;
-    m_nFollowed = dwOffset == m_dwExpected ? m_nFollowed + 1 : 0;
-    m_dwExpected = dwOffset + c_dwEntrySize;
-    if (!IsInBlock(dwOffset) && !(m_nFollowed >= c_nFollowedForBlock && LoadBlock(dwOffset)))
+    const bool bForward = dwOffset > m_dwLast && dwOffset - m_dwLast < c_dwLongestStep;
+    m_nSteps = bForward ? m_nSteps + 1 : 0;
+    m_dwLast = dwOffset;
+    m_qwCredit += c_dwCreditPerEntry;
+    if (!IsInBlock(dwOffset) && !(IsBlockDue(dwOffset) && LoadBlock(dwOffset)))
         return m_file.ReadData(lpEntry, dwOffset, dwLength);
     std::memcpy(lpEntry, m_pBlock.get() + (dwOffset - m_dwBlockOffset), c_dwEntrySize);
     return CACHE_OK;
 }
 
+/// The entry may begin before the end of the last block, which then has a part of it.
+bool CIndexReader::IsBlockDue(CmUint32 dwOffset) {
+    if (!m_pBlock || m_nSteps < c_nStepsForBlock) return false;
+    if (std::uint64_t{dwOffset} + c_dwEntrySize > m_qwReached) return true;
+    if (m_qwCredit < c_dwBlockSize) return false;
+    m_qwCredit -= c_dwBlockSize;
+    return true;
+}
+
 bool CIndexReader::LoadBlock(CmUint32 dwOffset) {
-    if (!m_pBlock) return false;
     m_dwBlockOffset = dwOffset;
     m_dwBlockLength = c_dwBlockSize;
     if (m_file.ReadData(m_pBlock.get(), dwOffset, m_dwBlockLength) != CACHE_OK) {
         m_dwBlockLength = 0;
-        m_pBlock.reset();  // no more of them: a bad place ahead is not to be told again and again
+        m_pBlock.reset();  // no more of them: a bad place ahead is to be traced once
     }
+    m_qwReached = std::max(m_qwReached, std::uint64_t{dwOffset} + m_dwBlockLength);
     return IsInBlock(dwOffset);
 }
 

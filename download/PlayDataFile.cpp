@@ -5,7 +5,8 @@
 
 #include "async/FileChain.h"
 #include "async/FileThreadManager.h"
-#include "download/IndexReader.h"
+#include "download/IndexWalk.h"
+#include "download/StreamLengths.h"
 #include "platform/CmTrace.h"
 
 namespace {
@@ -14,15 +15,22 @@ constexpr std::size_t c_nLeastRoom = 1024;
 
 }  // namespace
 
-/// The state of one walk along the index.
-struct CDownloadFileHandler::tagWalk {
-    CIndexReader aReader;
-    std::vector<tagFileDescriber>& vecFileDescriber;
-    CmUint32 dwLeft;                              // entries still to read
-    std::uint64_t qwOffset = c_dwFileHeaderSize;  // of the next one
-    CCircleWatch aWatch;
-    bool bWatching;
-    std::size_t nRoom = 0;  // for entries to keep
+/// Keeps what the walk finds, in the handler's table and in the host's list.
+class CDownloadFileHandler::CKeeper final : public IIndexVisitor {
+ public:
+    CKeeper(CDownloadFileHandler& aHandler, std::vector<tagFileDescriber>& vecFileDescriber)
+        : m_handler(aHandler), m_vecFileDescriber(vecFileDescriber) {}
+
+    CmInt32 OnEntry(const tagWalkEntry& aEntry) override;
+    CmInt32 OnKnownAgain(std::size_t nIndex, CmUint32 dwLeft) override;
+
+ private:
+    CmInt32 Add(const tagMRFDInfo& aInfo, CmUint32 dwLeft);
+    void Reserve(CmUint32 dwLeft);
+
+    CDownloadFileHandler& m_handler;
+    std::vector<tagFileDescriber>& m_vecFileDescriber;
+    std::size_t m_nRoom = 0;  // for entries to keep
 };
 
 CDownloadFileHandler::CDownloadFileHandler(int bAsync) : m_bAsync(bAsync) {}
@@ -59,7 +67,7 @@ CmInt32 CDownloadFileHandler::OpenDownloadedFile(const CCmString& strFilePath,
     return m_bAsync ? SendWalk(vecFileDescriber) : InitFileInfo(vecFileDescriber);
 }
 
-/// Has the walk run on the R/W thread, behind the open that was just queued, and waits for it.
+/// Runs the walk on the R/W thread, after the open that was just queued, and waits for it.
 CmInt32 CDownloadFileHandler::SendWalk(std::vector<tagFileDescriber>& vecFileDescriber) {
     std::unique_ptr<ICmEvent> pSyncReadEvent(new (std::nothrow)
                                                  CSyncReadQXFInfo(this, &vecFileDescriber));
@@ -72,24 +80,7 @@ CmInt32 CDownloadFileHandler::SendWalk(std::vector<tagFileDescriber>& vecFileDes
 
 CmInt32 CDownloadFileHandler::InitFileInfo(std::vector<tagFileDescriber>& vecFileDescriber) {
     const CmInt32 lResult = ReadFileHeader();
-    if (lResult != CACHE_OK) return lResult;
-    tagWalk aWalk{CIndexReader(*m_pFileOp),
-                  vecFileDescriber,
-                  m_FileHeader.dwEntryCount,
-                  c_dwFileHeaderSize,
-                  {},
-                  m_FileHeader.dwIndexType == Index_Chained};
-    return WalkIndex(aWalk);
-}
-
-/// Makes room for eight times the entries there are, if the header counts so many: its word alone
-/// is worth no memory. Without memory the entries find room one after another, or don't.
-void CDownloadFileHandler::ReserveEntries(tagWalk& aWalk) try {
-    const std::size_t nKnown = m_vecMRFD.Size();
-    aWalk.nRoom = std::min(std::max(c_nLeastRoom, 8 * nKnown), nKnown + aWalk.dwLeft);
-    aWalk.vecFileDescriber.reserve(aWalk.nRoom);
-    m_vecMRFD.Reserve(aWalk.nRoom);
-} catch (const std::bad_alloc&) {
+    return lResult == CACHE_OK ? WalkIndex(vecFileDescriber) : lResult;
 }
 
 CmInt32 CDownloadFileHandler::ReadFileHeader() {
@@ -117,93 +108,69 @@ CmInt32 CDownloadFileHandler::ReadFileHeader() {
     return CACHE_ERR_BAD_CONTAINER;
 }
 
-CmInt32 CDownloadFileHandler::WalkIndex(tagWalk& aWalk) {
-    while (aWalk.dwLeft > 0) {
-        if (aWalk.bWatching && aWalk.aWatch.IsBack(aWalk.qwOffset, m_vecMRFD.Size())) {
-            aWalk.bWatching = false;
-            const CmInt32 lResult = SkipLaps(aWalk);
-            if (lResult != CACHE_OK || aWalk.dwLeft == 0) return lResult;
-        }
-        tagMRFDInfo aInfo;
-        CmInt32 lResult = ReadEntry(aWalk, aInfo.aEntry);
-        if (lResult == CACHE_OK) lResult = TakeEntry(aWalk, aInfo);
-        if (lResult != CACHE_OK) return lResult;
-        aWalk.qwOffset = NextEntryOffset(m_FileHeader.dwIndexType, aInfo.aEntry, aWalk.qwOffset);
-        --aWalk.dwLeft;
+CmInt32 CDownloadFileHandler::WalkIndex(std::vector<tagFileDescriber>& vecFileDescriber) {
+    CKeeper aKeeper(*this, vecFileDescriber);
+    CIndexWalk aWalk(*m_pFileOp, m_FileHeader, aKeeper, CIndexWalk::Circles_Follow);
+    const CIndexWalk::End aEnd = aWalk.Run();
+    m_dwEntriesRead = aWalk.GetEntriesRead();
+    switch (aEnd) {
+        case CIndexWalk::End_ReadFailed:
+            CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Read MRFD error="
+                           << aWalk.GetResult() << " this=" << this);
+            return aWalk.GetResult();
+        case CIndexWalk::End_CutOff:
+            CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Read MRFD error, RetLen="
+                           << aWalk.GetLength() << " this=" << this);
+            return CACHE_ERR_BAD_CONTAINER;
+        case CIndexWalk::End_BadEntry:
+            CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->BuildQXFEntry error"
+                           << " this=" << this);
+            return CACHE_ERR_FAILED;
+        case CIndexWalk::End_TooMany:
+            CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Too many entries, count="
+                           << m_FileHeader.dwEntryCount << " this=" << this);
+            return CACHE_ERR_OUT_OF_MEMORY;
+        default:  // traced, if it is a failure
+            return aWalk.GetResult();
     }
-    return CACHE_OK;
 }
 
-/// The walk is in a circle. What the remaining whole laps would add is known without reading them
-/// again: nothing, or the entries of the lap just walked, again and again up to the budget.
-CmInt32 CDownloadFileHandler::SkipLaps(tagWalk& aWalk) {
-    const std::size_t nBegin = aWalk.aWatch.GetKnownBefore();
-    const std::size_t nEnd = m_vecMRFD.Size();
-    if (nBegin == nEnd) {
-        aWalk.dwLeft = 0;
-        return CACHE_OK;
-    }
-    // The lap that reaches the budget is walked, so that it ends where single steps would end.
-    for (; aWalk.dwLeft >= aWalk.aWatch.GetLapLength() &&
-           m_vecMRFD.Size() + (nEnd - nBegin) <= c_dwMaxKnownEntries;
-         aWalk.dwLeft -= aWalk.aWatch.GetLapLength()) {
-        for (std::size_t nIndex = nBegin; nIndex < nEnd; ++nIndex) {
-            const tagMRFDInfo aInfo = m_vecMRFD[nIndex];
-            const CmInt32 lResult = AddKnown(aWalk, aInfo);
-            if (lResult != CACHE_OK) return lResult;
-        }
-    }
-    return CACHE_OK;
+CmInt32 CDownloadFileHandler::CKeeper::OnEntry(const tagWalkEntry& aEntry) {
+    if (!aEntry.bKnown) return CACHE_OK;
+    const CmInt32 lResult = Add(aEntry.aInfo, aEntry.dwLeft);
+    const tagMRFD& aFound = aEntry.aInfo.aEntry;
+    if (lResult != CACHE_OK || aFound.wTag != c_wConfTag) return lResult;
+    return m_handler.ReadConfHeader(aFound.dwDataOffset);
 }
 
-CmInt32 CDownloadFileHandler::ReadEntry(tagWalk& aWalk, tagMRFD& aEntry) {
-    unsigned char aBytes[c_dwEntrySize];
-    CmUint32 dwLength = 0;
-    const CmInt32 lResult = aWalk.aReader.ReadEntry(aWalk.qwOffset, aBytes, dwLength);
-    if (lResult != CACHE_OK) {
-        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Read MRFD error=" << lResult
-                                                                              << " this=" << this);
-        return lResult;
-    }
-    if (dwLength != c_dwEntrySize) {
-        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Read MRFD error, RetLen="
-                       << dwLength << " this=" << this);
-        return CACHE_ERR_BAD_CONTAINER;
-    }
-    if (BuildQXFEntry(aBytes, aEntry) != CACHE_OK) {
-        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->BuildQXFEntry error"
-                       << " this=" << this);
-        return CACHE_ERR_FAILED;
-    }
-    return CACHE_OK;
+CmInt32 CDownloadFileHandler::CKeeper::OnKnownAgain(std::size_t nIndex, CmUint32 dwLeft) {
+    const tagMRFDInfo aInfo = m_handler.m_vecMRFD[nIndex];
+    return Add(aInfo, dwLeft);
 }
 
-/// Has the entry in aInfo, and completes its describer.
-CmInt32 CDownloadFileHandler::TakeEntry(tagWalk& aWalk, tagMRFDInfo& aInfo) {
-    if (TagToFileDescriber(aInfo.aEntry, aInfo.aDescriber) != CACHE_OK) return CACHE_OK;
-    const CmInt32 lResult = AddKnown(aWalk, aInfo);
-    if (lResult != CACHE_OK || aInfo.aEntry.wTag != c_wConfTag) return lResult;
-    return ReadConfHeader(aInfo.aEntry.dwDataOffset);
-}
-
-CmInt32 CDownloadFileHandler::AddKnown(tagWalk& aWalk, const tagMRFDInfo& aInfo) {
-    if (m_vecMRFD.Size() >= c_dwMaxKnownEntries) {
-        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Too many entries, count="
-                       << m_FileHeader.dwEntryCount << " this=" << this);
-        return CACHE_ERR_OUT_OF_MEMORY;
-    }
-    if (m_vecMRFD.Size() == aWalk.nRoom) ReserveEntries(aWalk);
-    const std::size_t nBefore = aWalk.vecFileDescriber.size();
+CmInt32 CDownloadFileHandler::CKeeper::Add(const tagMRFDInfo& aInfo, CmUint32 dwLeft) {
+    if (m_handler.m_vecMRFD.Size() == m_nRoom) Reserve(dwLeft);
+    const std::size_t nBefore = m_vecFileDescriber.size();
     try {
-        aWalk.vecFileDescriber.push_back(aInfo.aDescriber);
-        m_vecMRFD.Add(aInfo);
+        m_vecFileDescriber.push_back(aInfo.aDescriber);
+        m_handler.m_vecMRFD.Add(aInfo);
         return CACHE_OK;
     } catch (const std::bad_alloc&) {
-        aWalk.vecFileDescriber.resize(nBefore);
+        m_vecFileDescriber.resize(nBefore);
         CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Low memory to keep an entry"
-                       << " this=" << this);
+                       << " this=" << &m_handler);
         return CACHE_ERR_OUT_OF_MEMORY;
     }
+}
+
+/// Makes room for eight times the entries there are, if the header counts so many. The count alone
+/// is not trusted for an allocation. If there is no memory, each entry gets its own, or fails.
+void CDownloadFileHandler::CKeeper::Reserve(CmUint32 dwLeft) try {
+    const std::size_t nKnown = m_handler.m_vecMRFD.Size();
+    m_nRoom = std::min(std::max(c_nLeastRoom, 8 * nKnown), nKnown + dwLeft);
+    m_vecFileDescriber.reserve(m_nRoom);
+    m_handler.m_vecMRFD.Reserve(m_nRoom);
+} catch (const std::bad_alloc&) {
 }
 
 CmInt32 CDownloadFileHandler::ReadConfHeader(CmUint32 dwDataOffset) {
@@ -233,6 +200,38 @@ CmInt32 CDownloadFileHandler::FindMRFD(const tagDataInfo& aDataInfo, tagMRFD& aE
     if (!pInfo) return CACHE_ERR_NO_ENTRY;
     aEntry = pInfo->aEntry;
     return CACHE_OK;
+}
+
+/// In asynchronous mode the host's thread waits in here for the walk.
+CmInt32 CDownloadFileHandler::GetStreamLength(const tagDataInfo& aDataInfo, CmUint32& dwLength) {
+    CM_CHECK(m_pFileOp, "m_pFileOp.Get( )", CACHE_ERR_NOT_OPEN);
+    const tagMRFDInfo* const pInfo = m_vecMRFD.Find(aDataInfo);
+    if (!pInfo) {
+        CM_TRACE_ERROR("CDownloadFileHandler::GetStreamLength->No such stream FileID="
+                       << aDataInfo.dwFileID << " DataType=" << aDataInfo.wDataType
+                       << " FileType=" << aDataInfo.byFileType << " this=" << this);
+        return CACHE_ERR_INVALID_ARG;
+    }
+    if (!m_bLengths) {
+        ICmEvent* const pEvent = new (std::nothrow) CSyncReadLengths(*this);
+        CM_CHECK(pEvent, "pEvent", CACHE_ERR_OUT_OF_MEMORY);
+        const CmInt32 lResult = m_pFileOp->SendToReader(pEvent);
+        if (lResult != CACHE_OK) return lResult;
+    }
+    const auto nIndex = static_cast<std::size_t>(pInfo - &m_vecMRFD[0]);
+    CM_CHECK(nIndex < m_vecLengths.size(), "nIndex < m_vecLengths.size( )", CACHE_ERR_FAILED);
+    dwLength = m_vecLengths[nIndex];
+    return CACHE_OK;
+}
+
+CmInt32 CDownloadFileHandler::InitLengths() {
+    const CmInt32 lResult =
+        ReadStreamLengths(*m_pFileOp, m_FileHeader, m_dwEntriesRead, m_vecLengths);
+    m_bLengths = lResult == CACHE_OK;
+    if (!m_bLengths)
+        CM_TRACE_ERROR("CDownloadFileHandler::InitLengths->Read index error=" << lResult
+                                                                              << " this=" << this);
+    return lResult;
 }
 
 CmInt32 CDownloadFileHandler::ReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,

@@ -11,8 +11,8 @@
 /// Reads one downloaded recording for the play handler that owns it.
 ///
 /// Made and deleted by the play handler, which calls it on the host's thread. In asynchronous mode
-/// the walk of the index runs on the R/W thread while the host's thread waits for it; nothing else
-/// is shared. Reads are answered by the play handler's OnDataReady.
+/// the walks along the index run on the R/W thread while the host's thread waits for them; nothing
+/// else is shared. Results of reads go to the play handler's OnDataReady.
 class CDownloadFileHandler {
  public:
     explicit CDownloadFileHandler(int bAsync);
@@ -33,6 +33,12 @@ class CDownloadFileHandler {
     /// Walks header and index of the open container. On the thread that reads the file.
     CmInt32 InitFileInfo(std::vector<tagFileDescriber>& vecFileDescriber);
 
+    /// See CPlayFileHandler::GetStreamLength.
+    CmInt32 GetStreamLength(const tagDataInfo& aDataInfo, CmUint32& dwLength);
+
+    /// Walks the index again for the lengths of all streams. On the thread that reads the file.
+    CmInt32 InitLengths();
+
     /// Reads dwLength bytes of a stream at dwOffset within it into lpBuffer (from array new). After
     /// 0 the buffer belongs to the library and comes back through OnDataReady: before this returns
     /// in synchronous mode (the handler may be gone then), later in asynchronous mode. After a
@@ -52,16 +58,11 @@ class CDownloadFileHandler {
     const tagEntryFileHeader& GetConfFileHeader() const { return m_ConfFileHeader; }
 
  private:
-    struct tagWalk;
+    class CKeeper;
 
     CmInt32 ReadFileHeader();
     CmInt32 ReadConfHeader(CmUint32 dwDataOffset);
-    CmInt32 WalkIndex(tagWalk& aWalk);
-    CmInt32 ReadEntry(tagWalk& aWalk, tagMRFD& aEntry);
-    CmInt32 TakeEntry(tagWalk& aWalk, tagMRFDInfo& aInfo);
-    void ReserveEntries(tagWalk& aWalk);
-    CmInt32 AddKnown(tagWalk& aWalk, const tagMRFDInfo& aInfo);
-    CmInt32 SkipLaps(tagWalk& aWalk);
+    CmInt32 WalkIndex(std::vector<tagFileDescriber>& vecFileDescriber);
     CmInt32 SendWalk(std::vector<tagFileDescriber>& vecFileDescriber);
 
     const int m_bAsync;
@@ -70,6 +71,12 @@ class CDownloadFileHandler {
     tagQXFFileHeader m_FileHeader{};
     tagEntryFileHeader m_ConfFileHeader{};
     CDescriberTable<tagMRFDInfo> m_vecMRFD;
+    CmUint32 m_dwEntriesRead = 0;  // by the walk, known or not
+
+    // Filled by the first request for a length: one for each known entry of the index, which are
+    // the first ones of m_vecMRFD.
+    bool m_bLengths = false;
+    std::vector<CmUint32> m_vecLengths;
 };
 
 /// Runs the walk on the R/W thread. Owns neither the handler nor the vector; both outlive it, as
@@ -84,4 +91,16 @@ class CSyncReadQXFInfo final : public ICmEvent {
  private:
     CDownloadFileHandler* m_pDownload;
     std::vector<tagFileDescriber>* const m_pvecFileDescriber;
+};
+
+/// Runs the second walk, which finds the lengths, on the thread that reads the file. Doesn't own
+/// the handler, which waits for it.
+class CSyncReadLengths final : public ICmEvent {
+ public:
+    explicit CSyncReadLengths(CDownloadFileHandler& aDownload)
+        : ICmEvent(0), m_download(aDownload) {}
+    CmInt32 OnEventFire() override { return m_download.InitLengths(); }
+
+ private:
+    CDownloadFileHandler& m_download;
 };

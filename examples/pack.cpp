@@ -3,7 +3,6 @@
 //     pack CONTAINER FILE...         (each FILE becomes a stream)
 
 #include <cstdio>
-#include <filesystem>
 
 #include "cachefile.h"
 #include "tools/HostPath.h"
@@ -32,12 +31,8 @@ int main(int argc, char** argv) {
     aWriter.SetFileHeader(c_dwFileVersion, c_dwTimeStamp);
     for (int n = 2; n < argc; ++n) {
         const CmUint32 dwNumber = static_cast<CmUint32>(n - 1);
-        // A describer doesn't tell how long a stream is; what its extra value means is the host's
-        // choice. Here it is the length. A file that isn't there shows when it is packed.
-        std::error_code aIgnored;
-        const auto dwSize = static_cast<CmUint32>(std::filesystem::file_size(argv[n], aIgnored));
-        if (!Succeeded(argv[n],
-                       aWriter.AddTagStreamFile(c_wTag, dwNumber, dwSize, HostPath(argv[n]))))
+        // A file that doesn't exist is reported by Write.
+        if (!Succeeded(argv[n], aWriter.AddTagStreamFile(c_wTag, dwNumber, 0, HostPath(argv[n]))))
             return 1;
     }
     // Until it is complete it lies under another name, so nobody meets half a container.

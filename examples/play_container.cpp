@@ -22,15 +22,15 @@ bool Succeeded(const char* lpStep, CmInt32 lResult) {
     return false;
 }
 
-// Asks for one stream after the other: each run that comes in causes the next request. A describer
-// doesn't tell how long its stream is. The host knows, and here it is the extra value that the
-// example pack chose for it.
+// Asks for one stream after the other: each run that comes in causes the next request. A read that
+// goes on after the end of a stream would run into the next one, so it asks for the length first.
 class CStreams : public IFileOpSink {
  public:
     explicit CStreams(CPlayFileHandler& aHandler) : m_handler(aHandler) {}
 
     void Begin(const std::vector<tagFileDescriber>& vecStreams) {
         m_vecStreams = vecStreams;
+        FindLength();
         AskForMore();
     }
 
@@ -44,7 +44,7 @@ class CStreams : public IFileOpSink {
         m_qwPlayed += dwLength;
         m_dwOffset += dwLength;
         if (dwLength == 0)
-            m_bFailed = true;  // the container is shorter than it says
+            m_bFailed = true;  // the container became shorter
         else
             AskForMore();
     }
@@ -54,16 +54,26 @@ class CStreams : public IFileOpSink {
     unsigned long long GetPlayed() const { return m_qwPlayed; }
 
  private:
+    static tagDataInfo RequestFor(const tagFileDescriber& aStream) {
+        return {aStream.wDataType, aStream.dwFileID, 0, aStream.byFileType};
+    }
+
+    void FindLength() {
+        m_dwOffset = m_dwLength = 0;
+        if (IsDone()) return;
+        const tagDataInfo aInfo = RequestFor(m_vecStreams[m_nStream]);
+        if (!Succeeded("length", m_handler.GetStreamLength(aInfo, m_dwLength))) m_bFailed = true;
+    }
+
     void AskForMore() {
-        while (!IsDone() && m_dwOffset == m_vecStreams[m_nStream].dwExtraInfo) {
+        while (!IsDone() && m_dwOffset == m_dwLength) {
             ++m_nStream;
-            m_dwOffset = 0;
+            FindLength();
         }
         if (IsDone()) return;
-        const tagFileDescriber& aStream = m_vecStreams[m_nStream];
-        const tagDataInfo aInfo = {aStream.wDataType, aStream.dwFileID, 0, aStream.byFileType};
-        const CmUint32 dwLength = std::min(c_dwRun, aStream.dwExtraInfo - m_dwOffset);
+        const CmUint32 dwLength = std::min(c_dwRun, m_dwLength - m_dwOffset);
         unsigned char* const lpBuffer = new unsigned char[dwLength];
+        const tagDataInfo aInfo = RequestFor(m_vecStreams[m_nStream]);
         if (Succeeded("ask", m_handler.ReadData(aInfo, lpBuffer, m_dwOffset, dwLength))) return;
         delete[] lpBuffer;  // after a failure it stays ours
         m_bFailed = true;
@@ -73,6 +83,7 @@ class CStreams : public IFileOpSink {
     std::vector<tagFileDescriber> m_vecStreams;
     std::size_t m_nStream = 0;
     CmUint32 m_dwOffset = 0;
+    CmUint32 m_dwLength = 0;
     unsigned long long m_qwPlayed = 0;
     bool m_bFailed = false;
 };

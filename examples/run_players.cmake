@@ -1,6 +1,6 @@
-# Records with the examples in BIN, plays the record files, packs them and plays the container: each
-# has to see as many bytes as the one before. EMULATOR runs them where they were built for another
-# system.
+# Records with the examples in BIN, plays the record files, packs them, also with the command line,
+# and plays the containers: each has to see as many bytes as the one before, and the example pack adds
+# a conf stream of 72. EMULATOR runs them where they were built for another system.
 file(REMOVE_RECURSE ${DIRECTORY})
 file(MAKE_DIRECTORY ${DIRECTORY})
 
@@ -31,11 +31,16 @@ set(notes made/1/notes.txt)
 set(samples made/2/samples.raw)
 file(SIZE ${DIRECTORY}/${notes} notes_size)
 file(SIZE ${DIRECTORY}/${samples} samples_size)
-math(EXPR both "${notes_size} + ${samples_size}")
+math(EXPR all "${notes_size} + ${samples_size} + 72")
 
 run(play_record ${notes_size} made)
 run(pack 2 packed.qxf ${notes} ${samples})
-run(play_container ${both} packed.qxf)
+run(play_container ${all} packed.qxf)
+if(EXISTS ${BIN}/cachefile${SUFFIX})
+    file(COPY_FILE ${DIRECTORY}/${notes} ${DIRECTORY}/made/1/1_1001-2.dat)
+    run(cachefile 1 pack made/1 -o tool.qxf)
+    run(play_container ${notes_size} tool.qxf)
+endif()
 
 refused(play_record NOT_FOUND missing)
 refused(pack NOT_FOUND other.qxf missing)

@@ -5,6 +5,7 @@
 
 #include "fileop/BufferDecorate.h"
 #include "fileop/LocalFile.h"
+#include "platform/CmEvent.h"
 #include "platform/CmImmortal.h"
 
 CmInt32 IFileOperation::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) try {
@@ -19,6 +20,12 @@ CmInt32 IFileOperation::OpenAt(const CCmString& strPath, int bWrite, const CmPla
 
 CmInt32 IFileOperation::GiveData(CCmString& strData, CmUint32 dwOffset) {
     return WriteData(strData, dwOffset);
+}
+
+CmInt32 IFileOperation::SendToReader(ICmEvent* pEvent) {
+    const CmInt32 lResult = pEvent->OnEventFire();
+    pEvent->OnDestorySelf();
+    return lResult;
 }
 
 CFileOperationFactory* CFileOperationFactory::Instance() {

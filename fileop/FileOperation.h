@@ -7,6 +7,7 @@
 #include "platform/CmResult.h"
 
 class ACmThread;
+class ICmEvent;
 class IFileOpStatus;
 
 /// One file, or a link of the chain of objects through which a file is reached.
@@ -60,6 +61,15 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     virtual std::uint64_t BytesToQueue(std::uint64_t /*qwLength*/, CmUint32 /*dwOffset*/) {
         return 0;
     }
+
+    /// The size of the open file in bytes. A link that has none returns CACHE_ERR_FAILED; on
+    /// failure qwSize stays as it was. On the thread that reads the file.
+    virtual CmInt32 GetSize(std::uint64_t& /*qwSize*/) { return CACHE_ERR_FAILED; }
+
+    /// Runs pEvent on the thread that reads the file, after everything queued there before, and
+    /// waits for it. The link owns the event. Returns the event's result, or
+    /// CACHE_ERR_INVALID_STATE when that thread has ended. A plain file runs it in the call.
+    virtual CmInt32 SendToReader(ICmEvent* pEvent);
 };
 
 /// Makes the links of a chain. One object for the process, never destroyed; it holds no state, so

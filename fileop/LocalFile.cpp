@@ -135,3 +135,14 @@ CmInt32 CLocalFile::AsyncReadData(const tagDataInfo& /*aDataInfo*/, unsigned cha
 void CLocalFile::Flush() {
     if (m_hFD) CmFile::Flush(m_hFD);
 }
+
+CmInt32 CLocalFile::GetSize(std::uint64_t& qwSize) {
+    CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
+    const std::int64_t nSize = CmFile::Size(m_hFD);
+    if (nSize < 0) {
+        CM_TRACE_ERROR("CLocalFile::GetSize->Get file size error=" << errno << " this=" << this);
+        return CACHE_ERR_FAILED;
+    }
+    qwSize = static_cast<std::uint64_t>(nSize);
+    return CACHE_OK;
+}

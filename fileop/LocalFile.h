@@ -31,6 +31,7 @@ class CLocalFile final : public IFileOperation {
     void Flush() override;
     CmInt32 OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace) override;
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
+    CmInt32 GetSize(std::uint64_t& qwSize) override;
 
  private:
     CmInt32 OpenStream(const CmPlace& aPlace);

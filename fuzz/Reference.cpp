@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <set>
 
 #include "fuzz/MemoryFile.h"
 
@@ -85,13 +86,14 @@ void Reference::Walk() {
 bool Reference::TakeEntry(std::uint64_t qwAt) {
     const unsigned wTag = Word(qwAt, 2);
     const CmUint32 dwEntryID = Word(qwAt + 4), dwData = Word(qwAt + 16);
-    if (!bCircle) vecEntries.push_back({qwAt, wTag, dwData});
+    if (!bCircle) vecEntries.push_back({qwAt, wTag, dwData, Word(qwAt + 20)});
     const auto [wType, byKind] = Kind(wTag);
     if (wType == 0) return true;
     const CmUint32 dwFileID = (wType >= 100 ? 0 : dwEntryID * 1000) + wType;
     vecStreams.push_back({{static_cast<std::uint16_t>(wType), static_cast<std::uint8_t>(byKind),
                            dwFileID, Word(qwAt + 8)},
-                          dwData});
+                          dwData,
+                          vecEntries.size() - 1});
     if (wTag != c_wConf) return true;
     if (!IsThere(dwData, c_nConfHeader)) return false;
     dwVersion = Word(dwData + std::uint64_t{8});
@@ -120,4 +122,37 @@ CmInt32 Reference::Read(const tagDataInfo& aInfo, CmUint32 dwOffset, CmUint32 dw
     if (qwFrom < File().size())
         strBytes = File().substr(static_cast<std::size_t>(qwFrom), dwLength);
     return 0;
+}
+
+std::vector<CmUint32> Reference::Lengths(const std::vector<Entry>& vecIndex) const {
+    std::set<std::uint64_t> setBounds;
+    std::map<std::uint64_t, std::size_t> mapLastAt;
+    for (std::size_t i = 0; i < vecIndex.size(); ++i) {
+        setBounds.insert(
+            {vecIndex[i].qwOffset, vecIndex[i].qwOffset + c_qwEntry, vecIndex[i].dwDataOffset});
+        mapLastAt[vecIndex[i].dwDataOffset] = i;
+    }
+    std::vector<CmUint32> vecExtents, vecNoted;
+    std::size_t nNotes = 0, nFit = 0;
+    for (std::size_t i = 0; i < vecIndex.size(); ++i) {
+        const std::uint64_t qwFrom = vecIndex[i].dwDataOffset, qwNoted = vecIndex[i].dwNoted;
+        std::uint64_t qwTo = qwFrom > dwFileSize ? File().size() : dwFileSize;
+        const auto itNext = setBounds.upper_bound(qwFrom);
+        if (itNext != setBounds.end()) qwTo = std::min(qwTo, *itNext);
+        const std::uint64_t qwBytes = qwTo > qwFrom ? qwTo - qwFrom : 0;
+        const bool bNote = qwNoted > 0 || qwBytes == 0, bFits = bNote && qwNoted <= qwBytes;
+        nNotes += bNote;
+        nFit += bFits;
+        const bool bLast = mapLastAt[vecIndex[i].dwDataOffset] == i;
+        vecExtents.push_back(static_cast<CmUint32>(bLast ? qwBytes : bFits ? qwNoted : 0));
+        vecNoted.push_back(bFits ? static_cast<CmUint32>(qwNoted) : vecExtents.back());
+    }
+    return nFit * 2 >= nNotes ? vecNoted : vecExtents;
+}
+
+CmUint32 Reference::PlayedLength(const Stream& aStream) const {
+    const std::uint64_t qwEnd = std::min<std::uint64_t>(dwFileSize, File().size());
+    if (aStream.dwDataOffset >= qwEnd) return 0;
+    return static_cast<CmUint32>(
+        std::min<std::uint64_t>(Lengths(vecEntries)[aStream.nEntry], qwEnd - aStream.dwDataOffset));
 }

@@ -4,17 +4,19 @@
 
 #include "core/DataInfo.h"
 
-/// A container read a second time, as plainly as docs/container-format.md says it: one read an
-/// entry, one list, nothing remembered, nothing of the library's used but its two records.
+/// A container read a second time, as plainly as docs/container-format.md describes it: one read
+/// for each entry, one list, and nothing of the library's but its two records.
 struct Reference {
     struct Entry {
         std::uint64_t qwOffset;
         unsigned wTag;
         CmUint32 dwDataOffset;
+        CmUint32 dwNoted;
     };
     struct Stream {
         tagFileDescriber aDescriber;
         CmUint32 dwDataOffset;
+        std::size_t nEntry;  ///< its number in vecEntries, if it is one of the first lap
     };
 
     /// Walks the index of the memory file.
@@ -26,6 +28,13 @@ struct Reference {
     /// What a read of a stream gives: the code and, after 0, the bytes.
     CmInt32 Read(const tagDataInfo& aInfo, CmUint32 dwOffset, CmUint32 dwLength,
                  CCmString& strBytes) const;
+
+    /// How many bytes each stream of an index has: up to the end that the header gives or, if it
+    /// begins after that, up to the end of the file.
+    std::vector<CmUint32> Lengths(const std::vector<Entry>& vecIndex) const;
+
+    /// What a player says of the length of a stream that Find gives.
+    CmUint32 PlayedLength(const Stream& aStream) const;
 
     bool IsHeader() const { return bHeader; }
 

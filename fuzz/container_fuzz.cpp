@@ -48,6 +48,7 @@ class Run {
 
  private:
     void CheckEffort() const;
+    void CheckLengths();
     void ReadStream(const Reference::Stream& aStream);
     void Read(const tagDataInfo& aInfo, std::uint64_t qwOffset, std::uint64_t qwLength);
     CmUint32 Random() { return static_cast<CmUint32>((m_qwRandom *= 6364136223846793005) >> 32); }
@@ -86,15 +87,15 @@ void Run::Open() {
     Require(m_pHandler->OpenDownloadedFile("any", vecStreams) == 4008, "it opens once");
 }
 
-/// A circle is noticed before the walk has gone round a few times: a walk takes some steps a place
-/// where an entry can begin, whatever the header counts. A step reads an entry and at most a conf
-/// header; eight steps in a row may read a block.
+/// A circle is noticed before the walk has gone around a few times: it takes only some steps for
+/// each place where an entry can begin, whatever the header counts. Each step reads an entry and at
+/// most a conf header; the blocks are bounded as IndexReader.h says.
 void Run::CheckEffort() const {
     const MemoryFile& aFile = MemoryFile::Instance();
-    const std::uint64_t qwSteps =
-        std::min<std::uint64_t>(m_reference.dwCount, 8 * aFile.strBytes.size() + 8) + 1;
+    const std::uint64_t qwSize = aFile.strBytes.size();
+    const std::uint64_t qwSteps = std::min<std::uint64_t>(m_reference.dwCount, 8 * qwSize + 8) + 1;
     Require(aFile.qwReads <= 3 * qwSteps + 1, "the number of reads is bounded");
-    Require(aFile.qwBytesRead <= 24 + 104 * qwSteps + (qwSteps / 8 + 1) * 32768,
+    Require(aFile.qwBytesRead <= 24 + (72 + 288) * qwSteps + qwSize + qwSize / 2048 + 65536,
             "the bytes read are bounded");
 }
 
@@ -102,6 +103,7 @@ void Run::ReadAll() {
     const std::size_t nStreams = std::min(m_reference.vecStreams.size(), c_nStreams);
     for (std::size_t i = 0; i < nStreams; ++i) ReadStream(m_reference.vecStreams[i]);
     Read({1, 1, 0, 2}, 0, 1);  // which may be there or not
+    CheckLengths();
     m_pHandler->CloseAllRecordFiles();
     if (nStreams == 0) return;
     const tagFileDescriber& aStream = m_reference.vecStreams[0].aDescriber;
@@ -109,6 +111,19 @@ void Run::ReadAll() {
     Require(m_pHandler->ReadData({aStream.wDataType, aStream.dwFileID, 0, aStream.byFileType},
                                  aByte, 0, 1) == 4007,
             "nothing is read after the close");
+}
+
+/// The first request may meet the bad place again. Each of them gets the same answer.
+void Run::CheckLengths() {
+    if (m_reference.bBrokenOff) return;
+    const std::size_t nStreams = std::min(m_reference.vecStreams.size(), c_nStreams);
+    for (std::size_t i = 0; i < nStreams; ++i) {
+        const tagFileDescriber& a = m_reference.vecStreams[i].aDescriber;
+        const tagDataInfo aInfo{a.wDataType, a.dwFileID, 0, a.byFileType};
+        CmUint32 dwLength = 0;
+        Require(m_pHandler->GetStreamLength(aInfo, dwLength) == 0, "a stream has a length");
+        Require(dwLength == m_reference.PlayedLength(*m_reference.Find(aInfo)), "the length");
+    }
 }
 
 /// The places that matter: the ends of the stream's room, as the header and the file give it, and

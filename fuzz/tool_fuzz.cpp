@@ -49,16 +49,16 @@ class Check {
     void CheckIndex() const;
     void CheckRegions() const;
     void CheckFindings() const;
+    bool CheckOverlap(const tagExtractOptions& aOptions) const;
     void CheckExtracted();
-    std::uint64_t Extent(std::uint64_t qwFrom) const;
     std::uint64_t Size() const { return MemoryFile::Instance().strBytes.size(); }
 
     const bool m_bPrint;
     const Reference m_reference;
     tagRecording m_recording;
-    bool m_bError = false;                // the doctor's
-    bool m_bMissing = false;              // something of a stream isn't there
-    std::set<std::uint64_t> m_setBegins;  // where entries and data begin, and where all ends
+    bool m_bError = false;               // the doctor's
+    bool m_bMissing = false;             // something of a stream isn't there
+    std::vector<CmUint32> m_vecLengths;  // of the streams
 };
 
 void Check::Run() {
@@ -68,21 +68,23 @@ void Check::Run() {
         Require(!m_reference.IsHeader(), "a container can be examined");
         return;
     }
-    for (const tagFinding& aFinding : Examine(m_recording))
-        m_bError = m_bError || aFinding.aSeverity == Severity::Error;
+    m_bError = Examine(m_recording).qwErrors > 0;
     if (m_bPrint) {
-        const int nDoctor = Doctor({c_szPath, false});
+        tagDoctorOptions aOptions;
+        aOptions.strPath = c_szPath;
+        const int nDoctor = Doctor(aOptions);
         Require(nDoctor == Exit_Damage || (nDoctor == Exit_Done && !m_bError), "the doctor's end");
     }
     Require(m_reference.IsHeader() || m_bError, "what is no container is an error");
     if (!m_reference.IsHeader()) return;
     CheckIndex();
+    std::vector<Reference::Entry> vecEntries;
     for (std::size_t i = 0; i < m_recording.vecStreams.size(); ++i) {
-        const tagIndexEntry& aEntry = m_recording.pIndex->GetEntry(i);
-        m_setBegins.insert({aEntry.dwOffset, aEntry.aEntry.dwDataOffset});
+        const tagIndexEntry& a = m_recording.pIndex->GetEntry(i);
+        vecEntries.push_back(
+            {a.dwOffset, a.aEntry.wTag, a.aEntry.dwDataOffset, a.aEntry.dwStreamSize});
     }
-    m_setBegins.insert(m_reference.dwFileSize);
-    m_setBegins.insert(std::max<std::uint64_t>(m_reference.dwFileSize, Size()));
+    m_vecLengths = m_reference.Lengths(vecEntries);
     CheckRegions();
     CheckExtracted();
     CheckFindings();
@@ -96,6 +98,9 @@ void Check::CheckIndex() const {
     Require(aIndex.GetEntryCount() >= vecWanted.size(), "the number of entries");
     if (m_reference.lResult == 0 && !m_reference.bBrokenOff)
         Require(aIndex.GetEntryCount() == vecWanted.size(), "the number of entries");
+    Require(!m_reference.bCircle || m_reference.bBrokenOff ||
+                aIndex.GetEndOfWalk() == CContainerIndex::Walk_Circle,
+            "a circle is noticed");
     for (std::size_t i = 0; i < vecWanted.size(); ++i) {
         const tagIndexEntry& aEntry = aIndex.GetEntry(i);
         Require(std::tuple(aEntry.dwOffset, aEntry.aEntry.wTag, aEntry.aEntry.dwDataOffset) ==
@@ -129,22 +134,43 @@ void Check::CheckFindings() const {
     Require(bDamage || !m_bError, "an error is damage");
 }
 
-std::uint64_t Check::Extent(std::uint64_t qwFrom) const {
-    const auto it = m_setBegins.upper_bound(qwFrom);
-    return it == m_setBegins.end() ? 0 : *it - qwFrom;
+/// Whether the files would need more bytes than there are: that is refused unless it is allowed.
+bool Check::CheckOverlap(const tagExtractOptions& aOptions) const {
+    std::set<std::string> setSeen;
+    std::uint64_t qwSum = 0;
+    for (std::size_t i = 0; i < m_recording.vecStreams.size(); ++i) {
+        const tagStream& a = m_recording.vecStreams[i];
+        if (a.bKnown && setSeen.insert(StreamFileName(a.aDescriber)).second && a.qwOffset < Size())
+            qwSum += std::min<std::uint64_t>(m_vecLengths[i], Size() - a.qwOffset);
+    }
+    if (qwSum <= Size()) return false;
+    try {
+        Extract(aOptions);
+    } catch (const CFailure&) {
+        Require(s_mapFiles.empty(), "nothing is written");
+        return true;
+    }
+    Require(false, "streams that overlap too much are refused");
+    return true;
 }
 
 void Check::CheckExtracted() {
     s_mapFiles.clear();
-    const int nExit = Extract({c_szPath, ".", {}, false, ProgressMode::Never});
+    tagExtractOptions aOptions;
+    aOptions.strPath = c_szPath;
+    aOptions.strDirectory = ".";
+    aOptions.aProgress = ProgressMode::Never;
+    aOptions.bAllowOverlap = CheckOverlap(aOptions);
+    const int nExit = Extract(aOptions);
     std::set<std::string> setSeen;
     const MemoryFile& aFile = MemoryFile::Instance();
-    for (const tagStream& aStream : m_recording.vecStreams) {
+    for (std::size_t i = 0; i < m_recording.vecStreams.size(); ++i) {
+        const tagStream& aStream = m_recording.vecStreams[i];
         if (!aStream.bKnown || !setSeen.insert(StreamFileName(aStream.aDescriber)).second) continue;
         const auto it = s_mapFiles.find(StreamFileName(aStream.aDescriber));
         Require((it != s_mapFiles.end()) == (aStream.qwOffset <= Size()),
                 "what is there has a file");
-        const std::uint64_t qwWanted = Extent(aStream.qwOffset);
+        const std::uint64_t qwWanted = m_vecLengths[i];
         std::string strThere;
         if (aStream.qwOffset < Size()) strThere = aFile.strBytes.substr(aStream.qwOffset, qwWanted);
         m_bMissing = m_bMissing || strThere.size() < qwWanted || aStream.qwOffset > Size();

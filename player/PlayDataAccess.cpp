@@ -86,6 +86,11 @@ CmInt32 CPlayFileHandler::ReadData(const tagDataInfo& aDataInfo, unsigned char* 
     return CACHE_OK;
 }
 
+CmInt32 CPlayFileHandler::GetStreamLength(const tagDataInfo& aDataInfo, CmUint32& dwLength) {
+    CM_CHECK(m_pDownloadFile, "m_pDownloadFile", CACHE_ERR_INVALID_STATE);
+    return m_pDownloadFile->GetStreamLength(aDataInfo, dwLength);
+}
+
 CmInt32 CPlayFileHandler::SyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,
                                        CmUint32 dwOffset, CmUint32& dwLength) {
     if (m_pDownloadFile) return CACHE_ERR_INVALID_STATE;

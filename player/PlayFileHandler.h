@@ -93,6 +93,18 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
     CmInt32 ReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
                      CmUint32 dwLength);
 
+    /// Sets dwLength to the length of a stream of the open container: a read that goes further runs
+    /// into the next stream. The index tells only where streams begin, so the length is derived, as
+    /// docs/container-format.md describes; bytes that the file lacks don't count. The first request
+    /// walks the index a second time, which takes about as long as the open did, and keeps 4 bytes
+    /// for each stream; further requests take constant time. In asynchronous mode the walk runs on
+    /// the worker thread, after what was queued before, and this call waits for it; no callback
+    /// follows.
+    /// 4009: no such stream. 4010: no container was opened (the host knows the sizes of its record
+    /// files), or the worker has ended. 4007: closed. 4002, 4006: the index can't be read any more.
+    /// 4011: no memory. On failure dwLength stays as it was, and a later request tries again.
+    CmInt32 GetStreamLength(const tagDataInfo& aDataInfo, CmUint32& dwLength);
+
     /// Reads record files at once, in either mode; dwLength then counts the bytes read. The buffer
     /// stays the host's, and no callback follows. In asynchronous mode it waits until the worker
     /// has done what was queued before. 4010 with a container.

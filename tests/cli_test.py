@@ -21,12 +21,14 @@ import time
 import unittest
 import xml.etree.ElementTree
 
-from containers import CONF, DAMAGED, THREE, container
+from containers import CONF, DAMAGED, ENTRY, HEADER, THREE, container
 
 PROGRAM, DIRECTORY, MAN_PAGE, COMPLETION = map(os.path.abspath, sys.argv[1:5])
 DONE, FAILED, USAGE, DAMAGE, INTERRUPTED = 0, 1, 2, 3, 130
 WINDOWS = PROGRAM.endswith(".exe")
 EMULATOR = os.environ.get("EMULATOR", "").split()
+with open(PROGRAM, "rb") as program:  # a sanitizer has memory of its own
+    SANITIZED = re.search(rb"__[at]san_init", program.read()) is not None
 COMMANDS = "record play info list map extract pack doctor bench".split()
 
 
@@ -52,6 +54,9 @@ class Cli(unittest.TestCase):
     def read(self, name):
         with open(self.path(name), "rb") as file:
             return file.read()
+
+    def files(self, directory):
+        return [os.path.join(directory, name) for name in os.listdir(self.path(directory))]
 
     def start(self, *arguments, **options):
         for stream in ("stdin", "stdout", "stderr"):
@@ -412,13 +417,41 @@ class Show(Cli):
                 self.make("bad", content)
                 found = self.run_json(DAMAGE, "doctor", "bad")["findings"]
                 self.assertEqual([(finding["code"], finding["offset"]) for finding in found], wanted)
-                text = self.run_tool(DAMAGE, "doctor", "bad")[0].decode()
+                output, error = self.run_tool(DAMAGE, "doctor", "bad")
+                text = output.decode()
+                self.assertRegex(error, r"^cachefile: bad: \d+ (error|warning)s?(, \d+ warnings?)?\n$")
                 self.assertEqual(text, "".join("{severity} {code} {offset} {message}\n".format(**finding)
                                                for finding in found))
                 self.assertEqual(self.read("bad"), content)
         for index_type in (0, 1):
             self.make("good", container(THREE + [(269, 1, b""), (269, 2, b"")], index_type))
             self.assertEqual(self.run_tool(DONE, "doctor", "good")[0], b"")
+
+    def test_doctor_folds_repeats_of_a_code(self):
+        self.make("bad", container([(262, 0, b"")] * 250))
+        found = self.run_json(DAMAGE, "doctor", "bad")
+        self.assertEqual((len(found["findings"]), found["errors"], found["warnings"]), (100, 0, 250))
+        self.assertEqual(found["totals"], [{"severity": "warning", "code": "unknown-tag",
+                                            "count": 250, "folded": 150}])
+        output, error = self.run_tool(DAMAGE, "doctor", "bad")
+        self.assertEqual(len(output.splitlines()), 101)
+        self.assertIn(b"\nwarning unknown-tag 3224 and 150 more", output)
+        self.assertIn("250 warnings", error)
+        self.assertEqual(len(self.run_tool(DAMAGE, "doctor", "bad", "--all")[0].splitlines()), 250)
+        self.assertEqual(len(self.run_json(DAMAGE, "doctor", "bad", "--all")["findings"]), 250)
+
+    @not_on_windows("there is no limit to the memory of a process")
+    def test_a_million_entries_are_shown_in_little_memory(self):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_DATA, (200 << 20, 200 << 20))
+
+        count = 1048577
+        with open(self.path("big"), "wb") as file:
+            file.write(struct.pack("<6I", 0, 0, 24 + 32 * count, 0, count, 0))
+            file.write(struct.pack("<HHIIIIIII", 262, 0, 0, 0, 0, 24 + 32 * count, 0, 0, 0) * count)
+        options = {} if SANITIZED else {"preexec_fn": limit}
+        for arguments in ([], ["--json"]):
+            self.run_tool(DONE, "info", "big", *arguments, stdout=subprocess.DEVNULL, **options)
 
     def test_map(self):
         self.make("good", container([(256, 1, b"a" * 1000), (257, 1, b"b" * 1000)], header={8: 2588}))
@@ -510,10 +543,33 @@ class Pack(Cli):
                 self.assertEqual({file: os.path.getsize(self.path("out/" + file))
                                   for file in os.listdir(self.path("out"))}, wanted)
                 self.assertIn("is damaged", error)
+        chain = {index: {"next": HEADER + ENTRY * (index + 1)} for index in range(20)}
+        for link, back in [(3, 3), (9, 3), (3, 1), (18, 0)]:
+            streams = [(268, number, bytes([number]) * 9) for number in range(20)]
+            entries = {**chain, link: {"next": HEADER + ENTRY * back}}
+            self.make("circle", container(streams, 1, entries=entries))
+            found = self.run_json(DAMAGE, "doctor", "circle")["findings"]
+            self.assertIn(("chain-circle", HEADER + ENTRY * link),
+                          [(finding["code"], finding["offset"]) for finding in found])
+            shutil.rmtree(self.path("out"), ignore_errors=True)
+            self.run_tool(DAMAGE, "extract", "circle", "-o", "out")
+            self.assertEqual(sorted(map(self.read, self.files("out"))),
+                             [bytes([number]) * 9 for number in range(link + 1)])
         self.make("hidden", DAMAGED["same stream twice"][0])
         _, error = self.run_tool(DAMAGE, "extract", "hidden", "-o", "hidden.out")
         self.assertIn("entry 4 is left out", error)
         self.run_tool(FAILED, "extract", "hidden", "-o", "hidden.out")  # it is there already
+
+
+    def test_extract_refuses_streams_that_share_their_bytes(self):
+        shared = {index: {"offset": HEADER + ENTRY * 50, "length": 500} for index in range(50)}
+        self.make("shared", container([(268, number, b"x" * 10) for number in range(50)],
+                                      entries=shared))
+        _, error = self.run_tool(FAILED, "extract", "shared", "-o", "out")
+        self.assertIn("25,000 bytes, but shared has 2,124", error)
+        self.assertFalse(os.path.exists(self.path("out")))
+        self.run_tool(DONE, "extract", "shared", "-o", "out", "--allow-overlap")
+        self.assertEqual({len(self.read(name)) for name in self.files("out")}, {500})
 
 
 class Bench(Cli):

@@ -176,6 +176,28 @@ TEST_P(Bad, CirclesEndWithTheirCountTheBudgetOrALapThatAddsNothing) {
     }
 }
 
+TEST_P(Bad, AWalkOfUnknownEntriesEndsAtTheBudgetOfEntriesRead) {
+    constexpr CmUint32 dwMost = 4'194'304;
+    CCmString strHeader;
+    for (const CmUint32 dwCount : {dwMost, dwMost + 1}) {
+        SetHeader(strHeader, 1, dwCount, 0);
+        WriteBytes("c", strHeader);
+        std::filesystem::resize_file("c", c_nHeader + std::uintmax_t{c_nEntry} * dwCount);
+        Player aPlayer(GetParam(), nullptr);
+        EXPECT_EQ(aPlayer.Open("c"), dwCount == dwMost ? 0 : 4011);
+        EXPECT_EQ(m_trace.TakeErrors(),
+                  dwCount == dwMost
+                      ? ""
+                      : "CDownloadFileHandler::InitFileInfo->Too many entries, count=4194305 "
+                        "this=*\n");
+        CContainerIndex aIndex;
+        EXPECT_EQ(aIndex.Open("c"), dwCount == dwMost ? 0 : 4011);
+        EXPECT_EQ(aIndex.GetEntryCount(), dwMost);
+        EXPECT_EQ(aIndex.GetEndOfWalk(), dwCount == dwMost ? CContainerIndex::Walk_Complete
+                                                           : CContainerIndex::Walk_TooMany);
+    }
+}
+
 TEST_P(Bad, AMegabyteOfCircleIsWalkedAFewTimesOnly) {
     constexpr unsigned nEntries = ((1 << 20) - c_nHeader) / c_nEntry;
     constexpr unsigned nPairs = (nEntries - 1) / 2;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <sstream>
 
 #include "download/IndexReader.h"
 #include "fileop/LocalFile.h"
@@ -31,41 +32,93 @@ class Index : public HostTest {
             ASSERT_EQ(Entry(aReader, nAt), m_strFile.substr(nAt, c_nEntry)) << nAt;
     }
 
+    void ResizeFile(std::size_t nSize) {
+        m_strFile = Pattern(nSize);
+        WriteBytes("c", m_strFile);
+    }
+
+    /// What was read since the last call.
+    struct Effort {
+        std::uint64_t qwReads = 0;
+        std::uint64_t qwBytes = 0;
+    };
+    Effort TakeEffort() {
+        Effort aEffort;
+        std::istringstream aCalls(m_script.Take());
+        std::string strRead;
+        char cAt = 0;
+        for (std::uint64_t qwLength, qwAt; aCalls >> strRead >> qwLength >> cAt >> qwAt;) {
+            const std::uint64_t qwThere =
+                m_strFile.size() - std::min<std::uint64_t>(qwAt, m_strFile.size());
+            ++aEffort.qwReads;
+            aEffort.qwBytes += std::min(qwLength, qwThere);
+        }
+        return aEffort;
+    }
+
     CCmString m_strFile;
     LinkScript m_script;
     CRefPtr<IFileOperation> m_pFile = new FileLink(m_script, new CLocalFile(0));
 };
 
-TEST_F(Index, PackedEntriesCostFewReadsAndScatteredOnesNoBlocks) {
+TEST_F(Index, AWalkForwardIsServedFromBlocksWhateverItsStep) {
     ExpectAll();
-    const std::string strReads = m_script.Take();
-    EXPECT_LT(std::count(strReads.begin(), strReads.end(), '\n'), 20) << "for 3,000 entries";
-
+    EXPECT_LT(TakeEffort().qwReads, 12U) << "for 3,000 entries";
+    ResizeFile(c_nHeader + 9'000'000);
+    for (const unsigned nStep : {4U, 33U, 5'000U, 32'767U}) {
+        CIndexReader aReader(*m_pFile);
+        unsigned nEntries = 0;
+        for (std::size_t nAt = c_nHeader; nAt + c_nEntry <= m_strFile.size() && nEntries < 100'000;
+             nAt += nStep, ++nEntries)
+            ASSERT_EQ(Entry(aReader, nAt), m_strFile.substr(nAt, c_nEntry)) << nAt;
+        const std::size_t nSpan = std::min<std::size_t>(m_strFile.size(), nEntries * nStep);
+        const Effort aEffort = TakeEffort();
+        EXPECT_LT(aEffort.qwReads, 12 + std::min<std::size_t>(nEntries / 2, nSpan / 60'000))
+            << nStep;
+        EXPECT_LE(aEffort.qwBytes, nSpan + nSpan / 2048 + 288U * nEntries + 65'536) << nStep;
+    }
+    EXPECT_EQ(TakeEffort().qwReads, 0U);
     CIndexReader aReader(*m_pFile);
-    for (std::size_t nAt = 90'000; nAt > 400; nAt -= 400)  // pairs that lie together
-        for (const std::size_t nOf : {nAt, nAt + c_nEntry})
-            ASSERT_EQ(Entry(aReader, nOf), m_strFile.substr(nOf, c_nEntry)) << nOf;
     EXPECT_EQ(Entry(aReader, m_strFile.size() - 31), m_strFile.substr(m_strFile.size() - 31));
     EXPECT_EQ(Entry(aReader, 0xFFFFFFFF), "");
-    EXPECT_EQ(m_script.Take().find("Read 32768@"), std::string::npos);
+    EXPECT_EQ(TakeEffort().qwReads, 2U);
     for (const std::uint64_t qwFar : {0x100000000U, 0x100000018U, 0xFFFFFFFFFFFFFFE0U})
         EXPECT_EQ(Entry(aReader, qwFar), "") << "counts as nothing read";
-    EXPECT_EQ(m_script.Take(), "");
+    EXPECT_EQ(TakeEffort().qwReads, 0U);
+}
+
+TEST_F(Index, AChainThatJumpsAboutReadsNoMoreThanASmallMultiple) {
+    SeededRandom aRandom;
+    ResizeFile(3'000'000);
+    for (const unsigned nRun : {1U, 2U, 7U, 9U, 30U, 1'000U}) {
+        for (const unsigned nStep : {4U, 32U, 1'000U, 32'767U}) {
+            CIndexReader aReader(*m_pFile);
+            std::size_t nAt = 0;
+            for (unsigned i = 0; i < 20'000; ++i, nAt += nStep) {
+                if (i % nRun == 0 || nAt + c_nEntry > m_strFile.size())
+                    nAt = aRandom.Below(unsigned(m_strFile.size()) - c_nEntry);
+                ASSERT_EQ(Entry(aReader, nAt), m_strFile.substr(nAt, c_nEntry)) << nAt;
+            }
+            const Effort aEffort = TakeEffort();
+            EXPECT_LE(aEffort.qwReads, 20'000U);
+            EXPECT_LE(aEffort.qwBytes, m_strFile.size() * 2049 / 2048 + 288U * 20'000 + 65'536)
+                << nRun << " " << nStep;
+        }
+    }
 }
 
 TEST_F(Index, WhatABlockCannotGiveIsReadAlone) {
-    m_script.FailAll("Read 32768@", 4006);
+    m_script.FailAll("Read 65536@", 4006);
     ExpectAll();
     m_script.Fail([](const std::string& strCall, int nCall) {
-        return strCall.find("Read 32768@") == 0 && nCall % 3 != 0 ? 4006 : 0;
+        return strCall.find("Read 65536@") == 0 && nCall % 3 != 0 ? 4006 : 0;
     });
     ExpectAll();
     m_script.FailAll("Read", 4003);  // then its code is that of its own read
     CIndexReader aReader(*m_pFile);
     EXPECT_EQ(Entry(aReader, 24), "4003");
     m_script.Fail(nullptr);
-    m_strFile.resize(50'010);  // the last block ends within an entry
-    WriteBytes("c", m_strFile);
+    ResizeFile(50'010);  // the last block ends within an entry
     ExpectAll();
 }
 

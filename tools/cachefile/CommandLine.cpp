@@ -171,6 +171,8 @@ void AddExtract(CLI::App& aTool, int& nExit) {
     AddEach(aCommand, "--stream", pOptions->vecStreams,
             "Only this stream, as TYPE:ID:KIND; may be repeated")
         ->type_name("STREAM");
+    aCommand.add_flag("--allow-overlap", pOptions->bAllowOverlap,
+                      "Write also streams that share bytes and need more than the container has");
     AddForce(aCommand, pOptions->bForce);
     AddProgress(aCommand, pOptions->aProgress);
     AddExample(aCommand, "cachefile extract talk.container -o talk");
@@ -214,8 +216,10 @@ void AddPack(CLI::App& aTool, int& nExit) {
 
 void AddDoctor(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagDoctorOptions>();
-    CLI::App& aCommand = *aTool.add_subcommand("doctor", "Tell what is wrong with a container");
+    CLI::App& aCommand = *aTool.add_subcommand("doctor", "Report what is wrong with a container");
     AddPath(aCommand, pOptions->strPath, "A container");
+    aCommand.add_flag("--all", pOptions->bAll,
+                      "Show every finding, not only the first 100 of the same code");
     AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile doctor damaged.container");
     aCommand.callback([pOptions, &nExit] { nExit = Doctor(*pOptions); });

@@ -60,6 +60,7 @@ struct tagExtractOptions {
     std::vector<std::string> vecStreams;
     bool bForce = false;
     ProgressMode aProgress = ProgressMode::Auto;
+    bool bAllowOverlap = false;  ///< also if the files need more bytes than the container has
 };
 /// Writes the streams of a container into files, also of a damaged one.
 int Extract(const tagExtractOptions& aOptions);
@@ -80,8 +81,9 @@ int Pack(const tagPackOptions& aOptions);
 struct tagDoctorOptions {
     std::string strPath;
     bool bJson = false;
+    bool bAll = false;  ///< show every finding, however many have the same code
 };
-/// Tells what is wrong with a container.
+/// Reports what is wrong with a container.
 int Doctor(const tagDoctorOptions& aOptions);
 
 struct tagBenchOptions {

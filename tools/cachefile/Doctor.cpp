@@ -6,25 +6,41 @@
 
 namespace {
 
-void PrintJson(const tagDoctorOptions& aOptions, const std::vector<tagFinding>& vecFindings) {
+void PrintJson(const tagDoctorOptions& aOptions, const tagFindings& aFindings) {
     Json aDocument = NewDocument("doctor");
     aDocument["path"] = aOptions.strPath;
-    aDocument["findings"] = Json::array();
-    for (const tagFinding& aFinding : vecFindings)
-        aDocument["findings"].push_back({{"severity", SeverityName(aFinding.aSeverity)},
-                                         {"code", aFinding.lpCode},
-                                         {"offset", aFinding.qwOffset},
-                                         {"message", aFinding.strMessage}});
-    PrintDocument(aDocument);
+    aDocument["errors"] = aFindings.qwErrors;
+    aDocument["warnings"] = aFindings.qwWarnings;
+    aDocument["totals"] = Json::array();
+    for (const tagTotal& aTotal : aFindings.vecTotals)
+        aDocument["totals"].push_back({{"severity", SeverityName(aTotal.aSeverity)},
+                                       {"code", aTotal.lpCode},
+                                       {"count", aTotal.qwCount},
+                                       {"folded", aTotal.qwFolded}});
+    PrintDocument(aDocument, "findings", aFindings.vecFindings.size(), [&](std::size_t i) {
+        const tagFinding& aFinding = aFindings.vecFindings[i];
+        return Json{{"severity", SeverityName(aFinding.aSeverity)},
+                    {"code", aFinding.lpCode},
+                    {"offset", aFinding.qwOffset},
+                    {"message", aFinding.strMessage}};
+    });
 }
 
-void PrintText(const tagDoctorOptions& aOptions, const std::vector<tagFinding>& vecFindings) {
-    for (const tagFinding& aFinding : vecFindings) {
-        const Style aStyle = aFinding.aSeverity == Severity::Error ? Style::Red : Style::Yellow;
-        Print(Paint(SeverityName(aFinding.aSeverity), aStyle) + " " + aFinding.lpCode + " " +
-              std::to_string(aFinding.qwOffset) + " " + aFinding.strMessage + "\n");
-    }
-    if (vecFindings.empty()) Warn(Printable(aOptions.strPath) + ": nothing found");
+void PrintLine(Severity aSeverity, const char* lpCode, std::uint64_t qwOffset,
+               const std::string& strMessage) {
+    const Style aStyle = aSeverity == Severity::Error ? Style::Red : Style::Yellow;
+    Print(Paint(SeverityName(aSeverity), aStyle) + " " + lpCode + " " + std::to_string(qwOffset) +
+          " " + strMessage + "\n");
+}
+
+/// Lines that were folded are one line of the same form.
+void PrintText(const tagFindings& aFindings) {
+    for (const tagFinding& a : aFindings.vecFindings)
+        PrintLine(a.aSeverity, a.lpCode, a.qwOffset, a.strMessage);
+    for (const tagTotal& a : aFindings.vecTotals)
+        if (a.qwFolded > 0)
+            PrintLine(a.aSeverity, a.lpCode, a.qwFirstFolded,
+                      "and " + Grouped(a.qwFolded) + " more from here on (--all shows them)");
 }
 
 }  // namespace
@@ -34,11 +50,13 @@ int Doctor(const tagDoctorOptions& aOptions) {
     if (!aRecording.IsContainer())
         throw CFailure(Printable(aOptions.strPath) +
                        " is a recording directory; only containers have an index to examine");
-    const std::vector<tagFinding> vecFindings = Examine(aRecording);
+    const tagFindings aFindings =
+        Examine(aRecording, aOptions.bAll ? c_qwAllOfACode : c_qwMostOfACode);
     if (aOptions.bJson)
-        PrintJson(aOptions, vecFindings);
+        PrintJson(aOptions, aFindings);
     else
-        PrintText(aOptions, vecFindings);
+        PrintText(aFindings);
     FinishOutput();
-    return vecFindings.empty() ? Exit_Done : Exit_Damage;
+    if (!aOptions.bJson) Warn(Printable(aOptions.strPath) + ": " + CountText(aFindings));
+    return aFindings.vecTotals.empty() ? Exit_Done : Exit_Damage;
 }

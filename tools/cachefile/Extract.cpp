@@ -15,7 +15,7 @@ constexpr std::uint64_t c_qwBlock = 262144;
 
 using Selection = std::vector<const tagStream*>;
 
-/// Nothing of a stream can be had if the file ends before it begins.
+/// Nothing of a stream can be extracted if the file ends before it begins.
 bool IsThere(const tagStream& aStream, const tagRecording& aRecording) {
     return aStream.qwPresent > 0 || aStream.qwOffset <= aRecording.qwSize;
 }
@@ -64,8 +64,9 @@ class CExtraction {
           m_directory(System::NativePath(aOptions.strDirectory)),
           m_progress(aOptions.aProgress, "extract", CountBytes()) {}
 
-    /// Tells whether something is missing.
+    /// Returns whether something is missing.
     bool Run() {
+        RequireReasonableSize();
         Prepare();
         for (const tagStream* pStream : m_vecSelected)
             if (IsThere(*pStream, m_recording))
@@ -85,7 +86,16 @@ class CExtraction {
         return qwBytes;
     }
 
-    /// Whatever speaks against it is found before the first file is written.
+    /// Streams of a sound container share no bytes. A few bytes of index can make the streams of a
+    /// hostile one need very much space.
+    void RequireReasonableSize() const {
+        if (CountBytes() <= m_recording.qwSize || m_options.bAllowOverlap) return;
+        throw CFailure("the streams overlap: their files would need " + Grouped(CountBytes()) +
+                       " bytes, but " + Printable(m_options.strPath) + " has " +
+                       Grouped(m_recording.qwSize) + " (--allow-overlap writes them)");
+    }
+
+    /// Whatever prevents the extraction is found before the first file is written.
     void Prepare() const {
         std::error_code aError;
         std::filesystem::create_directories(m_directory, aError);

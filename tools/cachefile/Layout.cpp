@@ -1,10 +1,10 @@
 #include "tools/cachefile/Layout.h"
 
 #include <algorithm>
-#include <functional>
 #include <tuple>
 
 #include "platform/CmResult.h"
+#include "tools/cachefile/Exit.h"
 
 namespace {
 
@@ -14,31 +14,22 @@ void Order(It itBegin, It itEnd, Less aLess) {
     if (!std::is_sorted(itBegin, itEnd, aLess)) std::sort(itBegin, itEnd, aLess);
 }
 
-/// All places where something begins or ends, in ascending order.
-std::vector<std::uint64_t> FindBoundaries(const CContainerIndex& aIndex) {
-    const std::size_t nEntries = aIndex.GetEntryCount();
-    std::vector<std::uint64_t> vecBoundaries;
-    vecBoundaries.reserve(2 * nEntries + 2);
-    for (std::size_t i = 0; i < nEntries; ++i) vecBoundaries.push_back(aIndex.GetEntry(i).dwOffset);
-    for (std::size_t i = 0; i < nEntries; ++i)
-        vecBoundaries.push_back(aIndex.GetEntry(i).aEntry.dwDataOffset);
-    const std::uint64_t qwDeclared = aIndex.GetFileHeader().dwFileSize;
-    vecBoundaries.push_back(qwDeclared);
-    vecBoundaries.push_back(std::max(qwDeclared, aIndex.GetFileSize()));
-    const auto itData = vecBoundaries.begin() + static_cast<std::ptrdiff_t>(nEntries);
-    Order(vecBoundaries.begin(), itData, std::less<>());
-    Order(itData, vecBoundaries.end(), std::less<>());
-    std::inplace_merge(vecBoundaries.begin(), itData, vecBoundaries.end());
-    return vecBoundaries;
-}
-
-tagStream ReadEntry(const tagIndexEntry& aFound) {
+tagStream ReadEntry(const CContainerIndex& aIndex, std::size_t nIndex) {
+    const tagIndexEntry& aFound = aIndex.GetEntry(nIndex);
     tagStream aStream;
     aStream.bKnown = TagToFileDescriber(aFound.aEntry, aStream.aDescriber) == CACHE_OK;
     aStream.wTag = aFound.aEntry.wTag;
     aStream.dwExtraInfo = aFound.aEntry.dwExtraInfo;
     aStream.qwEntryOffset = aFound.dwOffset;
     aStream.qwOffset = aFound.aEntry.dwDataOffset;
+    tagStreamExtent aExtent;
+    const CmInt32 lResult = aIndex.GetStreamExtent(nIndex, aExtent);
+    if (lResult != CACHE_OK)
+        throw CFailure(ResultText("cannot find where the streams end", lResult));
+    aStream.qwExtent = aExtent.dwLength;
+    const std::uint64_t qwSize = aIndex.GetFileSize();
+    const std::uint64_t qwThere = qwSize > aStream.qwOffset ? qwSize - aStream.qwOffset : 0;
+    aStream.qwPresent = std::min(aStream.qwExtent, qwThere);
     return aStream;
 }
 
@@ -117,19 +108,10 @@ class CSweep {
 }  // namespace
 
 std::vector<tagStream> LayOutStreams(const CContainerIndex& aIndex) {
-    const std::vector<std::uint64_t> vecBoundaries = FindBoundaries(aIndex);
     std::vector<tagStream> vecStreams;
     vecStreams.reserve(aIndex.GetEntryCount());
-    for (std::size_t i = 0; i < aIndex.GetEntryCount(); ++i) {
-        tagStream aStream = ReadEntry(aIndex.GetEntry(i));
-        const auto it =
-            std::upper_bound(vecBoundaries.begin(), vecBoundaries.end(), aStream.qwOffset);
-        if (it != vecBoundaries.end()) aStream.qwExtent = *it - aStream.qwOffset;
-        const std::uint64_t qwThere =
-            aIndex.GetFileSize() > aStream.qwOffset ? aIndex.GetFileSize() - aStream.qwOffset : 0;
-        aStream.qwPresent = std::min(aStream.qwExtent, qwThere);
-        vecStreams.push_back(aStream);
-    }
+    for (std::size_t i = 0; i < aIndex.GetEntryCount(); ++i)
+        vecStreams.push_back(ReadEntry(aIndex, i));
     FindHidden(vecStreams);
     FindBarred(aIndex, vecStreams);
     return vecStreams;

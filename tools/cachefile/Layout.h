@@ -5,11 +5,11 @@
 
 #include "tools/cachefile/Recording.h"
 
-/// Where things lie in a container.
+/// Where the parts of a container are.
 
-/// The streams of an index, with what can be derived of them: where each one's bytes end, and
-/// which earlier entry hides it. A stream ends where another stream or an entry begins, or at the
-/// end of the container: the end that its header gives, or the file's for what lies behind that.
+/// The streams of an index, with what can be derived about them: where each one's bytes end
+/// (CContainerIndex::GetStreamExtent), and which earlier entry hides it. Throws CFailure without
+/// memory.
 std::vector<tagStream> LayOutStreams(const CContainerIndex& aIndex);
 
 /// A run of bytes of a container, never empty.

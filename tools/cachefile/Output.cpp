@@ -110,6 +110,20 @@ void CTable::Add(Row aRow) {
     for (const Cell& aCell : aRow) AddCell(aCell, nColumn++);
 }
 
+void CTable::Measure(Row aRow) {
+    std::size_t nColumn = 0;
+    for (const Cell& aCell : aRow) {
+        m_vecWidths[nColumn] = std::max(m_vecWidths[nColumn], Width(aCell.strText));
+        ++nColumn;
+    }
+}
+
+void CTable::PrintAndForget() {
+    Print();
+    m_strText.clear();
+    m_vecCells.clear();
+}
+
 void CTable::AddCell(const Cell& aCell, std::size_t nColumn) {
     m_strText += aCell.strText;
     m_vecCells.push_back({m_strText.size(), Width(aCell.strText), aCell.aStyle});

@@ -59,6 +59,11 @@ class CTable {
     void Add(Row aRow);
     void Print() const;
 
+    /// For a table with very many rows: measure them all first, then add them again and print some
+    /// at a time, which forgets those.
+    void Measure(Row aRow);
+    void PrintAndForget();
+
  private:
     /// Tables may have very many rows: all text of the cells stands in one string.
     struct tagPlaced {

@@ -4,6 +4,8 @@
 
 namespace {
 
+constexpr std::size_t c_nRowsAtOnce = 1000;
+
 std::string Hex(std::uint16_t wTag) {
     std::string strHex = "0x";
     for (int nShift = 12; nShift >= 0; nShift -= 4)
@@ -41,6 +43,25 @@ Json ToJson(const tagStream& aStream, std::size_t nNumber, bool bContainer) {
     return aJson;
 }
 
+/// Makes the rows one at a time, since there may be a million.
+template <class Take>
+void ForEachRow(const tagRecording& aRecording, Take aTake) {
+    const bool bContainer = aRecording.IsContainer();
+    std::size_t nNumber = 0;
+    for (const tagStream& aStream : aRecording.vecStreams) {
+        const auto [strState, aStyle] = State(aStream);
+        ++nNumber;
+        aTake(nNumber, {std::to_string(nNumber),
+                        aStream.Name(),
+                        aStream.wTag ? std::to_string(*aStream.wTag) : "-",
+                        aStream.wTag ? Hex(*aStream.wTag) : "-",
+                        bContainer ? std::to_string(aStream.dwExtraInfo) : "-",
+                        bContainer ? std::to_string(aStream.qwOffset) : "-",
+                        std::to_string(aStream.qwExtent),
+                        {strState, aStyle}});
+    }
+}
+
 }  // namespace
 
 void PrintStreams(const tagRecording& aRecording) {
@@ -53,19 +74,12 @@ void PrintStreams(const tagRecording& aRecording) {
                    {"OFFSET", CTable::Right},
                    {bContainer ? "EXTENT (derived)" : "BYTES", CTable::Right},
                    {"STATE", CTable::Left}});
-    std::size_t nNumber = 0;
-    for (const tagStream& aStream : aRecording.vecStreams) {
-        const auto [strState, aStyle] = State(aStream);
-        aTable.Add({std::to_string(++nNumber),
-                    aStream.Name(),
-                    aStream.wTag ? std::to_string(*aStream.wTag) : "-",
-                    aStream.wTag ? Hex(*aStream.wTag) : "-",
-                    bContainer ? std::to_string(aStream.dwExtraInfo) : "-",
-                    bContainer ? std::to_string(aStream.qwOffset) : "-",
-                    std::to_string(aStream.qwExtent),
-                    {strState, aStyle}});
-    }
-    aTable.Print();
+    ForEachRow(aRecording, [&](std::size_t, CTable::Row aRow) { aTable.Measure(aRow); });
+    ForEachRow(aRecording, [&](std::size_t nNumber, CTable::Row aRow) {
+        aTable.Add(aRow);
+        if (nNumber % c_nRowsAtOnce == 0) aTable.PrintAndForget();
+    });
+    aTable.PrintAndForget();
 }
 
 void PrintWithStreams(const Json& aDocument, const tagRecording& aRecording) {

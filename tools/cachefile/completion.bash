@@ -21,9 +21,10 @@ _cachefile()
         "") options="--help --verbose --version" ;;
         record) options="$common --stream --home --piece --sync --force --json --progress" ;;
         play) options="$common --stream --offset --length" ;;
-        info | list | doctor) options="$common --json" ;;
+        info | list) options="$common --json" ;;
+        doctor) options="$common --json --all" ;;
         map) options="$common --output --force" ;;
-        extract) options="$common --output --stream --force --progress" ;;
+        extract) options="$common --output --stream --allow-overlap --force --progress" ;;
         pack) options="$common --output --index --version --timestamp --verify --force --progress" ;;
         bench) options="$common --size --piece --rounds --dir --json" ;;
     esac

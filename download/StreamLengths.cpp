@@ -1,0 +1,64 @@
+#include "download/StreamLengths.h"
+
+#include <new>
+#include <utility>
+
+#include "download/IndexWalk.h"
+#include "download/StreamExtents.h"
+
+namespace {
+
+/// Keeps of an index what extents depend on.
+class CLengthVisitor final : public IIndexVisitor {
+ public:
+    CmInt32 OnEntry(const tagWalkEntry& aEntry) override {
+        const tagMRFD& a = aEntry.aInfo.aEntry;
+        m_vecOffsets.push_back(aEntry.dwOffset);
+        m_vecData.push_back(a.dwDataOffset);
+        m_vecKnown.push_back(aEntry.bKnown);
+        m_extents.Add(aEntry.dwOffset, a.dwDataOffset, a.dwStreamSize);
+        return CACHE_OK;
+    }
+    CmInt32 OnKnownAgain(std::size_t /*nIndex*/, CmUint32 /*dwLeft*/) override { return CACHE_OK; }
+
+    std::vector<CmUint32> Finish(const tagQXFFileHeader& aHeader, std::uint64_t qwFileSize) {
+        const std::size_t nEntries = CountBeforeRepeat(m_vecOffsets);
+        m_extents.Keep(nEntries);
+        m_extents.Derive(aHeader.dwFileSize, qwFileSize);
+        std::vector<CmUint32> vecLengths;
+        for (std::size_t i = 0; i < nEntries; ++i)
+            if (m_vecKnown[i])
+                vecLengths.push_back(PlayableLength(m_vecData[i], m_extents[i].dwLength,
+                                                    aHeader.dwFileSize, qwFileSize));
+        return vecLengths;
+    }
+
+ private:
+    std::vector<CmUint32> m_vecOffsets;
+    std::vector<CmUint32> m_vecData;
+    std::vector<bool> m_vecKnown;
+    CStreamExtents m_extents;
+};
+
+}  // namespace
+
+CmInt32 ReadStreamLengths(IFileOperation& aFile, const tagQXFFileHeader& aHeader,
+                          CmUint32 dwEntriesRead, std::vector<CmUint32>& vecLengths) try {
+    std::uint64_t qwFileSize = 0;
+    const CmInt32 lResult = aFile.GetSize(qwFileSize);
+    if (lResult != CACHE_OK) return lResult;
+    CLengthVisitor aVisitor;
+    CIndexWalk aWalk(aFile, aHeader, aVisitor, CIndexWalk::Circles_End, dwEntriesRead);
+    switch (aWalk.Run()) {
+        case CIndexWalk::End_Complete:
+        case CIndexWalk::End_Circle:
+            vecLengths = aVisitor.Finish(aHeader, qwFileSize);
+            return CACHE_OK;
+        case CIndexWalk::End_ReadFailed:
+            return aWalk.GetResult();
+        default:
+            return CACHE_ERR_BAD_CONTAINER;
+    }
+} catch (const std::bad_alloc&) {
+    return CACHE_ERR_OUT_OF_MEMORY;
+}

@@ -1,0 +1,149 @@
+#include <numeric>
+
+#include "tests/support/Player.h"
+
+namespace {
+
+struct Entry {
+    unsigned wTag;
+    CmUint32 dwData;
+    CmUint32 dwNoted;
+    CmUint32 dwLength;  // what is expected
+};
+
+/// A container of 1,000 bytes, if the case does not say otherwise, whose entries are packed and
+/// have the numbers 0, 1, 2 and so on.
+struct Case {
+    const char* lpWhat;
+    std::vector<Entry> vecEntries;
+    CmUint32 dwDeclared = 1000;
+    unsigned nFile = 1000;
+};
+
+constexpr unsigned c_wKnown = 268;
+
+const Case c_aCases[] = {
+    {"notes that fit exactly", {{268, 300, 100, 100}, {268, 400, 600, 600}}},
+    {"no notes", {{268, 400, 0, 600}, {268, 300, 0, 100}}},
+    {"gaps are not part of a stream that notes less", {{268, 300, 90, 90}, {268, 400, 600, 600}}},
+    {"half of the notes fit", {{268, 300, 90, 90}, {268, 400, 601, 600}}},
+    {"fewer than half fit", {{268, 300, 90, 100}, {268, 400, 700, 100}, {268, 500, 600, 500}}},
+    {"0 on some bytes is no note", {{268, 300, 90, 90}, {268, 400, 0, 100}, {268, 500, 600, 500}}},
+    {"0 on no bytes is one", {{268, 300, 701, 700}, {268, 1000, 0, 0}, {268, 1000, 0, 0}}},
+    {"equal offsets, no notes", {{268, 300, 0, 0}, {268, 300, 0, 0}, {268, 300, 0, 700}}},
+    {"equal offsets, notes", {{268, 300, 700, 700}, {268, 300, 701, 0}, {268, 300, 20, 20}}},
+    {"an unknown entry's data are a bound", {{c_wUnknown, 350, 0, 0}, {268, 300, 0, 50}}},
+    {"the entries are bounds", {{268, 8, 0, 16}, {268, 60, 0, 28}, {268, 100, 0, 20}}},
+    {"data after the end", {{268, 300, 0, 700}, {268, 1001, 0, 0}, {268, 0xFFFFFFFF, 0, 0}}},
+    {"the file is shorter", {{268, 300, 90, 90}, {268, 400, 600, 50}, {268, 900, 0, 0}}, 1000, 450},
+    {"the header says less", {{268, 300, 0, 100}, {268, 400, 0, 100}, {268, 600, 0, 0}}, 500},
+};
+
+}  // namespace
+
+class Length : public HostModeTest {
+ protected:
+    /// The length of a stream, or the code.
+    static CmInt32 LengthOf(const Player& aPlayer, const tagFileDescriber& aDescriber) {
+        CmUint32 dwLength = 4711;
+        const CmInt32 lResult = aPlayer->GetStreamLength(InfoOf(aDescriber), dwLength);
+        EXPECT_TRUE(lResult == 0 || dwLength == 4711);
+        return lResult == 0 ? static_cast<CmInt32>(dwLength) : -lResult;
+    }
+};
+INSTANTIATE_BOTH_MODES(Length);
+
+TEST_P(Length, FollowsFromOffsetsAndNotes) {
+    for (const Case& aCase : c_aCases) {
+        SCOPED_TRACE(aCase.lpWhat);
+        CCmString strBytes;
+        SetHeader(strBytes, aCase.dwDeclared, static_cast<CmUint32>(aCase.vecEntries.size()), 0);
+        for (std::size_t i = 0; i < aCase.vecEntries.size(); ++i) {
+            const Entry& a = aCase.vecEntries[i];
+            const std::size_t nAt = c_nHeader + i * c_nEntry;
+            SetEntry(strBytes, nAt, {a.wTag, static_cast<CmUint32>(i), 0, a.dwData});
+            Set32(strBytes, nAt + 20, a.dwNoted);
+        }
+        strBytes.resize(aCase.nFile, 'x');
+        WriteBytes("c", strBytes);
+        Player aPlayer(GetParam(), nullptr);
+        ASSERT_EQ(aPlayer.Open("c"), 0);
+        CContainerIndex aIndex;
+        ASSERT_EQ(aIndex.Open("c"), 0);
+        for (std::size_t i = 0; i < aCase.vecEntries.size(); ++i) {
+            const Entry& a = aCase.vecEntries[i];
+            if (a.wTag != c_wKnown) continue;
+            CmUint32 dwLength = 0;
+            EXPECT_EQ(LengthOf(aPlayer, DescriberOf(a.wTag, static_cast<CmUint32>(i), 0)),
+                      static_cast<CmInt32>(a.dwLength))
+                << i;
+            EXPECT_EQ(aIndex.GetStreamLength(i, dwLength), 0);
+            EXPECT_EQ(dwLength, a.dwLength) << i;
+        }
+    }
+}
+
+TEST_P(Length, OfEveryStreamThatTheWriterWroteIsReadOnce) {
+    SeededRandom aRandom;
+    for (const CmUint32 dwIndexType : {0U, 1U}) {
+        const std::vector<HandStream> vecStreams = RandomStreams(aRandom, 20);
+        CContainerWriter aWriter;
+        aWriter.SetIndexType(dwIndexType);
+        for (const HandStream& a : vecStreams)
+            EXPECT_EQ(aWriter.AddStream(a.Describer(),
+                                        reinterpret_cast<const unsigned char*>(a.strBytes.data()),
+                                        static_cast<CmUint32>(a.strBytes.size())),
+                      0);
+        ASSERT_EQ(aWriter.Write(".\\written"), 0);
+        const CCmString strWhole = ReadBytes("written");
+        Player aPlayer(GetParam(), nullptr);
+        ASSERT_EQ(aPlayer.Open("written"), 0);
+        WriteBytes("written", strWhole.substr(0, 30));
+        EXPECT_EQ(LengthOf(aPlayer, vecStreams[0].Describer()), -4002) << "it changed meanwhile";
+        WriteBytes("written", strWhole);
+        EXPECT_EQ(LengthOf(aPlayer, vecStreams[0].Describer()),
+                  static_cast<CmInt32>(vecStreams[0].strBytes.size()));
+        WriteBytes("written", "");
+        for (const HandStream& a : vecStreams)
+            EXPECT_EQ(LengthOf(aPlayer, a.Describer()), static_cast<CmInt32>(a.strBytes.size()));
+    }
+}
+
+TEST_P(Length, OfACircleIsThatOfItsFirstLap) {
+    CCmString strBytes;
+    SetHeader(strBytes, 1000, 1000, 1);
+    for (unsigned i = 0; i < 5; ++i)
+        SetEntry(strBytes, c_nHeader + i * c_nEntry,
+                 {c_wKnown, i, 0, 300 + 100 * i, c_nHeader + (i < 4 ? i + 1 : 2) * c_nEntry});
+    strBytes.resize(1000);
+    WriteBytes("c", strBytes);
+    Player aPlayer(GetParam(), nullptr);
+    ASSERT_EQ(aPlayer.Open("c"), 0);
+    EXPECT_EQ(aPlayer.m_vecStreams.size(), 1000U);
+    for (unsigned i = 0; i < 5; ++i)
+        EXPECT_EQ(LengthOf(aPlayer, DescriberOf(c_wKnown, i, 0)), i < 4 ? 100 : 300);
+}
+
+TEST_P(Length, IsRefusedWithTheReason) {
+    const tagFileDescriber aDescriber = DescriberOf(c_wKnown, 0, 0);
+    CCmString strBytes;
+    SetHeader(strBytes, 100, 1, 0);
+    SetEntry(strBytes, c_nHeader, {c_wKnown, 0, 0, 60});
+    strBytes.resize(100);
+    WriteBytes("c", strBytes);
+    Player aPlayer(GetParam(), nullptr);
+    EXPECT_EQ(LengthOf(aPlayer, aDescriber), -4010) << "no container";
+    ASSERT_EQ(aPlayer.Open("c"), 0);
+    EXPECT_EQ(LengthOf(aPlayer, DescriberOf(c_wKnown, 1, 0)), -4009);
+    EXPECT_EQ(LengthOf(aPlayer, aDescriber), 40);
+    aPlayer->CloseAllRecordFiles();
+    EXPECT_EQ(LengthOf(aPlayer, aDescriber), -4007);
+    Player aOther(GetParam(), nullptr);
+    ASSERT_EQ(aOther.Open("c"), 0);
+    CacheFileShutdown();
+    EXPECT_EQ(LengthOf(aOther, aDescriber), GetParam() == Async ? -4010 : 40);
+    CContainerIndex aIndex;
+    ASSERT_EQ(aIndex.Open("c"), 0);
+    CmUint32 dwLength = 0;
+    EXPECT_EQ(aIndex.GetStreamLength(1, dwLength), 4009);
+}
