@@ -184,6 +184,26 @@ class Output(Cli):
         for pipe in (process.stdin, process.stdout, process.stderr):
             pipe.close()
 
+    @not_on_windows("the emulator opens what is closed")
+    def test_closed_standard_files(self):
+        self.make_recording()
+        for exit_code, arguments in [(DONE, ["--version"]), (DONE, ["info", "rec/7"]),
+                                     (DONE, ["play", "rec/7", "--stream", "4:7004:4"]),
+                                     (DONE, ["record", "8", "--stream", "4:7004:4=rec/7/4_7004-4.dat"]),
+                                     (FAILED, ["record", "9", "--stream", "4:7004:4=-"]),
+                                     (FAILED, ["info", "missing"])]:
+            for closed in (["0<&-"], [">&-"], ["2>&-"], ["0<&-", ">&-", "2>&-"]):
+                if exit_code == FAILED and "0<&-" not in closed:
+                    continue
+                with self.subTest(arguments, closed=closed):
+                    shutil.rmtree(self.path("kvr2"), ignore_errors=True)
+                    ended = subprocess.run(["sh", "-c", '"$@" ' + " ".join(closed), "sh", PROGRAM,
+                                            *arguments], cwd=self.directory, timeout=20,
+                                           stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                    self.assertEqual(ended.returncode, exit_code, ended)
+                    if arguments[0] == "record" and exit_code == DONE:
+                        self.assertEqual(self.read("kvr2/8/4_7004-4.dat"), THREE[2][2])
+
     def test_output_that_cannot_be_written_is_a_failure(self):
         self.make("good", container(THREE))
         with open("/dev/full", "wb") as full:

@@ -8,8 +8,9 @@
 /// anywhere else.
 namespace System {
 
-/// At the start of the process: streams without newline translation, a closed pipe is an error
-/// and not the end, interrupts are noted (IsInterrupted) and break off what waits.
+/// The first call of the process. Opens the null device in place of standard files that are
+/// closed, turns newline translation off, makes a closed pipe a failed write instead of a signal,
+/// and notes interrupts (IsInterrupted), which also end a wait.
 void Prepare();
 
 bool IsInterrupted();

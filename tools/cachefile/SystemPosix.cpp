@@ -33,6 +33,13 @@ void Handle(int nSignal, void (*pHandler)(int)) {
     ::sigaction(nSignal, &aAction, nullptr);  // without SA_RESTART: waiting calls come back
 }
 
+/// A process that was started without one of its standard files would open another file in its
+/// place and mix the two. Input from a closed descriptor fails; output to one is discarded.
+void OpenStandardFiles() {
+    for (int nFile = STDIN_FILENO; nFile <= STDERR_FILENO; ++nFile)
+        if (::fcntl(nFile, F_GETFD) < 0 && ::open("/dev/null", O_WRONLY) != nFile) return;
+}
+
 /// An interrupt that whoever started us has switched off stays off.
 void HandleInterrupt(int nSignal) {
     struct sigaction aBefore = {};
@@ -45,9 +52,7 @@ void HandleInterrupt(int nSignal) {
 namespace System {
 
 void Prepare() {
-    // What was started without standard input must not take the next file for it. Reading fails.
-    for (int nFile = 0; nFile == STDIN_FILENO && ::fcntl(nFile, F_GETFD) < 0;)
-        nFile = ::open("/dev/null", O_WRONLY);
+    OpenStandardFiles();
     Handle(SIGPIPE, SIG_IGN);
     Handle(SIGXFSZ, SIG_IGN);  // a write beyond the limit is a failed write
     if (::pipe(s_aWakePipe) == 0)

@@ -29,12 +29,27 @@ bool ShowsColours(DWORD dwHandle) {
            ::SetConsoleMode(hConsole, dwMode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
 }
 
+/// A process that was started without one of its standard files would open another file in its
+/// place and mix the two. Input from a closed one fails; output to one is discarded.
+void OpenStandardFiles() {
+    _set_thread_local_invalid_parameter_handler(
+        [](const wchar_t*, const wchar_t*, const wchar_t*, unsigned int, uintptr_t) {});
+    for (int nFile = 0; nFile <= 2; ++nFile) {
+        if (::_get_osfhandle(nFile) >= 0) continue;
+        const int nNull = ::_wopen(L"NUL", _O_WRONLY | _O_BINARY);
+        if (nNull < 0 || nNull == nFile) continue;
+        ::_dup2(nNull, nFile);
+        ::_close(nNull);
+    }
+}
+
 }  // namespace
 
 namespace System {
 
 void Prepare() {
-    for (std::FILE* const pStream : {stdin, stdout}) ::_setmode(::_fileno(pStream), _O_BINARY);
+    OpenStandardFiles();
+    for (const int nFile : {0, 1}) ::_setmode(nFile, _O_BINARY);
     // A console takes what the process writes for its own encoding; it gets that back at the end.
     static const UINT s_nConsole = ::GetConsoleOutputCP();
     ::SetConsoleOutputCP(::GetACP());
