@@ -6,6 +6,7 @@ A program of Windows (.exe) is run by the command EMULATOR of the environment.
 """
 
 import contextlib
+import fcntl
 import json
 import os
 import re
@@ -197,7 +198,7 @@ class Output(Cli):
                     continue
                 with self.subTest(arguments, closed=closed):
                     shutil.rmtree(self.path("kvr2"), ignore_errors=True)
-                    ended = subprocess.run(["sh", "-c", '"$@" ' + " ".join(closed), "sh", PROGRAM,
+                    ended = subprocess.run(["sh", "-c", 'exec "$@" ' + " ".join(closed), "sh", PROGRAM,
                                             *arguments], cwd=self.directory, timeout=20,
                                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
                     self.assertEqual(ended.returncode, exit_code, ended)
@@ -511,6 +512,62 @@ class Pack(Cli):
         self.run_tool(FAILED, "extract", "good", "-o", "out", preexec_fn=limit)
         self.assertEqual(sorted(os.listdir(self.directory)), ["good", "out", "rec"])
         self.assertEqual(os.listdir(self.path("out")), [])
+
+    def make_sparse(self, name, size):
+        self.make(name, b"")
+        os.truncate(self.path(name), size)
+
+    @not_on_windows("another process cannot lock a file in this way")
+    def test_partial_files_of_dead_writers_are_removed_and_no_others(self):
+        self.make_recording()
+        self.run_tool(DONE, "pack", "rec/7", "-o", "good")
+        for directory, name, arguments in [(".", "made", ["pack", "rec/7", "-o", "made"]),
+                                           (".", "made", ["map", "good", "-o", "made"]),
+                                           ("out", "1_1001-2.dat", ["extract", "good", "-o", "out"])]:
+            others = [name + ".8.partial", name + ".8.partial.new", name + ".partial", "x.9.partial",
+                      name + ".9.partial.old", name + ".9.9.partial"]
+            for other in [name + ".9.partial", name + ".9-2.partial.new", name + ".9.partial.new",
+                          name + ".9.partial.new.partial", *others]:
+                self.make(os.path.join(directory, other), b"")
+            with open(self.path(os.path.join(directory, others[0]))) as locked:
+                fcntl.flock(locked, fcntl.LOCK_EX)
+                self.run_tool(DONE, *arguments, "--force")
+            left = [file for file in os.listdir(self.path(directory)) if "partial" in file]
+            self.assertEqual(sorted(left), sorted(others), arguments)
+
+    @not_on_windows("a signal from outside ends a process at once")
+    def test_an_interrupted_pack_removes_its_own_files_and_says_so(self):
+        self.make_recording()
+        self.make_sparse("big/4_7004-4.dat", 1 << 30)
+        first = self.start("pack", "big", "-o", "packed")
+        while not any(name.endswith(".new.partial") for name in os.listdir(self.directory)):
+            self.assertIsNone(first.poll())
+        first.send_signal(signal.SIGSTOP)
+        before = set(os.listdir(self.directory))
+        self.make("packed.partial", b"another's")
+        self.run_tool(DONE, "pack", "rec/7", "-o", "packed")
+        self.assertEqual(set(os.listdir(self.directory)) - before, {"packed", "packed.partial"})
+        first.send_signal(signal.SIGINT)
+        first.send_signal(signal.SIGCONT)
+        _, error = first.communicate(timeout=100)
+        self.assertEqual((first.returncode, error), (INTERRUPTED, b"cachefile: interrupted\n"))
+        self.assertEqual(sorted(os.listdir(self.directory)), ["big", "packed", "packed.partial", "rec"])
+
+    @unittest.skipUnless(shutil.which("strace"), "strace is not installed")
+    def test_what_gets_its_name_has_reached_the_disk(self):
+        self.make_recording()
+        for name, arguments in [("made", ["pack", "rec/7", "-o", "made"]),
+                                ("out/4_7004-4.dat", ["extract", "made", "-o", "out"]),
+                                ("map.svg", ["map", "made", "-o", "map.svg"])]:
+            calls = subprocess.run(
+                ["strace", "-fy", "-e", "trace=write,fsync,link,rename", PROGRAM, *arguments],
+                cwd=self.directory, stdout=subprocess.PIPE, stderr=subprocess.PIPE).stderr.decode()
+            named = re.findall(r'(?:link|rename)\("([^"]*)", "%s"\) += 0' % name, calls)
+            self.assertEqual(len(named), 1, calls)
+            before = calls[:calls.index('("%s", "%s")' % (named[0], name))]
+            # The last thing that happens to the bytes, under whatever name they have then.
+            touched = re.findall(r"(write|fsync)\(\d+<[^>]*/%s\.\d+\.partial" % name, before)
+            self.assertEqual((touched[-1], "write" in touched), ("fsync", True), calls)
 
     def test_extract_takes_what_a_damaged_container_still_has(self):
         cases = {

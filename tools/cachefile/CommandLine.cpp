@@ -50,7 +50,7 @@ void AddJson(CLI::App& aCommand, bool& bJson) {
 }
 
 void AddForce(CLI::App& aCommand, bool& bForce) {
-    aCommand.add_flag("--force", bForce, "Write over what is there already");
+    aCommand.add_flag("--force", bForce, "Overwrite what already exists");
 }
 
 void AddProgress(CLI::App& aCommand, ProgressMode& aMode) {

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <filesystem>
+#include <set>
 
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
@@ -92,13 +93,16 @@ class CExtraction {
         if (!std::filesystem::is_directory(m_directory))
             throw CFailure("cannot make the directory " + Printable(m_options.strDirectory) +
                            (aError ? ": " + aError.message() : ""));
+        std::set<std::string> setNames;
         for (const tagStream* pStream : m_vecSelected) {
+            setNames.insert(StreamFileName(pStream->aDescriber));
             const std::filesystem::path aPath = m_directory / StreamFileName(pStream->aDescriber);
             RequireFree(aPath, m_options.bForce);
             const auto aInput = System::NativePath(m_options.strPath);
             if (std::filesystem::equivalent(aPath, aInput, aError))
-                throw CFailure("the container itself would be written over");
+                throw CFailure("the container itself would be overwritten");
         }
+        RemoveAbandoned(m_directory, setNames);
     }
 
     void Miss(const tagStream& aStream, const std::string& strWhat) {

@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
     try {
         return RunCommandLine(argc, argv);
     } catch (const Interrupted&) {
+        Warn("interrupted");
         return Exit_Interrupted;
     } catch (const CFailure& aFailure) {
         FinishOutputQuietly();

@@ -178,7 +178,8 @@ int Map(const tagMapOptions& aOptions) {
         const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
         std::error_code aError;
         if (std::filesystem::equivalent(aOutput, System::NativePath(aOptions.strPath), aError))
-            throw CFailure("the container itself would be written over");
+            throw CFailure("the container itself would be overwritten");
+        RemoveAbandoned(aOutput);
         COutputFile aFile(aOutput, aOptions.bForce);
         const std::string strSvg = DrawSvg(aRecording, vecRegions);
         aFile.Write(strSvg.data(), strSvg.size());

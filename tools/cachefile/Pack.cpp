@@ -64,25 +64,17 @@ void RequireSafeOutput(const tagPackOptions& aOptions, const tagPacking& aPackin
             throw CFailure(Printable(aOptions.strOutput) + " is one of the files to be packed");
 }
 
-/// A finished container under its first name, gone unless it gets the final one.
-struct Temporary {
-    ~Temporary() {
-        std::error_code aIgnored;
-        std::filesystem::remove(aPath, aIgnored);
-    }
-    const std::filesystem::path aPath;
-};
-
 }  // namespace
 
 int Pack(const tagPackOptions& aOptions) {
     const tagPacking aPacking = Collect(aOptions);
     RequireSafeOutput(aOptions, aPacking);
     const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
-    const Temporary aTemporary{System::TemporaryName(aOutput)};
-    WriteContainer(aPacking, aTemporary.aPath);
-    if (aOptions.bVerify) VerifyContainer(aPacking, aTemporary.aPath);
-    GiveName(aTemporary.aPath, aOutput, aOptions.bForce);
+    RemoveAbandoned(aOutput);
+    CPartialName aPartial(aOutput);
+    WriteContainer(aPacking, aPartial);
+    if (aOptions.bVerify) VerifyContainer(aPacking, aPartial.GetPath());
+    GiveName(aPartial.GetPath(), aOutput, aOptions.bForce);
     Print("packed " + Grouped(aPacking.vecSources.size()) + " streams, " +
           Grouped(aPacking.CountBytes()) + " bytes" +
           (aOptions.bVerify ? ", read back and compared" : "") + ": " +

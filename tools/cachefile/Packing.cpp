@@ -17,7 +17,6 @@ namespace {
 
 constexpr auto c_aLook = std::chrono::milliseconds(50);
 constexpr std::uint64_t c_qwBlock = 262144;
-constexpr char c_szPartial[] = ".partial";  // behind a name that the writer is still at
 
 void AddSources(CContainerWriter& aWriter, const tagPacking& aPacking) {
     for (const tagPackSource& aSource : aPacking.vecSources) {
@@ -109,25 +108,25 @@ std::uint64_t tagPacking::CountBytes() const {
     return qwBytes;
 }
 
-void WriteContainer(const tagPacking& aPacking, const std::filesystem::path& aPath) {
+void WriteContainer(const tagPacking& aPacking, CPartialName& aPartial) {
     CContainerWriter aWriter;
     aWriter.SetIndexType(aPacking.dwIndexType);
     if (aPacking.aHeader)
         aWriter.SetFileHeader(aPacking.aHeader->dwFileVersion, aPacking.aHeader->dwCBTimeStamp);
     AddSources(aWriter, aPacking);
-    std::filesystem::path aPartial = aPath;
-    aPartial += c_szPartial;
     CProgress aProgress(aPacking.aProgress, "pack", aPacking.CountBytes());
     // One call writes everything; meanwhile this thread looks how far it has come.
-    std::future<CmInt32> aWriting =
-        std::async(std::launch::async, [&] { return aWriter.Write(HostPath(aPath.u8string())); });
+    std::future<CmInt32> aWriting = std::async(
+        std::launch::async, [&] { return aWriter.Write(HostPath(aPartial.GetPath().u8string())); });
     std::error_code aError;
     while (aWriting.wait_for(c_aLook) != std::future_status::ready) {
         if (System::IsInterrupted()) {
-            std::filesystem::remove(aPartial, aError);
+            aPartial.Remove();
+            Warn("interrupted");
             System::EndNow(Exit_Interrupted);
         }
-        const std::uintmax_t nWritten = std::filesystem::file_size(aPartial, aError);
+        const std::uintmax_t nWritten =
+            std::filesystem::file_size(aPartial.GetWriterPath(), aError);
         if (!aError) aProgress.Show(nWritten);
     }
     const CmInt32 lResult = aWriting.get();

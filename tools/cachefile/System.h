@@ -36,11 +36,35 @@ inline std::filesystem::path NativePath(const std::string& strPath) {
     return std::filesystem::u8path(Utf8Path(strPath));
 }
 
-/// A name that no other process uses at this time, for the file that is to become aPath.
-std::filesystem::path TemporaryName(const std::filesystem::path& aPath);
+/// The number of this process.
+long ProcessNumber();
 
 /// Makes an empty file where nothing is, not even a link. False with errno on failure.
 bool MakeNewFile(const std::filesystem::path& aPath);
+
+/// A new file that this process alone writes. It is locked until it is closed, so another process
+/// can find out whether its writer is still at work. Functions return false with errno on failure.
+class CNewFile {
+ public:
+    CNewFile() = default;
+    ~CNewFile() { Close(); }
+    CNewFile(const CNewFile&) = delete;
+    CNewFile& operator=(const CNewFile&) = delete;
+
+    /// Makes the file where nothing is, not even a link. Where the file system has no locks, the
+    /// file is made without one.
+    bool Create(const std::filesystem::path& aPath);
+    bool Write(const void* lpData, std::size_t nLength);
+    /// Waits until the disk has the bytes. A file that cannot be synced by its kind counts as done.
+    bool Sync();
+    bool Close();
+
+ private:
+    int m_nFile = -1;
+};
+
+/// Removes a regular file that no CNewFile of any process holds. Does nothing when that is unknown.
+void RemoveAbandoned(const std::filesystem::path& aPath);
 
 /// Gives a file its final name. Without bReplace it fails where something has that name already,
 /// with an error of file_exists.

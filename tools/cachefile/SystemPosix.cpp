@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -105,13 +106,62 @@ std::string PathFault(const std::string& strPath) {
 
 std::string Utf8Path(const std::string& strPath) { return strPath; }
 
-std::filesystem::path TemporaryName(const std::filesystem::path& aPath) {
-    return aPath.string() + "." + std::to_string(::getpid()) + ".partial";
-}
+long ProcessNumber() { return ::getpid(); }
 
 bool MakeNewFile(const std::filesystem::path& aPath) {
     const int nFile = ::open(aPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     return nFile >= 0 && ::close(nFile) == 0;
+}
+
+bool CNewFile::Create(const std::filesystem::path& aPath) {
+    for (;; Close()) {
+        m_nFile = ::open(aPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (m_nFile < 0) return false;
+        // Before it was locked, another process may have taken it for an abandoned one.
+        struct stat aStat = {};
+        if (::flock(m_nFile, LOCK_EX | LOCK_NB) != 0) {
+            if (errno != EWOULDBLOCK) return true;
+        } else if (::fstat(m_nFile, &aStat) != 0 || aStat.st_nlink > 0) {
+            return true;
+        }
+    }
+}
+
+bool CNewFile::Write(const void* lpData, std::size_t nLength) {
+    const auto* lpBytes = static_cast<const char*>(lpData);
+    while (nLength > 0) {
+        const ssize_t nWritten = ::write(m_nFile, lpBytes, nLength);
+        if (nWritten < 0 && errno != EINTR) return false;
+        if (nWritten < 0) continue;
+        lpBytes += nWritten;
+        nLength -= static_cast<std::size_t>(nWritten);
+    }
+    return true;
+}
+
+bool CNewFile::Sync() {
+    int nResult = 0;
+    do nResult = ::fsync(m_nFile);
+    while (nResult != 0 && errno == EINTR);
+    return nResult == 0 || errno == EINVAL || errno == ENOTSUP;
+}
+
+bool CNewFile::Close() {
+    const int nFile = m_nFile;
+    m_nFile = -1;
+    return nFile < 0 || ::close(nFile) == 0;
+}
+
+void RemoveAbandoned(const std::filesystem::path& aPath) {
+    const int nFile = ::open(aPath.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (nFile < 0) return;
+    struct stat aOpened = {}, aNamed = {};
+    // Locked, it cannot be replaced by a new one: that would have to be made where nothing is.
+    if (::fstat(nFile, &aOpened) == 0 && S_ISREG(aOpened.st_mode) &&
+        ::flock(nFile, LOCK_EX | LOCK_NB) == 0 && ::lstat(aPath.c_str(), &aNamed) == 0 &&
+        aOpened.st_dev == aNamed.st_dev && aOpened.st_ino == aNamed.st_ino)
+        ::unlink(aPath.c_str());
+    ::close(nFile);
 }
 
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,

@@ -21,6 +21,24 @@ BOOL WINAPI OnInterrupt(DWORD /*dwEvent*/) {
     return TRUE;
 }
 
+int ErrnoOf(DWORD dwError) {
+    switch (dwError) {
+        case ERROR_FILE_EXISTS:
+        case ERROR_ALREADY_EXISTS:
+            return EEXIST;
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+            return ENOENT;
+        case ERROR_DISK_FULL:
+            return ENOSPC;
+        case ERROR_ACCESS_DENIED:
+        case ERROR_SHARING_VIOLATION:
+            return EACCES;
+        default:
+            return EIO;
+    }
+}
+
 /// Has the console understand colours; one that can't shows none.
 bool ShowsColours(DWORD dwHandle) {
     const HANDLE hConsole = ::GetStdHandle(dwHandle);
@@ -93,16 +111,54 @@ std::string Utf8Path(const std::string& strPath) {
     return std::filesystem::path(strWide).u8string();
 }
 
-std::filesystem::path TemporaryName(const std::filesystem::path& aPath) {
-    std::filesystem::path aName = aPath;
-    aName += "." + std::to_string(::_getpid()) + ".partial";
-    return aName;
-}
+long ProcessNumber() { return ::_getpid(); }
 
 bool MakeNewFile(const std::filesystem::path& aPath) {
     const int nFile =
         ::_wopen(aPath.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
     return nFile >= 0 && ::_close(nFile) == 0;
+}
+
+/// What is open for writing is locked here: only reading, renaming and removing are shared.
+bool CNewFile::Create(const std::filesystem::path& aPath) {
+    const HANDLE hFile =
+        ::CreateFileW(aPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                      CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (hFile == INVALID_HANDLE_VALUE) {
+        errno = ErrnoOf(::GetLastError());
+        return false;
+    }
+    m_nFile = ::_open_osfhandle(reinterpret_cast<intptr_t>(hFile), _O_BINARY | _O_NOINHERIT);
+    if (m_nFile < 0) ::CloseHandle(hFile);
+    return m_nFile >= 0;
+}
+
+bool CNewFile::Write(const void* lpData, std::size_t nLength) {
+    const auto* lpBytes = static_cast<const char*>(lpData);
+    while (nLength > 0) {
+        const auto nPart = static_cast<unsigned int>(nLength < 0x40000000 ? nLength : 0x40000000);
+        const int nWritten = ::_write(m_nFile, lpBytes, nPart);
+        if (nWritten <= 0) return false;
+        lpBytes += nWritten;
+        nLength -= static_cast<std::size_t>(nWritten);
+    }
+    return true;
+}
+
+bool CNewFile::Sync() { return ::_commit(m_nFile) == 0; }
+
+bool CNewFile::Close() {
+    const int nFile = m_nFile;
+    m_nFile = -1;
+    return nFile < 0 || ::_close(nFile) == 0;
+}
+
+void RemoveAbandoned(const std::filesystem::path& aPath) {
+    // It is opened only when nobody else has it open, and removed when it is closed.
+    const HANDLE hFile =
+        ::CreateFileW(aPath.c_str(), DELETE, 0, nullptr, OPEN_EXISTING,
+                      FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    if (hFile != INVALID_HANDLE_VALUE) ::CloseHandle(hFile);
 }
 
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
