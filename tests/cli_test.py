@@ -116,7 +116,16 @@ class Usage(Cli):
             with self.subTest(arguments):
                 output, error = self.run_tool(exit_code, *arguments)
                 self.assertEqual(output, b"")
-                self.assertRegex(error, r"^cachefile: ")
+                self.assertRegex(error, r"^(cachefile: .*\n)+$")
+                if not arguments or arguments[0] in ("play", "fly"):
+                    continue
+                output, failure = self.run_tool(exit_code, *arguments, "--json")
+                self.assertEqual(output, b"")
+                self.assertEqual(json.loads(failure.splitlines()[-1]),
+                                 {"schema": "cachefile.error", "version": 1, "command": arguments[0],
+                                  "exit": exit_code, "message": error.splitlines()[-1][11:]})
+        _, error = self.run_tool(USAGE, "fly", "plain", "--json")
+        self.assertEqual(json.loads(error)["message"], "unknown command 'fly' (see `--help`)")
         self.assertEqual(sorted(os.listdir(self.directory)), ["plain", "rec"])
 
     def test_help_man_page_and_completion_tell_of_everything(self):
@@ -452,6 +461,10 @@ class Show(Cli):
         self.run_tool(DAMAGE, "map", "good", "-o", "map.svg")
         rectangles = xml.etree.ElementTree.parse(self.path("map.svg")).getroot().findall("{*}rect")
         self.assertEqual(len(rectangles), 1 + len(lines))
+        regions = self.run_json(DAMAGE, "map", "good")["regions"]
+        self.assertEqual([[str(region["offset"]), str(region["bytes"]), region["kind"]]
+                          for region in regions], [line.split()[1:4] for line in lines])
+        self.assertEqual((regions[3]["entry"], regions[3]["stream"]), (2, "3:1003:2"))
         self.run_tool(FAILED, "map", "good", "-o", "map.svg")
         self.run_tool(DAMAGE, "map", "good", "-o", "map.svg", "--force")
 
@@ -474,6 +487,18 @@ class Pack(Cli):
                              (["--length", "12"], CONF[:12]), (["--length", "0"], b"")]:
             output, _ = self.run_tool(DONE, "play", "packed", "--stream", "100:100:2", *part)
             self.assertEqual(output, wanted)
+
+    def test_pack_and_extract_as_json(self):
+        self.make_recording()
+        document = self.run_json(DONE, "pack", "rec/7", "-o", "packed", "--verify")
+        streams = {"1:1001:2": 100, "4:7004:4": 300, "100:100:2": 72}
+        self.assertEqual((document["output"], document["bytes"], document["verified"]),
+                         ("packed", 472, True))
+        self.assertEqual({row["stream"]: row["bytes"] for row in document["streams"]}, streams)
+        self.make("bad", container(THREE, cut=301))
+        rows = self.run_json(DAMAGE, "extract", "bad", "-o", "out")["streams"]
+        self.assertEqual([(row["file"], row["bytes"], row["missing_bytes"]) for row in rows],
+                         [("1_1001-2.dat", 100, 0), ("100_100-2.dat", 71, 1), (None, 0, 300)])
 
     def test_version_and_time_stamp(self):
         self.make_recording()

@@ -1,6 +1,7 @@
 #include "tools/cachefile/CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <map>
 #include <memory>
@@ -8,6 +9,7 @@
 #include "platform/CmTrace.h"
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/System.h"
 
@@ -28,7 +30,7 @@ const CLI::Validator& NumberValidator() {
             const char* const lpEnd = strText.data() + strText.size();
             const auto [lpRead, aError] = std::from_chars(strText.data(), lpEnd, qwNumber);
             if (aError != std::errc() || lpRead != lpEnd)
-                return "'" + strText + "' is no decimal number, or too large a one";
+                return "'" + strText + "' is not a decimal number, or is too large";
             strText = std::to_string(qwNumber);
             return {};
         },
@@ -155,6 +157,7 @@ void AddMap(CLI::App& aTool, int& nExit) {
         ->check(PathValidator())
         ->type_name("FILE.svg");
     AddForce(aCommand, pOptions->bForce);
+    AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile map talk.container -o talk.svg");
     aCommand.callback([pOptions, &nExit] { nExit = Map(*pOptions); });
 }
@@ -172,6 +175,7 @@ void AddExtract(CLI::App& aTool, int& nExit) {
             "Only this stream, as TYPE:ID:KIND; may be repeated")
         ->type_name("STREAM");
     AddForce(aCommand, pOptions->bForce);
+    AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
     AddExample(aCommand, "cachefile extract talk.container -o talk");
     aCommand.callback([pOptions, &nExit] { nExit = Extract(*pOptions); });
@@ -207,6 +211,7 @@ void AddPack(CLI::App& aTool, int& nExit) {
     aCommand.add_flag("--verify", pOptions->bVerify,
                       "Read the container back and compare before it gets its name");
     AddForce(aCommand, pOptions->bForce);
+    AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
     AddExample(aCommand, "cachefile pack kvr2/7 -o talk.container --verify");
     aCommand.callback([pOptions, &nExit] { nExit = Pack(*pOptions); });
@@ -263,6 +268,14 @@ void ShowTrace() {
         [](CmInt32 /*lLevel*/, const char* lpText) { Warn(Printable(lpText)); });
 }
 
+/// The first word that is no option.
+std::string FirstCommand(int argc, char** argv) {
+    const auto aEnd = argv + argc;
+    const auto it = std::find_if(argv + std::min(argc, 1), aEnd,
+                                 [](const char* lpWord) { return *lpWord && *lpWord != '-'; });
+    return it == aEnd ? "" : *it;
+}
+
 void AddEverything(CLI::App& aTool, int& nExit) {
     aTool.require_subcommand(1);
     aTool.fallthrough();
@@ -285,8 +298,10 @@ void AddEverything(CLI::App& aTool, int& nExit) {
 
 int RunCommandLine(int argc, char** argv) {
     int nExit = Exit_Done;
-    CLI::App aTool{"Looks after recordings: records, plays, shows, packs and examines them.",
-                   "cachefile"};
+    const std::string strCommand = FirstCommand(argc, argv);
+    if (std::find(argv, argv + argc, std::string("--json")) != argv + argc)
+        UseJsonErrors(strCommand);
+    CLI::App aTool{"Records, plays, shows, packs and examines recordings.", "cachefile"};
     AddEverything(aTool, nExit);
     std::vector<std::string> vecWords;
     for (int i = argc - 1; i > 0; --i) vecWords.push_back(AsOneWord(argv[i]));
@@ -297,7 +312,10 @@ int RunCommandLine(int argc, char** argv) {
     } catch (const CLI::CallForHelp&) {
         Print(aTool.help());
     } catch (const CLI::ParseError& aError) {
-        throw CFailure(std::string(aError.what()) + " (--help tells what can be said)", Exit_Usage);
+        const bool bUnknown = aTool.get_subcommands().empty() && !strCommand.empty();
+        const std::string strText =
+            bUnknown ? "unknown command '" + Printable(strCommand) + "'" : aError.what();
+        throw CFailure(strText + " (see `--help`)", Exit_Usage);
     }
     FinishOutput();
     return nExit;

@@ -9,8 +9,8 @@
 #include "tools/cachefile/Progress.h"
 #include "tools/cachefile/Recorder.h"
 
-// The commands, one file each, with what can be said to them. Each returns how the tool ends
-// (Exit.h), and throws CFailure when it can't be done.
+// The commands, one file each, with their options. Each returns how the tool ends (Exit.h), and
+// throws CFailure when it cannot be done.
 
 struct tagRecordOptions {
     tagPlan aPlan{0, "kvr2", false};
@@ -50,6 +50,7 @@ struct tagMapOptions {
     std::string strPath;
     std::string strOutput;
     bool bForce = false;
+    bool bJson = false;
 };
 /// Draws what lies where in a container, on the terminal or as SVG.
 int Map(const tagMapOptions& aOptions);
@@ -59,6 +60,7 @@ struct tagExtractOptions {
     std::string strDirectory;
     std::vector<std::string> vecStreams;
     bool bForce = false;
+    bool bJson = false;
     ProgressMode aProgress = ProgressMode::Auto;
 };
 /// Writes the streams of a container into files, also of a damaged one.
@@ -72,6 +74,7 @@ struct tagPackOptions {
     std::optional<CmUint32> dwCBTimeStamp;
     bool bVerify = false;
     bool bForce = false;
+    bool bJson = false;
     ProgressMode aProgress = ProgressMode::Auto;
 };
 /// Makes a container of the record files of directories.
@@ -81,7 +84,7 @@ struct tagDoctorOptions {
     std::string strPath;
     bool bJson = false;
 };
-/// Tells what is wrong with a container.
+/// Reports what is wrong with a container.
 int Doctor(const tagDoctorOptions& aOptions);
 
 struct tagBenchOptions {

@@ -5,6 +5,7 @@
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Findings.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Streams.h"
@@ -72,12 +73,18 @@ class CExtraction {
             if (IsThere(*pStream, m_recording))
                 Extract(*pStream);
             else
-                Miss(*pStream, "all of it: it begins at " + std::to_string(pStream->qwOffset) +
-                                   ", past the end of the file");
+                MissAll(*pStream);
         m_progress.Finish(m_qwDone);
         return m_bMissing;
     }
-    void Print() const { m_table.Print(); }
+    void Print() const {
+        if (!m_options.bJson) return m_table.Print();
+        Json aDocument = NewDocument("extract");
+        aDocument["path"] = m_options.strPath;
+        aDocument["directory"] = m_options.strDirectory;
+        aDocument["streams"] = m_streams;
+        PrintDocument(aDocument);
+    }
 
  private:
     std::uint64_t CountBytes() const {
@@ -110,8 +117,15 @@ class CExtraction {
         Warn("missing of " + aStream.Name() + ": " + strWhat);
     }
 
+    void MissAll(const tagStream& aStream) {
+        Miss(aStream, "all of it: it begins at " + std::to_string(aStream.qwOffset) +
+                          ", past the end of the file");
+        if (m_options.bJson) Note(aStream, 0, false);
+    }
+
     void Extract(const tagStream& aStream);
     std::uint64_t Copy(const tagStream& aStream, COutputFile& aFile);
+    void Note(const tagStream& aStream, std::uint64_t qwCopied, bool bFile);
 
     const tagExtractOptions& m_options;
     const tagRecording& m_recording;
@@ -122,6 +136,7 @@ class CExtraction {
                     {"FILE", CTable::Left},
                     {"BYTES", CTable::Right},
                     {"MISSING", CTable::Right}}};
+    Json m_streams = Json::array();
     std::vector<unsigned char> m_vecBlock = std::vector<unsigned char>(c_qwBlock);
     std::uint64_t m_qwDone = 0;
     bool m_bMissing = false;
@@ -135,9 +150,21 @@ void CExtraction::Extract(const tagStream& aStream) {
     const std::uint64_t qwMissing = aStream.qwExtent - qwCopied;
     if (qwMissing > 0)
         Miss(aStream, Grouped(qwMissing) + " of " + Grouped(aStream.qwExtent) + " bytes");
-    m_table.Add(
-        {aStream.Name(), strName, std::to_string(qwCopied),
-         CTable::Cell(std::to_string(qwMissing), qwMissing > 0 ? Style::Red : Style::Plain)});
+    Note(aStream, qwCopied, true);
+}
+
+void CExtraction::Note(const tagStream& aStream, std::uint64_t qwCopied, bool bFile) {
+    const std::string strName = StreamFileName(aStream.aDescriber);
+    const std::uint64_t qwMissing = aStream.qwExtent - qwCopied;
+    if (m_options.bJson)
+        m_streams.push_back({{"stream", aStream.Name()},
+                             {"file", bFile ? Json(strName) : Json(nullptr)},
+                             {"bytes", qwCopied},
+                             {"missing_bytes", qwMissing}});
+    else
+        m_table.Add(
+            {aStream.Name(), strName, std::to_string(qwCopied),
+             CTable::Cell(std::to_string(qwMissing), qwMissing > 0 ? Style::Red : Style::Plain)});
 }
 
 /// What is there and can be read, from the stream's beginning on.

@@ -3,6 +3,7 @@
 #include "download/ContainerFormat.h"
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Packing.h"
@@ -64,6 +65,24 @@ void RequireSafeOutput(const tagPackOptions& aOptions, const tagPacking& aPackin
             throw CFailure(Printable(aOptions.strOutput) + " is one of the files to be packed");
 }
 
+void PrintResult(const tagPackOptions& aOptions, const tagPacking& aPacking) {
+    if (!aOptions.bJson)
+        return Print("packed " + Grouped(aPacking.vecSources.size()) + " streams, " +
+                     Grouped(aPacking.CountBytes()) + " bytes" +
+                     (aOptions.bVerify ? ", read back and compared" : "") + ": " +
+                     Printable(aOptions.strOutput) + "\n");
+    Json aDocument = NewDocument("pack");
+    aDocument["output"] = aOptions.strOutput;
+    aDocument["bytes"] = aPacking.CountBytes();
+    aDocument["verified"] = aOptions.bVerify;
+    aDocument["streams"] = Json::array();
+    for (const tagPackSource& aSource : aPacking.vecSources)
+        aDocument["streams"].push_back({{"stream", StreamName(aSource.aDescriber)},
+                                        {"directory", aSource.strDirectory},
+                                        {"bytes", aSource.qwSize}});
+    PrintDocument(aDocument);
+}
+
 }  // namespace
 
 int Pack(const tagPackOptions& aOptions) {
@@ -75,9 +94,6 @@ int Pack(const tagPackOptions& aOptions) {
     WriteContainer(aPacking, aPartial);
     if (aOptions.bVerify) VerifyContainer(aPacking, aPartial.GetPath());
     GiveName(aPartial.GetPath(), aOutput, aOptions.bForce);
-    Print("packed " + Grouped(aPacking.vecSources.size()) + " streams, " +
-          Grouped(aPacking.CountBytes()) + " bytes" +
-          (aOptions.bVerify ? ", read back and compared" : "") + ": " +
-          Printable(aOptions.strOutput) + "\n");
+    PrintResult(aOptions, aPacking);
     return Exit_Done;
 }

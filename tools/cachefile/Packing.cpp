@@ -8,6 +8,7 @@
 #include "platform/CmResult.h"
 #include "tools/HostPath.h"
 #include "tools/cachefile/Exit.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/Player.h"
 #include "tools/cachefile/Streams.h"
@@ -90,7 +91,7 @@ class CVerification {
 
     [[noreturn]] static void Differs(const tagPackSource& aSource) {
         throw CFailure("verify: " + StreamName(aSource.aDescriber) +
-                       " isn't read back as its file holds it; nothing was written");
+                       " differs from its file when it is read back; nothing was written");
     }
 
     const tagPacking& m_packing;
@@ -122,7 +123,7 @@ void WriteContainer(const tagPacking& aPacking, CPartialName& aPartial) {
     while (aWriting.wait_for(c_aLook) != std::future_status::ready) {
         if (System::IsInterrupted()) {
             aPartial.Remove();
-            Warn("interrupted");
+            ReportError("interrupted", Exit_Interrupted);
             System::EndNow(Exit_Interrupted);
         }
         const std::uintmax_t nWritten =

@@ -29,8 +29,8 @@ int Play(const tagPlayOptions& aOptions) {
     if (!pStream)
         throw CFailure(Printable(aOptions.strPath) + " has no stream " + StreamName(aWanted));
     if (pStream->lpBarred)
-        throw CFailure(StreamName(aWanted) + " can't be played: it is " + pStream->lpBarred +
-                       " (cachefile extract takes out what is there)");
+        throw CFailure(StreamName(aWanted) + " cannot be played: it is " + pStream->lpBarred +
+                       " (see `cachefile extract`)");
     CPlayer aPlayer(aRecording, &pStream->aDescriber);
     const std::uint64_t qwEnd = FindEnd(aOptions, *pStream);
     for (std::uint64_t qwAt = aOptions.qwOffset; qwAt < qwEnd; qwAt += aPlayer.GetLength()) {

@@ -43,13 +43,13 @@ Sources MakeSources(const tagRecordOptions& aOptions) {
     for (const std::string& strStream : aOptions.vecStreams) {
         const std::size_t nEqual = strStream.find('=');
         if (nEqual == std::string::npos || nEqual + 1 == strStream.size())
-            throw CFailure("--stream " + strStream + ": STREAM=FILE is wanted", Exit_Usage);
+            throw CFailure("--stream " + strStream + ": expected STREAM=FILE", Exit_Usage);
         const tagFileDescriber aDescriber = RequireStream(strStream.substr(0, nEqual));
         const std::string strInput = strStream.substr(nEqual + 1);
         if (!setNames.insert(StreamName(aDescriber)).second)
             throw CFailure("the stream " + StreamName(aDescriber) + " is given twice", Exit_Usage);
         if (!setInputs.insert(strInput).second && strInput == "-")
-            throw CFailure("standard input can't be two streams", Exit_Usage);
+            throw CFailure("standard input cannot be two streams", Exit_Usage);
         vecSources.push_back(std::make_unique<tagSource>(aOptions.aPlan, aDescriber, strInput));
     }
     return vecSources;
@@ -64,7 +64,7 @@ void OpenInputs(const tagRecordOptions& aOptions, const Sources& vecSources) {
     for (const auto& pTarget : vecSources)
         for (const auto& pInput : vecSources)
             if (pInput->aInput.IsFile(pTarget->aRecorder.GetPath()))
-                throw CFailure(Printable(pInput->strPath) + " would be written over");
+                throw CFailure(Printable(pInput->strPath) + " would be overwritten");
     for (const auto& pTarget : vecSources)
         RequireFree(pTarget->aRecorder.GetPath(), aOptions.bForce);
 }

@@ -61,7 +61,7 @@ tagFileDescriber RequireStream(const std::string& strName) {
     const std::optional<tagFileDescriber> aDescriber = ParseStreamName(strName);
     if (aDescriber) return *aDescriber;
     throw CFailure("'" + strName +
-                       "' names no stream: TYPE:ID:KIND, all decimal, is wanted (TYPE up to 65535, "
-                       "KIND from 1 to 255)",
+                       "' is not a stream name: expected TYPE:ID:KIND, all decimal (TYPE up to "
+                       "65535, KIND from 1 to 255)",
                    Exit_Usage);
 }

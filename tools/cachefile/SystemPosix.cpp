@@ -100,8 +100,8 @@ int WriteOutput(const char* lpData, std::size_t nLength) {
 bool IsClosedPipe(int nErrno) { return nErrno == EPIPE; }
 
 std::string PathFault(const std::string& strPath) {
-    if (strPath.empty()) return "a path can't be empty";
-    return strPath.find('\\') == std::string::npos ? "" : "no path with a backslash can be used";
+    if (strPath.empty()) return "a path cannot be empty";
+    return strPath.find('\\') == std::string::npos ? "" : "a path cannot contain a backslash";
 }
 
 std::string Utf8Path(const std::string& strPath) { return strPath; }

@@ -101,7 +101,7 @@ int WriteOutput(const char* lpData, std::size_t nLength) {
 bool IsClosedPipe(int nErrno) { return nErrno == EPIPE || nErrno == EINVAL; }
 
 std::string PathFault(const std::string& strPath) {
-    return strPath.empty() ? "a path can't be empty" : "";
+    return strPath.empty() ? "a path cannot be empty" : "";
 }
 
 std::string Utf8Path(const std::string& strPath) {

@@ -22,9 +22,9 @@ _cachefile()
         record) options="$common --stream --home --piece --sync --force --json --progress" ;;
         play) options="$common --stream --offset --length" ;;
         info | list | doctor) options="$common --json" ;;
-        map) options="$common --output --force" ;;
-        extract) options="$common --output --stream --force --progress" ;;
-        pack) options="$common --output --index --version --timestamp --verify --force --progress" ;;
+        map) options="$common --output --force --json" ;;
+        extract) options="$common --output --stream --force --json --progress" ;;
+        pack) options="$common --output --index --version --timestamp --verify --force --json --progress" ;;
         bench) options="$common --size --piece --rounds --dir --json" ;;
     esac
     if [[ $word == -* ]]; then
