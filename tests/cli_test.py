@@ -488,6 +488,68 @@ class Pack(Cli):
             output, _ = self.run_tool(DONE, "play", "packed", "--stream", "100:100:2", *part)
             self.assertEqual(output, wanted)
 
+    @not_on_windows("there are no sparse files and no files whose size is not true")
+    def test_a_failed_pack_names_file_and_reason(self):
+        os.makedirs(self.path("a"))
+        os.symlink("/sys/devices/system/cpu/online", self.path("a/1_1001-2.dat"))
+        os.makedirs(self.path("b"))
+        os.symlink("/proc/self/cmdline", self.path("b/1_1001-2.dat"))
+        for size, name in [(3, "c/4_7004-4.dat"), (3, "c/4_8004-4.dat"), (4, "d/4_7004-4.dat")]:
+            self.make_sparse(name, size << 30)
+        self.make("e/4_7004-2.dat", b"")
+        self.make("f/100_100-2.dat", CONF[:71])
+        self.make("big/4_7004-4.dat", b"x" * 5000)
+        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))
+        for directory, text in [
+                ("a", "a/1_1001-2.dat: it has become shorter while it was packed ("),
+                ("b", "b/1_1001-2.dat: it has grown while it was packed ("),
+                ("c", "c/4_8004-4.dat: with it the container would be larger than 4 GiB - 1 bytes ("),
+                ("d", "4:7004:4 of d: it is larger than 4 GiB - 1 bytes ("),
+                ("e", "4:7004:2 of e: no container tag has its type, kind and id ("),
+                ("f", "100:100:2 of f: it is shorter than the 72 bytes of its header ("),
+                ("big", "the container: it could not be written: File too large (CACHE_ERR_FAILED)")]:
+            _, error = self.run_tool(FAILED, "pack", directory, "-o", "new", preexec_fn=limit)
+            self.assertRegex(error, "^cachefile: cannot pack " + re.escape(text))
+            self.assertFalse([name for name in os.listdir(self.directory) if name.startswith("new")])
+
+    @not_on_windows("there are no sparse files")
+    def test_a_stream_above_4_gib_is_warned_of(self):
+        self.make_sparse("rec/4_7004-4.dat", (4 << 30) + 10)
+        warning = "4:7004:4 is larger than 4 GiB"
+        self.assertIn(warning, self.run_tool(DONE, "list", "rec")[1])
+        self.assertFalse(self.run_json(DONE, "info", "rec")["streams"][0]["packable"])
+        for offset, length, exit_code, wanted in [(4294967290, 6, DONE, 6), (4294967290, 7, FAILED, 6),
+                                                  (0, 1, DONE, 1), (4294967296, 1, FAILED, 0)]:
+            output, error = self.run_tool(exit_code, "play", "rec", "--stream", "4:7004:4", "--offset",
+                                          str(offset), "--length", str(length))
+            self.assertEqual(output, bytes(wanted))
+            self.assertIn(warning, error)
+        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))
+        _, error = self.run_tool(DAMAGE, "record", "7", "--stream", "4:7004:4=rec/4_7004-4.dat",
+                                 preexec_fn=limit)
+        self.assertIn(warning, error)
+
+    def test_pack_leaves_out_what_is_not_wanted_or_not_packable(self):
+        self.make_recording()
+        self.make("rec/7/4_7004-2.dat", b"?")
+        self.make("more/4_7004-4.dat", b"?")
+        conf, text, voice = "100:100:2", "1:1001:2", "4:7004:4"
+        for options, exit_code, wanted, said in [
+                (["rec/7"], FAILED, [], "cannot pack 4:7004:2 of rec/7"),
+                (["rec/7", "--skip-unpackable"], DONE, [text, voice, conf], "4:7004:2 of rec/7 is left out"),
+                (["rec/7", "--stream", voice, "--stream", conf], DONE, [voice, conf], ""),
+                (["rec/7", "--stream", "4:7004:2"], FAILED, [], "cannot pack 4:7004:2"),
+                (["rec/7", "--stream", "4:7004:2", "--skip-unpackable"], FAILED, [], "no record file"),
+                (["rec/7", "--stream", "9:9:9"], FAILED, [], "no record file of the stream 9:9:9"),
+                (["rec/7", "more", "--stream", voice], FAILED, [], "is in rec/7 and in more"),
+                (["rec/7", "more", "--stream", text], DONE, [text], "")]:
+            with self.subTest(options):
+                output, error = self.run_tool(exit_code, "pack", *options, "-o", "new", "--json", "--force")
+                rows = json.loads(output)["streams"] if output else []
+                self.assertEqual([row["stream"] for row in rows], wanted)
+                self.assertIn(said, error)
+                self.assertEqual(bool(said), bool(error))
+
     def test_pack_and_extract_as_json(self):
         self.make_recording()
         document = self.run_json(DONE, "pack", "rec/7", "-o", "packed", "--verify")

@@ -193,6 +193,11 @@ void AddPack(CLI::App& aTool, int& nExit) {
         ->check(PathValidator())
         ->required()
         ->type_name("FILE");
+    AddEach(aCommand, "--stream", pOptions->vecStreams,
+            "Only this stream, as TYPE:ID:KIND; may be repeated")
+        ->type_name("STREAM");
+    aCommand.add_flag("--skip-unpackable", pOptions->bSkipUnpackable,
+                      "Leave out streams that no container can hold");
     aCommand.add_option("--index", pOptions->dwIndexType, "Index type: 0 packed, 1 chained")
         ->transform(NumberValidator())
         ->check(CLI::IsMember(std::vector<CmUint32>{Index_Packed, Index_Chained}))

@@ -69,6 +69,8 @@ int Extract(const tagExtractOptions& aOptions);
 struct tagPackOptions {
     std::vector<std::string> vecDirectories;
     std::string strOutput;
+    std::vector<std::string> vecStreams;  ///< empty: all
+    bool bSkipUnpackable = false;
     CmUint32 dwIndexType = Index_Packed;
     std::optional<CmUint32> dwFileVersion;
     std::optional<CmUint32> dwCBTimeStamp;

@@ -77,5 +77,6 @@ int Info(const tagInfoOptions& aOptions) {
     else
         PrintText(aRecording);
     FinishOutput();
+    WarnOfStreams(aRecording);
     return ReportDamage(aRecording);
 }

@@ -1,8 +1,10 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <optional>
 #include <set>
 
+#include "download/ContainerFormat.h"
 #include "platform/CmCallerThread.h"
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
@@ -25,11 +27,19 @@ struct tagSource {
         aRecorder.Close();
     }
 
+    /// As soon as it is known how large the stream is or will be.
+    void WarnOnceOfSize(std::uint64_t qwSize) {
+        if (bLarge || qwSize < c_qwPlayable) return;
+        bLarge = true;
+        WarnOfSize(aRecorder.GetDescriber(), qwSize);
+    }
+
     const std::string strPath;
     System::CInput aInput;
     CRecorder aRecorder;
     bool bEnded = false;
     bool bInputFailed = false;
+    bool bLarge = false;  // and warned of
 };
 using Sources = std::vector<std::unique_ptr<tagSource>>;
 
@@ -69,17 +79,25 @@ void OpenInputs(const tagRecordOptions& aOptions, const Sources& vecSources) {
         RequireFree(pTarget->aRecorder.GetPath(), aOptions.bForce);
 }
 
-/// Total bytes of the inputs, or 0 if one of them has no end that could be known.
+/// Total bytes of the inputs, or 0 if the size of one of them is unknown.
 std::uint64_t CountInput(const Sources& vecSources) {
     std::uint64_t qwTotal = 0;
     for (const auto& pSource : vecSources) {
-        std::error_code aError;
-        const std::uintmax_t nSize =
-            std::filesystem::file_size(System::NativePath(pSource->strPath), aError);
-        if (aError || pSource->strPath == "-") return 0;
-        qwTotal += nSize;
+        const std::optional<std::uint64_t> qwUnread = pSource->aInput.CountUnread();
+        if (!qwUnread) return 0;
+        qwTotal += *qwUnread;
     }
     return qwTotal;
+}
+
+/// Warns of streams that can be recorded, but not packed later.
+void WarnOfUnpackable(const Sources& vecSources) {
+    for (const auto& pSource : vecSources) {
+        const std::string strFault =
+            PackFault(pSource->aRecorder.GetDescriber(), c_dwEntryFileHeaderSize);
+        if (!strFault.empty()) Warn(NameOf(*pSource) + " cannot be packed later: " + strFault);
+        pSource->WarnOnceOfSize(pSource->aInput.CountUnread().value_or(0));
+    }
 }
 
 /// Takes input and hands it to the recorders until all of it has ended.
@@ -121,6 +139,7 @@ class CLoop {
         if (nRead > 0) {
             const auto nLength = static_cast<std::size_t>(nRead);
             aSource.aRecorder.Write(m_vecPiece.data(), nLength);
+            aSource.WarnOnceOfSize(aSource.aRecorder.GetBytes());
             HoldBack();
             m_progress.Show(m_qwDone += nLength);
             return;
@@ -224,6 +243,7 @@ int Record(const tagRecordOptions& aOptions) {
     const CCmCallerThreadGuard aCallerThread;
     Sources vecSources = MakeSources(aOptions);
     OpenInputs(aOptions, vecSources);
+    WarnOfUnpackable(vecSources);
     const auto aBegin = std::chrono::steady_clock::now();
     RecordAll(aOptions, vecSources);
     tagOutcome aOutcome;

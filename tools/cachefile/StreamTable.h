@@ -6,6 +6,9 @@
 /// The streams of a recording, one a line.
 void PrintStreams(const tagRecording& aRecording);
 
+/// Warns of what a user of the recording should know of its files and streams.
+void WarnOfStreams(const tagRecording& aRecording);
+
 /// The document with them as its last field.
 void PrintWithStreams(const Json& aDocument, const tagRecording& aRecording);
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -82,8 +84,12 @@ class CInput {
     CInput(const CInput&) = delete;
     CInput& operator=(const CInput&) = delete;
 
-    /// False with errno on failure.
+    /// False with errno on failure. What cannot be read at all (a directory, a closed standard
+    /// input) fails here.
     bool Open(const std::string& strPath);
+
+    /// How many bytes a file has from the place on that is read next; nothing for what is no file.
+    std::optional<std::uint64_t> CountUnread() const;
 
     /// Whether aPath is the file that is read, whatever name it was opened by.
     bool IsFile(const std::filesystem::path& aPath) const;

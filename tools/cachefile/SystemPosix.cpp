@@ -186,18 +186,24 @@ void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo
 void EndNow(int nExit) { ::_exit(nExit); }
 
 CInput::~CInput() {
-    if (m_bOwned) ::close(m_nFile);
+    if (m_bOwned && m_nFile >= 0) ::close(m_nFile);
 }
 
 bool CInput::Open(const std::string& strPath) {
-    if (strPath == "-") {
-        m_nFile = STDIN_FILENO;
-        return true;
-    }
+    m_bOwned = strPath != "-";
     // Without O_NONBLOCK the open of a FIFO waits for its writer, and nothing else goes on.
-    m_nFile = ::open(strPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    m_bOwned = m_nFile >= 0;
-    return m_bOwned;
+    m_nFile = m_bOwned ? ::open(strPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC) : STDIN_FILENO;
+    struct stat aStat = {};
+    if (m_nFile < 0 || ::fstat(m_nFile, &aStat) != 0) return false;
+    errno = S_ISDIR(aStat.st_mode) ? EISDIR : EBADF;
+    return !S_ISDIR(aStat.st_mode) && (::fcntl(m_nFile, F_GETFL) & O_ACCMODE) != O_WRONLY;
+}
+
+std::optional<std::uint64_t> CInput::CountUnread() const {
+    struct stat aStat = {};
+    const off_t nAt = ::lseek(m_nFile, 0, SEEK_CUR);
+    if (nAt < 0 || ::fstat(m_nFile, &aStat) != 0 || !S_ISREG(aStat.st_mode)) return {};
+    return aStat.st_size > nAt ? static_cast<std::uint64_t>(aStat.st_size - nAt) : 0;
 }
 
 bool CInput::IsFile(const std::filesystem::path& aPath) const {

@@ -188,6 +188,14 @@ bool CInput::Open(const std::string& strPath) {
     return m_bOwned;
 }
 
+std::optional<std::uint64_t> CInput::CountUnread() const {
+    const auto hFile = reinterpret_cast<HANDLE>(::_get_osfhandle(m_nFile));
+    if (::GetFileType(hFile) != FILE_TYPE_DISK) return {};
+    const long long nSize = ::_filelengthi64(m_nFile), nAt = ::_telli64(m_nFile);
+    if (nSize < 0 || nAt < 0) return {};
+    return nSize > nAt ? static_cast<std::uint64_t>(nSize - nAt) : 0;
+}
+
 bool CInput::IsFile(const std::filesystem::path& aPath) const {
     const auto hOwn = reinterpret_cast<HANDLE>(::_get_osfhandle(m_nFile));
     const HANDLE hOther =

@@ -24,7 +24,7 @@ _cachefile()
         info | list | doctor) options="$common --json" ;;
         map) options="$common --output --force --json" ;;
         extract) options="$common --output --stream --force --json --progress" ;;
-        pack) options="$common --output --index --version --timestamp --verify --force --json --progress" ;;
+        pack) options="$common --output --stream --skip-unpackable --index --version --timestamp --verify --force --json --progress" ;;
         bench) options="$common --size --piece --rounds --dir --json" ;;
     esac
     if [[ $word == -* ]]; then
