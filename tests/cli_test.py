@@ -293,18 +293,96 @@ class Record(Cli):
         self.assertEqual(self.read("good"), container(THREE))
 
     @not_on_windows("there is no limit to the size of a file")
-    def test_lost_bytes_are_told(self):
-        def limit():
-            resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
+    def test_a_failed_stream_is_reported_with_its_reason_and_all_its_bytes(self):
+        self.make("in", b"x" * 300000)
+        for number, mode in enumerate([[], ["--sync"]]):
+            output, error = self.run_tool(
+                DAMAGE, "record", str(number), "--stream", "4:7004:4=in", "--stream", "1:1001:2=-", *mode,
+                "--json", "--progress=json", input=b"y" * 50000,
+                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000)))
+            failed, good = json.loads(output)["streams"]
+            size = os.path.getsize(self.path("kvr2/%d/4_7004-4.dat" % number))
+            self.assertGreater(failed["lost_bytes"], 0)
+            self.assertEqual((failed["stored_bytes"], failed["bytes"]), (size, failed["taken_bytes"]))
+            self.assertEqual(failed["stored_bytes"] + failed["lost_bytes"], failed["taken_bytes"])
+            self.assertEqual(failed["taken_bytes"] + failed["unread_bytes"], 300000)
+            self.assertEqual((good["taken_bytes"], good["stored_bytes"], good["lost_bytes"],
+                              good["unread_bytes"], good["error"]), (50000, 50000, 0, None, None))
+            reason = "the file operation failed (CACHE_ERR_FAILED): File too large"
+            self.assertEqual(failed["error"], reason)
+            said = "recording 4:7004:4 failed: " + reason
+            self.assertEqual(error.count("cachefile: " + said + "\n"), 1)
+            *_, last, failure = [json.loads(line) for line in error.splitlines() if line[0] == "{"]
+            self.assertEqual((last["failed_streams"], last["lost_bytes"]), (1, failed["lost_bytes"]))
+            self.assertEqual((failure["message"], failure["exit"]), (said, DAMAGE))
 
+    @not_on_windows("there is no limit to the size of a file, and no FIFO")
+    def test_a_failure_is_reported_while_other_streams_go_on(self):
+        os.mkfifo(self.path("fifo"))
         self.make("in", b"x" * 200000)
         for number, mode in enumerate([[], ["--sync"]]):
-            document = self.run_json(DAMAGE, "record", str(number), "--stream", "4:7004:4=in", *mode,
-                                     preexec_fn=limit)
-            stream = document["streams"][0]
-            size = os.path.getsize(self.path("kvr2/%d/4_7004-4.dat" % number))
-            self.assertGreater(stream["lost_bytes"], 0)
-            self.assertEqual(stream["bytes"] - stream["lost_bytes"], size)
+            process = self.start(
+                "record", str(number), "--stream", "4:7004:4=fifo", "--stream", "1:1001:2=in", *mode,
+                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000)))
+            with open(self.path("fifo"), "wb") as fifo:
+                self.assertIn(b"recording 1:1001:2 failed: ", process.stderr.readline())
+                fifo.write(b"later")
+            self.assertEqual(process.communicate(timeout=100)[1], b"")
+            self.assertEqual(self.read("kvr2/%d/4_7004-4.dat" % number), b"later")
+
+    def test_one_recorder_at_a_time(self):
+        self.make("in", b"new")
+        first = self.start("record", "7", "--stream", "4:7004:4=-")
+        first.stdin.write(b"first")
+        first.stdin.flush()
+        while not os.path.exists(self.path("kvr2/7/4_7004-4.dat")):
+            self.assertIsNone(first.poll())
+        for options in [["4:7004:4=in"], ["4:7004:4=in", "--force"], ["1:1001:2=in", "--force"]]:
+            _, error = self.run_tool(FAILED, "record", "7", "--stream", *options)
+            self.assertRegex(error, "another process is recording|already exists")
+        self.assertEqual(self.run_json(DONE, "info", "kvr2/7")["reachable_streams"], 1)
+        self.assertEqual(self.run_tool(DONE, "pack", "kvr2/7", "-o", "packed")[1], "")
+        first.kill()
+        first.communicate()
+        self.assertTrue(os.path.exists(self.path("kvr2/7/recording.lock")))
+        self.run_tool(DONE, "record", "7", "--force", "--stream", "4:7004:4=in")
+        self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"new")
+        os.remove(self.path("kvr2/7/recording.lock"))
+        if WINDOWS:
+            return
+        os.symlink("recording.lock", self.path("kvr2/7/recording.lock"))  # cannot even be opened
+        _, error = self.run_tool(DONE, "record", "7", "--force", "--stream", "4:7004:4=in")
+        self.assertIn("cannot be locked", error)
+
+    def test_of_recorders_that_start_together_one_wins(self):
+        blocks = [bytes([letter]) * 300000 for letter in b"abc"]
+        for letter, block in zip("abc", blocks):
+            self.make(letter, block)
+        for number in map(str, range(8)):
+            processes = [self.start("record", number, "--stream", "4:7004:4=" + letter)
+                         for letter in "abc"]
+            for process in processes:
+                process.communicate(timeout=100)
+            codes = [process.returncode for process in processes]
+            self.assertEqual(sorted(codes), [DONE, FAILED, FAILED])
+            self.assertEqual(self.read("kvr2/%s/4_7004-4.dat" % number), blocks[codes.index(DONE)])
+
+    @not_on_windows("there is no file that can be opened and not read")
+    def test_a_failed_input_leaves_no_empty_record_file(self):
+        self.make("kvr2/7/2_2002-3.dat", b"old")
+        for source, left in [(".", "old"), ("/proc/self/mem", "")]:
+            for stream in ["4:7004:4", "2:2002:3"]:
+                _, error = self.run_tool(FAILED, "record", "7", "--force", "--stream", stream + "=" + source,
+                                         "--json")
+                self.assertIn(source, json.loads(error.splitlines()[-1])["message"])
+            self.assertEqual(self.read("kvr2/7/2_2002-3.dat").decode(), left)
+            self.assertFalse(os.path.exists(self.path("kvr2/7/4_7004-4.dat")))
+
+    def test_what_cannot_be_packed_later_is_warned_of(self):
+        self.make("in", b"x" * 100)
+        _, error = self.run_tool(DONE, "record", "7", "--stream", "4:7004:2=in", "--stream", "4:7004:4=in")
+        self.assertEqual(error, "cachefile: 4:7004:2 cannot be packed later: no container tag has its "
+                                "type, kind and id\n")
 
     def test_a_signal_ends_it_with_everything_written(self):
         cases = [(signal.SIGINT, []), (signal.SIGTERM, []), (signal.SIGTERM, ["--sync"])]
@@ -416,6 +494,30 @@ class Show(Cli):
         lines = self.run_tool(DONE, "list", "packed")[0].decode().splitlines()
         self.assertEqual(lines[1].split(),
                          ["1", "1:1001:2", "256", "0x0100", "0", "120", "100", "reachable"])
+
+    def test_what_is_named_like_a_record_file_and_is_none(self):
+        self.make_recording()
+        os.mkdir(self.path("rec/7/8_8-2.dat"))
+        for command in ("info", "list"):
+            output, error = self.run_tool(DONE, command, "rec/7")
+            self.assertNotIn(b"8:8:2", output)
+            self.assertEqual(error, "cachefile: rec/7/8_8-2.dat is named like a record file, but is not "
+                                    "a file\n")
+            self.assertEqual(self.run_json(DONE, command, "rec/7")["not_files"], ["8_8-2.dat"])
+
+    def test_info_lists_the_recordings_of_a_directory(self):
+        self.make_recording()
+        self.make("rec/12/4_7004-4.dat", b"12")
+        self.make("rec/08/4_7004-4.dat", b"not a number of a recording")
+        self.make("rec/notes/4_7004-4.dat", b"")
+        self.make("rec/9", b"a file")
+        document = self.run_json(DONE, "info", "rec")
+        self.assertEqual(document["kind"], "recordings")
+        self.assertEqual(document["recordings"], [
+            {"record_id": 7, "path": "rec/7", "streams": 3, "size": 472},
+            {"record_id": 12, "path": "rec/12", "streams": 1, "size": 2}])
+        lines = self.run_tool(DONE, "info", "rec")[0].decode().splitlines()
+        self.assertEqual([line.split() for line in lines[-2:]], [["rec/7", "3", "472"], ["rec/12", "1", "2"]])
 
     def test_what_a_list_says_of_a_damaged_container(self):
         streams = THREE[:2] + [(262, 0, b"?"), (256, 1, b"hidden"), (268, 7, b"x" * 50)]

@@ -6,12 +6,12 @@
 #include <map>
 #include <memory>
 
-#include "platform/CmTrace.h"
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/System.h"
+#include "tools/cachefile/Trace.h"
 
 namespace {
 
@@ -103,7 +103,8 @@ void AddRecord(CLI::App& aTool, int& nExit) {
         ->check(CLI::Range(1, 16777216))
         ->type_name("BYTES")
         ->option_text("BYTES [32768]");
-    aCommand.add_flag("--sync", pOptions->aPlan.bSync, "Write inside each call, without a worker");
+    aCommand.add_flag("--sync", pOptions->aPlan.bSync,
+                      "Write without a worker thread; appends are gathered");
     AddForce(aCommand, pOptions->bForce);
     AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
@@ -267,12 +268,6 @@ std::string AsOneWord(const std::string& strWord) {
     return bBrackets ? "./" + strWord : strWord;
 }
 
-/// The library's own lines, for whoever wants to know why.
-void ShowTrace() {
-    CCmT120Trace::instance()->SetSink(
-        [](CmInt32 /*lLevel*/, const char* lpText) { Warn(Printable(lpText)); });
-}
-
 /// The first word that is no option.
 std::string FirstCommand(int argc, char** argv) {
     const auto aEnd = argv + argc;
@@ -285,7 +280,9 @@ void AddEverything(CLI::App& aTool, int& nExit) {
     aTool.require_subcommand(1);
     aTool.fallthrough();
     aTool.set_version_flag("--version", "cachefile " CACHEFILE_VERSION);
-    aTool.add_flag_callback("-v,--verbose", ShowTrace, "Show what the library traces")
+    aTool
+        .add_flag_callback(
+            "-v,--verbose", [] { Trace::Listen(true); }, "Show what the library traces")
         ->trigger_on_parse();
     AddExample(aTool, "cachefile info kvr2/7");
     AddRecord(aTool, nExit);

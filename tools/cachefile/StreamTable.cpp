@@ -73,11 +73,15 @@ void PrintStreams(const tagRecording& aRecording) {
 }
 
 void WarnOfStreams(const tagRecording& aRecording) {
+    for (const std::string& strName : aRecording.vecNotFiles)
+        Warn(Printable(aRecording.strPath + "/" + strName) +
+             " is named like a record file, but is not a file");
     for (const tagStream& aStream : aRecording.vecStreams)
         WarnOfSize(aStream.aDescriber, aStream.qwPresent);
 }
 
-void PrintWithStreams(const Json& aDocument, const tagRecording& aRecording) {
+void PrintWithStreams(Json aDocument, const tagRecording& aRecording) {
+    if (!aRecording.IsContainer()) aDocument["not_files"] = aRecording.vecNotFiles;
     PrintDocument(aDocument, "streams", aRecording.vecStreams.size(), [&](std::size_t i) {
         return ToJson(aRecording.vecStreams[i], i + 1, aRecording.IsContainer());
     });

@@ -10,7 +10,7 @@ void PrintStreams(const tagRecording& aRecording);
 void WarnOfStreams(const tagRecording& aRecording);
 
 /// The document with them as its last field.
-void PrintWithStreams(const Json& aDocument, const tagRecording& aRecording);
+void PrintWithStreams(Json aDocument, const tagRecording& aRecording);
 
 /// A value that may not be known.
 template <class T>

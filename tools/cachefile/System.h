@@ -68,6 +68,25 @@ class CNewFile {
 /// Removes a regular file that no CNewFile of any process holds. Does nothing when that is unknown.
 void RemoveAbandoned(const std::filesystem::path& aPath);
 
+/// An exclusive lock on a file. The system releases it when the process ends; the file stays.
+/// Child processes do not inherit it.
+class CFileLock {
+ public:
+    enum Outcome { Taken, Held, Unknown };
+
+    CFileLock() = default;
+    ~CFileLock();
+    CFileLock(const CFileLock&) = delete;
+    CFileLock& operator=(const CFileLock&) = delete;
+
+    /// Makes the file if it is missing, and locks it without waiting. Held: another process has
+    /// the lock. Unknown, with errno: the file cannot be made, or its file system has no locks.
+    Outcome Take(const std::filesystem::path& aPath);
+
+ private:
+    std::intptr_t m_nFile = -1;
+};
+
 /// Gives a file its final name. Without bReplace it fails where something has that name already,
 /// with an error of file_exists.
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,

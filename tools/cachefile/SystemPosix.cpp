@@ -164,6 +164,20 @@ void RemoveAbandoned(const std::filesystem::path& aPath) {
     ::close(nFile);
 }
 
+CFileLock::~CFileLock() {
+    if (m_nFile >= 0) ::close(static_cast<int>(m_nFile));
+}
+
+CFileLock::Outcome CFileLock::Take(const std::filesystem::path& aPath) {
+    constexpr int c_nFlags = O_NONBLOCK | O_CLOEXEC;  // not to wait for the other end of a FIFO
+    int nFile = ::open(aPath.c_str(), O_RDWR | O_CREAT | c_nFlags, 0666);
+    if (nFile < 0) nFile = ::open(aPath.c_str(), O_RDONLY | c_nFlags);  // another user's
+    if (nFile < 0) return Unknown;
+    m_nFile = nFile;
+    if (::flock(nFile, LOCK_EX | LOCK_NB) == 0) return Taken;
+    return errno == EWOULDBLOCK ? Held : Unknown;
+}
+
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
             std::error_code& aError) {
     if (!bReplace) {

@@ -161,6 +161,24 @@ void RemoveAbandoned(const std::filesystem::path& aPath) {
     if (hFile != INVALID_HANDLE_VALUE) ::CloseHandle(hFile);
 }
 
+CFileLock::~CFileLock() {
+    if (m_nFile != -1) ::CloseHandle(reinterpret_cast<HANDLE>(m_nFile));
+}
+
+CFileLock::Outcome CFileLock::Take(const std::filesystem::path& aPath) {
+    const HANDLE hFile = ::CreateFileW(aPath.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                       nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    m_nFile = reinterpret_cast<std::intptr_t>(hFile);  // -1 for none
+    OVERLAPPED aPlace = {};
+    if (hFile != INVALID_HANDLE_VALUE &&
+        ::LockFileEx(hFile, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &aPlace))
+        return Taken;
+    const DWORD dwError = ::GetLastError();
+    errno = ErrnoOf(dwError);
+    return dwError == ERROR_LOCK_VIOLATION || dwError == ERROR_IO_PENDING ? Held : Unknown;
+}
+
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
             std::error_code& aError) {
     aError.clear();
