@@ -18,6 +18,16 @@ namespace {
 constexpr std::uint64_t c_qwMaxSize = 0xFFFFFFFF;
 constexpr std::size_t c_nBlockSize = 65536;
 
+// Reasons of failures, as GetLastFailure reports them.
+constexpr char c_szGrew[] = "it has grown while it was packed";
+constexpr char c_szShrank[] = "it has become shorter while it was packed";
+constexpr char c_szUnreadable[] = "it could not be read";
+constexpr char c_szTooLarge[] = "with it the container would be larger than 4 GiB - 1 bytes";
+constexpr char c_szShortConf[] = "a conf stream needs the 72 bytes of its header";
+constexpr char c_szTooManyStreams[] = "a container holds at most 1,048,576 streams";
+constexpr char c_szNoTag[] = "no container tag has its type, kind and id";
+constexpr char c_szNoMemory[] = "there is not enough memory";
+
 void Put16(unsigned char* lpTo, std::uint16_t wValue) {
     lpTo[0] = static_cast<unsigned char>(wValue);
     lpTo[1] = static_cast<unsigned char>(wValue >> 8);
@@ -28,11 +38,14 @@ void Put32(unsigned char* lpTo, CmUint32 dwValue) {
     Put16(lpTo + 2, static_cast<std::uint16_t>(dwValue >> 16));
 }
 
+/// Returns with errno as it was.
 CmInt32 SystemFailure(const char* lpWhat, const CCmString& strPath, FileAction aAction) {
     const int nErrno = errno;
     CM_TRACE_ERROR("CContainerWriter::Write->" << lpWhat << " error=" << nErrno
                                                << " file=" << strPath);
-    return SystemErrorToResult(nErrno, aAction);
+    const CmInt32 lResult = SystemErrorToResult(nErrno, aAction);
+    errno = nErrno;
+    return lResult;
 }
 
 struct CloseStream {
@@ -55,6 +68,8 @@ class CPartialFile {
     }
     CPartialFile(const CPartialFile&) = delete;
     CPartialFile& operator=(const CPartialFile&) = delete;
+
+    const CCmString& GetPath() const { return m_strPath; }
 
     CmInt32 Open() {
         m_strPartial = m_strPath + ".partial";
@@ -149,21 +164,20 @@ class CSource {
         return CACHE_OK;
     }
 
-    /// Fewer bytes than wanted mean the end or a failure; either is too early for who asks.
+    /// Fewer bytes than wanted mean the end (IsAtEnd) or a failure with its errno.
     std::size_t Read(unsigned char* lpBuffer, std::size_t nLength) {
-        if (m_pStream) {
-            bool bEnd = false;
-            return CmFile::Read(m_pStream.get(), lpBuffer, nLength, bEnd);
-        }
+        if (m_pStream) return CmFile::Read(m_pStream.get(), lpBuffer, nLength, m_bEnd);
         nLength = m_stream.strBytes.copy(reinterpret_cast<char*>(lpBuffer), nLength, m_nPosition);
         m_nPosition += nLength;
         return nLength;
     }
+    bool IsAtEnd() const { return m_bEnd; }
 
  private:
     const tagStream& m_stream;
     StreamPtr m_pStream;          // null for bytes in memory
     std::size_t m_nPosition = 0;  // in these
+    bool m_bEnd = false;
 };
 
 /// Where the bytes of a stream lie in the container.
@@ -177,6 +191,8 @@ struct tagPlace {
 /// The streams added so far, and how they are written. Its operations throw std::bad_alloc.
 class CContainerWriter::Impl {
  public:
+    explicit Impl(tagFailure& aFailure) : m_failure(aFailure) {}
+
     CmInt32 Add(tagStream aStream);
     CmInt32 Write(const CCmString& strPath);
 
@@ -191,9 +207,27 @@ class CContainerWriter::Impl {
     CmInt32 WriteFileHeader(CPartialFile& aFile, CmUint32 dwFileSize) const;
     CmInt32 WriteEntry(CPartialFile& aFile, std::size_t nIndex, const tagPlace& aPlace) const;
     CmInt32 WriteData(CPartialFile& aFile, const tagStream& aStream, CmUint32 dwSize) const;
+    CmInt32 Note(const CCmString& strFile, const char* lpReason, int nErrno, CmInt32 lResult) const;
+    CmInt32 NoteTarget(const CPartialFile& aFile, CmInt32 lResult) const;
 
+    tagFailure& m_failure;
     CDescriberTable<tagStream> m_streams;
 };
+
+/// Keeps why an operation fails. Returns the code.
+CmInt32 CContainerWriter::Impl::Note(const CCmString& strFile, const char* lpReason, int nErrno,
+                                     CmInt32 lResult) const {
+    m_failure.lpReason = lpReason;
+    m_failure.nErrno = nErrno;
+    m_failure.strFile = strFile;
+    return lResult;
+}
+
+/// A failure that no source is to blame for is the container's. errno must be that of the failure.
+CmInt32 CContainerWriter::Impl::NoteTarget(const CPartialFile& aFile, CmInt32 lResult) const {
+    if (lResult == CACHE_OK || *m_failure.lpReason != '\0') return lResult;
+    return Note(aFile.GetPath(), "it could not be written", errno, lResult);
+}
 
 CmInt32 CContainerWriter::Impl::Add(tagStream aStream) {
     const tagFileDescriber& aDescriber = aStream.aDescriber;
@@ -205,11 +239,12 @@ CmInt32 CContainerWriter::Impl::Add(tagStream aStream) {
                        << (bShortConf ? "Conf stream without header" : "Stream added twice")
                        << " FileID=" << aDescriber.dwFileID << " DataType=" << aDescriber.wDataType
                        << " FileType=" << aDescriber.byFileType);
-        return CACHE_ERR_INVALID_ARG;
+        return Note(aStream.strPath, bShortConf ? c_szShortConf : "its stream was added before", 0,
+                    CACHE_ERR_INVALID_ARG);
     }
     if (m_streams.Size() >= c_dwMaxKnownEntries) {
         CM_TRACE_ERROR("CContainerWriter::AddStream->Too many streams");
-        return CACHE_ERR_OUT_OF_MEMORY;
+        return Note(aStream.strPath, c_szTooManyStreams, 0, CACHE_ERR_OUT_OF_MEMORY);
     }
     m_streams.Add(std::move(aStream));
     return CACHE_OK;
@@ -221,7 +256,7 @@ CmInt32 CContainerWriter::Impl::Write(const CCmString& strPath) {
     if (!m_bFileHeader || m_streams.Find({100, 100, 0, 2})) return WriteAll(strPath);
     if (m_streams.Size() >= c_dwMaxKnownEntries) {
         CM_TRACE_ERROR("CContainerWriter::Write->Too many streams for a conf stream");
-        return CACHE_ERR_OUT_OF_MEMORY;
+        return Note(strPath, c_szTooManyStreams, 0, CACHE_ERR_OUT_OF_MEMORY);
     }
     tagStream aConf{{100, 2, 100, 0}, {}, CCmString(c_dwEntryFileHeaderSize, '\0'), {}};
     aConf.aEntry.wTag = c_wConfTag;
@@ -244,13 +279,14 @@ CmInt32 CContainerWriter::Impl::LayOut(std::vector<tagPlace>& vecPlaces,
         std::uint64_t qwSize = 0;
         CmInt32 lResult = aSource.Open();
         if (lResult == CACHE_OK) lResult = aSource.GetSize(qwSize);
-        if (lResult != CACHE_OK) return lResult;
+        if (lResult != CACHE_OK) return Note(aStream.strPath, c_szUnreadable, errno, lResult);
         const bool bShortConf = aStream.IsConf() && qwSize < c_dwEntryFileHeaderSize;
         if (bShortConf || qwSize > c_qwMaxSize - qwEnd) {
             CM_TRACE_ERROR("CContainerWriter::Write->"
                            << (bShortConf ? "Conf stream without header" : "More than 4 GiB")
                            << " file=" << aStream.strPath);
-            return CACHE_ERR_INVALID_ARG;
+            return Note(aStream.strPath, bShortConf ? c_szShortConf : c_szTooLarge, 0,
+                        CACHE_ERR_INVALID_ARG);
         }
         vecPlaces.push_back({static_cast<CmUint32>(qwEnd), static_cast<CmUint32>(qwSize)});
         qwEnd += qwSize;
@@ -264,11 +300,11 @@ CmInt32 CContainerWriter::Impl::LayOut(std::vector<tagPlace>& vecPlaces,
 CmInt32 CContainerWriter::Impl::WriteAll(const CCmString& strPath) const {
     if (m_streams.Size() == 0) {
         CM_TRACE_ERROR("CContainerWriter::Write->No stream");
-        return CACHE_ERR_INVALID_STATE;
+        return Note(strPath, "there is no stream to pack", 0, CACHE_ERR_INVALID_STATE);
     }
     if (strPath.empty()) {
         CM_TRACE_ERROR("CContainerWriter::Write->No path");
-        return CACHE_ERR_FAILED;
+        return Note(strPath, "the container has no path", 0, CACHE_ERR_FAILED);
     }
     std::vector<tagPlace> vecPlaces;
     CmUint32 dwFileSize = 0;
@@ -280,7 +316,8 @@ CmInt32 CContainerWriter::Impl::WriteAll(const CCmString& strPath) const {
         lResult = WriteEntry(aFile, i, vecPlaces[i]);
     for (std::size_t i = 0; lResult == CACHE_OK && i < vecPlaces.size(); ++i)
         lResult = WriteData(aFile, m_streams[i], vecPlaces[i].dwSize);
-    return lResult == CACHE_OK ? aFile.Finish() : lResult;
+    if (lResult == CACHE_OK) lResult = aFile.Finish();
+    return NoteTarget(aFile, lResult);
 }
 
 CmInt32 CContainerWriter::Impl::WriteFileHeader(CPartialFile& aFile, CmUint32 dwFileSize) const {
@@ -310,27 +347,44 @@ CmInt32 CContainerWriter::Impl::WriteData(CPartialFile& aFile, const tagStream& 
                                           CmUint32 dwSize) const {
     CSource aSource(aStream);
     CmInt32 lResult = aSource.Open();
+    if (lResult != CACHE_OK) return Note(aStream.strPath, c_szUnreadable, errno, lResult);
     std::vector<unsigned char> vecBlock(std::min<std::size_t>(dwSize + 1, c_nBlockSize));
     bool bFirst = true;
     for (CmUint32 dwLeft = dwSize; lResult == CACHE_OK && dwLeft > 0; bFirst = false) {
         const std::size_t nPart = std::min<std::size_t>(dwLeft, vecBlock.size());
-        if (aSource.Read(vecBlock.data(), nPart) != nPart)
-            return SystemFailure("Read source", aStream.strPath, FileAction::Write);
+        if (aSource.Read(vecBlock.data(), nPart) != nPart) {
+            lResult = SystemFailure("Read source", aStream.strPath, FileAction::Write);
+            return aSource.IsAtEnd() ? Note(aStream.strPath, c_szShrank, 0, lResult)
+                                     : Note(aStream.strPath, c_szUnreadable, errno, lResult);
+        }
         if (bFirst && m_bFileHeader && aStream.IsConf()) {
             Put32(vecBlock.data() + c_dwFileVersionOffset, m_dwFileVersion);
             Put32(vecBlock.data() + c_dwCBTimeStampOffset, m_dwCBTimeStamp);
         }
-        lResult = aFile.Put(vecBlock.data(), nPart);
+        lResult = NoteTarget(aFile, aFile.Put(vecBlock.data(), nPart));
         dwLeft -= static_cast<CmUint32>(nPart);
     }
     if (lResult == CACHE_OK && aSource.Read(vecBlock.data(), 1) != 0)
-        return SystemFailure("Source has grown", aStream.strPath, FileAction::Write);
+        return Note(aStream.strPath, c_szGrew, 0,
+                    SystemFailure("Source has grown", aStream.strPath, FileAction::Write));
     return lResult;
 }
 
-CContainerWriter::CContainerWriter() : m_pImpl(new (std::nothrow) Impl) {}
+CContainerWriter::CContainerWriter() : m_pImpl(new (std::nothrow) Impl(m_failure)) {
+    if (!m_pImpl) Refuse(c_szNoMemory, CACHE_ERR_OUT_OF_MEMORY);
+}
 
 CContainerWriter::~CContainerWriter() = default;
+
+const CContainerWriter::tagFailure& CContainerWriter::GetLastFailure() const { return m_failure; }
+
+/// A failure that is not about a file.
+CmInt32 CContainerWriter::Refuse(const char* lpReason, CmInt32 lResult) {
+    m_failure.strFile.clear();
+    m_failure.lpReason = lpReason;
+    m_failure.nErrno = 0;
+    return lResult;
+}
 
 CmInt32 CContainerWriter::SetIndexType(CmUint32 dwIndexType) {
     if (!m_pImpl) return CACHE_ERR_OUT_OF_MEMORY;
@@ -351,13 +405,15 @@ void CContainerWriter::SetFileHeader(CmUint32 dwFileVersion, CmUint32 dwCBTimeSt
 CmInt32 CContainerWriter::Add(const tagMRFD& aEntry, const unsigned char* lpData, CmUint32 dwLength,
                               const CCmString* pPath) try {
     if (!m_pImpl) return CACHE_ERR_OUT_OF_MEMORY;
+    Refuse("it has neither bytes nor a path", CACHE_OK);
     CM_CHECK(pPath ? !pPath->empty() : lpData || dwLength == 0, "strPath || lpData",
              CACHE_ERR_INVALID_ARG);
     tagStream aStream{{}, aEntry, {}, {}};
     if (TagToFileDescriber(aEntry, aStream.aDescriber) != CACHE_OK) {
         CM_TRACE_ERROR("CContainerWriter::AddStream->Unknown tag=" << aEntry.wTag);
-        return CACHE_ERR_INVALID_ARG;
+        return Refuse(c_szNoTag, CACHE_ERR_INVALID_ARG);
     }
+    Refuse("", CACHE_OK);
     if (pPath)
         aStream.strPath = *pPath;
     else if (lpData)
@@ -365,7 +421,7 @@ CmInt32 CContainerWriter::Add(const tagMRFD& aEntry, const unsigned char* lpData
     return m_pImpl->Add(std::move(aStream));
 } catch (const std::exception&) {  // no memory, or more than a string can hold
     CM_TRACE_ERROR("CContainerWriter::AddStream->Low memory");
-    return CACHE_ERR_OUT_OF_MEMORY;
+    return Refuse(c_szNoMemory, CACHE_ERR_OUT_OF_MEMORY);
 }
 
 CmInt32 CContainerWriter::AddDescribed(const tagFileDescriber& aDescriber,
@@ -377,7 +433,7 @@ CmInt32 CContainerWriter::AddDescribed(const tagFileDescriber& aDescriber,
     CM_TRACE_ERROR("CContainerWriter::AddStream->No tag for FileID="
                    << aDescriber.dwFileID << " DataType=" << aDescriber.wDataType
                    << " FileType=" << aDescriber.byFileType);
-    return CACHE_ERR_INVALID_ARG;
+    return Refuse(c_szNoTag, CACHE_ERR_INVALID_ARG);
 }
 
 CmInt32 CContainerWriter::AddStream(const tagFileDescriber& aDescriber, const unsigned char* lpData,
@@ -401,8 +457,10 @@ CmInt32 CContainerWriter::AddTagStreamFile(std::uint16_t wTag, CmUint32 dwEntryI
 }
 
 CmInt32 CContainerWriter::Write(const CCmString& strPath) try {
-    return m_pImpl ? m_pImpl->Write(strPath) : CmInt32{CACHE_ERR_OUT_OF_MEMORY};
+    if (!m_pImpl) return CACHE_ERR_OUT_OF_MEMORY;
+    Refuse("", CACHE_OK);
+    return m_pImpl->Write(strPath);
 } catch (const std::bad_alloc&) {
     CM_TRACE_ERROR("CContainerWriter::Write->Low memory");
-    return CACHE_ERR_OUT_OF_MEMORY;
+    return Refuse(c_szNoMemory, CACHE_ERR_OUT_OF_MEMORY);
 }

@@ -61,6 +61,18 @@ class CACHEFILE_API CContainerWriter {
     /// stream that SetFileHeader asks for.
     CmInt32 Write(const CCmString& strPath);
 
+    /// Why an operation failed, in words that complete a message to the user.
+    struct tagFailure {
+        CCmString strFile;  ///< the source or the container, as it was given; may be empty
+        const char* lpReason =
+            "";          ///< "it has grown while it was packed"; lives as long as the library
+        int nErrno = 0;  ///< the system's own reason, or 0 if it gave none
+    };
+
+    /// The failure of the last AddStream, AddStreamFile, AddTagStream, AddTagStreamFile or Write.
+    /// The reason is empty if that call succeeded or there was none. Valid until the next call.
+    const tagFailure& GetLastFailure() const;
+
  private:
     class Impl;
 
@@ -69,5 +81,8 @@ class CACHEFILE_API CContainerWriter {
     CmInt32 Add(const tagMRFD& aEntry, const unsigned char* lpData, CmUint32 dwLength,
                 const CCmString* pPath);
 
+    CmInt32 Refuse(const char* lpReason, CmInt32 lResult);
+
+    tagFailure m_failure;
     const std::unique_ptr<Impl> m_pImpl;  // null without memory: everything answers 4011
 };

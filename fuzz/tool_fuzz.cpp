@@ -33,6 +33,7 @@ void COutputFile::Write(const void* lpData, std::size_t nLength) {
 }
 void COutputFile::Finish() { m_bFinished = true; }
 void RequireFree(const std::filesystem::path&, bool) {}
+void RemoveAbandoned(const std::filesystem::path&, const std::set<std::string>&) {}
 
 namespace {
 

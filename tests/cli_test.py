@@ -6,6 +6,7 @@ A program of Windows (.exe) is run by the command EMULATOR of the environment.
 """
 
 import contextlib
+import fcntl
 import json
 import os
 import re
@@ -120,7 +121,16 @@ class Usage(Cli):
             with self.subTest(arguments):
                 output, error = self.run_tool(exit_code, *arguments)
                 self.assertEqual(output, b"")
-                self.assertRegex(error, r"^cachefile: ")
+                self.assertRegex(error, r"^(cachefile: .*\n)+$")
+                if not arguments or arguments[0] in ("play", "fly"):
+                    continue
+                output, failure = self.run_tool(exit_code, *arguments, "--json")
+                self.assertEqual(output, b"")
+                self.assertEqual(json.loads(failure.splitlines()[-1]),
+                                 {"schema": "cachefile.error", "version": 1, "command": arguments[0],
+                                  "exit": exit_code, "message": error.splitlines()[-1][11:]})
+        _, error = self.run_tool(USAGE, "fly", "plain", "--json")
+        self.assertEqual(json.loads(error)["message"], "unknown command 'fly' (see `--help`)")
         self.assertEqual(sorted(os.listdir(self.directory)), ["plain", "rec"])
 
     def test_help_man_page_and_completion_tell_of_everything(self):
@@ -188,6 +198,26 @@ class Output(Cli):
         self.assertEqual(process.wait(100), INTERRUPTED)
         for pipe in (process.stdin, process.stdout, process.stderr):
             pipe.close()
+
+    @not_on_windows("the emulator opens what is closed")
+    def test_closed_standard_files(self):
+        self.make_recording()
+        for exit_code, arguments in [(DONE, ["--version"]), (DONE, ["info", "rec/7"]),
+                                     (DONE, ["play", "rec/7", "--stream", "4:7004:4"]),
+                                     (DONE, ["record", "8", "--stream", "4:7004:4=rec/7/4_7004-4.dat"]),
+                                     (FAILED, ["record", "9", "--stream", "4:7004:4=-"]),
+                                     (FAILED, ["info", "missing"])]:
+            for closed in (["0<&-"], [">&-"], ["2>&-"], ["0<&-", ">&-", "2>&-"]):
+                if exit_code == FAILED and "0<&-" not in closed:
+                    continue
+                with self.subTest(arguments, closed=closed):
+                    shutil.rmtree(self.path("kvr2"), ignore_errors=True)
+                    ended = subprocess.run(["sh", "-c", 'exec "$@" ' + " ".join(closed), "sh", PROGRAM,
+                                            *arguments], cwd=self.directory, timeout=20,
+                                           stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                    self.assertEqual(ended.returncode, exit_code, ended)
+                    if arguments[0] == "record" and exit_code == DONE:
+                        self.assertEqual(self.read("kvr2/8/4_7004-4.dat"), THREE[2][2])
 
     def test_output_that_cannot_be_written_is_a_failure(self):
         self.make("good", container(THREE))
@@ -268,18 +298,96 @@ class Record(Cli):
         self.assertEqual(self.read("good"), container(THREE))
 
     @not_on_windows("there is no limit to the size of a file")
-    def test_lost_bytes_are_told(self):
-        def limit():
-            resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
+    def test_a_failed_stream_is_reported_with_its_reason_and_all_its_bytes(self):
+        self.make("in", b"x" * 300000)
+        for number, mode in enumerate([[], ["--sync"]]):
+            output, error = self.run_tool(
+                DAMAGE, "record", str(number), "--stream", "4:7004:4=in", "--stream", "1:1001:2=-", *mode,
+                "--json", "--progress=json", input=b"y" * 50000,
+                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000)))
+            failed, good = json.loads(output)["streams"]
+            size = os.path.getsize(self.path("kvr2/%d/4_7004-4.dat" % number))
+            self.assertGreater(failed["lost_bytes"], 0)
+            self.assertEqual((failed["stored_bytes"], failed["bytes"]), (size, failed["taken_bytes"]))
+            self.assertEqual(failed["stored_bytes"] + failed["lost_bytes"], failed["taken_bytes"])
+            self.assertEqual(failed["taken_bytes"] + failed["unread_bytes"], 300000)
+            self.assertEqual((good["taken_bytes"], good["stored_bytes"], good["lost_bytes"],
+                              good["unread_bytes"], good["error"]), (50000, 50000, 0, None, None))
+            reason = "the file operation failed (CACHE_ERR_FAILED): File too large"
+            self.assertEqual(failed["error"], reason)
+            said = "recording 4:7004:4 failed: " + reason
+            self.assertEqual(error.count("cachefile: " + said + "\n"), 1)
+            *_, last, failure = [json.loads(line) for line in error.splitlines() if line[0] == "{"]
+            self.assertEqual((last["failed_streams"], last["lost_bytes"]), (1, failed["lost_bytes"]))
+            self.assertEqual((failure["message"], failure["exit"]), (said, DAMAGE))
 
+    @not_on_windows("there is no limit to the size of a file, and no FIFO")
+    def test_a_failure_is_reported_while_other_streams_go_on(self):
+        os.mkfifo(self.path("fifo"))
         self.make("in", b"x" * 200000)
         for number, mode in enumerate([[], ["--sync"]]):
-            document = self.run_json(DAMAGE, "record", str(number), "--stream", "4:7004:4=in", *mode,
-                                     preexec_fn=limit)
-            stream = document["streams"][0]
-            size = os.path.getsize(self.path("kvr2/%d/4_7004-4.dat" % number))
-            self.assertGreater(stream["lost_bytes"], 0)
-            self.assertEqual(stream["bytes"] - stream["lost_bytes"], size)
+            process = self.start(
+                "record", str(number), "--stream", "4:7004:4=fifo", "--stream", "1:1001:2=in", *mode,
+                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000)))
+            with open(self.path("fifo"), "wb") as fifo:
+                self.assertIn(b"recording 1:1001:2 failed: ", process.stderr.readline())
+                fifo.write(b"later")
+            self.assertEqual(process.communicate(timeout=100)[1], b"")
+            self.assertEqual(self.read("kvr2/%d/4_7004-4.dat" % number), b"later")
+
+    def test_one_recorder_at_a_time(self):
+        self.make("in", b"new")
+        first = self.start("record", "7", "--stream", "4:7004:4=-")
+        first.stdin.write(b"first")
+        first.stdin.flush()
+        while not os.path.exists(self.path("kvr2/7/4_7004-4.dat")):
+            self.assertIsNone(first.poll())
+        for options in [["4:7004:4=in"], ["4:7004:4=in", "--force"], ["1:1001:2=in", "--force"]]:
+            _, error = self.run_tool(FAILED, "record", "7", "--stream", *options)
+            self.assertRegex(error, "another process is recording|already exists")
+        self.assertEqual(self.run_json(DONE, "info", "kvr2/7")["reachable_streams"], 1)
+        self.assertEqual(self.run_tool(DONE, "pack", "kvr2/7", "-o", "packed")[1], "")
+        first.kill()
+        first.communicate()
+        self.assertTrue(os.path.exists(self.path("kvr2/7/recording.lock")))
+        self.run_tool(DONE, "record", "7", "--force", "--stream", "4:7004:4=in")
+        self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"new")
+        os.remove(self.path("kvr2/7/recording.lock"))
+        if WINDOWS:
+            return
+        os.symlink("recording.lock", self.path("kvr2/7/recording.lock"))  # cannot even be opened
+        _, error = self.run_tool(DONE, "record", "7", "--force", "--stream", "4:7004:4=in")
+        self.assertIn("cannot be locked", error)
+
+    def test_of_recorders_that_start_together_one_wins(self):
+        blocks = [bytes([letter]) * 300000 for letter in b"abc"]
+        for letter, block in zip("abc", blocks):
+            self.make(letter, block)
+        for number in map(str, range(8)):
+            processes = [self.start("record", number, "--stream", "4:7004:4=" + letter)
+                         for letter in "abc"]
+            for process in processes:
+                process.communicate(timeout=100)
+            codes = [process.returncode for process in processes]
+            self.assertEqual(sorted(codes), [DONE, FAILED, FAILED])
+            self.assertEqual(self.read("kvr2/%s/4_7004-4.dat" % number), blocks[codes.index(DONE)])
+
+    @not_on_windows("there is no file that can be opened and not read")
+    def test_a_failed_input_leaves_no_empty_record_file(self):
+        self.make("kvr2/7/2_2002-3.dat", b"old")
+        for source, left in [(".", "old"), ("/proc/self/mem", "")]:
+            for stream in ["4:7004:4", "2:2002:3"]:
+                _, error = self.run_tool(FAILED, "record", "7", "--force", "--stream", stream + "=" + source,
+                                         "--json")
+                self.assertIn(source, json.loads(error.splitlines()[-1])["message"])
+            self.assertEqual(self.read("kvr2/7/2_2002-3.dat").decode(), left)
+            self.assertFalse(os.path.exists(self.path("kvr2/7/4_7004-4.dat")))
+
+    def test_what_cannot_be_packed_later_is_warned_of(self):
+        self.make("in", b"x" * 100)
+        _, error = self.run_tool(DONE, "record", "7", "--stream", "4:7004:2=in", "--stream", "4:7004:4=in")
+        self.assertEqual(error, "cachefile: 4:7004:2 cannot be packed later: no container tag has its "
+                                "type, kind and id\n")
 
     def test_a_signal_ends_it_with_everything_written(self):
         cases = [(signal.SIGINT, []), (signal.SIGTERM, []), (signal.SIGTERM, ["--sync"])]
@@ -392,6 +500,30 @@ class Show(Cli):
         self.assertEqual(lines[1].split(),
                          ["1", "1:1001:2", "256", "0x0100", "0", "120", "100", "reachable"])
 
+    def test_what_is_named_like_a_record_file_and_is_none(self):
+        self.make_recording()
+        os.mkdir(self.path("rec/7/8_8-2.dat"))
+        for command in ("info", "list"):
+            output, error = self.run_tool(DONE, command, "rec/7")
+            self.assertNotIn(b"8:8:2", output)
+            self.assertEqual(error, "cachefile: rec/7/8_8-2.dat is named like a record file, but is not "
+                                    "a file\n")
+            self.assertEqual(self.run_json(DONE, command, "rec/7")["not_files"], ["8_8-2.dat"])
+
+    def test_info_lists_the_recordings_of_a_directory(self):
+        self.make_recording()
+        self.make("rec/12/4_7004-4.dat", b"12")
+        self.make("rec/08/4_7004-4.dat", b"not a number of a recording")
+        self.make("rec/notes/4_7004-4.dat", b"")
+        self.make("rec/9", b"a file")
+        document = self.run_json(DONE, "info", "rec")
+        self.assertEqual(document["kind"], "recordings")
+        self.assertEqual(document["recordings"], [
+            {"record_id": 7, "path": "rec/7", "streams": 3, "size": 472},
+            {"record_id": 12, "path": "rec/12", "streams": 1, "size": 2}])
+        lines = self.run_tool(DONE, "info", "rec")[0].decode().splitlines()
+        self.assertEqual([line.split() for line in lines[-2:]], [["rec/7", "3", "472"], ["rec/12", "1", "2"]])
+
     def test_what_a_list_says_of_a_damaged_container(self):
         streams = THREE[:2] + [(262, 0, b"?"), (256, 1, b"hidden"), (268, 7, b"x" * 50)]
         self.make("bad", container(streams, cut=20))
@@ -464,6 +596,10 @@ class Show(Cli):
         self.run_tool(DAMAGE, "map", "good", "-o", "map.svg")
         rectangles = xml.etree.ElementTree.parse(self.path("map.svg")).getroot().findall("{*}rect")
         self.assertEqual(len(rectangles), 1 + len(lines))
+        regions = self.run_json(DAMAGE, "map", "good")["regions"]
+        self.assertEqual([[str(region["offset"]), str(region["bytes"]), region["kind"]]
+                          for region in regions], [line.split()[1:4] for line in lines])
+        self.assertEqual((regions[3]["entry"], regions[3]["stream"]), (2, "3:1003:2"))
         self.run_tool(FAILED, "map", "good", "-o", "map.svg")
         self.run_tool(DAMAGE, "map", "good", "-o", "map.svg", "--force")
 
@@ -486,6 +622,80 @@ class Pack(Cli):
                              (["--length", "12"], CONF[:12]), (["--length", "0"], b"")]:
             output, _ = self.run_tool(DONE, "play", "packed", "--stream", "100:100:2", *part)
             self.assertEqual(output, wanted)
+
+    @not_on_windows("there are no sparse files and no files whose size is not true")
+    def test_a_failed_pack_names_file_and_reason(self):
+        os.makedirs(self.path("a"))
+        os.symlink("/sys/devices/system/cpu/online", self.path("a/1_1001-2.dat"))
+        os.makedirs(self.path("b"))
+        os.symlink("/proc/self/cmdline", self.path("b/1_1001-2.dat"))
+        for size, name in [(3, "c/4_7004-4.dat"), (3, "c/4_8004-4.dat"), (4, "d/4_7004-4.dat")]:
+            self.make_sparse(name, size << 30)
+        self.make("e/4_7004-2.dat", b"")
+        self.make("f/100_100-2.dat", CONF[:71])
+        self.make("big/4_7004-4.dat", b"x" * 5000)
+        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))
+        for directory, text in [
+                ("a", "a/1_1001-2.dat: it has become shorter while it was packed ("),
+                ("b", "b/1_1001-2.dat: it has grown while it was packed ("),
+                ("c", "c/4_8004-4.dat: with it the container would be larger than 4 GiB - 1 bytes ("),
+                ("d", "4:7004:4 of d: it is larger than 4 GiB - 1 bytes ("),
+                ("e", "4:7004:2 of e: no container tag has its type, kind and id ("),
+                ("f", "100:100:2 of f: it is shorter than the 72 bytes of its header ("),
+                ("big", "the container: it could not be written: File too large (CACHE_ERR_FAILED)")]:
+            _, error = self.run_tool(FAILED, "pack", directory, "-o", "new", preexec_fn=limit)
+            self.assertRegex(error, "^cachefile: cannot pack " + re.escape(text))
+            self.assertFalse([name for name in os.listdir(self.directory) if name.startswith("new")])
+
+    @not_on_windows("there are no sparse files")
+    def test_a_stream_above_4_gib_is_warned_of(self):
+        self.make_sparse("rec/4_7004-4.dat", (4 << 30) + 10)
+        warning = "4:7004:4 is larger than 4 GiB"
+        self.assertIn(warning, self.run_tool(DONE, "list", "rec")[1])
+        self.assertFalse(self.run_json(DONE, "info", "rec")["streams"][0]["packable"])
+        for offset, length, exit_code, wanted in [(4294967290, 6, DONE, 6), (4294967290, 7, FAILED, 6),
+                                                  (0, 1, DONE, 1), (4294967296, 1, FAILED, 0)]:
+            output, error = self.run_tool(exit_code, "play", "rec", "--stream", "4:7004:4", "--offset",
+                                          str(offset), "--length", str(length))
+            self.assertEqual(output, bytes(wanted))
+            self.assertIn(warning, error)
+        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))
+        _, error = self.run_tool(DAMAGE, "record", "7", "--stream", "4:7004:4=rec/4_7004-4.dat",
+                                 preexec_fn=limit)
+        self.assertIn(warning, error)
+
+    def test_pack_leaves_out_what_is_not_wanted_or_not_packable(self):
+        self.make_recording()
+        self.make("rec/7/4_7004-2.dat", b"?")
+        self.make("more/4_7004-4.dat", b"?")
+        conf, text, voice = "100:100:2", "1:1001:2", "4:7004:4"
+        for options, exit_code, wanted, said in [
+                (["rec/7"], FAILED, [], "cannot pack 4:7004:2 of rec/7"),
+                (["rec/7", "--skip-unpackable"], DONE, [text, voice, conf], "4:7004:2 of rec/7 is left out"),
+                (["rec/7", "--stream", voice, "--stream", conf], DONE, [voice, conf], ""),
+                (["rec/7", "--stream", "4:7004:2"], FAILED, [], "cannot pack 4:7004:2"),
+                (["rec/7", "--stream", "4:7004:2", "--skip-unpackable"], FAILED, [], "no record file"),
+                (["rec/7", "--stream", "9:9:9"], FAILED, [], "no record file of the stream 9:9:9"),
+                (["rec/7", "more", "--stream", voice], FAILED, [], "is in rec/7 and in more"),
+                (["rec/7", "more", "--stream", text], DONE, [text], "")]:
+            with self.subTest(options):
+                output, error = self.run_tool(exit_code, "pack", *options, "-o", "new", "--json", "--force")
+                rows = json.loads(output)["streams"] if output else []
+                self.assertEqual([row["stream"] for row in rows], wanted)
+                self.assertIn(said, error)
+                self.assertEqual(bool(said), bool(error))
+
+    def test_pack_and_extract_as_json(self):
+        self.make_recording()
+        document = self.run_json(DONE, "pack", "rec/7", "-o", "packed", "--verify")
+        streams = {"1:1001:2": 100, "4:7004:4": 300, "100:100:2": 72}
+        self.assertEqual((document["output"], document["bytes"], document["verified"]),
+                         ("packed", 472, True))
+        self.assertEqual({row["stream"]: row["bytes"] for row in document["streams"]}, streams)
+        self.make("bad", container(THREE, cut=301))
+        rows = self.run_json(DAMAGE, "extract", "bad", "-o", "out")["streams"]
+        self.assertEqual([(row["file"], row["bytes"], row["missing_bytes"]) for row in rows],
+                         [("1_1001-2.dat", 100, 0), ("100_100-2.dat", 71, 1), (None, 0, 300)])
 
     def test_version_and_time_stamp(self):
         self.make_recording()
@@ -524,6 +734,62 @@ class Pack(Cli):
         self.run_tool(FAILED, "extract", "good", "-o", "out", preexec_fn=limit)
         self.assertEqual(sorted(os.listdir(self.directory)), ["good", "out", "rec"])
         self.assertEqual(os.listdir(self.path("out")), [])
+
+    def make_sparse(self, name, size):
+        self.make(name, b"")
+        os.truncate(self.path(name), size)
+
+    @not_on_windows("another process cannot lock a file in this way")
+    def test_partial_files_of_dead_writers_are_removed_and_no_others(self):
+        self.make_recording()
+        self.run_tool(DONE, "pack", "rec/7", "-o", "good")
+        for directory, name, arguments in [(".", "made", ["pack", "rec/7", "-o", "made"]),
+                                           (".", "made", ["map", "good", "-o", "made"]),
+                                           ("out", "1_1001-2.dat", ["extract", "good", "-o", "out"])]:
+            others = [name + ".8.partial", name + ".8.partial.new", name + ".partial", "x.9.partial",
+                      name + ".9.partial.old", name + ".9.9.partial"]
+            for other in [name + ".9.partial", name + ".9-2.partial.new", name + ".9.partial.new",
+                          name + ".9.partial.new.partial", *others]:
+                self.make(os.path.join(directory, other), b"")
+            with open(self.path(os.path.join(directory, others[0]))) as locked:
+                fcntl.flock(locked, fcntl.LOCK_EX)
+                self.run_tool(DONE, *arguments, "--force")
+            left = [file for file in os.listdir(self.path(directory)) if "partial" in file]
+            self.assertEqual(sorted(left), sorted(others), arguments)
+
+    @not_on_windows("a signal from outside ends a process at once")
+    def test_an_interrupted_pack_removes_its_own_files_and_says_so(self):
+        self.make_recording()
+        self.make_sparse("big/4_7004-4.dat", 1 << 30)
+        first = self.start("pack", "big", "-o", "packed")
+        while not any(name.endswith(".new.partial") for name in os.listdir(self.directory)):
+            self.assertIsNone(first.poll())
+        first.send_signal(signal.SIGSTOP)
+        before = set(os.listdir(self.directory))
+        self.make("packed.partial", b"another's")
+        self.run_tool(DONE, "pack", "rec/7", "-o", "packed")
+        self.assertEqual(set(os.listdir(self.directory)) - before, {"packed", "packed.partial"})
+        first.send_signal(signal.SIGINT)
+        first.send_signal(signal.SIGCONT)
+        _, error = first.communicate(timeout=100)
+        self.assertEqual((first.returncode, error), (INTERRUPTED, b"cachefile: interrupted\n"))
+        self.assertEqual(sorted(os.listdir(self.directory)), ["big", "packed", "packed.partial", "rec"])
+
+    @unittest.skipUnless(shutil.which("strace"), "strace is not installed")
+    def test_what_gets_its_name_has_reached_the_disk(self):
+        self.make_recording()
+        for name, arguments in [("made", ["pack", "rec/7", "-o", "made"]),
+                                ("out/4_7004-4.dat", ["extract", "made", "-o", "out"]),
+                                ("map.svg", ["map", "made", "-o", "map.svg"])]:
+            calls = subprocess.run(
+                ["strace", "-fy", "-e", "trace=write,fsync,link,rename", PROGRAM, *arguments],
+                cwd=self.directory, stdout=subprocess.PIPE, stderr=subprocess.PIPE).stderr.decode()
+            named = re.findall(r'(?:link|rename)\("([^"]*)", "%s"\) += 0' % name, calls)
+            self.assertEqual(len(named), 1, calls)
+            before = calls[:calls.index('("%s", "%s")' % (named[0], name))]
+            # The last thing that happens to the bytes, under whatever name they have then.
+            touched = re.findall(r"(write|fsync)\(\d+<[^>]*/%s\.\d+\.partial" % name, before)
+            self.assertEqual((touched[-1], "write" in touched), ("fsync", True), calls)
 
     def test_extract_takes_what_a_damaged_container_still_has(self):
         cases = {

@@ -25,9 +25,9 @@ constexpr tagFileDescriber c_aStream{4, 4, 1004, 0};
 class CScratch {
  public:
     explicit CScratch(const std::string& strParent)
-        : m_path(System::TemporaryName((strParent.empty() ? std::filesystem::temp_directory_path()
-                                                          : System::NativePath(strParent)) /
-                                       "cachefile-bench")) {
+        : m_path((strParent.empty() ? std::filesystem::temp_directory_path()
+                                    : System::NativePath(strParent)) /
+                 ("cachefile-bench." + std::to_string(System::ProcessNumber()))) {
         std::error_code aError;
         if (!std::filesystem::create_directory(m_path, aError))
             throw CFailure("cannot make a directory to measure in: " + aError.message());

@@ -1,15 +1,17 @@
 #include "tools/cachefile/CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <map>
 #include <memory>
 
-#include "platform/CmTrace.h"
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/System.h"
+#include "tools/cachefile/Trace.h"
 
 namespace {
 
@@ -28,7 +30,7 @@ const CLI::Validator& NumberValidator() {
             const char* const lpEnd = strText.data() + strText.size();
             const auto [lpRead, aError] = std::from_chars(strText.data(), lpEnd, qwNumber);
             if (aError != std::errc() || lpRead != lpEnd)
-                return "'" + strText + "' is no decimal number, or too large a one";
+                return "'" + strText + "' is not a decimal number, or is too large";
             strText = std::to_string(qwNumber);
             return {};
         },
@@ -50,7 +52,7 @@ void AddJson(CLI::App& aCommand, bool& bJson) {
 }
 
 void AddForce(CLI::App& aCommand, bool& bForce) {
-    aCommand.add_flag("--force", bForce, "Write over what is there already");
+    aCommand.add_flag("--force", bForce, "Overwrite what already exists");
 }
 
 void AddProgress(CLI::App& aCommand, ProgressMode& aMode) {
@@ -101,7 +103,8 @@ void AddRecord(CLI::App& aTool, int& nExit) {
         ->check(CLI::Range(1, 16777216))
         ->type_name("BYTES")
         ->option_text("BYTES [32768]");
-    aCommand.add_flag("--sync", pOptions->aPlan.bSync, "Write inside each call, without a worker");
+    aCommand.add_flag("--sync", pOptions->aPlan.bSync,
+                      "Write without a worker thread; appends are gathered");
     AddForce(aCommand, pOptions->bForce);
     AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
@@ -155,6 +158,7 @@ void AddMap(CLI::App& aTool, int& nExit) {
         ->check(PathValidator())
         ->type_name("FILE.svg");
     AddForce(aCommand, pOptions->bForce);
+    AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile map talk.container -o talk.svg");
     aCommand.callback([pOptions, &nExit] { nExit = Map(*pOptions); });
 }
@@ -174,6 +178,7 @@ void AddExtract(CLI::App& aTool, int& nExit) {
     aCommand.add_flag("--allow-overlap", pOptions->bAllowOverlap,
                       "Write also streams that share bytes and need more than the container has");
     AddForce(aCommand, pOptions->bForce);
+    AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
     AddExample(aCommand, "cachefile extract talk.container -o talk");
     aCommand.callback([pOptions, &nExit] { nExit = Extract(*pOptions); });
@@ -191,6 +196,11 @@ void AddPack(CLI::App& aTool, int& nExit) {
         ->check(PathValidator())
         ->required()
         ->type_name("FILE");
+    AddEach(aCommand, "--stream", pOptions->vecStreams,
+            "Only this stream, as TYPE:ID:KIND; may be repeated")
+        ->type_name("STREAM");
+    aCommand.add_flag("--skip-unpackable", pOptions->bSkipUnpackable,
+                      "Leave out streams that no container can hold");
     aCommand.add_option("--index", pOptions->dwIndexType, "Index type: 0 packed, 1 chained")
         ->transform(NumberValidator())
         ->check(CLI::IsMember(std::vector<CmUint32>{Index_Packed, Index_Chained}))
@@ -209,6 +219,7 @@ void AddPack(CLI::App& aTool, int& nExit) {
     aCommand.add_flag("--verify", pOptions->bVerify,
                       "Read the container back and compare before it gets its name");
     AddForce(aCommand, pOptions->bForce);
+    AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
     AddExample(aCommand, "cachefile pack kvr2/7 -o talk.container --verify");
     aCommand.callback([pOptions, &nExit] { nExit = Pack(*pOptions); });
@@ -261,17 +272,21 @@ std::string AsOneWord(const std::string& strWord) {
     return bBrackets ? "./" + strWord : strWord;
 }
 
-/// The library's own lines, for whoever wants to know why.
-void ShowTrace() {
-    CCmT120Trace::instance()->SetSink(
-        [](CmInt32 /*lLevel*/, const char* lpText) { Warn(Printable(lpText)); });
+/// The first word that is no option.
+std::string FirstCommand(int argc, char** argv) {
+    const auto aEnd = argv + argc;
+    const auto it = std::find_if(argv + std::min(argc, 1), aEnd,
+                                 [](const char* lpWord) { return *lpWord && *lpWord != '-'; });
+    return it == aEnd ? "" : *it;
 }
 
 void AddEverything(CLI::App& aTool, int& nExit) {
     aTool.require_subcommand(1);
     aTool.fallthrough();
     aTool.set_version_flag("--version", "cachefile " CACHEFILE_VERSION);
-    aTool.add_flag_callback("-v,--verbose", ShowTrace, "Show what the library traces")
+    aTool
+        .add_flag_callback(
+            "-v,--verbose", [] { Trace::Listen(true); }, "Show what the library traces")
         ->trigger_on_parse();
     AddExample(aTool, "cachefile info kvr2/7");
     AddRecord(aTool, nExit);
@@ -289,8 +304,10 @@ void AddEverything(CLI::App& aTool, int& nExit) {
 
 int RunCommandLine(int argc, char** argv) {
     int nExit = Exit_Done;
-    CLI::App aTool{"Looks after recordings: records, plays, shows, packs and examines them.",
-                   "cachefile"};
+    const std::string strCommand = FirstCommand(argc, argv);
+    if (std::find(argv, argv + argc, std::string("--json")) != argv + argc)
+        UseJsonErrors(strCommand);
+    CLI::App aTool{"Records, plays, shows, packs and examines recordings.", "cachefile"};
     AddEverything(aTool, nExit);
     std::vector<std::string> vecWords;
     for (int i = argc - 1; i > 0; --i) vecWords.push_back(AsOneWord(argv[i]));
@@ -301,7 +318,10 @@ int RunCommandLine(int argc, char** argv) {
     } catch (const CLI::CallForHelp&) {
         Print(aTool.help());
     } catch (const CLI::ParseError& aError) {
-        throw CFailure(std::string(aError.what()) + " (--help tells what can be said)", Exit_Usage);
+        const bool bUnknown = aTool.get_subcommands().empty() && !strCommand.empty();
+        const std::string strText =
+            bUnknown ? "unknown command '" + Printable(strCommand) + "'" : aError.what();
+        throw CFailure(strText + " (see `--help`)", Exit_Usage);
     }
     FinishOutput();
     return nExit;

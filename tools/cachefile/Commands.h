@@ -9,8 +9,8 @@
 #include "tools/cachefile/Progress.h"
 #include "tools/cachefile/Recorder.h"
 
-// The commands, one file each, with what can be said to them. Each returns how the tool ends
-// (Exit.h), and throws CFailure when it can't be done.
+// The commands, one file each, with their options. Each returns how the tool ends (Exit.h), and
+// throws CFailure when it cannot be done.
 
 struct tagRecordOptions {
     tagPlan aPlan{0, "kvr2", false};
@@ -50,6 +50,7 @@ struct tagMapOptions {
     std::string strPath;
     std::string strOutput;
     bool bForce = false;
+    bool bJson = false;
 };
 /// Draws what lies where in a container, on the terminal or as SVG.
 int Map(const tagMapOptions& aOptions);
@@ -59,6 +60,7 @@ struct tagExtractOptions {
     std::string strDirectory;
     std::vector<std::string> vecStreams;
     bool bForce = false;
+    bool bJson = false;
     ProgressMode aProgress = ProgressMode::Auto;
     bool bAllowOverlap = false;  ///< also if the files need more bytes than the container has
 };
@@ -68,11 +70,14 @@ int Extract(const tagExtractOptions& aOptions);
 struct tagPackOptions {
     std::vector<std::string> vecDirectories;
     std::string strOutput;
+    std::vector<std::string> vecStreams;  ///< empty: all
+    bool bSkipUnpackable = false;
     CmUint32 dwIndexType = Index_Packed;
     std::optional<CmUint32> dwFileVersion;
     std::optional<CmUint32> dwCBTimeStamp;
     bool bVerify = false;
     bool bForce = false;
+    bool bJson = false;
     ProgressMode aProgress = ProgressMode::Auto;
 };
 /// Makes a container of the record files of directories.

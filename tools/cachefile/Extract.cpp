@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <filesystem>
+#include <set>
 
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Findings.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Streams.h"
@@ -72,12 +74,18 @@ class CExtraction {
             if (IsThere(*pStream, m_recording))
                 Extract(*pStream);
             else
-                Miss(*pStream, "all of it: it begins at " + std::to_string(pStream->qwOffset) +
-                                   ", past the end of the file");
+                MissAll(*pStream);
         m_progress.Finish(m_qwDone);
         return m_bMissing;
     }
-    void Print() const { m_table.Print(); }
+    void Print() const {
+        if (!m_options.bJson) return m_table.Print();
+        Json aDocument = NewDocument("extract");
+        aDocument["path"] = m_options.strPath;
+        aDocument["directory"] = m_options.strDirectory;
+        aDocument["streams"] = m_streams;
+        PrintDocument(aDocument);
+    }
 
  private:
     std::uint64_t CountBytes() const {
@@ -102,13 +110,16 @@ class CExtraction {
         if (!std::filesystem::is_directory(m_directory))
             throw CFailure("cannot make the directory " + Printable(m_options.strDirectory) +
                            (aError ? ": " + aError.message() : ""));
+        std::set<std::string> setNames;
         for (const tagStream* pStream : m_vecSelected) {
+            setNames.insert(StreamFileName(pStream->aDescriber));
             const std::filesystem::path aPath = m_directory / StreamFileName(pStream->aDescriber);
             RequireFree(aPath, m_options.bForce);
             const auto aInput = System::NativePath(m_options.strPath);
             if (std::filesystem::equivalent(aPath, aInput, aError))
-                throw CFailure("the container itself would be written over");
+                throw CFailure("the container itself would be overwritten");
         }
+        RemoveAbandoned(m_directory, setNames);
     }
 
     void Miss(const tagStream& aStream, const std::string& strWhat) {
@@ -116,8 +127,15 @@ class CExtraction {
         Warn("missing of " + aStream.Name() + ": " + strWhat);
     }
 
+    void MissAll(const tagStream& aStream) {
+        Miss(aStream, "all of it: it begins at " + std::to_string(aStream.qwOffset) +
+                          ", past the end of the file");
+        if (m_options.bJson) Note(aStream, 0, false);
+    }
+
     void Extract(const tagStream& aStream);
     std::uint64_t Copy(const tagStream& aStream, COutputFile& aFile);
+    void Note(const tagStream& aStream, std::uint64_t qwCopied, bool bFile);
 
     const tagExtractOptions& m_options;
     const tagRecording& m_recording;
@@ -128,6 +146,7 @@ class CExtraction {
                     {"FILE", CTable::Left},
                     {"BYTES", CTable::Right},
                     {"MISSING", CTable::Right}}};
+    Json m_streams = Json::array();
     std::vector<unsigned char> m_vecBlock = std::vector<unsigned char>(c_qwBlock);
     std::uint64_t m_qwDone = 0;
     bool m_bMissing = false;
@@ -141,9 +160,21 @@ void CExtraction::Extract(const tagStream& aStream) {
     const std::uint64_t qwMissing = aStream.qwExtent - qwCopied;
     if (qwMissing > 0)
         Miss(aStream, Grouped(qwMissing) + " of " + Grouped(aStream.qwExtent) + " bytes");
-    m_table.Add(
-        {aStream.Name(), strName, std::to_string(qwCopied),
-         CTable::Cell(std::to_string(qwMissing), qwMissing > 0 ? Style::Red : Style::Plain)});
+    Note(aStream, qwCopied, true);
+}
+
+void CExtraction::Note(const tagStream& aStream, std::uint64_t qwCopied, bool bFile) {
+    const std::string strName = StreamFileName(aStream.aDescriber);
+    const std::uint64_t qwMissing = aStream.qwExtent - qwCopied;
+    if (m_options.bJson)
+        m_streams.push_back({{"stream", aStream.Name()},
+                             {"file", bFile ? Json(strName) : Json(nullptr)},
+                             {"bytes", qwCopied},
+                             {"missing_bytes", qwMissing}});
+    else
+        m_table.Add(
+            {aStream.Name(), strName, std::to_string(qwCopied),
+             CTable::Cell(std::to_string(qwMissing), qwMissing > 0 ? Style::Red : Style::Plain)});
 }
 
 /// What is there and can be read, from the stream's beginning on.

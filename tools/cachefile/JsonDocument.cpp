@@ -1,14 +1,19 @@
 #include "tools/cachefile/JsonDocument.h"
 
-#include "tools/cachefile/Output.h"
+#include <cstdio>
 
-Json NewDocument(const std::string& strCommand) {
-    return {{"schema", "cachefile." + strCommand}, {"version", 1}};
-}
+#include "tools/cachefile/Output.h"
 
 namespace {
 
 constexpr int c_nOneLine = -1;
+
+bool s_bJsonErrors = false;
+
+std::string& FailingCommand() {
+    static std::string s_strCommand;
+    return s_strCommand;
+}
 
 /// Names of files may hold bytes that are no text.
 std::string Text(const Json& aJson, int nIndent) {
@@ -16,6 +21,24 @@ std::string Text(const Json& aJson, int nIndent) {
 }
 
 }  // namespace
+
+void UseJsonErrors(const std::string& strCommand) {
+    FailingCommand() = strCommand;
+    s_bJsonErrors = true;
+}
+
+void ReportError(const std::string& strText, int nExit) {
+    if (!s_bJsonErrors) return Warn(strText);
+    Json aError = NewDocument("error");
+    aError["command"] = FailingCommand().empty() ? Json(nullptr) : Json(FailingCommand());
+    aError["exit"] = nExit;
+    aError["message"] = strText;
+    std::fprintf(stderr, "%s\n", Text(aError, c_nOneLine).c_str());
+}
+
+Json NewDocument(const std::string& strCommand) {
+    return {{"schema", "cachefile." + strCommand}, {"version", 1}};
+}
 
 void PrintDocument(const Json& aDocument) { Print(Text(aDocument, 2) + "\n"); }
 

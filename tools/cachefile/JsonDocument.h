@@ -6,6 +6,12 @@
 
 using Json = nlohmann::ordered_json;
 
+/// Has ReportError write JSON from now on. The command may be empty.
+void UseJsonErrors(const std::string& strCommand);
+
+/// Writes why the command fails to standard error: a line of text, or with --json an object.
+void ReportError(const std::string& strText, int nExit);
+
 /// The beginning of the one document that a command writes with --json. Names of fields keep their
 /// meaning as long as the version stays; further fields may come.
 Json NewDocument(const std::string& strCommand);

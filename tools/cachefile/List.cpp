@@ -14,5 +14,6 @@ int List(const tagListOptions& aOptions) {
         PrintStreams(aRecording);
     }
     FinishOutput();
+    WarnOfStreams(aRecording);
     return ReportDamage(aRecording);
 }

@@ -3,12 +3,13 @@
 
 #include "tools/cachefile/CommandLine.h"
 #include "tools/cachefile/Exit.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/System.h"
 
 namespace {
 
-/// What came before a failure is put out; whatever stops that too is the smaller trouble.
+/// Writes what was printed before the failure. A second failure is not reported.
 void FinishOutputQuietly() try { FinishOutput(); } catch (const std::exception&) {
 } catch (const Interrupted&) {
 }
@@ -20,15 +21,16 @@ int main(int argc, char** argv) {
     try {
         return RunCommandLine(argc, argv);
     } catch (const Interrupted&) {
+        ReportError("interrupted", Exit_Interrupted);
         return Exit_Interrupted;
     } catch (const CFailure& aFailure) {
         FinishOutputQuietly();
-        Warn(aFailure.what());
+        ReportError(aFailure.what(), aFailure.GetExit());
         return aFailure.GetExit();
     } catch (const std::bad_alloc&) {
-        Warn("out of memory");
+        ReportError("out of memory", Exit_Failed);
     } catch (const std::exception& aError) {
-        Warn(aError.what());
+        ReportError(aError.what(), Exit_Failed);
     }
     return Exit_Failed;
 }

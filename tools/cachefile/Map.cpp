@@ -4,6 +4,7 @@
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Findings.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Layout.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
@@ -167,23 +168,45 @@ std::string DrawSvg(const tagRecording& aRecording, const std::vector<tagRegion>
     return strSvg + "</svg>\n";
 }
 
+void PrintJson(const tagMapOptions& aOptions, const tagRecording& aRecording,
+               const std::vector<tagRegion>& vecRegions) {
+    Json aDocument = NewDocument("map");
+    aDocument["path"] = aOptions.strPath;
+    aDocument["size"] = aRecording.qwSize;
+    aDocument["output"] = aOptions.strOutput.empty() ? Json(nullptr) : Json(aOptions.strOutput);
+    PrintDocument(aDocument, "regions", vecRegions.size(), [&](std::size_t i) -> Json {
+        const tagRegion& aRegion = vecRegions[i];
+        const tagStream* const pStream =
+            aRegion.nStream > 0 ? &aRecording.vecStreams[aRegion.nStream - 1] : nullptr;
+        return {{"kind", RegionName(aRegion.aKind)},
+                {"offset", aRegion.qwBegin},
+                {"bytes", aRegion.qwEnd - aRegion.qwBegin},
+                {"entry", pStream ? Json(aRegion.nStream) : Json(nullptr)},
+                {"stream", pStream && pStream->bKnown ? Json(pStream->Name()) : Json(nullptr)}};
+    });
+}
+
+void WriteSvg(const tagMapOptions& aOptions, const std::string& strSvg) {
+    const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
+    std::error_code aError;
+    if (std::filesystem::equivalent(aOutput, System::NativePath(aOptions.strPath), aError))
+        throw CFailure("the container itself would be overwritten");
+    RemoveAbandoned(aOutput);
+    COutputFile aFile(aOutput, aOptions.bForce);
+    aFile.Write(strSvg.data(), strSvg.size());
+    aFile.Finish();
+}
+
 }  // namespace
 
 int Map(const tagMapOptions& aOptions) {
     const tagRecording aRecording = RequireContainer(aOptions.strPath);
     const std::vector<tagRegion> vecRegions = LayOutRegions(aRecording);
-    if (aOptions.strOutput.empty()) {
+    if (!aOptions.strOutput.empty()) WriteSvg(aOptions, DrawSvg(aRecording, vecRegions));
+    if (aOptions.bJson)
+        PrintJson(aOptions, aRecording, vecRegions);
+    else if (aOptions.strOutput.empty())
         PrintMap(aRecording, vecRegions);
-    } else {
-        const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
-        std::error_code aError;
-        if (std::filesystem::equivalent(aOutput, System::NativePath(aOptions.strPath), aError))
-            throw CFailure("the container itself would be written over");
-        COutputFile aFile(aOutput, aOptions.bForce);
-        const std::string strSvg = DrawSvg(aRecording, vecRegions);
-        aFile.Write(strSvg.data(), strSvg.size());
-        aFile.Finish();
-    }
     FinishOutput();
     return ReportDamage(aRecording);
 }

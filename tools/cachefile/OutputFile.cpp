@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <regex>
 
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Output.h"
@@ -10,12 +11,41 @@
 namespace {
 
 [[noreturn]] void ThrowExists(const std::filesystem::path& aPath) {
-    throw CFailure(Printable(aPath.u8string()) + " is there already; --force writes over it");
+    throw CFailure(Printable(aPath.u8string()) + " already exists (use `--force` to overwrite)");
 }
 
 [[noreturn]] void ThrowWriting(const std::filesystem::path& aPath, int nErrno) {
     throw CFailure("cannot write " + Printable(aPath.u8string()) + ": " +
                    (nErrno != 0 ? std::strerror(nErrno) : "the system gives no reason"));
+}
+
+constexpr char c_szPartial[] = ".partial";
+constexpr char c_szNew[] = ".new";
+constexpr int c_nMostTries = 1000;
+
+std::filesystem::path Appended(std::filesystem::path aPath, const std::string& strText) {
+    return aPath += strText;
+}
+
+/// Makes a locked file under a partial name of aPath that is free, and returns that name.
+std::filesystem::path CreatePartial(const std::filesystem::path& aPath, System::CNewFile& aFile) {
+    const std::string strProcess = "." + std::to_string(System::ProcessNumber());
+    for (int nTry = 1;; ++nTry) {
+        const std::string strTry = nTry > 1 ? "-" + std::to_string(nTry) : "";
+        const auto aPartial = Appended(aPath, strProcess + strTry + c_szPartial);
+        if (aFile.Create(aPartial)) return aPartial;
+        if (errno != EEXIST || nTry == c_nMostTries) ThrowWriting(aPath, errno);
+    }
+}
+
+/// The name of the locked file that strName belongs to, if strName is a partial name of one of
+/// setNames; else nothing.
+std::string LockedName(const std::string& strName, const std::set<std::string>& setNames) {
+    static const std::regex s_aPattern(R"(((.*)\.[0-9]+(-[0-9]+)?\.partial)(\.new(\.partial)?)?)");
+    std::smatch aMatch;
+    const bool bPartial = strName.find(c_szPartial) != std::string::npos &&
+                          std::regex_match(strName, aMatch, s_aPattern);
+    return bPartial && setNames.count(aMatch[2]) > 0 ? aMatch.str(1) : "";
 }
 
 }  // namespace
@@ -24,7 +54,8 @@ void RequireFree(const std::filesystem::path& aPath, bool bReplace) {
     std::error_code aError;
     const std::filesystem::file_status aStatus = std::filesystem::status(aPath, aError);
     if (std::filesystem::exists(aStatus) && !std::filesystem::is_regular_file(aStatus))
-        throw CFailure(Printable(aPath.u8string()) + " is no regular file to be written over");
+        throw CFailure(Printable(aPath.u8string()) +
+                       " is no regular file and cannot be overwritten");
     const auto aOwnStatus = std::filesystem::symlink_status(aPath, aError);
     if (!bReplace && std::filesystem::exists(aOwnStatus)) ThrowExists(aPath);
 }
@@ -40,31 +71,57 @@ void GiveName(const std::filesystem::path& aFrom, const std::filesystem::path& a
 }
 
 COutputFile::COutputFile(std::filesystem::path aPath, bool bReplace)
-    : m_path(std::move(aPath)), m_temporary(System::TemporaryName(m_path)), m_bReplace(bReplace) {
+    : m_path(std::move(aPath)), m_bReplace(bReplace) {
     RequireFree(m_path, bReplace);
-    errno = 0;
-    if (!System::MakeNewFile(m_temporary)) ThrowWriting(m_path, errno);
-    m_stream.open(m_temporary, std::ios::binary | std::ios::trunc);
-    if (!m_stream) ThrowWriting(m_path, errno);
+    m_temporary = CreatePartial(m_path, m_file);
 }
 
 COutputFile::~COutputFile() {
     if (m_bFinished) return;
-    m_stream.close();
     std::error_code aIgnored;
     std::filesystem::remove(m_temporary, aIgnored);
 }
 
 void COutputFile::Write(const void* lpData, std::size_t nLength) {
-    errno = 0;
-    m_stream.write(static_cast<const char*>(lpData), static_cast<std::streamsize>(nLength));
-    if (!m_stream) ThrowWriting(m_path, errno);
+    if (!m_file.Write(lpData, nLength)) ThrowWriting(m_path, errno);
 }
 
 void COutputFile::Finish() {
-    errno = 0;
-    m_stream.close();
-    if (!m_stream) ThrowWriting(m_path, errno);
+    if (!m_file.Sync()) ThrowWriting(m_path, errno);
     GiveName(m_temporary, m_path, m_bReplace);
     m_bFinished = true;
+    if (!m_file.Close()) ThrowWriting(m_path, errno);
+}
+
+CPartialName::CPartialName(const std::filesystem::path& aPath)
+    : m_locked(CreatePartial(aPath, m_lock)), m_path(Appended(m_locked, c_szNew)) {}
+
+std::filesystem::path CPartialName::GetWriterPath() const { return Appended(m_path, c_szPartial); }
+
+void CPartialName::Remove() {
+    // In the order in which the writer renames, so that none is missed; the locked one at last.
+    std::error_code aIgnored;
+    std::filesystem::remove(GetWriterPath(), aIgnored);
+    std::filesystem::remove(m_path, aIgnored);
+    std::filesystem::remove(m_locked, aIgnored);
+}
+
+void RemoveAbandoned(const std::filesystem::path& aDirectory,
+                     const std::set<std::string>& setNames) {
+    std::error_code aError;
+    std::filesystem::directory_iterator it(aDirectory, aError);
+    for (; !aError && it != std::filesystem::directory_iterator(); it.increment(aError)) {
+        const std::string strLocked = LockedName(it->path().filename().u8string(), setNames);
+        if (strLocked.empty()) continue;
+        const std::filesystem::path aLocked = aDirectory / std::filesystem::u8path(strLocked);
+        std::error_code aIgnored;
+        System::RemoveAbandoned(aLocked);
+        if (!std::filesystem::exists(std::filesystem::symlink_status(aLocked, aIgnored)))
+            std::filesystem::remove(it->path(), aIgnored);
+    }
+}
+
+void RemoveAbandoned(const std::filesystem::path& aPath) {
+    const std::filesystem::path aDirectory = aPath.parent_path();
+    RemoveAbandoned(aDirectory.empty() ? "." : aDirectory, {aPath.filename().u8string()});
 }

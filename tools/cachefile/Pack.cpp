@@ -1,8 +1,9 @@
 #include <map>
+#include <set>
 
-#include "download/ContainerFormat.h"
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Packing.h"
@@ -12,37 +13,59 @@
 
 namespace {
 
-/// Why a record file can't be packed is told here, where its name is known.
-void RequirePackable(const tagStream& aStream, const std::string& strDirectory) {
+using Selection = std::set<std::string>;
+
+/// Whether a stream is packed. One that no container can hold is an error or left out.
+bool IsPacked(const tagPackOptions& aOptions, const Selection& setWanted, const tagStream& aStream,
+              const std::string& strDirectory) {
+    if (!setWanted.empty() && setWanted.count(aStream.Name()) == 0) return false;
+    const std::string strFault = PackFault(aStream.aDescriber, aStream.qwExtent);
+    if (strFault.empty()) return true;
     const std::string strWho = aStream.Name() + " of " + Printable(strDirectory);
-    if (!aStream.wTag)
-        throw CFailure("no container can hold " + strWho +
-                       ": no tag stands for its type and kind with this id");
-    if (aStream.wTag == c_wConfTag && aStream.qwExtent < c_dwEntryFileHeaderSize)
-        throw CFailure(strWho + " is shorter than the " + std::to_string(c_dwEntryFileHeaderSize) +
-                       " bytes of its header");
+    if (!aOptions.bSkipUnpackable)
+        throw CFailure("cannot pack " + strWho + ": " + strFault +
+                       " (use `--skip-unpackable` to leave such streams out)");
+    Warn(strWho + " is left out: " + strFault);
+    return false;
 }
 
-/// One after the other, so that the streams of a directory stand together.
+/// mapSeen: the directory of each stream so far.
+void AddSource(tagPacking& aPacking, std::map<std::string, std::string>& mapSeen,
+               const tagStream& aStream, const std::string& strDirectory) {
+    const auto [it, bNew] = mapSeen.try_emplace(aStream.Name(), strDirectory);
+    if (!bNew)
+        throw CFailure(aStream.Name() + " is in " + Printable(it->second) + " and in " +
+                       Printable(strDirectory));
+    aPacking.vecSources.push_back({aStream.aDescriber, strDirectory, aStream.qwExtent});
+}
+
+void RequireWanted(const Selection& setWanted, const Selection& setFound) {
+    for (const std::string& strName : setWanted)
+        if (setFound.count(strName) == 0)
+            throw CFailure("there is no record file of the stream " + strName);
+}
+
+/// One directory after the other, so that its streams stand together.
 tagPacking Collect(const tagPackOptions& aOptions) {
     tagPacking aPacking;
+    Selection setWanted, setFound;
     std::map<std::string, std::string> mapSeen;
+    for (const std::string& strStream : aOptions.vecStreams)
+        setWanted.insert(StreamName(RequireStream(strStream)));
     tagPackHeader aHeader{0, 0};
     for (const std::string& strDirectory : aOptions.vecDirectories) {
         const tagRecording aRecording = LoadDirectory(strDirectory);
         for (const std::string& strName : aRecording.vecOtherFiles)
-            Warn(Printable(strDirectory + "/" + strName) + " is left out: no record file");
+            Warn(Printable(strDirectory + "/" + strName) + " is left out: it is not a record file");
         for (const tagStream& aStream : aRecording.vecStreams) {
-            RequirePackable(aStream, strDirectory);
-            const auto [it, bNew] = mapSeen.try_emplace(aStream.Name(), strDirectory);
-            if (!bNew)
-                throw CFailure(aStream.Name() + " stands in " + Printable(it->second) + " and in " +
-                               Printable(strDirectory));
-            aPacking.vecSources.push_back({aStream.aDescriber, strDirectory, aStream.qwExtent});
+            setFound.insert(aStream.Name());
+            if (IsPacked(aOptions, setWanted, aStream, strDirectory))
+                AddSource(aPacking, mapSeen, aStream, strDirectory);
         }
         if (aRecording.dwFileVersion)
             aHeader = {*aRecording.dwFileVersion, *aRecording.dwCBTimeStamp};
     }
+    RequireWanted(setWanted, setFound);
     if (aPacking.vecSources.empty()) throw CFailure("there is no record file to pack");
     aPacking.dwIndexType = aOptions.dwIndexType;
     aPacking.aProgress = aOptions.aProgress;
@@ -64,14 +87,23 @@ void RequireSafeOutput(const tagPackOptions& aOptions, const tagPacking& aPackin
             throw CFailure(Printable(aOptions.strOutput) + " is one of the files to be packed");
 }
 
-/// A finished container under its first name, gone unless it gets the final one.
-struct Temporary {
-    ~Temporary() {
-        std::error_code aIgnored;
-        std::filesystem::remove(aPath, aIgnored);
-    }
-    const std::filesystem::path aPath;
-};
+void PrintResult(const tagPackOptions& aOptions, const tagPacking& aPacking) {
+    if (!aOptions.bJson)
+        return Print("packed " + Grouped(aPacking.vecSources.size()) + " streams, " +
+                     Grouped(aPacking.CountBytes()) + " bytes" +
+                     (aOptions.bVerify ? ", read back and compared" : "") + ": " +
+                     Printable(aOptions.strOutput) + "\n");
+    Json aDocument = NewDocument("pack");
+    aDocument["output"] = aOptions.strOutput;
+    aDocument["bytes"] = aPacking.CountBytes();
+    aDocument["verified"] = aOptions.bVerify;
+    aDocument["streams"] = Json::array();
+    for (const tagPackSource& aSource : aPacking.vecSources)
+        aDocument["streams"].push_back({{"stream", StreamName(aSource.aDescriber)},
+                                        {"directory", aSource.strDirectory},
+                                        {"bytes", aSource.qwSize}});
+    PrintDocument(aDocument);
+}
 
 }  // namespace
 
@@ -79,13 +111,11 @@ int Pack(const tagPackOptions& aOptions) {
     const tagPacking aPacking = Collect(aOptions);
     RequireSafeOutput(aOptions, aPacking);
     const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
-    const Temporary aTemporary{System::TemporaryName(aOutput)};
-    WriteContainer(aPacking, aTemporary.aPath);
-    if (aOptions.bVerify) VerifyContainer(aPacking, aTemporary.aPath);
-    GiveName(aTemporary.aPath, aOutput, aOptions.bForce);
-    Print("packed " + Grouped(aPacking.vecSources.size()) + " streams, " +
-          Grouped(aPacking.CountBytes()) + " bytes" +
-          (aOptions.bVerify ? ", read back and compared" : "") + ": " +
-          Printable(aOptions.strOutput) + "\n");
+    RemoveAbandoned(aOutput);
+    CPartialName aPartial(aOutput);
+    WriteContainer(aPacking, aPartial);
+    if (aOptions.bVerify) VerifyContainer(aPacking, aPartial.GetPath());
+    GiveName(aPartial.GetPath(), aOutput, aOptions.bForce);
+    PrintResult(aOptions, aPacking);
     return Exit_Done;
 }

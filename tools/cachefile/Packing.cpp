@@ -1,6 +1,7 @@
 #include "tools/cachefile/Packing.h"
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <future>
 
@@ -8,6 +9,7 @@
 #include "platform/CmResult.h"
 #include "tools/HostPath.h"
 #include "tools/cachefile/Exit.h"
+#include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/Player.h"
 #include "tools/cachefile/Streams.h"
@@ -17,15 +19,27 @@ namespace {
 
 constexpr auto c_aLook = std::chrono::milliseconds(50);
 constexpr std::uint64_t c_qwBlock = 262144;
-constexpr char c_szPartial[] = ".partial";  // behind a name that the writer is still at
+
+std::string LibraryPath(const tagPackSource& aSource) {
+    return HostDirectory(aSource.strDirectory) + StreamFileName(aSource.aDescriber);
+}
+
+/// Names the source that is to blame, as the user wrote it, or else the container.
+[[noreturn]] void ThrowPacking(const tagPacking& aPacking,
+                               const CContainerWriter::tagFailure& aFailure, CmInt32 lResult) {
+    std::string strFile = "the container";
+    for (const tagPackSource& aSource : aPacking.vecSources)
+        if (LibraryPath(aSource) == aFailure.strFile)
+            strFile = aSource.strDirectory + "/" + StreamFileName(aSource.aDescriber);
+    throw CFailure("cannot pack " + Printable(strFile) + ": " + aFailure.lpReason +
+                   (aFailure.nErrno ? std::string(": ") + std::strerror(aFailure.nErrno) : "") +
+                   " (" + CacheFileResultName(lResult) + ")");
+}
 
 void AddSources(CContainerWriter& aWriter, const tagPacking& aPacking) {
     for (const tagPackSource& aSource : aPacking.vecSources) {
-        const CmInt32 lResult =
-            aWriter.AddStreamFile(aSource.aDescriber, HostDirectory(aSource.strDirectory) +
-                                                          StreamFileName(aSource.aDescriber));
-        if (lResult != CACHE_OK)
-            throw CFailure(ResultText("cannot pack " + StreamName(aSource.aDescriber), lResult));
+        const CmInt32 lResult = aWriter.AddStreamFile(aSource.aDescriber, LibraryPath(aSource));
+        if (lResult != CACHE_OK) ThrowPacking(aPacking, aWriter.GetLastFailure(), lResult);
     }
 }
 
@@ -91,7 +105,7 @@ class CVerification {
 
     [[noreturn]] static void Differs(const tagPackSource& aSource) {
         throw CFailure("verify: " + StreamName(aSource.aDescriber) +
-                       " isn't read back as its file holds it; nothing was written");
+                       " differs from its file when it is read back; nothing was written");
     }
 
     const tagPacking& m_packing;
@@ -109,29 +123,31 @@ std::uint64_t tagPacking::CountBytes() const {
     return qwBytes;
 }
 
-void WriteContainer(const tagPacking& aPacking, const std::filesystem::path& aPath) {
+void WriteContainer(const tagPacking& aPacking, CPartialName& aPartial) {
     CContainerWriter aWriter;
     aWriter.SetIndexType(aPacking.dwIndexType);
     if (aPacking.aHeader)
         aWriter.SetFileHeader(aPacking.aHeader->dwFileVersion, aPacking.aHeader->dwCBTimeStamp);
     AddSources(aWriter, aPacking);
-    std::filesystem::path aPartial = aPath;
-    aPartial += c_szPartial;
     CProgress aProgress(aPacking.aProgress, "pack", aPacking.CountBytes());
     // One call writes everything; meanwhile this thread looks how far it has come.
-    std::future<CmInt32> aWriting =
-        std::async(std::launch::async, [&] { return aWriter.Write(HostPath(aPath.u8string())); });
+    std::future<CmInt32> aWriting = std::async(
+        std::launch::async, [&] { return aWriter.Write(HostPath(aPartial.GetPath().u8string())); });
+    const std::uint64_t qwSize = aPacking.CountBytes() + c_dwFileHeaderSize +
+                                 std::uint64_t{c_dwEntrySize} * aPacking.vecSources.size();
     std::error_code aError;
     while (aWriting.wait_for(c_aLook) != std::future_status::ready) {
         if (System::IsInterrupted()) {
-            std::filesystem::remove(aPartial, aError);
+            aPartial.Remove();
+            ReportError("interrupted", Exit_Interrupted);
             System::EndNow(Exit_Interrupted);
         }
-        const std::uintmax_t nWritten = std::filesystem::file_size(aPartial, aError);
-        if (!aError) aProgress.Show(nWritten);
+        const std::uintmax_t nWritten =
+            std::filesystem::file_size(aPartial.GetWriterPath(), aError);
+        if (!aError) aProgress.Show(nWritten, nWritten >= qwSize ? "waiting for the disk" : "");
     }
     const CmInt32 lResult = aWriting.get();
-    if (lResult != CACHE_OK) throw CFailure(ResultText("cannot write the container", lResult));
+    if (lResult != CACHE_OK) ThrowPacking(aPacking, aWriter.GetLastFailure(), lResult);
     aProgress.Finish(aPacking.CountBytes());
 }
 

@@ -7,6 +7,7 @@
 
 #include "core/DataInfo.h"
 #include "platform/CmTypes.h"
+#include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Progress.h"
 
 /// The record files of some directories on their way into a container.
@@ -32,9 +33,9 @@ struct tagPacking {
     std::uint64_t CountBytes() const;
 };
 
-/// Writes the container. Throws CFailure; on an interrupt it removes what it wrote and ends the
-/// process.
-void WriteContainer(const tagPacking& aPacking, const std::filesystem::path& aPath);
+/// Writes the container to the partial name. Throws CFailure. An interrupt ends the process after
+/// the partial files are removed.
+void WriteContainer(const tagPacking& aPacking, CPartialName& aPartial);
 
 /// Reads the container back through the play handler and compares every stream with its file.
 /// Throws CFailure at the first difference.

@@ -13,9 +13,8 @@ namespace {
 
 constexpr CmUint32 c_dwBlock = 262144;
 
-/// Where the wanted part of the stream ends.
-std::uint64_t FindEnd(const tagPlayOptions& aOptions, const tagStream& aStream) {
-    const std::uint64_t qwEnd = aStream.qwPresent;
+/// Where the wanted part of the stream ends, within the first qwEnd bytes.
+std::uint64_t FindEnd(const tagPlayOptions& aOptions, std::uint64_t qwEnd) {
     if (!aOptions.qwLength || aOptions.qwOffset >= qwEnd) return qwEnd;
     return aOptions.qwOffset + std::min(*aOptions.qwLength, qwEnd - aOptions.qwOffset);
 }
@@ -29,10 +28,11 @@ int Play(const tagPlayOptions& aOptions) {
     if (!pStream)
         throw CFailure(Printable(aOptions.strPath) + " has no stream " + StreamName(aWanted));
     if (pStream->lpBarred)
-        throw CFailure(StreamName(aWanted) + " can't be played: it is " + pStream->lpBarred +
-                       " (cachefile extract takes out what is there)");
+        throw CFailure(StreamName(aWanted) + " cannot be played: it is " + pStream->lpBarred +
+                       " (see `cachefile extract`)");
+    WarnOfSize(aWanted, pStream->qwPresent);
     CPlayer aPlayer(aRecording, &pStream->aDescriber);
-    const std::uint64_t qwEnd = FindEnd(aOptions, *pStream);
+    const std::uint64_t qwEnd = FindEnd(aOptions, std::min(pStream->qwPresent, c_qwPlayable));
     for (std::uint64_t qwAt = aOptions.qwOffset; qwAt < qwEnd; qwAt += aPlayer.GetLength()) {
         if (System::IsInterrupted()) throw Interrupted();
         const auto dwPart = static_cast<CmUint32>(std::min<std::uint64_t>(c_dwBlock, qwEnd - qwAt));
@@ -43,6 +43,8 @@ int Play(const tagPlayOptions& aOptions) {
         if (IsOutputClosed()) return Exit_Done;
         Print({reinterpret_cast<const char*>(aPlayer.GetData()), aPlayer.GetLength()});
     }
+    if (FindEnd(aOptions, pStream->qwPresent) > c_qwPlayable)
+        throw CFailure(StreamName(aWanted) + " cannot be played past its first 4 GiB");
     FinishOutput();
     return ReportDamage(aRecording);
 }

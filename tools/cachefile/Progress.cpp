@@ -29,44 +29,55 @@ std::string Clockwise(double dSeconds) {
 CProgress::CProgress(ProgressMode aMode, std::string strLabel, std::uint64_t qwTotal)
     : m_mode(Resolve(aMode)), m_strLabel(std::move(strLabel)), m_qwTotal(qwTotal) {}
 
-CProgress::~CProgress() {
+CProgress::~CProgress() { Wipe(); }
+
+void CProgress::Wipe() {
     if (m_nDrawn > 0) std::fprintf(stderr, "\r%*s\r", static_cast<int>(m_nDrawn), "");
+    m_nDrawn = 0;
 }
 
-void CProgress::Show(std::uint64_t qwDone) {
+void CProgress::SetFields(std::map<std::string, std::uint64_t> mapFields) {
+    m_mapFields = std::move(mapFields);
+}
+
+void CProgress::Show(std::uint64_t qwDone, const std::string& strNote) {
     if (m_mode == ProgressMode::Never) return;
     const Clock::time_point aNow = Clock::now();
     if (aNow < m_due) return;
     m_due = aNow + c_aInterval;
-    Draw(qwDone, std::chrono::duration<double>(aNow - m_begin).count());
+    Draw(qwDone, strNote);
 }
 
-void CProgress::Finish(std::uint64_t qwDone) {
-    if (m_mode == ProgressMode::Never) return;
-    Draw(qwDone, std::chrono::duration<double>(Clock::now() - m_begin).count());
+void CProgress::Finish(std::uint64_t qwDone, const std::string& strNote) {
+    if (m_mode != ProgressMode::Never) Draw(qwDone, strNote);
 }
 
-void CProgress::Draw(std::uint64_t qwDone, double dSeconds) {
+void CProgress::Draw(std::uint64_t qwDone, const std::string& strNote) {
+    const double dSeconds = std::chrono::duration<double>(Clock::now() - m_begin).count();
     const double dRate = dSeconds > 0 ? static_cast<double>(qwDone) / dSeconds : 0;
     const std::uint64_t qwLeft = m_qwTotal > qwDone ? m_qwTotal - qwDone : 0;
     const double dLeft = dRate > 0 ? static_cast<double>(qwLeft) / dRate : 0;
     if (m_mode == ProgressMode::Json)
-        DrawJson(qwDone, dRate, dLeft);
+        DrawJson(qwDone, dRate, dLeft, strNote);
     else
-        DrawLine(qwDone, dRate, dLeft);
+        DrawLine(qwDone, dRate, dLeft, strNote);
 }
 
-void CProgress::DrawJson(std::uint64_t qwDone, double dRate, double dLeft) const {
+void CProgress::DrawJson(std::uint64_t qwDone, double dRate, double dLeft,
+                         const std::string& strNote) const {
     const bool bTotal = m_qwTotal > 0;
-    const Json aObject = {{"progress", m_strLabel},
-                          {"done", qwDone},
-                          {"total", bTotal ? Json(m_qwTotal) : Json(nullptr)},
-                          {"bytes_per_second", static_cast<std::uint64_t>(dRate)},
-                          {"seconds_left", bTotal ? Json(dLeft) : Json(nullptr)}};
+    Json aObject = {{"progress", m_strLabel},
+                    {"done", qwDone},
+                    {"total", bTotal ? Json(m_qwTotal) : Json(nullptr)},
+                    {"bytes_per_second", static_cast<std::uint64_t>(dRate)},
+                    {"seconds_left", bTotal ? Json(dLeft) : Json(nullptr)},
+                    {"note", strNote.empty() ? Json(nullptr) : Json(strNote)}};
+    for (const auto& [strName, qwValue] : m_mapFields) aObject[strName] = qwValue;
     std::fprintf(stderr, "%s\n", aObject.dump().c_str());
 }
 
-void CProgress::DrawLine(std::uint64_t qwDone, double dRate, double dLeft) {
+void CProgress::DrawLine(std::uint64_t qwDone, double dRate, double dLeft,
+                         const std::string& strNote) {
     std::string strLine = m_strLabel;
     if (m_qwTotal > 0) {
         const std::uint64_t qwPart = std::min(qwDone, m_qwTotal);
@@ -79,6 +90,7 @@ void CProgress::DrawLine(std::uint64_t qwDone, double dRate, double dLeft) {
     }
     strLine += "  " + ByteSize(dRate) + "/s";
     if (m_qwTotal > 0) strLine += "  " + Clockwise(dLeft) + " left";
+    if (!strNote.empty()) strLine += "  " + strNote;
     const std::size_t nColumns = strLine.size();
     strLine.resize(std::max(nColumns, m_nDrawn), ' ');
     std::fprintf(stderr, "\r%s", strLine.c_str());

@@ -1,8 +1,10 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <optional>
 #include <set>
 
+#include "download/ContainerFormat.h"
 #include "platform/CmCallerThread.h"
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
@@ -10,8 +12,10 @@
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Recorder.h"
+#include "tools/cachefile/Recording.h"
 #include "tools/cachefile/Streams.h"
 #include "tools/cachefile/System.h"
+#include "tools/cachefile/Trace.h"
 
 namespace {
 
@@ -25,11 +29,21 @@ struct tagSource {
         aRecorder.Close();
     }
 
+    /// As soon as it is known how large the stream is or will be.
+    void WarnOnceOfSize(std::uint64_t qwSize) {
+        if (bLarge || qwSize < c_qwPlayable) return;
+        bLarge = true;
+        WarnOfSize(aRecorder.GetDescriber(), qwSize);
+    }
+
     const std::string strPath;
     System::CInput aInput;
     CRecorder aRecorder;
     bool bEnded = false;
-    bool bInputFailed = false;
+    bool bFileMade = false;  // by this process, and not there before
+    bool bRecorded = false;  // the file holds what the input had, be it nothing
+    std::string strError;    // why the stream is not complete; reported
+    bool bLarge = false;     // and warned of
 };
 using Sources = std::vector<std::unique_ptr<tagSource>>;
 
@@ -43,19 +57,19 @@ Sources MakeSources(const tagRecordOptions& aOptions) {
     for (const std::string& strStream : aOptions.vecStreams) {
         const std::size_t nEqual = strStream.find('=');
         if (nEqual == std::string::npos || nEqual + 1 == strStream.size())
-            throw CFailure("--stream " + strStream + ": STREAM=FILE is wanted", Exit_Usage);
+            throw CFailure("--stream " + strStream + ": expected STREAM=FILE", Exit_Usage);
         const tagFileDescriber aDescriber = RequireStream(strStream.substr(0, nEqual));
         const std::string strInput = strStream.substr(nEqual + 1);
         if (!setNames.insert(StreamName(aDescriber)).second)
             throw CFailure("the stream " + StreamName(aDescriber) + " is given twice", Exit_Usage);
         if (!setInputs.insert(strInput).second && strInput == "-")
-            throw CFailure("standard input can't be two streams", Exit_Usage);
+            throw CFailure("standard input cannot be two streams", Exit_Usage);
         vecSources.push_back(std::make_unique<tagSource>(aOptions.aPlan, aDescriber, strInput));
     }
     return vecSources;
 }
 
-/// Opens the inputs and sees that none of them, and nothing else, would be written over.
+/// Opens the inputs and sees that none of them, and nothing else, would be overwritten.
 void OpenInputs(const tagRecordOptions& aOptions, const Sources& vecSources) {
     for (const auto& pSource : vecSources)
         if (!pSource->aInput.Open(pSource->strPath))
@@ -64,22 +78,77 @@ void OpenInputs(const tagRecordOptions& aOptions, const Sources& vecSources) {
     for (const auto& pTarget : vecSources)
         for (const auto& pInput : vecSources)
             if (pInput->aInput.IsFile(pTarget->aRecorder.GetPath()))
-                throw CFailure(Printable(pInput->strPath) + " would be written over");
+                throw CFailure(Printable(pInput->strPath) + " would be overwritten");
     for (const auto& pTarget : vecSources)
         RequireFree(pTarget->aRecorder.GetPath(), aOptions.bForce);
 }
 
-/// Total bytes of the inputs, or 0 if one of them has no end that could be known.
+/// Makes the directory, and holds it against every other recorder as long as the lock lives.
+void LockDirectory(const tagPlan& aPlan, System::CFileLock& aLock) {
+    const std::filesystem::path aDirectory = System::NativePath(aPlan.Directory());
+    std::error_code aError;
+    std::filesystem::create_directories(aDirectory, aError);
+    if (!std::filesystem::is_directory(aDirectory))
+        throw CFailure("cannot make the directory " + Printable(aPlan.Directory()) +
+                       (aError ? ": " + aError.message() : ""));
+    const auto aOutcome = aLock.Take(aDirectory / c_szRecordingLock);
+    if (aOutcome == System::CFileLock::Held)
+        throw CFailure("another process is recording into " + Printable(aPlan.Directory()));
+    if (aOutcome == System::CFileLock::Unknown)
+        Warn(Printable(aPlan.Directory()) +
+             " cannot be locked against other recorders: " + std::strerror(errno));
+}
+
+/// The record files that this process makes. Those that no recording came to are removed again.
+class CRecordFiles {
+ public:
+    CRecordFiles(const tagRecordOptions& aOptions, const Sources& vecSources)
+        : m_vecSources(vecSources) {
+        for (const auto& pSource : vecSources) {
+            const std::filesystem::path aPath = pSource->aRecorder.GetPath();
+            pSource->bFileMade = System::MakeNewFile(aPath);
+            if (pSource->bFileMade || (aOptions.bForce && errno == EEXIST)) continue;
+            const std::string strReason = std::strerror(errno);
+            RemoveUnused();
+            RequireFree(aPath, aOptions.bForce);
+            throw CFailure("cannot write " + Printable(aPath.u8string()) + ": " + strReason);
+        }
+    }
+    ~CRecordFiles() { RemoveUnused(); }
+    CRecordFiles(const CRecordFiles&) = delete;
+    CRecordFiles& operator=(const CRecordFiles&) = delete;
+
+ private:
+    void RemoveUnused() const {
+        std::error_code aIgnored;
+        for (const auto& pSource : m_vecSources)
+            if (pSource->bFileMade && !pSource->bRecorded &&
+                pSource->aRecorder.CountStoredBytes() == 0)
+                std::filesystem::remove(pSource->aRecorder.GetPath(), aIgnored);
+    }
+
+    const Sources& m_vecSources;
+};
+
+/// Total bytes of the inputs, or 0 if the size of one of them is unknown.
 std::uint64_t CountInput(const Sources& vecSources) {
     std::uint64_t qwTotal = 0;
     for (const auto& pSource : vecSources) {
-        std::error_code aError;
-        const std::uintmax_t nSize =
-            std::filesystem::file_size(System::NativePath(pSource->strPath), aError);
-        if (aError || pSource->strPath == "-") return 0;
-        qwTotal += nSize;
+        const std::optional<std::uint64_t> qwUnread = pSource->aInput.CountUnread();
+        if (!qwUnread) return 0;
+        qwTotal += *qwUnread;
     }
     return qwTotal;
+}
+
+/// Warns of streams that can be recorded, but not packed later.
+void WarnOfUnpackable(const Sources& vecSources) {
+    for (const auto& pSource : vecSources) {
+        const std::string strFault =
+            PackFault(pSource->aRecorder.GetDescriber(), c_dwEntryFileHeaderSize);
+        if (!strFault.empty()) Warn(NameOf(*pSource) + " cannot be packed later: " + strFault);
+        pSource->WarnOnceOfSize(pSource->aInput.CountUnread().value_or(0));
+    }
 }
 
 /// Takes input and hands it to the recorders until all of it has ended.
@@ -93,13 +162,13 @@ class CLoop {
         if (!aOptions.aPlan.bSync) CCmCallerThread::GetWakeDescriptor(m_nWake);
     }
 
-    /// Ends early when the process is interrupted.
+    /// Ends early when the process is interrupted. Failures are reported as they come.
     void Run() {
         while (!System::IsInterrupted()) {
+            ReportFailures();
             std::vector<tagSource*> vecOpen;
             std::vector<System::CInput*> vecInputs;
             for (const auto& pSource : m_vecSources) {
-                if (!pSource->bEnded && pSource->aRecorder.GetFailure() != CACHE_OK) pSource->End();
                 if (pSource->bEnded) continue;
                 vecOpen.push_back(pSource.get());
                 vecInputs.push_back(&pSource->aInput);
@@ -111,23 +180,63 @@ class CLoop {
                 if (vecReady[i]) Take(*vecOpen[i]);
             if (!m_options.aPlan.bSync) CCmCallerThread::RunPending();
         }
-        m_progress.Finish(m_qwDone);
+    }
+
+    /// When everything that was taken is in the files or lost.
+    void Finish() {
+        ReportFailures();
+        for (const auto& pSource : m_vecSources) {
+            const std::uint64_t qwLost = pSource->aRecorder.CountLostBytes();
+            if (pSource->strError.empty() && qwLost > 0)
+                Report(*pSource, Grouped(qwLost) + " bytes are missing in its file");
+        }
+        m_progress.Finish(m_qwDone, NoteLoss());
     }
 
  private:
+    void ReportFailures() {
+        for (const auto& pSource : m_vecSources) {
+            if (!pSource->strError.empty() || pSource->aRecorder.GetFailure() == CACHE_OK) continue;
+            Report(*pSource, pSource->aRecorder.GetFailureText());
+            pSource->End();
+        }
+    }
+
+    void Report(tagSource& aSource, const std::string& strError) {
+        aSource.strError = strError;
+        m_progress.Wipe();
+        Warn("recording " + NameOf(aSource) + " failed: " + strError);
+    }
+
+    /// Puts what has failed into the progress, and returns it as text.
+    std::string NoteLoss() {
+        std::uint64_t qwFailed = 0, qwLost = 0;
+        for (const auto& pSource : m_vecSources) {
+            if (pSource->strError.empty()) continue;
+            ++qwFailed;
+            qwLost += pSource->aRecorder.CountLostBytes();
+        }
+        m_progress.SetFields({{"failed_streams", qwFailed}, {"lost_bytes", qwLost}});
+        return qwFailed == 0 ? ""
+                             : std::to_string(qwFailed) + " failed, " +
+                                   ByteSize(static_cast<double>(qwLost)) + " lost";
+    }
+
     void Take(tagSource& aSource) {
         const long long nRead = aSource.aInput.Read(m_vecPiece.data(), m_vecPiece.size());
         if (nRead == -2) return;
         if (nRead > 0) {
             const auto nLength = static_cast<std::size_t>(nRead);
             aSource.aRecorder.Write(m_vecPiece.data(), nLength);
+            aSource.WarnOnceOfSize(aSource.aRecorder.GetBytes());
             HoldBack();
-            m_progress.Show(m_qwDone += nLength);
+            m_progress.Show(m_qwDone += nLength, NoteLoss());
             return;
         }
         if (nRead < 0) {
-            aSource.bInputFailed = true;
-            Warn("cannot read " + Printable(aSource.strPath) + ": " + std::strerror(errno));
+            aSource.bRecorded = false;
+            Report(aSource,
+                   "cannot read " + Printable(aSource.strPath) + ": " + std::strerror(errno));
         }
         aSource.End();
     }
@@ -178,6 +287,7 @@ void PrintJson(const tagRecordOptions& aOptions, const Sources& vecSources,
     aDocument["streams"] = Json::array();
     for (const auto& pSource : vecSources) {
         const CRecorder& aRecorder = pSource->aRecorder;
+        const auto qwUnread = pSource->aInput.CountUnread();
         aDocument["streams"].push_back(
             {{"stream", NameOf(*pSource)},
              {"file", StreamFileName(aRecorder.GetDescriber())},
@@ -186,18 +296,20 @@ void PrintJson(const tagRecordOptions& aOptions, const Sources& vecSources,
              {"pieces", aRecorder.GetPieces()},
              {"seconds", aOutcome.dSeconds},
              {"mb_per_second", MegabytesPerSecond(aRecorder.GetBytes(), aOutcome.dSeconds)},
-             {"lost_bytes", aRecorder.CountLostBytes()}});
+             {"taken_bytes", aRecorder.GetBytes()},
+             {"stored_bytes", aRecorder.CountStoredBytes()},
+             {"lost_bytes", aRecorder.CountLostBytes()},
+             {"unread_bytes", qwUnread ? Json(*qwUnread) : Json(nullptr)},
+             {"error", pSource->strError.empty() ? Json(nullptr) : Json(pSource->strError)}});
     }
     PrintDocument(aDocument);
 }
 
-/// Loss comes before everything else, since a lost byte is what a recorder must not hide.
+/// Loss comes before everything else, since a recorder must never hide it.
 int Judge(const Sources& vecSources, const tagOutcome& aOutcome) {
     bool bLost = false, bFailed = false;
     for (const auto& pSource : vecSources) {
-        const CmInt32 lFailure = pSource->aRecorder.GetFailure();
-        if (lFailure != CACHE_OK) Warn(ResultText("recording " + NameOf(*pSource), lFailure));
-        bFailed = bFailed || lFailure != CACHE_OK || pSource->bInputFailed;
+        bFailed = bFailed || !pSource->strError.empty();
         bLost = bLost || pSource->aRecorder.CountLostBytes() > 0;
     }
     if (bLost) return Exit_Damage;
@@ -205,35 +317,54 @@ int Judge(const Sources& vecSources, const tagOutcome& aOutcome) {
     return aOutcome.bInterrupted ? Exit_Interrupted : Exit_Done;
 }
 
-/// When it returns, everything that was accepted lies in the files.
-void RecordAll(const tagRecordOptions& aOptions, Sources& vecSources) {
+/// For a program, what the lines on standard error have said, as one object.
+void ReportAsJson(const Sources& vecSources, int nExit) {
+    std::string strText;
+    for (const auto& pSource : vecSources)
+        if (!pSource->strError.empty())
+            strText += (strText.empty() ? "recording " : "; recording ") + NameOf(*pSource) +
+                       " failed: " + pSource->strError;
+    if (nExit != Exit_Done) ReportError(strText.empty() ? "interrupted" : strText, nExit);
+}
+
+/// When it returns, everything that was accepted is in the files.
+void RecordAll(const Sources& vecSources, CLoop& aLoop) {
     const Shutdown aShutdown;
     for (const auto& pSource : vecSources) {
-        const CmInt32 lResult = pSource->aRecorder.Open();
-        if (lResult != CACHE_OK)
-            throw CFailure(ResultText(
-                "cannot write " + Printable(pSource->aRecorder.GetPath().u8string()), lResult));
+        if (pSource->aRecorder.Open() != CACHE_OK)
+            throw CFailure("cannot write " + Printable(pSource->aRecorder.GetPath().u8string()) +
+                           ": " + pSource->aRecorder.GetFailureText());
+        pSource->bRecorded = true;
     }
-    CLoop(aOptions, vecSources).Run();
+    aLoop.Run();
     for (const auto& pSource : vecSources) pSource->aRecorder.Close();
 }
 
 }  // namespace
 
 int Record(const tagRecordOptions& aOptions) {
+    Trace::Listen(false);
     const CCmCallerThreadGuard aCallerThread;
+    System::CFileLock aLock;
     Sources vecSources = MakeSources(aOptions);
     OpenInputs(aOptions, vecSources);
+    LockDirectory(aOptions.aPlan, aLock);
+    const CRecordFiles aFiles(aOptions, vecSources);
+    WarnOfUnpackable(vecSources);
     const auto aBegin = std::chrono::steady_clock::now();
-    RecordAll(aOptions, vecSources);
+    CLoop aLoop(aOptions, vecSources);
+    RecordAll(vecSources, aLoop);
+    aLoop.Finish();
     tagOutcome aOutcome;
     aOutcome.dSeconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - aBegin).count();
     aOutcome.bInterrupted = System::IsInterrupted();
     const int nExit = Judge(vecSources, aOutcome);
-    if (aOptions.bJson)
-        PrintJson(aOptions, vecSources, aOutcome);
-    else
+    if (!aOptions.bJson) {
         PrintText(vecSources, aOutcome);
+        return nExit;
+    }
+    PrintJson(aOptions, vecSources, aOutcome);
+    ReportAsJson(vecSources, nExit);
     return nExit;
 }

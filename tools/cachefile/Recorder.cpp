@@ -1,11 +1,14 @@
 #include "tools/cachefile/Recorder.h"
 
+#include <cstring>
+
 #include "async/Shutdown.h"
 #include "platform/CmCallerThread.h"
 #include "tools/HostPath.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Streams.h"
 #include "tools/cachefile/System.h"
+#include "tools/cachefile/Trace.h"
 
 namespace {
 
@@ -31,8 +34,10 @@ CmInt32 CRecorder::Open() {
     if (!m_pHandler) return m_lFailure = CACHE_ERR_OUT_OF_MEMORY;
     CCacheFileManager::Instance().SetTempHomeDir(HostDirectory(m_plan.strHome));
     Note(m_pHandler->Initialize(this));
-    if (m_lFailure == CACHE_OK)
+    if (m_lFailure == CACHE_OK) {
         Note(m_pHandler->OpenWritingFile(StreamFileName(m_describer), m_dwHandle));
+        m_strFileObject = Trace::LastFileObject();
+    }
     while (m_lFailure == CACHE_OK && !m_plan.bSync && !m_bOpenReported) {
         if (System::IsInterrupted()) throw Interrupted();
         Note(CCmCallerThread::WaitAndRun(c_dwTickMilliseconds));
@@ -57,11 +62,22 @@ std::filesystem::path CRecorder::GetPath() const {
     return System::NativePath(m_plan.Directory()) / StreamFileName(m_describer);
 }
 
-std::uint64_t CRecorder::CountLostBytes() const {
+std::string CRecorder::GetFailureText() const {
+    const std::string strText =
+        std::string(CacheFileResultText(m_lFailure)) + " (" + CacheFileResultName(m_lFailure) + ")";
+    const int nErrno = Trace::FirstErrno(m_strFileObject);
+    return nErrno != 0 ? strText + ": " + std::strerror(nErrno) : strText;
+}
+
+std::uint64_t CRecorder::CountStoredBytes() const {
     std::error_code aError;
     const std::uintmax_t nSize = std::filesystem::file_size(GetPath(), aError);
-    const std::uint64_t qwSize = aError ? 0 : nSize;
-    return m_qwBytes > qwSize ? m_qwBytes - qwSize : 0;
+    return aError ? 0 : nSize;
+}
+
+std::uint64_t CRecorder::CountLostBytes() const {
+    const std::uint64_t qwStored = CountStoredBytes();
+    return m_qwBytes > qwStored ? m_qwBytes - qwStored : 0;
 }
 
 void CRecorder::OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType aOpType,

@@ -24,8 +24,9 @@ struct tagPlan {
     std::string Directory() const;  ///< home/ID, as the user would write it
 };
 
-/// Writes one stream of a recording through a write handler of its own, so that what fails can be
-/// told to be its failure. In asynchronous mode the thread has to be the caller thread.
+/// Writes one stream of a recording through a write handler of its own, so that each failure is
+/// known to be this stream's. In asynchronous mode the thread has to be the caller thread. The
+/// system's reasons are known only while the tool listens to the trace (Trace.h).
 class CRecorder : private IFileOpSink {
  public:
     CRecorder(const tagPlan& aPlan, const tagFileDescriber& aDescriber);
@@ -45,10 +46,15 @@ class CRecorder : private IFileOpSink {
     const tagFileDescriber& GetDescriber() const { return m_describer; }
     std::filesystem::path GetPath() const;
     CmInt32 GetFailure() const { return m_lFailure; }  ///< the first one, or 0
+    /// "no space left on the device (CACHE_ERR_DISK_FULL): No space left on device": what the
+    /// failure means, and the system's own reason if it gave one.
+    std::string GetFailureText() const;
     std::uint64_t GetBytes() const { return m_qwBytes; }
     std::uint64_t GetPieces() const { return m_qwPieces; }
 
-    /// How many of the bytes are not in the file, once it is complete.
+    /// How many bytes are in the file, and how many that were taken are not. Until the file is
+    /// complete, bytes that are yet to be written count as lost.
+    std::uint64_t CountStoredBytes() const;
     std::uint64_t CountLostBytes() const;
 
  private:
@@ -66,6 +72,7 @@ class CRecorder : private IFileOpSink {
     const tagFileDescriber m_describer;
     CmUint32 m_dwHandle = 0;
     bool m_bOpenReported = false;
+    std::string m_strFileObject;  // of the library, in its trace lines
     CmInt32 m_lFailure = 0;
     std::uint64_t m_qwBytes = 0;
     std::uint64_t m_qwPieces = 0;

@@ -81,11 +81,12 @@ tagRecording LoadDirectory(const std::string& strPath) {
         const std::string strName = it->path().filename().u8string();
         const auto aDescriber = ParseStreamFileName(strName);
         std::error_code aSizeError;
-        const std::uint64_t qwSize = it->file_size(aSizeError);
-        if (aDescriber && !aSizeError)
+        const bool bFile = it->is_regular_file(aSizeError);
+        const std::uint64_t qwSize = bFile ? it->file_size(aSizeError) : 0;
+        if (aDescriber && bFile && !aSizeError)
             aRecording.vecStreams.push_back(RecordFile(*aDescriber, qwSize));
-        else
-            aRecording.vecOtherFiles.push_back(strName);
+        else if (strName != c_szRecordingLock)
+            (aDescriber ? aRecording.vecNotFiles : aRecording.vecOtherFiles).push_back(strName);
     }
     if (aError) throw CFailure("cannot read " + Printable(strPath) + ": " + aError.message());
     const auto aOrder = [](const tagStream& a) {
@@ -93,7 +94,8 @@ tagRecording LoadDirectory(const std::string& strPath) {
     };
     std::sort(aRecording.vecStreams.begin(), aRecording.vecStreams.end(),
               [&](const tagStream& a, const tagStream& b) { return aOrder(a) < aOrder(b); });
-    std::sort(aRecording.vecOtherFiles.begin(), aRecording.vecOtherFiles.end());
+    for (auto* pNames : {&aRecording.vecOtherFiles, &aRecording.vecNotFiles})
+        std::sort(pNames->begin(), pNames->end());
     for (const tagStream& aStream : aRecording.vecStreams) {
         aRecording.qwSize += aStream.qwExtent;
         if (aStream.aDescriber.wDataType == c_wConfType && !aRecording.dwFileVersion)

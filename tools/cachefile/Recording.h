@@ -8,6 +8,9 @@
 
 #include "download/ContainerIndex.h"
 
+/// The file of a recording directory whose lock shows that a recorder is at work there.
+constexpr char c_szRecordingLock[] = "recording.lock";
+
 /// One stream of a recording: an entry of a container's index, or a record file of a directory.
 struct tagStream {
     tagFileDescriber aDescriber{};
@@ -33,8 +36,11 @@ struct tagRecording {
     std::uint64_t qwSize = 0;                 ///< of the container, or of all record files
     std::optional<CmUint32> dwFileVersion;
     std::optional<CmUint32> dwCBTimeStamp;
-    std::vector<tagStream> vecStreams;       ///< in the order of the index; of a directory, sorted
-    std::vector<std::string> vecOtherFiles;  ///< of a directory: what is no record file
+    std::vector<tagStream> vecStreams;  ///< in the order of the index; of a directory, sorted
+    std::vector<std::string>
+        vecOtherFiles;  ///< of a directory: what is not named like a record file
+    std::vector<std::string>
+        vecNotFiles;  ///< of a directory: what is named like one, but is no file
 
     bool IsContainer() const { return pIndex != nullptr; }
     /// The first stream with exactly this type, id and kind, or null.

@@ -1,6 +1,7 @@
 #include "tools/cachefile/StreamTable.h"
 
 #include "tools/cachefile/Output.h"
+#include "tools/cachefile/Streams.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ std::pair<std::string, Style> State(const tagStream& aStream) {
     if (aStream.lpBarred) return {aStream.lpBarred, Style::Red};
     if (aStream.qwPresent < aStream.qwExtent)
         return {"lacks " + Grouped(aStream.qwExtent - aStream.qwPresent), Style::Red};
+    if (aStream.qwPresent >= c_qwPlayable) return {"above 4 GiB", Style::Yellow};
     return {"reachable", Style::Green};
 }
 
@@ -38,6 +40,8 @@ Json ToJson(const tagStream& aStream, std::size_t nNumber, bool bContainer) {
     aFields.emplace_back("extent_derived", bContainer);
     aFields.emplace_back("present", aStream.qwPresent);
     aFields.emplace_back("reachable", aStream.IsReachable());
+    if (!bContainer)
+        aFields.emplace_back("packable", PackFault(aStream.aDescriber, aStream.qwExtent).empty());
     aFields.emplace_back("hidden_by", aStream.nHiddenBy ? Json(aStream.nHiddenBy) : Json(nullptr));
     if (bContainer) aFields.emplace_back("entry_offset", aStream.qwEntryOffset);
     return aJson;
@@ -82,7 +86,16 @@ void PrintStreams(const tagRecording& aRecording) {
     aTable.PrintAndForget();
 }
 
-void PrintWithStreams(const Json& aDocument, const tagRecording& aRecording) {
+void WarnOfStreams(const tagRecording& aRecording) {
+    for (const std::string& strName : aRecording.vecNotFiles)
+        Warn(Printable(aRecording.strPath + "/" + strName) +
+             " is named like a record file, but is not a file");
+    for (const tagStream& aStream : aRecording.vecStreams)
+        WarnOfSize(aStream.aDescriber, aStream.qwPresent);
+}
+
+void PrintWithStreams(Json aDocument, const tagRecording& aRecording) {
+    if (!aRecording.IsContainer()) aDocument["not_files"] = aRecording.vecNotFiles;
     PrintDocument(aDocument, "streams", aRecording.vecStreams.size(), [&](std::size_t i) {
         return ToJson(aRecording.vecStreams[i], i + 1, aRecording.IsContainer());
     });

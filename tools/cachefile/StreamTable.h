@@ -6,8 +6,11 @@
 /// The streams of a recording, one a line.
 void PrintStreams(const tagRecording& aRecording);
 
+/// Warns of what a user of the recording should know of its files and streams.
+void WarnOfStreams(const tagRecording& aRecording);
+
 /// The document with them as its last field.
-void PrintWithStreams(const Json& aDocument, const tagRecording& aRecording);
+void PrintWithStreams(Json aDocument, const tagRecording& aRecording);
 
 /// A value that may not be known.
 template <class T>

@@ -3,7 +3,9 @@
 #include <charconv>
 #include <string_view>
 
+#include "download/ContainerFormat.h"
 #include "tools/cachefile/Exit.h"
+#include "tools/cachefile/Output.h"
 
 namespace {
 
@@ -61,7 +63,25 @@ tagFileDescriber RequireStream(const std::string& strName) {
     const std::optional<tagFileDescriber> aDescriber = ParseStreamName(strName);
     if (aDescriber) return *aDescriber;
     throw CFailure("'" + strName +
-                       "' names no stream: TYPE:ID:KIND, all decimal, is wanted (TYPE up to 65535, "
-                       "KIND from 1 to 255)",
+                       "' is not a stream name: expected TYPE:ID:KIND, all decimal (TYPE up to "
+                       "65535, KIND from 1 to 255)",
                    Exit_Usage);
+}
+
+std::string PackFault(const tagFileDescriber& aDescriber, std::uint64_t qwSize) {
+    tagMRFD aEntry{};
+    if (FileDescriberToTag(aDescriber, aEntry) != CACHE_OK)
+        return "no container tag has its type, kind and id";
+    if (qwSize >= c_qwPlayable) return "it is larger than 4 GiB - 1 bytes";
+    if (aEntry.wTag == c_wConfTag && qwSize < c_dwEntryFileHeaderSize)
+        return "it is shorter than the " + std::to_string(c_dwEntryFileHeaderSize) +
+               " bytes of its header";
+    return {};
+}
+
+void WarnOfSize(const tagFileDescriber& aDescriber, std::uint64_t qwSize) {
+    if (qwSize >= c_qwPlayable)
+        Warn(StreamName(aDescriber) +
+             " is larger than 4 GiB - 1 bytes: no container can hold it, and only its first 4 GiB "
+             "can be played");
 }

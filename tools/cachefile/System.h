@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,8 +10,9 @@
 /// anywhere else.
 namespace System {
 
-/// At the start of the process: streams without newline translation, a closed pipe is an error
-/// and not the end, interrupts are noted (IsInterrupted) and break off what waits.
+/// The first call of the process. Opens the null device in place of standard files that are
+/// closed, turns newline translation off, makes a closed pipe a failed write instead of a signal,
+/// and notes interrupts (IsInterrupted), which also end a wait.
 void Prepare();
 
 bool IsInterrupted();
@@ -35,11 +38,54 @@ inline std::filesystem::path NativePath(const std::string& strPath) {
     return std::filesystem::u8path(Utf8Path(strPath));
 }
 
-/// A name that no other process uses at this time, for the file that is to become aPath.
-std::filesystem::path TemporaryName(const std::filesystem::path& aPath);
+/// The number of this process.
+long ProcessNumber();
 
 /// Makes an empty file where nothing is, not even a link. False with errno on failure.
 bool MakeNewFile(const std::filesystem::path& aPath);
+
+/// A new file that this process alone writes. It is locked until it is closed, so another process
+/// can find out whether its writer is still at work. Functions return false with errno on failure.
+class CNewFile {
+ public:
+    CNewFile() = default;
+    ~CNewFile() { Close(); }
+    CNewFile(const CNewFile&) = delete;
+    CNewFile& operator=(const CNewFile&) = delete;
+
+    /// Makes the file where nothing is, not even a link. Where the file system has no locks, the
+    /// file is made without one.
+    bool Create(const std::filesystem::path& aPath);
+    bool Write(const void* lpData, std::size_t nLength);
+    /// Waits until the disk has the bytes. A file that cannot be synced by its kind counts as done.
+    bool Sync();
+    bool Close();
+
+ private:
+    int m_nFile = -1;
+};
+
+/// Removes a regular file that no CNewFile of any process holds. Does nothing when that is unknown.
+void RemoveAbandoned(const std::filesystem::path& aPath);
+
+/// An exclusive lock on a file. The system releases it when the process ends; the file stays.
+/// Child processes do not inherit it.
+class CFileLock {
+ public:
+    enum Outcome { Taken, Held, Unknown };
+
+    CFileLock() = default;
+    ~CFileLock();
+    CFileLock(const CFileLock&) = delete;
+    CFileLock& operator=(const CFileLock&) = delete;
+
+    /// Makes the file if it is missing, and locks it without waiting. Held: another process has
+    /// the lock. Unknown, with errno: the file cannot be made, or its file system has no locks.
+    Outcome Take(const std::filesystem::path& aPath);
+
+ private:
+    std::intptr_t m_nFile = -1;
+};
 
 /// Gives a file its final name. Without bReplace it fails where something has that name already,
 /// with an error of file_exists.
@@ -57,8 +103,12 @@ class CInput {
     CInput(const CInput&) = delete;
     CInput& operator=(const CInput&) = delete;
 
-    /// False with errno on failure.
+    /// False with errno on failure. What cannot be read at all (a directory, a closed standard
+    /// input) fails here.
     bool Open(const std::string& strPath);
+
+    /// How many bytes a file has from the place on that is read next; nothing for what is no file.
+    std::optional<std::uint64_t> CountUnread() const;
 
     /// Whether aPath is the file that is read, whatever name it was opened by.
     bool IsFile(const std::filesystem::path& aPath) const;

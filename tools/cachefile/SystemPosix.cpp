@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,6 +34,13 @@ void Handle(int nSignal, void (*pHandler)(int)) {
     ::sigaction(nSignal, &aAction, nullptr);  // without SA_RESTART: waiting calls come back
 }
 
+/// A process that was started without one of its standard files would open another file in its
+/// place and mix the two. Input from a closed descriptor fails; output to one is discarded.
+void OpenStandardFiles() {
+    for (int nFile = STDIN_FILENO; nFile <= STDERR_FILENO; ++nFile)
+        if (::fcntl(nFile, F_GETFD) < 0 && ::open("/dev/null", O_WRONLY) != nFile) return;
+}
+
 /// An interrupt that whoever started us has switched off stays off.
 void HandleInterrupt(int nSignal) {
     struct sigaction aBefore = {};
@@ -45,9 +53,7 @@ void HandleInterrupt(int nSignal) {
 namespace System {
 
 void Prepare() {
-    // What was started without standard input must not take the next file for it. Reading fails.
-    for (int nFile = 0; nFile == STDIN_FILENO && ::fcntl(nFile, F_GETFD) < 0;)
-        nFile = ::open("/dev/null", O_WRONLY);
+    OpenStandardFiles();
     Handle(SIGPIPE, SIG_IGN);
     Handle(SIGXFSZ, SIG_IGN);  // a write beyond the limit is a failed write
     if (::pipe(s_aWakePipe) == 0)
@@ -94,19 +100,82 @@ int WriteOutput(const char* lpData, std::size_t nLength) {
 bool IsClosedPipe(int nErrno) { return nErrno == EPIPE; }
 
 std::string PathFault(const std::string& strPath) {
-    if (strPath.empty()) return "a path can't be empty";
-    return strPath.find('\\') == std::string::npos ? "" : "no path with a backslash can be used";
+    if (strPath.empty()) return "a path cannot be empty";
+    return strPath.find('\\') == std::string::npos ? "" : "a path cannot contain a backslash";
 }
 
 std::string Utf8Path(const std::string& strPath) { return strPath; }
 
-std::filesystem::path TemporaryName(const std::filesystem::path& aPath) {
-    return aPath.string() + "." + std::to_string(::getpid()) + ".partial";
-}
+long ProcessNumber() { return ::getpid(); }
 
 bool MakeNewFile(const std::filesystem::path& aPath) {
     const int nFile = ::open(aPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     return nFile >= 0 && ::close(nFile) == 0;
+}
+
+bool CNewFile::Create(const std::filesystem::path& aPath) {
+    for (;; Close()) {
+        m_nFile = ::open(aPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (m_nFile < 0) return false;
+        // Before it was locked, another process may have taken it for an abandoned one.
+        struct stat aStat = {};
+        if (::flock(m_nFile, LOCK_EX | LOCK_NB) != 0) {
+            if (errno != EWOULDBLOCK) return true;
+        } else if (::fstat(m_nFile, &aStat) != 0 || aStat.st_nlink > 0) {
+            return true;
+        }
+    }
+}
+
+bool CNewFile::Write(const void* lpData, std::size_t nLength) {
+    const auto* lpBytes = static_cast<const char*>(lpData);
+    while (nLength > 0) {
+        const ssize_t nWritten = ::write(m_nFile, lpBytes, nLength);
+        if (nWritten < 0 && errno != EINTR) return false;
+        if (nWritten < 0) continue;
+        lpBytes += nWritten;
+        nLength -= static_cast<std::size_t>(nWritten);
+    }
+    return true;
+}
+
+bool CNewFile::Sync() {
+    int nResult = 0;
+    do nResult = ::fsync(m_nFile);
+    while (nResult != 0 && errno == EINTR);
+    return nResult == 0 || errno == EINVAL || errno == ENOTSUP;
+}
+
+bool CNewFile::Close() {
+    const int nFile = m_nFile;
+    m_nFile = -1;
+    return nFile < 0 || ::close(nFile) == 0;
+}
+
+void RemoveAbandoned(const std::filesystem::path& aPath) {
+    const int nFile = ::open(aPath.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (nFile < 0) return;
+    struct stat aOpened = {}, aNamed = {};
+    // Locked, it cannot be replaced by a new one: that would have to be made where nothing is.
+    if (::fstat(nFile, &aOpened) == 0 && S_ISREG(aOpened.st_mode) &&
+        ::flock(nFile, LOCK_EX | LOCK_NB) == 0 && ::lstat(aPath.c_str(), &aNamed) == 0 &&
+        aOpened.st_dev == aNamed.st_dev && aOpened.st_ino == aNamed.st_ino)
+        ::unlink(aPath.c_str());
+    ::close(nFile);
+}
+
+CFileLock::~CFileLock() {
+    if (m_nFile >= 0) ::close(static_cast<int>(m_nFile));
+}
+
+CFileLock::Outcome CFileLock::Take(const std::filesystem::path& aPath) {
+    constexpr int c_nFlags = O_NONBLOCK | O_CLOEXEC;  // not to wait for the other end of a FIFO
+    int nFile = ::open(aPath.c_str(), O_RDWR | O_CREAT | c_nFlags, 0666);
+    if (nFile < 0) nFile = ::open(aPath.c_str(), O_RDONLY | c_nFlags);  // another user's
+    if (nFile < 0) return Unknown;
+    m_nFile = nFile;
+    if (::flock(nFile, LOCK_EX | LOCK_NB) == 0) return Taken;
+    return errno == EWOULDBLOCK ? Held : Unknown;
 }
 
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
@@ -131,18 +200,24 @@ void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo
 void EndNow(int nExit) { ::_exit(nExit); }
 
 CInput::~CInput() {
-    if (m_bOwned) ::close(m_nFile);
+    if (m_bOwned && m_nFile >= 0) ::close(m_nFile);
 }
 
 bool CInput::Open(const std::string& strPath) {
-    if (strPath == "-") {
-        m_nFile = STDIN_FILENO;
-        return true;
-    }
+    m_bOwned = strPath != "-";
     // Without O_NONBLOCK the open of a FIFO waits for its writer, and nothing else goes on.
-    m_nFile = ::open(strPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    m_bOwned = m_nFile >= 0;
-    return m_bOwned;
+    m_nFile = m_bOwned ? ::open(strPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC) : STDIN_FILENO;
+    struct stat aStat = {};
+    if (m_nFile < 0 || ::fstat(m_nFile, &aStat) != 0) return false;
+    errno = S_ISDIR(aStat.st_mode) ? EISDIR : EBADF;
+    return !S_ISDIR(aStat.st_mode) && (::fcntl(m_nFile, F_GETFL) & O_ACCMODE) != O_WRONLY;
+}
+
+std::optional<std::uint64_t> CInput::CountUnread() const {
+    struct stat aStat = {};
+    const off_t nAt = ::lseek(m_nFile, 0, SEEK_CUR);
+    if (nAt < 0 || ::fstat(m_nFile, &aStat) != 0 || !S_ISREG(aStat.st_mode)) return {};
+    return aStat.st_size > nAt ? static_cast<std::uint64_t>(aStat.st_size - nAt) : 0;
 }
 
 bool CInput::IsFile(const std::filesystem::path& aPath) const {

@@ -21,6 +21,24 @@ BOOL WINAPI OnInterrupt(DWORD /*dwEvent*/) {
     return TRUE;
 }
 
+int ErrnoOf(DWORD dwError) {
+    switch (dwError) {
+        case ERROR_FILE_EXISTS:
+        case ERROR_ALREADY_EXISTS:
+            return EEXIST;
+        case ERROR_FILE_NOT_FOUND:
+        case ERROR_PATH_NOT_FOUND:
+            return ENOENT;
+        case ERROR_DISK_FULL:
+            return ENOSPC;
+        case ERROR_ACCESS_DENIED:
+        case ERROR_SHARING_VIOLATION:
+            return EACCES;
+        default:
+            return EIO;
+    }
+}
+
 /// Has the console understand colours; one that can't shows none.
 bool ShowsColours(DWORD dwHandle) {
     const HANDLE hConsole = ::GetStdHandle(dwHandle);
@@ -29,12 +47,27 @@ bool ShowsColours(DWORD dwHandle) {
            ::SetConsoleMode(hConsole, dwMode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
 }
 
+/// A process that was started without one of its standard files would open another file in its
+/// place and mix the two. Input from a closed one fails; output to one is discarded.
+void OpenStandardFiles() {
+    _set_thread_local_invalid_parameter_handler(
+        [](const wchar_t*, const wchar_t*, const wchar_t*, unsigned int, uintptr_t) {});
+    for (int nFile = 0; nFile <= 2; ++nFile) {
+        if (::_get_osfhandle(nFile) >= 0) continue;
+        const int nNull = ::_wopen(L"NUL", _O_WRONLY | _O_BINARY);
+        if (nNull < 0 || nNull == nFile) continue;
+        ::_dup2(nNull, nFile);
+        ::_close(nNull);
+    }
+}
+
 }  // namespace
 
 namespace System {
 
 void Prepare() {
-    for (std::FILE* const pStream : {stdin, stdout}) ::_setmode(::_fileno(pStream), _O_BINARY);
+    OpenStandardFiles();
+    for (const int nFile : {0, 1}) ::_setmode(nFile, _O_BINARY);
     // A console takes what the process writes for its own encoding; it gets that back at the end.
     static const UINT s_nConsole = ::GetConsoleOutputCP();
     ::SetConsoleOutputCP(::GetACP());
@@ -68,7 +101,7 @@ int WriteOutput(const char* lpData, std::size_t nLength) {
 bool IsClosedPipe(int nErrno) { return nErrno == EPIPE || nErrno == EINVAL; }
 
 std::string PathFault(const std::string& strPath) {
-    return strPath.empty() ? "a path can't be empty" : "";
+    return strPath.empty() ? "a path cannot be empty" : "";
 }
 
 std::string Utf8Path(const std::string& strPath) {
@@ -78,16 +111,72 @@ std::string Utf8Path(const std::string& strPath) {
     return std::filesystem::path(strWide).u8string();
 }
 
-std::filesystem::path TemporaryName(const std::filesystem::path& aPath) {
-    std::filesystem::path aName = aPath;
-    aName += "." + std::to_string(::_getpid()) + ".partial";
-    return aName;
-}
+long ProcessNumber() { return ::_getpid(); }
 
 bool MakeNewFile(const std::filesystem::path& aPath) {
     const int nFile =
         ::_wopen(aPath.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
     return nFile >= 0 && ::_close(nFile) == 0;
+}
+
+/// What is open for writing is locked here: only reading, renaming and removing are shared.
+bool CNewFile::Create(const std::filesystem::path& aPath) {
+    const HANDLE hFile =
+        ::CreateFileW(aPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                      CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (hFile == INVALID_HANDLE_VALUE) {
+        errno = ErrnoOf(::GetLastError());
+        return false;
+    }
+    m_nFile = ::_open_osfhandle(reinterpret_cast<intptr_t>(hFile), _O_BINARY | _O_NOINHERIT);
+    if (m_nFile < 0) ::CloseHandle(hFile);
+    return m_nFile >= 0;
+}
+
+bool CNewFile::Write(const void* lpData, std::size_t nLength) {
+    const auto* lpBytes = static_cast<const char*>(lpData);
+    while (nLength > 0) {
+        const auto nPart = static_cast<unsigned int>(nLength < 0x40000000 ? nLength : 0x40000000);
+        const int nWritten = ::_write(m_nFile, lpBytes, nPart);
+        if (nWritten <= 0) return false;
+        lpBytes += nWritten;
+        nLength -= static_cast<std::size_t>(nWritten);
+    }
+    return true;
+}
+
+bool CNewFile::Sync() { return ::_commit(m_nFile) == 0; }
+
+bool CNewFile::Close() {
+    const int nFile = m_nFile;
+    m_nFile = -1;
+    return nFile < 0 || ::_close(nFile) == 0;
+}
+
+void RemoveAbandoned(const std::filesystem::path& aPath) {
+    // It is opened only when nobody else has it open, and removed when it is closed.
+    const HANDLE hFile =
+        ::CreateFileW(aPath.c_str(), DELETE, 0, nullptr, OPEN_EXISTING,
+                      FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    if (hFile != INVALID_HANDLE_VALUE) ::CloseHandle(hFile);
+}
+
+CFileLock::~CFileLock() {
+    if (m_nFile != -1) ::CloseHandle(reinterpret_cast<HANDLE>(m_nFile));
+}
+
+CFileLock::Outcome CFileLock::Take(const std::filesystem::path& aPath) {
+    const HANDLE hFile = ::CreateFileW(aPath.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                       nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    m_nFile = reinterpret_cast<std::intptr_t>(hFile);  // -1 for none
+    OVERLAPPED aPlace = {};
+    if (hFile != INVALID_HANDLE_VALUE &&
+        ::LockFileEx(hFile, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &aPlace))
+        return Taken;
+    const DWORD dwError = ::GetLastError();
+    errno = ErrnoOf(dwError);
+    return dwError == ERROR_LOCK_VIOLATION || dwError == ERROR_IO_PENDING ? Held : Unknown;
 }
 
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
@@ -115,6 +204,14 @@ bool CInput::Open(const std::string& strPath) {
     m_nFile = ::_wopen(NativePath(strPath).c_str(), _O_RDONLY | _O_BINARY | _O_NOINHERIT);
     m_bOwned = m_nFile >= 0;
     return m_bOwned;
+}
+
+std::optional<std::uint64_t> CInput::CountUnread() const {
+    const auto hFile = reinterpret_cast<HANDLE>(::_get_osfhandle(m_nFile));
+    if (::GetFileType(hFile) != FILE_TYPE_DISK) return {};
+    const long long nSize = ::_filelengthi64(m_nFile), nAt = ::_telli64(m_nFile);
+    if (nSize < 0 || nAt < 0) return {};
+    return nSize > nAt ? static_cast<std::uint64_t>(nSize - nAt) : 0;
 }
 
 bool CInput::IsFile(const std::filesystem::path& aPath) const {

@@ -23,9 +23,9 @@ _cachefile()
         play) options="$common --stream --offset --length" ;;
         info | list) options="$common --json" ;;
         doctor) options="$common --json --all" ;;
-        map) options="$common --output --force" ;;
-        extract) options="$common --output --stream --allow-overlap --force --progress" ;;
-        pack) options="$common --output --index --version --timestamp --verify --force --progress" ;;
+        map) options="$common --output --force --json" ;;
+        extract) options="$common --output --stream --allow-overlap --force --json --progress" ;;
+        pack) options="$common --output --stream --skip-unpackable --index --version --timestamp --verify --force --json --progress" ;;
         bench) options="$common --size --piece --rounds --dir --json" ;;
     esac
     if [[ $word == -* ]]; then
