@@ -9,7 +9,8 @@ constexpr CmUint32 c_dwBlockSize = 32768;
 
 }  // namespace
 
-CRefPtr<IFileOperation> BuildFileChain(FileChainKind aKind, int bAsync, IFileOpStatus* pReceive) {
+CRefPtr<IFileOperation> CFileChain::Build(FileChainKind aKind, int bAsync,
+                                          IFileOpStatus* pReceive) {
     CFileOperationFactory* const pFactory = CFileOperationFactory::Instance();
     CRefPtr<IFileOperation> pTop = pFactory->CreateLocalFile(aKind == FileChainKind::Download);
     if (pTop && bAsync) {
@@ -17,8 +18,9 @@ CRefPtr<IFileOperation> BuildFileChain(FileChainKind aKind, int bAsync, IFileOpS
         const CRefPtr<ACmThread> pCallerThread = pThreads->GetCallerThread();
         if (!pCallerThread)
             CM_TRACE_ERROR(
-                "BuildFileChain->No caller thread: asynchronous files need the host's thread "
-                "attached (CCmCallerThread::Attach)");
+                "CFileChain::Build->No caller thread: asynchronous files need the host's thread "
+                "attached (CCmCallerThread::Attach) this="
+                << pReceive);
         pTop = pFactory->CreateFileThreadProxy(pThreads->GetPrimaryNFSThread().Get(),
                                                pCallerThread.Get(), pTop.Get(), pReceive,
                                                CCacheFileManager::Link_Local);

@@ -11,8 +11,14 @@
 ///     Download      local file (UTF-8)     proxy, local file (UTF-8)
 enum class FileChainKind { WriteRecord, PlayRecord, Download };
 
-/// Builds the chain of one file of a handler, which receives the results of an asynchronous one.
-/// An asynchronous chain uses the thread attached at this moment and the R/W thread, which it
-/// starts if need be; without either the chain is built all the same and its Open answers
-/// CACHE_ERR_INVALID_STATE. Null if there is no memory for one of the links.
-CRefPtr<IFileOperation> BuildFileChain(FileChainKind aKind, int bAsync, IFileOpStatus* pReceive);
+/// The one place where chains are put together. It has no state; the thread that drives the
+/// handlers calls it.
+class CFileChain {
+ public:
+    /// Builds the chain of one file of the handler pReceive, which receives the results of an
+    /// asynchronous one. An asynchronous chain uses the thread attached at this moment and the R/W
+    /// thread, which it starts if need be; without either the chain is built all the same and its
+    /// Open returns CACHE_ERR_INVALID_STATE. A missing caller thread is traced, with the handler's
+    /// address. Returns null if there is no memory for one of the links.
+    static CRefPtr<IFileOperation> Build(FileChainKind aKind, int bAsync, IFileOpStatus* pReceive);
+};

@@ -27,7 +27,7 @@ CCacheFileManager::~CCacheFileManager() = default;
 CCmString& CCacheFileManager::GetTempHomeDir() { return m_strTempHomeDir; }
 
 void CCacheFileManager::SetTempHomeDir(const CCmString& strDir) {
-    SetDirectory(m_strTempHomeDir, strDir);
+    CHomeDir(m_strTempHomeDir, "CCacheFileManager::SetTempHomeDir", this).Set(strDir);
 }
 
 int CCacheFileManager::GetLinkStatusFromMap(std::uintptr_t dwHandlerKey, LinkType aLinkType) {

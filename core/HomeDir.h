@@ -2,11 +2,25 @@
 
 #include "platform/CmTypes.h"
 
-/// How the manager and the handlers form their directories. None of them throws: without memory
-/// the directory stays as it was, which is traced, and the result is CACHE_ERR_OUT_OF_MEMORY.
+/// Forms the directories of the manager and the handlers. Nothing is thrown: without memory the
+/// directory stays as it was, the result is CACHE_ERR_OUT_OF_MEMORY, and a line with the class and
+/// operation and the object that wanted the change is traced.
+class CHomeDir {
+ public:
+    /// lpOperation, "CLASS::OPERATION", must stay valid while this lives. strDirectory is changed.
+    CHomeDir(CCmString& strDirectory, const char* lpOperation, const void* pObject)
+        : m_strDirectory(strDirectory), m_lpOperation(lpOperation), m_pObject(pObject) {}
 
-/// Makes strDirectory what strNew says, with a backslash appended unless it is empty or has one.
-CmInt32 SetDirectory(CCmString& strDirectory, const CCmString& strNew);
+    /// Makes the directory strNew, with a backslash appended unless it is empty or has one.
+    CmInt32 Set(const CCmString& strNew);
 
-/// Appends the manager's home directory, the record identifier in decimal and a backslash.
-CmInt32 AppendRecordDirectory(CCmString& strDirectory, CmUint32 dwRecordID);
+    /// Appends the manager's home directory, the record identifier in decimal and a backslash.
+    CmInt32 AppendRecord(CmUint32 dwRecordID);
+
+ private:
+    CmInt32 OutOfMemory() const;
+
+    CCmString& m_strDirectory;
+    const char* const m_lpOperation;
+    const void* const m_pObject;
+};

@@ -52,7 +52,7 @@ CmInt32 CDownloadFileHandler::OpenDownloadedFile(const CCmString& strFilePath,
     CM_TRACE_INFO("CDownloadFileHandler::OpenDownloadedFile->Open downloaded file="
                   << strFilePath << " this=" << this);
     vecFileDescriber.clear();
-    m_pFileOp = BuildFileChain(FileChainKind::Download, m_bAsync, m_pParent);
+    m_pFileOp = CFileChain::Build(FileChainKind::Download, m_bAsync, m_pParent);
     if (!m_pFileOp) {
         CM_TRACE_ERROR("CDownloadFileHandler::OpenDownloadedFile->Low memory to open file, file="
                        << strFilePath << " this=" << this);

@@ -37,11 +37,11 @@ CmInt32 CPlayFileHandler::Initialize(IFileOpSink* pSink) {
     m_pSink = pSink;
     m_LinkType = CCacheFileManager::Link_Local;
     m_OpType = CCacheFileManager::Op_Open;
-    return AppendRecordDirectory(m_strHomeDir, m_dwRecordID);
+    return CHomeDir(m_strHomeDir, "CPlayFileHandler::Initialize", this).AppendRecord(m_dwRecordID);
 }
 
 void CPlayFileHandler::SetHomeDir(const CCmString& strHomeDir) {
-    SetDirectory(m_strHomeDir, strHomeDir);
+    CHomeDir(m_strHomeDir, "CPlayFileHandler::SetHomeDir", this).Set(strHomeDir);
 }
 
 CCmString& CPlayFileHandler::GetTempHomeDir() { return m_strHomeDir; }
@@ -50,7 +50,8 @@ CmInt32 CPlayFileHandler::OpenRecordFile(const CCmString& strFileName,
                                          const tagFileDescriber& aFileDescriber, int bWrite) try {
     CM_CHECK(!m_pDownloadFile, "!m_pDownloadFile", CACHE_ERR_INVALID_STATE);
     const CCmString strPath = m_strHomeDir + strFileName;
-    const CRefPtr<IFileOperation> pFile = BuildFileChain(FileChainKind::PlayRecord, m_bAsync, this);
+    const CRefPtr<IFileOperation> pFile =
+        CFileChain::Build(FileChainKind::PlayRecord, m_bAsync, this);
     CM_CHECK(pFile, "pFile.Get( )", CACHE_ERR_OUT_OF_MEMORY);
     // The list takes the file first: once it is open nothing may fail any more.
     m_vecRecordFiles.Add({aFileDescriber, pFile});

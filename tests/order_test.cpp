@@ -37,8 +37,8 @@ TEST_F(Order, WithoutAnAttachedThreadAnOpenIsRefusedAndTracedWhy) {
     EXPECT_EQ(aRecording.TryOpen("a"), 4010);
     EXPECT_EQ(
         m_trace.TakeErrors(),
-        "BuildFileChain->No caller thread: asynchronous files need the host's thread attached "
-        "(CCmCallerThread::Attach)\n" +
+        "CFileChain::Build->No caller thread: asynchronous files need the host's thread attached "
+        "(CCmCallerThread::Attach) this=*\n" +
             Assertion("async/FileThreadProxy.cpp",
                       "pRWThread && pCallerThread && pActualFile && pReceive") +
             Assertion("async/FileThreadProxy.cpp", "m_pRWThread && m_pCallerThread") +

@@ -39,11 +39,11 @@ CmInt32 CWriteFileHandler::Initialize(IFileOpSink* pSink) {
     m_pSink = pSink;
     m_LinkType = CCacheFileManager::Link_Local;
     m_OpType = CCacheFileManager::Op_Open;
-    return AppendRecordDirectory(m_strHomeDir, m_dwRecordID);
+    return CHomeDir(m_strHomeDir, "CWriteFileHandler::Initialize", this).AppendRecord(m_dwRecordID);
 }
 
 void CWriteFileHandler::SetHomeDir(const CCmString& strHomeDir) {
-    SetDirectory(m_strHomeDir, strHomeDir);
+    CHomeDir(m_strHomeDir, "CWriteFileHandler::SetHomeDir", this).Set(strHomeDir);
 }
 
 CCmString& CWriteFileHandler::GetTempHomeDir() { return m_strHomeDir; }
@@ -52,7 +52,7 @@ CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint3
     dwHandle = 0;
     const CCmString strPath = m_strHomeDir + strFileName;
     const CRefPtr<IFileOperation> pFile =
-        BuildFileChain(FileChainKind::WriteRecord, m_bAsync, this);
+        CFileChain::Build(FileChainKind::WriteRecord, m_bAsync, this);
     if (!pFile) throw std::bad_alloc();
     // The list takes the file first: once it is open nothing may fail any more.
     m_vecWriteFiles.push_back({NewHandle(), pFile});
