@@ -96,8 +96,9 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
     /// Sets dwLength to the length of a stream of the open container: a read that goes further runs
     /// into the next stream. The index tells only where streams begin, so the length is derived, as
     /// docs/container-format.md describes; bytes that the file lacks don't count. The first request
-    /// walks the index a second time, which takes about as long as the open did, and keeps 4 bytes
-    /// for each stream; further requests take constant time. In asynchronous mode the walk runs on
+    /// walks the index a second time and sorts its offsets, which takes about as long as the open,
+    /// or several times as long if the index is in no order; it keeps 4 bytes for each stream.
+    /// Further requests take constant time. In asynchronous mode the walk runs on
     /// the worker thread, after what was queued before, and this call waits for it; no callback
     /// follows.
     /// 4009: no such stream. 4010: no container was opened (the host knows the sizes of its record
