@@ -330,8 +330,10 @@ class Record(Cli):
                 "record", str(number), "--stream", "4:7004:4=fifo", "--stream", "1:1001:2=in", *mode,
                 preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000)))
             with open(self.path("fifo"), "wb") as fifo:
-                self.assertIn(b"recording 1:1001:2 failed: ", process.stderr.readline())
+                reported = select.select([process.stderr], [], [], 30)[0]
+                error = process.stderr.readline() if reported else b""
                 fifo.write(b"later")
+            self.assertIn(b"recording 1:1001:2 failed: ", error)
             self.assertEqual(process.communicate(timeout=100)[1], b"")
             self.assertEqual(self.read("kvr2/%d/4_7004-4.dat" % number), b"later")
 

@@ -1,155 +1,18 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <optional>
-#include <set>
 
-#include "download/ContainerFormat.h"
 #include "platform/CmCallerThread.h"
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
-#include "tools/cachefile/OutputFile.h"
-#include "tools/cachefile/Recorder.h"
-#include "tools/cachefile/Recording.h"
+#include "tools/cachefile/Sources.h"
 #include "tools/cachefile/Streams.h"
 #include "tools/cachefile/System.h"
 #include "tools/cachefile/Trace.h"
 
 namespace {
-
-/// What one stream is made of, and how far it is.
-struct tagSource {
-    tagSource(const tagPlan& aPlan, const tagFileDescriber& aDescriber, std::string strFile)
-        : strPath(std::move(strFile)), aRecorder(aPlan, aDescriber) {}
-
-    void End() {
-        bEnded = true;
-        aRecorder.Close();
-    }
-
-    /// As soon as it is known how large the stream is or will be.
-    void WarnOnceOfSize(std::uint64_t qwSize) {
-        if (bLarge || qwSize < c_qwPlayable) return;
-        bLarge = true;
-        WarnOfSize(aRecorder.GetDescriber(), qwSize);
-    }
-
-    const std::string strPath;
-    System::CInput aInput;
-    CRecorder aRecorder;
-    bool bEnded = false;
-    bool bFileMade = false;  // by this process, and not there before
-    bool bRecorded = false;  // the file holds what the input had, be it nothing
-    std::string strError;    // why the stream is not complete; reported
-    bool bLarge = false;     // and warned of
-};
-using Sources = std::vector<std::unique_ptr<tagSource>>;
-
-std::string NameOf(const tagSource& aSource) {
-    return StreamName(aSource.aRecorder.GetDescriber());
-}
-
-Sources MakeSources(const tagRecordOptions& aOptions) {
-    Sources vecSources;
-    std::set<std::string> setNames, setInputs;
-    for (const std::string& strStream : aOptions.vecStreams) {
-        const std::size_t nEqual = strStream.find('=');
-        if (nEqual == std::string::npos || nEqual + 1 == strStream.size())
-            throw CFailure("--stream " + strStream + ": expected STREAM=FILE", Exit_Usage);
-        const tagFileDescriber aDescriber = RequireStream(strStream.substr(0, nEqual));
-        const std::string strInput = strStream.substr(nEqual + 1);
-        if (!setNames.insert(StreamName(aDescriber)).second)
-            throw CFailure("the stream " + StreamName(aDescriber) + " is given twice", Exit_Usage);
-        if (!setInputs.insert(strInput).second && strInput == "-")
-            throw CFailure("standard input cannot be two streams", Exit_Usage);
-        vecSources.push_back(std::make_unique<tagSource>(aOptions.aPlan, aDescriber, strInput));
-    }
-    return vecSources;
-}
-
-/// Opens the inputs and sees that none of them, and nothing else, would be overwritten.
-void OpenInputs(const tagRecordOptions& aOptions, const Sources& vecSources) {
-    for (const auto& pSource : vecSources)
-        if (!pSource->aInput.Open(pSource->strPath))
-            throw CFailure("cannot open " + Printable(pSource->strPath) + ": " +
-                           std::strerror(errno));
-    for (const auto& pTarget : vecSources)
-        for (const auto& pInput : vecSources)
-            if (pInput->aInput.IsFile(pTarget->aRecorder.GetPath()))
-                throw CFailure(Printable(pInput->strPath) + " would be overwritten");
-    for (const auto& pTarget : vecSources)
-        RequireFree(pTarget->aRecorder.GetPath(), aOptions.bForce);
-}
-
-/// Makes the directory, and holds it against every other recorder as long as the lock lives.
-void LockDirectory(const tagPlan& aPlan, System::CFileLock& aLock) {
-    const std::filesystem::path aDirectory = System::NativePath(aPlan.Directory());
-    std::error_code aError;
-    std::filesystem::create_directories(aDirectory, aError);
-    if (!std::filesystem::is_directory(aDirectory))
-        throw CFailure("cannot make the directory " + Printable(aPlan.Directory()) +
-                       (aError ? ": " + aError.message() : ""));
-    const auto aOutcome = aLock.Take(aDirectory / c_szRecordingLock);
-    if (aOutcome == System::CFileLock::Held)
-        throw CFailure("another process is recording into " + Printable(aPlan.Directory()));
-    if (aOutcome == System::CFileLock::Unknown)
-        Warn(Printable(aPlan.Directory()) +
-             " cannot be locked against other recorders: " + std::strerror(errno));
-}
-
-/// The record files that this process makes. Those that no recording came to are removed again.
-class CRecordFiles {
- public:
-    CRecordFiles(const tagRecordOptions& aOptions, const Sources& vecSources)
-        : m_vecSources(vecSources) {
-        for (const auto& pSource : vecSources) {
-            const std::filesystem::path aPath = pSource->aRecorder.GetPath();
-            pSource->bFileMade = System::MakeNewFile(aPath);
-            if (pSource->bFileMade || (aOptions.bForce && errno == EEXIST)) continue;
-            const std::string strReason = std::strerror(errno);
-            RemoveUnused();
-            RequireFree(aPath, aOptions.bForce);
-            throw CFailure("cannot write " + Printable(aPath.u8string()) + ": " + strReason);
-        }
-    }
-    ~CRecordFiles() { RemoveUnused(); }
-    CRecordFiles(const CRecordFiles&) = delete;
-    CRecordFiles& operator=(const CRecordFiles&) = delete;
-
- private:
-    void RemoveUnused() const {
-        std::error_code aIgnored;
-        for (const auto& pSource : m_vecSources)
-            if (pSource->bFileMade && !pSource->bRecorded &&
-                pSource->aRecorder.CountStoredBytes() == 0)
-                std::filesystem::remove(pSource->aRecorder.GetPath(), aIgnored);
-    }
-
-    const Sources& m_vecSources;
-};
-
-/// Total bytes of the inputs, or 0 if the size of one of them is unknown.
-std::uint64_t CountInput(const Sources& vecSources) {
-    std::uint64_t qwTotal = 0;
-    for (const auto& pSource : vecSources) {
-        const std::optional<std::uint64_t> qwUnread = pSource->aInput.CountUnread();
-        if (!qwUnread) return 0;
-        qwTotal += *qwUnread;
-    }
-    return qwTotal;
-}
-
-/// Warns of streams that can be recorded, but not packed later.
-void WarnOfUnpackable(const Sources& vecSources) {
-    for (const auto& pSource : vecSources) {
-        const std::string strFault =
-            PackFault(pSource->aRecorder.GetDescriber(), c_dwEntryFileHeaderSize);
-        if (!strFault.empty()) Warn(NameOf(*pSource) + " cannot be packed later: " + strFault);
-        pSource->WarnOnceOfSize(pSource->aInput.CountUnread().value_or(0));
-    }
-}
 
 /// Takes input and hands it to the recorders until all of it has ended.
 class CLoop {
@@ -205,7 +68,7 @@ class CLoop {
     void Report(tagSource& aSource, const std::string& strError) {
         aSource.strError = strError;
         m_progress.Wipe();
-        Warn("recording " + NameOf(aSource) + " failed: " + strError);
+        Warn("recording " + aSource.Name() + " failed: " + strError);
     }
 
     /// Puts what has failed into the progress, and returns it as text.
@@ -268,7 +131,7 @@ void PrintText(const Sources& vecSources, const tagOutcome& aOutcome) {
     for (const auto& pSource : vecSources) {
         const CRecorder& aRecorder = pSource->aRecorder;
         const std::uint64_t qwLost = aRecorder.CountLostBytes();
-        aTable.Add({NameOf(*pSource), std::to_string(aRecorder.GetBytes()),
+        aTable.Add({pSource->Name(), std::to_string(aRecorder.GetBytes()),
                     std::to_string(aRecorder.GetPieces()), Decimal(aOutcome.dSeconds, 3),
                     Decimal(MegabytesPerSecond(aRecorder.GetBytes(), aOutcome.dSeconds), 1),
                     CTable::Cell(std::to_string(qwLost), qwLost ? Style::Red : Style::Green)});
@@ -289,7 +152,7 @@ void PrintJson(const tagRecordOptions& aOptions, const Sources& vecSources,
         const CRecorder& aRecorder = pSource->aRecorder;
         const auto qwUnread = pSource->aInput.CountUnread();
         aDocument["streams"].push_back(
-            {{"stream", NameOf(*pSource)},
+            {{"stream", pSource->Name()},
              {"file", StreamFileName(aRecorder.GetDescriber())},
              {"source", pSource->strPath},
              {"bytes", aRecorder.GetBytes()},
@@ -322,7 +185,7 @@ void ReportAsJson(const Sources& vecSources, int nExit) {
     std::string strText;
     for (const auto& pSource : vecSources)
         if (!pSource->strError.empty())
-            strText += (strText.empty() ? "recording " : "; recording ") + NameOf(*pSource) +
+            strText += (strText.empty() ? "recording " : "; recording ") + pSource->Name() +
                        " failed: " + pSource->strError;
     if (nExit != Exit_Done) ReportError(strText.empty() ? "interrupted" : strText, nExit);
 }

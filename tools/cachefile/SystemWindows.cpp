@@ -50,8 +50,6 @@ bool ShowsColours(DWORD dwHandle) {
 /// A process that was started without one of its standard files would open another file in its
 /// place and mix the two. Input from a closed one fails; output to one is discarded.
 void OpenStandardFiles() {
-    _set_thread_local_invalid_parameter_handler(
-        [](const wchar_t*, const wchar_t*, const wchar_t*, unsigned int, uintptr_t) {});
     for (int nFile = 0; nFile <= 2; ++nFile) {
         if (::_get_osfhandle(nFile) >= 0) continue;
         const int nNull = ::_wopen(L"NUL", _O_WRONLY | _O_BINARY);

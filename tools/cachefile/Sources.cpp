@@ -1,0 +1,97 @@
+#include "tools/cachefile/Sources.h"
+
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <set>
+
+#include "download/ContainerFormat.h"
+#include "tools/cachefile/Exit.h"
+#include "tools/cachefile/Output.h"
+#include "tools/cachefile/OutputFile.h"
+#include "tools/cachefile/Recording.h"
+
+Sources MakeSources(const tagRecordOptions& aOptions) {
+    Sources vecSources;
+    std::set<std::string> setNames, setInputs;
+    for (const std::string& strStream : aOptions.vecStreams) {
+        const std::size_t nEqual = strStream.find('=');
+        if (nEqual == std::string::npos || nEqual + 1 == strStream.size())
+            throw CFailure("--stream " + strStream + ": expected STREAM=FILE", Exit_Usage);
+        const tagFileDescriber aDescriber = RequireStream(strStream.substr(0, nEqual));
+        const std::string strInput = strStream.substr(nEqual + 1);
+        if (!setNames.insert(StreamName(aDescriber)).second)
+            throw CFailure("the stream " + StreamName(aDescriber) + " is given twice", Exit_Usage);
+        if (!setInputs.insert(strInput).second && strInput == "-")
+            throw CFailure("standard input cannot be two streams", Exit_Usage);
+        vecSources.push_back(std::make_unique<tagSource>(aOptions.aPlan, aDescriber, strInput));
+    }
+    return vecSources;
+}
+
+void OpenInputs(const tagRecordOptions& aOptions, const Sources& vecSources) {
+    for (const auto& pSource : vecSources)
+        if (!pSource->aInput.Open(pSource->strPath))
+            throw CFailure("cannot open " + Printable(pSource->strPath) + ": " +
+                           std::strerror(errno));
+    for (const auto& pTarget : vecSources)
+        for (const auto& pInput : vecSources)
+            if (pInput->aInput.IsFile(pTarget->aRecorder.GetPath()))
+                throw CFailure(Printable(pInput->strPath) + " would be overwritten");
+    for (const auto& pTarget : vecSources)
+        RequireFree(pTarget->aRecorder.GetPath(), aOptions.bForce);
+}
+
+void LockDirectory(const tagPlan& aPlan, System::CFileLock& aLock) {
+    const std::filesystem::path aDirectory = System::NativePath(aPlan.Directory());
+    std::error_code aError;
+    std::filesystem::create_directories(aDirectory, aError);
+    if (!std::filesystem::is_directory(aDirectory))
+        throw CFailure("cannot make the directory " + Printable(aPlan.Directory()) +
+                       (aError ? ": " + aError.message() : ""));
+    const auto aOutcome = aLock.Take(aDirectory / c_szRecordingLock);
+    if (aOutcome == System::CFileLock::Held)
+        throw CFailure("another process is recording into " + Printable(aPlan.Directory()));
+    if (aOutcome == System::CFileLock::Unknown)
+        Warn(Printable(aPlan.Directory()) +
+             " cannot be locked against other recorders: " + std::strerror(errno));
+}
+
+CRecordFiles::CRecordFiles(const tagRecordOptions& aOptions, const Sources& vecSources)
+    : m_vecSources(vecSources) {
+    for (const auto& pSource : vecSources) {
+        const std::filesystem::path aPath = pSource->aRecorder.GetPath();
+        pSource->bFileMade = System::MakeNewFile(aPath);
+        if (pSource->bFileMade || (aOptions.bForce && errno == EEXIST)) continue;
+        const std::string strReason = std::strerror(errno);
+        RemoveUnused();
+        RequireFree(aPath, aOptions.bForce);
+        throw CFailure("cannot write " + Printable(aPath.u8string()) + ": " + strReason);
+    }
+}
+
+void CRecordFiles::RemoveUnused() const {
+    std::error_code aIgnored;
+    for (const auto& pSource : m_vecSources)
+        if (pSource->bFileMade && !pSource->bRecorded && pSource->aRecorder.CountStoredBytes() == 0)
+            std::filesystem::remove(pSource->aRecorder.GetPath(), aIgnored);
+}
+
+std::uint64_t CountInput(const Sources& vecSources) {
+    std::uint64_t qwTotal = 0;
+    for (const auto& pSource : vecSources) {
+        const std::optional<std::uint64_t> qwUnread = pSource->aInput.CountUnread();
+        if (!qwUnread) return 0;
+        qwTotal += *qwUnread;
+    }
+    return qwTotal;
+}
+
+void WarnOfUnpackable(const Sources& vecSources) {
+    for (const auto& pSource : vecSources) {
+        const std::string strFault =
+            PackFault(pSource->aRecorder.GetDescriber(), c_dwEntryFileHeaderSize);
+        if (!strFault.empty()) Warn(pSource->Name() + " cannot be packed later: " + strFault);
+        pSource->WarnOnceOfSize(pSource->aInput.CountUnread().value_or(0));
+    }
+}
