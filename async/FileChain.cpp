@@ -1,7 +1,7 @@
 #include "async/FileChain.h"
 
 #include "async/FileThreadManager.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
 namespace {
 
@@ -17,10 +17,10 @@ CRefPtr<IFileOperation> CFileChain::Build(FileChainKind aKind, int bAsync,
         CFileThreadManager* const pThreads = CFileThreadManager::Instance();
         const CRefPtr<ACmThread> pCallerThread = pThreads->GetCallerThread();
         if (!pCallerThread)
-            CM_TRACE_ERROR(
+            TraceError(
                 "CFileChain::Build->No caller thread: asynchronous files need the host's thread "
-                "attached (CCmCallerThread::Attach) this="
-                << pReceive);
+                "attached (CCmCallerThread::Attach) this=",
+                pReceive);
         pTop = pFactory->CreateFileThreadProxy(pThreads->GetPrimaryNFSThread().Get(),
                                                pCallerThread.Get(), pTop.Get(), pReceive,
                                                CCacheFileManager::Link_Local);

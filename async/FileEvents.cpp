@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "fileop/BlockStore.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
 COpenCloseEvent::COpenCloseEvent(CFileThreadProxy* pAsyncFileOp, const CCmString& strFilePath,
                                  int bOpen, int bWrite)
@@ -24,8 +24,7 @@ CmInt32 COpenCloseEvent::OnEventFire() {
 CmInt32 COpenCloseEvent::FireOpen() {
     const CmInt32 lResult = m_pAsyncFileOp->Open_i(m_strFilePath, m_bWrite, m_place);
     if (lResult != CACHE_OK)
-        CM_TRACE_ERROR("COpenCloseEvent::OnEventFire->Open File error:" << m_strFilePath
-                                                                        << " this=" << this);
+        TraceError("COpenCloseEvent::OnEventFire->Open File error:", m_strFilePath, " this=", this);
     m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->m_LinkType, CCacheFileManager::Op_Open, lResult);
     return lResult;
 }
@@ -33,8 +32,7 @@ CmInt32 COpenCloseEvent::FireOpen() {
 CmInt32 COpenCloseEvent::FireClose() {
     const CmInt32 lResult = m_pAsyncFileOp->Close_i();
     if (lResult == CACHE_OK) return lResult;
-    CM_TRACE_ERROR("COpenCloseEvent::OnEventFire->Close File error:" << m_strFilePath
-                                                                     << " this=" << this);
+    TraceError("COpenCloseEvent::OnEventFire->Close File error:", m_strFilePath, " this=", this);
     m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->m_LinkType, CCacheFileManager::Op_Close,
                                    lResult);
     return lResult;
@@ -65,9 +63,8 @@ CmInt32 CReadEvent::OnEventFire() {
     const CmInt32 lResult =
         m_pAsyncFileOp->ReadData_i(m_DataInfo, m_lpBuffer, m_dwFileOffset, m_dwLength);
     if (lResult == CACHE_OK) return lResult;
-    CM_TRACE_ERROR("CReadEvent::OnEventFire->Read data error, ret="
-                   << lResult << " m_dwFileOffset=" << m_dwFileOffset
-                   << " m_dwLength=" << m_dwLength << " this=" << this);
+    TraceError("CReadEvent::OnEventFire->Read data error, ret=", lResult,
+               " m_dwFileOffset=", m_dwFileOffset, " m_dwLength=", m_dwLength, " this=", this);
     m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->m_LinkType, CCacheFileManager::Op_Read, lResult);
     return lResult;
 }

@@ -7,9 +7,11 @@
 #include "platform/CmCallerThread.h"
 #include "platform/CmResult.h"
 #include "platform/CmSystem.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
-CFileThreadManager* CFileThreadManager::Instance() { return &CmImmortal<CFileThreadManager>(); }
+CFileThreadManager* CFileThreadManager::Instance() {
+    return &CmNeverDestroyed<CFileThreadManager>();
+}
 
 CRefPtr<ACmThread> CFileThreadManager::GetPrimaryNFSThread() {
     {
@@ -21,8 +23,8 @@ CRefPtr<ACmThread> CFileThreadManager::GetPrimaryNFSThread() {
     const CmInt32 lResult = CCmThreadManager::Instance()->CreateUserTaskThread(
         pThread, CCmThreadManager::TF_JOINABLE, 0, -1);
     if (lResult != CACHE_OK)
-        CM_TRACE_ERROR("CFileThreadManager::GetPrimaryNFSThread->Start Local R/W Thread error"
-                       << " this=" << this);
+        TraceError("CFileThreadManager::GetPrimaryNFSThread->Start Local R/W Thread error",
+                   " this=", this);
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     m_pPrimaryNFSThread = pThread;
     return pThread;

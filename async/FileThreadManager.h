@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/CmImmortal.h"
+#include "platform/CmNeverDestroyed.h"
 #include "platform/CmThread.h"
 #include "platform/CmTypes.h"
 
@@ -32,7 +32,7 @@ class CFileThreadManager {
 
  private:
     template <class T>
-    friend T& CmImmortal();
+    friend T& CmNeverDestroyed();
     CFileThreadManager() = default;
 
     void RegisterExitHandlers();

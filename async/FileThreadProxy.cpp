@@ -6,7 +6,7 @@
 
 #include "async/FileEvents.h"
 #include "fileop/BlockStore.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
 namespace {
 
@@ -231,9 +231,8 @@ CmInt32 CFileThreadProxy::ReadData_i(const tagDataInfo& aDataInfo, unsigned char
         dwRead = dwLength;
         lResult = ReadInner(lpBuffer, dwOffset, dwRead);
         if (lResult != CACHE_OK) {
-            CM_TRACE_ERROR("CFileThreadProxy::ReadData_i->read data error, ret="
-                           << lResult << " dwOffset=" << dwOffset << " dwLength=" << dwLength
-                           << " this=" << this);
+            TraceError("CFileThreadProxy::ReadData_i->read data error, ret=", lResult,
+                       " dwOffset=", dwOffset, " dwLength=", dwLength, " this=", this);
             dwRead = 0;
         }
     }

@@ -5,6 +5,7 @@
 
 #include "core/HomeDir.h"
 #include "platform/CmFile.h"
+#include "platform/CmNeverDestroyed.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ const char CCacheFileManager::s_cWinPathSeparator = '\\';
 const char CCacheFileManager::s_cUniPathSeparator = '/';
 const char CCacheFileManager::s_cFileMidSeparator = '-';
 
-CCacheFileManager& CCacheFileManager::Instance() { return CmImmortal<CCacheFileManager>(); }
+CCacheFileManager& CCacheFileManager::Instance() { return CmNeverDestroyed<CCacheFileManager>(); }
 
 CCacheFileManager::CCacheFileManager() : m_strTempHomeDir(".\\kvr2\\") {}
 

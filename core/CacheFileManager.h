@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "platform/CmExport.h"
-#include "platform/CmImmortal.h"
 #include "platform/CmMutex.h"
 #include "platform/CmTypes.h"
 
@@ -118,7 +117,7 @@ class CACHEFILE_API CCacheFileManager {
 
  private:
     template <class T>
-    friend T& CmImmortal();
+    friend T& CmNeverDestroyed();
 
     struct tagLinkStatus {
         int bPrimaryDown;

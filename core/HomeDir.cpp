@@ -4,11 +4,10 @@
 
 #include "core/CacheFileManager.h"
 #include "platform/CmResult.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
 CmInt32 CHomeDir::OutOfMemory() const {
-    CM_TRACE_ERROR(m_lpOperation << "->Low memory to change a directory"
-                                 << " this=" << m_pObject);
+    TraceError(m_lpOperation, "->Low memory to change a directory", " this=", m_pObject);
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 

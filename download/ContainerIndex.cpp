@@ -7,7 +7,7 @@
 #include "download/IndexWalk.h"
 #include "download/StreamExtents.h"
 #include "fileop/FileOperation.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "fileop/SystemError.h"
 #include "platform/CmFile.h"
 #include "platform/CmResult.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
 namespace {
 
@@ -41,8 +41,7 @@ void Put32(unsigned char* lpTo, CmUint32 dwValue) {
 /// Returns with errno as it was.
 CmInt32 SystemFailure(const char* lpWhat, const CCmString& strPath, FileAction aAction) {
     const int nErrno = errno;
-    CM_TRACE_ERROR("CContainerWriter::Write->" << lpWhat << " error=" << nErrno
-                                               << " file=" << strPath);
+    TraceError("CContainerWriter::Write->", lpWhat, " error=", nErrno, " file=", strPath);
     const CmInt32 lResult = SystemErrorToResult(nErrno, aAction);
     errno = nErrno;
     return lResult;
@@ -235,15 +234,15 @@ CmInt32 CContainerWriter::Impl::Add(tagStream aStream) {
     const bool bShortConf = aStream.IsConf() && aStream.strPath.empty() &&
                             aStream.strBytes.size() < c_dwEntryFileHeaderSize;
     if (m_streams.Find(aWanted) || bShortConf) {
-        CM_TRACE_ERROR("CContainerWriter::AddStream->"
-                       << (bShortConf ? "Conf stream without header" : "Stream added twice")
-                       << " FileID=" << aDescriber.dwFileID << " DataType=" << aDescriber.wDataType
-                       << " FileType=" << aDescriber.byFileType);
+        TraceError("CContainerWriter::AddStream->",
+                   (bShortConf ? "Conf stream without header" : "Stream added twice"),
+                   " FileID=", aDescriber.dwFileID, " DataType=", aDescriber.wDataType,
+                   " FileType=", aDescriber.byFileType);
         return Note(aStream.strPath, bShortConf ? c_szShortConf : "its stream was added before", 0,
                     CACHE_ERR_INVALID_ARG);
     }
     if (m_streams.Size() >= c_dwMaxKnownEntries) {
-        CM_TRACE_ERROR("CContainerWriter::AddStream->Too many streams");
+        TraceError("CContainerWriter::AddStream->Too many streams");
         return Note(aStream.strPath, c_szTooManyStreams, 0, CACHE_ERR_OUT_OF_MEMORY);
     }
     m_streams.Add(std::move(aStream));
@@ -255,7 +254,7 @@ CmInt32 CContainerWriter::Impl::Add(tagStream aStream) {
 CmInt32 CContainerWriter::Impl::Write(const CCmString& strPath) {
     if (!m_bFileHeader || m_streams.Find({100, 100, 0, 2})) return WriteAll(strPath);
     if (m_streams.Size() >= c_dwMaxKnownEntries) {
-        CM_TRACE_ERROR("CContainerWriter::Write->Too many streams for a conf stream");
+        TraceError("CContainerWriter::Write->Too many streams for a conf stream");
         return Note(strPath, c_szTooManyStreams, 0, CACHE_ERR_OUT_OF_MEMORY);
     }
     tagStream aConf{{100, 2, 100, 0}, {}, CCmString(c_dwEntryFileHeaderSize, '\0'), {}};
@@ -282,9 +281,9 @@ CmInt32 CContainerWriter::Impl::LayOut(std::vector<tagPlace>& vecPlaces,
         if (lResult != CACHE_OK) return Note(aStream.strPath, c_szUnreadable, errno, lResult);
         const bool bShortConf = aStream.IsConf() && qwSize < c_dwEntryFileHeaderSize;
         if (bShortConf || qwSize > c_qwMaxSize - qwEnd) {
-            CM_TRACE_ERROR("CContainerWriter::Write->"
-                           << (bShortConf ? "Conf stream without header" : "More than 4 GiB")
-                           << " file=" << aStream.strPath);
+            TraceError("CContainerWriter::Write->",
+                       (bShortConf ? "Conf stream without header" : "More than 4 GiB"),
+                       " file=", aStream.strPath);
             return Note(aStream.strPath, bShortConf ? c_szShortConf : c_szTooLarge, 0,
                         CACHE_ERR_INVALID_ARG);
         }
@@ -299,11 +298,11 @@ CmInt32 CContainerWriter::Impl::LayOut(std::vector<tagPlace>& vecPlaces,
 
 CmInt32 CContainerWriter::Impl::WriteAll(const CCmString& strPath) const {
     if (m_streams.Size() == 0) {
-        CM_TRACE_ERROR("CContainerWriter::Write->No stream");
+        TraceError("CContainerWriter::Write->No stream");
         return Note(strPath, "there is no stream to pack", 0, CACHE_ERR_INVALID_STATE);
     }
     if (strPath.empty()) {
-        CM_TRACE_ERROR("CContainerWriter::Write->No path");
+        TraceError("CContainerWriter::Write->No path");
         return Note(strPath, "the container has no path", 0, CACHE_ERR_FAILED);
     }
     std::vector<tagPlace> vecPlaces;
@@ -410,7 +409,7 @@ CmInt32 CContainerWriter::Add(const tagMRFD& aEntry, const unsigned char* lpData
              CACHE_ERR_INVALID_ARG);
     tagStream aStream{{}, aEntry, {}, {}};
     if (TagToFileDescriber(aEntry, aStream.aDescriber) != CACHE_OK) {
-        CM_TRACE_ERROR("CContainerWriter::AddStream->Unknown tag=" << aEntry.wTag);
+        TraceError("CContainerWriter::AddStream->Unknown tag=", aEntry.wTag);
         return Refuse(c_szNoTag, CACHE_ERR_INVALID_ARG);
     }
     Refuse("", CACHE_OK);
@@ -420,7 +419,7 @@ CmInt32 CContainerWriter::Add(const tagMRFD& aEntry, const unsigned char* lpData
         aStream.strBytes.assign(reinterpret_cast<const char*>(lpData), dwLength);
     return m_pImpl->Add(std::move(aStream));
 } catch (const std::exception&) {  // no memory, or more than a string can hold
-    CM_TRACE_ERROR("CContainerWriter::AddStream->Low memory");
+    TraceError("CContainerWriter::AddStream->Low memory");
     return Refuse(c_szNoMemory, CACHE_ERR_OUT_OF_MEMORY);
 }
 
@@ -430,9 +429,8 @@ CmInt32 CContainerWriter::AddDescribed(const tagFileDescriber& aDescriber,
     tagMRFD aEntry{};
     if (FileDescriberToTag(aDescriber, aEntry) == CACHE_OK)
         return Add(aEntry, lpData, dwLength, pPath);
-    CM_TRACE_ERROR("CContainerWriter::AddStream->No tag for FileID="
-                   << aDescriber.dwFileID << " DataType=" << aDescriber.wDataType
-                   << " FileType=" << aDescriber.byFileType);
+    TraceError("CContainerWriter::AddStream->No tag for FileID=", aDescriber.dwFileID,
+               " DataType=", aDescriber.wDataType, " FileType=", aDescriber.byFileType);
     return Refuse(c_szNoTag, CACHE_ERR_INVALID_ARG);
 }
 
@@ -461,6 +459,6 @@ CmInt32 CContainerWriter::Write(const CCmString& strPath) try {
     Refuse("", CACHE_OK);
     return m_pImpl->Write(strPath);
 } catch (const std::bad_alloc&) {
-    CM_TRACE_ERROR("CContainerWriter::Write->Low memory");
+    TraceError("CContainerWriter::Write->Low memory");
     return Refuse(c_szNoMemory, CACHE_ERR_OUT_OF_MEMORY);
 }

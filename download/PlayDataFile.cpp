@@ -7,7 +7,7 @@
 #include "async/FileThreadManager.h"
 #include "download/IndexWalk.h"
 #include "download/StreamLengths.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
 namespace {
 
@@ -49,19 +49,19 @@ CmInt32 CDownloadFileHandler::Initialize(IFileOpStatus* pParent) {
 
 CmInt32 CDownloadFileHandler::OpenDownloadedFile(const CCmString& strFilePath,
                                                  std::vector<tagFileDescriber>& vecFileDescriber) {
-    CM_TRACE_INFO("CDownloadFileHandler::OpenDownloadedFile->Open downloaded file="
-                  << strFilePath << " this=" << this);
+    TraceInfo("CDownloadFileHandler::OpenDownloadedFile->Open downloaded file=", strFilePath,
+              " this=", this);
     vecFileDescriber.clear();
     m_pFileOp = CFileChain::Build(FileChainKind::Download, m_bAsync, m_pParent);
     if (!m_pFileOp) {
-        CM_TRACE_ERROR("CDownloadFileHandler::OpenDownloadedFile->Low memory to open file, file="
-                       << strFilePath << " this=" << this);
+        TraceError("CDownloadFileHandler::OpenDownloadedFile->Low memory to open file, file=",
+                   strFilePath, " this=", this);
         return CACHE_ERR_FAILED;
     }
     const CmInt32 lResult = m_pFileOp->Open(strFilePath, 0);
     if (lResult != CACHE_OK) {
-        CM_TRACE_ERROR("CDownloadFileHandler::OpenDownloadedFile->Open file error, file="
-                       << strFilePath << " ret=" << lResult << " this=" << this);
+        TraceError("CDownloadFileHandler::OpenDownloadedFile->Open file error, file=", strFilePath,
+                   " ret=", lResult, " this=", this);
         return lResult;
     }
     return m_bAsync ? SendWalk(vecFileDescriber) : InitFileInfo(vecFileDescriber);
@@ -88,23 +88,21 @@ CmInt32 CDownloadFileHandler::ReadFileHeader() {
     CmUint32 dwLength = c_dwFileHeaderSize;
     const CmInt32 lResult = m_pFileOp->ReadData(aBytes, 0, dwLength);
     if (lResult != CACHE_OK) {
-        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Read File header error="
-                       << lResult << " this=" << this);
+        TraceError("CDownloadFileHandler::InitFileInfo->Read File header error=", lResult,
+                   " this=", this);
         return lResult;
     }
     if (dwLength != c_dwFileHeaderSize) {
-        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Read File header error, HeadLen="
-                       << dwLength << " this=" << this);
+        TraceError("CDownloadFileHandler::InitFileInfo->Read File header error, HeadLen=", dwLength,
+                   " this=", this);
         return CACHE_ERR_BAD_CONTAINER;
     }
     if (BuildQXFFileHeader(aBytes, m_FileHeader) != CACHE_OK) {
-        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->BuildQXFFileHeader error"
-                       << " this=" << this);
+        TraceError("CDownloadFileHandler::InitFileInfo->BuildQXFFileHeader error", " this=", this);
         return CACHE_ERR_FAILED;
     }
     if (IsContainerHeader(m_FileHeader)) return CACHE_OK;
-    CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Bad file type"
-                   << " this=" << this);
+    TraceError("CDownloadFileHandler::InitFileInfo->Bad file type", " this=", this);
     return CACHE_ERR_BAD_CONTAINER;
 }
 
@@ -115,20 +113,19 @@ CmInt32 CDownloadFileHandler::WalkIndex(std::vector<tagFileDescriber>& vecFileDe
     m_dwEntriesRead = aWalk.GetEntriesRead();
     switch (aEnd) {
         case CIndexWalk::End_ReadFailed:
-            CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Read MRFD error="
-                           << aWalk.GetResult() << " this=" << this);
+            TraceError("CDownloadFileHandler::InitFileInfo->Read MRFD error=", aWalk.GetResult(),
+                       " this=", this);
             return aWalk.GetResult();
         case CIndexWalk::End_CutOff:
-            CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Read MRFD error, RetLen="
-                           << aWalk.GetLength() << " this=" << this);
+            TraceError("CDownloadFileHandler::InitFileInfo->Read MRFD error, RetLen=",
+                       aWalk.GetLength(), " this=", this);
             return CACHE_ERR_BAD_CONTAINER;
         case CIndexWalk::End_BadEntry:
-            CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->BuildQXFEntry error"
-                           << " this=" << this);
+            TraceError("CDownloadFileHandler::InitFileInfo->BuildQXFEntry error", " this=", this);
             return CACHE_ERR_FAILED;
         case CIndexWalk::End_TooMany:
-            CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Too many entries, count="
-                           << m_FileHeader.dwEntryCount << " this=" << this);
+            TraceError("CDownloadFileHandler::InitFileInfo->Too many entries, count=",
+                       m_FileHeader.dwEntryCount, " this=", this);
             return CACHE_ERR_OUT_OF_MEMORY;
         default:  // traced, if it is a failure
             return aWalk.GetResult();
@@ -157,8 +154,8 @@ CmInt32 CDownloadFileHandler::CKeeper::Add(const tagMRFDInfo& aInfo, CmUint32 dw
         return CACHE_OK;
     } catch (const std::bad_alloc&) {
         m_vecFileDescriber.resize(nBefore);
-        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Low memory to keep an entry"
-                       << " this=" << &m_handler);
+        TraceError("CDownloadFileHandler::InitFileInfo->Low memory to keep an entry",
+                   " this=", &m_handler);
         return CACHE_ERR_OUT_OF_MEMORY;
     }
 }
@@ -178,18 +175,18 @@ CmInt32 CDownloadFileHandler::ReadConfHeader(CmUint32 dwDataOffset) {
     CmUint32 dwLength = c_dwEntryFileHeaderSize;
     const CmInt32 lResult = m_pFileOp->ReadData(aBytes, dwDataOffset, dwLength);
     if (lResult != CACHE_OK) {
-        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Read Conf fileheader error="
-                       << lResult << " this=" << this);
+        TraceError("CDownloadFileHandler::InitFileInfo->Read Conf fileheader error=", lResult,
+                   " this=", this);
         return lResult;
     }
     if (dwLength != c_dwEntryFileHeaderSize) {
-        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->Read Conf fileheader error,dwHeaderLen="
-                       << dwLength << " this=" << this);
+        TraceError("CDownloadFileHandler::InitFileInfo->Read Conf fileheader error,dwHeaderLen=",
+                   dwLength, " this=", this);
         return CACHE_ERR_BAD_CONTAINER;
     }
     if (BuildEntryFileHeader(aBytes, m_ConfFileHeader) != CACHE_OK) {
-        CM_TRACE_ERROR("CDownloadFileHandler::InitFileInfo->BuildEntryFileHeader error"
-                       << " this=" << this);
+        TraceError("CDownloadFileHandler::InitFileInfo->BuildEntryFileHeader error",
+                   " this=", this);
         return CACHE_ERR_FAILED;
     }
     return CACHE_OK;
@@ -207,9 +204,9 @@ CmInt32 CDownloadFileHandler::GetStreamLength(const tagDataInfo& aDataInfo, CmUi
     CM_CHECK(m_pFileOp, "m_pFileOp.Get( )", CACHE_ERR_NOT_OPEN);
     const tagMRFDInfo* const pInfo = m_vecMRFD.Find(aDataInfo);
     if (!pInfo) {
-        CM_TRACE_ERROR("CDownloadFileHandler::GetStreamLength->No such stream FileID="
-                       << aDataInfo.dwFileID << " DataType=" << aDataInfo.wDataType
-                       << " FileType=" << aDataInfo.byFileType << " this=" << this);
+        TraceError(
+            "CDownloadFileHandler::GetStreamLength->No such stream FileID=", aDataInfo.dwFileID,
+            " DataType=", aDataInfo.wDataType, " FileType=", aDataInfo.byFileType, " this=", this);
         return CACHE_ERR_INVALID_ARG;
     }
     if (!m_bLengths) {
@@ -229,8 +226,7 @@ CmInt32 CDownloadFileHandler::InitLengths() {
         ReadStreamLengths(*m_pFileOp, m_FileHeader, m_dwEntriesRead, m_vecLengths);
     m_bLengths = lResult == CACHE_OK;
     if (!m_bLengths)
-        CM_TRACE_ERROR("CDownloadFileHandler::InitLengths->Read index error=" << lResult
-                                                                              << " this=" << this);
+        TraceError("CDownloadFileHandler::InitLengths->Read index error=", lResult, " this=", this);
     return lResult;
 }
 
@@ -241,25 +237,23 @@ CmInt32 CDownloadFileHandler::ReadData(const tagDataInfo& aDataInfo, unsigned ch
     CM_CHECK(m_pFileOp, "m_pFileOp.Get( )", CACHE_ERR_NOT_OPEN);
     tagMRFD aEntry;
     if (FindMRFD(aDataInfo, aEntry) != CACHE_OK) {
-        CM_TRACE_ERROR("CDownloadFileHandler::ReadData->Cann't find MRFD for DataInfo FileID="
-                       << aDataInfo.dwFileID << " DataType=" << aDataInfo.wDataType
-                       << " FileType=" << aDataInfo.byFileType
-                       << " DataSize=" << aDataInfo.dwDataLen << " this=" << this);
+        TraceError("CDownloadFileHandler::ReadData->Cann't find MRFD for DataInfo FileID=",
+                   aDataInfo.dwFileID, " DataType=", aDataInfo.wDataType,
+                   " FileType=", aDataInfo.byFileType, " DataSize=", aDataInfo.dwDataLen,
+                   " this=", this);
         return CACHE_ERR_INVALID_ARG;
     }
     const std::uint64_t qwOffset = std::uint64_t{dwOffset} + aEntry.dwDataOffset;
     const bool bToTheEnd = dwLength == CCacheFileManager::GetMaxDword();
     if (qwOffset > 0xFFFFFFFF || (!bToTheEnd && qwOffset + dwLength > m_FileHeader.dwFileSize)) {
-        CM_TRACE_ERROR("CDownloadFileHandler::ReadData->Bad Arg dwOffset="
-                       << qwOffset << " dwLength=" << dwLength
-                       << " FileSize=" << m_FileHeader.dwFileSize << " this=" << this);
+        TraceError("CDownloadFileHandler::ReadData->Bad Arg dwOffset=", qwOffset,
+                   " dwLength=", dwLength, " FileSize=", m_FileHeader.dwFileSize, " this=", this);
         return CACHE_ERR_INVALID_ARG;
     }
     const CmInt32 lResult =
         m_pFileOp->AsyncReadData(aDataInfo, lpBuffer, static_cast<CmUint32>(qwOffset), dwLength);
     if (lResult != CACHE_OK) {
-        CM_TRACE_ERROR("CDownloadFileHandler::ReadData->read data error" << lResult
-                                                                         << " this=" << this);
+        TraceError("CDownloadFileHandler::ReadData->read data error", lResult, " this=", this);
         return lResult;
     }
     // Nothing of this object is touched after the callback, which may have ended it.

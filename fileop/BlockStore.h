@@ -3,8 +3,8 @@
 #include <array>
 #include <cstddef>
 
-#include "platform/CmImmortal.h"
 #include "platform/CmMutex.h"
+#include "platform/CmNeverDestroyed.h"
 #include "platform/CmTypes.h"
 
 /// Keeps the memory of blocks that have been written for the blocks that come next. Memory fresh
@@ -15,7 +15,7 @@
 /// after a shutdown or, where there are exit handlers, after unloading. Only Take can fail.
 class CBlockStore {
  public:
-    static CBlockStore& Instance() { return CmImmortal<CBlockStore>(); }
+    static CBlockStore& Instance() { return CmNeverDestroyed<CBlockStore>(); }
 
     /// Returns an empty string that holds nCapacity bytes without another request for memory. A
     /// kept block is used only if it is at most nMost bytes large: bytes that wait in a block that
@@ -32,7 +32,7 @@ class CBlockStore {
 
  private:
     template <class T>
-    friend T& CmImmortal();
+    friend T& CmNeverDestroyed();
     CBlockStore();
 
     static constexpr std::size_t c_nLeast = 32768;  // smaller memory is made as fast as it is found

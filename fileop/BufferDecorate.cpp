@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "fileop/BlockStore.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
 CBufferDecorate::CBufferDecorate(IFileOperation* pFile, CmUint32 dwBufferSize)
     : m_pFile(pFile), m_dwBufferSize(dwBufferSize) {
@@ -34,8 +34,7 @@ CmInt32 CBufferDecorate::WriteBytes(const char* lpData, std::size_t nLength, CmU
     if (!m_pFile) return CACHE_ERR_NOT_OPEN;
     if (dwOffset == CCacheFileManager::GetMaxDword()) return Append(lpData, nLength);
     if (!m_strBuffer.empty() && PassOn(m_strBuffer.size()) != CACHE_OK)
-        CM_TRACE_ERROR("CBufferDecorate::WriteData->Write buffer data error"
-                       << " this=" << this);
+        TraceError("CBufferDecorate::WriteData->Write buffer data error", " this=", this);
     return m_pFile->WriteBytes(lpData, nLength, dwOffset);
 }
 
@@ -55,8 +54,7 @@ CmInt32 CBufferDecorate::Append(const char* lpData, std::size_t nLength) {
         if (nCapacity < m_dwBufferSize || nLength > nCapacity - nAccepted) Enlarge(nLength);
         m_strBuffer.append(lpData, nLength);
     } catch (const std::exception&) {  // no memory, or more than a string can hold
-        CM_TRACE_ERROR("CBufferDecorate::WriteData->Low memory to gather the data"
-                       << " this=" << this);
+        TraceError("CBufferDecorate::WriteData->Low memory to gather the data", " this=", this);
         return CACHE_ERR_OUT_OF_MEMORY;
     }
     return m_strBuffer.size() < m_dwBufferSize ? CmInt32{CACHE_OK} : PassOn(nAccepted);

@@ -6,7 +6,7 @@
 #include "fileop/BufferDecorate.h"
 #include "fileop/LocalFile.h"
 #include "platform/CmEvent.h"
-#include "platform/CmImmortal.h"
+#include "platform/CmNeverDestroyed.h"
 
 CmInt32 IFileOperation::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) try {
     return WriteData(CCmString(lpData, nLength), dwOffset);
@@ -29,7 +29,7 @@ CmInt32 IFileOperation::SendToReader(ICmEvent* pEvent) {
 }
 
 CFileOperationFactory* CFileOperationFactory::Instance() {
-    return &CmImmortal<CFileOperationFactory>();
+    return &CmNeverDestroyed<CFileOperationFactory>();
 }
 
 IFileOperation* CFileOperationFactory::CreateLocalFile(int bIsDownloadFile) {

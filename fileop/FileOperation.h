@@ -92,6 +92,6 @@ class CFileOperationFactory {
 
  private:
     template <class T>
-    friend T& CmImmortal();
+    friend T& CmNeverDestroyed();
     CFileOperationFactory() = default;
 };

@@ -6,7 +6,7 @@
 #include "fileop/SystemError.h"
 #include "platform/CmFile.h"
 #include "platform/CmResult.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
 namespace {
 
@@ -15,7 +15,7 @@ CmInt32 EnsureDirectory(const CCmString& strDirectory, const CmPlace& aPlace) {
         return CACHE_OK;
     const int nErrno = errno;
     if (nErrno == EEXIST) return CACHE_OK;  // somebody else made it meanwhile
-    CM_TRACE_ERROR("CFilePathBuilder::BuildPath->Build Error=" << nErrno);
+    TraceError("CFilePathBuilder::BuildPath->Build Error=", nErrno);
     return SystemErrorToResult(nErrno, FileAction::MakeDirectory);
 }
 

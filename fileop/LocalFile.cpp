@@ -7,11 +7,10 @@
 #include "fileop/FilePathBuilder.h"
 #include "fileop/SystemError.h"
 #include "platform/CmFile.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
 CLocalFile::CLocalFile(int bIsDownloadFile) : m_bIsDownloadFile(bIsDownloadFile) {
-    CM_TRACE_INFO("CLocalFile::CLocalFile, m_bIsDownloadFile " << m_bIsDownloadFile
-                                                               << " this=" << this);
+    TraceInfo("CLocalFile::CLocalFile, m_bIsDownloadFile ", m_bIsDownloadFile, " this=", this);
 }
 
 CLocalFile::~CLocalFile() { CLocalFile::Close(); }
@@ -41,10 +40,9 @@ CmInt32 CLocalFile::OpenStream(const CmPlace& aPlace) {
     if (m_hFD) return CACHE_OK;
     const int nErrno = errno;
     if (m_bWrite)
-        CM_TRACE_ERROR("CLocalFile::Open->Open write File Error=" << nErrno << " this=" << this);
+        TraceError("CLocalFile::Open->Open write File Error=", nErrno, " this=", this);
     else
-        CM_TRACE_ERROR("CLocalFile::Open->Open reading only File Error=" << nErrno
-                                                                         << " this=" << this);
+        TraceError("CLocalFile::Open->Open reading only File Error=", nErrno, " this=", this);
     return SystemErrorToResult(nErrno,
                                m_bWrite ? FileAction::OpenForWriting : FileAction::OpenForReading);
 }
@@ -54,8 +52,7 @@ CmInt32 CLocalFile::Close() {
     std::FILE* const hFD = m_hFD;
     m_hFD = nullptr;
     if (CmFile::Close(hFD) == 0) return CACHE_OK;
-    CM_TRACE_ERROR("CLocalFile::Close->Close File error=" << errno << " m_hFD=" << hFD
-                                                          << " this=" << this);
+    TraceError("CLocalFile::Close->Close File error=", errno, " m_hFD=", hFD, " this=", this);
     return CACHE_ERR_FAILED;
 }
 
@@ -65,7 +62,7 @@ CmInt32 CLocalFile::SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin) {
     if (dwOffset == CCacheFileManager::GetMaxDword()) {
         nBegin = CmFile::Size(m_hFD);
         if (nBegin >= 0) return CACHE_OK;
-        CM_TRACE_ERROR("CNFSFile::WriteData->Seek to file end error=" << errno << " this=" << this);
+        TraceError("CNFSFile::WriteData->Seek to file end error=", errno, " this=", this);
         return CACHE_ERR_FAILED;
     }
     // A positioned write reaches offsets below 2^31 only.
@@ -74,8 +71,8 @@ CmInt32 CLocalFile::SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin) {
         if (CmFile::Seek(m_hFD, dwOffset) == 0) return CACHE_OK;
         nErrno = errno;
     }
-    CM_TRACE_ERROR("CLocalFile::WriteData->Seek fileoffset error=" << nErrno << " dwOffset="
-                                                                   << dwOffset << " this=" << this);
+    TraceError("CLocalFile::WriteData->Seek fileoffset error=", nErrno, " dwOffset=", dwOffset,
+               " this=", this);
     return CACHE_ERR_FAILED;
 }
 
@@ -91,8 +88,8 @@ CmInt32 CLocalFile::WriteBytes(const char* lpData, std::size_t nLength, CmUint32
     if (lResult != CACHE_OK) return lResult;
     if (CmFile::Write(m_hFD, lpData, nLength) < nLength) {
         const int nErrno = errno;
-        CM_TRACE_ERROR("CLocalFile::WriteData->Write data error=" << nErrno << " m_hFD=" << m_hFD
-                                                                  << " this=" << this);
+        TraceError("CLocalFile::WriteData->Write data error=", nErrno, " m_hFD=", m_hFD,
+                   " this=", this);
         if (dwOffset == CCacheFileManager::GetMaxDword()) UndoAppend(nBegin);
         return SystemErrorToResult(nErrno, FileAction::Write);
     }
@@ -102,8 +99,8 @@ CmInt32 CLocalFile::WriteBytes(const char* lpData, std::size_t nLength, CmUint32
 
 void CLocalFile::UndoAppend(std::int64_t nBegin) {
     if (CmFile::CutBack(m_hFD, nBegin) != 0)
-        CM_TRACE_ERROR("CLocalFile::WriteData->A part of the append stays, error="
-                       << errno << " m_hFD=" << m_hFD << " this=" << this);
+        TraceError("CLocalFile::WriteData->A part of the append stays, error=", errno,
+                   " m_hFD=", m_hFD, " this=", this);
 }
 
 CmInt32 CLocalFile::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) {
@@ -113,14 +110,13 @@ CmInt32 CLocalFile::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint3
     std::size_t aSize = 0;
     const CmFile::ReadEnd aEnd = CmFile::ReadAt(m_hFD, dwOffset, lpBuffer, dwLength, aSize);
     if (aEnd == CmFile::Read_NoSuchPlace) {
-        CM_TRACE_ERROR("CLocalFile::ReadData->Seek fileoffset error="
-                       << errno << " dwOffset=" << dwOffset << " this=" << this);
+        TraceError("CLocalFile::ReadData->Seek fileoffset error=", errno, " dwOffset=", dwOffset,
+                   " this=", this);
         return CACHE_ERR_FAILED;
     }
     if (aEnd == CmFile::Read_Failed) {
-        CM_TRACE_ERROR("CLocalFile::ReadData->Read data error="
-                       << errno << " dwLength=" << dwLength
-                       << " aSize=" << static_cast<CmUint32>(aSize) << " this=" << this);
+        TraceError("CLocalFile::ReadData->Read data error=", errno, " dwLength=", dwLength,
+                   " aSize=", static_cast<CmUint32>(aSize), " this=", this);
         return CACHE_ERR_FAILED;
     }
     dwLength = static_cast<CmUint32>(aSize);
@@ -140,7 +136,7 @@ CmInt32 CLocalFile::GetSize(std::uint64_t& qwSize) {
     CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
     const std::int64_t nSize = CmFile::Size(m_hFD);
     if (nSize < 0) {
-        CM_TRACE_ERROR("CLocalFile::GetSize->Get file size error=" << errno << " this=" << this);
+        TraceError("CLocalFile::GetSize->Get file size error=", errno, " this=", this);
         return CACHE_ERR_FAILED;
     }
     qwSize = static_cast<std::uint64_t>(nSize);

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "platform/CmResult.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 #include "platform/CmTypes.h"
 
 /// A run of bytes with a read position. It doesn't own or copy the bytes, which must outlive it.
@@ -64,8 +64,8 @@ class CCmByteStreamT {
     }
 
     CCmByteStreamT& Refuse() {
-        CM_TRACE_ERROR("CCmByteStreamT::Read, can't read. m_ResultRead="
-                       << m_ResultRead << " this=" << static_cast<const void*>(this));
+        TraceError("CCmByteStreamT::Read, can't read. m_ResultRead=", m_ResultRead,
+                   " this=", static_cast<const void*>(this));
         return *this;
     }
 

@@ -3,7 +3,7 @@
 #include <new>
 
 #include "platform/CmFork.h"
-#include "platform/CmImmortal.h"
+#include "platform/CmNeverDestroyed.h"
 #include "platform/CmResult.h"
 #include "platform/CmThreadObjects.h"
 
@@ -64,7 +64,7 @@ CRefPtr<CCmCallerQueue> CCmAttachedThread::GetCallerQueue() {
     return static_cast<CCmCallerQueue*>(GetEventQueue().Get());
 }
 
-CCmCallerState& CCmCallerState::Instance() { return CmImmortal<CCmCallerState>(); }
+CCmCallerState& CCmCallerState::Instance() { return CmNeverDestroyed<CCmCallerState>(); }
 
 CmInt32 CCmCallerState::Attach() {
     CmWatchForks();

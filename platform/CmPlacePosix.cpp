@@ -5,8 +5,8 @@
 #include <new>
 
 #include "platform/CmFilePosix.h"
-#include "platform/CmImmortal.h"
 #include "platform/CmMutex.h"
+#include "platform/CmNeverDestroyed.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ class CLastDirectory {
     const CmPlace::tagDirectory* m_pLast CM_GUARDED_BY(m_mutex) = nullptr;
 };
 
-CLastDirectory& LastDirectory() { return CmImmortal<CLastDirectory>(); }
+CLastDirectory& LastDirectory() { return CmNeverDestroyed<CLastDirectory>(); }
 
 /// Of the file nFile, or of the current directory for AT_FDCWD.
 tagDirectoryId IdOf([[maybe_unused]] int nFile) {

@@ -4,7 +4,7 @@
 #include <new>
 #include <system_error>
 
-#include "platform/CmImmortal.h"
+#include "platform/CmNeverDestroyed.h"
 #include "platform/CmResult.h"
 #include "platform/CmThreadObjects.h"
 #include "platform/CmTrace.h"
@@ -86,7 +86,7 @@ CmInt32 CCmTaskThread::Join() {
     return CACHE_OK;
 }
 
-CCmThreadManager* CCmThreadManager::Instance() { return &CmImmortal<CCmThreadManager>(); }
+CCmThreadManager* CCmThreadManager::Instance() { return &CmNeverDestroyed<CCmThreadManager>(); }
 
 CmInt32 CCmThreadManager::CreateUserTaskThread(CRefPtr<ACmThread>& pThread, TFlag /*aFlag*/,
                                                int /*nPriority*/, int /*nStack*/) {

@@ -53,7 +53,7 @@ class CCmThreadManager {
  private:
     friend class CCmTaskThread;
     template <class T>
-    friend T& CmImmortal();
+    friend T& CmNeverDestroyed();
     CCmThreadManager() = default;
 
     static void OnProcessExit();

@@ -121,7 +121,7 @@ class CCmCallerState {
 
  private:
     template <class T>
-    friend T& CmImmortal();
+    friend T& CmNeverDestroyed();
     CCmCallerState() = default;
 
     CCmMutexThread m_mutex;

@@ -1,22 +1,49 @@
 #include "platform/CmTrace.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
+#include "platform/CmCallSlot.h"
 #include "platform/CmFork.h"
+#include "platform/CmNeverDestroyed.h"
 #include "platform/CmResult.h"
+#include "platform/CmTraceLine.h"
 
-CCmT120Trace* CCmT120Trace::instance() { return &CmImmortal<CCmT120Trace>(); }
+namespace {
+
+/// A sink with its level, so that both change in one step.
+struct tagLeveledSink {
+    CCmT120Trace::Sink aSink;
+    CmInt32 lLevel;
+    explicit operator bool() const { return bool{aSink}; }
+    void operator()(CmInt32 lLineLevel, const char* lpText) const {
+        if (lLineLevel <= lLevel) aSink(lLineLevel, lpText);
+    }
+};
+
+using SinkSlot = CCmCallSlot<tagLeveledSink>;
+
+SinkSlot& GetSlot() { return CmNeverDestroyed<SinkSlot>(); }
+
+/// The level of the sink, for the quick check before a line is formatted. Relaxed: a line that is
+/// traced while the sink changes may reach either sink; the slot itself is locked.
+std::atomic<CmInt32> s_lLevel{CCmT120Trace::Level_None};
+
+}  // namespace
+
+CCmT120Trace* CCmT120Trace::instance() { return &CmNeverDestroyed<CCmT120Trace>(); }
 
 CmInt32 CCmT120Trace::SetSink(Sink aSink, CmInt32 lLevel) {
     CmWatchForks();
     const CmInt32 lNewLevel = aSink ? lLevel : CmInt32{Level_None};
     try {
-        m_sink.Set({std::move(aSink), lNewLevel},
-                   [&] { m_lLevel.store(lNewLevel, std::memory_order_relaxed); });
+        GetSlot().Set({std::move(aSink), lNewLevel},
+                      [&] { s_lLevel.store(lNewLevel, std::memory_order_relaxed); });
     } catch (const std::bad_alloc&) {
         return CACHE_ERR_OUT_OF_MEMORY;
     }
@@ -24,12 +51,18 @@ CmInt32 CCmT120Trace::SetSink(Sink aSink, CmInt32 lLevel) {
 }
 
 bool CCmT120Trace::IsEnabled(CmInt32 lLevel) const noexcept {
-    return lLevel <= m_lLevel.load(std::memory_order_relaxed);
+    return lLevel <= s_lLevel.load(std::memory_order_relaxed);
 }
 
 void CCmT120Trace::trace_string(CmInt32 lLevel, const char* lpText) noexcept {
-    if (IsEnabled(lLevel)) m_sink.Call(lLevel, lpText);
+    if (IsEnabled(lLevel)) GetSlot().Call(lLevel, lpText);
 }
+
+void TraceBeforeFork() { GetSlot().BeforeFork(); }
+
+void TraceAfterForkInParent() { GetSlot().AfterForkInParent(); }
+
+void TraceAfterForkInChild() { GetSlot().AfterForkInChild(); }
 
 using Formator = CCmT120Trace::Text_Formator;
 

@@ -2,8 +2,8 @@
 #include "download/ContainerFormat.h"
 #include "download/PlayDataFile.h"
 #include "fileop/FileOperation.h"
-#include "platform/CmTrace.h"
-#include "player/PlayFileHandler.h"
+#include "platform/CmTraceLine.h"
+#include "player/RecordFiles.h"
 
 /// The data operations of the play handler: how a request finds its file, and what travels.
 
@@ -16,7 +16,8 @@ constexpr std::uint16_t c_wTypeWithoutHeader =
 
 CmInt32 CPlayFileHandler::DataInfo2FileHandler(const tagDataInfo& aDataInfo,
                                                IFileOperation*& pFile) const {
-    const tagRecordFile* const pRecordFile = m_vecRecordFiles.Find(aDataInfo);
+    const auto* const pRecordFile =
+        m_pRecordFiles ? m_pRecordFiles->aTable.Find(aDataInfo) : nullptr;
     if (!pRecordFile) return CACHE_ERR_NO_ENTRY;
     pFile = pRecordFile->pFile.Get();
     return CACHE_OK;
@@ -27,11 +28,10 @@ CmInt32 CPlayFileHandler::FindFile(const char* lpOperation, const char* lpLength
                                    const tagDataInfo& aDataInfo, IFileOperation*& pFile) const {
     pFile = nullptr;
     if (DataInfo2FileHandler(aDataInfo, pFile) != CACHE_OK) {
-        CM_TRACE_ERROR("CPlayFileHandler::" << lpOperation << "->DataInfo2FileHandler error"
-                                            << " FileID=" << aDataInfo.dwFileID
-                                            << " DataType=" << aDataInfo.wDataType
-                                            << " FileType=" << aDataInfo.byFileType << lpLengthLabel
-                                            << aDataInfo.dwDataLen << " this=" << this);
+        TraceError("CPlayFileHandler::", lpOperation, "->DataInfo2FileHandler error",
+                   " FileID=", aDataInfo.dwFileID, " DataType=", aDataInfo.wDataType,
+                   " FileType=", aDataInfo.byFileType, lpLengthLabel, aDataInfo.dwDataLen,
+                   " this=", this);
         return CACHE_ERR_INVALID_STATE;
     }
     CM_CHECK(pFile, "pFile", CACHE_ERR_INVALID_STATE);
@@ -61,8 +61,7 @@ void CPlayFileHandler::CaptureHeader(const tagDataInfo& aDataInfo, const unsigne
         return;
     tagEntryFileHeader aHeader{};
     if (BuildEntryFileHeader(lpData, aHeader) != CACHE_OK)
-        CM_TRACE_ERROR("CPlayFileHandler::WriteData->Get file header info error"
-                       << " this=" << this);
+        TraceError("CPlayFileHandler::WriteData->Get file header info error", " this=", this);
     m_dwCBTimeStamp = aHeader.dwCBTimeStamp;
     m_dwFileVersion = aHeader.dwFileVersion;
 }
@@ -78,8 +77,7 @@ CmInt32 CPlayFileHandler::ReadData(const tagDataInfo& aDataInfo, unsigned char* 
     if (lResult != CACHE_OK) return lResult;
     lResult = pFile->AsyncReadData(aDataInfo, lpBuffer, dwOffset, dwLength);
     if (lResult != CACHE_OK) {
-        CM_TRACE_ERROR("CPlayFileHandler::ReadData->Read data error" << lResult
-                                                                     << " this=" << this);
+        TraceError("CPlayFileHandler::ReadData->Read data error", lResult, " this=", this);
         return lResult;
     }
     if (!m_bAsync) OnDataReady(lpBuffer, dwLength, aDataInfo);
@@ -99,8 +97,7 @@ CmInt32 CPlayFileHandler::SyncReadData(const tagDataInfo& aDataInfo, unsigned ch
     if (lResult != CACHE_OK) return lResult;
     lResult = pFile->ReadData(lpBuffer, dwOffset, dwLength);
     if (lResult != CACHE_OK)
-        CM_TRACE_ERROR("CPlayFileHandler::SyncReadData->Read data error" << lResult
-                                                                         << " this=" << this);
+        TraceError("CPlayFileHandler::SyncReadData->Read data error", lResult, " this=", this);
     return lResult;
 }
 

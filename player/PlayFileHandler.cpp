@@ -6,16 +6,17 @@
 #include "async/FileThreadManager.h"
 #include "core/HomeDir.h"
 #include "download/PlayDataFile.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
+#include "player/RecordFiles.h"
 
 CPlayFileHandler* CCacheFileManager::CreatePlayFileHandler(CmUint32 dwRecordID, int bDownload,
                                                            int bAsync) {
-    CM_TRACE_INFO("CCacheFileManager::CreatePlayFileHandler->dwRecordID=" << dwRecordID
-                                                                          << " bAsync=" << bAsync);
+    TraceInfo("CCacheFileManager::CreatePlayFileHandler->dwRecordID=", dwRecordID,
+              " bAsync=", bAsync);
     CPlayFileHandler* const pHandler =
         new (std::nothrow) CPlayFileHandler(dwRecordID, bDownload, bAsync);
     if (!pHandler) {
-        CM_TRACE_ERROR("Low memory to create a CPlayFileHandler object");
+        TraceError("Low memory to create a CPlayFileHandler object");
         return nullptr;
     }
     pHandler->AddReference();
@@ -26,7 +27,7 @@ CPlayFileHandler::CPlayFileHandler(CmUint32 dwRecordID, int bDownload, int bAsyn
     : m_dwRecordID(dwRecordID), m_bDownload(bDownload), m_bAsync(bAsync) {}
 
 CPlayFileHandler::~CPlayFileHandler() {
-    m_vecRecordFiles.Clear();
+    m_pRecordFiles.reset();
     if (!m_pDownloadFile) return;
     m_pDownloadFile->CloseFile();
     delete m_pDownloadFile;
@@ -54,17 +55,16 @@ CmInt32 CPlayFileHandler::OpenRecordFile(const CCmString& strFileName,
         CFileChain::Build(FileChainKind::PlayRecord, m_bAsync, this);
     CM_CHECK(pFile, "pFile.Get( )", CACHE_ERR_OUT_OF_MEMORY);
     // The list takes the file first: once it is open nothing may fail any more.
-    m_vecRecordFiles.Add({aFileDescriber, pFile});
+    if (!m_pRecordFiles) m_pRecordFiles = std::make_unique<tagRecordFiles>();
+    m_pRecordFiles->aTable.Add({aFileDescriber, pFile});
     const CmInt32 lResult = pFile->Open(strPath, bWrite);
     if (lResult != CACHE_OK) {
-        m_vecRecordFiles.RemoveLast();
-        CM_TRACE_ERROR("CPlayFileHandler::OpenRecordFile->Open file error=" << lResult
-                                                                            << " this=" << this);
+        m_pRecordFiles->aTable.RemoveLast();
+        TraceError("CPlayFileHandler::OpenRecordFile->Open file error=", lResult, " this=", this);
     }
     return lResult;
 } catch (const std::bad_alloc&) {
-    CM_TRACE_ERROR("CPlayFileHandler::OpenRecordFile->Low memory to open a file"
-                   << " this=" << this);
+    TraceError("CPlayFileHandler::OpenRecordFile->Low memory to open a file", " this=", this);
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 
@@ -75,8 +75,7 @@ CmInt32 CPlayFileHandler::OpenDownloadedFile(const CCmString& strFilePath,
     m_pDownloadFile = new (std::nothrow) CDownloadFileHandler(m_bAsync);
     CM_CHECK(m_pDownloadFile, "m_pDownloadFile", CACHE_ERR_OUT_OF_MEMORY);
     if (m_pDownloadFile->Initialize(this) != CACHE_OK) {
-        CM_TRACE_ERROR("CPlayFileHandler::OpenDownloadedFile->Call Initialize error"
-                       << " this=" << this);
+        TraceError("CPlayFileHandler::OpenDownloadedFile->Call Initialize error", " this=", this);
         delete m_pDownloadFile;
         m_pDownloadFile = nullptr;
         return CACHE_ERR_FAILED;
@@ -86,7 +85,8 @@ CmInt32 CPlayFileHandler::OpenDownloadedFile(const CCmString& strFilePath,
 
 CmInt32 CPlayFileHandler::CloseAllRecordFiles() {
     if (m_pDownloadFile) m_pDownloadFile->CloseFile();
-    for (const tagRecordFile& aFile : m_vecRecordFiles)
+    if (!m_pRecordFiles) return CACHE_OK;
+    for (const auto& aFile : m_pRecordFiles->aTable)
         if (aFile.pFile) aFile.pFile->Close();
     return CACHE_OK;
 }
@@ -100,7 +100,7 @@ CmInt32 CPlayFileHandler::Destroy() {
         CFileThreadManager* const pThreads = CFileThreadManager::Instance();
         pThreads->StopThread(pThreads->GetPrimaryNFSThread());
     }
-    m_vecRecordFiles.Clear();
+    m_pRecordFiles.reset();
     m_pSink = nullptr;
     ReleaseReference();
     return CACHE_OK;

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
-#include "core/DescriberTable.h"
 #include "core/FileOpSink.h"
 #include "platform/CmExport.h"
 
@@ -126,10 +126,7 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
     CmInt32 DataInfo2FileHandler(const tagDataInfo& aDataInfo, IFileOperation*& pFile) const;
 
  private:
-    struct tagRecordFile {
-        tagFileDescriber aDescriber;
-        CRefPtr<IFileOperation> pFile;
-    };
+    struct tagRecordFiles;
 
     CmInt32 FindFile(const char* lpOperation, const char* lpLengthLabel,
                      const tagDataInfo& aDataInfo, IFileOperation*& pFile) const;
@@ -145,7 +142,7 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
     CmInt32 m_lStatus = 0;
     CCmString m_strHomeDir;
     CDownloadFileHandler* m_pDownloadFile = nullptr;  // owned
-    CDescriberTable<tagRecordFile> m_vecRecordFiles;  // in the order of opening
+    std::unique_ptr<tagRecordFiles> m_pRecordFiles;   // made by the first open
     CmUint32 m_dwCBTimeStamp = 0;
     CmUint32 m_dwFileVersion = 0;
 };

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <csignal>
 
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 #include "tests/support/HostTest.h"
 
 // A host forks while its threads are busy inside the library.
@@ -52,7 +52,7 @@ TEST_F(Fork, AChildLetsGoOfTheHostWhateverOtherThreadsWereDoing) {
     int nPosted = 0;
     const auto flood = [&, pQueue = HostQueue()] {
         while (!bEnd) {
-            CM_TRACE_ERROR("line " << nPosted);
+            TraceError("line ", nPosted);
             if (nPosted - m_counts.nDisposed >= 100) continue;  // a fork copies what waits
             ++nPosted;
             pQueue->PostEvent(new TestEvent(m_counts), 1);

@@ -23,20 +23,30 @@ TEST(Trace, TheFormatorTakesEveryTypeAndCutsWhatDoesntFit) {
     }
 }
 
+/// Counts how often it becomes text.
+struct CountedPart {
+    int& nFormatted;
+};
+
+CCmT120Trace::Text_Formator& operator<<(CCmT120Trace::Text_Formator& aText,
+                                        const CountedPart& aPart) {
+    return aText << ++aPart.nFormatted;
+}
+
 TEST(Trace, ALineIsFormattedOnlyForASinkThatWantsItsLevel) {
     int nFormatted = 0;
-    const auto part = [&] { return ++nFormatted; };
-    CM_TRACE_ERROR(part());
+    const CountedPart aPart{nFormatted};
+    TraceError(aPart);
     {
         TraceLog aLog(CCmT120Trace::Level_Error);
-        CM_TRACE_INFO(part());
+        TraceInfo(aPart);
         EXPECT_EQ(nFormatted, 0);
-        CM_TRACE_ERROR("error " << part());
-        CM_TRACE_ERROR(CCmString(2000, 'y'));
+        TraceError("error ", aPart);
+        TraceError(CCmString(2000, 'y'));
         EXPECT_EQ(aLog.TakeErrors(), "error 1\n" + std::string(1023, 'y') + "\n");
         EXPECT_EQ(aLog.TakeInfos(), "");
     }
-    CM_TRACE_ERROR(part());
+    TraceError(aPart);
     EXPECT_EQ(nFormatted, 1);
 }
 
@@ -50,7 +60,7 @@ TEST(Trace, SettingASinkWaitsForTheCallsOfTheEarlierOne) {
             aGoOn.Wait();
             bEnded = true;
         });
-        std::thread aTracer([] { CM_TRACE_ERROR("line"); });
+        std::thread aTracer([] { TraceError("line"); });
         aInside.Wait();
         aGoOn.Raise();
         CCmT120Trace::instance()->SetSink({});
@@ -68,7 +78,7 @@ TEST(Trace, ASinkMayReplaceItselfFromInside) {
         EXPECT_EQ(pHeld.use_count(), 2) << "a running call keeps what it uses";
         strLines += CCmString("1:") + lpText;
     });
-    for (const char* const lpText : {"a ", "b "}) CM_TRACE_ERROR(lpText);
+    for (const char* const lpText : {"a ", "b "}) TraceError(lpText);
     EXPECT_EQ(pHeld.use_count(), 1);
     CCmT120Trace::instance()->SetSink({});
     EXPECT_EQ(strLines, "1:a 2:b ");

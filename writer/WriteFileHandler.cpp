@@ -7,7 +7,7 @@
 #include "async/FileChain.h"
 #include "core/HomeDir.h"
 #include "core/PendingBytes.h"
-#include "platform/CmTrace.h"
+#include "platform/CmTraceLine.h"
 
 namespace {
 
@@ -16,11 +16,11 @@ std::atomic<CmUint32> s_dwLastHandle{0};
 }  // namespace
 
 CWriteFileHandler* CCacheFileManager::CreateWriteFileHandler(CmUint32 dwRecordID, int bAsync) {
-    CM_TRACE_INFO("CCacheFileManager::CreateWriteFileHandler->dwRecordID=" << dwRecordID
-                                                                           << " bAsync=" << bAsync);
+    TraceInfo("CCacheFileManager::CreateWriteFileHandler->dwRecordID=", dwRecordID,
+              " bAsync=", bAsync);
     CWriteFileHandler* const pHandler = new (std::nothrow) CWriteFileHandler(dwRecordID, bAsync);
     if (!pHandler) {
-        CM_TRACE_ERROR("Low memory to create a CWriteFileHandler object");
+        TraceError("Low memory to create a CWriteFileHandler object");
         return nullptr;
     }
     pHandler->AddReference();
@@ -59,15 +59,13 @@ CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint3
     const CmInt32 lResult = pFile->Open(strPath, 1);
     if (lResult != CACHE_OK) {
         m_vecWriteFiles.pop_back();
-        CM_TRACE_ERROR("CWriteFileHandler::OpenWritingFile->Open file error=" << lResult
-                                                                              << " this=" << this);
+        TraceError("CWriteFileHandler::OpenWritingFile->Open file error=", lResult, " this=", this);
         return lResult;
     }
     dwHandle = m_vecWriteFiles.back().dwHandle;
     return CACHE_OK;
 } catch (const std::bad_alloc&) {
-    CM_TRACE_ERROR("CWriteFileHandler::OpenWritingFile->Low memory to create a file"
-                   << " this=" << this);
+    TraceError("CWriteFileHandler::OpenWritingFile->Low memory to create a file", " this=", this);
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 
@@ -120,16 +118,14 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
     CM_CHECK(lpData, "lpData", CACHE_ERR_INVALID_ARG);
     IFileOperation* pFile = nullptr;
     if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) {
-        CM_TRACE_ERROR("CWriteFileHandler::WriteData->Bad file handle" << dwHandle
-                                                                       << " this=" << this);
+        TraceError("CWriteFileHandler::WriteData->Bad file handle", dwHandle, " this=", this);
         return CACHE_ERR_INVALID_STATE;
     }
     CmInt32 lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
     if (lResult != CACHE_OK) return lResult;
     lResult = pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
     if (lResult != CACHE_OK)
-        CM_TRACE_ERROR("CWriteFileHandler::WriteData->Write Data error=" << lResult
-                                                                         << " this=" << this);
+        TraceError("CWriteFileHandler::WriteData->Write Data error=", lResult, " this=", this);
     return lResult;
 }
 
@@ -138,21 +134,18 @@ void CWriteFileHandler::FlushData(CmUint32 dwHandle) {
     if (Handle2Pointer(dwHandle, pFile) == CACHE_OK)
         pFile->Flush();
     else
-        CM_TRACE_ERROR("CWriteFileHandler::FlushData->Bad file handle=" << dwHandle
-                                                                        << " this=" << this);
+        TraceError("CWriteFileHandler::FlushData->Bad file handle=", dwHandle, " this=", this);
 }
 
 CmInt32 CWriteFileHandler::CloseFile(CmUint32 dwHandle) {
     IFileOperation* pFile = nullptr;
     if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) {
-        CM_TRACE_ERROR("CWriteFileHandler::CloseFile->Bad file handle=" << dwHandle
-                                                                        << " this=" << this);
+        TraceError("CWriteFileHandler::CloseFile->Bad file handle=", dwHandle, " this=", this);
         return CACHE_ERR_INVALID_STATE;
     }
     const CmInt32 lResult = pFile->Close();
     if (lResult != CACHE_OK) {
-        CM_TRACE_ERROR("CWriteFileHandler::CloseFile->Close file error=" << lResult
-                                                                         << " this=" << this);
+        TraceError("CWriteFileHandler::CloseFile->Close file error=", lResult, " this=", this);
         return lResult;
     }
     RemoveHandle(dwHandle);

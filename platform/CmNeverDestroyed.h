@@ -6,7 +6,7 @@
 /// so that it can still be used while static objects of the host end. It takes no heap memory.
 /// T makes this function its friend when its constructor is private.
 template <class T>
-T& CmImmortal() {
+T& CmNeverDestroyed() {
     alignas(T) static unsigned char s_storage[sizeof(T)];
     static T* const s_pInstance = new (s_storage) T;
     return *s_pInstance;

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstddef>
+#include <initializer_list>
+
+#include "platform/CmTrace.h"
+
+/// Builds a line in a caller's buffer from parts that are streamed in order. Text that does not fit
+/// is cut.
+///
+/// Lives on the stack of the thread that traces. It allocates nothing and cannot fail.
+class CCmT120Trace::Text_Formator {
+ public:
+    /// lpBuffer (dwSize bytes, at least 1) must outlive the formator.
+    Text_Formator(char* lpBuffer, std::size_t dwSize) noexcept;
+
+    Text_Formator& operator<<(const char* lpText) noexcept;
+    Text_Formator& operator<<(const CCmString& strText) noexcept;
+    Text_Formator& operator<<(int nValue) noexcept;
+    Text_Formator& operator<<(unsigned int nValue) noexcept;
+    Text_Formator& operator<<(long nValue) noexcept;
+    Text_Formator& operator<<(unsigned long nValue) noexcept;
+    Text_Formator& operator<<(long long nValue) noexcept;
+    Text_Formator& operator<<(unsigned long long qwValue) noexcept;
+    Text_Formator& operator<<(unsigned short wValue) noexcept;
+    Text_Formator& operator<<(unsigned char byValue) noexcept;
+    Text_Formator& operator<<(const void* pValue) noexcept;
+
+    operator const char*() const noexcept;
+
+ private:
+    void Append(const char* lpText, std::size_t dwLength) noexcept;
+
+    char* const m_lpBuffer;
+    const std::size_t m_dwSize;
+    std::size_t m_dwUsed = 0;
+};
+
+/// Traces the parts as one line of the level. Formats only if a sink wants lines of this level, in
+/// a buffer on the stack, so a trace takes no memory.
+template <class... Parts>
+void Trace(CmInt32 lLevel, const Parts&... aParts) noexcept {
+    if (!CCmT120Trace::instance()->IsEnabled(lLevel)) return;
+    char aBuffer[1024];
+    CCmT120Trace::Text_Formator aLine(aBuffer, sizeof aBuffer);
+    (void)(aLine << ... << aParts);
+    CCmT120Trace::instance()->trace_string(lLevel, aLine);
+}
+
+/// Traces a failure: TraceError("CClass::Operation->Failure error=", nErrno, " this=", this).
+template <class... Parts>
+void TraceError(const Parts&... aParts) noexcept {
+    Trace(CCmT120Trace::Level_Error, aParts...);
+}
+
+/// Traces an event in the life of an object, such as its creation.
+template <class... Parts>
+void TraceInfo(const Parts&... aParts) noexcept {
+    Trace(CCmT120Trace::Level_Info, aParts...);
+}
+
+/// Traces that the check `text` has failed here. Nothing stops: the caller continues on its failure
+/// path. A macro, because the line shows the place of its use.
+#define CM_ASSERTION(text) TraceError(__FILE__, ":", __LINE__, " Assert failed: ", text)
+
+/// Continues if the condition holds; otherwise traces the check's text and returns the code.
+#define CM_CHECK(condition, text, code) \
+    do {                                \
+        if (!(condition)) {             \
+            CM_ASSERTION(text);         \
+            return code;                \
+        }                               \
+    } while (0)
+
+/// What CmWatchForks does with the sink around a fork; see CCmCallSlot.
+void TraceBeforeFork();
+void TraceAfterForkInParent();
+void TraceAfterForkInChild();
