@@ -60,9 +60,9 @@ struct tagExtractOptions {
     std::string strDirectory;
     std::vector<std::string> vecStreams;
     bool bForce = false;
-    bool bJson = false;
     ProgressMode aProgress = ProgressMode::Auto;
     bool bAllowOverlap = false;  ///< also if the files need more bytes than the container has
+    bool bJson = false;
 };
 /// Writes the streams of a container into files, also of a damaged one.
 int Extract(const tagExtractOptions& aOptions);
