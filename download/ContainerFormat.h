@@ -63,6 +63,8 @@ struct tagStreamExtent {
     CmUint32 dwExtent;
     /// The length of the stream: the noted one where notes hold, else dwExtent.
     CmUint32 dwLength;
+    /// How many bytes the entry notes beyond these, if notes hold: something begins too early.
+    CmUint32 dwLacking;
 };
 
 enum : CmUint32 {

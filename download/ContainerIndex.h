@@ -64,7 +64,7 @@ class CACHEFILE_API CContainerIndex {
     const tagEntryFileHeader* GetConfFileHeader() const;
 
     /// Where the stream of an entry ends; also of an entry of an unknown kind. The first call
-    /// derives this for all entries: it reads nothing, sorts the offsets, and keeps 8 bytes for
+    /// derives this for all entries: it reads nothing, sorts the offsets, and keeps 12 bytes for
     /// each entry; further calls take constant time. 4009: there is no such entry. 4011: no memory.
     CmInt32 GetStreamExtent(std::size_t nIndex, tagStreamExtent& aExtent) const;
 

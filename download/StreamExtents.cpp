@@ -66,11 +66,12 @@ void CStreamExtents::DeriveGroup(std::size_t nFrom, std::size_t nTo, CmUint32 dw
         if (bFits) ++m_nFitting;
         const CmUint32 dwOwn = bFits ? dwNoted : 0;
         const CmUint32 dwExtent = n + 1 == nTo ? dwBytes : dwOwn;
-        m_vecExtents[m_vecOrder[n]] = {dwExtent, bFits ? dwNoted : dwExtent};
+        m_vecExtents[m_vecOrder[n]] = {dwExtent, bFits ? dwNoted : dwExtent,
+                                       bNote && !bFits ? dwNoted - dwExtent : 0};
     }
 }
 
 void CStreamExtents::BelieveNotes() {
     if (2 * m_nFitting >= m_nNotes) return;
-    for (tagStreamExtent& aExtent : m_vecExtents) aExtent.dwLength = aExtent.dwExtent;
+    for (tagStreamExtent& aExtent : m_vecExtents) aExtent = {aExtent.dwExtent, aExtent.dwExtent, 0};
 }

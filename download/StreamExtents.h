@@ -14,7 +14,7 @@
 /// all notes fit.
 ///
 /// One thread at a time. Add each entry once, in the order of the index, then call Derive. Memory:
-/// 24 bytes for an entry while it works, 8 afterwards. Throws std::bad_alloc.
+/// 28 bytes for an entry while it works, 12 afterwards. Throws std::bad_alloc.
 class CStreamExtents {
  public:
     void Add(CmUint32 dwEntryOffset, CmUint32 dwDataOffset, CmUint32 dwNoted);

@@ -823,6 +823,9 @@ class Pack(Cli):
             self.run_tool(DAMAGE, "extract", "circle", "-o", "out")
             self.assertEqual(sorted(map(self.read, self.files("out"))),
                              [bytes([number]) * 9 for number in range(link + 1)])
+        self.make("early", container(THREE, entries={1: {"offset": 320}}))
+        _, error = self.run_tool(DAMAGE, "extract", "early", "-o", "early.out")
+        self.assertIn("missing of 4:7004:4: 272 bytes that the index notes", error)
         self.make("hidden", DAMAGED["same stream twice"][0])
         _, error = self.run_tool(DAMAGE, "extract", "hidden", "-o", "hidden.out")
         self.assertIn("entry 4 is left out", error)

@@ -160,6 +160,12 @@ void CExtraction::Extract(const tagStream& aStream) {
     const std::uint64_t qwMissing = aStream.qwExtent - qwCopied;
     if (qwMissing > 0)
         Miss(aStream, Grouped(qwMissing) + " of " + Grouped(aStream.qwExtent) + " bytes");
+    tagStreamExtent aExtent{};
+    const auto nIndex = static_cast<std::size_t>(&aStream - m_recording.vecStreams.data());
+    m_recording.pIndex->GetStreamExtent(nIndex, aExtent);
+    if (aExtent.dwLacking > 0)
+        Miss(aStream, Grouped(aExtent.dwLacking) +
+                          " bytes that the index notes: something else begins there");
     Note(aStream, qwCopied, true);
 }
 
