@@ -16,3 +16,10 @@
 #else
 #define CACHEFILE_API
 #endif
+
+/// CACHEFILE_LOCAL keeps a member of an exported class inside the library.
+#if defined(__GNUC__) && !defined(_WIN32)
+#define CACHEFILE_LOCAL __attribute__((visibility("hidden")))
+#else
+#define CACHEFILE_LOCAL
+#endif

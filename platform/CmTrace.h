@@ -36,7 +36,7 @@ class CACHEFILE_API CCmT120Trace {
     /// Passes one line to the sink if its level is enabled.
     void trace_string(CmInt32 lLevel, const char* lpText) noexcept;
 
-    class Text_Formator;  // builds lines inside the library
+    class CACHEFILE_LOCAL Text_Formator;  // builds lines inside the library
 
     CCmT120Trace(const CCmT120Trace&) = delete;
     CCmT120Trace& operator=(const CCmT120Trace&) = delete;

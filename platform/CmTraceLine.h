@@ -9,7 +9,7 @@
 /// is cut.
 ///
 /// Lives on the stack of the thread that traces. It allocates nothing and cannot fail.
-class CCmT120Trace::Text_Formator {
+class CACHEFILE_LOCAL CCmT120Trace::Text_Formator {
  public:
     /// lpBuffer (dwSize bytes, at least 1) must outlive the formator.
     Text_Formator(char* lpBuffer, std::size_t dwSize) noexcept;
