@@ -71,6 +71,17 @@ int32_t cachefile_index_get_entry(const cachefile_index* index, size_t number,
     return capi::GiveStruct(aGiven, entry) ? CACHEFILE_OK : CACHEFILE_ERR_INVALID_ARG;
 }
 
+int32_t cachefile_index_stream_length(const cachefile_index* index, size_t number,
+                                      uint32_t* length) {
+    return capi::Guarded([&]() -> std::int32_t {
+        if (!index || !length) return CACHEFILE_ERR_INVALID_ARG;
+        CmUint32 dwLength = 0;
+        const CmInt32 lResult = index->m_index.GetStreamLength(number, dwLength);
+        if (lResult == CACHEFILE_OK) *length = static_cast<std::uint32_t>(dwLength);
+        return lResult;
+    });
+}
+
 int32_t cachefile_index_end_of_walk(const cachefile_index* index) {
     return index ? static_cast<std::int32_t>(index->m_index.GetEndOfWalk()) : CACHEFILE_WALK_NONE;
 }

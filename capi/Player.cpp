@@ -142,6 +142,19 @@ int32_t cachefile_player_get_stream(const cachefile_player* player, size_t index
     return CACHEFILE_OK;
 }
 
+int32_t cachefile_player_stream_length(cachefile_player* player, const cachefile_data_info* info,
+                                       uint32_t* length) {
+    return capi::Guarded([&]() -> std::int32_t {
+        tagDataInfo aDataInfo{};
+        if (!player || !length || !capi::TakeDataInfo(info, aDataInfo))
+            return CACHEFILE_ERR_INVALID_ARG;
+        CmUint32 dwLength = 0;
+        const CmInt32 lResult = player->m_pHandler->GetStreamLength(aDataInfo, dwLength);
+        if (lResult == CACHE_OK) *length = static_cast<std::uint32_t>(dwLength);
+        return lResult;
+    });
+}
+
 int32_t cachefile_player_read(cachefile_player* player, const cachefile_data_info* info,
                               void* buffer, uint32_t offset, uint32_t length, void* request) {
     return capi::Guarded([&]() -> std::int32_t {

@@ -4,6 +4,7 @@
 #include "capi/Call.h"
 #include "capi/HostText.h"
 #include "core/CacheFileManager.h"
+#include "core/Version.h"
 #include "platform/CmResult.h"
 #include "platform/CmTrace.h"
 
@@ -27,7 +28,13 @@ CAPI_SAME_CODE(ERR_INVALID_ARG);
 CAPI_SAME_CODE(ERR_INVALID_STATE);
 CAPI_SAME_CODE(ERR_OUT_OF_MEMORY);
 CAPI_SAME_CODE(ERR_WRITE_DENIED);
+CAPI_SAME_CODE(ERR_TRY_AGAIN);
 #undef CAPI_SAME_CODE
+
+#define CAPI_COUNT(code, name, text) +1
+static_assert(CACHEFILE_RESULT_CODES(CAPI_COUNT) == 14 + 2,
+              "every code that reaches a host is in both interfaces; two do not reach hosts");
+#undef CAPI_COUNT
 
 }  // namespace
 
@@ -35,7 +42,9 @@ const char* cachefile_result_name(int32_t result) { return CacheFileResultName(r
 
 const char* cachefile_result_text(int32_t result) { return CacheFileResultText(result); }
 
-const char* cachefile_version(void) { return "1.0.0"; }
+const char* cachefile_version(void) { return CacheFileVersion(); }
+
+uint32_t cachefile_version_number(void) { return CacheFileVersionNumber(); }
 
 int32_t cachefile_set_home_dir(const char* directory) {
     return capi::Guarded([&] {

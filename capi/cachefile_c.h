@@ -49,6 +49,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "core/Version.h"
 #include "platform/CmExport.h"
 
 #ifdef __cplusplus
@@ -84,9 +85,14 @@ CACHEFILE_API const char* cachefile_result_text(int32_t result);
 
 /* ---- The process ---- */
 
-/** The version of the library that is running, "1.0.0". Valid as long as the library. Any thread.
- */
+/** The version of the library that the process has loaded, such as "1.2.3". It may be newer than
+ * this header, whose version is in CACHEFILE_VERSION_MAJOR, _MINOR and _PATCH. Valid as long as the
+ * library. Any thread. */
 CACHEFILE_API const char* cachefile_version(void);
+
+/** The same as one number, for comparisons with CACHEFILE_VERSION_NUMBER: 1.2.3 is 10203. Any
+ * thread. */
+CACHEFILE_API uint32_t cachefile_version_number(void);
 
 /** Sets the home directory, below which each recording has a directory named by its number. Writers
  * and players that exist already keep theirs. It is "./kvr2" at first; "" is the current directory.
@@ -101,7 +107,8 @@ CACHEFILE_API uint64_t cachefile_lost_bytes(void);
  * thread. */
 CACHEFILE_API uint64_t cachefile_pending_bytes(void);
 
-/** Limits the pending bytes: a write that would exceed the limit is refused and takes nothing.
+/** Limits the pending bytes. A write that would exceed the limit takes nothing and returns
+ * CACHEFILE_ERR_TRY_AGAIN, or CACHEFILE_ERR_OUT_OF_MEMORY if it is larger than the limit by itself.
  * Values below 65,536 count as 65,536; UINT64_MAX, the value at the start, means no limit. Any
  * thread. */
 CACHEFILE_API void cachefile_set_pending_limit(uint64_t bytes);
@@ -275,8 +282,8 @@ CACHEFILE_API int32_t cachefile_writer_open(cachefile_writer* writer, const char
  * only gathers the bytes; a write at an offset first passes on what is gathered. data may be null
  * if length is 0. In asynchronous mode a later failure comes as CACHEFILE_OP_WRITE.
  * 4010: no such file, or the worker was stopped. 4003, 4006: a write that this call caused failed,
- * or the open of the file did. 4011, 4013: the limit of pending bytes is reached, or there is no
- * memory; nothing was taken. */
+ * or the open of the file did. 4011: no memory, or more bytes than the limit of pending bytes.
+ * 4013: the limit is reached. Nothing was taken in these two cases. */
 CACHEFILE_API int32_t cachefile_writer_write(cachefile_writer* writer, uint32_t file,
                                              const void* data, uint32_t length, uint32_t offset);
 
@@ -338,6 +345,15 @@ CACHEFILE_API size_t cachefile_player_stream_count(const cachefile_player* playe
  * the container's index. 4009: there is no such stream. */
 CACHEFILE_API int32_t cachefile_player_get_stream(const cachefile_player* player, size_t index,
                                                   cachefile_describer* describer);
+
+/** The length of a stream of the open container: a read that goes further runs into the next
+ * stream. The first call walks the index a second time, in asynchronous mode on the worker, for
+ * which it waits; later calls take constant time. 4009: no such stream. 4010: no container was
+ * opened, or the worker has ended. 4007: it is closed. 4002, 4006: the index cannot be read any
+ * more. */
+CACHEFILE_API int32_t cachefile_player_stream_length(cachefile_player* player,
+                                                     const cachefile_data_info* info,
+                                                     uint32_t* length);
 
 /** Reads length bytes at offset of what info names into buffer. After 0, on_data is called once,
  * with request (the host's own, may be null), buffer and the number of bytes read: fewer than
@@ -510,6 +526,11 @@ CACHEFILE_API size_t cachefile_index_entry_count(const cachefile_index* index);
  * of the walk. 4009: there is no such entry. */
 CACHEFILE_API int32_t cachefile_index_get_entry(const cachefile_index* index, size_t number,
                                                 cachefile_index_entry* entry);
+
+/** The length of the stream of entry number, as cachefile_player_stream_length gives it. 4009:
+ * there is no such entry. */
+CACHEFILE_API int32_t cachefile_index_stream_length(const cachefile_index* index, size_t number,
+                                                    uint32_t* length);
 
 /** How the walk ended, a cachefile_walk, and where the next entry would be. */
 CACHEFILE_API int32_t cachefile_index_end_of_walk(const cachefile_index* index);

@@ -246,6 +246,9 @@ TEST_P(CInterface, PacksAndPlaysAContainer) {
     EXPECT_EQ(cachefile_player_cb_time_stamp(pPlayer), 9U);
 
     char aBuffer[16];
+    std::uint32_t dwLength = 0;
+    ASSERT_EQ(cachefile_player_stream_length(pPlayer, &m_info, &dwLength), 0);
+    EXPECT_EQ(dwLength, 6U);
     ASSERT_EQ(cachefile_player_read(pPlayer, &m_info, aBuffer, 1, 5, nullptr), 0);
     EXPECT_EQ(m_host.Settle(), "Data 5 emory");
     cachefile_data_info aSecond = m_info;
@@ -258,6 +261,8 @@ TEST_P(CInterface, PacksAndPlaysAContainer) {
     EXPECT_EQ(lSync, m_host.IsAsync() ? CACHEFILE_ERR_INVALID_STATE : CACHEFILE_OK);
     EXPECT_EQ(std::string(aBuffer, dwRead), m_host.IsAsync() ? "" : "a file");
     aSecond.file_id = 9;
+    EXPECT_EQ(cachefile_player_stream_length(pPlayer, &aSecond, &dwLength),
+              CACHEFILE_ERR_INVALID_ARG);
     EXPECT_EQ(cachefile_player_read(pPlayer, &aSecond, aBuffer, 0, 1, nullptr),
               CACHEFILE_ERR_INVALID_ARG);
     EXPECT_EQ(cachefile_player_open_record(pPlayer, "x", &m_describer, 0),
@@ -295,6 +300,9 @@ TEST(CIndex, ShowsWhatAContainerHolds) {
     EXPECT_EQ(aEntry.data_type * 10000U + aEntry.file_id, 44004U);
     EXPECT_EQ(aEntry.file_kind, 1U);
     EXPECT_EQ(aEntry.noted_length, 11U);
+    ASSERT_EQ(cachefile_index_stream_length(pIndex, 0, &dwRead), 0);
+    EXPECT_EQ(dwRead, 6U);
+    EXPECT_EQ(cachefile_index_stream_length(pIndex, 5, &dwRead), CACHEFILE_ERR_INVALID_ARG);
     ASSERT_EQ(cachefile_index_read(pIndex, aEntry.data_offset, aBuffer, 11, &dwRead), 0);
     EXPECT_EQ(std::string(aBuffer, dwRead), "from a file");
     EXPECT_EQ(cachefile_index_get_entry(pIndex, cachefile_index_entry_count(pIndex), &aEntry),
@@ -399,6 +407,9 @@ TEST_P(CInterface, NullArgumentsAreRefused) {
         cachefile_player_open_container(p, nullptr),
         cachefile_player_get_stream(nullptr, 0, &d),
         cachefile_player_get_stream(p, 0, nullptr),
+        cachefile_player_stream_length(nullptr, &m_info, &n),
+        cachefile_player_stream_length(p, nullptr, &n),
+        cachefile_player_stream_length(p, &m_info, nullptr),
         cachefile_player_read(nullptr, &m_info, b, 0, 4, nullptr),
         cachefile_player_read(p, nullptr, b, 0, 4, nullptr),
         cachefile_player_read(p, &m_info, nullptr, 0, 4, nullptr),
@@ -436,6 +447,8 @@ TEST_P(CInterface, NullArgumentsAreRefused) {
         cachefile_index_get_header(nullptr, nullptr),
         cachefile_index_get_header(i, nullptr),
         cachefile_index_get_entry(nullptr, 0, nullptr),
+        cachefile_index_stream_length(nullptr, 0, &n),
+        cachefile_index_stream_length(i, 0, nullptr),
         cachefile_index_get_conf(nullptr, &n, &n),
         cachefile_index_read(nullptr, 0, b, 4, &n),
         cachefile_index_read(i, 0, nullptr, 4, &n),
@@ -525,6 +538,8 @@ TEST_P(CInterface, MisuseIsAnswered) {
         EXPECT_EQ(dwFile, 0U);
     }
     EXPECT_EQ(cachefile_player_open_container(m_host.Player(), "x"), CACHEFILE_ERR_INVALID_STATE);
+    EXPECT_EQ(cachefile_player_stream_length(m_host.Player(), &m_info, &dwFile),
+              CACHEFILE_ERR_INVALID_STATE);
     char b[4];
     EXPECT_EQ(cachefile_player_read(m_host.Player(), &m_info, b, 0, 4, nullptr),
               CACHEFILE_ERR_INVALID_STATE);
@@ -581,7 +596,12 @@ TEST_P(CInterface, ALimitOfPendingBytesRefuses) {
     cachefile_set_pending_limit(UINT64_MAX);
 }
 
-TEST(CProcess, CodesHaveNamesAndTexts) {
+TEST(CProcess, CodesAndTheVersionHaveTexts) {
+    const std::uint32_t dwVersion = cachefile_version_number();
+    EXPECT_EQ(dwVersion, std::uint32_t{CACHEFILE_VERSION_NUMBER});
+    EXPECT_EQ(cachefile_version(), std::to_string(dwVersion / 10000) + "." +
+                                       std::to_string(dwVersion / 100 % 100) + "." +
+                                       std::to_string(dwVersion % 100));
     EXPECT_STREQ(cachefile_result_name(CACHEFILE_ERR_DISK_FULL), "CACHE_ERR_DISK_FULL");
     EXPECT_STREQ(cachefile_result_text(CACHEFILE_OK), "success");
     EXPECT_STREQ(cachefile_result_name(1), "unknown");
