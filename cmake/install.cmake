@@ -8,6 +8,9 @@ install(TARGETS cachefile EXPORT cachefile-targets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 foreach(header IN LISTS cachefile_headers)
     cmake_path(GET header PARENT_PATH module)
+    if(module STREQUAL "capi")
+        set(module "")  # beside cachefile.h
+    endif()
     install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/cachefile/${module})
 endforeach()
 

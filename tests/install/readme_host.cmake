@@ -1,7 +1,7 @@
-# The host that README.md shows is the one that is built and run.
-file(READ ${README} readme)
+# The host that a page of the documentation shows is the one that is built and run.
+file(READ ${PAGE} page)
 file(READ ${HOST} host)
-string(FIND "${readme}" "```cpp\n${host}```" found)
+string(FIND "${page}" "```${LANGUAGE}\n${host}```" found)
 if(found EQUAL -1)
-    message(FATAL_ERROR "README.md doesn't show ${HOST} as it is")
+    message(FATAL_ERROR "${PAGE} doesn't show ${HOST} as it is")
 endif()

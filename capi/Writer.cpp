@@ -1,0 +1,103 @@
+#include <memory>
+
+#include "capi/Callbacks.h"
+#include "capi/HostText.h"
+#include "capi/Records.h"
+#include "writer/WriteFileHandler.h"
+
+/// A write handler with the host's callbacks. Made and freed by the host, which drives it from one
+/// thread. Nothing of it is touched after a callback, which may have freed it.
+struct cachefile_writer final : IFileOpSink {
+    void OnFileOpStatus(CCacheFileManager::LinkType /*aLinkType*/,
+                        CCacheFileManager::OpType aOpType, CmInt32 aResult) override {
+        m_callbacks.Status(aOpType, aResult);
+    }
+
+    void OnDataReady(unsigned char* lpData, CmUint32 /*dwLength*/,
+                     const tagDataInfo& /*aDataInfo*/) override {
+        delete[] lpData;  // a write handler reads nothing
+    }
+
+    capi::CCallbacks m_callbacks;
+    CWriteFileHandler* m_pHandler = nullptr;
+};
+
+int32_t cachefile_writer_create(uint32_t record_id, uint32_t flags,
+                                const cachefile_callbacks* callbacks, cachefile_writer** writer) {
+    return capi::Guarded([&]() -> std::int32_t {
+        if (!writer || (flags & ~std::uint32_t{CACHEFILE_ASYNC})) return CACHEFILE_ERR_INVALID_ARG;
+        auto pWriter = std::make_unique<cachefile_writer>();
+        if (!pWriter->m_callbacks.Take(callbacks)) return CACHEFILE_ERR_INVALID_ARG;
+        CWriteFileHandler* const pHandler = CCacheFileManager::Instance().CreateWriteFileHandler(
+            record_id, (flags & CACHEFILE_ASYNC) != 0);
+        if (!pHandler) return CACHEFILE_ERR_OUT_OF_MEMORY;
+        const CmInt32 lResult = pHandler->Initialize(pWriter.get());
+        if (lResult != CACHE_OK) {
+            pHandler->Destroy();
+            return lResult;
+        }
+        pWriter->m_pHandler = pHandler;
+        *writer = pWriter.release();
+        return CACHEFILE_OK;
+    });
+}
+
+void cachefile_writer_destroy(cachefile_writer* writer) {
+    if (!writer) return;
+    writer->m_pHandler->Destroy();
+    delete writer;
+}
+
+int32_t cachefile_writer_set_dir(cachefile_writer* writer, const char* directory) {
+    return capi::Guarded([&] {
+        CCmString strDirectory;
+        if (!writer || !capi::TakeDirectory(directory, strDirectory))
+            return CACHEFILE_ERR_INVALID_ARG;
+        writer->m_pHandler->SetHomeDir(strDirectory);
+        return CACHEFILE_OK;
+    });
+}
+
+int32_t cachefile_writer_open(cachefile_writer* writer, const char* name, uint32_t* file) {
+    if (file) *file = 0;
+    return capi::Guarded([&]() -> std::int32_t {
+        CCmString strName;
+        if (!writer || !file || !capi::TakeName(name, strName)) return CACHEFILE_ERR_INVALID_ARG;
+        CmUint32 dwHandle = 0;
+        const CmInt32 lResult = writer->m_pHandler->OpenWritingFile(strName, dwHandle);
+        *file = dwHandle;
+        return lResult;
+    });
+}
+
+int32_t cachefile_writer_write(cachefile_writer* writer, uint32_t file, const void* data,
+                               uint32_t length, uint32_t offset) {
+    return capi::Guarded([&]() -> std::int32_t {
+        const unsigned char* const lpData = capi::BytesOf(data, length);
+        if (!writer || !lpData) return CACHEFILE_ERR_INVALID_ARG;
+        return writer->m_pHandler->WriteData(file, lpData, length, offset);
+    });
+}
+
+int32_t cachefile_writer_append(cachefile_writer* writer, uint32_t file, const void* data,
+                                uint32_t length) {
+    return cachefile_writer_write(writer, file, data, length, CACHEFILE_END);
+}
+
+int32_t cachefile_writer_flush(cachefile_writer* writer, uint32_t file) {
+    return capi::Guarded([&] {
+        if (!writer) return CACHEFILE_ERR_INVALID_ARG;
+        writer->m_pHandler->FlushData(file);
+        return CACHEFILE_OK;
+    });
+}
+
+int32_t cachefile_writer_close(cachefile_writer* writer, uint32_t file) {
+    return capi::Guarded([&]() -> std::int32_t {
+        return writer ? writer->m_pHandler->CloseFile(file) : CACHEFILE_ERR_INVALID_ARG;
+    });
+}
+
+int32_t cachefile_writer_status(const cachefile_writer* writer) {
+    return writer ? writer->m_pHandler->GetFileStatus(CCacheFileManager::Link_Local) : 0;
+}

@@ -1,0 +1,3 @@
+#include "platform/CmText.h"
+
+bool CmUtf8ToLocal(CCmString& /*strText*/) { return true; }

@@ -1,0 +1,622 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "capi/cachefile_c.h"
+#include "tests/support/HostTest.h"
+
+// The C interface from a host's side: everything is done through it alone.
+
+namespace {
+
+constexpr std::uint32_t c_dwNoHandle = 99;
+
+/// A host with its thread attached, in an empty directory. It writes its callbacks down ("Open 0",
+/// "Data 5 hello") and can act inside the next one.
+class CHost {
+ public:
+    explicit CHost(std::uint32_t dwFlags) : m_dwFlags(dwFlags) {
+        EXPECT_EQ(cachefile_caller_attach(), 0);
+        m_callbacks.user = this;
+        m_callbacks.on_status = [](void* user, std::int32_t operation, std::int32_t result) {
+            static const char* const s_aNames[] = {"?", "Open", "Close", "Read", "Write"};
+            static_cast<CHost*>(user)->Log(std::string(s_aNames[operation]) + " " +
+                                           std::to_string(result));
+        };
+        m_callbacks.on_data = [](void* user, void* request, void* data, std::uint32_t length,
+                                 const cachefile_data_info* info) {
+            EXPECT_EQ(info->struct_size, sizeof *info);
+            EXPECT_EQ(info->data_length, c_dwMark);
+            const std::string strBytes(static_cast<const char*>(data), length);
+            // A request tells the two kinds of read apart: memory handed out is ours.
+            if (request == &s_handedOut) cachefile_free(data);
+            static_cast<CHost*>(user)->Log("Data " + std::to_string(length) + " " + strBytes);
+        };
+    }
+    ~CHost() {
+        cachefile_player_destroy(m_pPlayer);
+        cachefile_writer_destroy(m_pWriter);
+        EXPECT_EQ(cachefile_shutdown(), 0);
+        EXPECT_EQ(cachefile_caller_detach(), 0);
+    }
+
+    bool IsAsync() const { return (m_dwFlags & CACHEFILE_ASYNC) != 0; }
+
+    cachefile_writer* Writer() {
+        if (m_pWriter) return m_pWriter;
+        EXPECT_EQ(cachefile_writer_create(7, m_dwFlags, &m_callbacks, &m_pWriter), 0);
+        return m_pWriter;
+    }
+    cachefile_player* Player(std::uint32_t dwMore = 0) {
+        if (m_pPlayer) return m_pPlayer;
+        EXPECT_EQ(cachefile_player_create(7, m_dwFlags | dwMore, &m_callbacks, &m_pPlayer), 0);
+        return m_pPlayer;
+    }
+    void DestroyPlayer() { cachefile_player_destroy(std::exchange(m_pPlayer, nullptr)); }
+
+    void Record(const char* lpName, const std::string& strBytes) {
+        std::uint32_t dwFile = 0;
+        ASSERT_EQ(cachefile_writer_open(Writer(), lpName, &dwFile), 0);
+        ASSERT_EQ(cachefile_writer_append(Writer(), dwFile, strBytes.data(),
+                                          static_cast<std::uint32_t>(strBytes.size())),
+                  0);
+        ASSERT_EQ(cachefile_writer_close(Writer(), dwFile), 0);
+        Settle();
+    }
+    void OpenRecord(const char* lpName, std::int32_t bWritable = 0) {
+        const cachefile_describer aDescriber = Describer();
+        ASSERT_EQ(cachefile_player_open_record(Player(), lpName, &aDescriber, bWritable), 0);
+    }
+
+    /// Lets the worker run dry and the callbacks come; returns what came since the last time.
+    std::string Settle() {
+        struct Access : HostTest {
+            using HostTest::Settle;
+        };
+        if (IsAsync()) Access::Settle();
+        return std::exchange(m_strLog, {});
+    }
+
+    /// Type 4, id 1004, kind 4; the marks come back.
+    static cachefile_describer Describer() {
+        cachefile_describer aDescriber = CACHEFILE_DESCRIBER_INIT;
+        aDescriber.data_type = 4, aDescriber.file_id = 1004, aDescriber.file_kind = 4;
+        aDescriber.extra_info = c_dwMark;
+        return aDescriber;
+    }
+    static cachefile_data_info Info() {
+        cachefile_data_info aInfo = CACHEFILE_DATA_INFO_INIT;
+        aInfo.data_type = 4, aInfo.file_id = 1004, aInfo.file_kinds = 5;
+        aInfo.data_length = c_dwMark;
+        return aInfo;
+    }
+
+    static constexpr std::uint32_t c_dwMark = 77;
+    static inline char s_handedOut;  // the request of reads that hand out memory
+
+    cachefile_callbacks m_callbacks = CACHEFILE_CALLBACKS_INIT;
+    std::function<void()> m_onNext;  // what to do inside the next callback
+
+ private:
+    void Log(const std::string& strEntry) {
+        m_strLog += (m_strLog.empty() ? "" : ", ") + strEntry;
+        if (const auto onNext = std::exchange(m_onNext, nullptr)) onNext();
+    }
+
+    const TestDir m_dir;
+    const std::uint32_t m_dwFlags;
+    cachefile_writer* m_pWriter = nullptr;
+    cachefile_player* m_pPlayer = nullptr;
+    std::string m_strLog;
+};
+
+class CInterface : public testing::TestWithParam<std::uint32_t> {
+ protected:
+    CHost m_host{GetParam()};
+    const cachefile_data_info m_info = CHost::Info();
+    const cachefile_describer m_describer = CHost::Describer();
+};
+INSTANTIATE_TEST_SUITE_P(Modes, CInterface, testing::Values(0U, std::uint32_t{CACHEFILE_ASYNC}),
+                         [](const auto& aInfo) { return aInfo.param ? "Async" : "Sync"; });
+
+TEST_P(CInterface, RecordsIntoPathsOfTheSystem) {
+    cachefile_writer* const pWriter = m_host.Writer();
+    EXPECT_EQ(cachefile_writer_status(pWriter), 0);
+    // The home directory was copied when the writer was made.
+    ASSERT_EQ(cachefile_set_home_dir("new/h\xC3\xB6me"), 0);
+    std::uint32_t dwFile = 0;
+    ASSERT_EQ(cachefile_writer_open(pWriter, "sub/a b", &dwFile), 0);
+    EXPECT_EQ(cachefile_writer_write(pWriter, dwFile, "hello", 5, CACHEFILE_END), 0);
+    EXPECT_EQ(cachefile_writer_write(pWriter, dwFile, "J", 1, 0), 0);
+    EXPECT_EQ(cachefile_writer_append(pWriter, dwFile, nullptr, 0), 0);
+    EXPECT_EQ(cachefile_writer_append(pWriter, dwFile, "!", 1), 0);
+    EXPECT_EQ(cachefile_writer_flush(pWriter, dwFile), 0);
+    EXPECT_EQ(m_host.Settle(), m_host.IsAsync() ? "Open 0" : "");
+    EXPECT_EQ(ReadBytes("kvr2/7/sub/a b"), "Jello!");
+    EXPECT_EQ(cachefile_writer_close(pWriter, dwFile), 0);
+    EXPECT_EQ(cachefile_writer_close(pWriter, dwFile), CACHEFILE_ERR_INVALID_STATE);
+
+    const std::string strAbsolute =
+        (std::filesystem::current_path() / "x y" / "fourth").generic_string();
+    for (const std::string& strDirectory :
+         {std::string("other"), std::string("./third/"), std::string(), strAbsolute}) {
+        ASSERT_EQ(cachefile_writer_set_dir(pWriter, strDirectory.c_str()), 0);
+        m_host.Record("x", strDirectory);
+        const std::string strPath = strDirectory + (strDirectory.empty() ? "x" : "/x");
+        EXPECT_EQ(ReadBytes(strPath), strDirectory);
+    }
+    cachefile_writer* pLater = nullptr;
+    ASSERT_EQ(cachefile_writer_create(8, 0, nullptr, &pLater), 0);
+    ASSERT_EQ(cachefile_writer_open(pLater, "y", &dwFile), 0);
+    cachefile_writer_destroy(pLater);
+    EXPECT_EQ(ReadBytes("new/h\xC3\xB6me/8/y"), "");
+    ASSERT_EQ(cachefile_set_home_dir("kvr2"), 0);
+    EXPECT_EQ(cachefile_lost_bytes(), 0U);
+}
+
+TEST_P(CInterface, PlaysRecordFiles) {
+    m_host.Record("x", "hello");
+    m_host.OpenRecord("x");
+    m_host.Settle();
+    cachefile_player* const pPlayer = m_host.Player();
+    char aBuffer[8] = "-------";
+    ASSERT_EQ(cachefile_player_read(pPlayer, &m_info, aBuffer, 1, 7, nullptr), 0);
+    EXPECT_EQ(m_host.Settle(), "Data 4 ello");
+    EXPECT_STREQ(aBuffer, "ello---") << "what was read comes in the host's buffer, and no more";
+    ASSERT_EQ(cachefile_player_read_alloc(pPlayer, &m_info, 0, 5, &m_host.s_handedOut), 0);
+    EXPECT_EQ(m_host.Settle(), "Data 5 hello");
+    std::uint32_t dwRead = 0;
+    ASSERT_EQ(cachefile_player_read_sync(pPlayer, &m_info, aBuffer, 0, 7, &dwRead), 0);
+    EXPECT_EQ(std::string(aBuffer, dwRead), "hello");
+    EXPECT_EQ(m_host.Settle(), "");
+
+    EXPECT_EQ(cachefile_player_write(pPlayer, &m_info, "x", 1, 0), CACHEFILE_ERR_INVALID_STATE);
+    EXPECT_EQ(cachefile_player_close_files(pPlayer), 0);
+    const std::int32_t lClosed = cachefile_player_read(pPlayer, &m_info, aBuffer, 0, 1, nullptr);
+    if (m_host.IsAsync()) {
+        EXPECT_EQ(lClosed, 0);
+        EXPECT_EQ(m_host.Settle(), "Data 0 , Read 4007");
+        EXPECT_EQ(cachefile_player_status(pPlayer), CACHEFILE_ERR_NOT_OPEN);
+    } else {
+        EXPECT_EQ(lClosed, CACHEFILE_ERR_NOT_OPEN);
+        EXPECT_EQ(m_host.Settle(), "");
+    }
+}
+
+TEST_P(CInterface, WritesThroughAPlayer) {
+    cachefile_player* const pPlayer = m_host.Player();
+    ASSERT_EQ(cachefile_player_set_dir(pPlayer, "made"), 0);
+    m_host.OpenRecord("x", 1);
+    std::string strBlock(72, '\0');
+    strBlock[8] = 3, strBlock[52] = 9;  // file version and time stamp
+    ASSERT_EQ(cachefile_player_write(pPlayer, &m_info, strBlock.data(), 72, 0), 0);
+    ASSERT_EQ(cachefile_player_write(pPlayer, &m_info, "end", 3, CACHEFILE_END), 0);
+    EXPECT_EQ(cachefile_player_file_version(pPlayer), 3U);
+    EXPECT_EQ(cachefile_player_cb_time_stamp(pPlayer), 9U);
+    ASSERT_EQ(cachefile_player_close_files(pPlayer), 0);
+    m_host.Settle();
+    EXPECT_EQ(ReadBytes("made/x"), strBlock + "end");
+}
+
+/// Packs three streams in all ways of adding one.
+void Pack(const char* lpPath, std::uint32_t dwIndexType) {
+    WriteBytes("source", "from a file");
+    cachefile_packer* pPacker = nullptr;
+    ASSERT_EQ(cachefile_packer_create(&pPacker), 0);
+    EXPECT_EQ(cachefile_packer_write(pPacker, lpPath), CACHEFILE_ERR_INVALID_STATE);
+    EXPECT_EQ(cachefile_packer_set_index_type(pPacker, dwIndexType), 0);
+    EXPECT_EQ(cachefile_packer_set_header(pPacker, 3, 9), 0);
+    cachefile_describer aDescriber = CHost::Describer();
+    EXPECT_EQ(cachefile_packer_add_memory(pPacker, &aDescriber, "memory", 6), 0);
+    EXPECT_EQ(cachefile_packer_add_memory(pPacker, &aDescriber, "again", 5),
+              CACHEFILE_ERR_INVALID_ARG);
+    aDescriber.file_id = 2004;
+    EXPECT_EQ(cachefile_packer_add_file(pPacker, &aDescriber, "./source"), 0);
+    EXPECT_EQ(cachefile_packer_add_tag_memory(pPacker, 268, 3, 0, nullptr, 0), 0);
+    EXPECT_EQ(cachefile_packer_add_tag_file(pPacker, 269, 4, 5, "source"), 0);
+    EXPECT_EQ(cachefile_packer_write(pPacker, lpPath), 0);
+    cachefile_packer_destroy(pPacker);
+}
+
+TEST_P(CInterface, PacksAndPlaysAContainer) {
+    Pack("b\xC3\xB6x.qxf", CACHEFILE_INDEX_CHAINED);
+    cachefile_player* const pPlayer = m_host.Player(CACHEFILE_DOWNLOAD);
+    EXPECT_EQ(cachefile_player_stream_count(pPlayer), 0U);
+    ASSERT_EQ(cachefile_player_open_container(pPlayer, "b\xC3\xB6x.qxf"), 0);
+    EXPECT_EQ(cachefile_player_open_container(pPlayer, "b\xC3\xB6x.qxf"),
+              CACHEFILE_ERR_ALREADY_OPEN);
+    m_host.Settle();
+    ASSERT_EQ(cachefile_player_stream_count(pPlayer), 5U);
+    cachefile_describer aStream = CACHEFILE_DESCRIBER_INIT;
+    ASSERT_EQ(cachefile_player_get_stream(pPlayer, 0, &aStream), 0);
+    EXPECT_EQ(std::memcmp(&aStream, &m_describer, sizeof aStream), 0);
+    ASSERT_EQ(cachefile_player_get_stream(pPlayer, 3, &aStream), 0);
+    EXPECT_EQ(aStream.file_id, 4004U);
+    EXPECT_EQ(aStream.file_kind, 1U);
+    EXPECT_EQ(aStream.extra_info, 5U);
+    EXPECT_EQ(cachefile_player_get_stream(pPlayer, 5, &aStream), CACHEFILE_ERR_INVALID_ARG);
+    EXPECT_EQ(cachefile_player_file_version(pPlayer), 3U);
+    EXPECT_EQ(cachefile_player_cb_time_stamp(pPlayer), 9U);
+
+    char aBuffer[16];
+    std::uint32_t dwLength = 0;
+    ASSERT_EQ(cachefile_player_stream_length(pPlayer, &m_info, &dwLength), 0);
+    EXPECT_EQ(dwLength, 6U);
+    ASSERT_EQ(cachefile_player_read(pPlayer, &m_info, aBuffer, 1, 5, nullptr), 0);
+    EXPECT_EQ(m_host.Settle(), "Data 5 emory");
+    cachefile_data_info aSecond = m_info;
+    aSecond.file_id = 2004;
+    ASSERT_EQ(cachefile_player_read_alloc(pPlayer, &aSecond, 0, 11, &m_host.s_handedOut), 0);
+    EXPECT_EQ(m_host.Settle(), "Data 11 from a file");
+    std::uint32_t dwRead = c_dwNoHandle;
+    const std::int32_t lSync =
+        cachefile_player_read_sync(pPlayer, &aSecond, aBuffer, 5, 6, &dwRead);
+    EXPECT_EQ(lSync, m_host.IsAsync() ? CACHEFILE_ERR_INVALID_STATE : CACHEFILE_OK);
+    EXPECT_EQ(std::string(aBuffer, dwRead), m_host.IsAsync() ? "" : "a file");
+    aSecond.file_id = 9;
+    EXPECT_EQ(cachefile_player_stream_length(pPlayer, &aSecond, &dwLength),
+              CACHEFILE_ERR_INVALID_ARG);
+    EXPECT_EQ(cachefile_player_read(pPlayer, &aSecond, aBuffer, 0, 1, nullptr),
+              CACHEFILE_ERR_INVALID_ARG);
+    EXPECT_EQ(cachefile_player_open_record(pPlayer, "x", &m_describer, 0),
+              CACHEFILE_ERR_INVALID_STATE);
+    EXPECT_EQ(m_host.Settle(), "");
+}
+
+TEST(CIndex, ShowsWhatAContainerHolds) {
+    const TestDir aDir;
+    Pack("box.qxf", CACHEFILE_INDEX_PACKED);
+    cachefile_index* pIndex = nullptr;
+    ASSERT_EQ(cachefile_index_create(&pIndex), 0);
+    cachefile_container_header aHeader = CACHEFILE_CONTAINER_HEADER_INIT;
+    std::uint32_t dwVersion = 0, dwStamp = 0, dwRead = 0;
+    char aBuffer[16];
+    EXPECT_EQ(cachefile_index_end_of_walk(pIndex), CACHEFILE_WALK_NONE);
+    EXPECT_EQ(cachefile_index_get_conf(pIndex, nullptr, nullptr), CACHEFILE_ERR_NOT_OPEN);
+    EXPECT_EQ(cachefile_index_read(pIndex, 0, aBuffer, 1, &dwRead), CACHEFILE_ERR_NOT_OPEN);
+    ASSERT_EQ(cachefile_index_open(pIndex, "box.qxf"), 0);
+    EXPECT_EQ(cachefile_index_end_of_walk(pIndex), CACHEFILE_WALK_COMPLETE);
+    EXPECT_EQ(cachefile_index_end_offset(pIndex), 24U + 5 * 32);
+    EXPECT_EQ(cachefile_index_file_size(pIndex), ReadBytes("box.qxf").size());
+    ASSERT_EQ(cachefile_index_get_header(pIndex, &aHeader), 0);
+    EXPECT_EQ(aHeader.entry_count, 5U);
+    EXPECT_EQ(aHeader.file_size, cachefile_index_file_size(pIndex));
+    ASSERT_EQ(cachefile_index_get_conf(pIndex, &dwVersion, &dwStamp), 0);
+    EXPECT_EQ(dwVersion * 100 + dwStamp, 309U);
+
+    cachefile_index_entry aEntry = CACHEFILE_INDEX_ENTRY_INIT;
+    ASSERT_EQ(cachefile_index_get_entry(pIndex, 3, &aEntry), 0);
+    EXPECT_EQ(aEntry.offset, 24U + 3 * 32);
+    EXPECT_EQ(aEntry.tag, 269U);
+    EXPECT_EQ(aEntry.entry_id, 4U);
+    EXPECT_EQ(aEntry.extra_info, 5U);
+    EXPECT_EQ(aEntry.data_type * 10000U + aEntry.file_id, 44004U);
+    EXPECT_EQ(aEntry.file_kind, 1U);
+    EXPECT_EQ(aEntry.noted_length, 11U);
+    ASSERT_EQ(cachefile_index_stream_length(pIndex, 0, &dwRead), 0);
+    EXPECT_EQ(dwRead, 6U);
+    EXPECT_EQ(cachefile_index_stream_length(pIndex, 5, &dwRead), CACHEFILE_ERR_INVALID_ARG);
+    ASSERT_EQ(cachefile_index_read(pIndex, aEntry.data_offset, aBuffer, 11, &dwRead), 0);
+    EXPECT_EQ(std::string(aBuffer, dwRead), "from a file");
+    EXPECT_EQ(cachefile_index_get_entry(pIndex, cachefile_index_entry_count(pIndex), &aEntry),
+              CACHEFILE_ERR_INVALID_ARG);
+    cachefile_index_destroy(pIndex);
+}
+
+// A read that is given up: the buffers are freed at once, and nothing may use them afterwards.
+
+TEST_P(CInterface, APlayerMayBeDestroyedInEveryStateOfARead) {
+    m_host.Record("x", Pattern(100000));
+    for (const bool bHandOut : {false, true})
+        for (const bool bInCallback : {false, true}) {
+            SCOPED_TRACE(std::to_string(bHandOut) + std::to_string(bInCallback));
+            m_host.OpenRecord("x");
+            m_host.Settle();
+            if (bInCallback) m_host.m_onNext = [this] { m_host.DestroyPlayer(); };
+            auto pBuffer = std::make_unique<char[]>(100000);
+            const auto read = [&] {
+                return bHandOut ? cachefile_player_read_alloc(m_host.Player(), &m_info, 0, 100000,
+                                                              &m_host.s_handedOut)
+                                : cachefile_player_read(m_host.Player(), &m_info, pBuffer.get(), 0,
+                                                        100000, nullptr);
+            };
+            ASSERT_EQ(read(), 0);
+            if (m_host.IsAsync()) {
+                ASSERT_EQ(read(), 0);  // dropped in either case
+            }
+            if (!bInCallback) m_host.DestroyPlayer();
+            if (!bInCallback) pBuffer.reset();
+            EXPECT_EQ(m_host.Settle().size() / 100000, bInCallback || !m_host.IsAsync() ? 1U : 0U);
+        }
+}
+
+TEST_P(CInterface, DetachingDropsWhatWaits) {
+    if (!m_host.IsAsync()) GTEST_SKIP() << "nothing waits";
+    m_host.Record("x", "hello");
+    m_host.OpenRecord("x");
+    auto pBuffer = std::make_unique<char[]>(5);
+    for (int n = 0; n < 3; ++n) {
+        ASSERT_EQ(cachefile_player_read(m_host.Player(), &m_info, pBuffer.get(), 0, 5, nullptr), 0);
+        ASSERT_EQ(cachefile_player_read_alloc(m_host.Player(), &m_info, 0, 5, nullptr), 0);
+    }
+    EXPECT_EQ(cachefile_caller_detach(), 0);
+    pBuffer.reset();
+    EXPECT_EQ(cachefile_caller_run_pending(nullptr), CACHEFILE_ERR_INVALID_STATE);
+    ASSERT_EQ(cachefile_caller_attach(), 0);
+    EXPECT_EQ(m_host.Settle(), "");
+}
+
+TEST_P(CInterface, ACallbackMayReadAndRunTheQueue) {
+    m_host.Record("x", "hello");
+    m_host.OpenRecord("x");
+    m_host.Settle();
+    char aFirst[5], aSecond[5];
+    m_host.m_onNext = [&] {
+        EXPECT_EQ(cachefile_player_read(m_host.Player(), &m_info, aSecond, 1, 4, nullptr), 0);
+        std::uint32_t dwCount = m_host.IsAsync() ? 0 : 1;
+        while (dwCount == 0) EXPECT_EQ(cachefile_caller_wait_and_run(1000, &dwCount), 0);
+        m_host.DestroyPlayer();
+    };
+    ASSERT_EQ(cachefile_player_read(m_host.Player(), &m_info, aFirst, 0, 5, nullptr), 0);
+    EXPECT_EQ(m_host.Settle(), "Data 5 hello, Data 4 ello");
+}
+
+// Arguments that no function accepts, and states in which it refuses.
+
+TEST_P(CInterface, NullArgumentsAreRefused) {
+    m_host.Record("x", "hello");
+    m_host.OpenRecord("x");
+    cachefile_writer* const w = m_host.Writer();
+    cachefile_player* const p = m_host.Player();
+    cachefile_packer* k = nullptr;
+    cachefile_index* i = nullptr;
+    ASSERT_EQ(cachefile_packer_create(&k), 0);
+    ASSERT_EQ(cachefile_index_create(&i), 0);
+    char b[4];
+    std::uint32_t n = c_dwNoHandle;
+    cachefile_describer d = m_describer;
+    const std::int32_t aResults[] = {
+        cachefile_set_home_dir(nullptr),
+        cachefile_caller_get_descriptor(nullptr),
+        cachefile_writer_create(1, 0, nullptr, nullptr),
+        cachefile_writer_set_dir(nullptr, "x"),
+        cachefile_writer_set_dir(w, nullptr),
+        cachefile_writer_open(nullptr, "x", &n),
+        cachefile_writer_open(w, nullptr, &n),
+        cachefile_writer_open(w, "x", nullptr),
+        cachefile_writer_write(nullptr, 1, "x", 1, 0),
+        cachefile_writer_write(w, 1, nullptr, 1, 0),
+        cachefile_writer_append(nullptr, 1, "x", 1),
+        cachefile_writer_append(w, 1, nullptr, 1),
+        cachefile_writer_flush(nullptr, 1),
+        cachefile_writer_close(nullptr, 1),
+        cachefile_player_create(1, 0, nullptr, nullptr),
+        cachefile_player_set_dir(nullptr, "x"),
+        cachefile_player_set_dir(p, nullptr),
+        cachefile_player_open_record(nullptr, "x", &m_describer, 0),
+        cachefile_player_open_record(p, nullptr, &m_describer, 0),
+        cachefile_player_open_record(p, "x", nullptr, 0),
+        cachefile_player_open_container(nullptr, "x"),
+        cachefile_player_open_container(p, nullptr),
+        cachefile_player_get_stream(nullptr, 0, &d),
+        cachefile_player_get_stream(p, 0, nullptr),
+        cachefile_player_stream_length(nullptr, &m_info, &n),
+        cachefile_player_stream_length(p, nullptr, &n),
+        cachefile_player_stream_length(p, &m_info, nullptr),
+        cachefile_player_read(nullptr, &m_info, b, 0, 4, nullptr),
+        cachefile_player_read(p, nullptr, b, 0, 4, nullptr),
+        cachefile_player_read(p, &m_info, nullptr, 0, 4, nullptr),
+        cachefile_player_read_alloc(nullptr, &m_info, 0, 4, nullptr),
+        cachefile_player_read_alloc(p, nullptr, 0, 4, nullptr),
+        cachefile_player_read_sync(nullptr, &m_info, b, 0, 4, &n),
+        cachefile_player_read_sync(p, nullptr, b, 0, 4, &n),
+        cachefile_player_read_sync(p, &m_info, nullptr, 0, 4, &n),
+        cachefile_player_read_sync(p, &m_info, b, 0, 4, nullptr),
+        cachefile_player_read_sync(p, &m_info, b, 0, 0, &n),
+        cachefile_player_write(nullptr, &m_info, "x", 1, 0),
+        cachefile_player_write(p, nullptr, "x", 1, 0),
+        cachefile_player_write(p, &m_info, nullptr, 1, 0),
+        cachefile_player_close_files(nullptr),
+        cachefile_packer_create(nullptr),
+        cachefile_packer_set_index_type(nullptr, 0),
+        cachefile_packer_set_index_type(k, 2),
+        cachefile_packer_set_header(nullptr, 1, 1),
+        cachefile_packer_add_memory(nullptr, &m_describer, "x", 1),
+        cachefile_packer_add_memory(k, nullptr, "x", 1),
+        cachefile_packer_add_memory(k, &m_describer, nullptr, 1),
+        cachefile_packer_add_file(nullptr, &m_describer, "x"),
+        cachefile_packer_add_file(k, nullptr, "x"),
+        cachefile_packer_add_file(k, &m_describer, nullptr),
+        cachefile_packer_add_tag_memory(nullptr, 268, 1, 0, "x", 1),
+        cachefile_packer_add_tag_memory(k, 1, 1, 0, "x", 1),
+        cachefile_packer_add_tag_memory(k, 268, 1, 0, nullptr, 1),
+        cachefile_packer_add_tag_file(nullptr, 268, 1, 0, "x"),
+        cachefile_packer_add_tag_file(k, 268, 1, 0, nullptr),
+        cachefile_packer_write(nullptr, "x"),
+        cachefile_packer_write(k, nullptr),
+        cachefile_index_create(nullptr),
+        cachefile_index_open(nullptr, "x"),
+        cachefile_index_open(i, nullptr),
+        cachefile_index_get_header(nullptr, nullptr),
+        cachefile_index_get_header(i, nullptr),
+        cachefile_index_get_entry(nullptr, 0, nullptr),
+        cachefile_index_stream_length(nullptr, 0, &n),
+        cachefile_index_stream_length(i, 0, nullptr),
+        cachefile_index_get_conf(nullptr, &n, &n),
+        cachefile_index_read(nullptr, 0, b, 4, &n),
+        cachefile_index_read(i, 0, nullptr, 4, &n),
+        cachefile_index_read(i, 0, b, 4, nullptr),
+    };
+    for (const std::int32_t& lResult : aResults)
+        EXPECT_EQ(lResult, CACHEFILE_ERR_INVALID_ARG) << "number " << &lResult - aResults;
+    EXPECT_EQ(cachefile_player_stream_count(nullptr) + cachefile_index_entry_count(nullptr), 0U);
+    EXPECT_EQ(cachefile_index_file_size(nullptr) + cachefile_index_end_offset(nullptr), 0U);
+    EXPECT_EQ(cachefile_player_cb_time_stamp(nullptr) + cachefile_player_file_version(nullptr), 0U);
+    EXPECT_EQ(cachefile_writer_status(nullptr) + cachefile_player_status(nullptr), 0);
+    EXPECT_EQ(cachefile_index_end_of_walk(nullptr), CACHEFILE_WALK_NONE);
+    cachefile_packer_destroy(k);
+    cachefile_index_destroy(i);
+    cachefile_packer_destroy(nullptr);
+    cachefile_index_destroy(nullptr);
+    cachefile_writer_destroy(nullptr);
+    cachefile_player_destroy(nullptr);
+    cachefile_free(nullptr);
+    m_host.Settle();
+}
+
+TEST_P(CInterface, StructsOfOtherVersionsAreTakenByTheirSize) {
+    // A struct of a later version: one more field behind those that are known.
+    struct {
+        cachefile_callbacks aKnown;
+        std::uint64_t qwMore;
+    } aLater = {m_host.m_callbacks, 0};
+    cachefile_writer* pWriter = nullptr;
+    const auto create = [&](std::size_t nSize, std::uint64_t qwMore) {
+        aLater.aKnown.struct_size = nSize;
+        aLater.qwMore = qwMore;
+        const std::int32_t lResult =
+            cachefile_writer_create(7, GetParam(), &aLater.aKnown, &pWriter);
+        cachefile_writer_destroy(std::exchange(pWriter, nullptr));
+        return lResult;
+    };
+    EXPECT_EQ(create(sizeof aLater, 0), 0);
+    EXPECT_EQ(create(sizeof aLater, 1), CACHEFILE_ERR_INVALID_ARG);
+    for (const std::size_t nSize : {std::size_t{0}, sizeof aLater.aKnown - 1})
+        EXPECT_EQ(create(nSize, 0), CACHEFILE_ERR_INVALID_ARG);
+
+    cachefile_describer aDescriber = m_describer;
+    cachefile_data_info aInfo = m_info;
+    aDescriber.reserved[0] = aInfo.reserved[4] = 1;
+    EXPECT_EQ(cachefile_player_open_record(m_host.Player(), "x", &aDescriber, 1),
+              CACHEFILE_ERR_INVALID_ARG);
+    EXPECT_EQ(cachefile_player_write(m_host.Player(), &aInfo, "x", 1, 0),
+              CACHEFILE_ERR_INVALID_ARG);
+
+    struct {
+        cachefile_container_header aKnown;
+        std::uint64_t qwMore;
+    } aHeader = {CACHEFILE_CONTAINER_HEADER_INIT, 5};
+    aHeader.aKnown.index_type = 7;
+    cachefile_index* pIndex = nullptr;
+    ASSERT_EQ(cachefile_index_create(&pIndex), 0);
+    EXPECT_EQ(cachefile_index_get_header(pIndex, &aHeader.aKnown), 0);
+    EXPECT_EQ(aHeader.aKnown.index_type, 0U);
+    EXPECT_EQ(aHeader.qwMore, 5U) << "outside of the size that the host gave";
+    aHeader.aKnown.struct_size = sizeof aHeader;
+    EXPECT_EQ(cachefile_index_get_header(pIndex, &aHeader.aKnown), 0);
+    EXPECT_EQ(aHeader.aKnown.struct_size, sizeof aHeader);
+    EXPECT_EQ(aHeader.qwMore, 0U);
+    aHeader.aKnown.struct_size = sizeof aHeader.aKnown - 1;
+    EXPECT_EQ(cachefile_index_get_header(pIndex, &aHeader.aKnown), CACHEFILE_ERR_INVALID_ARG);
+    cachefile_index_destroy(pIndex);
+}
+
+TEST_P(CInterface, MisuseIsAnswered) {
+    cachefile_writer* pWriter = nullptr;
+    cachefile_player* pPlayer = nullptr;
+    EXPECT_EQ(cachefile_writer_create(1, CACHEFILE_DOWNLOAD, nullptr, &pWriter),
+              CACHEFILE_ERR_INVALID_ARG);
+    EXPECT_EQ(cachefile_player_create(1, 4, nullptr, &pPlayer), CACHEFILE_ERR_INVALID_ARG);
+    EXPECT_FALSE(pWriter || pPlayer);
+
+    std::uint32_t dwFile = c_dwNoHandle;
+    EXPECT_EQ(cachefile_writer_append(m_host.Writer(), dwFile, "x", 1),
+              CACHEFILE_ERR_INVALID_STATE);
+    EXPECT_EQ(cachefile_writer_close(m_host.Writer(), dwFile), CACHEFILE_ERR_INVALID_STATE);
+    EXPECT_EQ(cachefile_writer_flush(m_host.Writer(), dwFile), 0);
+    if (std::filesystem::path::preferred_separator == '/') {
+        EXPECT_EQ(cachefile_writer_open(m_host.Writer(), "a\\b", &dwFile),
+                  CACHEFILE_ERR_INVALID_ARG);
+        EXPECT_EQ(cachefile_set_home_dir(".\\kvr2\\"), CACHEFILE_ERR_INVALID_ARG);
+        EXPECT_EQ(dwFile, 0U);
+    }
+    EXPECT_EQ(cachefile_player_open_container(m_host.Player(), "x"), CACHEFILE_ERR_INVALID_STATE);
+    EXPECT_EQ(cachefile_player_stream_length(m_host.Player(), &m_info, &dwFile),
+              CACHEFILE_ERR_INVALID_STATE);
+    char b[4];
+    EXPECT_EQ(cachefile_player_read(m_host.Player(), &m_info, b, 0, 4, nullptr),
+              CACHEFILE_ERR_INVALID_STATE);
+    ASSERT_EQ(cachefile_player_create(1, GetParam(), nullptr, &pPlayer), 0);
+    ASSERT_EQ(cachefile_player_open_record(pPlayer, "x", &m_describer, 1), 0);
+    EXPECT_EQ(cachefile_player_read(pPlayer, &m_info, b, 0, 4, nullptr),
+              CACHEFILE_ERR_INVALID_STATE);
+    EXPECT_EQ(cachefile_player_read_alloc(pPlayer, &m_info, 0, 4, nullptr),
+              CACHEFILE_ERR_INVALID_STATE);
+    cachefile_player_destroy(pPlayer);
+}
+
+// What belongs to the process.
+
+TEST_P(CInterface, ThreadsTraceAndWakeUp) {
+    std::atomic<int> nLines{0}, nWakeUps{0};
+    ASSERT_EQ(cachefile_set_trace([](void* user, std::int32_t,
+                                     const char*) { ++*static_cast<std::atomic<int>*>(user); },
+                                  &nLines, CACHEFILE_TRACE_INFO),
+              0);
+    ASSERT_EQ(cachefile_caller_set_wake_up(
+                  [](void* user) { ++*static_cast<std::atomic<int>*>(user); }, &nWakeUps),
+              0);
+    int nDescriptor = 0;
+    const std::int32_t lDescriptor = cachefile_caller_get_descriptor(&nDescriptor);
+    EXPECT_EQ(lDescriptor, nDescriptor >= 0 ? CACHEFILE_OK : CACHEFILE_ERR_FAILED);
+    std::thread([&] {
+        std::uint32_t dwCount = 5;
+        EXPECT_EQ(cachefile_caller_is_current(), 0);
+        EXPECT_EQ(cachefile_caller_attach(), CACHEFILE_ERR_INVALID_STATE);
+        EXPECT_EQ(cachefile_caller_wait_and_run(0, &dwCount), CACHEFILE_ERR_INVALID_STATE);
+        EXPECT_EQ(dwCount, 0U);
+        EXPECT_EQ(cachefile_caller_set_wake_up(nullptr, nullptr), CACHEFILE_ERR_INVALID_STATE);
+    }).join();
+    EXPECT_EQ(cachefile_caller_is_current(), 1);
+    m_host.Record("x", "hello");
+    EXPECT_GT(nLines, 0);
+    EXPECT_EQ(nWakeUps > 0, m_host.IsAsync());
+    ASSERT_EQ(cachefile_caller_set_wake_up(nullptr, nullptr), 0);
+    ASSERT_EQ(cachefile_set_trace(nullptr, nullptr, 0), 0);
+    const int nBefore = nLines + nWakeUps;
+    m_host.Record("y", "hello");
+    EXPECT_EQ(nLines + nWakeUps, nBefore);
+}
+
+TEST_P(CInterface, ALimitOfPendingBytesRefuses) {
+    std::uint32_t dwFile = 0;
+    ASSERT_EQ(cachefile_writer_open(m_host.Writer(), "x", &dwFile), 0);
+    cachefile_set_pending_limit(65536);
+    const std::string strPiece(100000, 'x');
+    const std::int32_t lResult =
+        cachefile_writer_append(m_host.Writer(), dwFile, strPiece.data(), 100000);
+    EXPECT_EQ(lResult, m_host.IsAsync() ? CACHEFILE_ERR_OUT_OF_MEMORY : CACHEFILE_OK);
+    cachefile_set_pending_limit(UINT64_MAX);
+}
+
+TEST(CProcess, CodesAndTheVersionHaveTexts) {
+    const std::uint32_t dwVersion = cachefile_version_number();
+    EXPECT_EQ(dwVersion, std::uint32_t{CACHEFILE_VERSION_NUMBER});
+    EXPECT_EQ(cachefile_version(), std::to_string(dwVersion / 10000) + "." +
+                                       std::to_string(dwVersion / 100 % 100) + "." +
+                                       std::to_string(dwVersion % 100));
+    EXPECT_STREQ(cachefile_result_name(CACHEFILE_ERR_DISK_FULL), "CACHE_ERR_DISK_FULL");
+    EXPECT_STREQ(cachefile_result_text(CACHEFILE_OK), "success");
+    EXPECT_STREQ(cachefile_result_name(1), "unknown");
+}
+
+#if GTEST_HAS_DEATH_TEST
+TEST(CProcessDeathTest, AnExceptionOfACallbackEndsTheProcess) {
+    CHost aHost(0);
+    aHost.Record("x", "hello");
+    aHost.OpenRecord("x");
+    aHost.m_onNext = [] { throw 1; };
+    const cachefile_data_info aInfo = CHost::Info();
+    char b[4];
+    EXPECT_DEATH(cachefile_player_read(aHost.Player(), &aInfo, b, 0, 4, nullptr), "terminate");
+}
+#endif
+
+}  // namespace
