@@ -20,7 +20,8 @@ void cachefile_packer_destroy(cachefile_packer* packer) { delete packer; }
 
 int32_t cachefile_packer_set_index_type(cachefile_packer* packer, uint32_t index_type) {
     return capi::Guarded([&]() -> std::int32_t {
-        return packer ? packer->m_writer.SetIndexType(index_type) : CACHEFILE_ERR_INVALID_ARG;
+        if (!packer) return CACHEFILE_ERR_INVALID_ARG;
+        return packer->m_writer.SetIndexType(index_type);
     });
 }
 

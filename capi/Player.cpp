@@ -203,7 +203,8 @@ int32_t cachefile_player_write(cachefile_player* player, const cachefile_data_in
 
 int32_t cachefile_player_close_files(cachefile_player* player) {
     return capi::Guarded([&]() -> std::int32_t {
-        return player ? player->m_pHandler->CloseAllRecordFiles() : CACHEFILE_ERR_INVALID_ARG;
+        if (!player) return CACHEFILE_ERR_INVALID_ARG;
+        return player->m_pHandler->CloseAllRecordFiles();
     });
 }
 

@@ -1,3 +1,4 @@
+#include <iterator>
 #include <utility>
 
 #include "async/Shutdown.h"
@@ -31,10 +32,11 @@ CAPI_SAME_CODE(ERR_WRITE_DENIED);
 CAPI_SAME_CODE(ERR_TRY_AGAIN);
 #undef CAPI_SAME_CODE
 
-#define CAPI_COUNT(code, name, text) +1
-static_assert(CACHEFILE_RESULT_CODES(CAPI_COUNT) == 14 + 2,
+#define CAPI_CODE(code, name, text) code,
+constexpr std::int32_t c_aCodes[] = {CACHEFILE_RESULT_CODES(CAPI_CODE)};
+static_assert(std::size(c_aCodes) == 14 + 2,
               "every code that reaches a host is in both interfaces; two do not reach hosts");
-#undef CAPI_COUNT
+#undef CAPI_CODE
 
 }  // namespace
 

@@ -94,7 +94,8 @@ int32_t cachefile_writer_flush(cachefile_writer* writer, uint32_t file) {
 
 int32_t cachefile_writer_close(cachefile_writer* writer, uint32_t file) {
     return capi::Guarded([&]() -> std::int32_t {
-        return writer ? writer->m_pHandler->CloseFile(file) : CACHEFILE_ERR_INVALID_ARG;
+        if (!writer) return CACHEFILE_ERR_INVALID_ARG;
+        return writer->m_pHandler->CloseFile(file);
     });
 }
 
