@@ -39,9 +39,11 @@ void Put32(unsigned char* lpTo, CmUint32 dwValue) {
 }
 
 /// Returns with errno as it was.
-CmInt32 SystemFailure(const char* lpWhat, const CCmString& strPath, FileAction aAction) {
+CmInt32 SystemFailure(const void* pObject, const char* lpWhat, const CCmString& strPath,
+                      FileAction aAction) {
     const int nErrno = errno;
-    TraceError("CContainerWriter::Write->", lpWhat, " error=", nErrno, " file=", strPath);
+    TraceError("CContainerWriter::Write->", lpWhat, " error=", nErrno, " file=", strPath,
+               " this=", pObject);
     const CmInt32 lResult = SystemErrorToResult(nErrno, aAction);
     errno = nErrno;
     return lResult;
@@ -74,7 +76,7 @@ class CPartialFile {
         m_strPartial = m_strPath + ".partial";
         for (int nTry = 2; !TryOpen(); ++nTry) {
             if (errno != EEXIST || nTry > c_nMostPartials)
-                return SystemFailure("Open file", m_strPartial, FileAction::OpenForWriting);
+                return SystemFailure(this, "Open file", m_strPartial, FileAction::OpenForWriting);
             m_strPartial = m_strPath + ".partial" + std::to_string(nTry);
         }
         m_bCreated = true;
@@ -99,12 +101,12 @@ class CPartialFile {
         const CmInt32 lResult = Drain();
         if (lResult != CACHE_OK) return lResult;
         if (CmFile::Sync(m_pStream.get()) != 0 || CmFile::Close(m_pStream.release()) != 0)
-            return SystemFailure("Close file", m_strPartial, FileAction::Write);
+            return SystemFailure(this, "Close file", m_strPartial, FileAction::Write);
         if (CmFile::RenameOver(m_strPartial, m_strPath) != 0)
-            return SystemFailure("Rename file", m_strPath, FileAction::OpenForWriting);
+            return SystemFailure(this, "Rename file", m_strPath, FileAction::OpenForWriting);
         m_bCreated = false;
         if (CmFile::SyncDirectoryOf(m_strPath) != 0)
-            return SystemFailure("Sync directory", m_strPath, FileAction::Write);
+            return SystemFailure(this, "Sync directory", m_strPath, FileAction::Write);
         return CACHE_OK;
     }
 
@@ -121,7 +123,7 @@ class CPartialFile {
         const bool bGood = CmFile::Write(m_pStream.get(), m_vecBlock.data(), nLength) == nLength;
         m_vecBlock.clear();
         return bGood ? CmInt32{CACHE_OK}
-                     : SystemFailure("Write data", m_strPartial, FileAction::Write);
+                     : SystemFailure(this, "Write data", m_strPartial, FileAction::Write);
     }
 
     const CCmString m_strPath;
@@ -149,16 +151,17 @@ class CSource {
     CmInt32 Open() {
         if (m_stream.strPath.empty()) return CACHE_OK;
         m_pStream.reset(CmFile::Open(m_stream.strPath, CmFile::Open_Read, CmFile::Path_Local));
-        return m_pStream
-                   ? CmInt32{CACHE_OK}
-                   : SystemFailure("Open source", m_stream.strPath, FileAction::OpenForReading);
+        return m_pStream ? CmInt32{CACHE_OK}
+                         : SystemFailure(this, "Open source", m_stream.strPath,
+                                         FileAction::OpenForReading);
     }
 
     CmInt32 GetSize(std::uint64_t& qwSize) {
         qwSize = m_stream.strBytes.size();
         if (!m_pStream) return CACHE_OK;
         const std::int64_t nSize = CmFile::Size(m_pStream.get());
-        if (nSize < 0) return SystemFailure("Size of source", m_stream.strPath, FileAction::Write);
+        if (nSize < 0)
+            return SystemFailure(this, "Size of source", m_stream.strPath, FileAction::Write);
         qwSize = static_cast<std::uint64_t>(nSize);
         return CACHE_OK;
     }
@@ -237,12 +240,12 @@ CmInt32 CContainerWriter::Impl::Add(tagStream aStream) {
         TraceError("CContainerWriter::AddStream->",
                    (bShortConf ? "Conf stream without header" : "Stream added twice"),
                    " FileID=", aDescriber.dwFileID, " DataType=", aDescriber.wDataType,
-                   " FileType=", aDescriber.byFileType);
+                   " FileType=", aDescriber.byFileType, " this=", this);
         return Note(aStream.strPath, bShortConf ? c_szShortConf : "its stream was added before", 0,
                     CACHE_ERR_INVALID_ARG);
     }
     if (m_streams.Size() >= c_dwMaxKnownEntries) {
-        TraceError("CContainerWriter::AddStream->Too many streams");
+        TraceError("CContainerWriter::AddStream->Too many streams", " this=", this);
         return Note(aStream.strPath, c_szTooManyStreams, 0, CACHE_ERR_OUT_OF_MEMORY);
     }
     m_streams.Add(std::move(aStream));
@@ -254,7 +257,7 @@ CmInt32 CContainerWriter::Impl::Add(tagStream aStream) {
 CmInt32 CContainerWriter::Impl::Write(const CCmString& strPath) {
     if (!m_bFileHeader || m_streams.Find({100, 100, 0, 2})) return WriteAll(strPath);
     if (m_streams.Size() >= c_dwMaxKnownEntries) {
-        TraceError("CContainerWriter::Write->Too many streams for a conf stream");
+        TraceError("CContainerWriter::Write->Too many streams for a conf stream", " this=", this);
         return Note(strPath, c_szTooManyStreams, 0, CACHE_ERR_OUT_OF_MEMORY);
     }
     tagStream aConf{{100, 2, 100, 0}, {}, CCmString(c_dwEntryFileHeaderSize, '\0'), {}};
@@ -283,7 +286,7 @@ CmInt32 CContainerWriter::Impl::LayOut(std::vector<tagPlace>& vecPlaces,
         if (bShortConf || qwSize > c_qwMaxSize - qwEnd) {
             TraceError("CContainerWriter::Write->",
                        (bShortConf ? "Conf stream without header" : "More than 4 GiB"),
-                       " file=", aStream.strPath);
+                       " file=", aStream.strPath, " this=", this);
             return Note(aStream.strPath, bShortConf ? c_szShortConf : c_szTooLarge, 0,
                         CACHE_ERR_INVALID_ARG);
         }
@@ -298,11 +301,11 @@ CmInt32 CContainerWriter::Impl::LayOut(std::vector<tagPlace>& vecPlaces,
 
 CmInt32 CContainerWriter::Impl::WriteAll(const CCmString& strPath) const {
     if (m_streams.Size() == 0) {
-        TraceError("CContainerWriter::Write->No stream");
+        TraceError("CContainerWriter::Write->No stream", " this=", this);
         return Note(strPath, "there is no stream to pack", 0, CACHE_ERR_INVALID_STATE);
     }
     if (strPath.empty()) {
-        TraceError("CContainerWriter::Write->No path");
+        TraceError("CContainerWriter::Write->No path", " this=", this);
         return Note(strPath, "the container has no path", 0, CACHE_ERR_FAILED);
     }
     std::vector<tagPlace> vecPlaces;
@@ -352,7 +355,7 @@ CmInt32 CContainerWriter::Impl::WriteData(CPartialFile& aFile, const tagStream& 
     for (CmUint32 dwLeft = dwSize; lResult == CACHE_OK && dwLeft > 0; bFirst = false) {
         const std::size_t nPart = std::min<std::size_t>(dwLeft, vecBlock.size());
         if (aSource.Read(vecBlock.data(), nPart) != nPart) {
-            lResult = SystemFailure("Read source", aStream.strPath, FileAction::Write);
+            lResult = SystemFailure(this, "Read source", aStream.strPath, FileAction::Write);
             return aSource.IsAtEnd() ? Note(aStream.strPath, c_szShrank, 0, lResult)
                                      : Note(aStream.strPath, c_szUnreadable, errno, lResult);
         }
@@ -365,7 +368,7 @@ CmInt32 CContainerWriter::Impl::WriteData(CPartialFile& aFile, const tagStream& 
     }
     if (lResult == CACHE_OK && aSource.Read(vecBlock.data(), 1) != 0)
         return Note(aStream.strPath, c_szGrew, 0,
-                    SystemFailure("Source has grown", aStream.strPath, FileAction::Write));
+                    SystemFailure(this, "Source has grown", aStream.strPath, FileAction::Write));
     return lResult;
 }
 
@@ -409,7 +412,7 @@ CmInt32 CContainerWriter::Add(const tagMRFD& aEntry, const unsigned char* lpData
              CACHE_ERR_INVALID_ARG);
     tagStream aStream{{}, aEntry, {}, {}};
     if (TagToFileDescriber(aEntry, aStream.aDescriber) != CACHE_OK) {
-        TraceError("CContainerWriter::AddStream->Unknown tag=", aEntry.wTag);
+        TraceError("CContainerWriter::AddStream->Unknown tag=", aEntry.wTag, " this=", this);
         return Refuse(c_szNoTag, CACHE_ERR_INVALID_ARG);
     }
     Refuse("", CACHE_OK);
@@ -419,7 +422,7 @@ CmInt32 CContainerWriter::Add(const tagMRFD& aEntry, const unsigned char* lpData
         aStream.strBytes.assign(reinterpret_cast<const char*>(lpData), dwLength);
     return m_pImpl->Add(std::move(aStream));
 } catch (const std::exception&) {  // no memory, or more than a string can hold
-    TraceError("CContainerWriter::AddStream->Low memory");
+    TraceError("CContainerWriter::AddStream->Low memory", " this=", this);
     return Refuse(c_szNoMemory, CACHE_ERR_OUT_OF_MEMORY);
 }
 
@@ -430,7 +433,8 @@ CmInt32 CContainerWriter::AddDescribed(const tagFileDescriber& aDescriber,
     if (FileDescriberToTag(aDescriber, aEntry) == CACHE_OK)
         return Add(aEntry, lpData, dwLength, pPath);
     TraceError("CContainerWriter::AddStream->No tag for FileID=", aDescriber.dwFileID,
-               " DataType=", aDescriber.wDataType, " FileType=", aDescriber.byFileType);
+               " DataType=", aDescriber.wDataType, " FileType=", aDescriber.byFileType,
+               " this=", this);
     return Refuse(c_szNoTag, CACHE_ERR_INVALID_ARG);
 }
 
@@ -459,6 +463,6 @@ CmInt32 CContainerWriter::Write(const CCmString& strPath) try {
     Refuse("", CACHE_OK);
     return m_pImpl->Write(strPath);
 } catch (const std::bad_alloc&) {
-    TraceError("CContainerWriter::Write->Low memory");
+    TraceError("CContainerWriter::Write->Low memory", " this=", this);
     return Refuse(c_szNoMemory, CACHE_ERR_OUT_OF_MEMORY);
 }

@@ -48,7 +48,7 @@ TEST_F(Writer, RefusesWhatTheFormatCannotHold) {
         SCOPED_TRACE(testing::PrintToString(a));
         const std::string strNamed = " FileID=" + std::to_string(a.dwFileID) +
                                      " DataType=" + std::to_string(a.wDataType) +
-                                     " FileType=" + std::to_string(a.byFileType) + "\n";
+                                     " FileType=" + std::to_string(a.byFileType) + " this=*\n";
         EXPECT_EQ(Add(a, "x"), bGood ? 0 : 4009);
         EXPECT_EQ(m_writer.AddStreamFile(a, ".\\any"), 4009) << "there already, or never there";
         const std::string strTwice = "CContainerWriter::AddStream->Stream added twice" + strNamed;
@@ -60,7 +60,7 @@ TEST_F(Writer, RefusesWhatTheFormatCannotHold) {
     for (const unsigned wTag : {0U, 255U, 262U, 275U, 288U, 65535U}) {
         EXPECT_EQ(m_writer.AddTagStream(static_cast<std::uint16_t>(wTag), 1, 0, aByte, 1), 4009);
         EXPECT_EQ(m_trace.TakeErrors(),
-                  "CContainerWriter::AddStream->Unknown tag=" + std::to_string(wTag) + "\n");
+                  "CContainerWriter::AddStream->Unknown tag=" + std::to_string(wTag) + " this=*\n");
     }
     EXPECT_EQ(m_writer.AddTagStream(258, 1 + 0x20000000, 0, aByte, 1), 4009) << "1008 once more";
     EXPECT_EQ(m_writer.AddTagStream(284, 77, 0, aByte, 1), 4009) << "102 once more";
@@ -75,11 +75,11 @@ TEST_F(Writer, RefusesWhatTheFormatCannotHold) {
 }
 
 TEST_F(Writer, TheConfStreamHoldsAHeaderAndGetsTheFields) {
-    ExpectRefused(4010, "CContainerWriter::Write->No stream\n");
+    ExpectRefused(4010, "CContainerWriter::Write->No stream this=*\n");
     EXPECT_EQ(Add({100, 2, 100, 0}, CCmString(71, 'x')), 4009);
     EXPECT_EQ(m_trace.TakeErrors(),
               "CContainerWriter::AddStream->Conf stream without header FileID=100 DataType=100 "
-              "FileType=2\n");
+              "FileType=2 this=*\n");
     const auto expectConf = [&](const CCmString& strConf) {
         EXPECT_EQ(m_writer.Write(".\\c"), 0);
         const CCmString strFile = ReadBytes("c");
@@ -109,7 +109,8 @@ TEST_F(Writer, TheConfStreamHoldsAHeaderAndGetsTheFields) {
 TEST_F(Writer, BadSourcesLeaveWhatWasThereUntouched) {
     EXPECT_EQ(Add({8, 2, 8, 0}, "data"), 0);
     EXPECT_EQ(m_writer.AddTagStreamFile(256, 1, 0, ".\\source"), 0);
-    const std::string strMissing = "CContainerWriter::Write->Open source error=2 file=.\\source\n";
+    const std::string strMissing =
+        "CContainerWriter::Write->Open source error=2 file=.\\source this=*\n";
     ExpectRefused(4001, strMissing);
     EXPECT_EQ(LastFailure(), ".\\source: it could not be read (2)");
     WriteBytes("c", "an earlier container");
@@ -124,7 +125,8 @@ TEST_F(Writer, BadSourcesLeaveWhatWasThereUntouched) {
     EXPECT_EQ(m_writer.AddTagStreamFile(274, 0, 0, ".\\conf"), 0);
     WriteBytes("source", "s");
     WriteBytes("conf", CCmString(71, 'x'));
-    ExpectRefused(4009, "CContainerWriter::Write->Conf stream without header file=.\\conf\n");
+    ExpectRefused(4009,
+                  "CContainerWriter::Write->Conf stream without header file=.\\conf this=*\n");
     EXPECT_EQ(LastFailure(), ".\\conf: a conf stream needs the 72 bytes of its header (0)");
     WriteBytes("conf", CCmString(72, 'x'));
     EXPECT_EQ(m_writer.Write(".\\c"), 0);
@@ -140,12 +142,12 @@ TEST_F(Writer, FourGigabytesAreTooMuch) {
     for (const std::uint64_t qwTooLong :
          {0xFFFFFFFF - 56 + 1ULL, 0x100000000ULL, 0x123456789AULL}) {
         makeFile("one", qwTooLong);
-        ExpectRefused(4009, strRefusal + ".\\one\n");
+        ExpectRefused(4009, strRefusal + ".\\one this=*\n");
     }
     EXPECT_EQ(m_writer.AddTagStreamFile(256, 2, 0, ".\\two"), 0);
     makeFile("one", 0x80000000);
     makeFile("two", 0x80000000 - 88);
-    ExpectRefused(4009, strRefusal + ".\\two\n");
+    ExpectRefused(4009, strRefusal + ".\\two this=*\n");
     EXPECT_EQ(LastFailure(),
               ".\\two: with it the container would be larger than 4 GiB - 1 bytes (0)");
 }
@@ -159,7 +161,7 @@ TEST_F(Writer, APlaceThatCannotBeWrittenIsToldAndKept) {
     m_trace.TakeErrors();
     EXPECT_EQ(m_writer.Write("missing\\c"), 4001);
     EXPECT_EQ(m_trace.TakeErrors(),
-              "CContainerWriter::Write->Open file error=2 file=missing\\c.partial\n");
+              "CContainerWriter::Write->Open file error=2 file=missing\\c.partial this=*\n");
     EXPECT_FALSE(Exists("missing"));
     EXPECT_EQ(m_writer.Write(""), 4006);
     std::filesystem::create_directories("d/inside");
