@@ -83,7 +83,7 @@ def containers(seed, count):
 def look(path):
     """What the package finds, in the form of the other side."""
     found = {"streams": [], "version": None, "stamp": None}
-    found["findings"] = [[f.severity.value, f.code, f.offset] for f in cachefile.examine(path)]
+    found["findings"] = [[f.severity.value, f.code, f.offset] for f in cachefile.examine(path, None)]
     try:
         with cachefile.open(path) as recording:
             found["version"], found["stamp"] = recording.file_version, recording.time_stamp
@@ -91,10 +91,9 @@ def look(path):
             for stream in recording.streams:
                 earlier = numbers.setdefault(stream.name, stream.index + 1)
                 hidden_by = 0 if earlier == stream.index + 1 else earlier
-                extent = int(recording.extents[0][stream.index])
-                present = min(extent, max(recording.size - stream.offset, 0))
-                found["streams"].append([stream.name, stream.extra, stream.offset, extent, present,
-                                         hidden_by])
+                length = int(recording.extents[1][stream.index])
+                found["streams"].append([stream.name, stream.extra, stream.offset, length,
+                                         stream.length, hidden_by])
                 assert len(stream.read()) == stream.length, stream.name
                 assert recording[stream.name].index + 1 == earlier, stream.name
     except cachefile.ContainerError:

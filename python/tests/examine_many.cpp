@@ -22,7 +22,7 @@ Json Streams(const tagRecording& aRecording) {
 
 Json Findings(const tagRecording& aRecording) {
     Json aFindings = Json::array();
-    for (const tagFinding& aFinding : Examine(aRecording))
+    for (const tagFinding& aFinding : Examine(aRecording, c_qwAllOfACode).vecFindings)
         aFindings.push_back({SeverityName(aFinding.aSeverity), aFinding.lpCode, aFinding.qwOffset});
     return aFindings;
 }

@@ -11,8 +11,9 @@
 NumPy where it is installed. ``Recorder`` records through the installed library.
 """
 
-from .errors import CacheFileError, Code, ContainerError, Finding, Severity
+from .errors import CacheFileError, Code, ContainerError, Finding, Findings, Severity
 from .layout import Header
+from .recorder import RecordedStream, Recorder, RecordingError
 from .recording import Container, Directory, Recording, Stream, Streams, examine
 from .recording import open_recording as open
 from .writing import Source, pack
@@ -25,8 +26,12 @@ __all__ = [
     "ContainerError",
     "Directory",
     "Finding",
+    "Findings",
     "Header",
+    "RecordedStream",
+    "Recorder",
     "Recording",
+    "RecordingError",
     "Severity",
     "Source",
     "Stream",

@@ -3,9 +3,9 @@
 from __future__ import annotations
 
 import enum
-from typing import List, Sequence
+from typing import Dict, List, Sequence
 
-__all__ = ["CacheFileError", "Code", "ContainerError", "Finding", "Severity"]
+__all__ = ["CacheFileError", "Code", "ContainerError", "Finding", "Findings", "Severity"]
 
 
 class Code(enum.IntEnum):
@@ -67,6 +67,17 @@ class Finding:
 
     def __repr__(self) -> str:
         return f"<Finding {self}>"
+
+
+class Findings(List[Finding]):
+    """Findings in the order of the file's parts; of each code the first ones only.
+
+    ``totals`` counts all of them by their code.
+    """
+
+    def __init__(self) -> None:
+        super().__init__()
+        self.totals: Dict[str, int] = {}
 
 
 class ContainerError(CacheFileError):

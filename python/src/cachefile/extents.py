@@ -17,8 +17,8 @@ from . import _np
 from .index import Index
 from .layout import ENTRY_SIZE, MAX_OFFSET
 
-_OFFSET = struct.Struct("<16xI12x")
-_NOTED = struct.Struct("<20xI8x")
+OFFSET = struct.Struct("<16xI12x")
+NOTED = struct.Struct("<20xI8x")
 
 #: For each entry of an index: the bytes up to what begins next, and the length of the stream.
 Extents = Tuple[Sequence[int], Sequence[int]]
@@ -33,8 +33,8 @@ def derive(index: Index, file_size: int) -> Extents:
 
 
 def _derive(index: Index, file_size: int) -> Extents:
-    offsets = array("Q", [words[0] for words in _OFFSET.iter_unpack(index.raw)])
-    notes = array("Q", [words[0] for words in _NOTED.iter_unpack(index.raw)])
+    offsets = array("Q", [words[0] for words in OFFSET.iter_unpack(index.raw)])
+    notes = array("Q", [words[0] for words in NOTED.iter_unpack(index.raw)])
     bounds = sorted([*index.places, *(place + ENTRY_SIZE for place in index.places)])
     order = sorted(range(len(offsets)), key=offsets.__getitem__)
     extents, lengths = array("Q", offsets), array("Q", offsets)

@@ -74,6 +74,10 @@ class Index:
         """The entry of this index, from 0."""
         return Entry._make(ENTRY.unpack_from(self.raw, index * ENTRY_SIZE))
 
+    def tag(self, index: int) -> int:
+        """The tag of this entry."""
+        return self.raw[index * ENTRY_SIZE] | self.raw[index * ENTRY_SIZE + 1] << 8
+
     def columns(self) -> Any:
         """All of them as a NumPy array with named fields."""
         names = ["tag", "number", "extra", "offset", "noted", "following"]

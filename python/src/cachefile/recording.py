@@ -20,7 +20,7 @@ from typing import (
 )
 
 from . import _np, extents, findings
-from .errors import CacheFileError, Code, ContainerError, Finding, Severity
+from .errors import CacheFileError, Code, ContainerError, Findings
 from .index import EndOfWalk, Index, first_matches, read_index
 from .layout import (
     CONF,
@@ -177,9 +177,12 @@ class Recording:
         return self._conf()[1]
 
     @property
-    def findings(self) -> List[Finding]:
-        """What ``cachefile doctor`` finds wrong with the container; a directory has none."""
-        return []
+    def findings(self) -> Findings:
+        """What ``cachefile doctor`` finds wrong with the container; a directory has none.
+
+        Of each code the first 100; ``examine`` can give all of them.
+        """
+        return Findings()
 
     def close(self) -> None:
         """Streams cannot be read afterwards; views and arrays stay valid."""
@@ -234,8 +237,12 @@ class Container(Recording):
         return self._extents
 
     @property
-    def findings(self) -> List[Finding]:
-        return findings.examine(self.index, self.size, self.extents)
+    def findings(self) -> Findings:
+        return self.examine()
+
+    def examine(self, limit: Optional[int] = 100) -> Findings:
+        """The findings, of each code at most so many; None means all of them."""
+        return findings.examine(self.index, self.size, self.extents, limit)
 
     def close(self) -> None:
         self._source.close()
@@ -371,10 +378,11 @@ def _open_container(what: Openable, options: "Dict[str, Any]") -> Container:
         raise
 
 
-def examine(what: Openable, **options: Any) -> List[Finding]:
-    """What ``cachefile doctor`` finds wrong with a file, also if it is no container at all."""
-    with _open_container(what, options) as container:
-        return container.findings
+def examine(what: Openable, limit: Optional[int] = 100, **options: Any) -> Findings:
+    """What ``cachefile doctor`` finds wrong with a file, also if it is no container at all.
 
-
-__all__ = ["Container", "Directory", "Recording", "Severity", "Stream", "Streams", "examine"]
+    Of each code at most limit findings are kept; None keeps all of them.
+    """
+    container = _open_container(what, options)
+    with container:
+        return container.examine(limit)
