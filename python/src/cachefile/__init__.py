@@ -13,7 +13,7 @@ NumPy where it is installed. ``Recorder`` records through the installed library.
 
 from .errors import CacheFileError, Code, ContainerError, Finding, Findings, Severity
 from .layout import Header
-from .recorder import RecordedStream, Recorder, RecordingError
+from .recorder import RecordedStream, Recorder, RecordingError, pending_bytes, set_pending_limit
 from .recording import Container, Directory, Recording, Stream, Streams, examine
 from .recording import open_recording as open
 from .writing import Source, pack
@@ -39,4 +39,6 @@ __all__ = [
     "examine",
     "open",
     "pack",
+    "pending_bytes",
+    "set_pending_limit",
 ]
