@@ -59,14 +59,13 @@ def totals_by_type(containers: Sequence[str], function: Any = measure) -> Dict[i
 
 def connect(scheduler: str = "", workers: int = 2) -> Any:
     """A client of this scheduler, or of a cluster on this machine that only it can reach."""
-    from dask.distributed import Client, LocalCluster
+    from dask.distributed import Client
 
     if scheduler:
         return Client(scheduler)
-    cluster = LocalCluster(
+    return Client(
         n_workers=workers, threads_per_worker=1, host="127.0.0.1", dashboard_address=None
     )
-    return Client(cluster)
 
 
 def main() -> int:

@@ -47,7 +47,6 @@ def cluster():
     os.environ["PYTHONPATH"] = os.pathsep.join(sys.path)  # for the workers
     with many_containers.connect() as client:
         yield many_containers, client
-        client.cluster.close()
 
 
 def expected(many):

@@ -23,6 +23,7 @@ _ASYNC = 1
 _END = 0xFFFFFFFF
 _MOST = 0xFFFFFFFF
 _POLL_SECONDS = 0.005
+_PART = 32_768
 _OPERATIONS = {1: "open", 2: "close", 3: "read", 4: "write"}
 _ON_STATUS = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_int32, ctypes.c_int32)
 
@@ -159,14 +160,24 @@ class RecordedStream:
         _check(result, f"write {self.name}")
 
     async def send(self, data: "Union[bytes, bytearray, memoryview]") -> None:
-        """Appends, and waits as long as the limit of pending bytes refuses the bytes."""
-        while True:
-            try:
-                return self.append(data)
-            except CacheFileError as error:
-                if error.code != Code.TRY_AGAIN:
-                    raise
-            await asyncio.sleep(_POLL_SECONDS)
+        """Appends, and waits as long as the limit of pending bytes refuses the bytes.
+
+        It appends in parts of 32 KiB, which fit below any limit; so only one coroutine at a time
+        may send to a stream.
+        """
+        view = memoryview(data).cast("B")
+        for begin in range(0, len(view), _PART):
+            while not self._try_append(view[begin : begin + _PART]):
+                await asyncio.sleep(_POLL_SECONDS)
+
+    def _try_append(self, data: memoryview) -> bool:
+        try:
+            self.append(data)
+            return True
+        except CacheFileError as error:
+            if error.code != Code.TRY_AGAIN:
+                raise
+            return False
 
     def flush(self) -> None:
         """Passes on what is gathered."""
