@@ -1,0 +1,44 @@
+"""Reads and writes the recordings of the cache file library: containers and directories.
+
+    import cachefile
+
+    with cachefile.open("talk.container") as recording:
+        for stream in recording.streams:
+            print(stream.name, stream.length)
+        samples = recording["4:7004:4"].numpy("<i2")
+
+``open`` reads, ``examine`` reports damage, ``pack`` writes containers; they are pure Python and use
+NumPy where it is installed. ``Recorder`` records through the installed library.
+"""
+
+from .errors import CacheFileError, Code, ContainerError, Finding, Findings, Severity
+from .layout import Header
+from .recorder import RecordedStream, Recorder, RecordingError, pending_bytes, set_pending_limit
+from .recording import Container, Directory, Recording, Stream, Streams, examine
+from .recording import open_recording as open
+from .writing import Source, pack
+
+__version__ = "1.0.0"
+__all__ = [
+    "CacheFileError",
+    "Code",
+    "Container",
+    "ContainerError",
+    "Directory",
+    "Finding",
+    "Findings",
+    "Header",
+    "RecordedStream",
+    "Recorder",
+    "Recording",
+    "RecordingError",
+    "Severity",
+    "Source",
+    "Stream",
+    "Streams",
+    "examine",
+    "open",
+    "pack",
+    "pending_bytes",
+    "set_pending_limit",
+]

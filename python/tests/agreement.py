@@ -1,0 +1,141 @@
+"""Holds the package against the command line's own code, over many containers.
+
+    agreement.py EXAMINE-MANY DIRECTORY [--count N] [--seed N] [--corpus DIRECTORY]
+
+Both read the same containers: those of the corpus, and N random ones, most of them damaged. They
+have to agree on streams, lengths, findings, file version and time stamp. Needs nothing but Python;
+runs once with NumPy, where that is installed, and once without.
+"""
+
+import argparse
+import json
+import os
+import random
+import struct
+import subprocess
+import sys
+
+import cachefile
+from cachefile import _np, layout
+
+KNOWN_TAGS = sorted(layout.TAGS)
+UNKNOWN_TAGS = [0, 255, 262, 275, 285, 288, 65535]
+
+
+def entry(tag, number, extra, offset, noted, following):
+    return bytearray(layout.ENTRY.pack(tag, number, extra, offset, noted, following))
+
+
+def make(rand):
+    """A whole container: entries and data in some order, perhaps with gaps, notes and chains."""
+    count, chained = rand.randint(1, 9), rand.random() < 0.6
+    scattered = chained and rand.random() < 0.5
+    pieces = [("entry", i) for i in range(1, count)] + [("data", i) for i in range(count)]
+    if scattered:
+        rand.shuffle(pieces)
+    sizes = [rand.choice([0, 1, 5, 72, rand.randint(0, 400)]) for _ in range(count)]
+    tags = [rand.choice(KNOWN_TAGS if rand.random() < 0.9 else UNKNOWN_TAGS) for _ in sizes]
+    at, places, starts = layout.HEADER_SIZE + layout.ENTRY_SIZE, {0: layout.HEADER_SIZE}, {}
+    for kind, i in pieces:
+        at += rand.randint(1, 20) if scattered and rand.random() < 0.3 else 0
+        (places if kind == "entry" else starts)[i] = at
+        at += layout.ENTRY_SIZE if kind == "entry" else sizes[i]
+    data = bytearray(rand.randbytes(at))
+    notes = rand.random()
+    for i in range(count):
+        noted = sizes[i] if notes < 0.6 else rand.choice([0, sizes[i], rand.randint(0, 500)])
+        words = entry(tags[i], rand.randint(0, 3), rand.randint(0, 9), starts[i] if sizes[i] else at,
+                      noted, places.get(i + 1, 0))
+        data[places[i]:places[i] + layout.ENTRY_SIZE] = words
+    data[:layout.HEADER_SIZE] = layout.HEADER.pack(1, 2, 3, at, 0, count, int(chained))
+    return data, sorted(places.values())
+
+
+def damage(rand, data, places):
+    """Changes one thing: a word of header or index, a bit, or the end of the file."""
+    kind = rand.randrange(8)
+    if kind == 0:
+        return data[:rand.randint(0, len(data))]
+    if kind == 1:
+        return data + rand.randbytes(rand.randint(1, 50))
+    if kind == 2 and data:
+        data[rand.randrange(len(data))] ^= 1 << rand.randrange(8)
+        return data
+    place = rand.choice(places)
+    at = rand.choice([8, 16, 20]) if kind == 3 else place + rand.choice([0, 4, 16, 16, 20, 24, 24])
+    value = rand.choice([0, 1, 24, len(data), len(data) + 1, 0xFFFFFFFF, rand.choice(places),
+                         rand.choice(places) + rand.choice([-1, 1, 4, 31]),
+                         rand.randint(0, 2 * len(data)), rand.randint(0, 1200)])
+    if at + 4 <= len(data):
+        struct.pack_into("<I", data, at, value)
+    return data
+
+
+def containers(seed, count):
+    for number in range(count):
+        rand = random.Random(seed * 1000003 + number)
+        data, places = make(rand)
+        for _ in range(rand.choice([0, 1, 1, 1, 2, 3])):
+            data = damage(rand, data, places)
+        yield f"{seed}-{number}", bytes(data)
+
+
+def look(path):
+    """What the package finds, in the form of the other side."""
+    found = {"streams": [], "version": None, "stamp": None}
+    found["findings"] = [[f.severity.value, f.code, f.offset] for f in cachefile.examine(path, None)]
+    try:
+        with cachefile.open(path) as recording:
+            found["version"], found["stamp"] = recording.file_version, recording.time_stamp
+            numbers = {}
+            for stream in recording.streams:
+                earlier = numbers.setdefault(stream.name, stream.index + 1)
+                hidden_by = 0 if earlier == stream.index + 1 else earlier
+                length = int(recording.extents[1][stream.index])
+                found["streams"].append([stream.name, stream.extra, stream.offset, length,
+                                         stream.length, hidden_by])
+                assert len(stream.read()) == stream.length, stream.name
+                assert recording[stream.name].index + 1 == earlier, stream.name
+    except cachefile.ContainerError:
+        pass
+    return found
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("program")
+    parser.add_argument("directory")
+    parser.add_argument("--count", type=int, default=300)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--corpus")
+    options = parser.parse_args()
+    os.makedirs(options.directory, exist_ok=True)
+    paths = []
+    for name, data in containers(options.seed, options.count):
+        paths.append(os.path.join(options.directory, name))
+        with open(paths[-1], "wb") as file:
+            file.write(data)
+    if options.corpus:
+        paths += sorted(os.path.join(options.corpus, name) for name in os.listdir(options.corpus))
+    result = subprocess.run([options.program], input="\n".join(paths) + "\n", text=True, check=True,
+                            stdout=subprocess.PIPE)
+    expected = [json.loads(line) for line in result.stdout.splitlines()]
+    assert len(expected) == len(paths), "one answer for each container"
+    failed = 0
+    for numpy in {_np.numpy, None}:
+        _np.numpy = numpy
+        for path, wanted in zip(paths, expected):
+            found = look(path)
+            if found != wanted:
+                failed += 1
+                if failed <= 5:
+                    print(f"{path}:\n  tool   {wanted}\n  Python {found}")
+    damaged = sum(bool(wanted["findings"]) for wanted in expected)
+    print(f"{len(paths)} containers, {damaged} damaged, {failed} disagreements")
+    for name, _ in containers(options.seed, options.count if not failed else 0):
+        os.remove(os.path.join(options.directory, name))
+    return 1 if failed or not damaged else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
