@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <regex>
 
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Output.h"
@@ -38,14 +37,34 @@ std::filesystem::path CreatePartial(const std::filesystem::path& aPath, System::
     }
 }
 
+/// Takes strEnd off the end of strText; false if it is not there.
+bool CutEnd(std::string& strText, const std::string& strEnd) {
+    if (strText.size() < strEnd.size() ||
+        strText.compare(strText.size() - strEnd.size(), strEnd.size(), strEnd) != 0)
+        return false;
+    strText.resize(strText.size() - strEnd.size());
+    return true;
+}
+
+/// Takes cBefore and the digits after it off the end of strText; false if they are not there.
+bool CutNumber(std::string& strText, char cBefore) {
+    const std::size_t nLast = strText.find_last_not_of("0123456789");
+    if (nLast == std::string::npos || nLast + 1 == strText.size() || strText[nLast] != cBefore)
+        return false;
+    strText.resize(nLast);
+    return true;
+}
+
 /// The name of the locked file that strName belongs to, if strName is a partial name of one of
-/// setNames; else nothing.
+/// setNames; otherwise nothing. Such a name is NAME.PID.partial or NAME.PID-N.partial, with .new
+/// or .new.partial after it for what is written beside the locked file.
 std::string LockedName(const std::string& strName, const std::set<std::string>& setNames) {
-    static const std::regex s_aPattern(R"(((.*)\.[0-9]+(-[0-9]+)?\.partial)(\.new(\.partial)?)?)");
-    std::smatch aMatch;
-    const bool bPartial = strName.find(c_szPartial) != std::string::npos &&
-                          std::regex_match(strName, aMatch, s_aPattern);
-    return bPartial && setNames.count(aMatch[2]) > 0 ? aMatch.str(1) : "";
+    std::string strLocked = strName;
+    if (!CutEnd(strLocked, std::string(".new") + c_szPartial)) CutEnd(strLocked, ".new");
+    std::string strOwner = strLocked;
+    if (!CutEnd(strOwner, c_szPartial)) return "";
+    CutNumber(strOwner, '-');
+    return CutNumber(strOwner, '.') && setNames.count(strOwner) > 0 ? strLocked : "";
 }
 
 }  // namespace
