@@ -49,14 +49,15 @@ CRefPtr<ACmThread> CFileThreadManager::GetCallerThread() {
     return CCmThreadManager::Instance()->GetThread(CCmThreadManager::Thread_Caller);
 }
 
-void CFileThreadManager::StopThread(CRefPtr<ACmThread> pThread) {
+void CFileThreadManager::StopThread(const CRefPtr<ACmThread>& pThread) {
+    CRefPtr<ACmThread> pStopped;
     {
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
         if (!pThread || pThread.Get() != m_pPrimaryNFSThread.Get()) return;
-        m_pPrimaryNFSThread = nullptr;
+        pStopped = std::move(m_pPrimaryNFSThread);
     }
-    pThread->Stop(nullptr);
-    pThread->Join();
+    pStopped->Stop(nullptr);
+    pStopped->Join();
 }
 
 CmInt32 CFileThreadManager::Shutdown() {

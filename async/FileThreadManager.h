@@ -25,7 +25,7 @@ class CFileThreadManager {
     /// Stops pThread if it is the R/W thread, and waits until it has run everything queued and
     /// ended. The next GetPrimaryNFSThread creates a new one; files opened on the old one answer
     /// CACHE_ERR_INVALID_STATE. Anything else than the R/W thread is ignored.
-    void StopThread(CRefPtr<ACmThread> pThread);
+    void StopThread(const CRefPtr<ACmThread>& pThread);
 
     /// See CacheFileShutdown.
     CmInt32 Shutdown();
