@@ -33,7 +33,7 @@ struct tagDirectoryId {
 };
 
 /// An open directory.
-struct CmPlace::tagDirectory : std::enable_shared_from_this<CmPlace::tagDirectory> {
+struct CmPlace::tagDirectory : std::enable_shared_from_this<const CmPlace::tagDirectory> {
     tagDirectory(int nOpenFile, const tagDirectoryId& aDirectoryId)
         : nFile(nOpenFile), aId(aDirectoryId) {}
     ~tagDirectory();

@@ -23,6 +23,8 @@ class CLastDirectory {
     DirectoryPtr Find(const tagDirectoryId& aId) {
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
         // Its memory is valid: its destructor comes here before it ends. The lock is empty then.
+        // Nothing here may drop a last reference, as that destructor takes the mutex. Converting
+        // a weak pointer does, so the directory's own one points to a const directory already.
         return m_pLast && m_pLast->aId == aId ? m_pLast->weak_from_this().lock() : nullptr;
     }
 
