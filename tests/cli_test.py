@@ -553,7 +553,7 @@ class Show(Cli):
                 self.assertEqual([(finding["code"], finding["offset"]) for finding in found], wanted)
                 output, error = self.run_tool(DAMAGE, "doctor", "bad")
                 text = output.decode()
-                self.assertRegex(error, r"^cachefile: bad: \d+ (error|warning)s?(, \d+ warnings?)?\n$")
+                self.assertRegex(error, r"^cachefile: bad: \d+ (error|warning)s?(, \d+ warnings?)?\r?\n$")
                 self.assertEqual(text, "".join("{severity} {code} {offset} {message}\n".format(**finding)
                                                for finding in found))
                 self.assertEqual(self.read("bad"), content)
