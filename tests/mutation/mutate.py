@@ -179,6 +179,7 @@ def main():
               if re.search(options.only, mutation["name"])
               and options.module in (None, module_of(mutation))
               and (options.again or mutation["name"] not in rows)]
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell's background job ignores it
     resource.setrlimit(resource.RLIMIT_AS, (8 << 30, 8 << 30))  # for mutants that take memory
     copy = Copy(options.directory.resolve(), options.jobs)
     tests = prepare(copy, options.jobs)
