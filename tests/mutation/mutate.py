@@ -48,6 +48,7 @@ class Copy:
             require("git", "clone", "-q", "--no-checkout", ROOT, self.tree)
         require("git", "-C", self.tree, "fetch", "-q", ROOT, "HEAD")
         require("git", "-C", self.tree, "checkout", "-qf", "--detach", "FETCH_HEAD")
+        self.commit = require("git", "-C", self.tree, "rev-parse", "HEAD").strip()
         # Warnings are no errors: a mutation may leave a variable unused.
         require("cmake", "-S", self.tree, "-B", self.build_directory, "-G", "Ninja",
                 "-DCMAKE_BUILD_TYPE=", "-DCMAKE_CXX_FLAGS=-O0")
@@ -112,6 +113,9 @@ def run_tests(tests, jobs, wanted):
 
 def prepare(copy, jobs):
     """Builds without a mutation, expects all tests to pass, and returns them, the fastest first."""
+    kept = copy.build_directory / f"tests-{copy.commit}.json"
+    if kept.exists():
+        return json.loads(kept.read_text())
     if (result := copy.build()).returncode != 0:
         sys.exit("the build without a mutation fails:\n" + result.stdout[-4000:])
     tests = copy.tests()
@@ -121,7 +125,9 @@ def prepare(copy, jobs):
                 sys.exit(f"without a mutation, this fails: {failed}")
             test["seconds"] = seconds
             test["limit"] = max(10, 10 * seconds)
-    return sorted(tests, key=lambda test: test["seconds"])
+    tests.sort(key=lambda test: test["seconds"])
+    kept.write_text(json.dumps(tests))
+    return tests
 
 
 def try_mutation(mutation, copy, tests, options):
