@@ -5,56 +5,30 @@
 #include <map>
 #include <set>
 
-#include "fuzz/MemoryFile.h"
+#include "tests/support/Containers.h"
 
-namespace {
-
-constexpr std::uint64_t c_qwHeader = 24, c_qwEntry = 32;
-constexpr unsigned c_nConfHeader = 72, c_wConf = 274;
 constexpr std::size_t c_nMostSteps = 20'000;
 
-const CCmString& File() { return MemoryFile::Instance().strBytes; }
-
-CmUint32 Word(std::uint64_t qwAt, unsigned nBytes = 4) {
-    CmUint32 dwWord = 0;
-    for (unsigned i = nBytes; i-- > 0;)
-        dwWord =
-            dwWord << 8 | static_cast<unsigned char>(File()[static_cast<std::size_t>(qwAt) + i]);
-    return dwWord;
+bool Reference::IsBad(std::uint64_t qwFrom, std::uint64_t qwTo) const {
+    qwTo = std::min<std::uint64_t>(qwTo, m_strFile.size());
+    return std::max(qwFrom, m_qwBadFrom) < std::min(qwTo, m_qwBadTo);
 }
 
-bool IsBad(std::uint64_t qwFrom, std::uint64_t qwTo) {
-    const MemoryFile& aFile = MemoryFile::Instance();
-    qwTo = std::min<std::uint64_t>(qwTo, File().size());
-    return std::max(qwFrom, aFile.qwBadFrom) < std::min(qwTo, aFile.qwBadTo);
+CmUint32 Reference::Word(std::uint64_t qwAt) const {
+    return Get32(m_strFile, static_cast<std::size_t>(qwAt));
 }
-
-/// The data type and the kind of a tag; 0 and 0 for an unknown one.
-std::pair<unsigned, unsigned> Kind(unsigned wTag) {
-    static const unsigned s_aSingle[] = {1, 3, 8, 10, 16};
-    static const std::pair<unsigned, unsigned> s_aPairs[] = {{266, 99}, {268, 4}, {270, 20},
-                                                             {272, 21}, {276, 6}, {286, 51}};
-    if (wTag >= 256 && wTag <= 260) return {s_aSingle[wTag - 256], 2};
-    if (wTag == 261) return {5, 4};
-    if (wTag == 274) return {100, 2};
-    if (wTag == 284) return {102, 2};
-    for (const auto& [wEven, wType] : s_aPairs)
-        if (wTag == wEven || wTag == wEven + 1) return {wType, wTag == wEven ? 4 : 1};
-    return {0, 0};
-}
-
-}  // namespace
 
 /// As a read of nLength bytes there would go; sets the code if it doesn't.
 bool Reference::IsThere(std::uint64_t qwAt, unsigned nLength) {
     const bool bBad = IsBad(qwAt, qwAt + nLength);
-    if (!bBad && qwAt + nLength <= File().size()) return true;
+    if (!bBad && qwAt + nLength <= m_strFile.size()) return true;
     lResult = bBad ? 4006 : 4002;
     return false;
 }
 
-Reference::Reference() {
-    if (!IsThere(0, c_qwHeader)) return;
+Reference::Reference(const CCmString& strFile, std::uint64_t qwBadFrom, std::uint64_t qwBadTo)
+    : m_strFile(strFile), m_qwBadFrom(qwBadFrom), m_qwBadTo(qwBadTo) {
+    if (!IsThere(0, c_nHeader)) return;
     dwFileSize = Word(8);
     dwCount = Word(16);
     bHeader = dwFileSize != 0 && Word(12) == 0 && dwCount != 0 && Word(20) <= 1;
@@ -67,7 +41,7 @@ Reference::Reference() {
 void Reference::Walk() {
     const bool bChained = Word(20) == 1;
     std::map<std::uint64_t, std::size_t> mapKnownAt;  // streams known when an offset was last met
-    std::uint64_t qwAt = c_qwHeader;
+    std::uint64_t qwAt = c_nHeader;
     for (CmUint32 dwStep = 0; dwStep < dwCount; ++dwStep) {
         if (dwStep == c_nMostSteps) {
             bBrokenOff = true;
@@ -78,22 +52,18 @@ void Reference::Walk() {
         // A lap that adds nothing is the first of many.
         if (!bNew && itSeen->second == vecStreams.size()) return;
         itSeen->second = vecStreams.size();
-        if (!IsThere(qwAt, c_qwEntry) || !TakeEntry(qwAt)) return;
-        qwAt = bChained ? Word(qwAt + 24) : qwAt + c_qwEntry;
+        if (!IsThere(qwAt, c_nEntry) || !TakeEntry(qwAt)) return;
+        qwAt = bChained ? Word(qwAt + 24) : qwAt + c_nEntry;
     }
 }
 
 bool Reference::TakeEntry(std::uint64_t qwAt) {
-    const unsigned wTag = Word(qwAt, 2);
-    const CmUint32 dwEntryID = Word(qwAt + 4), dwData = Word(qwAt + 16);
+    const unsigned wTag = Word(qwAt) & 0xFFFF;
+    const CmUint32 dwData = Word(qwAt + 16);
     if (!bCircle) vecEntries.push_back({qwAt, wTag, dwData, Word(qwAt + 20)});
-    const auto [wType, byKind] = Kind(wTag);
-    if (wType == 0) return true;
-    const CmUint32 dwFileID = (wType >= 100 ? 0 : dwEntryID * 1000) + wType;
-    vecStreams.push_back({{static_cast<std::uint16_t>(wType), static_cast<std::uint8_t>(byKind),
-                           dwFileID, Word(qwAt + 8)},
-                          dwData,
-                          vecEntries.size() - 1});
+    if (!FindTagRow(wTag)) return true;
+    vecStreams.push_back(
+        {DescriberOf(wTag, Word(qwAt + 4), Word(qwAt + 8)), dwData, vecEntries.size() - 1});
     if (wTag != c_wConf) return true;
     if (!IsThere(dwData, c_nConfHeader)) return false;
     dwVersion = Word(dwData + std::uint64_t{8});
@@ -103,10 +73,7 @@ bool Reference::TakeEntry(std::uint64_t qwAt) {
 
 const Reference::Stream* Reference::Find(const tagDataInfo& aInfo) const {
     for (const Stream& aStream : vecStreams)
-        if (aStream.aDescriber.wDataType == aInfo.wDataType &&
-            aStream.aDescriber.dwFileID == aInfo.dwFileID &&
-            (aStream.aDescriber.byFileType & aInfo.byFileType) != 0)
-            return &aStream;
+        if (DataInfoMatches(aInfo, aStream.aDescriber)) return &aStream;
     return nullptr;
 }
 
@@ -119,8 +86,8 @@ CmInt32 Reference::Read(const tagDataInfo& aInfo, CmUint32 dwOffset, CmUint32 dw
     if (dwLength != 0xFFFFFFFF && qwFrom + dwLength > dwFileSize) return 4009;
     if (IsBad(qwFrom, qwFrom + dwLength)) return 4006;
     strBytes.clear();
-    if (qwFrom < File().size())
-        strBytes = File().substr(static_cast<std::size_t>(qwFrom), dwLength);
+    if (qwFrom < m_strFile.size())
+        strBytes = m_strFile.substr(static_cast<std::size_t>(qwFrom), dwLength);
     return 0;
 }
 
@@ -129,14 +96,14 @@ std::vector<CmUint32> Reference::Lengths(const std::vector<Entry>& vecIndex) con
     std::map<std::uint64_t, std::size_t> mapLastAt;
     for (std::size_t i = 0; i < vecIndex.size(); ++i) {
         setBounds.insert(
-            {vecIndex[i].qwOffset, vecIndex[i].qwOffset + c_qwEntry, vecIndex[i].dwDataOffset});
+            {vecIndex[i].qwOffset, vecIndex[i].qwOffset + c_nEntry, vecIndex[i].dwDataOffset});
         mapLastAt[vecIndex[i].dwDataOffset] = i;
     }
     std::vector<CmUint32> vecExtents, vecNoted;
     std::size_t nNotes = 0, nFit = 0;
     for (std::size_t i = 0; i < vecIndex.size(); ++i) {
         const std::uint64_t qwFrom = vecIndex[i].dwDataOffset, qwNoted = vecIndex[i].dwNoted;
-        std::uint64_t qwTo = qwFrom > dwFileSize ? File().size() : dwFileSize;
+        std::uint64_t qwTo = qwFrom > dwFileSize ? m_strFile.size() : dwFileSize;
         const auto itNext = setBounds.upper_bound(qwFrom);
         if (itNext != setBounds.end()) qwTo = std::min(qwTo, *itNext);
         const std::uint64_t qwBytes = qwTo > qwFrom ? qwTo - qwFrom : 0;
@@ -151,7 +118,7 @@ std::vector<CmUint32> Reference::Lengths(const std::vector<Entry>& vecIndex) con
 }
 
 CmUint32 Reference::PlayedLength(const Stream& aStream) const {
-    const std::uint64_t qwEnd = std::min<std::uint64_t>(dwFileSize, File().size());
+    const std::uint64_t qwEnd = std::min<std::uint64_t>(dwFileSize, m_strFile.size());
     if (aStream.dwDataOffset >= qwEnd) return 0;
     return static_cast<CmUint32>(
         std::min<std::uint64_t>(Lengths(vecEntries)[aStream.nEntry], qwEnd - aStream.dwDataOffset));

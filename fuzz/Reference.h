@@ -5,7 +5,8 @@
 #include "core/DataInfo.h"
 
 /// A container read a second time, as plainly as docs/container-format.md describes it: one read
-/// for each entry, one list, and nothing of the library's but its two records.
+/// for each entry, one list, and nothing of the library's but its two records. Tags are those of
+/// tests/support/Containers.h.
 struct Reference {
     struct Entry {
         std::uint64_t qwOffset;
@@ -19,8 +20,9 @@ struct Reference {
         std::size_t nEntry;  ///< its number in vecEntries, if it is one of the first lap
     };
 
-    /// Walks the index of the memory file.
-    Reference();
+    /// Walks the index of a file, whose bytes from qwBadFrom to qwBadTo cannot be read.
+    explicit Reference(const CCmString& strFile, std::uint64_t qwBadFrom = 0,
+                       std::uint64_t qwBadTo = 0);
 
     /// The first stream that is meant, or null.
     const Stream* Find(const tagDataInfo& aInfo) const;
@@ -54,6 +56,10 @@ struct Reference {
     void Walk();
     bool TakeEntry(std::uint64_t qwAt);
     bool IsThere(std::uint64_t qwAt, unsigned nLength);
+    bool IsBad(std::uint64_t qwFrom, std::uint64_t qwTo) const;
+    CmUint32 Word(std::uint64_t qwAt) const;
 
+    const CCmString& m_strFile;
+    const std::uint64_t m_qwBadFrom, m_qwBadTo;
     bool bHeader = false;
 };

@@ -6,6 +6,7 @@
 #include "fuzz/MemoryFile.h"
 #include "fuzz/Reference.h"
 #include "fuzz/Target.h"
+#include "tests/support/Containers.h"
 
 // Opens any bytes as a container, in synchronous mode, and holds the list of streams and a set of
 // reads against the reference reader. What the walk asks of the file is bounded too.
@@ -53,17 +54,13 @@ class Run {
     void Read(const tagDataInfo& aInfo, std::uint64_t qwOffset, std::uint64_t qwLength);
     CmUint32 Random() { return static_cast<CmUint32>((m_qwRandom *= 6364136223846793005) >> 32); }
 
-    const Reference m_reference;
+    const Reference m_reference{MemoryFile::Instance().strBytes, MemoryFile::Instance().qwBadFrom,
+                                MemoryFile::Instance().qwBadTo};
     std::uint64_t m_qwRandom;
     Sink m_sink;
     CPlayFileHandler* const m_pHandler =
         CCacheFileManager::Instance().CreatePlayFileHandler(1, 1, 0);
 };
-
-bool Same(const tagFileDescriber& aOne, const tagFileDescriber& aOther) {
-    return aOne.wDataType == aOther.wDataType && aOne.byFileType == aOther.byFileType &&
-           aOne.dwFileID == aOther.dwFileID && aOne.dwExtraInfo == aOther.dwExtraInfo;
-}
 
 void Run::Open() {
     std::vector<tagFileDescriber> vecStreams;
@@ -83,7 +80,7 @@ void Run::Open() {
                 "version and time stamp");
     }
     for (std::size_t i = 0; i < vecWanted.size(); ++i)
-        Require(Same(vecStreams[i], vecWanted[i].aDescriber), "a describer");
+        Require(vecStreams[i] == vecWanted[i].aDescriber, "a describer");
     Require(m_pHandler->OpenDownloadedFile("any", vecStreams) == 4008, "it opens once");
 }
 
@@ -106,10 +103,8 @@ void Run::ReadAll() {
     CheckLengths();
     m_pHandler->CloseAllRecordFiles();
     if (nStreams == 0) return;
-    const tagFileDescriber& aStream = m_reference.vecStreams[0].aDescriber;
     unsigned char aByte[1];
-    Require(m_pHandler->ReadData({aStream.wDataType, aStream.dwFileID, 0, aStream.byFileType},
-                                 aByte, 0, 1) == 4007,
+    Require(m_pHandler->ReadData(InfoOf(m_reference.vecStreams[0].aDescriber), aByte, 0, 1) == 4007,
             "nothing is read after the close");
 }
 
@@ -118,8 +113,7 @@ void Run::CheckLengths() {
     if (m_reference.bBrokenOff) return;
     const std::size_t nStreams = std::min(m_reference.vecStreams.size(), c_nStreams);
     for (std::size_t i = 0; i < nStreams; ++i) {
-        const tagFileDescriber& a = m_reference.vecStreams[i].aDescriber;
-        const tagDataInfo aInfo{a.wDataType, a.dwFileID, 0, a.byFileType};
+        const tagDataInfo aInfo = InfoOf(m_reference.vecStreams[i].aDescriber);
         CmUint32 dwLength = 0;
         Require(m_pHandler->GetStreamLength(aInfo, dwLength) == 0, "a stream has a length");
         Require(dwLength == m_reference.PlayedLength(*m_reference.Find(aInfo)), "the length");
@@ -134,8 +128,7 @@ void Run::ReadStream(const Reference::Stream& aStream) {
     const std::uint64_t qwThere = MemoryFile::Instance().strBytes.size();
     const std::uint64_t qwRoom = qwSaid > qwBegin ? qwSaid - qwBegin : 0;
     const std::uint64_t qwReal = qwThere > qwBegin ? qwThere - qwBegin : 0;
-    const tagFileDescriber& aDescriber = aStream.aDescriber;
-    const tagDataInfo aInfo{aDescriber.wDataType, aDescriber.dwFileID, 0, aDescriber.byFileType};
+    const tagDataInfo aInfo = InfoOf(aStream.aDescriber);
     Read(aInfo, 0, 1);
     Read(aInfo, 0, qwRoom);
     Read(aInfo, 0, qwRoom + 1);
