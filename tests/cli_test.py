@@ -843,6 +843,21 @@ class Pack(Cli):
         self.assertEqual({len(self.read(name)) for name in self.files("out")}, {500})
 
 
+class Docs(Cli):
+    def test_the_example_of_the_format_is_a_container(self):
+        with open(os.path.join(os.path.dirname(__file__), "../docs/container-format.md")) as page:
+            lines = re.findall(r"^000000[0-9a-f]0: ([0-9a-f ]+?)(?:  |$)", page.read(), re.M)
+        self.make("example", bytes.fromhex("".join(lines)))
+        document = self.run_json(DONE, "info", "example")
+        self.assertEqual((document["file_version"], document["cb_time_stamp"]), (1, 0x66554433))
+        self.assertEqual([[stream[key] for key in ("tag", "stream", "extra", "offset", "extent")]
+                          for stream in document["streams"]],
+                         [[257, "3:2003:2", 0, 152, 6], [268, "4:7004:4", 9, 158, 3],
+                          [269, "4:7004:1", 0, 233, 0], [274, "100:100:2", 0, 161, 72]])
+        for name, content in ("3:2003:2", b"hello\n"), ("4:7004:4", b"abc"):
+            self.assertEqual(self.run_tool(DONE, "play", "example", "--stream", name)[0], content)
+
+
 class Bench(Cli):
     def test_it_compares_with_stdio_and_cleans_up(self):
         document = self.run_json(DONE, "bench", "--size", "1", "--rounds", "1", "--dir", ".")

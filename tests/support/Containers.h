@@ -64,8 +64,3 @@ struct HandStream {
 /// Random streams with different describers, a conf stream among them or not. nAtLeast of the
 /// twenty tags are there.
 std::vector<HandStream> RandomStreams(SeededRandom& aRandom, unsigned nAtLeast);
-
-/// A container of these streams as an odd but honest writer would lay it out: unknown entries
-/// between, data in any order, gaps everywhere; chained entries (type 1) among the data.
-CCmString OddContainer(SeededRandom& aRandom, const std::vector<HandStream>& vecStreams,
-                       CmUint32 dwIndexType);
