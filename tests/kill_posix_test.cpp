@@ -1,5 +1,3 @@
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,80 +8,93 @@
 #include <new>
 #include <thread>
 
-#include "tests/kill_host.h"
 #include "tests/support/HostTest.h"
 
 // A recorder is killed at random moments. CACHEFILE_KILL_ROUNDS says how often.
 
 namespace {
 
-/// The memory that a recorder writes its promises into.
-class SharedPromises {
- public:
-    SharedPromises() {
-        const int nFile = ::open(c_szPromises, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        EXPECT_EQ(::ftruncate(nFile, sizeof(Promises)), 0);
-        m_pMemory = ::mmap(nullptr, sizeof(Promises), PROT_READ | PROT_WRITE, MAP_SHARED, nFile, 0);
-        ::close(nFile);
-        new (m_pMemory) Promises;
-    }
-    ~SharedPromises() { ::munmap(m_pMemory, sizeof(Promises)); }
-    SharedPromises(const SharedPromises&) = delete;
-    SharedPromises& operator=(const SharedPromises&) = delete;
+constexpr unsigned c_nStreams = 3;
+constexpr unsigned c_nLongest = 3'000'000;
 
-    Promises* operator->() const { return static_cast<Promises*>(m_pMemory); }
-
- private:
-    void* m_pMemory;
+/// Lies in memory that outlives the recorder.
+struct Promises {
+    std::atomic<bool> bStarted{false};                  ///< something is promised
+    std::atomic<std::size_t> aStored[c_nStreams] = {};  ///< bytes that are in the file
 };
+
+/// A recorder that goes on until it is killed.
+[[noreturn]] void Record(Mode aMode, SeededRandom& aRandom, const CCmString (&aStreams)[c_nStreams],
+                         Promises& aPromises) {
+    const CCmCallerThreadGuard aAttached;
+    Recording aRecording(aMode, nullptr);
+    CmUint32 aHandles[c_nStreams];
+    std::size_t aWritten[c_nStreams] = {}, aFlushed[c_nStreams] = {};
+    for (unsigned i = 0; i < c_nStreams; ++i) aHandles[i] = aRecording.Open(std::to_string(i));
+    for (;;) {
+        const unsigned i = aRandom.Below(c_nStreams);
+        const CCmString strPiece =
+            aStreams[i].substr(aWritten[i], aRandom.Below(aRandom.Below(8) ? 3'000 : 60'000));
+        if (aRecording.Write(aHandles[i], strPiece) != 0) std::abort();
+        aWritten[i] += strPiece.size();
+        if (aRandom.Below(8) == 0) {
+            aRecording->FlushData(aHandles[i]);
+            aFlushed[i] = aWritten[i];
+            while (aRandom.Below(8) == 0 && CCacheFileManager::GetPendingBytes() > 0) ::usleep(10);
+        }
+        // Asynchronous: what had been flushed when nothing was pending is in its file.
+        if (CCacheFileManager::GetPendingBytes() == 0)
+            for (unsigned n = 0; n < c_nStreams; ++n) {
+                aPromises.aStored[n] = aFlushed[n];
+                if (aFlushed[n] > 0) aPromises.bStarted = true;
+            }
+        if (aMode == Async) CCmCallerThread::RunPending();
+    }
+}
 
 unsigned Rounds() {
     const char* const lpGiven = std::getenv("CACHEFILE_KILL_ROUNDS");
     return lpGiven ? static_cast<unsigned>(std::strtoul(lpGiven, nullptr, 10)) : 100;
 }
 
-class Kill : public testing::TestWithParam<Mode> {
- protected:
-    /// Starts a recorder and kills it: some time after its first promise, or at any time.
-    void KillOne(const SharedPromises& aPromises, bool bWait) {
-        std::string strProgram = KILL_HOST, strMode = GetParam() == Async ? "async" : "sync";
-        std::string strSeed = std::to_string(m_random.Below(1U << 31));
-        char* const lpArguments[] = {strProgram.data(), strMode.data(), strSeed.data(), nullptr};
-        pid_t nHost = 0;
-        ASSERT_EQ(::posix_spawn(&nHost, KILL_HOST, nullptr, nullptr, lpArguments, environ), 0);
-        int nStatus = 0;
-        while (bWait && !aPromises->bStarted && ::waitpid(nHost, &nStatus, WNOHANG) == 0)
-            std::this_thread::yield();
-        std::this_thread::sleep_for(std::chrono::microseconds(m_random.Below(8'000)));
-        ::kill(nHost, SIGKILL);
-        ::waitpid(nHost, &nStatus, 0);
-        ASSERT_TRUE(WIFSIGNALED(nStatus) && WTERMSIG(nStatus) == SIGKILL) << nStatus;
-    }
-
-    SeededRandom m_random;
-};
-
 }  // namespace
 
+using Kill = testing::TestWithParam<Mode>;
 INSTANTIATE_BOTH_MODES(Kill);
 
-TEST_P(Kill, EachFileIsAPrefixOfItsStreamAndHoldsWhatAFlushAnsweredFor) {
-    const CCmString aStreams[c_nStreams] = {StreamOf(0), StreamOf(1), StreamOf(2)};
-    std::size_t nKept = 0, nFlushed = 0;
+TEST_P(Kill, EachFileIsAPrefixOfItsStreamAndHoldsWhatWasStored) {
+    CCmString aStreams[c_nStreams];
+    for (unsigned i = 0; i < c_nStreams; ++i) aStreams[i] = Pattern(c_nLongest, i);
+    void* const pShared = ::mmap(nullptr, sizeof(Promises), PROT_READ | PROT_WRITE,
+                                 MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pShared, MAP_FAILED);
+    SeededRandom aRandom;
+    std::size_t nKept = 0, nStored = 0;
     for (unsigned nRound = 0; nRound < Rounds(); ++nRound) {
         SCOPED_TRACE(nRound);
         const TestDir aDir;
-        const SharedPromises aPromises;
-        ASSERT_NO_FATAL_FAILURE(KillOne(aPromises, nRound % 8 != 7));
+        Promises& aPromises = *new (pShared) Promises;
+        const bool bWait = nRound % 8 != 7;  // for its first promise, or it is killed at any time
+        const std::chrono::microseconds aDelay(aRandom.Below(8'000));
+        const pid_t nRecorder = ::fork();
+        if (nRecorder == 0) Record(GetParam(), aRandom, aStreams, aPromises);
+        int nStatus = 0;
+        while (bWait && !aPromises.bStarted && ::waitpid(nRecorder, &nStatus, WNOHANG) == 0)
+            std::this_thread::yield();
+        std::this_thread::sleep_for(aDelay);
+        ::kill(nRecorder, SIGKILL);
+        ::waitpid(nRecorder, &nStatus, 0);
+        ASSERT_TRUE(WIFSIGNALED(nStatus) && WTERMSIG(nStatus) == SIGKILL) << nStatus;
         for (unsigned i = 0; i < c_nStreams; ++i) {
             const CCmString strPath = Recording::PathOf(std::to_string(i));
             const CCmString strFile = Exists(strPath) ? ReadBytes(strPath) : CCmString();
             ASSERT_EQ(Difference(strFile, aStreams[i].substr(0, strFile.size())), "") << strPath;
-            ASSERT_GE(strFile.size(), aPromises->aFlushed[i]) << strPath;
+            ASSERT_GE(strFile.size(), aPromises.aStored[i]) << strPath;
             nKept += strFile.size();
-            nFlushed += aPromises->aFlushed[i];
+            nStored += aPromises.aStored[i];
         }
     }
-    std::cout << Rounds() << " kills, " << nKept << " bytes kept, " << nFlushed << " flushed\n";
-    EXPECT_TRUE(nKept > 0 && nFlushed > 0) << "the kills came too early to say anything";
+    ::munmap(pShared, sizeof(Promises));
+    std::cout << Rounds() << " kills, " << nKept << " bytes kept, " << nStored << " stored\n";
+    EXPECT_TRUE(nKept > 0 && nStored > 0) << "the kills came too early to say anything";
 }
