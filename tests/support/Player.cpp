@@ -2,14 +2,6 @@
 
 #include <utility>
 
-void Collector::OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo&) {
-    m_strBytes.append(reinterpret_cast<const char*>(lpData), dwLength);
-    delete[] lpData;
-    if (const auto onData = std::exchange(m_onData, nullptr)) onData();
-}
-
-CCmString Collector::Take() { return std::exchange(m_strBytes, {}); }
-
 Player::Player(Mode aMode, IFileOpSink* pSink, Use aUse)
     : m_pHandler(CCacheFileManager::Instance().CreatePlayFileHandler(7, aUse, aMode)) {
     EXPECT_EQ(m_pHandler->Initialize(pSink), 0);

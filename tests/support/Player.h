@@ -5,20 +5,6 @@
 #include "tests/support/Containers.h"
 #include "tests/support/HostTest.h"
 
-/// A host's sink that keeps the bytes of all deliveries, and can do something inside one.
-class Collector final : public IFileOpSink {
- public:
-    void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType, CmInt32) override {}
-    void OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo&) override;
-
-    CCmString Take();
-
-    std::function<void()> m_onData;  ///< what to do inside the next delivery
-
- private:
-    CCmString m_strBytes;
-};
-
 /// A play handler. Its directory is .\kvr2\7\, where a Recording writes.
 class Player {
  public:

@@ -19,6 +19,7 @@ class SinkLog final : public IFileOpSink {
     std::string Take();
 
     std::function<void()> m_onStatus;  ///< what to do inside the next status callback
+    std::function<void()> m_onData;    ///< what to do inside the next delivery
     std::string m_strData;             ///< the bytes of the last delivery
     tagDataInfo m_dataInfo{};          ///< its info
 

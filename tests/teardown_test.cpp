@@ -1,0 +1,199 @@
+#include <stdexcept>
+
+#include "async/FileThreadManager.h"
+#include "tests/support/Player.h"
+
+// What becomes of requests, callbacks and read buffers when callbacks, handlers, threads or the
+// library end. The address sanitizer shows whether a buffer is lost or freed twice.
+
+namespace {
+
+/// A host with six bytes in a record file and in a container.
+class Teardown : public HostModeTest {
+ protected:
+    Teardown() {
+        std::filesystem::create_directories("kvr2/7");
+        WriteBytes("kvr2/7/a", "abcdef");
+        CContainerWriter aWriter;
+        aWriter.AddStream({8, 2, 7008, 5}, reinterpret_cast<const unsigned char*>("abcdef"), 6);
+        EXPECT_EQ(aWriter.Write(".\\c"), 0);
+    }
+
+    /// A player in this mode that has the six bytes open, in the file or in the container.
+    void Start(Player::Use aUse, IFileOpSink* pSink) {
+        m_player.emplace(GetParam(), pSink, aUse);
+        EXPECT_EQ(aUse == Player::ForDownload ? m_player->Open("c")
+                                              : m_player->OpenFile("a", {8, 2, 7008, 5}),
+                  0);
+        Settle();
+        m_sink.Take();
+    }
+
+    static constexpr tagDataInfo c_aInfo{8, 7008, 99, 2};
+    std::optional<Player> m_player;
+};
+INSTANTIATE_BOTH_MODES(Teardown);
+
+using TeardownAsync = Teardown;
+INSTANTIATE_TEST_SUITE_P(Modes, TeardownAsync, testing::Values(Async), ModeName);
+
+}  // namespace
+
+TEST_P(Teardown, AReadCallbackMayDestroyTheHandler) {
+    for (const auto aUse : {Player::ForFiles, Player::ForDownload}) {
+        Start(aUse, &m_sink);
+        m_sink.m_onData = [&] { m_player->Destroy(); };
+        for (int i = 0; i < (GetParam() == Async ? 2 : 1); ++i)
+            EXPECT_EQ(m_player->Read(c_aInfo, 1, 4), 0);
+        Settle();
+        EXPECT_EQ(m_sink.Take(), "Data 4") << "the second answer finds no sink any more";
+        Start(aUse, nullptr);
+        EXPECT_EQ(m_player->Read(c_aInfo, 1, 4), 0) << "nobody takes the bytes";
+        Settle();
+    }
+    EXPECT_EQ(m_trace.TakeErrors(), "");
+}
+
+TEST_P(TeardownAsync, ReadsUnderWayReachTheSinkOrNobody) {
+    const auto nothing = [] {};
+    const auto detach = [&] { m_attached.reset(); };
+    const auto destroy = [&] { m_player->Destroy(); };
+    const auto waitForWorker = [] { RunOn(Worker(), nullptr); };
+    const struct {
+        std::function<void()> whileTheyWait, whenTheyRun, whenTheyHaveRun;
+        const char* lpTold;
+    } aCases[] = {{nothing, destroy, nothing, ""},
+                  {nothing, nothing, nothing, "Data 4, Data 4"},
+                  {nothing, waitForWorker, detach, ""},
+                  {detach, nothing, nothing, ""}};
+    for (const auto& aCase : aCases) {
+        for (const auto aUse : {Player::ForFiles, Player::ForDownload}) {
+            SCOPED_TRACE((&aCase - aCases) * 10 + aUse);
+            Start(aUse, &m_sink);
+            CPlayFileHandler* const pHandler = m_player->operator->();
+            pHandler->AddReference();
+            std::optional<ThreadGate> aGate(Worker());
+            for (int i = 0; i < 2; ++i) EXPECT_EQ(m_player->Read(c_aInfo, 1, 4), 0);
+            aCase.whileTheyWait();
+            aGate.reset();
+            aCase.whenTheyRun();
+            aCase.whenTheyHaveRun();
+            EXPECT_EQ(CacheFileShutdown(), 0);
+            EXPECT_EQ(m_sink.Take(), aCase.lpTold);
+            m_player.reset();
+            EXPECT_EQ(pHandler->GetReference(), 1U);
+            pHandler->ReleaseReference();
+            if (!m_attached) m_attached.emplace();
+        }
+    }
+}
+
+TEST_P(TeardownAsync, TheEndOfADownloadPlayerStopsTheWorkerUnderARecording) {
+    CFileThreadManager* const pThreads = CFileThreadManager::Instance();
+    CCmString strAll;
+    for (unsigned i = 0; i < 20; ++i) strAll += Pattern(40'000, i);
+    for (const bool bOpened : {true, false}) {  // one that holds a container, one that never did
+        Recording aRecording(Async, &m_sink);
+        const CmUint32 dwHandle = aRecording.Open("r");
+        Player aPlayer(Async, nullptr);
+        if (bOpened) {
+            EXPECT_EQ(aPlayer.Open("c"), 0);
+        }
+        const CRefPtr<ACmThread> pWorker = Worker();
+        for (const auto& pOther : {CRefPtr<ACmThread>(), pThreads->GetCallerThread()})
+            pThreads->StopThread(pOther);
+        EXPECT_EQ(Worker().Get(), pWorker.Get()) << "no other thread is stopped";
+        {
+            const ThreadGate aGate(pWorker);
+            for (unsigned i = 0; i < 20; ++i)
+                EXPECT_EQ(aRecording.Write(dwHandle, strAll.substr(i * 40'000, 40'000)), 0);
+            if (bOpened) {
+                EXPECT_EQ(aPlayer.Read(c_aInfo, 0, 6), 0);
+            }
+        }
+        aPlayer.Destroy();
+        ExpectFile("kvr2/7/r", strAll);
+        m_trace.TakeErrors();
+        EXPECT_EQ(aRecording.Write(dwHandle, Pattern(32'767)), 0) << "only gathered";
+        EXPECT_EQ(aRecording.Write(dwHandle, "x"), 4010) << "handed down";
+        EXPECT_EQ(m_lost.Take(), 32'767U);
+        EXPECT_EQ(aRecording->CloseFile(dwHandle), 4010);
+        const std::string strRefused =
+            Assertion("async/FileThreadProxy.cpp", "pQueue") + "CWriteFileHandler::";
+        EXPECT_EQ(m_trace.TakeErrors(), strRefused + "WriteData->Write Data error=4010 this=*\n" +
+                                            strRefused +
+                                            "CloseFile->Close file error=4010 this=*\n");
+
+        const CmUint32 dwNext = aRecording.Open("next");
+        EXPECT_NE(Worker().Get(), pWorker.Get());
+        EXPECT_EQ(aRecording.Write(dwNext, "on a new worker"), 0);
+        aRecording->FlushData(dwNext);
+        Settle();
+        ExpectFile("kvr2/7/next", "on a new worker");
+        EXPECT_EQ(m_sink.Take(), "Open 0, Open 0");
+    }
+}
+
+TEST_P(TeardownAsync, AShutdownRunsWhatWaitsRefusesOpensAndCanBeRepeated) {
+    Recording aRecording(Async, &m_sink);
+    const CmUint32 dwHandle = aRecording.Open("r");
+    EXPECT_EQ(aRecording.Write(dwHandle, Pattern(40'000)), 0);
+    CmInt32 lInside = 0;
+    m_sink.m_onStatus = [&] { lInside = aRecording.TryOpen("refused"); };
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(CacheFileShutdown(), 0);
+    EXPECT_EQ(lInside, 4010);
+    EXPECT_EQ(m_sink.Take(), "Open 0");
+    ExpectFile(Recording::PathOf("r"), Pattern(40'000));
+    aRecording.Open("b");
+
+    m_sink.m_onStatus = [] { throw std::runtime_error("a host's own"); };
+    EXPECT_THROW(CacheFileShutdown(), std::runtime_error);
+    aRecording.Open("c");  // the shutdown is over all the same
+    CacheFileShutdown();
+    EXPECT_EQ(m_sink.Take(), "Open 0, Open 0");
+}
+
+TEST_P(TeardownAsync, WithoutAnAttachedThreadAnOpenIsRefusedAndTracedWhy) {
+    m_attached.reset();
+    Recording aRecording(Async, &m_sink);
+    EXPECT_EQ(aRecording.TryOpen("b"), 4010);
+    EXPECT_EQ(
+        m_trace.TakeErrors().find("CFileChain::Build->No caller thread: asynchronous files need "
+                                  "the host's thread attached (CCmCallerThread::Attach)"),
+        0U);
+    m_attached.emplace();
+    EXPECT_EQ(aRecording.TryOpen("b"), 0);
+    Settle();
+    EXPECT_EQ(m_sink.Take(), "Open 0");
+}
+
+// What a host does inside the first of two callbacks that wait.
+TEST_P(TeardownAsync, AStatusCallbackMayEndAnything) {
+    const auto shutDown = [] { EXPECT_EQ(CacheFileShutdown(), 0); };
+    const std::pair<std::function<void(Recording&)>, const char*> aCases[] = {
+        {[](Recording& r) { r.Destroy(); }, "Open 0"},
+        {[&](Recording&) { shutDown(); }, "Open 0, Open 0"},
+        {[&](Recording& r) { r.Destroy(), shutDown(); }, "Open 0"},
+        {[&](Recording&) { m_attached.reset(); }, "Open 0"},
+        {[](Recording&) { throw std::runtime_error("a host's own"); }, "Open 0, Open 0"}};
+    for (const auto& [act, lpTold] : aCases) {
+        SCOPED_TRACE(lpTold);
+        Recording aRecording(Async, &m_sink);
+        for (const char* const lpName : {"0", "1"})
+            EXPECT_EQ(aRecording.Write(aRecording.Open(lpName), Pattern(50'000)), 0);
+        RunOn(Worker(), nullptr);  // both results wait now
+        m_sink.m_onStatus = [&, &inside = act] { inside(aRecording); };
+        try {
+            CCmCallerThread::RunPending();
+        } catch (const std::runtime_error&) {
+        }
+        Settle();
+        EXPECT_EQ(m_sink.Take(), lpTold);
+        aRecording.Destroy();
+        CacheFileShutdown();
+        EXPECT_EQ(m_sink.Take(), "");
+        for (const char* const lpName : {"0", "1"})
+            ExpectFile(Recording::PathOf(lpName), Pattern(50'000));
+        if (!m_attached) m_attached.emplace();
+    }
+}
