@@ -14,10 +14,10 @@ namespace {
 const char* Round(const char* lpPlugin, const char* lpLibrary, int bAsync) {
     void* const pPlugin = ::dlopen(lpPlugin, RTLD_NOW | RTLD_LOCAL);
     if (!pPlugin) return ::dlerror();
-    int (*pRecord)(int) = nullptr;
+    int (*pRecord)(int, int) = nullptr;
     void* const pSymbol = ::dlsym(pPlugin, "RecordSomething");
     std::memcpy(&pRecord, &pSymbol, sizeof pRecord);
-    if (!pRecord || pRecord(bAsync) != 0) return "recording failed";
+    if (!pRecord || pRecord(bAsync, 0) != 0) return "recording failed";
     ::dlclose(pPlugin);
     if (::dlopen(lpLibrary, RTLD_NOW | RTLD_NOLOAD)) return "the library is still loaded";
     return std::filesystem::file_size("kvr2/9/unload.dat") == 2'000'000 ? nullptr : "bytes missing";

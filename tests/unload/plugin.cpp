@@ -2,9 +2,9 @@
 
 #include "cachefile.h"
 
-/// A part of a host, loaded and unloaded together with the library. It records and, unless told
-/// otherwise, doesn't shut the library down. 0 on success.
-extern "C" CmInt32 RecordSomething(int bAsync) {
+/// A part of a host, loaded and unloaded together with the library. It records; the library is shut
+/// down only if bShutDown says so. 0 on success.
+extern "C" CmInt32 RecordSomething(int bAsync, int bShutDown) {
     const CCmCallerThreadGuard aAttached;
     const std::vector<unsigned char> vecBytes(100'000, 'x');
     CWriteFileHandler* const pHandler =
@@ -15,5 +15,6 @@ extern "C" CmInt32 RecordSomething(int bAsync) {
     for (int i = 0; lResult == 0 && i < 20; ++i)
         lResult = pHandler->WriteData(dwHandle, vecBytes.data(), 100'000, 0xFFFFFFFF);
     pHandler->Destroy();
+    if (bShutDown) CacheFileShutdown();
     return lResult;
 }

@@ -7,28 +7,19 @@
 #include <optional>
 #include <vector>
 
-#include "tests/support/HostTest.h"
+#include "tests/support/Player.h"
 
 // What only this system has: its paths, its sharing, its limits. File names in the source are
 // UTF-8, as the library takes those of downloaded recordings.
 
 namespace {
 
+// Hosts of this system are written with these types.
+static_assert(std::is_same_v<CmInt32, long> && std::is_same_v<CmUint32, unsigned long>);
+
 class WindowsTest : public HostTest {};
 
 CCmString Absolute(const CCmString& strName) { return std::filesystem::absolute(strName).string(); }
-
-CmInt32 OpenContainer(const CCmString& strPath, std::vector<tagFileDescriber>& vecStreams,
-                      IFileOpSink* pSink, CPlayFileHandler*& pPlayer) {
-    pPlayer = CCacheFileManager::Instance().CreatePlayFileHandler(1, 1, 0);
-    pPlayer->Initialize(pSink);
-    return pPlayer->OpenDownloadedFile(strPath, vecStreams);
-}
-
-void Put32(std::ofstream& aOut, std::uint32_t dwValue) {
-    for (int nShift = 0; nShift < 32; nShift += 8)
-        aOut.put(static_cast<char>(dwValue >> nShift & 0xFF));
-}
 
 /// Another process, which never runs; it only holds files open that it shares with nobody.
 class OtherProcess {
@@ -76,17 +67,12 @@ TEST_F(WindowsTest, DownloadedRecordingsHaveNamesInEveryScript) {
         ASSERT_EQ(aWriter.Write(aNames[i]), 0);
         EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(aWideNames[i])));
 
-        std::vector<tagFileDescriber> vecStreams;
-        CPlayFileHandler* pPlayer = nullptr;
-        EXPECT_EQ(OpenContainer(aNames[i], vecStreams, &m_sink, pPlayer), 0);
-        EXPECT_EQ(pPlayer->ReadData({1, 1001, 0, 2}, new unsigned char[2], 0, 2), 0);
+        Player aPlayer(Sync, &m_sink);
+        EXPECT_EQ(aPlayer.Open(aNames[i]), 0);
+        EXPECT_EQ(aPlayer.Read({1, 1001, 0, 2}, 0, 2), 0);
         EXPECT_EQ(m_sink.Take(), "Data 2");
-        pPlayer->Destroy();
     }
-    std::vector<tagFileDescriber> vecStreams;
-    CPlayFileHandler* pPlayer = nullptr;
-    EXPECT_EQ(OpenContainer("\xFF\xFE not UTF-8", vecStreams, nullptr, pPlayer), 4006);
-    pPlayer->Destroy();
+    EXPECT_EQ(Player(Sync, nullptr).Open("\xFF\xFE not UTF-8"), 4006);
 }
 
 TEST_F(WindowsTest, RecordFilesGoWhereTheHostSays) {
@@ -113,33 +99,25 @@ TEST_F(WindowsTest, RecordFilesGrowPastTwoGigabytes) {
     EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
     EXPECT_EQ(std::filesystem::file_size("kvr2/7/large.dat"), 0x80000008u);
 
-    CPlayFileHandler* const pPlayer = CCacheFileManager::Instance().CreatePlayFileHandler(7, 0, 0);
-    pPlayer->Initialize(nullptr);
-    ASSERT_EQ(pPlayer->OpenRecordFile("large.dat", {1, 2, 1001, 0}, 0), 0);
-    unsigned char aBytes[16];
-    CmUint32 dwLength = sizeof aBytes;
-    EXPECT_EQ(pPlayer->SyncReadData({1, 1001, 0, 2}, aBytes, 0x7FFFFFFF, dwLength), 0);
-    EXPECT_EQ(CCmString(reinterpret_cast<char*>(aBytes), dwLength), "[appended");
-    pPlayer->Destroy();
+    Player aPlayer(Sync, nullptr, Player::ForFiles);
+    ASSERT_EQ(aPlayer.OpenFile("large.dat", {1, 2, 1001, 0}), 0);
+    EXPECT_EQ(aPlayer.SyncRead({1, 1001, 0, 2}, 0x7FFFFFFF, 16), "[appended");
 }
 
 TEST_F(WindowsTest, ContainersReachUpToFourGigabytes) {
-    constexpr std::uint32_t c_dwData = 0xFFFFFFF0;
-    {
-        std::ofstream aOut("big.qxf", std::ios::binary);
-        for (std::uint32_t dwWord : {0u, 0u, c_dwData + 4, 0u, 1u, 0u}) Put32(aOut, dwWord);
-        for (std::uint32_t dwWord : {256u, 1u, 0u, 0u, c_dwData, 0u, 0u, 0u}) Put32(aOut, dwWord);
-        aOut.seekp(static_cast<std::streamoff>(c_dwData));
-        aOut << "last";
-        ASSERT_TRUE(aOut.good());
-    }
-    std::vector<tagFileDescriber> vecStreams;
-    CPlayFileHandler* pPlayer = nullptr;
-    ASSERT_EQ(OpenContainer("big.qxf", vecStreams, &m_sink, pPlayer), 0);
-    EXPECT_EQ(pPlayer->ReadData({1, 1001, 0, 2}, new unsigned char[4], 0, 4), 0);
+    constexpr CmUint32 c_dwData = 0xFFFFFFF0;
+    CCmString strIndex;
+    SetHeader(strIndex, c_dwData + 4, 1, 0);
+    SetEntry(strIndex, c_nHeader, {256, 1, 0, c_dwData});
+    std::ofstream aOut("big.qxf", std::ios::binary);
+    (aOut << strIndex).seekp(static_cast<std::streamoff>(c_dwData)) << "last";
+    aOut.close();
+    ASSERT_TRUE(aOut.good());
+    Player aPlayer(Sync, &m_sink);
+    ASSERT_EQ(aPlayer.Open("big.qxf"), 0);
+    EXPECT_EQ(aPlayer.Read({1, 1001, 0, 2}, 0, 4), 0);
     EXPECT_EQ(m_sink.Take(), "Data 4");
     EXPECT_EQ(m_sink.m_strData, "last");
-    pPlayer->Destroy();
 }
 
 TEST_F(WindowsTest, WhatCannotBeWrittenIsDenied) {
@@ -177,16 +155,14 @@ TEST_F(WindowsTest, ADiskThatFillsUpInsideABlockIsFull) {
 
 TEST_F(WindowsTest, TheLimitOfOpenFilesIsAClearFailure) {
     Recording aRecording(Sync, nullptr);
-    std::vector<CmUint32> vecHandles;
-    CmInt32 lResult = 0;
-    while (lResult == 0 && vecHandles.size() < 10000) {
-        CmUint32 dwHandle = 0;
-        lResult = aRecording->OpenWritingFile(std::to_string(vecHandles.size()), dwHandle);
-        if (lResult == 0) vecHandles.push_back(dwHandle);
+    CmUint32 dwHandle = 0, dwLast = 0;
+    int nOpen = 0;
+    while (nOpen < 10000 && !aRecording->OpenWritingFile(std::to_string(nOpen), dwHandle)) {
+        dwLast = dwHandle;
+        ++nOpen;
     }
-    EXPECT_EQ(lResult, 4006) << vecHandles.size() << " files are open";
-    ASSERT_FALSE(vecHandles.empty());
-    EXPECT_EQ(aRecording->CloseFile(vecHandles.back()), 0);
+    EXPECT_EQ(aRecording.TryOpen("one more"), 4006) << nOpen << " files are open";
+    EXPECT_EQ(aRecording->CloseFile(dwLast), 0);
     EXPECT_EQ(aRecording.Write(aRecording.Open("again"), "goes on"), 0);
     aRecording.Destroy();
     ExpectFile(Recording::PathOf("again"), "goes on");
