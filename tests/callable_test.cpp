@@ -1,9 +1,6 @@
-#include <stdexcept>
 #include <thread>
 
 #include "tests/support/HostTest.h"
-
-// The host's callables: the trace sink and the wake-up.
 
 TEST(Callable, AnEarlierSinkIsWaitedForWhoeverReplacedIt) {
     CCmT120Trace* const pTrace = CCmT120Trace::instance();
@@ -41,39 +38,4 @@ TEST(Callable, ASinkGetsLinesOfItsOwnLevelOnly) {
     aTracing.join();
     pTrace->SetSink({});
     EXPECT_EQ(nWrong, 0);
-}
-
-using WakeUp = HostTest;
-
-TEST_F(WakeUp, ComesAgainForWhatACallbackThatThrewLeftBehind) {
-    EventCounts aCounts;
-    int nWakeUps = 0;
-    ASSERT_EQ(CCmCallerThread::SetWakeUp([&] { ++nWakeUps; }), 0);
-    const CRefPtr<ICmEventQueue> pQueue =
-        CCmThreadManager::Instance()->GetThread(CCmThreadManager::Thread_Caller)->GetEventQueue();
-    pQueue->PostEvent(
-        new TestEvent(aCounts, []() -> CmInt32 { throw std::runtime_error("a host's own"); }), 1);
-    pQueue->PostEvent(new TestEvent(aCounts), 1);
-    EXPECT_EQ(nWakeUps, 1);
-    CmUint32 dwRun = 0;
-    EXPECT_THROW(CCmCallerThread::RunPending(&dwRun), std::runtime_error);
-    EXPECT_EQ(dwRun, 1U);
-    EXPECT_EQ(nWakeUps, 2);
-    EXPECT_EQ(CCmCallerThread::RunPending(&dwRun), 0);
-    EXPECT_EQ(dwRun, 1U);
-    EXPECT_EQ(aCounts.nDisposed, 2);
-}
-
-TEST_F(WakeUp, ACallableOfAnEarlierAttachmentEndsWithIt) {
-    int nEarlier = 0, nLater = 0;
-    ASSERT_EQ(CCmCallerThread::SetWakeUp([&] { ++nEarlier; }), 0);
-    m_attached.reset();
-    m_attached.emplace();
-    ASSERT_EQ(CCmCallerThread::SetWakeUp([&] { ++nLater; }), 0);
-    EventCounts aCounts;
-    CCmThreadManager::Instance()->GetThread(3)->GetEventQueue()->PostEvent(new TestEvent(aCounts),
-                                                                           1);
-    EXPECT_EQ(nEarlier, 0);
-    EXPECT_EQ(nLater, 1);
-    EXPECT_EQ(CCmCallerThread::RunPending(), 0);  // the event counts, so it ends before its counts
 }

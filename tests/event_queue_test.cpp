@@ -177,12 +177,16 @@ TEST_F(EventQueue, TheWakeUpComesWhenResultsBeginToWait) {
     const auto install = [&] { return CCmCallerThread::SetWakeUp([&] { ++nWoken; }); };
     install();
     expectWoken(0, "nothing waits");
-    HostQueue()->PostEvent(Event(), 1);
-    expectWoken(1, "something began to wait");
     HostQueue()->PostEvent(Event([&] { return HostQueue()->PostEvent(Event(), 1); }), 1);
+    expectWoken(1, "something began to wait");
+    HostQueue()->PostEvent(Event(), 1);
     expectWoken(0, "something waited already");
     Run();
     expectWoken(1, "posted by what ran, for the next run");
+    HostQueue()->PostEvent(Event([]() -> CmInt32 { throw std::runtime_error("a host's own"); }), 1);
+    HostQueue()->PostEvent(Event(), 1);
+    EXPECT_THROW(Run(), std::runtime_error);
+    expectWoken(1, "left by what threw");
     install();
     expectWoken(1, "installed while something waits");
     m_attached.reset();
@@ -201,4 +205,9 @@ TEST_F(EventQueue, WaitingEndsWithWhatComesIn) {
         EXPECT_EQ(CCmCallerThread::WaitAndRun(100'000, &dwCount), 0);
         EXPECT_EQ(dwCount, 1U);
     }
+    Signal aFired;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the thread sleeps by now
+    const auto raise = [&] { return aFired.Raise(), 0; };
+    m_pQueue->PostEvent(new TestEvent(m_counts, raise, true), 1);
+    aFired.Wait();
 }

@@ -37,6 +37,13 @@ TEST_F(HostLoop, TheDescriptorIsReadableExactlyWhileSomethingWaits) {
     EXPECT_TRUE(readable()) << "posted meanwhile";
     CCmCallerThread::RunPending();
     EXPECT_FALSE(readable());
+    post([&] { return post(); });
+    post([&] {
+        EXPECT_TRUE(readable()) << "this one is the last, but another was posted";
+        return 0;
+    });
+    CCmCallerThread::RunPending();
+    CCmCallerThread::RunPending();
     post([]() -> CmInt32 { throw std::runtime_error("a host's own"); });
     post();
     EXPECT_THROW(CCmCallerThread::RunPending(), std::runtime_error);

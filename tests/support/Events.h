@@ -19,8 +19,10 @@ class TestEvent final : public ICmEvent {
  public:
     using Work = std::function<CmInt32()>;
 
-    TestEvent(EventCounts& aCounts, Work aWork = nullptr)
-        : ICmEvent(0), m_counts(aCounts), m_work(std::move(aWork)) {}
+    TestEvent(EventCounts& aCounts, Work aWork = nullptr, bool bPatient = false)
+        : ICmEvent(0), m_counts(aCounts), m_work(std::move(aWork)) {
+        if (bPatient) BePatient();
+    }
     ~TestEvent() override { ++m_counts.nDisposed; }
     CmInt32 OnEventFire() override {
         ++m_counts.nFired;
