@@ -80,12 +80,15 @@ TEST_P(Place, IsTheDirectoryAtTheCallForAContainer) {
     WriteBytes("c", strBytes);
     EventCounts aCounts;
     if (GetParam() == Async)  // on the worker, before it opens the container
-        Worker()->GetEventQueue()->PostEvent(new TestEvent(aCounts,
-                                                           [] {
-                                                               fs::current_path("elsewhere");
-                                                               return 0;
-                                                           }),
-                                             1);
+        Worker()->GetEventQueue()->PostEvent(
+            new TestEvent(aCounts,
+                          [] {
+                              // The open is queued meanwhile.
+                              std::this_thread::sleep_for(std::chrono::milliseconds(200));
+                              fs::current_path("elsewhere");
+                              return 0;
+                          }),
+            1);
     Player aPlayer(GetParam(), &m_sink);
     EXPECT_EQ(aPlayer.Open("c"), 0);
     EXPECT_EQ(aPlayer.m_vecStreams.size(), 1U);
