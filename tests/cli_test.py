@@ -17,7 +17,6 @@ import signal
 import struct
 import subprocess
 import sys
-import threading
 import time
 import unittest
 import xml.etree.ElementTree
@@ -35,6 +34,10 @@ COMMANDS = "record play info list map extract pack doctor bench".split()
 
 def not_on_windows(reason):
     return unittest.skipIf(WINDOWS, "Windows: " + reason)
+
+
+def limit_files_to(size):
+    return lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (size, size))
 
 
 class Cli(unittest.TestCase):
@@ -165,39 +168,26 @@ class Usage(Cli):
 
 
 class Output(Cli):
-    def test_a_closed_pipe_ends_quietly(self):
+    def test_a_closed_pipe_ends_quietly_and_hides_no_damage(self):
         self.make("big", container([(268, n, b"") for n in range(3000)] + [(256, 1, b"x" * 3000000)]))
-        for arguments in [["list", "big"], ["info", "big", "--json"],
-                          ["play", "big", "--stream", "1:1001:2"]]:
-            with self.subTest(arguments):
-                process = self.start(*arguments)
-                process.stdout.read(10)
-                process.stdout.close()
-                self.assertEqual(process.stderr.read(), b"")
-                self.assertEqual(process.wait(100), DONE)
-                process.stdin.close()
-                process.stderr.close()
-
-    def test_a_closed_pipe_hides_no_damage(self):
         self.make("bad", container(THREE, cut=20))
-        for command in ("list", "doctor", "info"):
-            process = self.start(command, "bad")
-            process.stdout.close()
-            process.stderr.read()
-            self.assertEqual(process.wait(100), DAMAGE, command)
-            process.stdin.close()
-            process.stderr.close()
+        for exit_code, arguments in [(DONE, ["list", "big"]), (DONE, ["info", "big", "--json"]),
+                                     (DONE, ["play", "big", "--stream", "1:1001:2"]),
+                                     (DAMAGE, ["list", "bad"]), (DAMAGE, ["doctor", "bad"])]:
+            with self.subTest(arguments), self.start(*arguments) as process:
+                process.stdout.read(10 if exit_code == DONE else 0)
+                process.stdout.close()
+                self.assertEqual(process.stderr.read() == b"", exit_code == DONE)
+                self.assertEqual(process.wait(100), exit_code)
 
     @not_on_windows("a signal from outside ends a process at once")
     def test_a_signal_ends_what_waits_for_its_reader(self):
         self.make("big", container([(256, 1, b"x" * 3000000)]))
-        process = self.start("play", "big", "--stream", "1:1001:2")
-        process.stdout.read(1)
-        time.sleep(0.2)  # by now it waits, most likely
-        process.send_signal(signal.SIGTERM)
-        self.assertEqual(process.wait(100), INTERRUPTED)
-        for pipe in (process.stdin, process.stdout, process.stderr):
-            pipe.close()
+        with self.start("play", "big", "--stream", "1:1001:2") as process:
+            process.stdout.read(1)
+            time.sleep(0.2)  # by now it waits, most likely
+            process.send_signal(signal.SIGTERM)
+            self.assertEqual(process.wait(100), INTERRUPTED)
 
     @not_on_windows("the emulator opens what is closed")
     def test_closed_standard_files(self):
@@ -280,19 +270,17 @@ class Record(Cli):
         self.assertEqual(self.read("out/ß录🎧/4_7004-4.dat"), b"in")
 
     def test_it_writes_over_nothing(self):
+        target, stream = "kvr2/7/4_7004-4.dat", "4:7004:4="
         self.make("in", b"new")
-        self.make("kvr2/7/4_7004-4.dat", b"old")
-        self.run_tool(FAILED, "record", "7", "--stream", "4:7004:4=in")
-        self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"old")
-        self.run_tool(FAILED, "record", "7", "--force", "--stream", "4:7004:4=kvr2/7/4_7004-4.dat")
-        self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"old")
-        with open(self.path("kvr2/7/4_7004-4.dat"), "rb") as itself:
-            if not PROGRAM.endswith(".exe"):  # there the emulator's input is not that file
-                self.run_tool(FAILED, "record", "7", "--force", "--stream", "4:7004:4=-",
-                              stdin=itself)
-        self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"old")
-        self.run_tool(DONE, "record", "7", "--force", "--stream", "4:7004:4=in")
-        self.assertEqual(self.read("kvr2/7/4_7004-4.dat"), b"new")
+        self.make(target, b"old")
+        self.run_tool(FAILED, "record", "7", "--stream", stream + "in")
+        self.run_tool(FAILED, "record", "7", "--force", "--stream", stream + target)
+        if not WINDOWS:  # there the emulator's input is not that file
+            with open(self.path(target), "rb") as itself:
+                self.run_tool(FAILED, "record", "7", "--force", "--stream", stream + "-", stdin=itself)
+        self.assertEqual(self.read(target), b"old")
+        self.run_tool(DONE, "record", "7", "--force", "--stream", stream + "in")
+        self.assertEqual(self.read(target), b"new")
         self.make("good", container(THREE))
         self.run_tool(FAILED, "map", "good", "-o", "good", "--force")
         self.assertEqual(self.read("good"), container(THREE))
@@ -304,7 +292,7 @@ class Record(Cli):
             output, error = self.run_tool(
                 DAMAGE, "record", str(number), "--stream", "4:7004:4=in", "--stream", "1:1001:2=-", *mode,
                 "--json", "--progress=json", input=b"y" * 50000,
-                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000)))
+                preexec_fn=limit_files_to(100000))
             failed, good = json.loads(output)["streams"]
             size = os.path.getsize(self.path("kvr2/%d/4_7004-4.dat" % number))
             self.assertGreater(failed["lost_bytes"], 0)
@@ -328,7 +316,7 @@ class Record(Cli):
         for number, mode in enumerate([[], ["--sync"]]):
             process = self.start(
                 "record", str(number), "--stream", "4:7004:4=fifo", "--stream", "1:1001:2=in", *mode,
-                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000)))
+                preexec_fn=limit_files_to(100000))
             with open(self.path("fifo"), "wb") as fifo:
                 reported = select.select([process.stderr], [], [], 30)[0]
                 error = process.stderr.readline() if reported else b""
@@ -432,39 +420,6 @@ class Record(Cli):
                 self.assertTrue(50000 <= accepted <= sent)
                 self.assertEqual(self.read("kvr2/%d/4_7004-4.dat" % number), b"z" * accepted)
                 self.assertEqual(document["streams"][0]["lost_bytes"], 0)
-
-    @not_on_windows("a signal from outside ends a process at once")
-    def test_a_signal_in_full_flow_loses_nothing_that_was_taken(self):
-        block = bytes(range(256)) * 4096
-        for number, mode in enumerate([[], ["--sync"]]):
-            process = self.start("record", str(number), "--stream", "4:7004:4=-", "--json", *mode)
-            fed = threading.Thread(target=self.feed, args=(process.stdin, block))
-            fed.start()
-            recorded = self.path("kvr2/%d/4_7004-4.dat" % number)
-            while not (os.path.exists(recorded) and os.path.getsize(recorded) > len(block)):
-                self.assertIsNone(process.poll())
-            process.send_signal(signal.SIGTERM)
-            document = json.loads(process.stdout.read())
-            fed.join()
-            self.assertEqual(process.wait(100), INTERRUPTED)
-            process.stdout.close()
-            process.stderr.close()
-            stream = document["streams"][0]
-            content = self.read(recorded)
-            self.assertEqual((len(content), stream["lost_bytes"]), (stream["bytes"], 0))
-            self.assertEqual(content, (block * (len(content) // len(block) + 1))[:len(content)])
-
-    @staticmethod
-    def feed(pipe, block):
-        try:
-            while True:
-                pipe.write(block)
-        except BrokenPipeError:
-            pass
-        try:
-            pipe.close()
-        except BrokenPipeError:
-            pass
 
     @not_on_windows("a wait is for one input, and there is no FIFO")
     def test_a_stream_that_waits_does_not_hold_up_the_others(self):
@@ -636,7 +591,6 @@ class Pack(Cli):
         self.make("e/4_7004-2.dat", b"")
         self.make("f/100_100-2.dat", CONF[:71])
         self.make("big/4_7004-4.dat", b"x" * 5000)
-        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))
         for directory, text in [
                 ("a", "a/1_1001-2.dat: it has become shorter while it was packed ("),
                 ("b", "b/1_1001-2.dat: it has grown while it was packed ("),
@@ -645,9 +599,12 @@ class Pack(Cli):
                 ("e", "4:7004:2 of e: no container tag has its type, kind and id ("),
                 ("f", "100:100:2 of f: it is shorter than the 72 bytes of its header ("),
                 ("big", "the container: it could not be written: File too large (CACHE_ERR_FAILED)")]:
-            _, error = self.run_tool(FAILED, "pack", directory, "-o", "new", preexec_fn=limit)
+            _, error = self.run_tool(FAILED, "pack", directory, "-o", "new", preexec_fn=limit_files_to(1000))
             self.assertRegex(error, "^cachefile: cannot pack " + re.escape(text))
             self.assertFalse([name for name in os.listdir(self.directory) if name.startswith("new")])
+        self.make("good", container([(268, 7, b"x" * 5000)]))
+        self.run_tool(FAILED, "extract", "good", "-o", "out", preexec_fn=limit_files_to(1000))
+        self.assertEqual(os.listdir(self.path("out")), [])
 
     @not_on_windows("there are no sparse files")
     def test_a_stream_above_4_gib_is_warned_of(self):
@@ -661,9 +618,8 @@ class Pack(Cli):
                                           str(offset), "--length", str(length))
             self.assertEqual(output, bytes(wanted))
             self.assertIn(warning, error)
-        limit = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))
         _, error = self.run_tool(DAMAGE, "record", "7", "--stream", "4:7004:4=rec/4_7004-4.dat",
-                                 preexec_fn=limit)
+                                 preexec_fn=limit_files_to(1000))
         self.assertIn(warning, error)
 
     def test_pack_leaves_out_what_is_not_wanted_or_not_packable(self):
@@ -710,32 +666,14 @@ class Pack(Cli):
     def test_what_it_refuses_leaves_nothing(self):
         self.make_recording()
         self.make("old", b"old")
-        self.make("twice/4_7004-4.dat", b"")
-        self.make("tagless/4_7004-2.dat", b"")
-        self.make("short/100_100-2.dat", CONF[:71])
         before = sorted(os.listdir(self.directory))
-        for arguments in [["rec/7", "-o", "old"], ["rec/7", "twice", "-o", "new"],
-                          ["tagless", "-o", "new"], ["short", "-o", "new"],
-                          ["rec/7", "-o", "rec/7/4_7004-4.dat", "--force"], ["rec/7", "-o", "no/new"],
-                          ["rec/7", "-o", "rec", "--force"]]:
-            self.run_tool(FAILED, "pack", *arguments)
+        for options in ["old"], ["rec/7/4_7004-4.dat", "--force"], ["no/new"], ["rec", "--force"]:
+            self.run_tool(FAILED, "pack", "rec/7", "-o", *options)
             self.assertEqual(sorted(os.listdir(self.directory)), before)
             self.assertEqual(sorted(os.listdir(self.path("rec/7"))),
                              ["100_100-2.dat", "1_1001-2.dat", "4_7004-4.dat"])
         self.assertEqual(self.read("old"), b"old")
         self.assertEqual(self.read("rec/7/4_7004-4.dat"), THREE[2][2])
-
-    @not_on_windows("there is no limit to the size of a file")
-    def test_a_full_disk_leaves_no_half_file(self):
-        def limit():
-            resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))
-
-        self.make("rec/4_7004-4.dat", b"x" * 5000)
-        self.make("good", container([(268, 7, b"x" * 5000)]))
-        self.run_tool(FAILED, "pack", "rec", "-o", "packed", preexec_fn=limit)
-        self.run_tool(FAILED, "extract", "good", "-o", "out", preexec_fn=limit)
-        self.assertEqual(sorted(os.listdir(self.directory)), ["good", "out", "rec"])
-        self.assertEqual(os.listdir(self.path("out")), [])
 
     def make_sparse(self, name, size):
         self.make(name, b"")
@@ -811,26 +749,10 @@ class Pack(Cli):
                 self.assertEqual({file: os.path.getsize(self.path("out/" + file))
                                   for file in os.listdir(self.path("out"))}, wanted)
                 self.assertIn("is damaged", error)
-        chain = {index: {"next": HEADER + ENTRY * (index + 1)} for index in range(20)}
-        for link, back in [(3, 3), (9, 3), (3, 1), (18, 0)]:
-            streams = [(268, number, bytes([number]) * 9) for number in range(20)]
-            entries = {**chain, link: {"next": HEADER + ENTRY * back}}
-            self.make("circle", container(streams, 1, entries=entries))
-            found = self.run_json(DAMAGE, "doctor", "circle")["findings"]
-            self.assertIn(("chain-circle", HEADER + ENTRY * link),
-                          [(finding["code"], finding["offset"]) for finding in found])
-            shutil.rmtree(self.path("out"), ignore_errors=True)
-            self.run_tool(DAMAGE, "extract", "circle", "-o", "out")
-            self.assertEqual(sorted(map(self.read, self.files("out"))),
-                             [bytes([number]) * 9 for number in range(link + 1)])
-        self.make("early", container(THREE, entries={1: {"offset": 320}}))
-        _, error = self.run_tool(DAMAGE, "extract", "early", "-o", "early.out")
-        self.assertIn("missing of 4:7004:4: 272 bytes that the index notes", error)
         self.make("hidden", DAMAGED["same stream twice"][0])
         _, error = self.run_tool(DAMAGE, "extract", "hidden", "-o", "hidden.out")
         self.assertIn("entry 4 is left out", error)
         self.run_tool(FAILED, "extract", "hidden", "-o", "hidden.out")  # it is there already
-
 
     def test_extract_refuses_streams_that_share_their_bytes(self):
         shared = {index: {"offset": HEADER + ENTRY * 50, "length": 500} for index in range(50)}
