@@ -87,26 +87,6 @@ TEST_F(Index, AWalkForwardIsServedFromBlocksWhateverItsStep) {
     EXPECT_EQ(TakeEffort().qwReads, 0U);
 }
 
-TEST_F(Index, AChainThatJumpsAboutReadsNoMoreThanASmallMultiple) {
-    SeededRandom aRandom;
-    ResizeFile(3'000'000);
-    for (const unsigned nRun : {1U, 2U, 7U, 9U, 30U, 1'000U}) {
-        for (const unsigned nStep : {4U, 32U, 1'000U, 32'767U}) {
-            CIndexReader aReader(*m_pFile);
-            std::size_t nAt = 0;
-            for (unsigned i = 0; i < 20'000; ++i, nAt += nStep) {
-                if (i % nRun == 0 || nAt + c_nEntry > m_strFile.size())
-                    nAt = aRandom.Below(unsigned(m_strFile.size()) - c_nEntry);
-                ASSERT_EQ(Entry(aReader, nAt), m_strFile.substr(nAt, c_nEntry)) << nAt;
-            }
-            const Effort aEffort = TakeEffort();
-            EXPECT_LE(aEffort.qwReads, 20'000U);
-            EXPECT_LE(aEffort.qwBytes, m_strFile.size() * 2049 / 2048 + 288U * 20'000 + 65'536)
-                << nRun << " " << nStep;
-        }
-    }
-}
-
 TEST_F(Index, WhatABlockCannotGiveIsReadAlone) {
     m_script.FailAll("Read 65536@", 4006);
     ExpectAll();

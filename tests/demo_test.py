@@ -5,20 +5,13 @@
 
 import filecmp
 import os
-import resource
 import shutil
-import signal
 import subprocess
 import sys
 import unittest
 
 BIN, DIRECTORY = (os.path.abspath(path) for path in sys.argv[1:3])
 TOUR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../tools/demo/tour")
-
-
-def limit_file_size():
-    signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-    resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
 
 
 class Demo(unittest.TestCase):
@@ -69,12 +62,6 @@ class Demo(unittest.TestCase):
             self.assertEqual((result.returncode, result.stdout), (1, ""), result)
             self.assertRegex(result.stderr, rf"\Ademo: {file}: [^\n]*{reason}[^\n]*\n\Z")
         self.assertTrue(os.path.exists(self.path(inside)))
-
-    def test_a_full_disk(self):
-        for files in ((), (self.make("large", bytes(300000)),)):
-            result = self.tour(*files, preexec_fn=limit_file_size)
-            self.assertEqual(result.returncode, 1, result)
-            self.assertRegex(result.stderr, r"\A(demo|cachefile): [^\n]+\n\Z")
 
     def test_other_bytes_are_noticed(self):
         os.makedirs(self.path("bin"))

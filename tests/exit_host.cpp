@@ -1,9 +1,6 @@
-#include <pthread.h>
-#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -89,14 +86,6 @@ void ExitInForkedChild() {
     Require(::waitpid(nChild, &nStatus, 0) == nChild && nStatus == 0, "the child exits with 0");
 }
 
-void ExitAfterTwoShutdowns() {
-    Sink aSink;
-    const CCmCallerThreadGuard aAttached;
-    Record(&aSink);
-    s_pHandler->Destroy();
-    Require(CacheFileShutdown() == 0 && CacheFileShutdown() == 0, "both shutdowns");
-}
-
 constexpr unsigned char c_aTail[] = {'t', 'a', 'i', 'l'};
 
 /// What still lies in the gathering buffer counts as accepted once its file is closed or its
@@ -140,31 +129,6 @@ void ExitAndOpenLate() {
     Record(&s_sink);
 }
 
-/// What is left of the process is the worker.
-void EndMainThread() {
-    CCmCallerThread::Attach();
-    Record(nullptr);
-    ::pthread_exit(nullptr);
-}
-
-/// A host that takes its signals from a descriptor gets them there.
-void ReadSignals() {
-    sigset_t aSignals;
-    sigemptyset(&aSignals);
-    for (const int nSignal : {SIGTERM, SIGINT}) sigaddset(&aSignals, nSignal);
-    ::pthread_sigmask(SIG_BLOCK, &aSignals, nullptr);
-    const int nDescriptor = ::signalfd(-1, &aSignals, SFD_CLOEXEC);
-    CCmCallerThread::Attach();
-    Record(nullptr);
-    for (const int nSignal : {SIGTERM, SIGINT}) {
-        ::kill(::getpid(), nSignal);
-        signalfd_siginfo aInfo{};
-        Require(::read(nDescriptor, &aInfo, sizeof aInfo) == sizeof aInfo &&
-                    aInfo.ssi_signo == static_cast<unsigned>(nSignal),
-                "the signal is read");
-    }
-}
-
 }  // namespace
 
 /// Asked by the leak sanitizer at the end. What the worker held isn't known to be held in a child,
@@ -176,13 +140,10 @@ int main(int nArguments, char** lpArguments) {
     const std::string strScenario = nArguments > 1 ? lpArguments[1] : "";
     if (strScenario == "busy") ExitBusy();
     if (strScenario == "forked") ExitInForkedChild();
-    if (strScenario == "twice") ExitAfterTwoShutdowns();
     if (strScenario == "late") ExitAndOpenLate();
     if (strScenario == "closed")
         ReturnAfter([](CmUint32 dwHandle) { return s_pHandler->CloseFile(dwHandle); });
     if (strScenario == "destroyed") ReturnAfter([](CmUint32) { return s_pHandler->Destroy(); });
     if (strScenario == "callback") ExitFromACallback();
-    if (strScenario == "signalfd") ReadSignals();
-    if (strScenario == "main_ended") EndMainThread();
     return s_pHandler ? 0 : 1;
 }

@@ -1,5 +1,3 @@
-#include <ctime>
-
 #include "tests/support/HostTest.h"
 
 using Handler = HostTest;
@@ -71,10 +69,7 @@ TEST_F(Handler, DirectoriesAreComposedAsTold) {
         EXPECT_EQ(pHandler->GetTempHomeDir(), aCase.lpKept);
     }
     pHandler->Initialize(nullptr);
-    aManager.SetTempHomeDir("later");
     EXPECT_EQ(pHandler->GetTempHomeDir(), "o\\o\\4294967295\\");
-    pHandler->Initialize(nullptr);
-    EXPECT_EQ(pHandler->GetTempHomeDir(), "o\\o\\4294967295\\later\\4294967295\\");
     EXPECT_EQ(m_trace.TakeInfos(),
               "CCacheFileManager::CreateWriteFileHandler->dwRecordID=4294967295 bAsync=0\n");
     pHandler->OnDataReady(nullptr, 0, tagDataInfo{});
@@ -115,23 +110,6 @@ TEST_P(HomeDirectory, WorksOrGivesItsCode) {
     Recording aRecording(Sync, nullptr);
     aRecording->SetHomeDir("");
     EXPECT_EQ(aRecording.TryOpen("no directory at all"), 4005);
-}
-
-TEST(Manager, LinksConstantsAndTime) {
-    CCacheFileManager& aManager = CCacheFileManager::Instance();
-    for (const auto aLink : {CCacheFileManager::Link_Local, CCacheFileManager::Link_Primary,
-                             CCacheFileManager::Link_Backup}) {
-        aManager.BeforeOperation(aLink, 42);
-        EXPECT_EQ(aManager.GetLinkStatusFromMap(42, aLink), 1);
-        aManager.AfterOperation(aLink);
-        EXPECT_EQ(aManager.GetLinkStatusFromMap(42, aLink), 1);
-    }
-    EXPECT_EQ(aManager.GetFileIDMagicNumber(), 1000U);
-    EXPECT_EQ(CCacheFileManager::GetMaxDword(), 0xFFFFFFFFU);
-    const std::time_t nBefore = std::time(nullptr);
-    const CmInt32 lTick = aManager.GetTickCount();
-    const auto lInterval = static_cast<CmInt32>(aManager.GetIntervalMs(1000));
-    EXPECT_TRUE(nBefore <= lTick && lTick <= lInterval && lInterval <= std::time(nullptr));
 }
 
 TEST_F(Handler, TemporaryFilesAreDeletedAndFailuresIgnored) {

@@ -50,25 +50,6 @@ TEST(Trace, ALineIsFormattedOnlyForASinkThatWantsItsLevel) {
     EXPECT_EQ(nFormatted, 1);
 }
 
-TEST(Trace, SettingASinkWaitsForTheCallsOfTheEarlierOne) {
-    for (int i = 0; i < 100; ++i) {
-        Signal aInside;
-        Signal aGoOn;
-        bool bEnded = false;  // without a lock: that is what the waiting is for
-        CCmT120Trace::instance()->SetSink([&](CmInt32, const char*) {
-            aInside.Raise();
-            aGoOn.Wait();
-            bEnded = true;
-        });
-        std::thread aTracer([] { TraceError("line"); });
-        aInside.Wait();
-        aGoOn.Raise();
-        CCmT120Trace::instance()->SetSink({});
-        EXPECT_TRUE(bEnded);
-        aTracer.join();
-    }
-}
-
 TEST(Trace, ASinkMayReplaceItselfFromInside) {
     std::string strLines;
     const auto pHeld = std::make_shared<int>(1);

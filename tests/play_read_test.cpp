@@ -95,32 +95,3 @@ TEST_P(Read, RunsOfARecordFile) {
     EXPECT_EQ(m_sink.Take(), "") << "a synchronous read calls nobody";
     EXPECT_EQ(m_trace.TakeErrors(), "");
 }
-
-TEST_P(Read, ASynchronousReadSeesTheOpenAndTheWritesBeforeIt) {
-    Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
-    for (unsigned nRound = 0; nRound < 20; ++nRound) {
-        const tagFileDescriber aDescriber{8, 2, nRound, 0};
-        ASSERT_EQ(aPlayer.OpenFile(std::to_string(nRound), aDescriber, 1), 0);
-        const tagDataInfo aInfo = InfoOf(aDescriber);
-        EXPECT_EQ(aPlayer.Write(aInfo, Pattern(50'000), 0), 0);
-        EXPECT_EQ(aPlayer.Write(aInfo, Pattern(40'000, nRound), 20'000), 0);
-        ASSERT_EQ(Difference(aPlayer.SyncRead(aInfo, 10'000, 100'000),
-                             Pattern(50'000).substr(10'000, 10'000) + Pattern(40'000, nRound)),
-                  "");
-    }
-}
-
-TEST_P(Read, TheFirstFileOpenedWithAWantedKindIsRead) {
-    std::filesystem::create_directories("kvr2/7");
-    Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
-    const std::pair<const char*, std::uint8_t> aFiles[] = {{"four", 4}, {"one!", 1}, {"late", 4}};
-    for (const auto& [lpName, byKind] : aFiles) {
-        WriteBytes(CCmString("kvr2/7/") + lpName, lpName);
-        EXPECT_EQ(aPlayer.OpenFile(lpName, {8, byKind, 7008, 0}), 0);
-    }
-    const std::pair<std::uint8_t, const char*> aCases[] = {
-        {5, "four"}, {4, "four"}, {0xFF, "four"}, {1, "one!"},
-        {3, "one!"}, {0, "4010"}, {2, "4010"},    {0xFA, "4010"}};
-    for (const auto& [byKinds, lpBytes] : aCases)
-        EXPECT_EQ(aPlayer.SyncRead({8, 7008, 0, byKinds}, 0, 4), lpBytes) << int{byKinds};
-}

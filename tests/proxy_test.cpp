@@ -10,7 +10,6 @@ namespace {
 const tagDataInfo c_info{3, 1003, 77, 4};
 
 std::string InProxy(const std::string& str) { return Assertion("async/FileThreadProxy.cpp", str); }
-std::string InEvents(const std::string& str) { return Assertion("async/FileEvents.cpp", str); }
 
 /// A proxy over a scripted link over a local file, and what a handler would be told.
 class Proxy : public HostTest {
@@ -140,42 +139,6 @@ TEST_F(Proxy, AFailedOpenStopsTheFileUntilAnotherOneSucceeds) {
     EXPECT_EQ(Told(), "");
 }
 
-TEST_F(Proxy, AMissingPartIsTracedAndRefused) {
-    const std::string strAllFour = "pRWThread && pCallerThread && pActualFile && pReceive";
-    const std::string strLink =
-        "( aLinkType == CCacheFileManager::Link_Primary) || "
-        "( aLinkType == CCacheFileManager::Link_Backup) || "
-        "( aLinkType == CCacheFileManager::Link_Local)";
-    const struct {
-        bool bRW, bCaller, bFile, bReceiver;
-        std::string strAssertion;
-        std::string strTold;
-        std::string strNextAssertion;
-    } aCases[] = {
-        {false, true, true, true, strAllFour, "", InProxy("m_pRWThread && m_pCallerThread")},
-        {true, false, true, true, strAllFour, "", InProxy("m_pRWThread && m_pCallerThread")},
-        {true, true, false, true, strAllFour, "Open@4 4010, Read@4 4010, Close@4 4010",
-         InProxy("m_pFileOp.Get( )")},
-        {true, true, true, false, strAllFour, "", InEvents("pReceive")},
-        {true, true, true, true, strLink, "Open@4 0, Data 5", ""},
-    };
-    WriteBytes("a", "there");
-    for (const auto& aCase : aCases) {
-        SCOPED_TRACE(&aCase - aCases);
-        Make(aCase.bRW ? Worker() : nullptr, aCase.bCaller ? Caller() : nullptr, aCase.bFile,
-             aCase.bReceiver, static_cast<CCacheFileManager::LinkType>(4));
-        EXPECT_EQ(m_trace.TakeErrors(), InProxy(aCase.strAssertion));
-        const CmInt32 lQueued = aCase.bRW && aCase.bCaller ? 0 : 4010;
-        EXPECT_EQ(m_pProxy->Open(".\\a", 0), lQueued);
-        EXPECT_EQ(AsyncRead(0, 5), lQueued);
-        EXPECT_EQ(Append("x"), 4010);
-        EXPECT_EQ(m_pProxy->Close(), lQueued);
-        EXPECT_EQ(m_pProxy->GetFileName(), ".\\a");
-        EXPECT_EQ(Told(), aCase.strTold);
-        EXPECT_EQ(m_trace.TakeErrors().find(aCase.strNextAssertion), 0U);
-    }
-}
-
 TEST_F(Proxy, ASynchronousReadSeesEverythingQueuedBeforeIt) {
     EXPECT_EQ(m_pProxy->Open(".\\a", 1), 0);
     EXPECT_EQ(Append("0123456789"), 0);
@@ -208,20 +171,4 @@ TEST_F(Proxy, ARefusedReadLeavesTheBufferWithTheCaller) {
               InProxy("lpBuffer") + InProxy("dwLength") + InProxy("lpBuffer&&m_pFileOp.Get( )") +
                   InProxy("dwLength") + InProxy("pQueue") + InProxy("pQueue"));
     EXPECT_EQ(Told(), "");
-}
-
-TEST_F(Proxy, ResultsForADetachedThreadAreDroppedWithTheirBuffers) {
-    WriteBytes("a", "there");
-    EXPECT_EQ(m_pProxy->Open(".\\a", 0), 0);
-    EXPECT_EQ(AsyncRead(0, 5), 0);
-    RunOn(Worker(), nullptr);
-    m_attached.reset();  // the first results wait
-    m_script.FailAll("Close", 4006);
-    EXPECT_EQ(AsyncRead(0, 5), 0);
-    EXPECT_EQ(m_pProxy->Close(), 0);
-    RunOn(Worker(), nullptr);
-    EXPECT_EQ(m_trace.TakeErrors(),
-              "COpenCloseEvent::OnEventFire->Close File error:.\\a this=*\n" + InProxy("pQueue"));
-    m_attached.emplace();
-    EXPECT_EQ(Told(), "") << "another attachment is another thread object";
 }

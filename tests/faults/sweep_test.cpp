@@ -202,14 +202,3 @@ TEST_P(Fault, OfAnAppendIsUndoneWhereNobodyElseHasAppended) {
         ExpectFile(Recording::PathOf(aCase.lpName), aCase.strFile + strBlock);
     }
 }
-
-TEST_P(Fault, OfAClosingIsTold) {
-    Recording aRecording(GetParam(), &m_sink);
-    const CmUint32 dwHandle = aRecording.Open("a");
-    Settle();
-    Faults::Arm(Faults::Call_fclose, 1, false, EIO);
-    EXPECT_EQ(aRecording->CloseFile(dwHandle), GetParam() == Sync ? 4006 : 0);
-    Settle();
-    EXPECT_EQ(Faults::Disarm(), 1);
-    EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 0, Close 4006" : "");
-}

@@ -117,27 +117,3 @@ TEST(Findings, EveryLinkBackIsACircle) {
         }
     }
 }
-
-TEST(Findings, RepeatsOfACodeAreCountedAndFolded) {
-    const TestDir aDir;
-    constexpr unsigned nEntries = 250;
-    CCmString strBytes;
-    SetHeader(strBytes, c_nHeader + nEntries * c_nEntry, nEntries, 0);
-    for (unsigned i = 0; i < nEntries; ++i)
-        SetEntry(strBytes, c_nHeader + i * c_nEntry, {c_wUnknown, 0, 0, Get32(strBytes, 8)});
-    WriteBytes("c", strBytes);
-    const tagRecording aRecording = LoadRecording("c");
-    for (const std::uint64_t qwMost : {c_qwMostOfACode, c_qwAllOfACode}) {
-        const tagFindings aFindings = Examine(aRecording, qwMost);
-        const std::uint64_t qwShown = std::min<std::uint64_t>(qwMost, nEntries);
-        EXPECT_EQ(aFindings.qwWarnings, nEntries + 1U);
-        ASSERT_EQ(aFindings.vecTotals.size(), 2U);
-        EXPECT_STREQ(aFindings.vecTotals[0].lpCode, "noted-lengths");
-        EXPECT_EQ(aFindings.vecTotals[1].qwCount, nEntries);
-        EXPECT_EQ(aFindings.vecTotals[1].qwFolded, nEntries - qwShown);
-        EXPECT_EQ(aFindings.vecFindings.size(), qwShown + 1);
-        if (qwShown < nEntries) {
-            EXPECT_EQ(aFindings.vecTotals[1].qwFirstFolded, c_nHeader + qwShown * c_nEntry);
-        }
-    }
-}
