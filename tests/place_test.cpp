@@ -1,3 +1,4 @@
+#include "platform/CmEventQueue.h"
 #include "tests/support/Player.h"
 
 namespace fs = std::filesystem;
@@ -12,6 +13,12 @@ constexpr tagFileDescriber c_describer{3, 2, 1003, 0};
 
 void MakeDirectories() {
     for (const char* const lpName : {"a", "b", "elsewhere"}) fs::create_directory(lpName);
+}
+
+/// In the only event of a queue: returns when another one has been queued.
+void WaitForMore(const CRefPtr<ICmEventQueue>& pQueue) {
+    static_cast<CCmEventQueue*>(pQueue.Get())
+        ->WaitUntil(CCmEventQueue::Clock::now() + std::chrono::minutes(1));
 }
 
 }  // namespace
@@ -79,16 +86,15 @@ TEST_P(Place, IsTheDirectoryAtTheCallForAContainer) {
     SetEntry(strBytes, c_nHeader, {258, 7, 5, 60, 0});
     WriteBytes("c", strBytes);
     EventCounts aCounts;
+    const CRefPtr<ICmEventQueue> pQueue = Worker()->GetEventQueue();
     if (GetParam() == Async)  // on the worker, before it opens the container
-        Worker()->GetEventQueue()->PostEvent(
-            new TestEvent(aCounts,
-                          [] {
-                              // The open is queued meanwhile.
-                              std::this_thread::sleep_for(std::chrono::milliseconds(200));
-                              fs::current_path("elsewhere");
-                              return 0;
-                          }),
-            1);
+        pQueue->PostEvent(new TestEvent(aCounts,
+                                        [pQueue] {
+                                            WaitForMore(pQueue);  // until the open has been queued
+                                            fs::current_path("elsewhere");
+                                            return 0;
+                                        }),
+                          1);
     Player aPlayer(GetParam(), &m_sink);
     EXPECT_EQ(aPlayer.Open("c"), 0);
     EXPECT_EQ(aPlayer.m_vecStreams.size(), 1U);
