@@ -7,6 +7,7 @@
 #include "platform/CmCallerThread.h"
 #include "platform/CmResult.h"
 #include "platform/CmSystem.h"
+#include "platform/CmThreadManager.h"
 #include "platform/CmTraceLine.h"
 
 CFileThreadManager* CFileThreadManager::Instance() {

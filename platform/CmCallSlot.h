@@ -14,8 +14,9 @@
 /// waits for the calls of earlier ones that run on other threads, so a host may destroy what they
 /// use as soon as Set has returned. From inside a call Set doesn't wait.
 ///
-/// It survives a fork if the fork calls the three operations for that (CmFork.h): a child has only
-/// the thread that forked, and so only the calls of that thread.
+/// It survives a fork if its owner has registered the three operations for that
+/// (CmRegisterForkHandlers): a child has only the thread that forked, and so only the calls of that
+/// thread.
 template <class Function>
 class CCmCallSlot {
  public:

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "platform/CmResult.h"
-#include "platform/CmThread.h"
+#include "platform/CmThreadNumber.h"
 
 namespace {
 
@@ -19,38 +19,6 @@ struct ICmEvent::tagSendWait {
     CmInt32 m_lResult = CACHE_OK;
     bool m_bDone = false;
 };
-
-ICmEvent::~ICmEvent() = default;
-
-void ICmEvent::OnDestorySelf() { delete this; }
-
-void CCmEventList::PushBack(ICmEvent* pEvent) {
-    pEvent->m_pNext = nullptr;
-    if (m_pLast)
-        m_pLast->m_pNext = pEvent;
-    else
-        m_pFirst = pEvent;
-    m_pLast = pEvent;
-}
-
-ICmEvent* CCmEventList::PopFront() {
-    ICmEvent* const pEvent = m_pFirst;
-    if (!pEvent) return nullptr;
-    m_pFirst = pEvent->m_pNext;
-    if (!m_pFirst) m_pLast = nullptr;
-    pEvent->m_pNext = nullptr;
-    return pEvent;
-}
-
-void CCmEventList::TakeAll(CCmEventList& aOther) {
-    if (aOther.IsEmpty()) return;
-    if (m_pLast)
-        m_pLast->m_pNext = aOther.m_pFirst;
-    else
-        m_pFirst = aOther.m_pFirst;
-    m_pLast = aOther.m_pLast;
-    aOther.m_pFirst = aOther.m_pLast = nullptr;
-}
 
 CCmEventQueue::~CCmEventQueue() { DropWaiting(); }
 

@@ -5,21 +5,7 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "platform/CmEvent.h"
-
-/// A chain of events linked through themselves, first in, first out. No lock of its own.
-class CCmEventList {
- public:
-    bool IsEmpty() const { return m_pFirst == nullptr; }
-    void PushBack(ICmEvent* pEvent);
-    ICmEvent* PopFront();  // null when empty
-    /// Moves all events of aOther behind those of this list.
-    void TakeAll(CCmEventList& aOther);
-
- private:
-    ICmEvent* m_pFirst = nullptr;
-    ICmEvent* m_pLast = nullptr;
-};
+#include "platform/CmEventList.h"
 
 /// The event queue of one thread, its owner.
 ///

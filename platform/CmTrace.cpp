@@ -1,18 +1,13 @@
 #include "platform/CmTrace.h"
 
-#include <algorithm>
 #include <atomic>
-#include <cinttypes>
-#include <cstdio>
-#include <cstring>
 #include <new>
 #include <utility>
 
 #include "platform/CmCallSlot.h"
-#include "platform/CmFork.h"
 #include "platform/CmNeverDestroyed.h"
 #include "platform/CmResult.h"
-#include "platform/CmTraceLine.h"
+#include "platform/CmSystem.h"
 
 namespace {
 
@@ -30,6 +25,16 @@ using SinkSlot = CCmCallSlot<tagLeveledSink>;
 
 SinkSlot& GetSlot() { return CmNeverDestroyed<SinkSlot>(); }
 
+/// Makes a fork wait until no thread is inside the short locked parts of the slot, whose lock no
+/// thread holds together with another one. Without memory for the handlers forks are as safe as the
+/// system makes them.
+void WatchForks() {
+    static const bool s_bWatched = CmRegisterForkHandlers([] { GetSlot().BeforeFork(); },
+                                                          [] { GetSlot().AfterForkInParent(); },
+                                                          [] { GetSlot().AfterForkInChild(); });
+    (void)s_bWatched;
+}
+
 /// The level of the sink, for the quick check before a line is formatted. Relaxed: a line that is
 /// traced while the sink changes may reach either sink; the slot itself is locked.
 std::atomic<CmInt32> s_lLevel{CCmT120Trace::Level_None};
@@ -39,7 +44,7 @@ std::atomic<CmInt32> s_lLevel{CCmT120Trace::Level_None};
 CCmT120Trace* CCmT120Trace::instance() { return &CmNeverDestroyed<CCmT120Trace>(); }
 
 CmInt32 CCmT120Trace::SetSink(Sink aSink, CmInt32 lLevel) {
-    CmWatchForks();
+    WatchForks();
     const CmInt32 lNewLevel = aSink ? lLevel : CmInt32{Level_None};
     try {
         GetSlot().Set({std::move(aSink), lNewLevel},
@@ -56,77 +61,4 @@ bool CCmT120Trace::IsEnabled(CmInt32 lLevel) const noexcept {
 
 void CCmT120Trace::trace_string(CmInt32 lLevel, const char* lpText) noexcept {
     if (IsEnabled(lLevel)) GetSlot().Call(lLevel, lpText);
-}
-
-void TraceBeforeFork() { GetSlot().BeforeFork(); }
-
-void TraceAfterForkInParent() { GetSlot().AfterForkInParent(); }
-
-void TraceAfterForkInChild() { GetSlot().AfterForkInChild(); }
-
-using Formator = CCmT120Trace::Text_Formator;
-
-Formator::Text_Formator(char* lpBuffer, std::size_t dwSize) noexcept
-    : m_lpBuffer(lpBuffer), m_dwSize(dwSize) {
-    m_lpBuffer[0] = '\0';
-}
-
-Formator::operator const char*() const noexcept { return m_lpBuffer; }
-
-void Formator::Append(const char* lpText, std::size_t dwLength) noexcept {
-    dwLength = std::min(dwLength, m_dwSize - 1 - m_dwUsed);
-    std::memcpy(m_lpBuffer + m_dwUsed, lpText, dwLength);
-    m_dwUsed += dwLength;
-    m_lpBuffer[m_dwUsed] = '\0';
-}
-
-Formator& Formator::operator<<(const char* lpText) noexcept {
-    Append(lpText, std::strlen(lpText));
-    return *this;
-}
-
-Formator& Formator::operator<<(const CCmString& strText) noexcept {
-    Append(strText.data(), strText.size());
-    return *this;
-}
-
-Formator& Formator::operator<<(int nValue) noexcept { return *this << static_cast<long>(nValue); }
-
-Formator& Formator::operator<<(unsigned int nValue) noexcept {
-    return *this << static_cast<unsigned long>(nValue);
-}
-
-Formator& Formator::operator<<(unsigned short wValue) noexcept {
-    return *this << static_cast<unsigned long>(wValue);
-}
-
-Formator& Formator::operator<<(unsigned char byValue) noexcept {
-    return *this << static_cast<unsigned long>(byValue);
-}
-
-Formator& Formator::operator<<(long nValue) noexcept {
-    return *this << static_cast<long long>(nValue);
-}
-
-Formator& Formator::operator<<(long long nValue) noexcept {
-    char aDigits[32];
-    (void)std::snprintf(aDigits, sizeof aDigits, "%lld", nValue);
-    return *this << aDigits;
-}
-
-Formator& Formator::operator<<(unsigned long nValue) noexcept {
-    return *this << static_cast<unsigned long long>(nValue);
-}
-
-Formator& Formator::operator<<(unsigned long long qwValue) noexcept {
-    char aDigits[32];
-    (void)std::snprintf(aDigits, sizeof aDigits, "%llu", qwValue);
-    return *this << aDigits;
-}
-
-Formator& Formator::operator<<(const void* pValue) noexcept {
-    char aDigits[32];
-    (void)std::snprintf(aDigits, sizeof aDigits, "0x%" PRIxPTR,
-                        reinterpret_cast<std::uintptr_t>(pValue));
-    return *this << aDigits;
 }

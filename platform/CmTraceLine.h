@@ -71,8 +71,3 @@ void TraceInfo(const Parts&... aParts) noexcept {
             return code;                \
         }                               \
     } while (0)
-
-/// What CmWatchForks does with the sink around a fork; see CCmCallSlot.
-void TraceBeforeFork();
-void TraceAfterForkInParent();
-void TraceAfterForkInChild();

@@ -6,7 +6,7 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/CmThread.h"
+#include "platform/CmThreadManager.h"
 
 /// What became of the events that were made with it.
 struct EventCounts {

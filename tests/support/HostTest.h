@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "cachefile.h"
-#include "platform/CmThread.h"
+#include "platform/CmThreadManager.h"
 #include "tests/support/Events.h"
 #include "tests/support/Files.h"
 #include "tests/support/SinkLog.h"

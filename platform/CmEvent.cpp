@@ -1,0 +1,5 @@
+#include "platform/CmEvent.h"
+
+ICmEvent::~ICmEvent() = default;
+
+void ICmEvent::OnDestorySelf() { delete this; }
