@@ -70,13 +70,12 @@ CmInt32 CReadEvent::OnEventFire() {
 }
 
 CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmString strData)
-    : ICmEvent(0),
+    : ICmEvent(0, CPendingBytes::GetUrgency(strData.size())),
       m_pAsyncFileOp(pAsyncFileOp),
       m_dwFileOffset(dwOffset),
       m_pending(strData.size()),
       m_strData(std::move(strData)) {
     if (!pAsyncFileOp) CM_ASSERTION("pAsyncFileOp");
-    if (CPendingBytes::CanWait()) BePatient();
 }
 
 CWriteEvent::~CWriteEvent() { CBlockStore::Instance().Give(std::move(m_strData)); }

@@ -9,10 +9,13 @@
 
 namespace {
 
-/// Below it a block that the gathering buffers pass on could never fit.
-constexpr std::uint64_t c_qwLeastLimit = 65536;
+/// A smaller limit could refuse for ever a block that a gathering buffer passes on: up to 32,767
+/// gathered bytes, and a piece of up to 32,768.
+constexpr std::uint64_t c_qwMinLimit = 65536;
 
-constexpr std::uint64_t c_qwPatience = 1U << 20;
+/// Writes become urgent above this: 32 blocks, which is enough for the worker to write many of them
+/// after each nap, and no more memory than the store keeps for blocks anyway.
+constexpr std::uint64_t c_qwMaxNotUrgent = 1U << 20;
 
 std::atomic<std::uint64_t> s_qwPendingBytes{0};
 std::atomic<std::uint64_t> s_qwPendingLimit{std::numeric_limits<std::uint64_t>::max()};
@@ -33,9 +36,12 @@ CmInt32 CPendingBytes::CheckRoom(std::uint64_t qwBytes) {
     return qwBytes <= qwLimit ? CACHE_ERR_TRY_AGAIN : CACHE_ERR_OUT_OF_MEMORY;
 }
 
-bool CPendingBytes::CanWait() {
-    return CCacheFileManager::GetPendingBytes() <=
-           std::min(c_qwPatience, s_qwPendingLimit.load(std::memory_order_relaxed) / 2);
+ICmEvent::Urgency CPendingBytes::GetUrgency(std::uint64_t qwBytes) {
+    // Half the limit, so that the worker writes again before the host reaches it and is refused.
+    const std::uint64_t qwMax =
+        std::min(c_qwMaxNotUrgent, s_qwPendingLimit.load(std::memory_order_relaxed) / 2);
+    return CCacheFileManager::GetPendingBytes() + qwBytes <= qwMax ? ICmEvent::NotUrgent
+                                                                   : ICmEvent::Urgent;
 }
 
 std::uint64_t CCacheFileManager::GetPendingBytes() {
@@ -43,5 +49,5 @@ std::uint64_t CCacheFileManager::GetPendingBytes() {
 }
 
 void CCacheFileManager::SetPendingLimit(std::uint64_t qwBytes) {
-    s_qwPendingLimit.store(std::max(qwBytes, c_qwLeastLimit), std::memory_order_relaxed);
+    s_qwPendingLimit.store(std::max(qwBytes, c_qwMinLimit), std::memory_order_relaxed);
 }

@@ -2,11 +2,14 @@
 
 #include <cstdint>
 
+#include "platform/CmEvent.h"
 #include "platform/CmTypes.h"
 
-/// Bytes that the worker thread has been given and has not finished with: they count as pending
-/// (CCacheFileManager::GetPendingBytes) while this lives. A request has one as a member, so they
-/// are taken off the count once, whether it runs, is refused or is dropped. Any thread.
+/// Bytes that were given to the worker thread, which has not finished with them. They count as
+/// pending (CCacheFileManager::GetPendingBytes) while this lives. A request has one as a member, so
+/// they are taken off the count once, whether the request runs, is refused or is dropped.
+///
+/// Any thread: the counts are atomics. Nothing here can fail.
 class CPendingBytes {
  public:
     explicit CPendingBytes(std::uint64_t qwBytes);
@@ -19,9 +22,9 @@ class CPendingBytes {
     /// more than the limit. Nothing is traced.
     static CmInt32 CheckRoom(std::uint64_t qwBytes);
 
-    /// Whether all that is pending may wait for a moment: it takes little memory, and the host's
-    /// limit is far.
-    static bool CanWait();
+    /// How urgent a write of qwBytes more is. Nobody waits for a write, so it is urgent only when
+    /// what is pending uses much memory or comes near the host's limit.
+    static ICmEvent::Urgency GetUrgency(std::uint64_t qwBytes);
 
  private:
     const std::uint64_t m_qwBytes;

@@ -5,13 +5,18 @@
 
 /// A piece of work for the thread of an event queue.
 ///
-/// Made with new by whoever posts it, owned by the queue from the moment it is given to it: fired,
-/// refused or dropped, the queue disposes of it exactly once. It is linked into the queue through
-/// its own fields, so posting takes no memory.
+/// Made with new by the code that posts it. From then on the queue owns it, and disposes of it
+/// exactly once: after firing, refusing or dropping it. It is linked into the queue through its own
+/// fields, so posting takes no memory.
 class ICmEvent {
  public:
+    /// Whether anybody may be waiting for the outcome. A thread that has just had work may leave a
+    /// non-urgent event for a few milliseconds until it looks again (CmQueueRest.h).
+    enum Urgency { Urgent, NotUrgent };
+
     /// dwType is the platform's; events of this library pass 0.
-    explicit ICmEvent(CmUint32 dwType) : m_dwType(dwType) {}
+    explicit ICmEvent(CmUint32 dwType, Urgency aUrgency = Urgent)
+        : m_dwType(dwType), m_urgency(aUrgency) {}
 
     /// Does the work, on the queue's thread. Its result reaches the caller of SendEvent only.
     virtual CmInt32 OnEventFire() = 0;
@@ -25,11 +30,7 @@ class ICmEvent {
     ICmEvent& operator=(const ICmEvent&) = delete;
 
     CmUint32 GetType() const { return m_dwType; }
-
- protected:
-    /// For constructors: nobody waits for this event's outcome, so that a thread which has just
-    /// been at work may leave it for a few milliseconds until it looks again.
-    void BePatient() { m_bPatient = true; }
+    Urgency GetUrgency() const { return m_urgency; }
 
  private:
     friend class CCmEventList;
@@ -37,21 +38,21 @@ class ICmEvent {
     struct tagSendWait;
 
     const CmUint32 m_dwType;
-    bool m_bPatient = false;
-    ICmEvent* m_pNext = nullptr;       // the event behind it in its list
-    tagSendWait* m_pSender = nullptr;  // who waits for it in SendEvent
+    const Urgency m_urgency;
+    ICmEvent* m_pNext = nullptr;       // the next event in its list
+    tagSendWait* m_pSender = nullptr;  // the thread that waits for it in SendEvent
 };
 
 /// The queue through which a thread is given work. Counted; hold it in a CRefPtr while using it.
 /// Any thread may post and send.
 class ICmEventQueue : public CCmReferenceControlT<CCmMutexThread> {
  public:
-    /// Queues the event to be fired later on the queue's thread, behind everything queued before
+    /// Queues the event to be fired later on the queue's thread, after everything queued before
     /// it. Never waits. Returns 0; on a stopped queue the event is disposed of and the result is
     /// CACHE_ERR_INVALID_STATE. lOption is the platform's; this library passes 1.
     virtual CmInt32 PostEvent(ICmEvent* pEvent, CmInt32 lOption) = 0;
 
-    /// Fires the event on the queue's thread behind everything queued before it, waits until it
+    /// Fires the event on the queue's thread after everything queued before it, waits until it
     /// has been disposed of, and returns the result of its OnEventFire. On the queue's own thread
     /// it fires at once. On a stopped queue the event is disposed of and the result is
     /// CACHE_ERR_INVALID_STATE, without waiting.

@@ -1,20 +1,11 @@
 #include "platform/CmEventQueue.h"
 
 #include <new>
-#include <thread>
-#include <utility>
 
 #include "platform/CmResult.h"
 #include "platform/CmThreadNumber.h"
 
-namespace {
-
-constexpr std::chrono::microseconds c_linger{30};
-constexpr std::chrono::milliseconds c_nap{2};
-
-}  // namespace
-
-/// Lies on the stack of a thread in SendEvent; guarded by the queue's mutex.
+/// How a thread in SendEvent waits. It is on the stack of that thread; the queue's mutex guards it.
 struct ICmEvent::tagSendWait {
     CmInt32 m_lResult = CACHE_OK;
     bool m_bDone = false;
@@ -49,13 +40,12 @@ bool CCmEventQueue::Append(ICmEvent* pEvent) {
         if (m_bStopped) return false;
         bFirst = m_waiting.IsEmpty();
         m_waiting.PushBack(pEvent);
-        m_bNews.store(true, std::memory_order_relaxed);
-        bWake = m_rest == Rest_Sleep || (m_rest == Rest_Nap && !pEvent->m_bPatient);
-        if (bWake) m_rest = Rest_None;
+        m_rest.SetNews(true);
+        bWake = m_rest.End(pEvent->GetUrgency());
         SetHasEventsLocked(true);
     }
-    // The event may be gone by now; the queue isn't, the poster holds a reference.
-    if (bWake) m_wake.notify_one();
+    // The event may have been disposed of by now, but not the queue: the poster holds a reference.
+    if (bWake) m_rest.Wake();
     if (bFirst) OnStoppedBeingEmpty();
     return true;
 }
@@ -63,7 +53,7 @@ bool CCmEventQueue::Append(ICmEvent* pEvent) {
 void CCmEventQueue::SetHasEventsLocked(bool bHasEvents) {
     if (m_bHasEvents == bHasEvents) return;
     m_bHasEvents = bHasEvents;
-    // From the destructor it reaches no derived queue, which has nobody left to tell.
+    // From the destructor it reaches no derived queue: nobody is left who could be informed.
     // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall)
     OnHasEventsLocked(bHasEvents);
 }
@@ -80,7 +70,7 @@ ICmEvent* CCmEventQueue::PopBatch() {
 void CCmEventQueue::TakeWaiting() {
     std::lock_guard<std::mutex> aLock(m_mutex);
     m_batch.TakeAll(m_waiting);
-    m_bNews.store(m_bStopped, std::memory_order_relaxed);
+    m_rest.SetNews(m_bStopped);
 }
 
 void CCmEventQueue::RunWaiting(CmUint32& dwCount) {
@@ -104,7 +94,7 @@ CmInt32 CCmEventQueue::Fire(ICmEvent* pEvent) {
         ICmEvent* const m_pEvent;
         CmInt32 m_lResult;
     } aDisposal{*this, pEvent, CACHE_ERR_FAILED};
-    (pEvent->m_bPatient ? m_bRanPatient : m_bRanOther) = true;
+    m_rest.OnFire(pEvent->GetUrgency());
     aDisposal.m_lResult = pEvent->OnEventFire();
     return aDisposal.m_lResult;
 }
@@ -121,46 +111,21 @@ void CCmEventQueue::Dispose(ICmEvent* pEvent, CmInt32 lResult) {
     m_sent.notify_all();
 }
 
-/// Stays awake for a moment if there was work for which somebody may have waited: the next of its
-/// kind often follows. Gives way to other threads all the while.
-void CCmEventQueue::Linger() {
-    if (!std::exchange(m_bRanOther, false)) return;
-    const Clock::time_point aLimit = Clock::now() + c_linger;
-    while (!m_bNews.load(std::memory_order_relaxed) && Clock::now() < aLimit)
-        std::this_thread::yield();
-}
-
-/// Sleeps for some milliseconds at a time, until one has passed without an event.
-void CCmEventQueue::Nap(std::unique_lock<std::mutex>& aLock) {
-    m_rest = Rest_Nap;
-    const Clock::time_point aLimit = Clock::now() + c_nap;
-    while (m_rest == Rest_Nap)
-        if (m_wake.wait_until(aLock, aLimit) == std::cv_status::timeout) break;
-    m_rest = Rest_None;
-}
-
 bool CCmEventQueue::Wait() {
     if (!m_batch.IsEmpty()) return true;
-    Linger();
+    m_rest.Linger();
     std::unique_lock<std::mutex> aLock(m_mutex);
-    if (std::exchange(m_bRanPatient, false) && IsNothingToDo()) Nap(aLock);
-    while (IsNothingToDo()) {
-        m_rest = Rest_Sleep;
-        m_wake.wait(aLock);
-    }
-    m_rest = Rest_None;
+    if (m_rest.TakeNap() && IsNothingToDo()) m_rest.Nap(aLock);
+    while (IsNothingToDo()) m_rest.Sleep(aLock);
     return !m_waiting.IsEmpty();
 }
 
 bool CCmEventQueue::WaitUntil(Clock::time_point aLimit) {
     if (!m_batch.IsEmpty()) return true;
-    Linger();
+    m_rest.Linger();
     std::unique_lock<std::mutex> aLock(m_mutex);
-    while (IsNothingToDo()) {
-        m_rest = Rest_Sleep;
-        if (m_wake.wait_until(aLock, aLimit) == std::cv_status::timeout) break;
+    while (IsNothingToDo() && m_rest.SleepUntil(aLock, aLimit)) {
     }
-    m_rest = Rest_None;
     return !m_waiting.IsEmpty();
 }
 
@@ -169,20 +134,18 @@ void CCmEventQueue::Stop() {
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
         m_bStopped = true;
-        m_bNews.store(true, std::memory_order_relaxed);
-        bWake = m_rest != Rest_None;
-        m_rest = Rest_None;
+        m_rest.SetNews(true);
+        bWake = m_rest.End(ICmEvent::Urgent);
     }
-    if (bWake) m_wake.notify_one();
+    if (bWake) m_rest.Wake();
 }
 
 void CCmEventQueue::AfterForkInChild() {
     m_waiting = m_batch = CCmEventList();
     m_bHasEvents = false;
-    m_rest = Rest_None;
-    m_bNews.store(m_bStopped, std::memory_order_relaxed);
-    new (&m_wake) std::condition_variable;  // destroying them would wait for their waiters
-    new (&m_sent) std::condition_variable;
+    m_rest.SetNews(m_bStopped);
+    m_rest.AfterForkInChild();
+    new (&m_sent) std::condition_variable;  // destroying it would wait for its waiters
     m_mutex.unlock();
 }
 

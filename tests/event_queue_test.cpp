@@ -208,6 +208,6 @@ TEST_F(EventQueue, WaitingEndsWithWhatComesIn) {
     Signal aFired;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the thread sleeps by now
     const auto raise = [&] { return aFired.Raise(), 0; };
-    m_pQueue->PostEvent(new TestEvent(m_counts, raise, true), 1);
+    m_pQueue->PostEvent(new TestEvent(m_counts, raise, ICmEvent::NotUrgent), 1);
     aFired.Wait();
 }

@@ -19,10 +19,8 @@ class TestEvent final : public ICmEvent {
  public:
     using Work = std::function<CmInt32()>;
 
-    TestEvent(EventCounts& aCounts, Work aWork = nullptr, bool bPatient = false)
-        : ICmEvent(0), m_counts(aCounts), m_work(std::move(aWork)) {
-        if (bPatient) BePatient();
-    }
+    TestEvent(EventCounts& aCounts, Work aWork = nullptr, Urgency aUrgency = Urgent)
+        : ICmEvent(0, aUrgency), m_counts(aCounts), m_work(std::move(aWork)) {}
     ~TestEvent() override { ++m_counts.nDisposed; }
     CmInt32 OnEventFire() override {
         ++m_counts.nFired;

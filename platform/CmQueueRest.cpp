@@ -1,0 +1,65 @@
+#include "platform/CmQueueRest.h"
+
+#include <new>
+#include <thread>
+#include <utility>
+
+namespace {
+
+/// About as long as a wake-up takes: polling for that time costs at most twice as much as the
+/// better of polling on and sleeping at once. A host that reads in a loop posts its next read a few
+/// microseconds after a result, well within it (docs/performance.md has the times).
+constexpr std::chrono::microseconds c_linger{30};
+
+/// The longest time for which a write waits in memory for a worker that rests. It is short for a
+/// program that follows the file, and 500 wake-ups by timer a second cost next to no processor
+/// time. At 500 MiB/s, more than a recording produces, 1 MiB is queued meanwhile: the amount above
+/// which writes are urgent (core/PendingBytes.cpp).
+constexpr std::chrono::milliseconds c_nap{2};
+
+}  // namespace
+
+void CCmQueueRest::OnFire(ICmEvent::Urgency aUrgency) {
+    (aUrgency == ICmEvent::Urgent ? m_bFiredUrgent : m_bFiredNotUrgent) = true;
+}
+
+bool CCmQueueRest::End(ICmEvent::Urgency aUrgency) {
+    const bool bEnds = m_state == Asleep || (m_state == Napping && aUrgency == ICmEvent::Urgent);
+    if (bEnds) m_state = Awake;
+    return bEnds;
+}
+
+void CCmQueueRest::Linger() {
+    if (!std::exchange(m_bFiredUrgent, false)) return;
+    const Clock::time_point aLimit = Clock::now() + c_linger;
+    while (!m_bNews.load(std::memory_order_relaxed) && Clock::now() < aLimit)
+        std::this_thread::yield();
+}
+
+bool CCmQueueRest::TakeNap() { return std::exchange(m_bFiredNotUrgent, false); }
+
+void CCmQueueRest::Nap(std::unique_lock<std::mutex>& aLock) {
+    m_state = Napping;
+    const Clock::time_point aLimit = Clock::now() + c_nap;
+    while (m_state == Napping)
+        if (m_wake.wait_until(aLock, aLimit) == std::cv_status::timeout) break;
+    m_state = Awake;
+}
+
+void CCmQueueRest::Sleep(std::unique_lock<std::mutex>& aLock) {
+    m_state = Asleep;
+    m_wake.wait(aLock);
+    m_state = Awake;
+}
+
+bool CCmQueueRest::SleepUntil(std::unique_lock<std::mutex>& aLock, Clock::time_point aLimit) {
+    m_state = Asleep;
+    const bool bInTime = m_wake.wait_until(aLock, aLimit) == std::cv_status::no_timeout;
+    m_state = Awake;
+    return bInTime;
+}
+
+void CCmQueueRest::AfterForkInChild() {
+    m_state = Awake;
+    new (&m_wake) std::condition_variable;  // destroying it would wait for its waiters
+}
