@@ -25,7 +25,8 @@ CmInt32 COpenCloseEvent::FireOpen() {
     const CmInt32 lResult = m_pAsyncFileOp->Open_i(m_strFilePath, m_bWrite, m_place);
     if (lResult != CACHE_OK)
         TraceError("COpenCloseEvent::OnEventFire->Open File error:", m_strFilePath, " this=", this);
-    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->m_LinkType, CCacheFileManager::Op_Open, lResult);
+    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->GetLinkType(), CCacheFileManager::Op_Open,
+                                   lResult);
     return lResult;
 }
 
@@ -33,7 +34,7 @@ CmInt32 COpenCloseEvent::FireClose() {
     const CmInt32 lResult = m_pAsyncFileOp->Close_i();
     if (lResult == CACHE_OK) return lResult;
     TraceError("COpenCloseEvent::OnEventFire->Close File error:", m_strFilePath, " this=", this);
-    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->m_LinkType, CCacheFileManager::Op_Close,
+    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->GetLinkType(), CCacheFileManager::Op_Close,
                                    lResult);
     return lResult;
 }
@@ -65,7 +66,8 @@ CmInt32 CReadEvent::OnEventFire() {
     if (lResult == CACHE_OK) return lResult;
     TraceError("CReadEvent::OnEventFire->Read data error, ret=", lResult,
                " m_dwFileOffset=", m_dwFileOffset, " m_dwLength=", m_dwLength, " this=", this);
-    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->m_LinkType, CCacheFileManager::Op_Read, lResult);
+    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->GetLinkType(), CCacheFileManager::Op_Read,
+                                   lResult);
     return lResult;
 }
 
@@ -85,7 +87,7 @@ CmInt32 CWriteEvent::OnEventFire() {
     const CmInt32 lResult = m_pAsyncFileOp->WriteData_i(m_strData, m_dwFileOffset);
     if (lResult == CACHE_OK) return lResult;
     CCacheFileManager::AddLostBytes(m_strData.size());
-    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->m_LinkType, CCacheFileManager::Op_Write,
+    m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->GetLinkType(), CCacheFileManager::Op_Write,
                                    lResult);
     return lResult;
 }

@@ -6,12 +6,12 @@
 #include "core/PendingBytes.h"
 #include "platform/CmEvent.h"
 
-/// The events of the proxy. Requests run on the R/W thread and hold the proxy; results run on the
-/// caller thread and hold the receiving handler. Each owns what it was given, except for
-/// CSyncReadEvent, whose caller waits.
+/// The events of the proxy. Requests run on the R/W thread, hold a reference on the proxy and call
+/// its operations for them. Results run on the caller thread and hold a reference on the receiving
+/// handler. Each event owns what it was given, except for CSyncReadEvent, whose caller waits.
 
 /// Opens (bOpen non-zero) or closes the file. A relative path begins in the directory that was
-/// current when the event was made, which may throw std::bad_alloc.
+/// current when the event was made. Making it may throw std::bad_alloc.
 class COpenCloseEvent final : public ICmEvent {
  public:
     COpenCloseEvent(CFileThreadProxy* pAsyncFileOp, const CCmString& strFilePath, int bOpen,
@@ -29,8 +29,8 @@ class COpenCloseEvent final : public ICmEvent {
     const CmPlace m_place;
 };
 
-/// A read whose result is delivered. It doesn't own the buffer while it is only queued: a refused
-/// request leaves it with the caller. Firing hands it on or frees it.
+/// A read whose result is delivered. It does not own the buffer while it is queued, because a
+/// refused request leaves the buffer with the caller. Firing passes the buffer on or frees it.
 class CReadEvent final : public ICmEvent {
  public:
     CReadEvent(CFileThreadProxy* pAsyncFileOp, unsigned char* lpBuffer, CmUint32 dwLength,
@@ -45,6 +45,7 @@ class CReadEvent final : public ICmEvent {
     const tagDataInfo m_DataInfo;
 };
 
+/// A write. Its bytes count as pending as long as it exists; its memory goes back to CBlockStore.
 class CWriteEvent final : public ICmEvent {
  public:
     CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmString strData);
@@ -54,12 +55,12 @@ class CWriteEvent final : public ICmEvent {
  private:
     const CRefPtr<CFileThreadProxy> m_pAsyncFileOp;
     const CmUint32 m_dwFileOffset;
-    const CPendingBytes m_pending;  // before the bytes: counted as long as that exists
+    const CPendingBytes m_pending;  // before m_strData: counted as long as that exists
     CCmString m_strData;
 };
 
-/// A read that its caller waits for. Length and result lie with the caller; the result stays empty
-/// if the event is refused.
+/// A read that its caller waits for. Length and result are the caller's variables; the result stays
+/// empty if the event is refused.
 class CSyncReadEvent final : public ICmEvent {
  public:
     CSyncReadEvent(CFileThreadProxy* pAsyncFileOp, unsigned char* lpBuffer, CmUint32 dwOffset,
@@ -74,8 +75,8 @@ class CSyncReadEvent final : public ICmEvent {
     std::optional<CmInt32>& m_result;
 };
 
-/// Brings the bytes of a read. Owns the buffer (from array new) until it fires, which gives it to
-/// the receiver; frees it if it never fires.
+/// Delivers the bytes of a read. Owns the buffer (from array new) until it fires, which passes the
+/// buffer to the receiver. Frees it if it never fires.
 class CFileDataEvent final : public ICmEvent {
  public:
     CFileDataEvent(IFileOpStatus* pReceive, unsigned char* lpBuffer, CmUint32 dwLength,
@@ -90,13 +91,14 @@ class CFileDataEvent final : public ICmEvent {
     const tagDataInfo m_DataInfo;
 };
 
-/// What a status report says.
+/// The contents of a status report.
 struct tagFileStatus {
     CCacheFileManager::LinkType aLinkType;
     CCacheFileManager::OpType aOpType;
     CmInt32 lResult;
 };
 
+/// Delivers a status report.
 class CFileStatusEvent final : public ICmEvent {
  public:
     CFileStatusEvent(IFileOpStatus* pReceive, const tagFileStatus& aStatus);

@@ -11,24 +11,26 @@
 /// the caller thread.
 ///
 /// Owned by the link above it and by every request still queued, so dropping it cancels nothing.
-/// It holds a reference on the receiving handler. The operations of IFileOperation are called on
-/// the caller's side; those with a name in _i run on the R/W thread, one at a time and in the
-/// order of their requests (SyncRead_i also on the caller's side once that thread has ended). What
-/// both sides touch is m_lOpenResult, an atomic. A call returns what came of queuing; the outcome
-/// follows as a callback: of an open always, of a close or write on failure, of a read as its data,
-/// and a status after that if it failed.
+/// It holds a reference on the receiving handler.
+///
+/// The caller's side calls the operations of IFileOperation, and the request events call the group
+/// after them, on the R/W thread, one at a time and in the order of the requests. Both sides use
+/// m_lOpenResult, which is an atomic; each of the other members is constant or used on one side.
+///
+/// A call returns the result of queuing. The outcome follows as a callback: of an open always, of a
+/// close or write on failure, of a read as its data, and then a status if the read failed.
 class CFileThreadProxy final : public IFileOperation {
  public:
-    /// Takes a reference on each thread and on pActualFile, the link below. One of the four missing
-    /// is an assertion; the object is built all the same. Without a thread everything but a
-    /// synchronous read is refused with CACHE_ERR_INVALID_STATE; without a file operations fail
-    /// with it on the R/W thread; without a receiver nothing is reported.
+    /// Takes a reference on each thread, on pActualFile, the link below, and on pReceive. If one of
+    /// the four is null, an assertion is traced and the object is built all the same. Without a
+    /// thread everything but a synchronous read returns CACHE_ERR_INVALID_STATE; without a file
+    /// operations fail with that code on the R/W thread; without a receiver nothing is reported.
     CFileThreadProxy(ACmThread* pRWThread, ACmThread* pCallerThread, IFileOperation* pActualFile,
                      IFileOpStatus* pReceive, CCacheFileManager::LinkType aLinkType);
     ~CFileThreadProxy() override;
 
-    /// A relative path begins in the directory that is current in this call, whatever it is when
-    /// the file is opened. If the system does not give that, Op_Open reports why.
+    /// A relative path begins in the directory that is current in this call, even if another one is
+    /// current when the file is opened. If the system does not give it, Op_Open reports why.
     CmInt32 Open(const CCmString& strPath, int bWrite) override;
     CmInt32 Close() override;
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
@@ -49,27 +51,34 @@ class CFileThreadProxy final : public IFileOperation {
     /// All of them, unless WriteData would refuse them.
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
-    /// Only on the R/W thread, whose events alone ask for it.
+    /// Called on the R/W thread only.
     CmInt32 GetSize(std::uint64_t& qwSize) override;
 
     CmInt32 SendToReader(ICmEvent* pEvent) override;
 
- private:
-    friend class COpenCloseEvent;
-    friend class CReadEvent;
-    friend class CSyncReadEvent;
-    friend class CWriteEvent;
+    // For the request events (FileEvents.h), on the R/W thread only. Each returns the code that its
+    // event reports.
 
+    /// Opens the inner file and stores the outcome for both sides.
     CmInt32 Open_i(const CCmString& strPath, int bWrite, const CmPlace& aPlace);
     CmInt32 Close_i();
     CmInt32 WriteData_i(const CCmString& strData, CmUint32 dwOffset);
+
+    /// Takes over lpBuffer and delivers it to the receiver, without bytes if the read failed.
     CmInt32 ReadData_i(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
                        CmUint32 dwLength);
-    CmInt32 ReadInner(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength);
+
+    /// The part of ReadData that waits. It also runs on the caller's side, once the R/W thread has
+    /// ended or if there is none.
     CmInt32 SyncRead_i(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength);
+
+    /// Posts a status report to the receiver. A failure to post it is traced only.
     void PostFileStatus(CCacheFileManager::LinkType aLinkType, CCacheFileManager::OpType aOpType,
                         CmInt32 lResult);
+    CCacheFileManager::LinkType GetLinkType() const { return m_LinkType; }
 
+ private:
+    CmInt32 ReadInner(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength);
     bool HasThreads() const { return m_pRWThread && m_pCallerThread; }
     bool IsLinkUsable() const;
     CmInt32 OpenResult() const { return m_lOpenResult.load(std::memory_order_acquire); }
@@ -92,8 +101,9 @@ class CFileThreadProxy final : public IFileOperation {
     CRefPtr<IFileOpStatus> m_pReceive;
     const CCacheFileManager::LinkType m_LinkType;
 
-    /// The outcome of the last open. While it is not 0, everything but another open is refused,
-    /// on the caller's side as soon as it is known there and again on the R/W thread.
+    /// The outcome of the last open. While it is not 0, everything but another open is refused: on
+    /// the caller's side as soon as it is known there, and again on the R/W thread, because
+    /// requests may have been queued before it was known.
     std::atomic<CmInt32> m_lOpenResult{CACHE_OK};
 
     // The caller's side only.
