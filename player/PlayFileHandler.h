@@ -128,11 +128,6 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
  private:
     struct tagRecordFiles;
 
-    CmInt32 FindFile(const char* lpOperation, const char* lpLengthLabel,
-                     const tagDataInfo& aDataInfo, IFileOperation*& pFile) const;
-    void CaptureHeader(const tagDataInfo& aDataInfo, const unsigned char* lpData, CmUint32 dwLength,
-                       CmUint32 dwOffset);
-
     const CmUint32 m_dwRecordID;
     const int m_bDownload;
     const int m_bAsync;

@@ -1,6 +1,5 @@
 #include "writer/WriteFileHandler.h"
 
-#include <algorithm>
 #include <atomic>
 #include <new>
 
@@ -8,10 +7,19 @@
 #include "core/HomeDir.h"
 #include "core/PendingBytes.h"
 #include "platform/CmTraceLine.h"
+#include "writer/OpenFiles.h"
 
 namespace {
 
-std::atomic<CmUint32> s_dwLastHandle{0};
+std::atomic<std::uint64_t> s_qwLastNumber{0};
+
+COpenFiles FilesOf(std::vector<tagOpenFile>& vecFiles) { return {vecFiles, s_qwLastNumber}; }
+
+CmInt32 NoMemoryToOpen(const CWriteFileHandler* pHandler) {
+    TraceError("CWriteFileHandler::OpenWritingFile->Low memory to create a file",
+               " this=", pHandler);
+    return CACHE_ERR_OUT_OF_MEMORY;
+}
 
 }  // namespace
 
@@ -53,64 +61,28 @@ CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint3
     const CCmString strPath = m_strHomeDir + strFileName;
     const CRefPtr<IFileOperation> pFile =
         CFileChain::Build(FileChainKind::WriteRecord, m_bAsync, this);
-    if (!pFile) throw std::bad_alloc();
-    // The list takes the file first: once it is open nothing may fail any more.
-    m_vecWriteFiles.push_back({NewHandle(), pFile});
+    if (!pFile) return NoMemoryToOpen(this);
+    // The list takes the file first: nothing may fail after the file has been opened.
+    const CmUint32 dwNew = FilesOf(m_vecWriteFiles).Add(pFile);
     const CmInt32 lResult = pFile->Open(strPath, 1);
     if (lResult != CACHE_OK) {
-        m_vecWriteFiles.pop_back();
+        RemoveHandle(dwNew);
         TraceError("CWriteFileHandler::OpenWritingFile->Open file error=", lResult, " this=", this);
         return lResult;
     }
-    dwHandle = m_vecWriteFiles.back().dwHandle;
+    dwHandle = dwNew;
     return CACHE_OK;
 } catch (const std::bad_alloc&) {
-    TraceError("CWriteFileHandler::OpenWritingFile->Low memory to create a file", " this=", this);
-    return CACHE_ERR_OUT_OF_MEMORY;
-}
-
-/// A number that is not 0 and names no open file of this handler. Handlers share the counter, so
-/// that a handle of one means nothing to another.
-CmUint32 CWriteFileHandler::NewHandle() {
-    CmUint32 dwHandle = 0;
-    do {
-        dwHandle = s_dwLastHandle.fetch_add(1, std::memory_order_relaxed) + 1;
-    } while (dwHandle == 0 || Find(dwHandle) != m_vecWriteFiles.end());
-    if (m_vecWriteFiles.empty())
-        m_bHandlesAscend = true;
-    else if (dwHandle < m_vecWriteFiles.back().dwHandle)
-        m_bHandlesAscend = false;
-    return dwHandle;
-}
-
-CWriteFileHandler::WriteFiles::iterator CWriteFileHandler::Find(CmUint32 dwHandle) {
-    const auto itEnd = m_vecWriteFiles.end();
-    if (!m_bHandlesAscend)
-        return std::find_if(m_vecWriteFiles.begin(), itEnd,
-                            [&](const tagWriteFile& aFile) { return aFile.dwHandle == dwHandle; });
-    // Files opened in a row have handles in a row, so the first place to look at is mostly right.
-    const CmUint32 dwGuess =
-        m_vecWriteFiles.empty() ? 0 : dwHandle - m_vecWriteFiles.front().dwHandle;
-    if (dwGuess < m_vecWriteFiles.size() && m_vecWriteFiles[dwGuess].dwHandle == dwHandle)
-        return m_vecWriteFiles.begin() + dwGuess;
-    const auto it = std::lower_bound(
-        m_vecWriteFiles.begin(), itEnd, dwHandle,
-        [](const tagWriteFile& aFile, CmUint32 dwWanted) { return aFile.dwHandle < dwWanted; });
-    return it != itEnd && it->dwHandle == dwHandle ? it : itEnd;
+    return NoMemoryToOpen(this);
 }
 
 CmInt32 CWriteFileHandler::Handle2Pointer(CmUint32 dwHandle, IFileOperation*& pFile) {
-    const auto it = Find(dwHandle);
-    const bool bFound = it != m_vecWriteFiles.end();
-    pFile = bFound ? it->pFile.Get() : nullptr;
-    return bFound ? CACHE_OK : CACHE_ERR_NO_ENTRY;
+    pFile = FilesOf(m_vecWriteFiles).Find(dwHandle);
+    return pFile ? CACHE_OK : CACHE_ERR_NO_ENTRY;
 }
 
 CmInt32 CWriteFileHandler::RemoveHandle(CmUint32 dwHandle) {
-    const auto it = Find(dwHandle);
-    if (it == m_vecWriteFiles.end()) return CACHE_ERR_NO_ENTRY;
-    m_vecWriteFiles.erase(it);
-    return CACHE_OK;
+    return FilesOf(m_vecWriteFiles).Remove(dwHandle) ? CACHE_OK : CACHE_ERR_NO_ENTRY;
 }
 
 CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpData,
@@ -154,8 +126,7 @@ CmInt32 CWriteFileHandler::CloseFile(CmUint32 dwHandle) {
 
 CmInt32 CWriteFileHandler::Destroy() {
     m_pSink = nullptr;
-    for (const tagWriteFile& aFile : m_vecWriteFiles) aFile.pFile->Close();
-    m_vecWriteFiles.clear();
+    FilesOf(m_vecWriteFiles).CloseAll();
     m_dwRecordID = 0;
     m_strHomeDir.clear();
     ReleaseReference();

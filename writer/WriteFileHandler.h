@@ -6,6 +6,7 @@
 #include "platform/CmExport.h"
 
 class IFileOperation;
+struct tagOpenFile;
 
 /// Writes the record files of one recording.
 ///
@@ -90,15 +91,6 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     CmInt32 RemoveHandle(CmUint32 dwHandle);
 
  private:
-    struct tagWriteFile {
-        CmUint32 dwHandle;
-        CRefPtr<IFileOperation> pFile;
-    };
-    using WriteFiles = std::vector<tagWriteFile>;
-
-    WriteFiles::iterator Find(CmUint32 dwHandle);
-    CmUint32 NewHandle();
-
     CmUint32 m_dwRecordID;
     int m_bAsync;
     IFileOpSink* m_pSink = nullptr;
@@ -106,6 +98,5 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     CCacheFileManager::OpType m_OpType{};
     CmInt32 m_lStatus = 0;
     CCmString m_strHomeDir;
-    WriteFiles m_vecWriteFiles;    // in the order of opening
-    bool m_bHandlesAscend = true;  // until the process's counter of handles has wrapped
+    std::vector<tagOpenFile> m_vecWriteFiles;
 };

@@ -1,0 +1,45 @@
+#include "writer/OpenFiles.h"
+
+#include <algorithm>
+#include <utility>
+
+COpenFiles::Position COpenFiles::FirstFrom(CmUint32 dwHandle) const {
+    return std::lower_bound(
+        m_vecFiles.begin(), m_vecFiles.end(), dwHandle,
+        [](const tagOpenFile& aFile, CmUint32 dwWanted) { return aFile.GetHandle() < dwWanted; });
+}
+
+bool COpenFiles::IsAt(Position it, CmUint32 dwHandle) const {
+    return it != m_vecFiles.end() && it->GetHandle() == dwHandle;
+}
+
+CmUint32 COpenFiles::Add(const CRefPtr<IFileOperation>& pFile) {
+    tagOpenFile aFile{0, pFile};
+    do {
+        aFile.qwNumber = m_lastNumber.fetch_add(1, std::memory_order_relaxed) + 1;
+    } while (aFile.GetHandle() == 0 || Find(aFile.GetHandle()));
+    const CmUint32 dwHandle = aFile.GetHandle();
+    m_vecFiles.insert(FirstFrom(dwHandle), std::move(aFile));
+    return dwHandle;
+}
+
+IFileOperation* COpenFiles::Find(CmUint32 dwHandle) const {
+    const Position it = FirstFrom(dwHandle);
+    return IsAt(it, dwHandle) ? it->pFile.Get() : nullptr;
+}
+
+bool COpenFiles::Remove(CmUint32 dwHandle) {
+    const Position it = FirstFrom(dwHandle);
+    if (!IsAt(it, dwHandle)) return false;
+    m_vecFiles.erase(it);
+    return true;
+}
+
+void COpenFiles::CloseAll() {
+    std::sort(m_vecFiles.begin(), m_vecFiles.end(),
+              [](const tagOpenFile& aLeft, const tagOpenFile& aRight) {
+                  return aLeft.qwNumber < aRight.qwNumber;
+              });
+    for (const tagOpenFile& aFile : m_vecFiles) aFile.pFile->Close();
+    m_vecFiles.clear();
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <vector>
+
+#include "fileop/FileOperation.h"
+
+/// An open file of a write handler. The files of a process are numbered in the order of opening,
+/// and the host names each by the lower half of its number.
+struct tagOpenFile {
+    std::uint64_t qwNumber;
+    CRefPtr<IFileOperation> pFile;
+
+    CmUint32 GetHandle() const { return static_cast<CmUint32>(qwNumber); }
+};
+
+/// Finds, adds and removes the open files of one write handler.
+///
+/// A view of the handler's list, which it keeps sorted by handle, so that one binary search finds a
+/// file also after the handles of the process have started again from 1. No lock: the thread that
+/// drives the handler calls it.
+class COpenFiles {
+ public:
+    /// Both must outlive the object. aLastNumber is the number that was given last; all handlers of
+    /// the process share it, so a handle of one handler names no file of another.
+    COpenFiles(std::vector<tagOpenFile>& vecFiles, std::atomic<std::uint64_t>& aLastNumber)
+        : m_vecFiles(vecFiles), m_lastNumber(aLastNumber) {}
+
+    /// Adds a file and returns its handle, which is not 0 and names no other file of the list.
+    /// Throws std::bad_alloc with the list as it was.
+    CmUint32 Add(const CRefPtr<IFileOperation>& pFile);
+
+    /// The file with this handle, or null. No reference is taken.
+    IFileOperation* Find(CmUint32 dwHandle) const;
+
+    /// Removes the file with this handle. Returns whether there was one.
+    bool Remove(CmUint32 dwHandle);
+
+    /// Closes all files in the order of opening and empties the list.
+    void CloseAll();
+
+ private:
+    using Position = std::vector<tagOpenFile>::iterator;
+    Position FirstFrom(CmUint32 dwHandle) const;
+    bool IsAt(Position it, CmUint32 dwHandle) const;
+
+    std::vector<tagOpenFile>& m_vecFiles;
+    std::atomic<std::uint64_t>& m_lastNumber;
+};
