@@ -5,6 +5,8 @@
 
 namespace {
 
+/// Large enough that a write costs little beside its bytes, and small enough that a host with
+/// hundreds of open files gathers only some MiB in all. Recordings are written in such blocks.
 constexpr CmUint32 c_dwBlockSize = 32768;
 
 }  // namespace

@@ -31,8 +31,8 @@ CRefPtr<ACmThread> CFileThreadManager::GetPrimaryNFSThread() {
     return pThread;
 }
 
-/// Registers what frees the memory of asynchronous mode at exit. The first thread registers the
-/// handler that ends the worker; that one comes last, and so runs first.
+/// Registers the handlers that free the memory of asynchronous mode at exit. The handler that ends
+/// the worker is registered later, by the first thread, and so runs before them.
 void CFileThreadManager::RegisterExitHandlers() {
     CBlockStore::Instance();  // registers its own
     static const bool s_bRegistered = CmRegisterExitHandler([] {
@@ -62,11 +62,11 @@ void CFileThreadManager::StopThread(const CRefPtr<ACmThread>& pThread) {
 }
 
 CmInt32 CFileThreadManager::Shutdown() {
-    struct UnderWay {
-        explicit UnderWay(int& nCount) : m_nCount(nCount) { ++m_nCount; }
-        ~UnderWay() { --m_nCount; }
-        int& m_nCount;
-    } aUnderWay(m_nShutdowns);
+    struct RunningShutdown {  // a callback may throw
+        explicit RunningShutdown(int& nShutdowns) : m_nShutdowns(nShutdowns) { ++m_nShutdowns; }
+        ~RunningShutdown() { --m_nShutdowns; }
+        int& m_nShutdowns;
+    } aRunning(m_nShutdowns);
     if (const CRefPtr<ACmThread> pThread = TakePrimaryNFSThread()) {
         pThread->Stop(nullptr);
         pThread->Join();

@@ -4,13 +4,13 @@
 #include "platform/CmThread.h"
 #include "platform/CmTypes.h"
 
-/// Where asynchronous files get their two threads: the R/W thread, which runs the operations of all
+/// Provides the two threads of asynchronous files: the R/W thread, which runs the operations of all
 /// asynchronous files of the process one after another, and the caller thread, which receives the
 /// results.
 ///
-/// One object for the process, never destroyed. It belongs to the thread on which the host drives
-/// its handlers; the lock is for the exit handler, which may run on any thread. If a thread cannot
-/// be had the result is null, and a proxy built with it refuses its operations.
+/// One object for the process, never destroyed. The thread on which the host drives its handlers
+/// calls it; the lock is for the exit handler, which may run on any thread. If there is no thread
+/// the result is null, and a proxy built with null refuses its operations.
 class CFileThreadManager {
  public:
     static CFileThreadManager* Instance();
@@ -23,8 +23,8 @@ class CFileThreadManager {
     CRefPtr<ACmThread> GetCallerThread();
 
     /// Stops pThread if it is the R/W thread, and waits until it has run everything queued and
-    /// ended. The next GetPrimaryNFSThread creates a new one; files opened on the old one answer
-    /// CACHE_ERR_INVALID_STATE. Anything else than the R/W thread is ignored.
+    /// ended. The next GetPrimaryNFSThread creates a new one; files opened on the old one return
+    /// CACHE_ERR_INVALID_STATE. Another thread, or null, is ignored.
     void StopThread(const CRefPtr<ACmThread>& pThread);
 
     /// See CacheFileShutdown.
@@ -40,5 +40,5 @@ class CFileThreadManager {
 
     CCmMutexThread m_mutex;
     CRefPtr<ACmThread> m_pPrimaryNFSThread CM_GUARDED_BY(m_mutex);
-    int m_nShutdowns = 0;  // shutdowns under way; they nest when a callback shuts down too
+    int m_nShutdowns = 0;  // that are running: they nest if a callback shuts down too
 };

@@ -12,11 +12,13 @@
 /// Records that each carry a describer, in the order in which they were added, with a lookup that
 /// finds the first match in constant time however many there are.
 ///
-/// Of the records with the same type and id only those can be an answer that brought a file kind
-/// which none of them had before: eight at most. They form a chain in the order of adding, and a
-/// hash table holds the first of each chain. Records are put there by the first lookup behind
-/// them: many at once take a third of the time. No lock, and lookups change the table too: one
-/// thread at a time. Record has a public member aDescriber, which doesn't change in the table.
+/// Of the records with the same type and id, a lookup can return only those that added a file kind
+/// which no earlier one had: eight at most. These form a chain in the order of adding, and a hash
+/// table holds the first of each chain. Records are linked by the first lookup after they were
+/// added, because linking many at once takes a third of the time.
+///
+/// No lock, and lookups change the table too: one thread at a time. Record has a public member
+/// aDescriber, which does not change in the table.
 template <class Record>
 class CDescriberTable {
  public:
@@ -24,7 +26,7 @@ class CDescriberTable {
     void Reserve(std::size_t nRecords) {
         m_vecRecords.reserve(nRecords);
         m_vecNext.reserve(nRecords);
-        std::size_t nSlots = c_nLeastSlots;
+        std::size_t nSlots = c_nMinSlots;
         while (nSlots < 2 * nRecords) nSlots *= 2;
         if (nSlots <= m_vecSlots.size()) return;
         std::vector<tagSlot>(nSlots, tagSlot{c_dwNone, 0}).swap(m_vecSlots);
@@ -32,7 +34,7 @@ class CDescriberTable {
         m_nLinked = 0;
     }
 
-    /// Adds a record, which isn't one of the table's, behind the others. Throws std::bad_alloc with
+    /// Adds a record, which is not one of the table's, after the others. Throws std::bad_alloc with
     /// the table as it was.
     void Add(const Record& aRecord) {
         MakeRoom();
@@ -45,8 +47,8 @@ class CDescriberTable {
         m_vecNext.push_back(c_dwNone);
     }
 
-    /// Takes the record that was added last away again. If it was given a slot, that was the last
-    /// to be given, so it can be emptied without any other's being missed.
+    /// Removes the record that was added last. If it took a slot, no later record has probed past
+    /// that slot, so emptying it hides no other record.
     void RemoveLast() {
         const std::uint32_t dwLast = static_cast<std::uint32_t>(Size() - 1);
         if (m_nLinked == Size()) {
@@ -59,7 +61,7 @@ class CDescriberTable {
         m_vecRecords.pop_back();
     }
 
-    /// The first record whose describer aDataInfo designates, or null. Good until the table
+    /// The first record whose describer aDataInfo designates, or null. Valid until the table
     /// changes.
     const Record* Find(const tagDataInfo& aDataInfo) const {
         if (m_vecRecords.empty()) return nullptr;
@@ -85,8 +87,11 @@ class CDescriberTable {
 
  private:
     static constexpr std::uint32_t c_dwNone = 0xFFFFFFFF;
-    static constexpr std::size_t c_nLeastSlots = 16;
-    static constexpr std::size_t c_nAhead = 16;  // records whose slots are on their way
+    static constexpr std::size_t c_nMinSlots = 16;
+
+    /// How many records ahead a slot is prefetched. Linking a record takes a few nanoseconds and a
+    /// load from memory about a hundred, so the slot of the 16th next record has arrived in time.
+    static constexpr std::size_t c_nPrefetchDistance = 16;
 
     void MakeRoom() {
         if (Size() == m_vecNext.capacity() || 2 * Size() >= m_vecSlots.size())
@@ -95,11 +100,11 @@ class CDescriberTable {
 
     struct tagSlot {
         std::uint32_t dwFirst;  // of the chain; c_dwNone in an empty slot
-        std::uint32_t dwTag;    // of its key: differs for most other keys, without a look at them
+        std::uint32_t dwTag;    // of its key: where it differs, the keys are not compared
     };
 
-    /// The ids come from files: the seed keeps an ill-meant one from choosing ids that collide.
-    /// Addresses differ from run to run, which is all it needs. Key has a type and an id.
+    /// The ids come from files. The seed keeps a hostile file from choosing ids that collide;
+    /// addresses differ from run to run, which is enough for that. Key has a type and an id.
     template <class Key>
     std::uint64_t HashOf(const Key& aKey) const {
         std::uint64_t qw = (std::uint64_t{aKey.wDataType} << 32 | aKey.dwFileID) ^ m_qwSeed;
@@ -126,7 +131,7 @@ class CDescriberTable {
         }
     }
 
-    /// Where the number of the first record of a key's chain stands, or is to stand.
+    /// The number of the first record of a key's chain, to be read or set.
     std::uint32_t& FirstOf(const tagFileDescriber& aKey) const {
         const std::uint64_t qwHash = HashOf(aKey);
         tagSlot& aSlot = m_vecSlots[FindSlot(aKey, qwHash)];
@@ -137,9 +142,9 @@ class CDescriberTable {
     /// Puts each record that is not yet linked at the end of its chain, if it brings a new kind.
     void LinkAll() const {
         for (; m_nLinked < Size(); ++m_nLinked) {
-            if (m_nLinked + c_nAhead < Size())
-                CmPrefetch(
-                    &m_vecSlots[HomeOf(HashOf(m_vecRecords[m_nLinked + c_nAhead].aDescriber))]);
+            if (m_nLinked + c_nPrefetchDistance < Size())
+                CmPrefetch(&m_vecSlots[HomeOf(
+                    HashOf(m_vecRecords[m_nLinked + c_nPrefetchDistance].aDescriber))]);
             const tagFileDescriber& aDescriber = m_vecRecords[m_nLinked].aDescriber;
             unsigned byNew = aDescriber.byFileType;
             std::uint32_t* pdwLink = &FirstOf(aDescriber);
@@ -152,8 +157,8 @@ class CDescriberTable {
     const std::uint64_t m_qwSeed = reinterpret_cast<std::uintptr_t>(this) * 0x9E3779B97F4A7C15;
     std::vector<Record> m_vecRecords;
 
-    // What lookups complete.
+    // Completed by lookups.
     mutable std::vector<std::uint32_t> m_vecNext;  // the next in each record's chain
     mutable std::vector<tagSlot> m_vecSlots;       // at least half are empty
-    mutable std::size_t m_nLinked = 0;             // so many records are in their chains
+    mutable std::size_t m_nLinked = 0;             // how many records are in their chains
 };

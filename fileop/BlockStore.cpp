@@ -7,7 +7,8 @@
 
 namespace {
 
-constexpr std::size_t c_nStep = 8192;  // so that blocks of about the same size fit one another
+/// Capacities are multiples of this, so that blocks of about the same size can replace each other.
+constexpr std::size_t c_nCapacityStep = 8192;
 
 }  // namespace
 
@@ -17,28 +18,28 @@ CBlockStore::CBlockStore() {
     });
 }
 
-CCmString CBlockStore::Take(std::size_t nCapacity, std::size_t nMost) {
+CCmString CBlockStore::Take(std::size_t nCapacity, std::size_t nMaxCapacity) {
     CCmString strBlock;
-    if (nCapacity < c_nLeast) {
+    if (nCapacity < c_nMinBlock) {
         strBlock.reserve(nCapacity);
         return strBlock;
     }
-    strBlock = Find(nCapacity, nMost);
+    strBlock = Find(nCapacity, nMaxCapacity);
     if (strBlock.capacity() < nCapacity)
-        strBlock.reserve((nCapacity + c_nStep - 1) / c_nStep * c_nStep);
+        strBlock.reserve((nCapacity + c_nCapacityStep - 1) / c_nCapacityStep * c_nCapacityStep);
     return strBlock;
 }
 
 /// The kept block that was given last among those that fit, or an empty string.
-CCmString CBlockStore::Find(std::size_t nCapacity, std::size_t nMost) {
+CCmString CBlockStore::Find(std::size_t nCapacity, std::size_t nMaxCapacity) {
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     for (std::size_t i = m_nFree; i-- > 0;) {
-        const std::size_t nHas = m_aFree[i].capacity();
-        if (nHas < nCapacity || nHas > nMost) continue;
+        const std::size_t nSize = m_aFree[i].capacity();
+        if (nSize < nCapacity || nSize > nMaxCapacity) continue;
         CCmString strBlock = std::move(m_aFree[i]);
         std::move(m_aFree.begin() + i + 1, m_aFree.begin() + m_nFree, m_aFree.begin() + i);
         --m_nFree;
-        m_nKept -= nHas;
+        m_nKept -= nSize;
         return strBlock;
     }
     return {};
@@ -46,18 +47,18 @@ CCmString CBlockStore::Find(std::size_t nCapacity, std::size_t nMost) {
 
 void CBlockStore::Give(CCmString&& strBlock) noexcept {
     const std::size_t nCapacity = strBlock.capacity();
-    if (nCapacity < c_nLeast || nCapacity > c_nMost) return;
+    if (nCapacity < c_nMinBlock || nCapacity > c_nMaxKept) return;
     strBlock.clear();
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     std::size_t nDrop = 0;
-    for (; m_nKept + nCapacity > c_nMost; ++nDrop) {
+    for (; m_nKept + nCapacity > c_nMaxKept; ++nDrop) {
         m_nKept -= m_aFree[nDrop].capacity();
         CCmString().swap(m_aFree[nDrop]);
     }
     if (nDrop > 0) std::move(m_aFree.begin() + nDrop, m_aFree.begin() + m_nFree, m_aFree.begin());
     m_nFree -= nDrop;
     m_nKept += nCapacity;
-    m_aFree[m_nFree++] = std::move(strBlock);  // there is a place: each is at least c_nLeast
+    m_aFree[m_nFree++] = std::move(strBlock);  // never full: each has at least c_nMinBlock bytes
 }
 
 void CBlockStore::Clear() noexcept {

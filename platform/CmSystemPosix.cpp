@@ -46,11 +46,11 @@ void CCmWakeDescriptor::Clear() {
     }
 }
 
-struct CCmSignalShield::tagSaved {
+struct CCmSignalBlocker::tagSaved {
     sigset_t m_signals;
 };
 
-CCmSignalShield::CCmSignalShield() {
+CCmSignalBlocker::CCmSignalBlocker() {
     static_assert(sizeof(tagSaved) <= sizeof m_saved, "the saved mask has to fit");
     tagSaved* const pSaved = new (m_saved) tagSaved;
     sigset_t aBlocked;
@@ -61,7 +61,7 @@ CCmSignalShield::CCmSignalShield() {
     ::pthread_sigmask(SIG_BLOCK, &aBlocked, &pSaved->m_signals);
 }
 
-CCmSignalShield::~CCmSignalShield() {
+CCmSignalBlocker::~CCmSignalBlocker() {
     tagSaved* const pSaved = reinterpret_cast<tagSaved*>(m_saved);
     ::pthread_sigmask(SIG_SETMASK, &pSaved->m_signals, nullptr);
 }

@@ -1,6 +1,6 @@
 #include "platform/CmSystem.h"
 
-// There is nothing to poll: hosts here use the wake-up callable to post themselves a message.
+// There are no descriptors to poll here: hosts post themselves a message from the wake-up callable.
 
 bool CCmWakeDescriptor::Open() { return false; }
 
@@ -10,14 +10,14 @@ void CCmWakeDescriptor::Signal() {}
 
 void CCmWakeDescriptor::Clear() {}
 
-// Nor are there signals that could interrupt a thread.
+// There are no signals here that could interrupt a thread.
 
-CCmSignalShield::CCmSignalShield() = default;
+CCmSignalBlocker::CCmSignalBlocker() = default;
 
-CCmSignalShield::~CCmSignalShield() = default;
+CCmSignalBlocker::~CCmSignalBlocker() = default;
 
-// At exit and at unloading this runs under the loader lock, which an ending thread needs too:
-// joining there would wait for ever. The host shuts down before.
+// An exit handler would run under the loader lock, which a thread needs in order to end, so joining
+// the worker would wait for ever. The host shuts the library down before that.
 
 bool CmRegisterExitHandler(void (* /*pHandler*/)()) { return false; }
 

@@ -19,7 +19,7 @@ CmInt32 CCmTaskThread::Start() {
     if (!pQueue) return CACHE_ERR_OUT_OF_MEMORY;
     SetQueue(pQueue.Get());
     try {
-        const CCmSignalShield aShield;
+        const CCmSignalBlocker aBlocker;
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutexJoin);
         m_thread = std::thread([dwNumber = m_dwNumber, pQueue] { Run(dwNumber, *pQueue); });
     } catch (const std::bad_alloc&) {
