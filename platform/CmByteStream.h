@@ -7,7 +7,8 @@
 #include "platform/CmTraceLine.h"
 #include "platform/CmTypes.h"
 
-/// A run of bytes with a read position. It doesn't own or copy the bytes, which must outlive it.
+/// A run of bytes with a read position. It neither owns nor copies the bytes, which must outlive
+/// it.
 class CCmMessageBlock {
  public:
     /// dwSize bytes at lpData, of which dwWritten hold data. bDontCopy is 1: no other kind exists.
@@ -15,8 +16,8 @@ class CCmMessageBlock {
                     CmUint32 dwWritten)
         : m_lpData(lpData), m_dwEnd(dwWritten < dwSize ? dwWritten : dwSize) {}
 
-    /// Copies the next dwCount bytes to lpDestination and moves behind them. If fewer are left:
-    /// CACHE_ERR_FAILED, nothing copied or moved.
+    /// Copies the next dwCount bytes to lpDestination and moves the position past them. If
+    /// fewer are left, returns CACHE_ERR_FAILED and copies and moves nothing.
     CmInt32 Read(void* lpDestination, CmUint32 dwCount) {
         if (dwCount > m_dwEnd - m_dwPosition) return CACHE_ERR_FAILED;
         std::memcpy(lpDestination, m_lpData + m_dwPosition, dwCount);
@@ -30,8 +31,8 @@ class CCmMessageBlock {
     CmUint32 m_dwPosition = 0;
 };
 
-/// Reads little-endian fields in order from a block. The first failed read sticks: every later
-/// one leaves its destination alone and traces.
+/// Reads little-endian fields in order from a block. After the first failed read every later one
+/// also fails: it leaves its destination as it was, and traces.
 template <class BlockType>
 class CCmByteStreamT {
  public:
@@ -54,7 +55,7 @@ class CCmByteStreamT {
         return *this;
     }
 
-    // Written out, because compilers then make one load of each.
+    // Written out, because compilers then turn each of them into one load; a loop was slower.
     static CmUint32 ToNumber(const unsigned char (&aBytes)[2]) {
         return CmUint32{aBytes[0]} | CmUint32{aBytes[1]} << 8;
     }

@@ -10,9 +10,10 @@
 
 /// Holds one callable that a host installs and that any thread calls.
 ///
-/// The callable runs without a lock, on several threads at once if they call at once. Replacing it
-/// waits for the calls of earlier ones that run on other threads, so a host may destroy what they
-/// use as soon as Set has returned. From inside a call Set doesn't wait.
+/// The callable runs without a lock, and on several threads at the same time if they call at the
+/// same time. Replacing it waits for the calls of earlier callables on other threads, so a host may
+/// destroy what they use as soon as Set has returned. Set does not wait if it is called from inside
+/// a call.
 ///
 /// It survives a fork if its owner has registered the three operations for that
 /// (CmRegisterForkHandlers): a child has only the thread that forked, and so only the calls of that
@@ -21,7 +22,7 @@ template <class Function>
 class CCmCallSlot {
  public:
     /// Installs aFunction, or nothing if it is empty; aOnSwap runs in the same step, under the
-    /// lock. Throws std::bad_alloc with the old one kept.
+    /// lock. Throws std::bad_alloc, with the old callable kept.
     template <class OnSwap>
     void Set(Function aFunction, OnSwap aOnSwap) {
         std::shared_ptr<const Entry> pEntry;
@@ -37,18 +38,18 @@ class CCmCallSlot {
         Set(std::move(aFunction), [] {});
     }
 
-    /// Calls what is installed, if anything is. It must not throw.
+    /// Calls the installed callable, if there is one. The callable must not throw.
     template <class... Arguments>
     void Call(Arguments... aArguments) noexcept {
         Running aCall(*this);
         if (aCall.m_pEntry) aCall.m_pEntry->aFunction(aArguments...);
     }
 
-    /// Holds the slot until one of the other two is called, on the same thread.
+    /// Locks the slot until one of the other two is called, on the same thread.
     void BeforeFork() { m_mutex.lock(); }
     void AfterForkInParent() { m_mutex.unlock(); }
 
-    /// Forgets the calls on threads that the child doesn't have. What these hold stays in memory.
+    /// Forgets the calls on threads that the child does not have. What they hold stays in memory.
     void AfterForkInChild() {
         Running** pp = &m_pCalls;
         while (*pp) {
@@ -66,7 +67,7 @@ class CCmCallSlot {
         Function aFunction;
     };
 
-    /// One call under way, linked into the slot while it runs.
+    /// A running call, which is linked into the slot.
     struct Running {
         explicit Running(CCmCallSlot& aSlot) : m_slot(aSlot) {
             std::lock_guard<std::mutex> aLock(m_slot.m_mutex);
@@ -109,5 +110,5 @@ class CCmCallSlot {
     // Guarded by m_mutex.
     std::shared_ptr<const Entry> m_pEntry;
     std::uint64_t m_qwVersion = 0;  // of m_pEntry
-    Running* m_pCalls = nullptr;    // the calls under way
+    Running* m_pCalls = nullptr;    // the running calls
 };

@@ -5,47 +5,47 @@
 #include "platform/CmExport.h"
 #include "platform/CmTypes.h"
 
-/// The host's side of asynchronous mode: the thread on which it drives its handlers and on which
-/// every callback runs, the caller thread.
+/// The host's side of asynchronous mode: the caller thread, on which the host drives its handlers
+/// and on which every callback runs.
 ///
-/// A host that opens files in asynchronous mode attaches its thread, and then lets that thread run
-/// what has come in: either in a loop of its own (RunPending when the wake-up callable or the
-/// descriptor says so) or by waiting here (WaitAndRun). Results pile up in memory for as long as
-/// it does neither. All operations are static; there is one caller thread at a time.
+/// A host that opens files in asynchronous mode attaches its thread. That thread then runs the
+/// results that wait: either in the host's own loop (RunPending when the wake-up callable or the
+/// descriptor signals) or by waiting here (WaitAndRun). Results stay in memory until it does one of
+/// them. All operations are static; there is one caller thread at a time.
 ///
-/// A forked child keeps the attachment if the attached thread forked, else it has none. Its queue
-/// is empty and without a descriptor; SetWakeUp and Detach return whatever other threads were
-/// doing.
+/// A forked child keeps the attachment if the attached thread forked, otherwise it has none. Its
+/// queue is empty and has no descriptor; SetWakeUp and Detach return whatever other threads of the
+/// parent were doing.
 class CACHEFILE_API CCmCallerThread {
  public:
     CCmCallerThread() = delete;
 
-    /// Makes the calling thread the caller thread. Repeats on the same thread nest.
+    /// Makes the calling thread the caller thread. Repeated calls on the same thread nest.
     /// CACHE_ERR_INVALID_STATE while another thread is attached, CACHE_ERR_OUT_OF_MEMORY.
     static CmInt32 Attach();
 
-    /// Undoes one Attach. The last one ends it: files opened so far report to nobody any more, and
-    /// results that waited are disposed of without a callback. Also removes the wake-up callable
-    /// and closes the descriptor. CACHE_ERR_INVALID_STATE on any other thread.
+    /// Undoes one Attach. The last Detach ends the attachment: files opened so far report nothing
+    /// any more, results that waited are disposed of without a callback, the wake-up callable is
+    /// removed and the descriptor closed. CACHE_ERR_INVALID_STATE on any other thread.
     static CmInt32 Detach();
 
     /// Whether the calling thread is the caller thread.
     static bool IsCurrent();
 
-    /// Runs the callbacks that wait at this moment, not those that come in meanwhile. May be
-    /// called from inside a callback; it then goes on with those the outer run had still to do.
-    /// If pdwCount is given it receives how many ran. A callback's exception passes through; what
-    /// it left undone waits for the next run. CACHE_ERR_INVALID_STATE on any other thread.
+    /// Runs the callbacks that wait at this moment, but not those posted meanwhile. May be called
+    /// from inside a callback; it then runs those that the outer run had not reached. If pdwCount
+    /// is given it receives how many ran. A callback's exception propagates, and the callbacks
+    /// after it wait for the next run. CACHE_ERR_INVALID_STATE on any other thread.
     static CmInt32 RunPending(CmUint32* pdwCount = nullptr);
 
     /// As RunPending, but if nothing waits it first sleeps until something does, dwMilliseconds
-    /// at most. Nothing in time is a success with a count of 0.
+    /// at most. If nothing comes in time, it returns 0 with a count of 0.
     static CmInt32 WaitAndRun(CmUint32 dwMilliseconds, CmUint32* pdwCount = nullptr);
 
-    /// Called whenever results begin to wait where none did, on the thread that brought them (the
-    /// worker, mostly) and with no lock of the library held. It must not throw, wait for the caller
-    /// thread or call back into the library; posting a message to the host's own loop is what it is
-    /// for. It may be called once too often, never too seldom.
+    /// Called whenever results begin to wait where none did, on the thread that posted them (mostly
+    /// the worker) and with no lock of the library held. It must not throw, wait for the caller
+    /// thread or call back into the library. It is meant to post a message to the host's own loop.
+    /// It may be called without need, but it is called whenever it is needed.
     using WakeUp = std::function<void()>;
 
     /// Installs aWakeUp, or removes it if it is empty. Returns when no call of the earlier one is

@@ -2,7 +2,7 @@
 
 /// CACHEFILE_API marks what the shared library exports to its hosts; everything else is hidden.
 /// CACHEFILE_BUILDING is defined while the library itself is compiled. CACHEFILE_STATIC is defined
-/// wherever the library is used as a static one, which exports nothing.
+/// where the library is used as a static one, which exports nothing.
 #if defined(CACHEFILE_STATIC)
 #define CACHEFILE_API
 #elif defined(_WIN32)

@@ -6,15 +6,15 @@
 #include "platform/CmMutex.h"
 #include "platform/CmTypes.h"
 
-/// What shared objects derive from: a 32-bit reference count that starts at 0. References may be
-/// taken and dropped on any thread; the object ends on whichever thread drops the last one.
-/// MutexType says for which threads the count is meant; for CCmMutexThread it is atomic.
+/// The base of shared objects: a 32-bit reference count that starts at 0. Any thread may take and
+/// drop references; the thread that drops the last one destroys the object. MutexType says for
+/// which threads the count is meant; for CCmMutexThread it is atomic.
 template <class MutexType>
 class CCmReferenceControlT {
  public:
     CCmReferenceControlT() = default;
-    /// A copy starts with the same count as the original: whoever copies a counted object copies
-    /// its fields, and has to know who will drop those references.
+    /// A copy starts with the same count as the original, because copying a counted object copies
+    /// its fields. The code that copies has to know who drops those references.
     CCmReferenceControlT(const CCmReferenceControlT& aOther)
         : m_dwReference(aOther.m_dwReference.load(std::memory_order_relaxed)) {}
     CCmReferenceControlT& operator=(const CCmReferenceControlT& aOther) {
@@ -24,7 +24,7 @@ class CCmReferenceControlT {
         return *this;
     }
 
-    /// Pure: the count is nothing by itself.
+    /// Pure: the count is useless by itself.
     virtual ~CCmReferenceControlT() = 0;
 
     /// Takes a reference and returns the new count.
@@ -32,7 +32,7 @@ class CCmReferenceControlT {
         return m_dwReference.fetch_add(1, std::memory_order_relaxed) + 1;
     }
 
-    /// Drops a reference and returns the new count. At 0 the object is gone when this returns.
+    /// Drops a reference and returns the new count. At 0 the object has been destroyed.
     virtual CmUint32 ReleaseReference() {
         const CmUint32 dwLeft = m_dwReference.fetch_sub(1, std::memory_order_acq_rel) - 1;
         if (dwLeft == 0) OnReferenceDestory();
@@ -52,14 +52,14 @@ class CCmReferenceControlT {
 template <class MutexType>
 CCmReferenceControlT<MutexType>::~CCmReferenceControlT() = default;
 
-/// Out of line: inlined into a release, the compiler guesses at destructors that the object can't
-/// have, and warns of what they would do. Exported: classes of hosts that derive from an exported
+/// Out of line, because compilers that inline it into a release assume destructors that the object
+/// cannot have and warn about them. Exported, because classes of hosts that derive from an exported
 /// class need it.
 template <>
 CACHEFILE_API void CCmReferenceControlT<CCmMutexThread>::OnReferenceDestory();
 
-/// Holds one reference on a counted object, or nothing. Whoever makes a new object (count 0) puts
-/// it into a CRefPtr at once. One CRefPtr is for one thread at a time, like a plain pointer.
+/// Holds one reference on a counted object, or nothing. The code that makes a new object (count 0)
+/// puts it into a CRefPtr at once. One CRefPtr is for one thread at a time, like a plain pointer.
 template <class T>
 class CRefPtr {
  public:
@@ -82,7 +82,7 @@ class CRefPtr {
         if (pOld) pOld->ReleaseReference();
         return *this;
     }
-    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp): seen to above
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp): tested above
     CRefPtr& operator=(const CRefPtr& aOther) {
         *this = aOther.m_pObject;
         return *this;

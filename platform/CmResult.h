@@ -3,8 +3,8 @@
 #include "platform/CmExport.h"
 #include "platform/CmTypes.h"
 
-/// Every result code of the library: X(code, name, text). It stands in the lowest layer because
-/// event queues and threads answer with the same codes as files and handlers.
+/// Every result code of the library: X(code, name, text). The list is in the lowest layer because
+/// event queues and threads return the same codes as files and handlers.
 #define CACHEFILE_RESULT_CODES(X)                                                    \
     X(0, CACHE_OK, "success")                                                        \
     X(4001, CACHE_ERR_NOT_FOUND, "a file or a directory on the path does not exist") \
@@ -31,10 +31,10 @@ enum CacheFileResult : CmInt32 {
 #undef CACHEFILE_RESULT_ENUMERATOR
 };
 
-/// The name of a code, "CACHE_ERR_DISK_FULL" for 4003; "unknown" for a number that is none.
+/// The name of a code, "CACHE_ERR_DISK_FULL" for 4003; "unknown" for any other number.
 /// The text lives as long as the library. Any thread.
 CACHEFILE_API const char* CacheFileResultName(CmInt32 lResult);
 
-/// What a code means, in a short lower-case phrase; "unknown result code" for a number that is
-/// none. The text lives as long as the library. Any thread.
+/// What a code means, in a short lower-case phrase; "unknown result code" for any other
+/// number. The text lives as long as the library. Any thread.
 CACHEFILE_API const char* CacheFileResultText(CmInt32 lResult);

@@ -1,7 +1,7 @@
 #pragma once
 
-/// Which mutex guards what, in words that clang checks when it compiles with -Wthread-safety. For
-/// other compilers they are nothing.
+/// Annotations that state which mutex guards what. clang checks them with -Wthread-safety; for
+/// other compilers they are empty.
 
 #if defined(__clang__)
 #define CM_THREAD_SAFETY(attribute) __attribute__((attribute))

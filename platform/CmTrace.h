@@ -5,7 +5,7 @@
 #include "platform/CmExport.h"
 #include "platform/CmTypes.h"
 
-/// The library's trace: lines of text at a level. The host sees them by installing a sink.
+/// The library's trace: lines of text, each with a level. A host installs a sink to receive them.
 ///
 /// One object for the process, never destroyed. Any thread may trace at any time; nothing the
 /// library does depends on a line being written. With no sink installed nothing is formatted.
@@ -26,8 +26,8 @@ class CACHEFILE_API CCmT120Trace {
     static CCmT120Trace* instance();
 
     /// Installs aSink for the lines up to lLevel; an empty one turns tracing off. Returns when no
-    /// call of an earlier sink is running on another thread. CACHE_ERR_OUT_OF_MEMORY: the earlier
-    /// one stays. In a forked child it waits for no thread of the parent.
+    /// call of an earlier sink is running on another thread. On CACHE_ERR_OUT_OF_MEMORY the earlier
+    /// sink stays. In a forked child it does not wait for threads of the parent.
     CmInt32 SetSink(Sink aSink, CmInt32 lLevel = Level_Info);
 
     /// Whether a line of this level would reach a sink.

@@ -59,8 +59,8 @@ void TraceInfo(const Parts&... aParts) noexcept {
     Trace(CCmT120Trace::Level_Info, aParts...);
 }
 
-/// Traces that the check `text` has failed here. Nothing stops: the caller continues on its failure
-/// path. A macro, because the line shows the place of its use.
+/// Traces that the check `text` has failed here. It stops nothing: the caller continues on its
+/// failure path. A macro, because the line names the source file and line of its use.
 #define CM_ASSERTION(text) TraceError(__FILE__, ":", __LINE__, " Assert failed: ", text)
 
 /// Continues if the condition holds; otherwise traces the check's text and returns the code.
