@@ -21,6 +21,7 @@ CmInt32 COpenCloseEvent::OnEventFire() {
     return m_bOpen ? FireOpen() : FireClose();
 }
 
+/// Reports a success too: a host has no other way to learn when an open is done.
 CmInt32 COpenCloseEvent::FireOpen() {
     const CmInt32 lResult = m_pAsyncFileOp->Open_i(m_strFilePath, m_bWrite, m_place);
     if (lResult != CACHE_OK)
@@ -58,7 +59,7 @@ CReadEvent::CReadEvent(CFileThreadProxy* pAsyncFileOp, unsigned char* lpBuffer, 
 CmInt32 CReadEvent::OnEventFire() {
     if (!m_pAsyncFileOp) {
         CM_ASSERTION("m_pAsyncFileOp.Get( )");
-        delete[] m_lpBuffer;
+        delete[] m_lpBuffer;  // the request was accepted, so the caller has given the buffer away
         return CACHE_ERR_INVALID_STATE;
     }
     const CmInt32 lResult =
@@ -86,6 +87,7 @@ CmInt32 CWriteEvent::OnEventFire() {
     CM_CHECK(m_pAsyncFileOp, "m_pAsyncFileOp.Get( )", CACHE_ERR_INVALID_STATE);
     const CmInt32 lResult = m_pAsyncFileOp->WriteData_i(m_strData, m_dwFileOffset);
     if (lResult == CACHE_OK) return lResult;
+    // The call that gave the bytes has returned 0 and can report nothing any more.
     CCacheFileManager::AddLostBytes(m_strData.size());
     m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->GetLinkType(), CCacheFileManager::Op_Write,
                                    lResult);
@@ -124,6 +126,7 @@ CFileDataEvent::~CFileDataEvent() { delete[] m_lpBuffer; }
 
 CmInt32 CFileDataEvent::OnEventFire() {
     CM_CHECK(m_pReceive, "m_pReceive.Get( )", CACHE_ERR_INVALID_STATE);
+    // The receiver owns the buffer from the start of the call, even if the callback throws.
     unsigned char* const lpBuffer = m_lpBuffer;
     m_lpBuffer = nullptr;
     m_pReceive->OnDataReady(lpBuffer, m_dwLength, m_DataInfo);

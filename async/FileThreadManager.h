@@ -15,7 +15,7 @@ class CFileThreadManager {
  public:
     static CFileThreadManager* Instance();
 
-    /// The R/W thread, created and started if there is none. Null if it can't be created (traced;
+    /// The R/W thread, created and started if there is none. Null if it cannot be created (traced;
     /// the next call tries again) and during a shutdown.
     CRefPtr<ACmThread> GetPrimaryNFSThread();
 

@@ -15,7 +15,7 @@ constexpr CmInt32 c_lPostOption = 1;
 constexpr char c_szThreads[] = "m_pRWThread && m_pCallerThread";
 constexpr char c_szFile[] = "m_pFileOp.Get( )";
 
-/// The event, or null when it or what it copies finds no memory.
+/// The event, or null if there is no memory for it or for what it copies.
 template <class MakeEvent>
 ICmEvent* MakeOrNull(MakeEvent aMakeEvent) {
     try {
@@ -52,7 +52,7 @@ CFileThreadProxy::CFileThreadProxy(ACmThread* pRWThread, ACmThread* pCallerThrea
 
 CFileThreadProxy::~CFileThreadProxy() {
     m_pRWThread = m_pCallerThread = nullptr;
-    m_pFileOp = nullptr;  // the file closes before its receiver may end
+    m_pFileOp = nullptr;  // closes the file before the receiver may be destroyed
     m_pReceive = nullptr;
 }
 
@@ -60,8 +60,9 @@ bool CFileThreadProxy::IsLinkUsable() const {
     return CCacheFileManager::Instance().GetLinkStatusFromMap(ReceiverKey(), m_LinkType) != 0;
 }
 
-/// Makes a request and posts it to the R/W thread. If no memory is left for it that is an
-/// assertion on its name; from the post on the queue owns it, whatever comes of it.
+/// Makes a request and posts it to the R/W thread. If there is no memory for it, traces an
+/// assertion with its name. The queue owns the request as soon as it is posted, even if it refuses
+/// it.
 template <class MakeEvent>
 CmInt32 CFileThreadProxy::PostRequest(const char* lpEventName, MakeEvent aMakeEvent) {
     const CRefPtr<ICmEventQueue> pQueue = m_pRWThread->GetEventQueue();
@@ -72,6 +73,7 @@ CmInt32 CFileThreadProxy::PostRequest(const char* lpEventName, MakeEvent aMakeEv
 }
 
 CmInt32 CFileThreadProxy::Open(const CCmString& strPath, int bWrite) try {
+    // Stored before anything can fail: GetFileName returns the path of a refused open too.
     m_bWrite = bWrite;
     m_strFilePath = strPath;
     CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
@@ -96,7 +98,7 @@ CmInt32 CFileThreadProxy::Close() {
     });
 }
 
-/// Posts the write of the string that aMakeData gives.
+/// Posts the write of the string that aMakeData returns.
 template <class MakeData>
 CmInt32 CFileThreadProxy::PostWrite(CmUint32 dwOffset, MakeData aMakeData) {
     CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
@@ -112,6 +114,7 @@ CmInt32 CFileThreadProxy::WriteData(const CCmString& strData, CmUint32 dwOffset)
 
 CmInt32 CFileThreadProxy::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     return PostWrite(dwOffset, [&] {
+        // Twice the length at most, so that pending bytes are a fair measure of the memory used.
         CCmString strData = CBlockStore::Instance().Take(nLength, 2 * nLength);
         strData.assign(lpData, nLength);
         return strData;
@@ -151,7 +154,7 @@ CmInt32 CFileThreadProxy::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, C
             pQueue->SendEvent(pEvent);
             if (aResult) return *aResult;
         }
-        m_pRWThread->Join();  // it was stopped: what it had accepted comes first
+        m_pRWThread->Join();  // it was stopped, and does first what it has accepted
     }
     return SyncRead_i(lpBuffer, dwOffset, dwLength);
 }
@@ -162,6 +165,7 @@ CmInt32 CFileThreadProxy::GetSize(std::uint64_t& qwSize) {
     return lOpenResult == CACHE_OK ? m_pFileOp->GetSize(qwSize) : lOpenResult;
 }
 
+/// Disposes of a refused event as the queue would: the caller has given it away.
 CmInt32 CFileThreadProxy::SendToReader(ICmEvent* pEvent) {
     const CRefPtr<ICmEventQueue> pQueue = m_pRWThread ? m_pRWThread->GetEventQueue() : nullptr;
     if (pQueue) return pQueue->SendEvent(pEvent);
@@ -222,7 +226,7 @@ CmInt32 CFileThreadProxy::ReadData_i(const tagDataInfo& aDataInfo, unsigned char
                                      CmUint32 dwOffset, CmUint32 dwLength) {
     if (!m_pFileOp || !lpBuffer || !HasThreads()) {
         CM_ASSERTION(m_pFileOp && lpBuffer ? c_szThreads : "m_pFileOp.Get( )&&lpBuffer");
-        delete[] lpBuffer;  // accepted, but nobody can be given it
+        delete[] lpBuffer;  // accepted, but it cannot be delivered
         return CACHE_ERR_INVALID_STATE;
     }
     CmInt32 lResult = CACHE_OK;
@@ -240,7 +244,7 @@ CmInt32 CFileThreadProxy::ReadData_i(const tagDataInfo& aDataInfo, unsigned char
     return lResult;
 }
 
-/// Sends the buffer to the receiver; if that can't be done it is freed.
+/// Sends the buffer to the receiver, or frees it if that is not possible.
 void CFileThreadProxy::DeliverData(unsigned char* lpBuffer, CmUint32 dwLength,
                                    const tagDataInfo& aDataInfo) {
     const CRefPtr<ICmEventQueue> pQueue = m_pCallerThread->GetEventQueue();

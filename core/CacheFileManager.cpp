@@ -45,6 +45,8 @@ int CCacheFileManager::GetLinkStatusFromMap(std::uintptr_t dwHandlerKey, LinkTyp
     }
 }
 
+// The library has nothing to do before and after an operation; the calls keep their places.
+
 void CCacheFileManager::BeforeOperation(LinkType /*aLinkType*/, std::uintptr_t /*dwHandlerKey*/) {}
 
 void CCacheFileManager::AfterOperation(LinkType /*aLinkType*/) {}

@@ -20,7 +20,7 @@ class CWriteFileHandler;
 /// table, which has a lock, and constants. No operation throws.
 class CACHEFILE_API CCacheFileManager {
  public:
-    /// On which storage a file lies. Everything the handlers open is Link_Local.
+    /// On which storage a file is. Everything the handlers open is Link_Local.
     enum LinkType : CmInt32 {
         Link_Local = 1,    ///< the local or a mounted file system
         Link_Primary = 2,  ///< the primary network file system
@@ -63,7 +63,7 @@ class CACHEFILE_API CCacheFileManager {
     void BeforeOperation(LinkType aLinkType, std::uintptr_t dwHandlerKey);
     void AfterOperation(LinkType aLinkType);
 
-    /// Delete a file, an empty directory, every file of a list. Whatever can't be deleted stays,
+    /// Delete a file, an empty directory, every file of a list. What cannot be deleted stays,
     /// without a report.
     static void DeleteTempFile(const CCmString& strPath);
     static void DeleteTempDir(const CCmString& strPath);

@@ -21,9 +21,9 @@ class IFileOpSink {
 
     /// The bytes of a read. lpData is the buffer that was given to the read (from array new); it
     /// now belongs to the receiver, who frees it with array delete. dwLength counts the bytes read:
-    /// fewer than wanted at the end of the file, 0 behind it, 0 too when an asynchronous read
-    /// failed, which OnFileOpStatus with Op_Read then tells. aDataInfo is the request's, good for
-    /// the duration of the call.
+    /// fewer than requested at the end of the file, 0 after it, and 0 too if an asynchronous read
+    /// failed, which OnFileOpStatus then reports with Op_Read. aDataInfo is the request's, valid
+    /// during the call.
     virtual void OnDataReady(unsigned char* lpData, CmUint32 dwLength,
                              const tagDataInfo& aDataInfo) = 0;
 

@@ -12,7 +12,7 @@ CmInt32 CHomeDir::OutOfMemory() const {
 }
 
 CmInt32 CHomeDir::Set(const CCmString& strNew) try {
-    CCmString strResult(strNew);
+    CCmString strResult(strNew);  // a copy, so that a failure leaves the directory as it was
     if (!strResult.empty() && strResult.back() != CCacheFileManager::s_cWinPathSeparator)
         strResult += CCacheFileManager::s_cWinPathSeparator;
     m_strDirectory.swap(strResult);

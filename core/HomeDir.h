@@ -2,9 +2,11 @@
 
 #include "platform/CmTypes.h"
 
-/// Forms the directories of the manager and the handlers. Nothing is thrown: without memory the
-/// directory stays as it was, the result is CACHE_ERR_OUT_OF_MEMORY, and a line with the class and
-/// operation and the object that wanted the change is traced.
+/// Forms the directories of the manager and the handlers.
+///
+/// Used for one call on the stack of the thread that drives the handlers. It throws nothing: if
+/// there is no memory, the directory stays as it was, a line with the class, the operation and the
+/// object is traced, and the result is CACHE_ERR_OUT_OF_MEMORY.
 class CHomeDir {
  public:
     /// lpOperation, "CLASS::OPERATION", must stay valid while this lives. strDirectory is changed.

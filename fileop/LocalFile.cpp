@@ -20,7 +20,7 @@ CmInt32 CLocalFile::Open(const CCmString& strPath, int bWrite) {
 }
 
 CmInt32 CLocalFile::OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace) try {
-    Close();  // nothing, unless somebody opens twice
+    Close();  // does nothing unless a file is open
     m_bWrite = bWrite;
     m_strFilePath = strPath;
     if (m_bWrite) {

@@ -10,9 +10,11 @@ void CCmCallerQueue::SetWakeUp(std::function<void()> aWakeUp) {
         std::lock_guard<std::mutex> aLock(m_mutex);
         bHasEvents = m_bHasEvents;
     }
+    // The earlier callable may have been called for them, and no later event reports them again.
     if (bHasEvents) m_wakeUp.Call();
 }
 
+/// Stops first: an event posted after the disposal would stay for ever.
 void CCmCallerQueue::End() {
     Stop();
     DropWakeUps();
@@ -24,6 +26,7 @@ void CCmCallerQueue::DropWakeUps() {
     CloseDescriptor();
 }
 
+/// Opens the descriptor on the first request, so that hosts which use the callable need none.
 int CCmCallerQueue::GetDescriptor() {
     std::lock_guard<std::mutex> aLock(m_mutex);
     if (!m_descriptor.IsOpen() && m_descriptor.Open() && m_bHasEvents) m_descriptor.Signal();

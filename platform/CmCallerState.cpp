@@ -39,6 +39,7 @@ CmInt32 CCmCallerState::Detach() {
         pQueue = m_pCurrent->Detach();
         m_pCurrent = nullptr;
     }
+    // Without the lock: this waits for a running callable, and may destroy handlers.
     pQueue->End();
     return CACHE_OK;
 }

@@ -20,6 +20,7 @@ CmInt32 CCmEventQueue::PostEvent(ICmEvent* pEvent, CmInt32 /*lOption*/) {
 }
 
 CmInt32 CCmEventQueue::SendEvent(ICmEvent* pEvent) {
+    // The owner would wait for itself.
     if (m_dwOwner == CmCurrentThreadNumber()) return Fire(pEvent);
     ICmEvent::tagSendWait aWait;
     pEvent->m_pSender = &aWait;
@@ -74,7 +75,8 @@ void CCmEventQueue::TakeWaiting() {
 }
 
 void CCmEventQueue::RunWaiting(CmUint32& dwCount) {
-    const CRefPtr<CCmEventQueue> pSelf(this);  // an event may detach the thread
+    // An event may detach the thread, which drops the last other reference on the queue.
+    const CRefPtr<CCmEventQueue> pSelf(this);
     TakeWaiting();
     try {
         while (ICmEvent* const pEvent = PopBatch()) {
@@ -87,6 +89,7 @@ void CCmEventQueue::RunWaiting(CmUint32& dwCount) {
     }
 }
 
+/// Disposes of the event after firing, also if it throws.
 CmInt32 CCmEventQueue::Fire(ICmEvent* pEvent) {
     struct Disposal {
         ~Disposal() { m_queue.Dispose(m_pEvent, m_lResult); }
@@ -99,6 +102,7 @@ CmInt32 CCmEventQueue::Fire(ICmEvent* pEvent) {
     return aDisposal.m_lResult;
 }
 
+/// Wakes the sender after the disposal, because the event may refer to variables of the sender.
 void CCmEventQueue::Dispose(ICmEvent* pEvent, CmInt32 lResult) {
     ICmEvent::tagSendWait* const pSender = pEvent->m_pSender;
     pEvent->OnDestorySelf();

@@ -17,9 +17,9 @@
 ///     both                  lingers, then naps
 ///     and afterwards        sleeps                                            any event
 ///
-/// This is the one place for that policy: whoever makes an event states its urgency, and the queue
-/// passes on what it fires and queues. A part of its queue, whose mutex guards it except where a
-/// method says otherwise. It cannot fail.
+/// This is the one place for that policy: the code that makes an event states its urgency, and the
+/// queue passes on what it fires and queues. A part of its queue, whose mutex guards it except
+/// where a method says otherwise. It cannot fail.
 class CCmQueueRest {
  public:
     using Clock = std::chrono::steady_clock;

@@ -18,6 +18,7 @@ CmInt32 CCmTaskThread::Start() {
     const CRefPtr<CCmEventQueue> pQueue(new (std::nothrow) CCmEventQueue);
     if (!pQueue) return CACHE_ERR_OUT_OF_MEMORY;
     SetQueue(pQueue.Get());
+    // The new thread gets what it uses by value: it may outlive this object.
     try {
         const CCmSignalBlocker aBlocker;
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutexJoin);
@@ -47,6 +48,7 @@ CmInt32 CCmTaskThread::Stop(void* /*pTimeout*/) {
 CmInt32 CCmTaskThread::Join() {
     if (IsCurrent()) return CACHE_ERR_INVALID_STATE;
     {
+        // The first caller waits for the thread with the lock held, and others wait for the lock.
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutexJoin);
         if (m_thread.joinable()) m_thread.join();
     }

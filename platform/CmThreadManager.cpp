@@ -61,6 +61,7 @@ void CCmThreadManager::StopAllForExit() {
         m_bExiting = true;
         pThread = std::move(m_pTaskThreads);
     }
+    // Without the lock, which Join takes.
     for (; pThread; pThread = pThread->m_pEarlier) {
         pThread->Stop(nullptr);
         pThread->Join();

@@ -14,7 +14,7 @@ class CCmThreadManager {
 
     static CCmThreadManager* Instance();
 
-    /// Creates and starts a thread with an event queue of its own, which runs what is posted to
+    /// Creates and starts a thread with an event queue of its own, which runs the events posted to
     /// it one at a time in posting order. 0, or a code with pThread null. Besides pThread the
     /// manager holds a reference, until the thread has been joined. nPriority and nStack are
     /// the platform's: 0 and -1 mean the defaults, the only values there are. The first thread

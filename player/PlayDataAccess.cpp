@@ -63,6 +63,7 @@ CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned
         m_dwCBTimeStamp = aHeader.dwCBTimeStamp;
         m_dwFileVersion = aHeader.dwFileVersion;
     }
+    // Links copy from the pointer, which must not be null even for no bytes.
     const char* const lpBytes = lpData ? reinterpret_cast<const char*>(lpData) : "";
     return pFile->WriteBytes(lpBytes, dwLength, dwOffset);
 }

@@ -54,7 +54,7 @@ CmInt32 CPlayFileHandler::OpenRecordFile(const CCmString& strFileName,
     const CRefPtr<IFileOperation> pFile =
         CFileChain::Build(FileChainKind::PlayRecord, m_bAsync, this);
     CM_CHECK(pFile, "pFile.Get( )", CACHE_ERR_OUT_OF_MEMORY);
-    // The list takes the file first: once it is open nothing may fail any more.
+    // The list takes the file first: nothing may fail after the file has been opened.
     if (!m_pRecordFiles) m_pRecordFiles = std::make_unique<tagRecordFiles>();
     m_pRecordFiles->aTable.Add({aFileDescriber, pFile});
     const CmInt32 lResult = pFile->Open(strPath, bWrite);
@@ -97,11 +97,12 @@ CmInt32 CPlayFileHandler::Destroy() {
         delete m_pDownloadFile;  // stops the worker in asynchronous mode
         m_pDownloadFile = nullptr;
     } else if (m_bDownload && m_bAsync) {
+        // The same end as with a container, whether one was opened or not.
         CFileThreadManager* const pThreads = CFileThreadManager::Instance();
         pThreads->StopThread(pThreads->GetPrimaryNFSThread());
     }
     m_pRecordFiles.reset();
-    m_pSink = nullptr;
+    m_pSink = nullptr;  // after the files: callbacks of their closing still reach the sink
     ReleaseReference();
     return CACHE_OK;
 }

@@ -14,6 +14,7 @@ bool COpenFiles::IsAt(Position it, CmUint32 dwHandle) const {
 }
 
 CmUint32 COpenFiles::Add(const CRefPtr<IFileOperation>& pFile) {
+    // After 2^32 opens the handles start again, and files from before may still be open.
     tagOpenFile aFile{0, pFile};
     do {
         aFile.qwNumber = m_lastNumber.fetch_add(1, std::memory_order_relaxed) + 1;
@@ -36,6 +37,7 @@ bool COpenFiles::Remove(CmUint32 dwHandle) {
 }
 
 void COpenFiles::CloseAll() {
+    // Numbers follow the order of opening also where handles have started again.
     std::sort(m_vecFiles.begin(), m_vecFiles.end(),
               [](const tagOpenFile& aLeft, const tagOpenFile& aRight) {
                   return aLeft.qwNumber < aRight.qwNumber;

@@ -11,6 +11,7 @@
 
 namespace {
 
+/// The number of the last file that any handler of the process has opened.
 std::atomic<std::uint64_t> s_qwLastNumber{0};
 
 COpenFiles FilesOf(std::vector<tagOpenFile>& vecFiles) { return {vecFiles, s_qwLastNumber}; }
@@ -93,6 +94,7 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
         TraceError("CWriteFileHandler::WriteData->Bad file handle", dwHandle, " this=", this);
         return CACHE_ERR_INVALID_STATE;
     }
+    // Asked before anything is taken, so that the host can repeat the same call.
     CmInt32 lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
     if (lResult != CACHE_OK) return lResult;
     lResult = pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
@@ -120,10 +122,12 @@ CmInt32 CWriteFileHandler::CloseFile(CmUint32 dwHandle) {
         TraceError("CWriteFileHandler::CloseFile->Close file error=", lResult, " this=", this);
         return lResult;
     }
+    // Queued requests hold the file, so removing it here cancels none of them.
     RemoveHandle(dwHandle);
     return CACHE_OK;
 }
 
+/// Forgets the sink first: what the closes report later must not reach it.
 CmInt32 CWriteFileHandler::Destroy() {
     m_pSink = nullptr;
     FilesOf(m_vecWriteFiles).CloseAll();

@@ -11,20 +11,20 @@ struct tagOpenFile;
 /// Writes the record files of one recording.
 ///
 /// Made by CCacheFileManager::CreateWriteFileHandler with one reference, the host's, which Destroy
-/// gives back; files and queued results hold further ones, so in asynchronous mode it lives until
-/// the last result has been delivered. It has no lock: the host drives it from one thread, in
-/// asynchronous mode the caller thread, on which the callbacks come too. Operations answer with
+/// gives back. Files and queued results hold further references, so in asynchronous mode it lives
+/// until the last result has been delivered. It has no lock: the host drives it from one thread. In
+/// asynchronous mode that is the caller thread, on which the callbacks run too. Operations return
 /// codes of CmResult.h and throw nothing.
 ///
 /// Order of calls: Initialize; SetHomeDir if wanted; for each file OpenWritingFile, WriteData and
 /// FlushData, CloseFile; Destroy.
 ///
-/// Appended bytes are gathered into blocks of 32,768. They are accepted, which means that they
-/// reach their file or their failure is reported or traced, once they have left the gathering
-/// buffer: when it was full, flushed, closed, or its handler destroyed. See docs/recording.md.
+/// Appended bytes are gathered into blocks of 32,768. A block is accepted when it leaves the
+/// gathering buffer: when that is full, flushed or closed, or its handler is destroyed. Accepted
+/// bytes reach their file, or their failure is reported or traced. See docs/recording.md.
 class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
  public:
-    /// For the manager. Never fails.
+    /// Called by the manager. Never fails.
     CWriteFileHandler(CmUint32 dwRecordID, int bAsync);
     /// A copy has the same fields, the reference count included, and shares the open files. The
     /// only operations here that throw std::bad_alloc.
@@ -46,42 +46,42 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
 
     /// Opens the file strFileName of the handler's directory for writing: created with its missing
     /// directories, or emptied. On success dwHandle names it until it is closed; otherwise it is 0.
-    /// In asynchronous mode 0 means that the open was queued; how it went comes as Op_Open.
+    /// In asynchronous mode 0 means that the open was queued; its outcome is reported as Op_Open.
     /// 4001, 4003, 4004, 4005, 4006, 4012: why the file could not be opened. 4010: asynchronous
     /// mode without an attached thread or worker. 4011: no memory.
     CmInt32 OpenWritingFile(const CCmString& strFileName, CmUint32& dwHandle);
 
     /// Writes dwLength bytes of lpData, which stay the host's, at dwOffset (below 2^31), or at the
     /// end for 0xFFFFFFFF. An append usually only gathers the bytes; a positioned write first
-    /// passes on what is gathered. In asynchronous mode a later failure comes as Op_Write.
+    /// passes the gathered bytes on. In asynchronous mode a later failure is reported as Op_Write.
     /// 4009: lpData is null. 4010: no such handle, or the worker has been stopped. 4003, 4006: a
-    /// write that this call caused failed, or the file's open has. 4013: the limit of pending bytes
-    /// (CCacheFileManager::SetPendingLimit) refuses the piece at the moment. 4011: no memory, or a
-    /// piece above that limit. With these two nothing is taken of the piece.
+    /// write that this call caused failed, or the file's open failed. 4013: the limit of pending
+    /// bytes (CCacheFileManager::SetPendingLimit) refuses the piece at the moment. 4011: no memory,
+    /// or a piece above that limit. After 4011 and 4013 nothing of the piece has been taken.
     CmInt32 WriteData(CmUint32 dwHandle, const unsigned char* lpData, CmUint32 dwLength,
                       CmUint32 dwOffset);
 
-    /// Passes on what is gathered. Reports nothing; what fails is traced and counted
-    /// (CCacheFileManager::GetLostBytes), in asynchronous mode Op_Write tells.
+    /// Passes the gathered bytes on. Returns nothing; a failure is traced and counted
+    /// (CCacheFileManager::GetLostBytes), and in asynchronous mode reported as Op_Write.
     void FlushData(CmUint32 dwHandle);
 
-    /// Passes on what is gathered and closes the file; on success the handle is gone. On failure it
-    /// stays, for another try or for Destroy. 4010: no such handle, or the worker has been stopped.
-    /// A file whose open has failed gives the code of the open. In asynchronous mode 0 means
-    /// queued, and a failure comes as Op_Close.
+    /// Passes the gathered bytes on and closes the file. On success the handle is no longer valid;
+    /// on failure it stays valid, for another try or for Destroy. 4010: no such handle, or the
+    /// worker has been stopped. A file whose open has failed returns the code of the open. In
+    /// asynchronous mode 0 means that the close was queued, and a failure is reported as Op_Close.
     CmInt32 CloseFile(CmUint32 dwHandle);
 
-    /// Closes what is open and gives back the host's reference; the host doesn't use the handler
-    /// any more. From its start on the sink is not called. Always 0.
+    /// Closes all files in the order of opening and gives back the host's reference; the host does
+    /// not use the handler any more. From its start on the sink is not called. Always 0.
     CmInt32 Destroy();
 
-    /// For the files: remembers the report and passes it on to the sink.
+    /// Called by the files: stores the report and passes it on to the sink.
     void OnFileOpStatus(CCacheFileManager::LinkType aLinkType, CCacheFileManager::OpType aOpType,
                         CmInt32 aResult) override;
     /// This handler reads nothing: traces an assertion and leaves the buffer alone.
     void OnDataReady(unsigned char* lpData, CmUint32 dwLength,
                      const tagDataInfo& aDataInfo) override;
-    /// The result of the last report, a success too; the link doesn't matter.
+    /// The result of the last report, which may be a success; the link does not matter.
     CmInt32 GetFileStatus(CCacheFileManager::LinkType aLinkType) override;
 
  protected:
