@@ -3,6 +3,8 @@
 #include "core/FileOpSink.h"
 #include "fileop/FileOperation.h"
 
+namespace cachefile_internal {
+
 /// What a chain of file operations is for, which decides its links:
 ///
 ///     kind          synchronous            asynchronous
@@ -10,6 +12,10 @@
 ///     PlayRecord    local file             buffer, proxy, local file
 ///     Download      local file (UTF-8)     proxy, local file (UTF-8)
 enum class FileChainKind { WriteRecord, PlayRecord, Download };
+
+}  // namespace cachefile_internal
+
+using cachefile_internal::FileChainKind;
 
 /// The one place where chains are put together. It has no state; the thread that drives the
 /// handlers calls it.

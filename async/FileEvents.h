@@ -91,12 +91,18 @@ class CFileDataEvent final : public ICmEvent {
     const tagDataInfo m_DataInfo;
 };
 
+namespace cachefile_internal {
+
 /// The contents of a status report.
 struct tagFileStatus {
     CCacheFileManager::LinkType aLinkType;
     CCacheFileManager::OpType aOpType;
     CmInt32 lResult;
 };
+
+}  // namespace cachefile_internal
+
+using cachefile_internal::tagFileStatus;
 
 /// Delivers a status report.
 class CFileStatusEvent final : public ICmEvent {

@@ -4,7 +4,7 @@
 
 #include "platform/CmResult.h"
 
-CmInt32 SystemErrorToResult(int nErrno, FileAction aAction) {
+CmInt32 cachefile_internal::SystemErrorToResult(int nErrno, FileAction aAction) {
     if (nErrno == ENOSPC) return CACHE_ERR_DISK_FULL;
     if (aAction == FileAction::Write) return CACHE_ERR_FAILED;
     if (nErrno == ENOENT) return CACHE_ERR_NOT_FOUND;

@@ -36,6 +36,8 @@ class CACHEFILE_LOCAL CCmT120Trace::Text_Formator {
     std::size_t m_dwUsed = 0;
 };
 
+namespace cachefile_internal {
+
 /// Traces the parts as one line of the level. Formats only if a sink wants lines of this level, in
 /// a buffer on the stack, so a trace takes no memory.
 template <class... Parts>
@@ -58,6 +60,11 @@ template <class... Parts>
 void TraceInfo(const Parts&... aParts) noexcept {
     Trace(CCmT120Trace::Level_Info, aParts...);
 }
+
+}  // namespace cachefile_internal
+
+using cachefile_internal::TraceError;
+using cachefile_internal::TraceInfo;
 
 /// Traces that the check `text` has failed here. It stops nothing: the caller continues on its
 /// failure path. A macro, because the line names the source file and line of its use.

@@ -6,6 +6,8 @@
 
 #include "fileop/FileOperation.h"
 
+namespace cachefile_internal {
+
 /// An open file of a write handler. The files of a process are numbered in the order of opening,
 /// and the host names each by the lower half of its number.
 struct tagOpenFile {
@@ -14,6 +16,10 @@ struct tagOpenFile {
 
     CmUint32 GetHandle() const { return static_cast<CmUint32>(qwNumber); }
 };
+
+}  // namespace cachefile_internal
+
+using cachefile_internal::tagOpenFile;
 
 /// Finds, adds and removes the open files of one write handler.
 ///

@@ -6,7 +6,9 @@
 #include "platform/CmExport.h"
 
 class IFileOperation;
+namespace cachefile_internal {
 struct tagOpenFile;
+}
 
 /// Writes the record files of one recording.
 ///
@@ -98,5 +100,5 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     CCacheFileManager::OpType m_OpType{};
     CmInt32 m_lStatus = 0;
     CCmString m_strHomeDir;
-    std::vector<tagOpenFile> m_vecWriteFiles;
+    std::vector<cachefile_internal::tagOpenFile> m_vecWriteFiles;
 };
