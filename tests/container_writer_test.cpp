@@ -1,4 +1,5 @@
 #include <fstream>
+#include <stdexcept>
 
 #include "tests/support/Player.h"
 
@@ -176,4 +177,38 @@ TEST_F(Writer, APlaceThatCannotBeWrittenIsToldAndKept) {
     EXPECT_TRUE(Exists("c.partial"));
     ExpectFile("c.partial2", "another's");
     EXPECT_FALSE(Exists("c.partial3"));
+}
+
+TEST_F(Writer, TheHostCanStopAtEveryCallAndSeesAllBytes) {
+    WriteBytes("source", CCmString(150'000, 's'));
+    WriteBytes("c", "an earlier container");
+    EXPECT_EQ(Add({8, 2, 8, 0}, "data"), 0);
+    EXPECT_EQ(m_writer.AddTagStreamFile(256, 1, 0, ".\\source"), 0);
+    for (const bool bThrow : {false, true}) {
+        std::string strSeen;
+        const auto writeUpTo = [&](int nCalls) {
+            strSeen.clear();
+            return m_writer.Write(".\\c", [&](std::uint64_t qwDone, std::uint64_t qwTotal) {
+                strSeen += std::to_string(qwDone) + "/" + std::to_string(qwTotal) + " ";
+                if (nCalls-- == 0 && bThrow) throw std::runtime_error("host");
+                return nCalls >= 0;
+            });
+        };
+        for (int nCalls = 0; nCalls < 10; ++nCalls) {
+            SCOPED_TRACE(nCalls);
+            if (bThrow)
+                EXPECT_THROW(writeUpTo(nCalls), std::runtime_error);
+            else
+                EXPECT_EQ(writeUpTo(nCalls), 4010);
+            EXPECT_EQ(LastFailure(), bThrow ? ":  (0)" : ".\\c: packing was cancelled (0)");
+            ExpectFile("c", "an earlier container");
+            EXPECT_FALSE(Exists("c.partial"));
+        }
+        EXPECT_EQ(strSeen,
+                  "0/0 0/0 0/150004 4/150004 4/150004 65540/150004 131076/150004 "
+                  "150004/150004 150004/150004 150004/150004 ");
+    }
+    EXPECT_EQ(m_trace.TakeErrors(), "");
+    EXPECT_EQ(m_writer.Write(".\\c", [](std::uint64_t, std::uint64_t) { return true; }), 0);
+    EXPECT_EQ(ReadBytes("c").size(), c_nHeader + 2 * c_nEntry + 150'004);
 }
