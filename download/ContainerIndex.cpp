@@ -5,13 +5,14 @@
 #include <vector>
 
 #include "download/IndexWalk.h"
+#include "download/RecordReader.h"
 #include "download/StreamExtents.h"
 #include "fileop/FileOperation.h"
 #include "platform/CmTraceLine.h"
 
 namespace {
 
-/// The empty answers of an object without memory.
+/// What an object without memory returns.
 const tagQXFFileHeader c_aNoHeader{};
 
 CmInt32 OpenFile(const CCmString& strPath, CRefPtr<IFileOperation>& pFile,
@@ -24,9 +25,12 @@ CmInt32 OpenFile(const CCmString& strPath, CRefPtr<IFileOperation>& pFile,
 
 }  // namespace
 
-/// Its operations throw std::bad_alloc.
-class CContainerIndex::Impl final : private IIndexVisitor {
+/// What a container index has read. Owned by a CContainerIndex and used on its thread. Its
+/// operations throw std::bad_alloc.
+class CIndexContents final : private IIndexVisitor {
  public:
+    using EndOfWalk = CContainerIndex::EndOfWalk;
+
     CmInt32 Open(const CCmString& strPath);
     const CStreamExtents& Extents();
 
@@ -34,7 +38,7 @@ class CContainerIndex::Impl final : private IIndexVisitor {
     std::uint64_t m_qwFileSize = 0;
     tagQXFFileHeader m_FileHeader{};
     std::vector<tagIndexEntry> m_vecEntries;
-    EndOfWalk m_EndOfWalk = Walk_None;
+    EndOfWalk m_EndOfWalk = CContainerIndex::Walk_None;
     std::uint64_t m_qwEndOffset = 0;
     bool m_bConfFileHeader = false;
     tagEntryFileHeader m_ConfFileHeader{};
@@ -52,7 +56,7 @@ class CContainerIndex::Impl final : private IIndexVisitor {
     CStreamExtents m_aExtents;
 };
 
-CmInt32 CContainerIndex::Impl::Open(const CCmString& strPath) {
+CmInt32 CIndexContents::Open(const CCmString& strPath) {
     CM_CHECK(!m_pFile, "!m_pFile", CACHE_ERR_INVALID_STATE);
     CmInt32 lResult = OpenFile(strPath, m_pFile, m_qwFileSize);
     if (lResult == CACHE_OK) lResult = ReadFileHeader();
@@ -61,62 +65,53 @@ CmInt32 CContainerIndex::Impl::Open(const CCmString& strPath) {
     return lResult;
 }
 
-CmInt32 CContainerIndex::Impl::ReadFileHeader() {
-    unsigned char aBytes[c_dwFileHeaderSize];
-    CmUint32 dwLength = c_dwFileHeaderSize;
-    const CmInt32 lResult = m_pFile->ReadData(aBytes, 0, dwLength);
-    if (lResult != CACHE_OK) return lResult;
-    if (dwLength != c_dwFileHeaderSize) return CACHE_ERR_BAD_CONTAINER;
-    if (BuildQXFFileHeader(aBytes, m_FileHeader) != CACHE_OK) return CACHE_ERR_FAILED;
-    return IsContainerHeader(m_FileHeader) ? CACHE_OK : CACHE_ERR_BAD_CONTAINER;
+CmInt32 CIndexContents::ReadFileHeader() {
+    const CmInt32 lResult = ReadRecord(*m_pFile, 0, m_FileHeader).GetResult();
+    if (lResult != CACHE_OK || IsContainerHeader(m_FileHeader)) return lResult;
+    return CACHE_ERR_BAD_CONTAINER;
 }
 
-CmInt32 CContainerIndex::Impl::Walk() {
+CmInt32 CIndexContents::Walk() {
     CIndexWalk aWalk(*m_pFile, m_FileHeader, *this, CIndexWalk::Circles_End);
     const CIndexWalk::End aEnd = aWalk.Run();
     m_qwEndOffset = aWalk.GetOffset();
     if (m_FileHeader.dwIndexType == Index_Chained) CutCircle();
-    if (m_EndOfWalk == Walk_Circle) return CACHE_OK;
+    if (m_EndOfWalk == CContainerIndex::Walk_Circle) return CACHE_OK;
     switch (aEnd) {
         case CIndexWalk::End_Circle:
-            return EndWalk(Walk_Circle, CACHE_OK);
-        case CIndexWalk::End_ReadFailed:
-            return EndWalk(Walk_CutOff, aWalk.GetResult());
-        case CIndexWalk::End_CutOff:
-            return EndWalk(Walk_CutOff, CACHE_ERR_BAD_CONTAINER);
-        case CIndexWalk::End_BadEntry:
-            return EndWalk(Walk_CutOff, CACHE_ERR_FAILED);
+            return EndWalk(CContainerIndex::Walk_Circle, CACHE_OK);
+        case CIndexWalk::End_Unreadable:
+            return EndWalk(CContainerIndex::Walk_CutOff, aWalk.GetResult());
         case CIndexWalk::End_TooMany:
-            return EndWalk(Walk_TooMany, CACHE_ERR_OUT_OF_MEMORY);
+            return EndWalk(CContainerIndex::Walk_TooMany, CACHE_ERR_OUT_OF_MEMORY);
         default:
-            return EndWalk(Walk_Complete, CACHE_OK);
+            return EndWalk(CContainerIndex::Walk_Complete, CACHE_OK);
     }
 }
 
-CmInt32 CContainerIndex::Impl::OnEntry(const tagWalkEntry& aEntry) {
+CmInt32 CIndexContents::OnEntry(const tagWalkEntry& aEntry) {
     m_vecEntries.push_back({aEntry.dwOffset, aEntry.aInfo.aEntry});
     return CACHE_OK;
 }
 
-CmInt32 CContainerIndex::Impl::EndWalk(EndOfWalk aEnd, CmInt32 lResult) {
+CmInt32 CIndexContents::EndWalk(EndOfWalk aEnd, CmInt32 lResult) {
     m_EndOfWalk = aEnd;
     return lResult;
 }
 
-/// The walk notices a circle only some laps later, and may have ended before. Keeps each entry
-/// once.
-void CContainerIndex::Impl::CutCircle() {
+/// The walk notices a circle some laps late, or ends before it does. Keeps each entry once.
+void CIndexContents::CutCircle() {
     std::vector<CmUint32> vecOffsets;
     vecOffsets.reserve(m_vecEntries.size());
     for (const tagIndexEntry& aEntry : m_vecEntries) vecOffsets.push_back(aEntry.dwOffset);
     const std::size_t nCut = CountBeforeRepeat(vecOffsets);
     if (nCut == m_vecEntries.size()) return;
-    m_EndOfWalk = Walk_Circle;
+    m_EndOfWalk = CContainerIndex::Walk_Circle;
     m_qwEndOffset = vecOffsets[nCut];
     m_vecEntries.resize(nCut);
 }
 
-const CStreamExtents& CContainerIndex::Impl::Extents() {
+const CStreamExtents& CIndexContents::Extents() {
     if (!m_bExtents) {
         CStreamExtents aExtents;
         for (const tagIndexEntry& a : m_vecEntries)
@@ -128,55 +123,55 @@ const CStreamExtents& CContainerIndex::Impl::Extents() {
     return m_aExtents;
 }
 
-void CContainerIndex::Impl::ReadConfFileHeader() {
+void CIndexContents::ReadConfFileHeader() {
     for (auto it = m_vecEntries.rbegin(); it != m_vecEntries.rend() && !m_bConfFileHeader; ++it) {
         if (it->aEntry.wTag != c_wConfTag) continue;
-        unsigned char aBytes[c_dwEntryFileHeaderSize];
-        CmUint32 dwLength = c_dwEntryFileHeaderSize;
-        m_bConfFileHeader =
-            m_pFile->ReadData(aBytes, it->aEntry.dwDataOffset, dwLength) == CACHE_OK &&
-            dwLength == c_dwEntryFileHeaderSize &&
-            BuildEntryFileHeader(aBytes, m_ConfFileHeader) == CACHE_OK;
+        m_bConfFileHeader = ReadRecord(*m_pFile, it->aEntry.dwDataOffset, m_ConfFileHeader).aEnd ==
+                            tagRecordRead::End_Whole;
     }
 }
 
-CContainerIndex::CContainerIndex() : m_pImpl(new (std::nothrow) Impl) {}
+CContainerIndex::CContainerIndex() : m_pContents(new (std::nothrow) CIndexContents) {}
 
 CContainerIndex::~CContainerIndex() = default;
 
 CmInt32 CContainerIndex::Open(const CCmString& strPath) try {
-    return m_pImpl ? m_pImpl->Open(strPath) : CmInt32{CACHE_ERR_OUT_OF_MEMORY};
+    return m_pContents ? m_pContents->Open(strPath) : CmInt32{CACHE_ERR_OUT_OF_MEMORY};
 } catch (const std::bad_alloc&) {
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 
-std::uint64_t CContainerIndex::GetFileSize() const { return m_pImpl ? m_pImpl->m_qwFileSize : 0; }
+std::uint64_t CContainerIndex::GetFileSize() const {
+    return m_pContents ? m_pContents->m_qwFileSize : 0;
+}
 
 const tagQXFFileHeader& CContainerIndex::GetFileHeader() const {
-    return m_pImpl ? m_pImpl->m_FileHeader : c_aNoHeader;
+    return m_pContents ? m_pContents->m_FileHeader : c_aNoHeader;
 }
 
 std::size_t CContainerIndex::GetEntryCount() const {
-    return m_pImpl ? m_pImpl->m_vecEntries.size() : 0;
+    return m_pContents ? m_pContents->m_vecEntries.size() : 0;
 }
 
 const tagIndexEntry& CContainerIndex::GetEntry(std::size_t nIndex) const {
-    return m_pImpl->m_vecEntries[nIndex];
+    return m_pContents->m_vecEntries[nIndex];
 }
 
 CContainerIndex::EndOfWalk CContainerIndex::GetEndOfWalk() const {
-    return m_pImpl ? m_pImpl->m_EndOfWalk : Walk_None;
+    return m_pContents ? m_pContents->m_EndOfWalk : CContainerIndex::Walk_None;
 }
 
-std::uint64_t CContainerIndex::GetEndOffset() const { return m_pImpl ? m_pImpl->m_qwEndOffset : 0; }
+std::uint64_t CContainerIndex::GetEndOffset() const {
+    return m_pContents ? m_pContents->m_qwEndOffset : 0;
+}
 
 const tagEntryFileHeader* CContainerIndex::GetConfFileHeader() const {
-    return m_pImpl && m_pImpl->m_bConfFileHeader ? &m_pImpl->m_ConfFileHeader : nullptr;
+    return m_pContents && m_pContents->m_bConfFileHeader ? &m_pContents->m_ConfFileHeader : nullptr;
 }
 
 CmInt32 CContainerIndex::GetStreamExtent(std::size_t nIndex, tagStreamExtent& aExtent) const try {
     CM_CHECK(nIndex < GetEntryCount(), "nIndex < GetEntryCount( )", CACHE_ERR_INVALID_ARG);
-    aExtent = m_pImpl->Extents()[nIndex];
+    aExtent = m_pContents->Extents()[nIndex];
     return CACHE_OK;
 } catch (const std::bad_alloc&) {
     return CACHE_ERR_OUT_OF_MEMORY;
@@ -194,10 +189,10 @@ CmInt32 CContainerIndex::GetStreamLength(std::size_t nIndex, CmUint32& dwLength)
 CmInt32 CContainerIndex::ReadData(std::uint64_t qwOffset, unsigned char* lpBuffer,
                                   CmUint32& dwLength) {
     CM_CHECK(lpBuffer, "lpBuffer", CACHE_ERR_INVALID_ARG);
-    CM_CHECK(m_pImpl && m_pImpl->m_pFile, "m_pFile", CACHE_ERR_NOT_OPEN);
+    CM_CHECK(m_pContents && m_pContents->m_pFile, "m_pFile", CACHE_ERR_NOT_OPEN);
     if (qwOffset > CCacheFileManager::GetMaxDword()) {
         dwLength = 0;
         return CACHE_OK;
     }
-    return m_pImpl->m_pFile->ReadData(lpBuffer, static_cast<CmUint32>(qwOffset), dwLength);
+    return m_pContents->m_pFile->ReadData(lpBuffer, static_cast<CmUint32>(qwOffset), dwLength);
 }

@@ -8,25 +8,27 @@
 #include "platform/CmExport.h"
 #include "platform/CmTypes.h"
 
-/// One entry of a container's index as it stands there, of a known kind or not.
+class CIndexContents;
+
+/// One entry of a container's index with its unchanged fields. Its tag may be unknown.
 struct tagIndexEntry {
-    CmUint32 dwOffset;  ///< where the entry lies
+    CmUint32 dwOffset;  ///< of the entry itself
     tagMRFD aEntry;
 };
 
-/// Shows header and index of a container as they are, for tools that look after recordings. An
-/// addition to the library: hosts that play use CPlayFileHandler, which hides what it passes over.
+/// Reads the header and the index of a container for tools that examine recordings. An addition to
+/// the library: hosts that play use CPlayFileHandler, which hides the entries that it skips.
 ///
-/// It keeps every entry, of unknown kinds too, and reports how far the index could be followed. It
-/// reads header and index only, and the conf stream's 72 bytes; ReadData reads anything else. One
-/// object is for one thread at a time; it works inside the call and needs no caller thread.
-/// It never throws.
+/// It keeps all entries, including those of unknown kinds, and reports how far the index could be
+/// read. Open reads the header, the index and the 72 bytes of the conf header; ReadData reads any
+/// other bytes. One object is for one thread at a time; it works inside the call and needs no
+/// caller thread. It never throws.
 class CACHEFILE_API CContainerIndex {
  public:
     enum EndOfWalk : CmInt32 {
-        Walk_None,      ///< no walk: the file can't be read, or its header is none of a container
-        Walk_Complete,  ///< as many entries as the header counts were read
-        Walk_CutOff,    ///< the next entry could not be read, or not all of it is there
+        Walk_None,      ///< the file cannot be read, or its header is not that of a container
+        Walk_Complete,  ///< all entries that the header counts were read
+        Walk_CutOff,    ///< the next entry could not be read, or the file has only a part of it
         Walk_Circle,    ///< the chain leads back to an entry that was read before
         Walk_TooMany,   ///< there are more than 4,194,304 entries, or 1,048,576 of known kinds
     };
@@ -36,17 +38,16 @@ class CACHEFILE_API CContainerIndex {
     CContainerIndex(const CContainerIndex&) = delete;
     CContainerIndex& operator=(const CContainerIndex&) = delete;
 
-    /// Opens the container strPath (UTF-8, in the library's form) and walks its index; once for an
-    /// object. After a failure the object has what was read before it. 0: the index is whole, or
-    /// goes in a circle, which a reader follows too. 4002: no container, or its index is cut off.
-    /// 4011: no memory, or too many entries. 4001, 4004, 4006: the file could not be opened or
-    /// read.
+    /// Opens the container strPath (UTF-8, in the library's form) and reads its index; once for an
+    /// object. After a failure the object has what was read before it. 0: the index is complete, or
+    /// is a circle, which players accept too. 4002: not a container, or its index is cut off. 4011:
+    /// out of memory, or too many entries. 4001, 4004, 4006: the file could not be opened or read.
     CmInt32 Open(const CCmString& strPath);
 
-    /// The size that the file had when it was opened, whatever the header says.
+    /// The size of the file when it was opened, independent of the header.
     std::uint64_t GetFileSize() const;
 
-    /// The words of the header, 0 as long as it isn't there whole (24 bytes).
+    /// The fields of the header; all 0 if the file has fewer than 24 bytes.
     const tagQXFFileHeader& GetFileHeader() const;
 
     /// The entries in the order of the walk, each once. Valid while the object lives.
@@ -55,28 +56,26 @@ class CACHEFILE_API CContainerIndex {
 
     EndOfWalk GetEndOfWalk() const;
 
-    /// Where the entry is that would come next: the one that is cut off, or the one that the circle
-    /// leads back to.
+    /// The offset of the next entry: the one that is cut off, or the one that the circle leads back
+    /// to.
     std::uint64_t GetEndOffset() const;
 
-    /// The header of the conf stream, of the last one if there are several; null when there is
-    /// none, or none whole.
+    /// The header of the last conf stream whose header is complete, or null.
     const tagEntryFileHeader* GetConfFileHeader() const;
 
-    /// Where the stream of an entry ends; also of an entry of an unknown kind. The first call
-    /// derives this for all entries: it reads nothing, sorts the offsets, and keeps 12 bytes for
-    /// each entry; further calls take constant time. 4009: there is no such entry. 4011: no memory.
+    /// Where the stream of an entry ends; the entry may be of an unknown kind. The first call
+    /// derives this for all entries: it reads nothing, sorts the offsets, and keeps 12 bytes per
+    /// entry. Further calls take constant time. 4009: there is no such entry. 4011: out of memory.
     CmInt32 GetStreamExtent(std::size_t nIndex, tagStreamExtent& aExtent) const;
 
-    /// The length of the stream of an entry as CPlayFileHandler::GetStreamLength gives it: dwLength
-    /// above without what is past the end of the file or the end that the header gives.
+    /// The length that CPlayFileHandler::GetStreamLength returns for the stream of an entry: the
+    /// dwLength above without the bytes after the end of the file or the end given in the header.
     CmInt32 GetStreamLength(std::size_t nIndex, CmUint32& dwLength) const;
 
-    /// Reads dwLength bytes at qwOffset of the file; dwLength then counts those that were there.
-    /// 4007 when the file isn't open, 4009 for a null buffer, 4006 when it can't be read.
+    /// Reads up to dwLength bytes at qwOffset of the file and sets dwLength to their number. 4007:
+    /// the file is not open. 4009: lpBuffer is null. 4006: the file could not be read.
     CmInt32 ReadData(std::uint64_t qwOffset, unsigned char* lpBuffer, CmUint32& dwLength);
 
  private:
-    class Impl;
-    const std::unique_ptr<Impl> m_pImpl;  // null without memory: Open returns 4011
+    const std::unique_ptr<CIndexContents> m_pContents;  // null without memory: Open returns 4011
 };

@@ -23,7 +23,7 @@ CmInt32 CIndexReader::ReadEntry(std::uint64_t qwOffset, unsigned char* lpEntry,
     return CACHE_OK;
 }
 
-/// The entry may begin before the end of the last block, which then has a part of it.
+/// The entry may begin in the last block and end after it.
 bool CIndexReader::IsBlockDue(CmUint32 dwOffset) {
     if (!m_pBlock || m_nSteps < c_nStepsForBlock) return false;
     if (std::uint64_t{dwOffset} + c_dwEntrySize > m_qwReached) return true;
@@ -37,13 +37,13 @@ bool CIndexReader::LoadBlock(CmUint32 dwOffset) {
     m_dwBlockLength = c_dwBlockSize;
     if (m_file.ReadData(m_pBlock.get(), dwOffset, m_dwBlockLength) != CACHE_OK) {
         m_dwBlockLength = 0;
-        m_pBlock.reset();  // no more of them: a bad place ahead is to be traced once
+        m_pBlock.reset();  // single reads from now on, so that a bad place is traced once
     }
     m_qwReached = std::max(m_qwReached, std::uint64_t{dwOffset} + m_dwBlockLength);
     return IsInBlock(dwOffset);
 }
 
-bool CCircleWatch::IsBack(std::uint64_t qwOffset, std::size_t nKnown) {
+bool CCircleWatch::HasReturned(std::uint64_t qwOffset, std::size_t nKnown) {
     ++m_dwSteps;
     if (qwOffset == m_qwThere) return true;
     if (m_dwSteps < m_dwNextMove) return false;

@@ -7,17 +7,17 @@
 #include "platform/CmResult.h"
 
 CIndexWalk::CIndexWalk(IFileOperation& aFile, const tagQXFFileHeader& aHeader,
-                       IIndexVisitor& aVisitor, Circles aCircles, CmUint32 dwMost)
+                       IIndexVisitor& aVisitor, Circles aCircles, CmUint32 dwMax)
     : m_dwIndexType(aHeader.dwIndexType),
       m_visitor(aVisitor),
       m_circles(aCircles),
       m_reader(aFile),
       m_bWatching(aHeader.dwIndexType == Index_Chained),
-      m_dwLeft(std::min(aHeader.dwEntryCount, dwMost)) {}
+      m_dwLeft(std::min(aHeader.dwEntryCount, dwMax)) {}
 
 CIndexWalk::End CIndexWalk::Run() {
     while (m_dwLeft > 0) {
-        if (m_bWatching && m_watch.IsBack(m_qwOffset, m_nKnown)) {
+        if (m_bWatching && m_watch.HasReturned(m_qwOffset, m_nKnown)) {
             if (m_circles == Circles_End) return End_Circle;
             m_bWatching = false;
             const End aEnd = SkipLaps();
@@ -34,17 +34,17 @@ CIndexWalk::End CIndexWalk::Run() {
     return End_Complete;
 }
 
-CIndexWalk::End CIndexWalk::Stop(End aEnd, CmInt32 lResult) {
-    m_lResult = lResult;
-    return aEnd;
+CIndexWalk::End CIndexWalk::AskVisitor(CmInt32 lResult) {
+    m_lStopped = lResult;
+    return lResult == CACHE_OK ? End_Complete : End_Stopped;
 }
 
 CIndexWalk::End CIndexWalk::ReadEntry(tagWalkEntry& aEntry) {
     unsigned char aBytes[c_dwEntrySize];
-    const CmInt32 lResult = m_reader.ReadEntry(m_qwOffset, aBytes, m_dwLength);
-    if (lResult != CACHE_OK) return Stop(End_ReadFailed, lResult);
-    if (m_dwLength != c_dwEntrySize) return End_CutOff;
-    if (BuildQXFEntry(aBytes, aEntry.aInfo.aEntry) != CACHE_OK) return End_BadEntry;
+    CmUint32 dwLength = 0;
+    const CmInt32 lResult = m_reader.ReadEntry(m_qwOffset, aBytes, dwLength);
+    m_read = ParseEntry(lResult, aBytes, dwLength, aEntry.aInfo.aEntry);
+    if (m_read.aEnd != tagRecordRead::End_Whole) return End_Unreadable;
     aEntry.dwOffset = static_cast<CmUint32>(m_qwOffset);
     return End_Complete;
 }
@@ -55,12 +55,11 @@ CIndexWalk::End CIndexWalk::TakeEntry(tagWalkEntry& aEntry) {
     if (aEntry.bKnown && m_nKnown == c_dwMaxKnownEntries) return End_TooMany;
     ++m_dwRead;
     if (aEntry.bKnown) ++m_nKnown;
-    const CmInt32 lResult = m_visitor.OnEntry(aEntry);
-    return lResult == CACHE_OK ? End_Complete : Stop(End_Stopped, lResult);
+    return AskVisitor(m_visitor.OnEntry(aEntry));
 }
 
 /// The walk is in a circle. What the remaining whole laps would add is known without reading them
-/// again: nothing, or the known entries of the last lap, again and again up to the budget.
+/// again: nothing, or the known entries of the last lap, repeated up to the budget.
 CIndexWalk::End CIndexWalk::SkipLaps() {
     const std::size_t nBegin = m_watch.GetKnownBefore();
     const std::size_t nEnd = m_nKnown;
@@ -72,8 +71,8 @@ CIndexWalk::End CIndexWalk::SkipLaps() {
         for (std::size_t nIndex = nBegin; nIndex < nEnd; ++nIndex) {
             if (m_nKnown == c_dwMaxKnownEntries) return End_TooMany;
             ++m_nKnown;
-            const CmInt32 lResult = m_visitor.OnKnownAgain(nIndex, m_dwLeft);
-            if (lResult != CACHE_OK) return Stop(End_Stopped, lResult);
+            const End aEnd = AskVisitor(m_visitor.OnKnownAgain(nIndex, m_dwLeft));
+            if (aEnd != End_Complete) return aEnd;
         }
     }
     return End_Complete;
@@ -83,7 +82,7 @@ std::size_t CountBeforeRepeat(const std::vector<CmUint32>& vecOffsets) {
     const auto itBegin = vecOffsets.begin();
     const auto itEnd = vecOffsets.end();
     if (std::adjacent_find(itBegin, itEnd, std::greater_equal<>()) == itEnd)
-        return vecOffsets.size();  // ascending, as most are
+        return vecOffsets.size();  // ascending, like most indexes
     std::vector<CmUint32> vecOrder(vecOffsets.size());
     std::iota(vecOrder.begin(), vecOrder.end(), 0);
     std::sort(vecOrder.begin(), vecOrder.end(), [&](CmUint32 a, CmUint32 b) {

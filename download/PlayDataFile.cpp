@@ -6,16 +6,25 @@
 #include "async/FileChain.h"
 #include "async/FileThreadManager.h"
 #include "download/IndexWalk.h"
+#include "download/RecordReader.h"
 #include "download/StreamLengths.h"
 #include "platform/CmTraceLine.h"
 
 namespace {
 
-constexpr std::size_t c_nLeastRoom = 1024;
+constexpr std::size_t c_nMinCapacity = 1024;  // entries; most indexes are shorter
+
+constexpr tagRecordTexts c_aHeaderTexts = {
+    "Read File header error=", "Read File header error, HeadLen=", "BuildQXFFileHeader error"};
+constexpr tagRecordTexts c_aEntryTexts = {
+    "Read MRFD error=", "Read MRFD error, RetLen=", "BuildQXFEntry error"};
+constexpr tagRecordTexts c_aConfTexts = {
+    "Read Conf fileheader error=", "Read Conf fileheader error,dwHeaderLen=",
+    "BuildEntryFileHeader error"};
 
 }  // namespace
 
-/// Keeps what the walk finds, in the handler's table and in the host's list.
+/// Adds the entries that the walk finds to the handler's table and to the host's list.
 class CDownloadFileHandler::CKeeper final : public IIndexVisitor {
  public:
     CKeeper(CDownloadFileHandler& aHandler, std::vector<tagFileDescriber>& vecFileDescriber)
@@ -30,7 +39,7 @@ class CDownloadFileHandler::CKeeper final : public IIndexVisitor {
 
     CDownloadFileHandler& m_handler;
     std::vector<tagFileDescriber>& m_vecFileDescriber;
-    std::size_t m_nRoom = 0;  // for entries to keep
+    std::size_t m_nCapacity = 0;  // in entries
 };
 
 CDownloadFileHandler::CDownloadFileHandler(int bAsync) : m_bAsync(bAsync) {}
@@ -67,7 +76,7 @@ CmInt32 CDownloadFileHandler::OpenDownloadedFile(const CCmString& strFilePath,
     return m_bAsync ? SendWalk(vecFileDescriber) : InitFileInfo(vecFileDescriber);
 }
 
-/// Runs the walk on the R/W thread, after the open that was just queued, and waits for it.
+/// Reads the index on the R/W thread, after the open that was just queued, and waits for it.
 CmInt32 CDownloadFileHandler::SendWalk(std::vector<tagFileDescriber>& vecFileDescriber) {
     std::unique_ptr<ICmEvent> pSyncReadEvent(new (std::nothrow)
                                                  CSyncReadQXFInfo(this, &vecFileDescriber));
@@ -84,24 +93,9 @@ CmInt32 CDownloadFileHandler::InitFileInfo(std::vector<tagFileDescriber>& vecFil
 }
 
 CmInt32 CDownloadFileHandler::ReadFileHeader() {
-    unsigned char aBytes[c_dwFileHeaderSize];
-    CmUint32 dwLength = c_dwFileHeaderSize;
-    const CmInt32 lResult = m_pFileOp->ReadData(aBytes, 0, dwLength);
-    if (lResult != CACHE_OK) {
-        TraceError("CDownloadFileHandler::InitFileInfo->Read File header error=", lResult,
-                   " this=", this);
-        return lResult;
-    }
-    if (dwLength != c_dwFileHeaderSize) {
-        TraceError("CDownloadFileHandler::InitFileInfo->Read File header error, HeadLen=", dwLength,
-                   " this=", this);
-        return CACHE_ERR_BAD_CONTAINER;
-    }
-    if (BuildQXFFileHeader(aBytes, m_FileHeader) != CACHE_OK) {
-        TraceError("CDownloadFileHandler::InitFileInfo->BuildQXFFileHeader error", " this=", this);
-        return CACHE_ERR_FAILED;
-    }
-    if (IsContainerHeader(m_FileHeader)) return CACHE_OK;
+    const CmInt32 lResult =
+        ReportRecord(ReadRecord(*m_pFileOp, 0, m_FileHeader), c_aHeaderTexts, this);
+    if (lResult != CACHE_OK || IsContainerHeader(m_FileHeader)) return lResult;
     TraceError("CDownloadFileHandler::InitFileInfo->Bad file type", " this=", this);
     return CACHE_ERR_BAD_CONTAINER;
 }
@@ -112,22 +106,13 @@ CmInt32 CDownloadFileHandler::WalkIndex(std::vector<tagFileDescriber>& vecFileDe
     const CIndexWalk::End aEnd = aWalk.Run();
     m_dwEntriesRead = aWalk.GetEntriesRead();
     switch (aEnd) {
-        case CIndexWalk::End_ReadFailed:
-            TraceError("CDownloadFileHandler::InitFileInfo->Read MRFD error=", aWalk.GetResult(),
-                       " this=", this);
-            return aWalk.GetResult();
-        case CIndexWalk::End_CutOff:
-            TraceError("CDownloadFileHandler::InitFileInfo->Read MRFD error, RetLen=",
-                       aWalk.GetLength(), " this=", this);
-            return CACHE_ERR_BAD_CONTAINER;
-        case CIndexWalk::End_BadEntry:
-            TraceError("CDownloadFileHandler::InitFileInfo->BuildQXFEntry error", " this=", this);
-            return CACHE_ERR_FAILED;
+        case CIndexWalk::End_Unreadable:
+            return ReportRecord(aWalk.GetRead(), c_aEntryTexts, this);
         case CIndexWalk::End_TooMany:
             TraceError("CDownloadFileHandler::InitFileInfo->Too many entries, count=",
                        m_FileHeader.dwEntryCount, " this=", this);
             return CACHE_ERR_OUT_OF_MEMORY;
-        default:  // traced, if it is a failure
+        default:  // the visitor has traced its failure
             return aWalk.GetResult();
     }
 }
@@ -146,7 +131,7 @@ CmInt32 CDownloadFileHandler::CKeeper::OnKnownAgain(std::size_t nIndex, CmUint32
 }
 
 CmInt32 CDownloadFileHandler::CKeeper::Add(const tagMRFDInfo& aInfo, CmUint32 dwLeft) {
-    if (m_handler.m_vecMRFD.Size() == m_nRoom) Reserve(dwLeft);
+    if (m_handler.m_vecMRFD.Size() == m_nCapacity) Reserve(dwLeft);
     const std::size_t nBefore = m_vecFileDescriber.size();
     try {
         m_vecFileDescriber.push_back(aInfo.aDescriber);
@@ -160,36 +145,19 @@ CmInt32 CDownloadFileHandler::CKeeper::Add(const tagMRFDInfo& aInfo, CmUint32 dw
     }
 }
 
-/// Makes room for eight times the entries there are, if the header counts so many. The count alone
-/// is not trusted for an allocation. If there is no memory, each entry gets its own, or fails.
+/// Takes memory for eight times the entries that were found, if the header counts so many. The
+/// header's count alone is not trusted for an allocation. If there is not that much memory, each
+/// entry takes its own or fails.
 void CDownloadFileHandler::CKeeper::Reserve(CmUint32 dwLeft) try {
     const std::size_t nKnown = m_handler.m_vecMRFD.Size();
-    m_nRoom = std::min(std::max(c_nLeastRoom, 8 * nKnown), nKnown + dwLeft);
-    m_vecFileDescriber.reserve(m_nRoom);
-    m_handler.m_vecMRFD.Reserve(m_nRoom);
+    m_nCapacity = std::min(std::max(c_nMinCapacity, 8 * nKnown), nKnown + dwLeft);
+    m_vecFileDescriber.reserve(m_nCapacity);
+    m_handler.m_vecMRFD.Reserve(m_nCapacity);
 } catch (const std::bad_alloc&) {
 }
 
 CmInt32 CDownloadFileHandler::ReadConfHeader(CmUint32 dwDataOffset) {
-    unsigned char aBytes[c_dwEntryFileHeaderSize];
-    CmUint32 dwLength = c_dwEntryFileHeaderSize;
-    const CmInt32 lResult = m_pFileOp->ReadData(aBytes, dwDataOffset, dwLength);
-    if (lResult != CACHE_OK) {
-        TraceError("CDownloadFileHandler::InitFileInfo->Read Conf fileheader error=", lResult,
-                   " this=", this);
-        return lResult;
-    }
-    if (dwLength != c_dwEntryFileHeaderSize) {
-        TraceError("CDownloadFileHandler::InitFileInfo->Read Conf fileheader error,dwHeaderLen=",
-                   dwLength, " this=", this);
-        return CACHE_ERR_BAD_CONTAINER;
-    }
-    if (BuildEntryFileHeader(aBytes, m_ConfFileHeader) != CACHE_OK) {
-        TraceError("CDownloadFileHandler::InitFileInfo->BuildEntryFileHeader error",
-                   " this=", this);
-        return CACHE_ERR_FAILED;
-    }
-    return CACHE_OK;
+    return ReportRecord(ReadRecord(*m_pFileOp, dwDataOffset, m_ConfFileHeader), c_aConfTexts, this);
 }
 
 CmInt32 CDownloadFileHandler::FindMRFD(const tagDataInfo& aDataInfo, tagMRFD& aEntry) const {
@@ -199,7 +167,7 @@ CmInt32 CDownloadFileHandler::FindMRFD(const tagDataInfo& aDataInfo, tagMRFD& aE
     return CACHE_OK;
 }
 
-/// In asynchronous mode the host's thread waits in here for the walk.
+/// In asynchronous mode the host's thread waits here until the index was read.
 CmInt32 CDownloadFileHandler::GetStreamLength(const tagDataInfo& aDataInfo, CmUint32& dwLength) {
     CM_CHECK(m_pFileOp, "m_pFileOp.Get( )", CACHE_ERR_NOT_OPEN);
     const tagMRFDInfo* const pInfo = m_vecMRFD.Find(aDataInfo);
@@ -256,7 +224,7 @@ CmInt32 CDownloadFileHandler::ReadData(const tagDataInfo& aDataInfo, unsigned ch
         TraceError("CDownloadFileHandler::ReadData->read data error", lResult, " this=", this);
         return lResult;
     }
-    // Nothing of this object is touched after the callback, which may have ended it.
+    // The callback may delete this object, so nothing of it is used afterwards.
     if (!m_bAsync && m_pParent) m_pParent->OnDataReady(lpBuffer, dwLength, aDataInfo);
     return CACHE_OK;
 }

@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Keeps of an index what extents depend on.
+/// Keeps the fields of the entries from which lengths are derived.
 class CLengthVisitor final : public IIndexVisitor {
  public:
     CmInt32 OnEntry(const tagWalkEntry& aEntry) override {
@@ -54,7 +54,7 @@ CmInt32 ReadStreamLengths(IFileOperation& aFile, const tagQXFFileHeader& aHeader
         case CIndexWalk::End_Circle:
             vecLengths = aVisitor.Finish(aHeader, qwFileSize);
             return CACHE_OK;
-        case CIndexWalk::End_ReadFailed:
+        case CIndexWalk::End_Unreadable:
             return aWalk.GetResult();
         default:
             return CACHE_ERR_BAD_CONTAINER;

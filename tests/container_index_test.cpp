@@ -110,7 +110,7 @@ TEST(CircleWatch, FindsEveryCircleWithinThreeLapsOfItsWay) {
             const auto placeAt = [&](unsigned n) {
                 return n < nLeadIn ? n : nLeadIn + (n - nLeadIn) % nLap;
             };
-            while (!aWatch.IsBack(24 + 32 * placeAt(nStep), nStep))
+            while (!aWatch.HasReturned(24 + 32 * placeAt(nStep), nStep))
                 ASSERT_LT(nStep++, 3 * (nLeadIn + nLap)) << nLeadIn << " " << nLap;
             ASSERT_EQ(aWatch.GetLapLength(), nLap) << nLeadIn;
             ASSERT_EQ(aWatch.GetKnownBefore(), nStep - nLap);
@@ -118,5 +118,5 @@ TEST(CircleWatch, FindsEveryCircleWithinThreeLapsOfItsWay) {
     }
     CCircleWatch aWatch;
     for (std::uint64_t qwAt = 24; qwAt < 3'000'000; qwAt += 32)
-        ASSERT_FALSE(aWatch.IsBack(qwAt, 0)) << qwAt;
+        ASSERT_FALSE(aWatch.HasReturned(qwAt, 0)) << qwAt;
 }

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "download/ContainerFormat.h"
+#include "fileop/FileOperation.h"
+
+/// How the read of a record of fixed size ended.
+struct tagRecordRead {
+    enum End {
+        End_Whole,       ///< the record was read
+        End_ReadFailed,  ///< lReadResult is the code of the read
+        End_CutOff,      ///< the file has only dwLength bytes of the record
+        End_Malformed,   ///< the bytes could not be parsed
+    };
+
+    End aEnd = End_Whole;
+    CmInt32 lReadResult = 0;
+    CmUint32 dwLength = 0;
+
+    /// 0, the code of the read, 4002 if the record is cut off, or 4006 if it is malformed.
+    CmInt32 GetResult() const;
+};
+
+/// What a trace line says about each kind of failure. The first two are followed by a number.
+struct tagRecordTexts {
+    const char* lpReadFailed;
+    const char* lpCutOff;
+    const char* lpMalformed;
+};
+
+// Each function reads a record of its size at dwOffset and parses it. They work on the thread that
+// reads the file, and trace nothing.
+tagRecordRead ReadRecord(IFileOperation& aFile, CmUint32 dwOffset, tagQXFFileHeader& aHeader);
+tagRecordRead ReadRecord(IFileOperation& aFile, CmUint32 dwOffset, tagEntryFileHeader& aHeader);
+
+/// Parses an index entry after its bytes were read: lReadResult and dwLength are those of the read.
+tagRecordRead ParseEntry(CmInt32 lReadResult, const unsigned char* lpBytes, CmUint32 dwLength,
+                         tagMRFD& aEntry);
+
+/// Traces a failed read of a downloaded recording on behalf of pObject. Returns its code.
+CmInt32 ReportRecord(const tagRecordRead& aRead, const tagRecordTexts& aTexts, const void* pObject);
