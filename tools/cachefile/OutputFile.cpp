@@ -15,29 +15,29 @@ namespace {
 
 [[noreturn]] void ThrowWriting(const std::filesystem::path& aPath, int nErrno) {
     throw CFailure("cannot write " + Printable(aPath.u8string()) + ": " +
-                   (nErrno != 0 ? std::strerror(nErrno) : "the system gives no reason"));
+                   (nErrno != 0 ? std::strerror(nErrno) : "the system gave no reason"));
 }
 
 constexpr char c_szPartial[] = ".partial";
 constexpr char c_szNew[] = ".new";
-constexpr int c_nMostTries = 1000;
+constexpr int c_nMaxTries = 1000;
 
 std::filesystem::path Appended(std::filesystem::path aPath, const std::string& strText) {
     return aPath += strText;
 }
 
-/// Makes a locked file under a partial name of aPath that is free, and returns that name.
+/// Creates a locked file with the first free partial name of aPath, and returns its path.
 std::filesystem::path CreatePartial(const std::filesystem::path& aPath, System::CNewFile& aFile) {
     const std::string strProcess = "." + std::to_string(System::ProcessNumber());
     for (int nTry = 1;; ++nTry) {
         const std::string strTry = nTry > 1 ? "-" + std::to_string(nTry) : "";
         const auto aPartial = Appended(aPath, strProcess + strTry + c_szPartial);
         if (aFile.Create(aPartial)) return aPartial;
-        if (errno != EEXIST || nTry == c_nMostTries) ThrowWriting(aPath, errno);
+        if (errno != EEXIST || nTry == c_nMaxTries) ThrowWriting(aPath, errno);
     }
 }
 
-/// Takes strEnd off the end of strText; false if it is not there.
+/// Removes strEnd from the end of strText. Returns false if strText ends otherwise.
 bool CutEnd(std::string& strText, const std::string& strEnd) {
     if (strText.size() < strEnd.size() ||
         strText.compare(strText.size() - strEnd.size(), strEnd.size(), strEnd) != 0)
@@ -46,7 +46,8 @@ bool CutEnd(std::string& strText, const std::string& strEnd) {
     return true;
 }
 
-/// Takes cBefore and the digits after it off the end of strText; false if they are not there.
+/// Removes cBefore and the digits after it from the end of strText. Returns false if strText ends
+/// otherwise.
 bool CutNumber(std::string& strText, char cBefore) {
     const std::size_t nLast = strText.find_last_not_of("0123456789");
     if (nLast == std::string::npos || nLast + 1 == strText.size() || strText[nLast] != cBefore)
@@ -55,16 +56,21 @@ bool CutNumber(std::string& strText, char cBefore) {
     return true;
 }
 
-/// The name of the locked file that strName belongs to, if strName is a partial name of one of
-/// setNames; otherwise nothing. Such a name is NAME.PID.partial or NAME.PID-N.partial, with .new
-/// or .new.partial after it for what is written beside the locked file.
+/// Whether strName is NAME.PID.partial or NAME.PID-N.partial with a NAME of setNames.
+bool IsLockedName(std::string strName, const std::set<std::string>& setNames) {
+    if (!CutEnd(strName, c_szPartial)) return false;
+    CutNumber(strName, '-');
+    return CutNumber(strName, '.') && setNames.count(strName) > 0;
+}
+
+/// The locked file that the file strName belongs to, or an empty text. That is the file itself, or
+/// the one whose name comes before ".new" and whatever the writer of that file has appended.
 std::string LockedName(const std::string& strName, const std::set<std::string>& setNames) {
-    std::string strLocked = strName;
-    if (!CutEnd(strLocked, std::string(".new") + c_szPartial)) CutEnd(strLocked, ".new");
-    std::string strOwner = strLocked;
-    if (!CutEnd(strOwner, c_szPartial)) return "";
-    CutNumber(strOwner, '-');
-    return CutNumber(strOwner, '.') && setNames.count(strOwner) > 0 ? strLocked : "";
+    if (IsLockedName(strName, setNames)) return strName;
+    const std::size_t nNew = strName.rfind(std::string(c_szPartial) + c_szNew);
+    if (nNew == std::string::npos) return "";
+    const std::string strLocked = strName.substr(0, nNew + std::strlen(c_szPartial));
+    return IsLockedName(strLocked, setNames) ? strLocked : "";
 }
 
 }  // namespace
@@ -74,7 +80,7 @@ void RequireFree(const std::filesystem::path& aPath, bool bReplace) {
     const std::filesystem::file_status aStatus = std::filesystem::status(aPath, aError);
     if (std::filesystem::exists(aStatus) && !std::filesystem::is_regular_file(aStatus))
         throw CFailure(Printable(aPath.u8string()) +
-                       " is no regular file and cannot be overwritten");
+                       " is not a regular file and cannot be overwritten");
     const auto aOwnStatus = std::filesystem::symlink_status(aPath, aError);
     if (!bReplace && std::filesystem::exists(aOwnStatus)) ThrowExists(aPath);
 }
@@ -115,12 +121,8 @@ void COutputFile::Finish() {
 CPartialName::CPartialName(const std::filesystem::path& aPath)
     : m_locked(CreatePartial(aPath, m_lock)), m_path(Appended(m_locked, c_szNew)) {}
 
-std::filesystem::path CPartialName::GetWriterPath() const { return Appended(m_path, c_szPartial); }
-
-void CPartialName::Remove() {
-    // In the order in which the writer renames, so that none is missed; the locked one at last.
+CPartialName::~CPartialName() {
     std::error_code aIgnored;
-    std::filesystem::remove(GetWriterPath(), aIgnored);
     std::filesystem::remove(m_path, aIgnored);
     std::filesystem::remove(m_locked, aIgnored);
 }

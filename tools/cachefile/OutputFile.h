@@ -6,16 +6,16 @@
 
 #include "tools/cachefile/System.h"
 
-/// Files that get their names when they are complete.
-///
-/// Until then the bytes of NAME are in the same directory under NAME.PID.partial. Its writer keeps
-/// that file locked, so the next run can remove what a killed one has left and nothing else.
+// Files that get their names after they are complete.
+//
+// Until then the bytes of NAME are in NAME.PID.partial in the same directory. The writer keeps that
+// file locked. The next run with the same output removes the files that killed runs have left,
+// which are not locked, and no others.
 
-/// One such file, written here. Not finished, it is removed.
+/// One such file. The destructor removes it unless it was finished.
 class COutputFile {
  public:
-    /// Throws CFailure when there is a file of that name and bReplace is false, or when it can't
-    /// be written.
+    /// Throws CFailure if the name exists and bReplace is false, or if the file cannot be created.
     COutputFile(std::filesystem::path aPath, bool bReplace);
     ~COutputFile();
     COutputFile(const COutputFile&) = delete;
@@ -23,7 +23,7 @@ class COutputFile {
 
     void Write(const void* lpData, std::size_t nLength);
 
-    /// Waits until the disk has the bytes, then gives the file its name.
+    /// Waits until the disk has the bytes, then gives the file its name. Throws CFailure.
     void Finish();
 
  private:
@@ -34,23 +34,18 @@ class COutputFile {
     System::CNewFile m_file;
 };
 
-/// A name for such a file that is written elsewhere: NAME.PID.partial.new beside the locked, empty
-/// file NAME.PID.partial. Whatever is still under these names in the end is removed.
+/// A name for such a file that other code writes: NAME.PID.partial.new beside the locked, empty
+/// file NAME.PID.partial. That code may also make files whose names begin with this one. The
+/// destructor removes NAME.PID.partial.new and NAME.PID.partial.
 class CPartialName {
  public:
-    /// Throws CFailure when no file can be made there.
+    /// Throws CFailure if the locked file cannot be made.
     explicit CPartialName(const std::filesystem::path& aPath);
-    ~CPartialName() { Remove(); }
+    ~CPartialName();
     CPartialName(const CPartialName&) = delete;
     CPartialName& operator=(const CPartialName&) = delete;
 
     const std::filesystem::path& GetPath() const { return m_path; }
-
-    /// Where the library's container writer puts the bytes until they are complete.
-    std::filesystem::path GetWriterPath() const;
-
-    /// May be called while another thread is writing there, when the process ends directly after.
-    void Remove();
 
  private:
     System::CNewFile m_lock;
@@ -58,16 +53,15 @@ class CPartialName {
     const std::filesystem::path m_path;
 };
 
-/// Removes what killed runs have left in a directory of files with these names (UTF-8).
+/// Removes the files that killed runs with these outputs (UTF-8 names) left in a directory.
 void RemoveAbandoned(const std::filesystem::path& aDirectory,
                      const std::set<std::string>& setNames);
 
 /// The same for one file.
 void RemoveAbandoned(const std::filesystem::path& aPath);
 
-/// Throws CFailure when something has the name of a file that is to be written, and bReplace is
-/// false.
+/// Throws CFailure if the path exists and bReplace is false, or if it is not a regular file.
 void RequireFree(const std::filesystem::path& aPath, bool bReplace);
 
-/// Gives a complete file its name. Throws CFailure as above; the file is removed then.
+/// Gives a complete file its name. On failure the file is removed and CFailure is thrown.
 void GiveName(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <future>
 
 #include "download/ContainerWriter.h"
 #include "platform/CmResult.h"
@@ -17,14 +16,13 @@
 
 namespace {
 
-constexpr auto c_aLook = std::chrono::milliseconds(50);
 constexpr std::uint64_t c_qwBlock = 262144;
 
 std::string LibraryPath(const tagPackSource& aSource) {
     return HostDirectory(aSource.strDirectory) + StreamFileName(aSource.aDescriber);
 }
 
-/// Names the source that is to blame, as the user wrote it, or else the container.
+/// Names the source that caused the failure, as the user wrote it, or else the container.
 [[noreturn]] void ThrowPacking(const tagPacking& aPacking,
                                const CContainerWriter::tagFailure& aFailure, CmInt32 lResult) {
     std::string strFile = "the container";
@@ -47,7 +45,7 @@ void PutWord(std::vector<char>& vecBytes, std::size_t nAt, CmUint32 dwWord) {
     for (unsigned i = 0; i < 4; ++i) vecBytes[nAt + i] = static_cast<char>(dwWord >> 8 * i & 0xFF);
 }
 
-/// The writer sets two words of the conf stream; everything else has to be as in the file.
+/// The writer sets two words of the conf stream. All other bytes must be those of the file.
 void SetHeader(const tagPacking& aPacking, const tagPackSource& aSource,
                std::vector<char>& vecBytes) {
     tagMRFD aEntry{};
@@ -67,7 +65,7 @@ class CVerification {
           m_progress(aPacking.aProgress, "verify", aPacking.CountBytes()) {}
 
     void Run() {
-        // The writer keeps the order.
+        // The container has the streams in the order of the sources.
         for (std::size_t i = 0; i < m_packing.vecSources.size(); ++i) Compare(i);
         m_progress.Finish(m_qwDone);
     }
@@ -89,13 +87,13 @@ class CVerification {
             if (!aFile.read(vecBytes.data(), static_cast<std::streamsize>(vecBytes.size())))
                 Differs(aSource);
             if (qwAt == 0) SetHeader(m_packing, aSource, vecBytes);
-            if (!IsRead(aSource, qwAt, vecBytes)) Differs(aSource);
+            if (!HasBytes(aSource, qwAt, vecBytes)) Differs(aSource);
             m_progress.Show(m_qwDone += vecBytes.size());
         }
     }
 
-    bool IsRead(const tagPackSource& aSource, std::uint64_t qwAt,
-                const std::vector<char>& vecBytes) {
+    bool HasBytes(const tagPackSource& aSource, std::uint64_t qwAt,
+                  const std::vector<char>& vecBytes) {
         const auto dwLength = static_cast<CmUint32>(vecBytes.size());
         return m_player.Read(aSource.aDescriber, qwAt, dwLength) == CACHE_OK &&
                m_player.GetLength() == dwLength &&
@@ -104,8 +102,8 @@ class CVerification {
     }
 
     [[noreturn]] static void Differs(const tagPackSource& aSource) {
-        throw CFailure("verify: " + StreamName(aSource.aDescriber) +
-                       " differs from its file when it is read back; nothing was written");
+        throw CFailure("verification failed: " + StreamName(aSource.aDescriber) +
+                       " in the container differs from its file; nothing was written");
     }
 
     const tagPacking& m_packing;
@@ -123,30 +121,19 @@ std::uint64_t tagPacking::CountBytes() const {
     return qwBytes;
 }
 
-void WriteContainer(const tagPacking& aPacking, CPartialName& aPartial) {
+void WriteContainer(const tagPacking& aPacking, const CPartialName& aPartial) {
     CContainerWriter aWriter;
     aWriter.SetIndexType(aPacking.dwIndexType);
     if (aPacking.aHeader)
         aWriter.SetFileHeader(aPacking.aHeader->dwFileVersion, aPacking.aHeader->dwCBTimeStamp);
     AddSources(aWriter, aPacking);
     CProgress aProgress(aPacking.aProgress, "pack", aPacking.CountBytes());
-    // One call writes everything; meanwhile this thread looks how far it has come.
-    std::future<CmInt32> aWriting = std::async(
-        std::launch::async, [&] { return aWriter.Write(HostPath(aPartial.GetPath().u8string())); });
-    const std::uint64_t qwSize = aPacking.CountBytes() + c_dwFileHeaderSize +
-                                 std::uint64_t{c_dwEntrySize} * aPacking.vecSources.size();
-    std::error_code aError;
-    while (aWriting.wait_for(c_aLook) != std::future_status::ready) {
-        if (System::IsInterrupted()) {
-            aPartial.Remove();
-            ReportError("interrupted", Exit_Interrupted);
-            System::EndNow(Exit_Interrupted);
-        }
-        const std::uintmax_t nWritten =
-            std::filesystem::file_size(aPartial.GetWriterPath(), aError);
-        if (!aError) aProgress.Show(nWritten, nWritten >= qwSize ? "waiting for the disk" : "");
-    }
-    const CmInt32 lResult = aWriting.get();
+    const CmInt32 lResult = aWriter.Write(
+        HostPath(aPartial.GetPath().u8string()), [&](std::uint64_t qwDone, std::uint64_t qwTotal) {
+            aProgress.Show(qwDone, qwTotal > 0 && qwDone == qwTotal ? "waiting for the disk" : "");
+            return !System::IsInterrupted();
+        });
+    if (System::IsInterrupted()) throw Interrupted();
     if (lResult != CACHE_OK) ThrowPacking(aPacking, aWriter.GetLastFailure(), lResult);
     aProgress.Finish(aPacking.CountBytes());
 }

@@ -10,7 +10,7 @@
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Progress.h"
 
-/// The record files of some directories on their way into a container.
+// Packing the record files of directories into a container.
 
 struct tagPackSource {
     tagFileDescriber aDescriber;
@@ -18,7 +18,7 @@ struct tagPackSource {
     std::uint64_t qwSize;
 };
 
-/// What the container is to say of itself, if it isn't as the conf stream has it.
+/// The fields to set in the header of the conf stream.
 struct tagPackHeader {
     CmUint32 dwFileVersion;
     CmUint32 dwCBTimeStamp;
@@ -33,10 +33,10 @@ struct tagPacking {
     std::uint64_t CountBytes() const;
 };
 
-/// Writes the container to the partial name. Throws CFailure. An interrupt ends the process after
-/// the partial files are removed.
-void WriteContainer(const tagPacking& aPacking, CPartialName& aPartial);
+/// Writes the container to the partial name. Throws CFailure; Interrupted when the process is
+/// interrupted.
+void WriteContainer(const tagPacking& aPacking, const CPartialName& aPartial);
 
 /// Reads the container back through the play handler and compares every stream with its file.
-/// Throws CFailure at the first difference.
+/// Throws CFailure at the first difference, and Interrupted.
 void VerifyContainer(const tagPacking& aPacking, const std::filesystem::path& aPath);

@@ -17,7 +17,7 @@ ProgressMode Resolve(ProgressMode aMode) {
     return System::IsErrorTerminal() ? ProgressMode::Always : ProgressMode::Never;
 }
 
-std::string Clockwise(double dSeconds) {
+std::string MinutesAndSeconds(double dSeconds) {
     const auto nSeconds = static_cast<long long>(dSeconds + 0.5);
     char aText[48];
     std::snprintf(aText, sizeof aText, "%lld:%02lld", nSeconds / 60, nSeconds % 60);
@@ -29,9 +29,9 @@ std::string Clockwise(double dSeconds) {
 CProgress::CProgress(ProgressMode aMode, std::string strLabel, std::uint64_t qwTotal)
     : m_mode(Resolve(aMode)), m_strLabel(std::move(strLabel)), m_qwTotal(qwTotal) {}
 
-CProgress::~CProgress() { Wipe(); }
+CProgress::~CProgress() { Erase(); }
 
-void CProgress::Wipe() {
+void CProgress::Erase() {
     if (m_nDrawn > 0) std::fprintf(stderr, "\r%*s\r", static_cast<int>(m_nDrawn), "");
     m_nDrawn = 0;
 }
@@ -43,7 +43,9 @@ void CProgress::SetFields(std::map<std::string, std::uint64_t> mapFields) {
 void CProgress::Show(std::uint64_t qwDone, const std::string& strNote) {
     if (m_mode == ProgressMode::Never) return;
     const Clock::time_point aNow = Clock::now();
-    if (aNow < m_due) return;
+    const bool bNewNote = m_bNoted == strNote.empty();
+    if (aNow < m_due && !bNewNote) return;
+    m_bNoted = !strNote.empty();
     m_due = aNow + c_aInterval;
     Draw(qwDone, strNote);
 }
@@ -89,7 +91,7 @@ void CProgress::DrawLine(std::uint64_t qwDone, double dRate, double dLeft,
         strLine += " " + ByteSize(static_cast<double>(qwDone));
     }
     strLine += "  " + ByteSize(dRate) + "/s";
-    if (m_qwTotal > 0) strLine += "  " + Clockwise(dLeft) + " left";
+    if (m_qwTotal > 0) strLine += "  " + MinutesAndSeconds(dLeft) + " left";
     if (!strNote.empty()) strLine += "  " + strNote;
     const std::size_t nColumns = strLine.size();
     strLine.resize(std::max(nColumns, m_nDrawn), ' ');

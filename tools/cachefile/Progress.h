@@ -5,30 +5,31 @@
 #include <map>
 #include <string>
 
-/// How the progress of long work is shown on standard error: as a line that is drawn over itself,
-/// on a terminal or always; not at all; or as a JSON object a line, for programs.
+/// How standard error shows the progress of long work. Auto: as a line that is redrawn, if it is a
+/// terminal. Always: the same on any output. Json: one object per line, for programs.
 enum class ProgressMode { Auto, Always, Never, Json };
 
-/// Shows how far one piece of work has come, with rate and time left, at most 10 times a second.
+/// Shows the progress of one piece of work, with rate and time left, at most 10 times a second.
 class CProgress {
  public:
-    /// qwTotal 0: nobody knows how much there is to be done.
+    /// qwTotal is 0 if the amount of work is unknown.
     CProgress(ProgressMode aMode, std::string strLabel, std::uint64_t qwTotal);
-    /// Wipes the line away, so that what is printed next stands on a clean one.
+    /// Removes the line, so that the next output starts on an empty one.
     ~CProgress();
     CProgress(const CProgress&) = delete;
     CProgress& operator=(const CProgress&) = delete;
 
-    /// The note, if there is one, says what is waited for or what has gone wrong.
+    /// strNote says what the work waits for or what has failed, or is empty. The first call with a
+    /// note is always shown, and so is the first without one after that.
     void Show(std::uint64_t qwDone, const std::string& strNote = "");
-    /// The work is done: the last state is shown even if the one before was a moment ago.
+    /// Shows the final state, however recent the last output is.
     void Finish(std::uint64_t qwDone, const std::string& strNote = "");
 
     /// Further fields of the JSON objects.
     void SetFields(std::map<std::string, std::uint64_t> mapFields);
 
     /// Removes the line before something else is written to standard error.
-    void Wipe();
+    void Erase();
 
  private:
     using Clock = std::chrono::steady_clock;
@@ -44,5 +45,6 @@ class CProgress {
     const Clock::time_point m_begin = Clock::now();
     Clock::time_point m_due = m_begin;
     std::map<std::string, std::uint64_t> m_mapFields;
+    bool m_bNoted = false;     // a note was shown last
     std::size_t m_nDrawn = 0;  // columns of the line
 };

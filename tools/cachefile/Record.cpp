@@ -14,7 +14,7 @@
 
 namespace {
 
-/// Takes input and hands it to the recorders until all of it has ended.
+/// Reads the inputs and passes their bytes to the recorders until all inputs have ended.
 class CLoop {
  public:
     CLoop(const tagRecordOptions& aOptions, Sources& vecSources)
@@ -25,7 +25,7 @@ class CLoop {
         if (!aOptions.aPlan.bSync) CCmCallerThread::GetWakeDescriptor(m_nWake);
     }
 
-    /// Ends early when the process is interrupted. Failures are reported as they come.
+    /// Returns early if the process is interrupted. Failures are reported when they occur.
     void Run() {
         while (!System::IsInterrupted()) {
             ReportFailures();
@@ -40,18 +40,18 @@ class CLoop {
             std::vector<bool> vecReady;
             System::WaitForInputs(vecInputs, m_nWake, vecReady);
             for (std::size_t i = 0; i < vecOpen.size() && !System::IsInterrupted(); ++i)
-                if (vecReady[i]) Take(*vecOpen[i]);
+                if (vecReady[i]) ReadPiece(*vecOpen[i]);
             if (!m_options.aPlan.bSync) CCmCallerThread::RunPending();
         }
     }
 
-    /// When everything that was taken is in the files or lost.
+    /// Call it after the shutdown, when all bytes are in the files or lost.
     void Finish() {
         ReportFailures();
         for (const auto& pSource : m_vecSources) {
             const std::uint64_t qwLost = pSource->aRecorder.CountLostBytes();
             if (pSource->strError.empty() && qwLost > 0)
-                Report(*pSource, Grouped(qwLost) + " bytes are missing in its file");
+                Report(*pSource, Grouped(qwLost) + " bytes are missing from its file");
         }
         m_progress.Finish(m_qwDone, NoteLoss());
     }
@@ -67,11 +67,11 @@ class CLoop {
 
     void Report(tagSource& aSource, const std::string& strError) {
         aSource.strError = strError;
-        m_progress.Wipe();
+        m_progress.Erase();
         Warn("recording " + aSource.Name() + " failed: " + strError);
     }
 
-    /// Puts what has failed into the progress, and returns it as text.
+    /// Adds the failures to the progress, and returns them as text.
     std::string NoteLoss() {
         std::uint64_t qwFailed = 0, qwLost = 0;
         for (const auto& pSource : m_vecSources) {
@@ -85,7 +85,7 @@ class CLoop {
                                    ByteSize(static_cast<double>(qwLost)) + " lost";
     }
 
-    void Take(tagSource& aSource) {
+    void ReadPiece(tagSource& aSource) {
         const long long nRead = aSource.aInput.Read(m_vecPiece.data(), m_vecPiece.size());
         if (nRead == -2) return;
         if (nRead > 0) {
@@ -168,7 +168,7 @@ void PrintJson(const tagRecordOptions& aOptions, const Sources& vecSources,
     PrintDocument(aDocument);
 }
 
-/// Loss comes before everything else, since a recorder must never hide it.
+/// Loss has precedence over all other outcomes, since a recorder must never hide it.
 int Judge(const Sources& vecSources, const tagOutcome& aOutcome) {
     bool bLost = false, bFailed = false;
     for (const auto& pSource : vecSources) {
@@ -180,7 +180,7 @@ int Judge(const Sources& vecSources, const tagOutcome& aOutcome) {
     return aOutcome.bInterrupted ? Exit_Interrupted : Exit_Done;
 }
 
-/// For a program, what the lines on standard error have said, as one object.
+/// Reports all failures to a program as one object.
 void ReportAsJson(const Sources& vecSources, int nExit) {
     std::string strText;
     for (const auto& pSource : vecSources)
@@ -190,7 +190,7 @@ void ReportAsJson(const Sources& vecSources, int nExit) {
     if (nExit != Exit_Done) ReportError(strText.empty() ? "interrupted" : strText, nExit);
 }
 
-/// When it returns, everything that was accepted is in the files.
+/// When it returns, all accepted bytes are in the files.
 void RecordAll(const Sources& vecSources, CLoop& aLoop) {
     const Shutdown aShutdown;
     for (const auto& pSource : vecSources) {

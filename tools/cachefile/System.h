@@ -6,33 +6,33 @@
 #include <string>
 #include <vector>
 
-/// What the tool needs of the operating system: one source file per system, and no trace of it
-/// anywhere else.
+/// The calls of the operating system that the tool needs. Each system has its own source file; the
+/// other files of the tool are the same everywhere.
 namespace System {
 
-/// The first call of the process. Opens the null device in place of standard files that are
-/// closed, turns newline translation off, makes a closed pipe a failed write instead of a signal,
-/// and notes interrupts (IsInterrupted), which also end a wait.
+/// Must be called first. Opens the null device in place of closed standard files, turns newline
+/// translation off, makes writes to a closed pipe fail instead of raising a signal, and starts to
+/// record interrupts (IsInterrupted), which also end a wait.
 void Prepare();
 
 bool IsInterrupted();
 
 bool IsOutputTerminal();
 bool IsErrorTerminal();
-/// Columns of the terminal, 80 if there is none.
+/// The width of the terminal in columns; 80 without a terminal.
 int GetTerminalWidth();
 
-/// Writes to standard output and waits for its reader. 0, or the reason as in errno; 4
-/// (interrupted) when the process is interrupted and the reader takes nothing.
+/// Writes to standard output and waits for its reader. Returns 0 or an errno value; 4 (EINTR) if
+/// the process is interrupted while the reader does not read.
 int WriteOutput(const char* lpData, std::size_t nLength);
 
-/// Whether a write failed because nobody reads the other end any more.
+/// Whether a write failed because the reader has closed the pipe.
 bool IsClosedPipe(int nErrno);
 
-/// Why the library can't be given this path, or an empty text.
+/// The reason why the library does not accept this path, or an empty text.
 std::string PathFault(const std::string& strPath);
 
-/// A path as it was given on the command line, in UTF-8.
+/// Converts a path of the command line to UTF-8.
 std::string Utf8Path(const std::string& strPath);
 inline std::filesystem::path NativePath(const std::string& strPath) {
     return std::filesystem::u8path(Utf8Path(strPath));
@@ -41,11 +41,11 @@ inline std::filesystem::path NativePath(const std::string& strPath) {
 /// The number of this process.
 long ProcessNumber();
 
-/// Makes an empty file where nothing is, not even a link. False with errno on failure.
+/// Creates an empty file; fails if the path exists, even as a link. Returns false with errno.
 bool MakeNewFile(const std::filesystem::path& aPath);
 
-/// A new file that this process alone writes. It is locked until it is closed, so another process
-/// can find out whether its writer is still at work. Functions return false with errno on failure.
+/// A new file that only this process writes. It is locked until it is closed, so other processes
+/// can find out whether its writer still runs. Functions return false with errno on failure.
 class CNewFile {
  public:
     CNewFile() = default;
@@ -53,11 +53,11 @@ class CNewFile {
     CNewFile(const CNewFile&) = delete;
     CNewFile& operator=(const CNewFile&) = delete;
 
-    /// Makes the file where nothing is, not even a link. Where the file system has no locks, the
-    /// file is made without one.
+    /// Creates the file; fails if the path exists, even as a link. If the file system has no locks,
+    /// the file is created without one.
     bool Create(const std::filesystem::path& aPath);
     bool Write(const void* lpData, std::size_t nLength);
-    /// Waits until the disk has the bytes. A file that cannot be synced by its kind counts as done.
+    /// Waits until the disk has the bytes. Succeeds for kinds of files that cannot be synced.
     bool Sync();
     bool Close();
 
@@ -65,7 +65,7 @@ class CNewFile {
     int m_nFile = -1;
 };
 
-/// Removes a regular file that no CNewFile of any process holds. Does nothing when that is unknown.
+/// Removes a regular file unless a CNewFile of any process has it open, or this is unknown.
 void RemoveAbandoned(const std::filesystem::path& aPath);
 
 /// An exclusive lock on a file. The system releases it when the process ends; the file stays.
@@ -79,23 +79,19 @@ class CFileLock {
     CFileLock(const CFileLock&) = delete;
     CFileLock& operator=(const CFileLock&) = delete;
 
-    /// Makes the file if it is missing, and locks it without waiting. Held: another process has
-    /// the lock. Unknown, with errno: the file cannot be made, or its file system has no locks.
+    /// Creates the file if it is missing, and locks it without waiting. Held: another process has
+    /// the lock. Unknown, with errno: the file cannot be created, or its file system has no locks.
     Outcome Take(const std::filesystem::path& aPath);
 
  private:
     std::intptr_t m_nFile = -1;
 };
 
-/// Gives a file its final name. Without bReplace it fails where something has that name already,
-/// with an error of file_exists.
+/// Gives a file its final name. If bReplace is false and the name exists, the error is file_exists.
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
             std::error_code& aError);
 
-/// Ends the process at once, with other threads still at work.
-[[noreturn]] void EndNow(int nExit);
-
-/// A source of bytes that may have to be waited for: a file, a pipe, standard input ("-").
+/// A source of bytes: a file, a pipe, or standard input ("-").
 class CInput {
  public:
     CInput() = default;
@@ -103,18 +99,17 @@ class CInput {
     CInput(const CInput&) = delete;
     CInput& operator=(const CInput&) = delete;
 
-    /// False with errno on failure. What cannot be read at all (a directory, a closed standard
-    /// input) fails here.
+    /// Returns false with errno on failure, also for a directory and a closed standard input.
     bool Open(const std::string& strPath);
 
-    /// How many bytes a file has from the place on that is read next; nothing for what is no file.
+    /// How many bytes a file has after the current position; nothing if it is not a regular file.
     std::optional<std::uint64_t> CountUnread() const;
 
-    /// Whether aPath is the file that is read, whatever name it was opened by.
+    /// Whether aPath is the same file, even under another name.
     bool IsFile(const std::filesystem::path& aPath) const;
 
-    /// The bytes that are there, at most nLength; 0 at the end, -1 with errno on failure, -2 when
-    /// there are none yet.
+    /// Reads the available bytes, at most nLength, and returns their number. Returns 0 at the end,
+    /// -1 with errno on failure, -2 if there are none yet.
     long long Read(unsigned char* lpBuffer, std::size_t nLength);
 
     int GetDescriptor() const { return m_nFile; }
@@ -125,8 +120,8 @@ class CInput {
 };
 
 /// Waits until one of the inputs can be read, the other descriptor (-1: none) is readable, or the
-/// process is interrupted. Sets for each input whether it can be read. Where a system can't wait
-/// for several, each is said to be readable, and the read waits.
+/// process is interrupted. Sets for each input whether it can be read. Windows cannot wait for
+/// several inputs: there all count as readable, and the read waits.
 void WaitForInputs(const std::vector<CInput*>& vecInputs, int nOther, std::vector<bool>& vecReady);
 
 }  // namespace System

@@ -22,7 +22,7 @@ extern "C" void OnInterrupt(int /*nSignal*/) {
     const int nErrno = errno;
     s_nInterrupted = 1;
     if (::write(s_aWakePipe[1], "", 1) < 0) {
-        // The pipe is full: it is readable all the same.
+        // The pipe is full, so it is readable.
     }
     errno = nErrno;
 }
@@ -31,17 +31,17 @@ void Handle(int nSignal, void (*pHandler)(int)) {
     struct sigaction aAction = {};
     aAction.sa_handler = pHandler;
     ::sigemptyset(&aAction.sa_mask);
-    ::sigaction(nSignal, &aAction, nullptr);  // without SA_RESTART: waiting calls come back
+    ::sigaction(nSignal, &aAction, nullptr);  // without SA_RESTART, so that waiting calls return
 }
 
-/// A process that was started without one of its standard files would open another file in its
-/// place and mix the two. Input from a closed descriptor fails; output to one is discarded.
+/// If a standard file is closed, the next file that is opened gets its number, and output is mixed.
+/// Input from a closed descriptor fails; output to one is discarded.
 void OpenStandardFiles() {
     for (int nFile = STDIN_FILENO; nFile <= STDERR_FILENO; ++nFile)
         if (::fcntl(nFile, F_GETFD) < 0 && ::open("/dev/null", O_WRONLY) != nFile) return;
 }
 
-/// An interrupt that whoever started us has switched off stays off.
+/// A signal that the parent process ignores stays ignored.
 void HandleInterrupt(int nSignal) {
     struct sigaction aBefore = {};
     ::sigaction(nSignal, nullptr, &aBefore);
@@ -55,7 +55,7 @@ namespace System {
 void Prepare() {
     OpenStandardFiles();
     Handle(SIGPIPE, SIG_IGN);
-    Handle(SIGXFSZ, SIG_IGN);  // a write beyond the limit is a failed write
+    Handle(SIGXFSZ, SIG_IGN);  // a write past the size limit fails instead
     if (::pipe(s_aWakePipe) == 0)
         for (const int nEnd : s_aWakePipe) {
             ::fcntl(nEnd, F_SETFL, O_NONBLOCK);
@@ -82,7 +82,7 @@ int WriteOutput(const char* lpData, std::size_t nLength) {
     struct stat aStat = {};
     const bool bFile = ::fstat(STDOUT_FILENO, &aStat) == 0 && S_ISREG(aStat.st_mode);
     while (nLength > 0) {
-        // So many bytes a pipe that has room takes without waiting.
+        // A pipe that poll reports as writable takes this many bytes without blocking.
         const std::size_t nPart = bFile ? nLength : std::min<std::size_t>(nLength, PIPE_BUF);
         struct pollfd aPolled[] = {{STDOUT_FILENO, POLLOUT, 0}, {s_aWakePipe[0], POLLIN, 0}};
         if (::poll(aPolled, 2, -1) < 0 && errno != EINTR) return errno;
@@ -117,7 +117,7 @@ bool CNewFile::Create(const std::filesystem::path& aPath) {
     for (;; Close()) {
         m_nFile = ::open(aPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (m_nFile < 0) return false;
-        // Before it was locked, another process may have taken it for an abandoned one.
+        // Another process may have removed it as abandoned before it was locked.
         struct stat aStat = {};
         if (::flock(m_nFile, LOCK_EX | LOCK_NB) != 0) {
             if (errno != EWOULDBLOCK) return true;
@@ -156,7 +156,7 @@ void RemoveAbandoned(const std::filesystem::path& aPath) {
     const int nFile = ::open(aPath.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (nFile < 0) return;
     struct stat aOpened = {}, aNamed = {};
-    // Locked, it cannot be replaced by a new one: that would have to be made where nothing is.
+    // While it is locked, no new file can take its place: that file would need a free name.
     if (::fstat(nFile, &aOpened) == 0 && S_ISREG(aOpened.st_mode) &&
         ::flock(nFile, LOCK_EX | LOCK_NB) == 0 && ::lstat(aPath.c_str(), &aNamed) == 0 &&
         aOpened.st_dev == aNamed.st_dev && aOpened.st_ino == aNamed.st_ino)
@@ -169,7 +169,7 @@ CFileLock::~CFileLock() {
 }
 
 CFileLock::Outcome CFileLock::Take(const std::filesystem::path& aPath) {
-    constexpr int c_nFlags = O_NONBLOCK | O_CLOEXEC;  // not to wait for the other end of a FIFO
+    constexpr int c_nFlags = O_NONBLOCK | O_CLOEXEC;  // so that a FIFO does not block
     int nFile = ::open(aPath.c_str(), O_RDWR | O_CREAT | c_nFlags, 0666);
     if (nFile < 0) nFile = ::open(aPath.c_str(), O_RDONLY | c_nFlags);  // another user's
     if (nFile < 0) return Unknown;
@@ -187,7 +187,7 @@ void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo
             return;
         }
         if (aError == std::errc::file_exists) return;
-        // No hard links here: what is left is to look first.
+        // There are no hard links here, so it can only look first.
         if (std::filesystem::symlink_status(aTo, aError).type() !=
             std::filesystem::file_type::not_found) {
             aError = std::make_error_code(std::errc::file_exists);
@@ -197,15 +197,13 @@ void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo
     std::filesystem::rename(aFrom, aTo, aError);
 }
 
-void EndNow(int nExit) { ::_exit(nExit); }
-
 CInput::~CInput() {
     if (m_bOwned && m_nFile >= 0) ::close(m_nFile);
 }
 
 bool CInput::Open(const std::string& strPath) {
     m_bOwned = strPath != "-";
-    // Without O_NONBLOCK the open of a FIFO waits for its writer, and nothing else goes on.
+    // Without O_NONBLOCK the open of a FIFO waits for its writer and holds up the other inputs.
     m_nFile = m_bOwned ? ::open(strPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC) : STDIN_FILENO;
     struct stat aStat = {};
     if (m_nFile < 0 || ::fstat(m_nFile, &aStat) != 0) return false;

@@ -15,7 +15,7 @@ namespace {
 
 std::atomic<bool> s_bInterrupted{false};
 
-/// Runs on a thread of the system's own. What reads the console meanwhile comes back by itself.
+/// Runs on a thread of the system. A read from the console then returns by itself.
 BOOL WINAPI OnInterrupt(DWORD /*dwEvent*/) {
     s_bInterrupted = true;
     return TRUE;
@@ -39,7 +39,7 @@ int ErrnoOf(DWORD dwError) {
     }
 }
 
-/// Has the console understand colours; one that can't shows none.
+/// Makes the console understand colours. Returns false if it cannot.
 bool ShowsColours(DWORD dwHandle) {
     const HANDLE hConsole = ::GetStdHandle(dwHandle);
     DWORD dwMode = 0;
@@ -47,8 +47,8 @@ bool ShowsColours(DWORD dwHandle) {
            ::SetConsoleMode(hConsole, dwMode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
 }
 
-/// A process that was started without one of its standard files would open another file in its
-/// place and mix the two. Input from a closed one fails; output to one is discarded.
+/// If a standard file is closed, the next file that is opened gets its number, and output is mixed.
+/// Input from a closed one fails; output to one is discarded.
 void OpenStandardFiles() {
     for (int nFile = 0; nFile <= 2; ++nFile) {
         if (::_get_osfhandle(nFile) >= 0) continue;
@@ -66,7 +66,7 @@ namespace System {
 void Prepare() {
     OpenStandardFiles();
     for (const int nFile : {0, 1}) ::_setmode(nFile, _O_BINARY);
-    // A console takes what the process writes for its own encoding; it gets that back at the end.
+    // The console interprets output in its own code page, which is restored at the end.
     static const UINT s_nConsole = ::GetConsoleOutputCP();
     ::SetConsoleOutputCP(::GetACP());
     std::atexit([] { ::SetConsoleOutputCP(s_nConsole); });
@@ -117,7 +117,7 @@ bool MakeNewFile(const std::filesystem::path& aPath) {
     return nFile >= 0 && ::_close(nFile) == 0;
 }
 
-/// What is open for writing is locked here: only reading, renaming and removing are shared.
+/// The share mode locks the file against other writers. Reading, renaming and removing are shared.
 bool CNewFile::Create(const std::filesystem::path& aPath) {
     const HANDLE hFile =
         ::CreateFileW(aPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
@@ -152,7 +152,7 @@ bool CNewFile::Close() {
 }
 
 void RemoveAbandoned(const std::filesystem::path& aPath) {
-    // It is opened only when nobody else has it open, and removed when it is closed.
+    // The open succeeds only if nobody else has the file open. Closing it removes it.
     const HANDLE hFile =
         ::CreateFileW(aPath.c_str(), DELETE, 0, nullptr, OPEN_EXISTING,
                       FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
@@ -187,8 +187,6 @@ void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo
     else
         aError.assign(static_cast<int>(dwError), std::system_category());
 }
-
-void EndNow(int nExit) { ::_exit(nExit); }
 
 CInput::~CInput() {
     if (m_bOwned) ::_close(m_nFile);
