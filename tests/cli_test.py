@@ -496,7 +496,7 @@ class Show(Cli):
         rows = self.run_json(DAMAGE, "list", "bad")["streams"]
         self.assertEqual([row["reachable"] for row in rows], [False, False, False])
         _, error = self.run_tool(FAILED, "play", "bad", "--stream", "1:1001:2")
-        self.assertIn("behind a cut-off header", error)
+        self.assertIn("after a cut-off header", error)
         _, error = self.run_tool(DAMAGE, "extract", "bad", "-o", "out")
         self.assertEqual(self.read("out/1_1001-2.dat"), THREE[0][2])
 

@@ -1,4 +1,4 @@
-#include "tools/cachefile/Findings.h"
+#include "tools/cachefile/Examine.h"
 
 #include <gtest/gtest.h>
 

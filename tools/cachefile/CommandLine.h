@@ -1,7 +1,7 @@
 #pragma once
 
-/// Reads the words the tool was started with and runs the command they name; returns how the tool
-/// ends. Throws CFailure for words that can't be understood, and what the commands throw.
+/// Parses the command line and runs the command that it names. Returns the exit code of the tool.
+/// Throws CFailure if the command line is wrong, and what the commands throw.
 ///
-/// The grammar stands in one place, since its package takes long to compile.
+/// One source file has the whole grammar, because CLI11 takes long to compile.
 int RunCommandLine(int argc, char** argv);

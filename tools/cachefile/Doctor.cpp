@@ -1,6 +1,6 @@
 #include "tools/cachefile/Commands.h"
+#include "tools/cachefile/Examine.h"
 #include "tools/cachefile/Exit.h"
-#include "tools/cachefile/Findings.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 
@@ -33,14 +33,15 @@ void PrintLine(Severity aSeverity, const char* lpCode, std::uint64_t qwOffset,
           " " + strMessage + "\n");
 }
 
-/// Lines that were folded are one line of the same form.
+/// The findings that were only counted share one line for each code.
 void PrintText(const tagFindings& aFindings) {
     for (const tagFinding& a : aFindings.vecFindings)
         PrintLine(a.aSeverity, a.lpCode, a.qwOffset, a.strMessage);
     for (const tagTotal& a : aFindings.vecTotals)
         if (a.qwFolded > 0)
-            PrintLine(a.aSeverity, a.lpCode, a.qwFirstFolded,
-                      "and " + Grouped(a.qwFolded) + " more from here on (--all shows them)");
+            PrintLine(
+                a.aSeverity, a.lpCode, a.qwFirstFolded,
+                "and " + Grouped(a.qwFolded) + " more from here on (use `--all` to show them)");
 }
 
 }  // namespace
@@ -51,7 +52,7 @@ int Doctor(const tagDoctorOptions& aOptions) {
         throw CFailure(Printable(aOptions.strPath) +
                        " is a recording directory; only containers have an index to examine");
     const tagFindings aFindings =
-        Examine(aRecording, aOptions.bAll ? c_qwAllOfACode : c_qwMostOfACode);
+        Examine(aRecording, aOptions.bAll ? c_qwAllOfACode : c_qwMaxOfACode);
     if (aOptions.bJson)
         PrintJson(aOptions, aFindings);
     else

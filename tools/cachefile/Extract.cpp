@@ -3,8 +3,8 @@
 #include <set>
 
 #include "tools/cachefile/Commands.h"
+#include "tools/cachefile/Examine.h"
 #include "tools/cachefile/Exit.h"
-#include "tools/cachefile/Findings.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
@@ -17,8 +17,8 @@ constexpr std::uint64_t c_qwBlock = 262144;
 
 using Selection = std::vector<const tagStream*>;
 
-/// Nothing of a stream can be extracted if the file ends before it begins.
-bool IsThere(const tagStream& aStream, const tagRecording& aRecording) {
+/// No byte of a stream can be extracted if the file ends before it starts.
+bool CanExtract(const tagStream& aStream, const tagRecording& aRecording) {
     return aStream.qwPresent > 0 || aStream.qwOffset <= aRecording.qwSize;
 }
 
@@ -33,13 +33,14 @@ Selection SelectNamed(const tagExtractOptions& aOptions, const tagRecording& aRe
     return vecSelected;
 }
 
-/// Every stream that has a name of its own; says what is left out, in bLeftOut too.
+/// Selects every stream that no earlier entry hides. Warns of what is left out, and then sets
+/// bLeftOut.
 Selection SelectAll(const tagRecording& aRecording, bool& bLeftOut) {
     Selection vecSelected;
     const std::uint64_t qwDeclared = aRecording.pIndex->GetFileHeader().dwFileSize;
     if (aRecording.qwSize > qwDeclared)
         Warn(Grouped(aRecording.qwSize - qwDeclared) +
-             " bytes behind the end that the header gives belong to no stream that begins before");
+             " bytes after the end given in the header belong to no stream that starts before it");
     bLeftOut = aRecording.qwSize > qwDeclared;
     for (const tagStream& aStream : aRecording.vecStreams) {
         const auto nNumber = std::to_string(&aStream - aRecording.vecStreams.data() + 1);
@@ -48,7 +49,7 @@ Selection SelectAll(const tagRecording& aRecording, bool& bLeftOut) {
                  " is unknown");
         else if (aStream.nHiddenBy != 0)
             Warn("entry " + nNumber + " is left out: entry " + std::to_string(aStream.nHiddenBy) +
-                 " is the same stream " + aStream.Name());
+                 " is for the same stream " + aStream.Name());
         else
             vecSelected.push_back(&aStream);
     }
@@ -66,15 +67,15 @@ class CExtraction {
           m_directory(System::NativePath(aOptions.strDirectory)),
           m_progress(aOptions.aProgress, "extract", CountBytes()) {}
 
-    /// Returns whether something is missing.
+    /// Returns whether bytes are missing.
     bool Run() {
         RequireReasonableSize();
         Prepare();
         for (const tagStream* pStream : m_vecSelected)
-            if (IsThere(*pStream, m_recording))
+            if (CanExtract(*pStream, m_recording))
                 Extract(*pStream);
             else
-                MissAll(*pStream);
+                ReportAllMissing(*pStream);
         m_progress.Finish(m_qwDone);
         return m_bMissing;
     }
@@ -94,21 +95,21 @@ class CExtraction {
         return qwBytes;
     }
 
-    /// Streams of a sound container share no bytes. A few bytes of index can make the streams of a
-    /// hostile one need very much space.
+    /// Streams of a good container share no bytes. A malicious container can have a short index
+    /// whose streams need very much disk space.
     void RequireReasonableSize() const {
         if (CountBytes() <= m_recording.qwSize || m_options.bAllowOverlap) return;
         throw CFailure("the streams overlap: their files would need " + Grouped(CountBytes()) +
                        " bytes, but " + Printable(m_options.strPath) + " has " +
-                       Grouped(m_recording.qwSize) + " (--allow-overlap writes them)");
+                       Grouped(m_recording.qwSize) + " (use `--allow-overlap` to write them)");
     }
 
-    /// Whatever prevents the extraction is found before the first file is written.
+    /// Finds everything that prevents the extraction before the first file is written.
     void Prepare() const {
         std::error_code aError;
         std::filesystem::create_directories(m_directory, aError);
         if (!std::filesystem::is_directory(m_directory))
-            throw CFailure("cannot make the directory " + Printable(m_options.strDirectory) +
+            throw CFailure("cannot create the directory " + Printable(m_options.strDirectory) +
                            (aError ? ": " + aError.message() : ""));
         std::set<std::string> setNames;
         for (const tagStream* pStream : m_vecSelected) {
@@ -122,20 +123,20 @@ class CExtraction {
         RemoveAbandoned(m_directory, setNames);
     }
 
-    void Miss(const tagStream& aStream, const std::string& strWhat) {
+    void ReportMissing(const tagStream& aStream, const std::string& strWhat) {
         m_bMissing = true;
-        Warn("missing of " + aStream.Name() + ": " + strWhat);
+        Warn(aStream.Name() + " is incomplete: " + strWhat);
     }
 
-    void MissAll(const tagStream& aStream) {
-        Miss(aStream, "all of it: it begins at " + std::to_string(aStream.qwOffset) +
-                          ", past the end of the file");
-        if (m_options.bJson) Note(aStream, 0, false);
+    void ReportAllMissing(const tagStream& aStream) {
+        ReportMissing(aStream, "it starts at " + std::to_string(aStream.qwOffset) +
+                                   ", past the end of the file");
+        if (m_options.bJson) AddRow(aStream, 0, false);
     }
 
     void Extract(const tagStream& aStream);
     std::uint64_t Copy(const tagStream& aStream, COutputFile& aFile);
-    void Note(const tagStream& aStream, std::uint64_t qwCopied, bool bFile);
+    void AddRow(const tagStream& aStream, std::uint64_t qwCopied, bool bFile);
 
     const tagExtractOptions& m_options;
     const tagRecording& m_recording;
@@ -159,17 +160,18 @@ void CExtraction::Extract(const tagStream& aStream) {
     aFile.Finish();
     const std::uint64_t qwMissing = aStream.qwExtent - qwCopied;
     if (qwMissing > 0)
-        Miss(aStream, Grouped(qwMissing) + " of " + Grouped(aStream.qwExtent) + " bytes");
+        ReportMissing(aStream, Grouped(qwMissing) + " of " + Grouped(aStream.qwExtent) +
+                                   " bytes are missing");
     tagStreamExtent aExtent{};
     const auto nIndex = static_cast<std::size_t>(&aStream - m_recording.vecStreams.data());
     m_recording.pIndex->GetStreamExtent(nIndex, aExtent);
     if (aExtent.dwLacking > 0)
-        Miss(aStream, Grouped(aExtent.dwLacking) +
-                          " bytes that the index notes: something else begins there");
-    Note(aStream, qwCopied, true);
+        ReportMissing(aStream, "something else begins " + Grouped(aExtent.dwLacking) +
+                                   " bytes before its noted end");
+    AddRow(aStream, qwCopied, true);
 }
 
-void CExtraction::Note(const tagStream& aStream, std::uint64_t qwCopied, bool bFile) {
+void CExtraction::AddRow(const tagStream& aStream, std::uint64_t qwCopied, bool bFile) {
     const std::string strName = StreamFileName(aStream.aDescriber);
     const std::uint64_t qwMissing = aStream.qwExtent - qwCopied;
     if (m_options.bJson)
@@ -183,7 +185,7 @@ void CExtraction::Note(const tagStream& aStream, std::uint64_t qwCopied, bool bF
              CTable::Cell(std::to_string(qwMissing), qwMissing > 0 ? Style::Red : Style::Plain)});
 }
 
-/// What is there and can be read, from the stream's beginning on.
+/// Copies the bytes of the stream up to the first that is missing or cannot be read.
 std::uint64_t CExtraction::Copy(const tagStream& aStream, COutputFile& aFile) {
     std::uint64_t qwCopied = 0;
     while (qwCopied < aStream.qwPresent) {

@@ -1,14 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "tools/cachefile/Recording.h"
-
-/// Every finding there is: X(name, severity, code). An Error means that a reader refuses the
-/// container or that bytes are missing; a Warning that something isn't as a writer should leave
-/// it. The codes are for programs and stay.
+/// All kinds of findings: X(name, severity, code). An Error means that a reader refuses the
+/// container or that bytes are missing. A Warning means that a correct writer would not have
+/// written this. Programs use the codes, so they must not change.
 #define CACHEFILE_FINDINGS(X)                           \
     X(HeaderCutOff, Error, "header-cut-off")            \
     X(HeaderSizeZero, Error, "header-size-zero")        \
@@ -32,6 +31,13 @@
     X(EntryHidden, Warning, "entry-hidden")             \
     X(UnknownTag, Warning, "unknown-tag")
 
+enum class Finding {
+#define CACHEFILE_FINDING(name, severity, code) name,
+    CACHEFILE_FINDINGS(CACHEFILE_FINDING)
+#undef CACHEFILE_FINDING
+};
+constexpr std::size_t c_nFindingKinds = static_cast<std::size_t>(Finding::UnknownTag) + 1;
+
 enum class Severity { Warning, Error };
 
 struct tagFinding {
@@ -48,29 +54,45 @@ struct tagTotal {
     Severity aSeverity;
     const char* lpCode;
     std::uint64_t qwCount;
-    std::uint64_t qwFolded;       ///< so many of them, the last ones, are not among the findings
+    std::uint64_t qwFolded;       ///< how many of them, the last ones, are not among the findings
     std::uint64_t qwFirstFolded;  ///< the offset of the first of these
 };
 
-/// What an examination found. A damaged container may have as many findings as entries, so most of
-/// the same code are only counted.
+/// What an examination found. A damaged container may have as many findings as entries, so most
+/// findings of the same code are only counted.
 struct tagFindings {
-    std::vector<tagFinding> vecFindings;  ///< in the order of the file's parts
+    std::vector<tagFinding> vecFindings;  ///< in the order of the parts of the file
     std::vector<tagTotal> vecTotals;      ///< of the codes that were found, in the order above
     std::uint64_t qwErrors = 0;
     std::uint64_t qwWarnings = 0;
 };
 
-constexpr std::uint64_t c_qwMostOfACode = 100;
+constexpr std::uint64_t c_qwMaxOfACode = 100;
 constexpr std::uint64_t c_qwAllOfACode = ~std::uint64_t{0};
-
-/// What is wrong with a container, from its header and index alone, in the order of the file's
-/// parts: header, size, index, streams. Keeps at most qwMost findings of each code. Nothing for a
-/// directory.
-tagFindings Examine(const tagRecording& aRecording, std::uint64_t qwMost = c_qwMostOfACode);
 
 /// "1 error, 2,000 warnings"
 std::string CountText(const tagFindings& aFindings);
 
-/// Reports on standard error that a recording is damaged, if it is; returns how the command ends.
-int ReportDamage(const tagRecording& aRecording);
+/// Collects the findings of one examination. Lives on its stack.
+class CFindingList {
+ public:
+    /// Keeps at most qwMax findings of each code and counts the others.
+    explicit CFindingList(std::uint64_t qwMax) : m_qwMax(qwMax) {}
+
+    /// Calls aMakeText for the message only if the finding is kept: there may be millions.
+    template <class MakeText>
+    void Add(Finding aFinding, std::uint64_t qwOffset, MakeText aMakeText) {
+        if (Count(aFinding, qwOffset)) Keep(aFinding, qwOffset, aMakeText());
+    }
+
+    /// Returns all findings with their totals; once for an object.
+    tagFindings Take();
+
+ private:
+    bool Count(Finding aFinding, std::uint64_t qwOffset);
+    void Keep(Finding aFinding, std::uint64_t qwOffset, std::string strMessage);
+
+    const std::uint64_t m_qwMax;
+    tagTotal m_aTotals[c_nFindingKinds]{};
+    tagFindings m_findings;
+};

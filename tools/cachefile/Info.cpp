@@ -3,8 +3,8 @@
 #include <map>
 
 #include "tools/cachefile/Commands.h"
+#include "tools/cachefile/Examine.h"
 #include "tools/cachefile/Exit.h"
-#include "tools/cachefile/Findings.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/StreamTable.h"

@@ -8,7 +8,7 @@
 
 namespace {
 
-/// What comes from a container is in order as a rule.
+/// The data of most containers is sorted already.
 template <class It, class Less>
 void Order(It itBegin, It itEnd, Less aLess) {
     if (!std::is_sorted(itBegin, itEnd, aLess)) std::sort(itBegin, itEnd, aLess);
@@ -28,13 +28,13 @@ tagStream ReadEntry(const CContainerIndex& aIndex, std::size_t nIndex) {
         throw CFailure(ResultText("cannot find where the streams end", lResult));
     aStream.qwExtent = aExtent.dwLength;
     const std::uint64_t qwSize = aIndex.GetFileSize();
-    const std::uint64_t qwThere = qwSize > aStream.qwOffset ? qwSize - aStream.qwOffset : 0;
-    aStream.qwPresent = std::min(aStream.qwExtent, qwThere);
+    const std::uint64_t qwAvailable = qwSize > aStream.qwOffset ? qwSize - aStream.qwOffset : 0;
+    aStream.qwPresent = std::min(aStream.qwExtent, qwAvailable);
     return aStream;
 }
 
-/// Of several entries with the same type, id and kind the first one is meant; a kind in a container
-/// is a single bit.
+/// Of several entries with the same type, id and kind the first one is played. A kind in a
+/// container is a single bit.
 void FindHidden(std::vector<tagStream>& vecStreams) {
     std::vector<const tagStream*> vecOrder;
     vecOrder.reserve(vecStreams.size());
@@ -56,21 +56,21 @@ void FindHidden(std::vector<tagStream>& vecStreams) {
             nFirst = i;
 }
 
-/// A player stops at a conf header that isn't there whole, and reads nothing that begins behind the
-/// end that the header gives.
-void FindBarred(const CContainerIndex& aIndex, std::vector<tagStream>& vecStreams) {
+/// A player stops at a conf header that is cut off, and refuses to read streams that start after
+/// the end given in the header.
+void FindUnreachable(const CContainerIndex& aIndex, std::vector<tagStream>& vecStreams) {
     bool bStopped = false;
     for (tagStream& aStream : vecStreams) {
         if (bStopped)
-            aStream.lpBarred = "behind a cut-off header";
+            aStream.lpUnreachable = "after a cut-off header";
         else if (aStream.qwOffset > aIndex.GetFileHeader().dwFileSize)
-            aStream.lpBarred = "past the end";
+            aStream.lpUnreachable = "past the end";
         bStopped = bStopped || (aStream.wTag == c_wConfTag &&
                                 aStream.qwOffset + c_dwEntryFileHeaderSize > aIndex.GetFileSize());
     }
 }
 
-/// Collects regions in the order of their beginnings.
+/// Collects regions in the order of their first bytes.
 class CSweep {
  public:
     void Add(tagRegion::Kind aKind, std::uint64_t qwBegin, std::uint64_t qwEnd,
@@ -92,7 +92,7 @@ class CSweep {
     std::vector<tagRegion> vecRegions;
 
  private:
-    /// Entries that follow one another are one index.
+    /// Consecutive entries become one region.
     void Append(const tagRegion& aRegion) {
         tagRegion* const pLast = vecRegions.empty() ? nullptr : &vecRegions.back();
         if (pLast && aRegion.aKind == tagRegion::Index && pLast->aKind == tagRegion::Index &&
@@ -113,7 +113,7 @@ std::vector<tagStream> LayOutStreams(const CContainerIndex& aIndex) {
     for (std::size_t i = 0; i < aIndex.GetEntryCount(); ++i)
         vecStreams.push_back(ReadEntry(aIndex, i));
     FindHidden(vecStreams);
-    FindBarred(aIndex, vecStreams);
+    FindUnreachable(aIndex, vecStreams);
     return vecStreams;
 }
 

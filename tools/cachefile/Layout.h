@@ -5,11 +5,11 @@
 
 #include "tools/cachefile/Recording.h"
 
-/// Where the parts of a container are.
+// The places of the parts of a container.
 
-/// The streams of an index, with what can be derived about them: where each one's bytes end
-/// (CContainerIndex::GetStreamExtent), and which earlier entry hides it. Throws CFailure without
-/// memory.
+/// The streams of an index, with what can be derived about them: where the bytes of each end
+/// (CContainerIndex::GetStreamExtent), and which earlier entry hides it. Throws CFailure if there
+/// is not enough memory.
 std::vector<tagStream> LayOutStreams(const CContainerIndex& aIndex);
 
 /// A run of bytes of a container, never empty.
@@ -18,11 +18,12 @@ struct tagRegion {
     Kind aKind;
     std::uint64_t qwBegin;
     std::uint64_t qwEnd;
-    std::size_t nStream;  ///< Stream and Overlap: number of the entry; 0 when it is none
+    std::size_t nStream;  ///< Stream and Overlap: number of the entry, or 0
 };
 
 const char* RegionName(tagRegion::Kind aKind);
 
-/// The container from its first byte to its last as runs without holes. Bytes that two claim are
-/// an Overlap of the later one; what the header promises and the file lacks is Missing.
+/// The container from its first byte to its last as a sequence of regions. Bytes that two parts
+/// use are an Overlap of the later part. Bytes that the header counts but the file lacks are
+/// Missing.
 std::vector<tagRegion> LayOutRegions(const tagRecording& aRecording);

@@ -1,5 +1,5 @@
 #include "tools/cachefile/Commands.h"
-#include "tools/cachefile/Findings.h"
+#include "tools/cachefile/Examine.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/StreamTable.h"

@@ -2,8 +2,8 @@
 #include <cstdio>
 
 #include "tools/cachefile/Commands.h"
+#include "tools/cachefile/Examine.h"
 #include "tools/cachefile/Exit.h"
-#include "tools/cachefile/Findings.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Layout.h"
 #include "tools/cachefile/Output.h"
@@ -12,10 +12,10 @@
 
 namespace {
 
-constexpr std::size_t c_nMostLines = 60;
+constexpr std::size_t c_nMaxLines = 60;
 
-/// How a kind of region looks: its letter and style on the terminal, its colour in a drawing.
-/// Streams that follow one another differ a little.
+/// The look of a kind of region: letter and style on the terminal, colour in a drawing.
+/// Consecutive streams look different.
 struct tagLook {
     char cLetter;
     Style aStyle;
@@ -49,8 +49,8 @@ std::string Describe(const tagRegion& aRegion, const tagRecording& aRecording) {
     return strText;
 }
 
-/// The file as a line of so many columns: each shows what most of its bytes are, but an overlap
-/// or a missing part is never lost between others.
+/// Draws the file as a line of nColumns columns. Each column shows the region with most of its
+/// bytes. An overlap or a missing part is shown even if it has few bytes.
 std::string DrawBar(const std::vector<tagRegion>& vecRegions, std::size_t nColumns) {
     const std::uint64_t qwEnd = vecRegions.back().qwEnd;
     const auto aWeight = [](tagRegion::Kind aKind) {
@@ -86,7 +86,7 @@ void PrintMap(const tagRecording& aRecording, const std::vector<tagRegion>& vecR
                    {"OFFSET", CTable::Right},
                    {"BYTES", CTable::Right},
                    {"WHAT", CTable::Left}});
-    for (std::size_t i = 0; i < std::min(vecRegions.size(), c_nMostLines); ++i) {
+    for (std::size_t i = 0; i < std::min(vecRegions.size(), c_nMaxLines); ++i) {
         const tagRegion& aRegion = vecRegions[i];
         const tagLook aLook = LookOf(aRegion);
         aTable.Add({{std::string(1, aLook.cLetter), aLook.aStyle},
@@ -95,12 +95,12 @@ void PrintMap(const tagRecording& aRecording, const std::vector<tagRegion>& vecR
                     Describe(aRegion, aRecording)});
     }
     aTable.Print();
-    if (vecRegions.size() > c_nMostLines)
-        Print("and " + Grouped(vecRegions.size() - c_nMostLines) +
-              " more; list shows every stream\n");
+    if (vecRegions.size() > c_nMaxLines)
+        Print("and " + Grouped(vecRegions.size() - c_nMaxLines) +
+              " more (use `cachefile list` to see every stream)\n");
 }
 
-/// How many bytes of UTF-8 the next character takes, 0 if there is none that XML could hold.
+/// The length of the next UTF-8 character in bytes, or 0 if XML cannot contain it.
 std::size_t CharacterLength(std::string_view strText) {
     const auto byFirst = static_cast<unsigned char>(strText.front());
     const std::size_t nLength = byFirst < 0x80                      ? 1
@@ -142,9 +142,9 @@ std::string EscapeXml(const std::string& strText) {
     return strResult;
 }
 
-/// A region is at least so wide that it can be seen; the one that follows covers what is too much.
+/// Every region has a visible width. The next region covers what is too much.
 std::string DrawSvg(const tagRecording& aRecording, const std::vector<tagRegion>& vecRegions) {
-    constexpr double c_dWidth = 1000, c_dLeast = 1;
+    constexpr double c_dWidth = 1000, c_dMinWidth = 1;
     const double dScale = c_dWidth / static_cast<double>(vecRegions.back().qwEnd);
     std::string strSvg =
         "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 1020 110\" "
@@ -159,7 +159,7 @@ std::string DrawSvg(const tagRecording& aRecording, const std::vector<tagRegion>
         std::snprintf(aText, sizeof aText,
                       "<rect x=\"%.3f\" y=\"%d\" width=\"%.3f\" height=\"%d\" fill=\"%s\"><title>",
                       10 + static_cast<double>(aRegion.qwBegin) * dScale, bOverlap ? 30 : 40,
-                      std::max(dBytes * dScale, c_dLeast), bOverlap ? 10 : 40,
+                      std::max(dBytes * dScale, c_dMinWidth), bOverlap ? 10 : 40,
                       LookOf(aRegion).lpColour);
         strSvg += aText + EscapeXml(Describe(aRegion, aRecording)) + ": " +
                   Grouped(aRegion.qwEnd - aRegion.qwBegin) + " bytes at " +

@@ -2,8 +2,8 @@
 #include <optional>
 
 #include "tools/cachefile/Commands.h"
+#include "tools/cachefile/Examine.h"
 #include "tools/cachefile/Exit.h"
-#include "tools/cachefile/Findings.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/Player.h"
 #include "tools/cachefile/Streams.h"
@@ -13,7 +13,7 @@ namespace {
 
 constexpr CmUint32 c_dwBlock = 262144;
 
-/// Where the wanted part of the stream ends, within the first qwEnd bytes.
+/// The end of the requested part of the stream, at most qwEnd.
 std::uint64_t FindEnd(const tagPlayOptions& aOptions, std::uint64_t qwEnd) {
     if (!aOptions.qwLength || aOptions.qwOffset >= qwEnd) return qwEnd;
     return aOptions.qwOffset + std::min(*aOptions.qwLength, qwEnd - aOptions.qwOffset);
@@ -27,8 +27,8 @@ int Play(const tagPlayOptions& aOptions) {
     const tagStream* const pStream = aRecording.Find(aWanted);
     if (!pStream)
         throw CFailure(Printable(aOptions.strPath) + " has no stream " + StreamName(aWanted));
-    if (pStream->lpBarred)
-        throw CFailure(StreamName(aWanted) + " cannot be played: it is " + pStream->lpBarred +
+    if (pStream->lpUnreachable)
+        throw CFailure(StreamName(aWanted) + " cannot be played: it is " + pStream->lpUnreachable +
                        " (see `cachefile extract`)");
     WarnOfSize(aWanted, pStream->qwPresent);
     CPlayer aPlayer(aRecording, &pStream->aDescriber);

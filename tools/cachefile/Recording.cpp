@@ -35,7 +35,7 @@ tagRecording LoadContainer(const std::string& strPath) {
     return aRecording;
 }
 
-/// Takes version and time stamp from the beginning of a record file, if it is long enough.
+/// Reads version and time stamp from the start of a record file, if it is long enough.
 void ReadEntryFileHeader(const std::filesystem::path& aFile, tagRecording& aRecording) {
     unsigned char aBytes[c_dwEntryFileHeaderSize];
     tagEntryFileHeader aHeader{};

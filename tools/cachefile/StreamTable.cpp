@@ -18,14 +18,14 @@ std::pair<std::string, Style> State(const tagStream& aStream) {
     if (!aStream.bKnown) return {"unknown tag", Style::Yellow};
     if (aStream.nHiddenBy != 0)
         return {"hidden by " + std::to_string(aStream.nHiddenBy), Style::Yellow};
-    if (aStream.lpBarred) return {aStream.lpBarred, Style::Red};
+    if (aStream.lpUnreachable) return {aStream.lpUnreachable, Style::Red};
     if (aStream.qwPresent < aStream.qwExtent)
         return {"lacks " + Grouped(aStream.qwExtent - aStream.qwPresent), Style::Red};
     if (aStream.qwPresent >= c_qwPlayable) return {"above 4 GiB", Style::Yellow};
     return {"reachable", Style::Green};
 }
 
-/// Built in place, since there may be many: a list in braces would be copied.
+/// Adds the fields one by one, because a list in braces would be copied for each of many streams.
 Json ToJson(const tagStream& aStream, std::size_t nNumber, bool bContainer) {
     Json aJson = Json::object();
     auto& aFields = aJson.get_ref<Json::object_t&>();
@@ -47,7 +47,7 @@ Json ToJson(const tagStream& aStream, std::size_t nNumber, bool bContainer) {
     return aJson;
 }
 
-/// Makes the rows one at a time, since there may be a million.
+/// Makes one row at a time, since there may be a million.
 template <class Take>
 void ForEachRow(const tagRecording& aRecording, Take aTake) {
     const bool bContainer = aRecording.IsContainer();

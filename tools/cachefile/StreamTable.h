@@ -3,16 +3,16 @@
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Recording.h"
 
-/// The streams of a recording, one a line.
+/// Prints the streams of a recording, one per line.
 void PrintStreams(const tagRecording& aRecording);
 
-/// Warns of what a user of the recording should know of its files and streams.
+/// Warns of files that are not record files and of streams that are too large.
 void WarnOfStreams(const tagRecording& aRecording);
 
-/// The document with them as its last field.
+/// Prints the document with the streams as its last field.
 void PrintWithStreams(Json aDocument, const tagRecording& aRecording);
 
-/// A value that may not be known.
+/// The value, or null if it is unknown.
 template <class T>
 Json Known(const std::optional<T>& aValue) {
     return aValue ? Json(*aValue) : Json(nullptr);
