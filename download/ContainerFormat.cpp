@@ -8,7 +8,8 @@
 
 namespace {
 
-/// Parses a record of dwSize bytes by handing its fields, in file order, to a byte stream.
+/// Parses a record of dwSize bytes. aReadFields reads its fields, in file order, from a byte
+/// stream.
 template <class ReadFields>
 CmInt32 Parse(const unsigned char* lpSource, CmUint32 dwSize, ReadFields aReadFields) {
     CCmMessageBlock aBlock(dwSize, lpSource, 1, dwSize);
@@ -23,11 +24,11 @@ CmUint32 FileID(const tagContainerTag& aTag, CmUint32 dwEntryID) {
     return dwEntryID * CCacheFileManager::Instance().GetFileIDMagicNumber() + aTag.wDataType;
 }
 
-/// The smallest n for which n * 1000 = dwProduct modulo 2^32. As 1000 is 8 * 125, there is one
-/// only for multiples of 8, and 125 has an inverse modulo 2^29.
+/// The smallest n with n * 1000 = dwProduct modulo 2^32. Since 1000 is 8 * 125, n exists only for
+/// multiples of 8, and 125 has an inverse modulo 2^29.
 std::optional<CmUint32> DivideByMagicNumber(CmUint32 dwProduct) {
     constexpr std::uint32_t c_dwInverse = 0x26E978D5;  // of 125, modulo 2^32
-    static_assert(std::uint32_t{125} * c_dwInverse == 1, "the inverse has to be one");
+    static_assert(std::uint32_t{125} * c_dwInverse == 1, "this is the inverse of 125");
     if (dwProduct % 8 != 0) return std::nullopt;
     return (dwProduct / 8 * c_dwInverse) & 0x1FFFFFFF;
 }

@@ -7,38 +7,37 @@
 #include "platform/CmExport.h"
 #include "platform/CmTypes.h"
 
-/// The layout of a downloaded recording, the container: one file that holds all streams of a
-/// recording behind an index. docs/container-format.md shows it with an example. Reader and writer
-/// share this header; it is the truth about the format.
-///
-/// All integers are unsigned and little-endian, all offsets absolute. What is called reserved is
-/// read but plays no part; the writer sets it to 0.
+// The format of a downloaded recording, the container: one file with all streams of a recording
+// after an index. docs/container-format.md has an example. Reader and writer share this header.
+//
+// All integers are unsigned and little-endian. All offsets count from the start of the file.
+// Reserved fields are read but not used; the writer sets them to 0.
 
 /// At offset 0.
 struct tagQXFFileHeader {
     std::uint16_t wReserved0;
     std::uint16_t wReserved2;
     CmUint32 dwReserved4;
-    CmUint32 dwFileSize;    ///< size of the container, not 0; data reads end at or before it
+    CmUint32 dwFileSize;  ///< size of the container, not 0; reads of data must end at or before it
     CmUint32 dwMustBeZero;  ///< any other value rejects the file
     CmUint32 dwEntryCount;  ///< number of index entries, not 0
     CmUint32 dwIndexType;   ///< Index_Packed or Index_Chained
 };
 
-/// One entry of the index. The first one lies behind the file header.
+/// One entry of the index. The first one follows the file header.
 struct tagMRFD {
     std::uint16_t wTag;  ///< the kind of stream, see c_aContainerTags
     std::uint16_t wReserved2;
-    CmUint32 dwEntryID;    ///< n, from which the file id is formed: n * 1000 + data type
-    CmUint32 dwExtraInfo;  ///< goes unchanged into the describer
+    CmUint32 dwEntryID;    ///< n; the file id is n * 1000 + data type
+    CmUint32 dwExtraInfo;  ///< copied to the describer
     CmUint32 dwReserved12;
-    CmUint32 dwDataOffset;  ///< where the stream's bytes begin
-    CmUint32 dwStreamSize;  ///< their number as our writer notes it; others may note anything
-    CmUint32 dwNextOffset;  ///< where the next entry lies; Index_Chained only
+    CmUint32 dwDataOffset;  ///< of the first byte of the stream
+    CmUint32 dwStreamSize;  ///< length as noted by this library's writer; others may note anything
+    CmUint32 dwNextOffset;  ///< of the next entry; Index_Chained only
     CmUint32 dwReserved28;
 };
 
-/// What the data of the conf stream (tag 274) begins with, and a record file of most data types.
+/// The first bytes of the conf stream (tag 274), and of record files of most data types.
 struct tagEntryFileHeader {
     CmUint32 dwReserved0;
     CmUint32 dwReserved4;
@@ -54,16 +53,16 @@ struct tagMRFDInfo {
     tagMRFD aEntry;
 };
 
-/// Where a stream of a container ends, as far as the index tells. Lengths are below 4 GiB, as
-/// offsets are.
+/// Where a stream of a container ends, derived from the index. Lengths are below 4 GiB, like
+/// offsets.
 struct tagStreamExtent {
-    /// Up to what begins next, or to the end that the header gives. Of streams that begin at the
-    /// same place only the last one has these bytes; the others have as many as they note, or none
-    /// if that does not fit.
+    /// The bytes up to the next part of the container, or to the end given in the header. If
+    /// several streams begin at the same place, the last one has these bytes. The others have as
+    /// many as they note, or none if the note does not fit.
     CmUint32 dwExtent;
-    /// The length of the stream: the noted one where notes hold, else dwExtent.
+    /// The length of the stream: the noted length if notes are valid, otherwise dwExtent.
     CmUint32 dwLength;
-    /// How many bytes the entry notes beyond these, if notes hold: something begins too early.
+    /// How many bytes more the entry notes, if notes are valid: the next part begins too early.
     CmUint32 dwLacking;
 };
 
@@ -76,19 +75,19 @@ enum : CmUint32 {
     c_dwCBTimeStampOffset = 52,  ///< within the entry file header
 
     Index_Packed = 0,   ///< the entries follow one another
-    Index_Chained = 1,  ///< each entry says where the next one lies
+    Index_Chained = 1,  ///< each entry has the offset of the next one
 
-    c_dwMaxKnownEntries = 1048576,  ///< how many known entries a reader keeps at most
-    c_dwMaxEntriesRead = 4194304,   ///< how many entries, known or not, a walk reads at most
+    c_dwMaxKnownEntries = 1048576,  ///< how many known entries a reader keeps
+    c_dwMaxEntriesRead = 4194304,   ///< how many entries a walk reads, known or not
 };
 
-/// Whether these are the words of a container that a reader accepts.
+/// Whether a reader accepts a container with this header.
 inline bool IsContainerHeader(const tagQXFFileHeader& aHeader) {
     return aHeader.dwFileSize != 0 && aHeader.dwMustBeZero == 0 && aHeader.dwEntryCount != 0 &&
            (aHeader.dwIndexType == Index_Packed || aHeader.dwIndexType == Index_Chained);
 }
 
-/// Where the entry behind aEntry lies, which itself lies at qwOffset.
+/// The offset of the entry after aEntry, which is at qwOffset.
 inline std::uint64_t NextEntryOffset(CmUint32 dwIndexType, const tagMRFD& aEntry,
                                      std::uint64_t qwOffset) {
     return dwIndexType == Index_Packed ? qwOffset + c_dwEntrySize : aEntry.dwNextOffset;
@@ -101,10 +100,10 @@ struct tagContainerTag {
     std::uint16_t wTag;
     std::uint16_t wDataType;
     std::uint8_t byFileType;
-    bool bFixedID;  ///< the file id is the data type itself, whatever n says
+    bool bFixedID;  ///< the file id is the data type; n is ignored
 };
 
-/// All kinds there are; any other tag is unknown and passed over.
+/// All kinds of streams. Entries with other tags are unknown, and readers skip them.
 constexpr tagContainerTag c_aContainerTags[] = {
     {256, 1, 2, false},  {257, 3, 2, false},  {258, 8, 2, false},  {259, 10, 2, false},
     {260, 16, 2, false}, {261, 5, 4, false},  {266, 99, 4, false}, {267, 99, 1, false},
@@ -113,17 +112,18 @@ constexpr tagContainerTag c_aContainerTags[] = {
     {277, 6, 1, false},  {284, 102, 2, true}, {286, 51, 4, false}, {287, 51, 1, false},
 };
 
-/// Parse a record from its bytes, as many as the size above says. 0, or CACHE_ERR_FAILED when a
-/// field could not be read, which a complete source rules out. Any thread.
+/// Parse a record from its bytes; their number is the size above. Return 0, or CACHE_ERR_FAILED if
+/// a field could not be read, which does not happen with that many bytes. Any thread.
 CACHEFILE_API CmInt32 BuildQXFFileHeader(const unsigned char* lpSource, tagQXFFileHeader& aHeader);
 CACHEFILE_API CmInt32 BuildQXFEntry(const unsigned char* lpSource, tagMRFD& aEntry);
 CACHEFILE_API CmInt32 BuildEntryFileHeader(const unsigned char* lpSource,
                                            tagEntryFileHeader& aHeader);
 
-/// The describer of an entry. 0, or CACHE_ERR_UNKNOWN_TAG with aDescriber as it was.
+/// Sets aDescriber to the describer of an entry. Returns 0, or CACHE_ERR_UNKNOWN_TAG and leaves
+/// aDescriber unchanged.
 CACHEFILE_API CmInt32 TagToFileDescriber(const tagMRFD& aEntry, tagFileDescriber& aDescriber);
 
-/// Sets tag, entry id (the smallest that will do) and extra value of an entry so that it yields
-/// aDescriber. 0, or CACHE_ERR_UNKNOWN_TAG with aEntry as it was when no tag has this type and
-/// kind or no n gives the id.
+/// Sets tag, entry id and extra value of an entry so that aDescriber is its describer. If several
+/// entry ids are possible, it takes the smallest. Returns 0. If no tag has this type and kind, or
+/// no n gives the id, returns CACHE_ERR_UNKNOWN_TAG and leaves aEntry unchanged.
 CACHEFILE_API CmInt32 FileDescriberToTag(const tagFileDescriber& aDescriber, tagMRFD& aEntry);

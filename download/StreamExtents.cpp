@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr std::uint64_t c_qwMost = 0xFFFFFFFF;
+constexpr std::uint64_t c_qwMaxOffset = 0xFFFFFFFF;
 
 bool IsNote(CmUint32 dwNoted, CmUint32 dwBytes) { return dwNoted != 0 || dwBytes == 0; }
 
@@ -13,10 +13,10 @@ bool IsNote(CmUint32 dwNoted, CmUint32 dwBytes) { return dwNoted != 0 || dwBytes
 
 void CStreamExtents::Add(CmUint32 dwEntryOffset, CmUint32 dwDataOffset, CmUint32 dwNoted) {
     m_vecData.push_back({dwDataOffset, dwNoted});
-    // Entries that follow one another share a bound.
+    // Consecutive entries share a bound.
     if (m_vecEntries.empty() || m_vecEntries.back() != dwEntryOffset)
         m_vecEntries.push_back(dwEntryOffset);
-    if (dwEntryOffset <= c_qwMost - c_dwEntrySize)
+    if (dwEntryOffset <= c_qwMaxOffset - c_dwEntrySize)
         m_vecEntries.push_back(dwEntryOffset + c_dwEntrySize);
 }
 
@@ -45,18 +45,19 @@ void CStreamExtents::Derive(std::uint64_t qwDeclared, std::uint64_t qwFileSize) 
         while (nTo < m_vecOrder.size() && aOffsetOf(nTo) == dwOffset) ++nTo;
         while (itEntry != m_vecEntries.cend() && *itEntry <= dwOffset) ++itEntry;
         std::uint64_t qwEnd = dwOffset <= qwDeclared ? qwDeclared : qwFileSize;
-        qwEnd = std::min(qwEnd, c_qwMost);
+        qwEnd = std::min(qwEnd, c_qwMaxOffset);
         if (nTo < m_vecOrder.size()) qwEnd = std::min<std::uint64_t>(qwEnd, aOffsetOf(nTo));
         if (itEntry != m_vecEntries.cend()) qwEnd = std::min<std::uint64_t>(qwEnd, *itEntry);
         DeriveGroup(nFrom, nTo, qwEnd > dwOffset ? static_cast<CmUint32>(qwEnd - dwOffset) : 0);
     }
-    BelieveNotes();
+    CheckNotes();
     m_vecEntries = {};
     m_vecOrder = {};
     m_vecData = {};
 }
 
-/// The entries nFrom to nTo of the order begin at the same place, dwBytes before the next bound.
+/// The data of the entries nFrom to nTo of the order begins at the same place, dwBytes before the
+/// next bound.
 void CStreamExtents::DeriveGroup(std::size_t nFrom, std::size_t nTo, CmUint32 dwBytes) {
     for (std::size_t n = nFrom; n < nTo; ++n) {
         const CmUint32 dwNoted = m_vecData[m_vecOrder[n]].dwNoted;
@@ -71,7 +72,7 @@ void CStreamExtents::DeriveGroup(std::size_t nFrom, std::size_t nTo, CmUint32 dw
     }
 }
 
-void CStreamExtents::BelieveNotes() {
+void CStreamExtents::CheckNotes() {
     if (2 * m_nFitting >= m_nNotes) return;
     for (tagStreamExtent& aExtent : m_vecExtents) aExtent = {aExtent.dwExtent, aExtent.dwExtent, 0};
 }

@@ -7,23 +7,23 @@
 
 /// Derives from an index where its streams end.
 ///
-/// A stream ends where something else begins: the data of an entry, known or not, or the 32 bytes
-/// of an entry; or at the end of the container. An entry may note the length of its stream; other
-/// writers may have put anything there. A note fits if it is not longer than the bytes up to the
-/// next beginning, and 0 on some bytes is no note. Notes that fit are believed if at least half of
-/// all notes fit.
+/// A stream ends where the next part begins: the data of an entry, known or not, or the 32 bytes of
+/// an entry. The last one ends at the end of the container. An entry may note the length of its
+/// stream, but other writers may have put any value there. A note fits if it is not longer than the
+/// bytes up to the next part. A 0 does not count as a note if there are such bytes. Notes that fit
+/// are used if at least half of all notes fit.
 ///
-/// One thread at a time. Add each entry once, in the order of the index, then call Derive. Memory:
-/// 28 bytes for an entry while it works, 12 afterwards. Throws std::bad_alloc.
+/// One thread at a time. Add each entry once, in the order of the index, then call Derive. It takes
+/// 28 bytes per entry while it works and 12 afterwards. Throws std::bad_alloc.
 class CStreamExtents {
  public:
     void Add(CmUint32 dwEntryOffset, CmUint32 dwDataOffset, CmUint32 dwNoted);
 
-    /// Forgets all entries but the first ones. Their bounds stay.
+    /// Removes all entries except the first nEntries. The removed ones still bound other streams.
     void Keep(std::size_t nEntries) { m_vecData.resize(nEntries); }
 
-    /// qwDeclared: the size that the header gives. A stream that begins after it (which players
-    /// refuse to read) reaches up to the next beginning or the end of the file.
+    /// qwDeclared is the size in the header. A stream that begins after it, which players refuse to
+    /// read, ends at the next part or at the end of the file.
     void Derive(std::uint64_t qwDeclared, std::uint64_t qwFileSize);
 
     std::size_t Size() const { return m_vecExtents.size(); }
@@ -37,7 +37,7 @@ class CStreamExtents {
 
     void SortBounds();
     void DeriveGroup(std::size_t nFrom, std::size_t nTo, CmUint32 dwBytes);
-    void BelieveNotes();
+    void CheckNotes();
 
     std::vector<tagData> m_vecData;      // of each entry
     std::vector<CmUint32> m_vecEntries;  // where entries begin and end
@@ -47,11 +47,12 @@ class CStreamExtents {
     std::size_t m_nFitting = 0;
 };
 
-/// How many bytes of a stream a player reads: what the header's size and the file both have.
+/// How many bytes of a stream a player reads: those before the end of the file and before the end
+/// given in the header.
 inline CmUint32 PlayableLength(CmUint32 dwDataOffset, CmUint32 dwLength, std::uint64_t qwDeclared,
                                std::uint64_t qwFileSize) {
     const std::uint64_t qwEnd = qwDeclared < qwFileSize ? qwDeclared : qwFileSize;
     if (dwDataOffset >= qwEnd) return 0;
-    const std::uint64_t qwThere = qwEnd - dwDataOffset;
-    return qwThere < dwLength ? static_cast<CmUint32>(qwThere) : dwLength;
+    const std::uint64_t qwAvailable = qwEnd - dwDataOffset;
+    return qwAvailable < dwLength ? static_cast<CmUint32>(qwAvailable) : dwLength;
 }

@@ -4,13 +4,13 @@
 #include <filesystem>
 #include <string>
 
-/// A path as a user gives it, in the form that the library takes.
+/// Converts a path that a user wrote to the library's form.
 ///
-/// The library separates with backslashes on every system, and of a path to be written it never
-/// creates the first component. So `out/a` becomes `.\out\a`, whose first component is there
-/// anyway, and `/x/a` becomes `\x\a`; what begins with a drive, "." or ".." keeps its beginning.
-/// Where the slash is the system's separator a name that holds a backslash can't be said: the
-/// library takes it for two names.
+/// The library separates with backslashes on every system, and never creates the first component of
+/// a path to be written. So `out/a` becomes `.\out\a`, whose first component always exists, and
+/// `/x/a` becomes `\x\a`. A path that begins with a drive, "." or ".." keeps its beginning. On
+/// POSIX systems the library cannot express a file name with a backslash: it takes it for two
+/// names.
 inline std::string HostPath(const std::string& strPath) {
     const std::filesystem::path aPath(strPath);
     const bool bAnchored = aPath.has_root_path() ||
@@ -21,8 +21,8 @@ inline std::string HostPath(const std::string& strPath) {
     return strResult;
 }
 
-/// The same for a directory: it ends with a backslash, so that a name can be put behind it. An
-/// empty one is the current directory.
+/// The same for a directory. The result ends with a backslash, so that a name can be appended. An
+/// empty path is the current directory.
 inline std::string HostDirectory(const std::string& strPath) {
     std::string strResult = HostPath(strPath);
     if (strResult.back() != '\\') strResult += '\\';

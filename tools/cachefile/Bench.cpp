@@ -21,7 +21,7 @@ std::uint64_t CountBytes(const tagBenchOptions& aOptions) { return aOptions.qwMe
 
 constexpr tagFileDescriber c_aStream{4, 4, 1004, 0};
 
-/// A directory for the time of the measurement.
+/// A directory that exists only during the measurement.
 class CScratch {
  public:
     explicit CScratch(const std::string& strParent)
@@ -30,7 +30,7 @@ class CScratch {
                  ("cachefile-bench." + std::to_string(System::ProcessNumber()))) {
         std::error_code aError;
         if (!std::filesystem::create_directory(m_path, aError))
-            throw CFailure("cannot make a directory to measure in: " + aError.message());
+            throw CFailure("cannot create a directory for the measurement: " + aError.message());
     }
     ~CScratch() {
         std::error_code aIgnored;
@@ -46,7 +46,7 @@ class CScratch {
     const std::filesystem::path m_path;
 };
 
-/// One thing that is measured.
+/// One kind of work that is measured.
 struct tagMeasured {
     const char* lpWhat;
     const char* lpWith;
@@ -152,7 +152,7 @@ double Rate(const tagBenchOptions& aOptions, const tagMeasured& aMeasured) {
     return static_cast<double>(CountBytes(aOptions)) / 1e6 / std::max(aMeasured.dSeconds, 1e-9);
 }
 
-/// How the library's rate compares with that of stdio doing the same.
+/// The library's rate divided by the rate of stdio for the same work.
 double Ratio(const tagMeasured& aMeasured, const std::vector<tagMeasured>& vecAll) {
     for (const tagMeasured& aOther : vecAll)
         if (std::strcmp(aOther.lpWith, "stdio") == 0 &&
@@ -171,7 +171,8 @@ void PrintText(const tagBenchOptions& aOptions, const std::vector<tagMeasured>& 
         aTable.Add({aMeasured.lpWhat, aMeasured.lpWith, Decimal(aMeasured.dSeconds, 3),
                     Decimal(Rate(aOptions, aMeasured), 0), Decimal(Ratio(aMeasured, vecAll), 2)});
     Print(Grouped(CountBytes(aOptions)) + " bytes in pieces of " + Grouped(aOptions.nPiece) +
-          ", best of " + std::to_string(aOptions.nRounds) + "; ratio: rate over that of stdio\n\n");
+          ", best of " + std::to_string(aOptions.nRounds) +
+          "; ratio: rate divided by that of stdio\n\n");
     aTable.Print();
 }
 

@@ -9,8 +9,8 @@
 #include "tools/cachefile/Progress.h"
 #include "tools/cachefile/Recorder.h"
 
-// The commands, one file each, with their options. Each returns how the tool ends (Exit.h), and
-// throws CFailure when it cannot be done.
+// The commands with their options, each in a file of its name. Each returns the exit code of the
+// tool (Exit.h). It throws CFailure if it fails, and Interrupted if the process is interrupted.
 
 struct tagRecordOptions {
     tagPlan aPlan{0, "kvr2", false};
@@ -20,7 +20,7 @@ struct tagRecordOptions {
     bool bJson = false;
     ProgressMode aProgress = ProgressMode::Auto;
 };
-/// Records streams from files, pipes or standard input, until they end.
+/// Records streams from files, pipes or standard input until they end.
 int Record(const tagRecordOptions& aOptions);
 
 struct tagPlayOptions {
@@ -36,7 +36,7 @@ struct tagInfoOptions {
     std::string strPath;
     bool bJson = false;
 };
-/// Shows what a recording is and what it holds.
+/// Shows the properties and the streams of a recording.
 int Info(const tagInfoOptions& aOptions);
 
 struct tagListOptions {
@@ -52,7 +52,7 @@ struct tagMapOptions {
     bool bForce = false;
     bool bJson = false;
 };
-/// Draws what lies where in a container, on the terminal or as SVG.
+/// Draws the layout of a container, on the terminal or as SVG.
 int Map(const tagMapOptions& aOptions);
 
 struct tagExtractOptions {
@@ -61,10 +61,10 @@ struct tagExtractOptions {
     std::vector<std::string> vecStreams;
     bool bForce = false;
     ProgressMode aProgress = ProgressMode::Auto;
-    bool bAllowOverlap = false;  ///< also if the files need more bytes than the container has
+    bool bAllowOverlap = false;  ///< even if the files need more bytes than the container has
     bool bJson = false;
 };
-/// Writes the streams of a container into files, also of a damaged one.
+/// Writes the streams of a container to files, even if it is damaged.
 int Extract(const tagExtractOptions& aOptions);
 
 struct tagPackOptions {
@@ -80,13 +80,13 @@ struct tagPackOptions {
     bool bJson = false;
     ProgressMode aProgress = ProgressMode::Auto;
 };
-/// Makes a container of the record files of directories.
+/// Makes a container from the record files of directories.
 int Pack(const tagPackOptions& aOptions);
 
 struct tagDoctorOptions {
     std::string strPath;
     bool bJson = false;
-    bool bAll = false;  ///< show every finding, however many have the same code
+    bool bAll = false;  ///< show all findings of each code
 };
 /// Reports what is wrong with a container.
 int Doctor(const tagDoctorOptions& aOptions);
@@ -98,5 +98,5 @@ struct tagBenchOptions {
     std::string strDirectory;
     bool bJson = false;
 };
-/// Appends and reads with the library and with plain stdio, side by side.
+/// Compares appending and reading with the library and with plain stdio.
 int Bench(const tagBenchOptions& aOptions);

@@ -5,7 +5,7 @@
 
 #include "platform/CmResult.h"
 
-/// How the tool ends.
+/// The exit codes of the tool.
 enum ExitCode : int {
     Exit_Done = 0,
     Exit_Failed = 1,
@@ -14,7 +14,7 @@ enum ExitCode : int {
     Exit_Interrupted = 130,
 };
 
-/// Ends the command. The text, which is for the user, goes to standard error.
+/// Ends the command with a message to the user on standard error.
 class CFailure : public std::runtime_error {
  public:
     explicit CFailure(const std::string& strText, ExitCode aExit = Exit_Failed)
@@ -25,7 +25,7 @@ class CFailure : public std::runtime_error {
     ExitCode m_exit;
 };
 
-/// The user or the system wants the tool to end.
+/// Ends the command because the user or the system interrupted the process.
 struct Interrupted {};
 
 /// "cannot X Y: no space left on the device (CACHE_ERR_DISK_FULL)"

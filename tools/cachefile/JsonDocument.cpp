@@ -15,7 +15,7 @@ std::string& FailingCommand() {
     return s_strCommand;
 }
 
-/// Names of files may hold bytes that are no text.
+/// File names may have bytes that are not UTF-8.
 std::string Text(const Json& aJson, int nIndent) {
     return aJson.dump(nIndent, ' ', false, Json::error_handler_t::replace);
 }

@@ -6,19 +6,19 @@
 
 using Json = nlohmann::ordered_json;
 
-/// Has ReportError write JSON from now on. The command may be empty.
+/// Makes ReportError write JSON from now on. The command may be empty.
 void UseJsonErrors(const std::string& strCommand);
 
-/// Writes why the command fails to standard error: a line of text, or with --json an object.
+/// Writes the reason of a failure to standard error: a line of text, or with --json an object.
 void ReportError(const std::string& strText, int nExit);
 
-/// The beginning of the one document that a command writes with --json. Names of fields keep their
-/// meaning as long as the version stays; further fields may come.
+/// The beginning of the one document that a command writes with --json. Fields keep their names and
+/// meanings while the version is the same; new fields may be added.
 Json NewDocument(const std::string& strCommand);
 
 void PrintDocument(const Json& aDocument);
 
-/// The same with a last field that is an array of nRows rows, a line each. There may be so many
-/// that they are made one at a time: aRow gives the one of a number.
+/// The same with an array of nRows rows as the last field, one row per line. aRow returns the row
+/// of an index. It is called when the row is written, since there may be millions.
 void PrintDocument(const Json& aDocument, const std::string& strRows, std::size_t nRows,
                    const std::function<Json(std::size_t)>& aRow);

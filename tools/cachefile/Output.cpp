@@ -13,9 +13,9 @@ namespace {
 
 constexpr std::size_t c_nFlushAt = 65536;
 
-bool s_bClosed = false;  // whoever reads our standard output has had enough
+bool s_bClosed = false;  // the reader of standard output has closed it
 
-/// What was printed and isn't out yet.
+/// Text that was printed but not yet written.
 std::string& Buffer() {
     static std::string s_strBuffer;
     return s_strBuffer;
@@ -36,7 +36,7 @@ bool FindColours() {
     return System::IsOutputTerminal();
 }
 
-/// How many columns UTF-8 text takes, near enough: its characters.
+/// The width of UTF-8 text in columns, approximated by its number of characters.
 std::size_t Width(std::string_view strText) {
     return static_cast<std::size_t>(
         std::count_if(strText.begin(), strText.end(), [](char c) { return (c & 0xC0) != 0x80; }));

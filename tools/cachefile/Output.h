@@ -4,38 +4,37 @@
 #include <string_view>
 #include <vector>
 
-/// What the tool writes: results to standard output, everything else to standard error.
+// The output of the tool: results go to standard output, everything else to standard error.
 
-/// Adds bytes to standard output. Throws CFailure when it can't be written; when nobody reads it
-/// any more nothing is written from then on, and the command goes on to see how it ends. What is
-/// printed is sure to be out only after FinishOutput.
+/// Adds bytes to standard output; FinishOutput writes what is still buffered. Throws CFailure if
+/// standard output cannot be written. After its reader has closed it, both do nothing, so that the
+/// command still finds its exit code.
 void Print(std::string_view strText);
 void FinishOutput();
 bool IsOutputClosed();
 
-/// A line to standard error, after the tool's name. Never fails.
+/// Writes a line to standard error, after the tool's name. Never fails.
 void Warn(const std::string& strText);
 
 enum class Style { Plain, Bold, Dim, Red, Green, Yellow, Blue, Magenta, Cyan };
 
-/// Whether standard output shows colours: a terminal that can, and no NO_COLOR.
+/// Whether standard output shows colours: it is a terminal with colours, and NO_COLOR is not set.
 bool HasColours();
 
-/// The text with the codes of its style around it, or as it is without colours.
+/// The text between the codes of its style; unchanged if there are no colours.
 std::string Paint(std::string_view strText, Style aStyle);
 
-/// The text in quotes where a table or a message couldn't hold it otherwise: without codes that
-/// a terminal would follow.
+/// The text with control characters replaced, so that a terminal does not obey them.
 std::string Printable(std::string_view strText);
 
 /// "12,345,678"
 std::string Grouped(std::uint64_t qwNumber);
 /// "11.8 MiB"
 std::string ByteSize(double dBytes);
-/// With so many decimals: "0.123"
+/// "0.123" with three decimals
 std::string Decimal(double dNumber, int nDecimals);
 
-/// Text in columns, as wide as what stands in them.
+/// Text in columns. Each is as wide as its widest cell.
 class CTable {
  public:
     enum Alignment { Left, Right };
@@ -43,7 +42,7 @@ class CTable {
         std::string strHeading;
         Alignment aAlignment;
     };
-    /// A cell is only looked at while its row is added.
+    /// A cell must be valid only while its row is added.
     struct Cell {
         Cell(std::string_view strContent, Style aContentStyle = Style::Plain)
             : strText(strContent), aStyle(aContentStyle) {}
@@ -59,15 +58,15 @@ class CTable {
     void Add(Row aRow);
     void Print() const;
 
-    /// For a table with very many rows: measure them all first, then add them again and print some
-    /// at a time, which forgets those.
+    /// For a table with very many rows: call Measure for all rows first. Then add them again and
+    /// call PrintAndForget now and then, which prints the added rows and frees them.
     void Measure(Row aRow);
     void PrintAndForget();
 
  private:
-    /// Tables may have very many rows: all text of the cells stands in one string.
+    /// Tables may have very many rows, so one string has the text of all cells.
     struct tagPlaced {
-        std::size_t nEnd;    // in the text; it begins where the one before ends
+        std::size_t nEnd;    // in the text; the cell begins where the previous one ends
         std::size_t nWidth;  // columns
         Style aStyle;
     };

@@ -15,21 +15,21 @@ namespace {
 
 using Selection = std::set<std::string>;
 
-/// Whether a stream is packed. One that no container can hold is an error or left out.
+/// Whether a stream is packed. A stream that no container can hold is an error, or is left out.
 bool IsPacked(const tagPackOptions& aOptions, const Selection& setWanted, const tagStream& aStream,
               const std::string& strDirectory) {
     if (!setWanted.empty() && setWanted.count(aStream.Name()) == 0) return false;
     const std::string strFault = PackFault(aStream.aDescriber, aStream.qwExtent);
     if (strFault.empty()) return true;
-    const std::string strWho = aStream.Name() + " of " + Printable(strDirectory);
+    const std::string strName = aStream.Name() + " of " + Printable(strDirectory);
     if (!aOptions.bSkipUnpackable)
-        throw CFailure("cannot pack " + strWho + ": " + strFault +
+        throw CFailure("cannot pack " + strName + ": " + strFault +
                        " (use `--skip-unpackable` to leave such streams out)");
-    Warn(strWho + " is left out: " + strFault);
+    Warn(strName + " is left out: " + strFault);
     return false;
 }
 
-/// mapSeen: the directory of each stream so far.
+/// mapSeen has the directory of each stream that was added before.
 void AddSource(tagPacking& aPacking, std::map<std::string, std::string>& mapSeen,
                const tagStream& aStream, const std::string& strDirectory) {
     const auto [it, bNew] = mapSeen.try_emplace(aStream.Name(), strDirectory);
@@ -45,7 +45,7 @@ void RequireWanted(const Selection& setWanted, const Selection& setFound) {
             throw CFailure("there is no record file of the stream " + strName);
 }
 
-/// One directory after the other, so that its streams stand together.
+/// Adds one directory after another, so that the streams of each are together.
 tagPacking Collect(const tagPackOptions& aOptions) {
     tagPacking aPacking;
     Selection setWanted, setFound;
@@ -89,7 +89,8 @@ void RequireSafeOutput(const tagPackOptions& aOptions, const tagPacking& aPackin
 
 void PrintResult(const tagPackOptions& aOptions, const tagPacking& aPacking) {
     if (!aOptions.bJson)
-        return Print("packed " + Grouped(aPacking.vecSources.size()) + " streams, " +
+        return Print("packed " + Grouped(aPacking.vecSources.size()) +
+                     (aPacking.vecSources.size() == 1 ? " stream, " : " streams, ") +
                      Grouped(aPacking.CountBytes()) + " bytes" +
                      (aOptions.bVerify ? ", read back and compared" : "") + ": " +
                      Printable(aOptions.strOutput) + "\n");

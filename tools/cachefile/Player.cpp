@@ -31,7 +31,7 @@ CmInt32 CPlayer::Read(const tagFileDescriber& aStream, std::uint64_t qwOffset, C
     std::unique_ptr<unsigned char[]> pBuffer(new unsigned char[dwLength]);
     const CmInt32 lResult = m_pHandler->ReadData(RequestFor(aStream), pBuffer.get(),
                                                  static_cast<CmUint32>(qwOffset), dwLength);
-    if (lResult == CACHE_OK) pBuffer.release();  // it came back to OnDataReady
+    if (lResult == CACHE_OK) pBuffer.release();  // OnDataReady has taken it
     return lResult;
 }
 

@@ -6,17 +6,17 @@
 #include "player/PlayFileHandler.h"
 #include "tools/cachefile/Recording.h"
 
-/// Reads streams as a host does: through the play handler, in synchronous mode.
+/// Reads streams through the play handler, as a host does, in synchronous mode.
 class CPlayer : private IFileOpSink {
  public:
-    /// Opens a container, damaged ones as far as they can be read. Of a directory it opens the
-    /// record file of *pStream. Throws CFailure.
+    /// Opens a container; of a damaged one the streams that can be read. Of a directory it opens
+    /// the record file of *pStream. Throws CFailure.
     CPlayer(const tagRecording& aRecording, const tagFileDescriber* pStream);
     virtual ~CPlayer();
     CPlayer(const CPlayer&) = delete;
     CPlayer& operator=(const CPlayer&) = delete;
 
-    /// Reads up to dwLength bytes of a stream. What was read is in GetData until the next read.
+    /// Reads up to dwLength bytes of a stream. GetData returns them until the next read.
     CmInt32 Read(const tagFileDescriber& aStream, std::uint64_t qwOffset, CmUint32 dwLength);
     const unsigned char* GetData() const { return m_pData.get(); }
     CmUint32 GetLength() const { return m_dwLength; }

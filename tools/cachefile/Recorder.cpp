@@ -12,9 +12,11 @@
 
 namespace {
 
-constexpr CmUint32 c_dwTickMilliseconds = 50;
+constexpr CmUint32 c_dwTickMilliseconds = 50;  // between looks for an interrupt
+
+// 8 MiB keep the worker busy for longer than a pause lasts, also with a fast disk.
+constexpr std::uint64_t c_qwMaxPending = 8 << 20;
 constexpr CmUint32 c_dwPauseMilliseconds = 2;
-constexpr std::uint64_t c_qwMostPending = 8 << 20;
 
 }  // namespace
 
@@ -95,6 +97,6 @@ void CRecorder::Note(CmInt32 lResult) {
 }
 
 void HoldBack() {
-    while (CCacheFileManager::GetPendingBytes() > c_qwMostPending)
+    while (CCacheFileManager::GetPendingBytes() > c_qwMaxPending)
         CCmCallerThread::WaitAndRun(c_dwPauseMilliseconds);
 }

@@ -7,7 +7,7 @@
 #include "core/FileOpSink.h"
 #include "writer/WriteFileHandler.h"
 
-/// Ends asynchronous mode when it goes.
+/// Its destructor shuts the library down, which writes all accepted bytes.
 struct Shutdown {
     Shutdown() = default;
     ~Shutdown();
@@ -15,7 +15,7 @@ struct Shutdown {
     Shutdown& operator=(const Shutdown&) = delete;
 };
 
-/// Where a recording is made.
+/// The recording to make.
 struct tagPlan {
     CmUint32 dwRecordID;
     std::string strHome;
@@ -24,9 +24,9 @@ struct tagPlan {
     std::string Directory() const;  ///< home/ID, as the user would write it
 };
 
-/// Writes one stream of a recording through a write handler of its own, so that each failure is
-/// known to be this stream's. In asynchronous mode the thread has to be the caller thread. The
-/// system's reasons are known only while the tool listens to the trace (Trace.h).
+/// Writes one stream of a recording. Each recorder has its own write handler, so every failure that
+/// the handler reports is one of this stream. In asynchronous mode it must be used on the caller
+/// thread. It knows the system's reasons only while the tool reads the trace (Trace.h).
 class CRecorder : private IFileOpSink {
  public:
     CRecorder(const tagPlan& aPlan, const tagFileDescriber& aDescriber);
@@ -34,26 +34,26 @@ class CRecorder : private IFileOpSink {
     CRecorder(const CRecorder&) = delete;
     CRecorder& operator=(const CRecorder&) = delete;
 
-    /// Opens the record file and waits until it is known how that went.
+    /// Opens the record file and waits for the result.
     CmInt32 Open();
 
-    /// Takes the bytes in one piece, unless something has failed before.
+    /// Writes the bytes in one piece. Does nothing after a failure.
     void Write(const unsigned char* lpData, std::size_t nLength);
 
-    /// No more bytes come. In asynchronous mode the file is complete after a shutdown.
+    /// Ends the stream. In asynchronous mode the file is complete after a shutdown.
     void Close();
 
     const tagFileDescriber& GetDescriber() const { return m_describer; }
     std::filesystem::path GetPath() const;
     CmInt32 GetFailure() const { return m_lFailure; }  ///< the first one, or 0
-    /// "no space left on the device (CACHE_ERR_DISK_FULL): No space left on device": what the
-    /// failure means, and the system's own reason if it gave one.
+    /// "no space left on the device (CACHE_ERR_DISK_FULL): No space left on device": the meaning
+    /// of the failure, and the system's own reason if it gave one.
     std::string GetFailureText() const;
     std::uint64_t GetBytes() const { return m_qwBytes; }
     std::uint64_t GetPieces() const { return m_qwPieces; }
 
-    /// How many bytes are in the file, and how many that were taken are not. Until the file is
-    /// complete, bytes that are yet to be written count as lost.
+    /// How many bytes the file has, and how many bytes passed to Write it does not have. Until the
+    /// file is complete, bytes that are still to be written count as lost.
     std::uint64_t CountStoredBytes() const;
     std::uint64_t CountLostBytes() const;
 
@@ -79,6 +79,6 @@ class CRecorder : private IFileOpSink {
     std::unique_ptr<CWriteFileHandler, Destroyer> m_pHandler;
 };
 
-/// Keeps memory small when the bytes come faster than the disk takes them: waits while the worker
-/// has many to write. Does nothing in synchronous mode, where none are pending.
+/// Limits the memory when bytes arrive faster than the disk writes them: waits while too many bytes
+/// are pending. Does nothing in synchronous mode, which has no pending bytes.
 void HoldBack();

@@ -23,7 +23,7 @@ Sources MakeSources(const tagRecordOptions& aOptions) {
         if (!setNames.insert(StreamName(aDescriber)).second)
             throw CFailure("the stream " + StreamName(aDescriber) + " is given twice", Exit_Usage);
         if (!setInputs.insert(strInput).second && strInput == "-")
-            throw CFailure("standard input cannot be two streams", Exit_Usage);
+            throw CFailure("only one stream can be read from standard input", Exit_Usage);
         vecSources.push_back(std::make_unique<tagSource>(aOptions.aPlan, aDescriber, strInput));
     }
     return vecSources;
@@ -47,7 +47,7 @@ void LockDirectory(const tagPlan& aPlan, System::CFileLock& aLock) {
     std::error_code aError;
     std::filesystem::create_directories(aDirectory, aError);
     if (!std::filesystem::is_directory(aDirectory))
-        throw CFailure("cannot make the directory " + Printable(aPlan.Directory()) +
+        throw CFailure("cannot create the directory " + Printable(aPlan.Directory()) +
                        (aError ? ": " + aError.message() : ""));
     const auto aOutcome = aLock.Take(aDirectory / c_szRecordingLock);
     if (aOutcome == System::CFileLock::Held)

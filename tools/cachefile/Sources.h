@@ -10,10 +10,10 @@
 #include "tools/cachefile/Streams.h"
 #include "tools/cachefile/System.h"
 
-/// What the record command works on: each input with the stream that is made of it. Functions throw
-/// CFailure.
+// The inputs of the record command, each with the stream that is recorded from it. Functions throw
+// CFailure.
 
-/// What one stream is made of, and how far it is.
+/// One input, its recorder, and the state of both.
 struct tagSource {
     tagSource(const tagPlan& aPlan, const tagFileDescriber& aDescriber, std::string strFile)
         : strPath(std::move(strFile)), aRecorder(aPlan, aDescriber) {}
@@ -25,7 +25,7 @@ struct tagSource {
         aRecorder.Close();
     }
 
-    /// As soon as it is known how large the stream is or will be.
+    /// Call it with every size that the stream is known to have or to get.
     void WarnOnceOfSize(std::uint64_t qwSize) {
         if (bLarge || qwSize < c_qwPlayable) return;
         bLarge = true;
@@ -36,24 +36,24 @@ struct tagSource {
     System::CInput aInput;
     CRecorder aRecorder;
     bool bEnded = false;
-    bool bFileMade = false;  // by this process, and not there before
-    bool bRecorded = false;  // the file holds what the input had, be it nothing
-    std::string strError;    // why the stream is not complete; reported
-    bool bLarge = false;     // and warned of
+    bool bFileMade = false;  // by this process; the file did not exist before
+    bool bRecorded = false;  // the file has all bytes of the input, which may be none
+    std::string strError;    // the reason of its failure, which was reported
+    bool bLarge = false;     // its size was warned of
 };
 using Sources = std::vector<std::unique_ptr<tagSource>>;
 
-/// The sources that the words of the command line name.
+/// The sources that the command line names.
 Sources MakeSources(const tagRecordOptions& aOptions);
 
-/// Opens the inputs and sees that none of them, and nothing else, would be overwritten.
+/// Opens the inputs. Throws if one of them, or another file, would be overwritten.
 void OpenInputs(const tagRecordOptions& aOptions, const Sources& vecSources);
 
-/// Makes the directory, and holds it against every other recorder as long as the lock lives.
+/// Creates the directory and locks it against other recorders while aLock exists.
 void LockDirectory(const tagPlan& aPlan, System::CFileLock& aLock);
 
-/// The record files that this process makes, exclusively. Those that no recording came to are
-/// removed again; the sources must live longer.
+/// Creates the record files, and refuses files that exist. The destructor removes those that were
+/// created but never recorded to. The sources must outlive it.
 class CRecordFiles {
  public:
     CRecordFiles(const tagRecordOptions& aOptions, const Sources& vecSources);
@@ -70,5 +70,5 @@ class CRecordFiles {
 /// Total bytes of the inputs, or 0 if the size of one of them is unknown.
 std::uint64_t CountInput(const Sources& vecSources);
 
-/// Warns of streams that can be recorded, but not packed later.
+/// Warns of streams that can be recorded but not packed.
 void WarnOfUnpackable(const Sources& vecSources);

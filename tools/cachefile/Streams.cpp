@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Takes a decimal number from the front of strText, and the text strEnd behind it.
+/// Parses a decimal number at the start of strText, followed by strEnd, and removes both from it.
 template <class T>
 bool TakeNumber(std::string_view& strText, T& aNumber, std::string_view strEnd) {
     const char* const lpEnd = strText.data() + strText.size();
@@ -21,23 +21,22 @@ bool TakeNumber(std::string_view& strText, T& aNumber, std::string_view strEnd) 
     return true;
 }
 
-std::optional<tagFileDescriber> Parse(std::string_view strText, std::string_view strBehindType,
-                                      std::string_view strBehindID,
-                                      std::string_view strBehindKind) {
+std::optional<tagFileDescriber> Parse(std::string_view strText, std::string_view strAfterType,
+                                      std::string_view strAfterID, std::string_view strAfterKind) {
     tagFileDescriber aDescriber{};
-    const bool bGood = TakeNumber(strText, aDescriber.wDataType, strBehindType) &&
-                       TakeNumber(strText, aDescriber.dwFileID, strBehindID) &&
-                       TakeNumber(strText, aDescriber.byFileType, strBehindKind) &&
+    const bool bGood = TakeNumber(strText, aDescriber.wDataType, strAfterType) &&
+                       TakeNumber(strText, aDescriber.dwFileID, strAfterID) &&
+                       TakeNumber(strText, aDescriber.byFileType, strAfterKind) &&
                        strText.empty() && aDescriber.byFileType != 0;
     return bGood ? std::optional(aDescriber) : std::nullopt;
 }
 
-std::string Join(const tagFileDescriber& aDescriber, const char* lpBehindType,
-                 const char* lpBehindID, const char* lpBehindKind) {
+std::string Join(const tagFileDescriber& aDescriber, const char* lpAfterType, const char* lpAfterID,
+                 const char* lpAfterKind) {
     std::string strName = std::to_string(aDescriber.wDataType);
-    strName.append(lpBehindType).append(std::to_string(aDescriber.dwFileID));
-    strName.append(lpBehindID).append(std::to_string(aDescriber.byFileType));
-    return strName.append(lpBehindKind);
+    strName.append(lpAfterType).append(std::to_string(aDescriber.dwFileID));
+    strName.append(lpAfterID).append(std::to_string(aDescriber.byFileType));
+    return strName.append(lpAfterKind);
 }
 
 }  // namespace

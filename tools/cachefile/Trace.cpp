@@ -21,7 +21,7 @@ struct tagHeard {
     std::map<std::string, int> mapErrno;
 };
 
-/// Never destroyed, since the library may trace until the process has ended.
+/// Never destroyed, because the library may trace until the process ends.
 tagHeard& Heard() {
     static tagHeard& s_aHeard = *new tagHeard;
     return s_aHeard;
@@ -39,7 +39,7 @@ void OnLine(CmInt32 /*lLevel*/, const char* lpText) {
     const std::lock_guard<std::mutex> aGuard(Heard().aMutex);
     if (std::strncmp(lpText, c_szNewFile, std::strlen(c_szNewFile)) == 0) {
         Heard().strLastFile = strObject;
-        Heard().mapErrno.erase(strObject);  // an earlier object was there
+        Heard().mapErrno.erase(strObject);  // of an earlier object at this address
     } else if (lpErrno) {
         Heard().mapErrno.emplace(strObject, std::atoi(lpErrno + std::strlen(c_szErrno)));
     }

@@ -2,14 +2,14 @@
 
 #include <string>
 
-/// The library's trace lines, as the tool uses them: to show them, and to learn the system's own
-/// reason of a failure, which result codes do not carry. Any thread may trace at any time.
+/// Reads the trace lines of the library: to show them, and to find the system's reason of a
+/// failure, which the result codes do not have. Any thread may trace at any time.
 namespace Trace {
 
-/// Reads the lines from now on; bShow also writes each to standard error.
+/// Starts to read the lines. If bShow is true, also writes each to standard error.
 void Listen(bool bShow);
 
-/// Names the file object that the library made last, as its trace lines do.
+/// The name of the last file object that the library made, as its trace lines show it.
 std::string LastFileObject();
 
 /// The errno of the first failure that was traced for this object, or 0.

@@ -1,4 +1,4 @@
-# Completion of the command line of cachefile.
+# Bash completion for cachefile.
 _cachefile()
 {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command="" i
