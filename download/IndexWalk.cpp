@@ -78,7 +78,7 @@ CIndexWalk::End CIndexWalk::SkipLaps() {
     return End_Complete;
 }
 
-std::size_t CountBeforeRepeat(const std::vector<CmUint32>& vecOffsets) {
+std::size_t cachefile_internal::CountBeforeRepeat(const std::vector<CmUint32>& vecOffsets) {
     const auto itBegin = vecOffsets.begin();
     const auto itEnd = vecOffsets.end();
     if (std::adjacent_find(itBegin, itEnd, std::greater_equal<>()) == itEnd)

@@ -92,7 +92,13 @@ class CIndexWalk {
     CmInt32 m_lStopped = 0;  // the visitor's code
 };
 
+namespace cachefile_internal {
+
 /// The index of the first entry that repeats the offset of an earlier one, or the size if all
 /// differ. A walk detects a circle late, or not at all if it ends before that; this finds the exact
 /// place. Throws std::bad_alloc.
 std::size_t CountBeforeRepeat(const std::vector<CmUint32>& vecOffsets);
+
+}  // namespace cachefile_internal
+
+using cachefile_internal::CountBeforeRepeat;

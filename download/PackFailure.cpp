@@ -4,8 +4,8 @@
 
 #include "platform/CmTraceLine.h"
 
-CmInt32 ReportSystemError(const void* pObject, const char* lpWhat, const CCmString& strPath,
-                          FileAction aAction) {
+CmInt32 cachefile_internal::ReportSystemError(const void* pObject, const char* lpWhat,
+                                              const CCmString& strPath, FileAction aAction) {
     const int nErrno = errno;
     TraceError("CContainerWriter::Write->", lpWhat, " error=", nErrno, " file=", strPath,
                " this=", pObject);
@@ -14,8 +14,9 @@ CmInt32 ReportSystemError(const void* pObject, const char* lpWhat, const CCmStri
     return lResult;
 }
 
-CmInt32 KeepFailure(CContainerWriter::tagFailure& aFailure, const CCmString& strFile,
-                    const char* lpReason, int nErrno, CmInt32 lResult) {
+CmInt32 cachefile_internal::KeepFailure(CContainerWriter::tagFailure& aFailure,
+                                        const CCmString& strFile, const char* lpReason, int nErrno,
+                                        CmInt32 lResult) {
     aFailure.lpReason = lpReason;
     aFailure.nErrno = nErrno;
     aFailure.strFile = strFile;

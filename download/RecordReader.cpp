@@ -27,7 +27,7 @@ tagRecordRead Read(IFileOperation& aFile, CmUint32 dwOffset,
 
 }  // namespace
 
-CmInt32 tagRecordRead::GetResult() const {
+CmInt32 cachefile_internal::tagRecordRead::GetResult() const {
     switch (aEnd) {
         case End_ReadFailed:
             return lReadResult;
@@ -40,21 +40,23 @@ CmInt32 tagRecordRead::GetResult() const {
     }
 }
 
-tagRecordRead ReadRecord(IFileOperation& aFile, CmUint32 dwOffset, tagQXFFileHeader& aHeader) {
+tagRecordRead cachefile_internal::ReadRecord(IFileOperation& aFile, CmUint32 dwOffset,
+                                             tagQXFFileHeader& aHeader) {
     return Read<c_dwFileHeaderSize>(aFile, dwOffset, BuildQXFFileHeader, aHeader);
 }
 
-tagRecordRead ReadRecord(IFileOperation& aFile, CmUint32 dwOffset, tagEntryFileHeader& aHeader) {
+tagRecordRead cachefile_internal::ReadRecord(IFileOperation& aFile, CmUint32 dwOffset,
+                                             tagEntryFileHeader& aHeader) {
     return Read<c_dwEntryFileHeaderSize>(aFile, dwOffset, BuildEntryFileHeader, aHeader);
 }
 
-tagRecordRead ParseEntry(CmInt32 lReadResult, const unsigned char* lpBytes, CmUint32 dwLength,
-                         tagMRFD& aEntry) {
+tagRecordRead cachefile_internal::ParseEntry(CmInt32 lReadResult, const unsigned char* lpBytes,
+                                             CmUint32 dwLength, tagMRFD& aEntry) {
     return Parse(lReadResult, lpBytes, dwLength, c_dwEntrySize, BuildQXFEntry, aEntry);
 }
 
-CmInt32 ReportRecord(const tagRecordRead& aRead, const tagRecordTexts& aTexts,
-                     const void* pObject) {
+CmInt32 cachefile_internal::ReportRecord(const tagRecordRead& aRead, const tagRecordTexts& aTexts,
+                                         const void* pObject) {
     constexpr char c_szOperation[] = "CDownloadFileHandler::InitFileInfo->";
     switch (aRead.aEnd) {
         case tagRecordRead::End_ReadFailed:

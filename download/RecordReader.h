@@ -3,6 +3,8 @@
 #include "download/ContainerFormat.h"
 #include "fileop/FileOperation.h"
 
+namespace cachefile_internal {
+
 /// How the read of a record of fixed size ended.
 struct tagRecordRead {
     enum End {
@@ -38,3 +40,11 @@ tagRecordRead ParseEntry(CmInt32 lReadResult, const unsigned char* lpBytes, CmUi
 
 /// Traces a failed read of a downloaded recording on behalf of pObject. Returns its code.
 CmInt32 ReportRecord(const tagRecordRead& aRead, const tagRecordTexts& aTexts, const void* pObject);
+
+}  // namespace cachefile_internal
+
+using cachefile_internal::ParseEntry;
+using cachefile_internal::ReadRecord;
+using cachefile_internal::ReportRecord;
+using cachefile_internal::tagRecordRead;
+using cachefile_internal::tagRecordTexts;

@@ -47,6 +47,8 @@ class CStreamExtents {
     std::size_t m_nFitting = 0;
 };
 
+namespace cachefile_internal {
+
 /// How many bytes of a stream a player reads: those before the end of the file and before the end
 /// given in the header.
 inline CmUint32 PlayableLength(CmUint32 dwDataOffset, CmUint32 dwLength, std::uint64_t qwDeclared,
@@ -56,3 +58,7 @@ inline CmUint32 PlayableLength(CmUint32 dwDataOffset, CmUint32 dwLength, std::ui
     const std::uint64_t qwAvailable = qwEnd - dwDataOffset;
     return qwAvailable < dwLength ? static_cast<CmUint32>(qwAvailable) : dwLength;
 }
+
+}  // namespace cachefile_internal
+
+using cachefile_internal::PlayableLength;

@@ -42,8 +42,10 @@ class CLengthVisitor final : public IIndexVisitor {
 
 }  // namespace
 
-CmInt32 ReadStreamLengths(IFileOperation& aFile, const tagQXFFileHeader& aHeader,
-                          CmUint32 dwEntriesRead, std::vector<CmUint32>& vecLengths) try {
+CmInt32 cachefile_internal::ReadStreamLengths(IFileOperation& aFile,
+                                              const tagQXFFileHeader& aHeader,
+                                              CmUint32 dwEntriesRead,
+                                              std::vector<CmUint32>& vecLengths) try {
     std::uint64_t qwFileSize = 0;
     const CmInt32 lResult = aFile.GetSize(qwFileSize);
     if (lResult != CACHE_OK) return lResult;

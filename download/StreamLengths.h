@@ -5,6 +5,8 @@
 #include "download/ContainerFormat.h"
 #include "fileop/FileOperation.h"
 
+namespace cachefile_internal {
+
 /// Finds the lengths of a container's streams for the play handler.
 ///
 /// It reads the index again as far as the open did: dwEntriesRead entries. vecLengths then has one
@@ -14,3 +16,7 @@
 /// entries that the open found are missing now, or 4011.
 CmInt32 ReadStreamLengths(IFileOperation& aFile, const tagQXFFileHeader& aHeader,
                           CmUint32 dwEntriesRead, std::vector<CmUint32>& vecLengths);
+
+}  // namespace cachefile_internal
+
+using cachefile_internal::ReadStreamLengths;
