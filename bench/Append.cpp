@@ -5,15 +5,15 @@
 #include "bench/Appender.h"
 #include "bench/Clock.h"
 
-/// Workloads of a recording thread: small and large appends, in bursts and at a steady rate, to few
-/// files and to many.
+/// Workloads of a recorder: small and large appends, in bursts and at a steady rate, to a few files
+/// and to many.
 
 namespace {
 
 constexpr std::size_t c_nPiece = 1000;
 constexpr std::size_t c_nLargePiece = 65536;
 constexpr char c_szLimited[] = "cachefile async, limit 4 MiB";
-constexpr double c_dPacedRate = 0.4;  // bytes a nanosecond: 400 MB/s
+constexpr double c_dPacedRate = 0.4;  // bytes per nanosecond: 400 MB/s
 
 std::vector<std::string> Paths(const tagBench& aBench, std::size_t nFiles) {
     std::vector<std::string> vecPaths;
@@ -49,16 +49,18 @@ class CRun {
     const std::unique_ptr<IAppender> m_pAppender;
 };
 
-/// Appends at a steady rate, like a live source, and measures what each append costs the caller.
+/// Appends at a steady rate, like a live source, and measures the time of each call.
 Metrics RunPaced(const tagBench& aBench, const tagAppends& aAppends, const MakeAppender& aMake) {
     CRun aRun(aBench, aAppends, aMake);
     const std::uint64_t qwInterval =
         CClock::ToTicks(static_cast<double>(aAppends.nPiece) / c_dPacedRate);
-    std::vector<std::uint64_t> vecCosts(aAppends.nCount, 1);  // touched before the measurement
+    // Filled with ones, so that no page fault occurs during the measurement.
+    std::vector<std::uint64_t> vecCosts(aAppends.nCount, 1);
     std::uint64_t qwNext = CClock::Now();
     for (std::size_t i = 0; i < aAppends.nCount; ++i, qwNext += qwInterval) {
         while (CClock::Now() < qwNext) CClock::Pause();
-        // Read again: leaving the loop costs a branch misprediction, which is not the append's.
+        // The clock is read again, because the end of the loop costs a branch misprediction, which
+        // is not part of the append.
         const std::uint64_t qwBegin = CClock::Now();
         aRun.Append(i);
         vecCosts[i] = CClock::Now() - qwBegin;
@@ -82,7 +84,7 @@ Metrics RunPaced(const tagBench& aBench, const tagAppends& aAppends, const MakeA
             {"max", at(1.0)}};
 }
 
-/// Appends as fast as possible, and measures the time until the system has every byte.
+/// Appends as fast as possible, and measures the time until every byte is in the kernel.
 Metrics RunBurst(const tagBench& aBench, const tagAppends& aAppends, const MakeAppender& aMake) {
     CRun aRun(aBench, aAppends, aMake);
     const std::uint64_t qwBegin = CClock::Now();
@@ -138,7 +140,7 @@ void AddAppends(tagBench& aBench) {
         add("append 64 KiB, paced", aKind, aLarge, RunPaced);
     add("append 64 KiB, paced", {"write", MakeDirect}, aLarge, RunPaced);
 
-    // Many blocks for each file, so that the opens and the last partial blocks count little.
+    // More appends in all, so that the opens and the last, partial blocks matter little.
     const tagAppends aMany{1000, c_nPiece, aBench.Amount(400'000)};
     for (const tagAppenderKind& aKind : AllKinds())
         if (aKind.aMake && std::string(aKind.lpName).find("double") == std::string::npos)

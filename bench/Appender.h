@@ -8,12 +8,12 @@
 
 #include "bench/Bench.h"
 
-constexpr std::size_t c_nBlock = 32768;  // every contestant gathers so many bytes
+constexpr std::size_t c_nBlock = 32768;  // every contestant gathers blocks of this size
 
 constexpr std::uint64_t c_qwNoLimit = ~std::uint64_t{0};
 constexpr std::uint64_t c_qwLimit = 4U << 20;  // pending bytes
 
-/// One way of appending to a number of files.
+/// One implementation of appending to several files.
 class IAppender {
  public:
     virtual ~IAppender() = default;

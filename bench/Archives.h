@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <string>
 
-/// Peers of the container: files that hold many small streams. Make writes nEntries streams. Open
-/// reads the index until every stream can be found, and returns the number of streams.
+/// Other file formats that hold many small streams. Make... writes nEntries streams. Open... reads
+/// the index, so that every stream can be found, and returns the number of streams.
 #ifdef BENCH_SQLITE
 void MakeSqlite(const std::string& strPath, std::size_t nEntries);
 std::size_t OpenSqlite(const std::string& strPath);

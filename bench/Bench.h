@@ -10,11 +10,11 @@
 
 struct tagBenchOptions {
     std::string strDirectory = ".";  // for the files of a run
-    std::string strOnly;             // only workloads whose name contains this
+    std::string strOnly;             // run only workloads whose name contains this
     std::string strJson;             // output file; empty: none
     int nRepetitions = 5;
-    double dScale = 1.0;   // of the amounts of work
-    bool bMemory = false;  // set by the benchmark when it starts itself to measure memory
+    double dScale = 1.0;   // factor for the amounts of work
+    bool bMemory = false;  // set when the benchmark starts itself to measure memory
 };
 
 /// The values of one run, by the name of the metric.
@@ -26,16 +26,16 @@ struct tagContestant {
     std::string strName;
     std::function<Metrics()> aRun;
     std::map<std::string, std::vector<double>>
-        mapValues{};  // for each metric, one value a repetition
+        mapValues{};  // for each metric, one value per repetition
 };
 
-/// A goal of the library: the ratio of a contestant's value to that of another one.
+/// A target of the library: an upper limit for the ratio of two contestants' values.
 struct tagFigure {
     std::string strName;
     std::string strMetric;
     std::string strWorkload, strContestant;
-    std::string strBaseWorkload, strBase;  // without a base the value itself is the figure
-    double dWanted;                        // at most
+    std::string strBaseWorkload, strBase;  // if empty, the value itself is the figure
+    double dWanted;                        // the target: the largest acceptable figure
 };
 
 struct tagBench {
@@ -52,7 +52,7 @@ struct tagBench {
     const tagContestant* Find(const std::string& strWorkload, const std::string& strName) const;
 };
 
-/// Each function adds its workloads, with the peers that were found at build time.
+/// Each function adds its workloads and figures, with the peers that were found at build time.
 void AddAppends(tagBench& aBench);
 void AddReads(tagBench& aBench);
 void AddContainers(tagBench& aBench);
@@ -62,7 +62,7 @@ int RunMemory(const tagBenchOptions& aOptions);
 void PrintTables(const tagBench& aBench);
 void WriteJson(const tagBench& aBench);
 
-/// Throws when a call under measurement fails.
+/// Throws lpWhat if bHolds is false, which ends the benchmark.
 inline void Require(bool bHolds, const char* lpWhat) {
     if (!bHolds) throw std::runtime_error(lpWhat);
 }

@@ -6,8 +6,8 @@
 #include <x86intrin.h>
 #endif
 
-/// A clock of high resolution. On processors with a cycle counter of constant rate it reads that
-/// counter, because a call of the system's clock costs more than the calls that are measured.
+/// A high-resolution clock. On x86-64 it reads the processor's cycle counter, because reading the
+/// system's clock takes longer than some of the calls that are measured.
 class CClock {
  public:
     static std::uint64_t Now() {
@@ -34,7 +34,8 @@ class CClock {
         return static_cast<std::uint64_t>(dNanoseconds / Measured().dNanoseconds);
     }
 
-    /// The ticks between two consecutive readings; subtracted from each measurement.
+    /// The ticks between two consecutive readings. Paced workloads subtract it from each
+    /// measurement.
     static std::uint64_t Overhead() { return Measured().qwOverhead; }
 
  private:

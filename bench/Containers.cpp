@@ -10,8 +10,8 @@
 #include "core/DescriberTable.h"
 #include "tools/HostPath.h"
 
-/// Workloads of a player that opens one file with very many streams: the time until the first read
-/// can be routed, and the time that a read needs to find its stream.
+/// Workloads of a player that opens one container with many streams: the time until the first read
+/// has ended, and the time that a read takes to find its stream.
 
 namespace {
 
@@ -31,8 +31,7 @@ void MakeContainer(const std::string& strPath, std::size_t nEntries) {
     Require(aWriter.Write(HostPath(strPath)) == CACHE_OK, "CContainerWriter::Write");
 }
 
-/// A player with a container open, in synchronous mode, or in asynchronous mode with an attached
-/// thread.
+/// A player with an open container, in either mode.
 class CContainerPlayer final : private IFileOpSink {
  public:
     CContainerPlayer(const std::string& strPath, bool bAsync)
@@ -90,7 +89,7 @@ std::vector<std::size_t> RandomOrder(std::size_t nEntries, std::size_t nCount) {
     return vecOrder;
 }
 
-/// Reads of a few bytes, whose cost is routing to a large part.
+/// Reads a few bytes at a time, so that finding the stream is a large part of the cost.
 Metrics RouteReads(const std::string& strPath, std::size_t nEntries, std::size_t nCount) {
     CContainerPlayer aPlayer(strPath, false);
     const std::vector<std::size_t> vecOrder = RandomOrder(nEntries, nCount);
@@ -101,7 +100,7 @@ Metrics RouteReads(const std::string& strPath, std::size_t nEntries, std::size_t
         {"a read", CClock::ToNanoseconds(CClock::Now() - qwBegin) / static_cast<double>(nCount)}};
 }
 
-/// Routing alone: the lookup by describer.
+/// Measures only the lookup of a stream by its description.
 Metrics Route(std::size_t nEntries, std::size_t nCount) {
     CDescriberTable<tagMRFDInfo> aTable;
     for (std::size_t i = 0; i < nEntries; ++i) aTable.Add({DescriberOf(i), {}});
@@ -114,7 +113,7 @@ Metrics Route(std::size_t nEntries, std::size_t nCount) {
     return {{"a lookup", dTime / static_cast<double>(nCount)}};
 }
 
-/// Makes a container at its first use.
+/// Returns a function that calls aMake the first time only.
 template <class Make>
 std::function<void()> Once(Make aMake) {
     return [aMake, bMade = std::make_shared<bool>(false)] {

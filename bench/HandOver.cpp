@@ -10,10 +10,10 @@
 
 namespace {
 
-/// The ideal double buffer: the caller fills preallocated blocks, and a worker writes and returns
-/// them. It has no objects, results or error handling, so it is the lower bound for a library that
-/// has them. HandOver_WholePieces follows the library's rule: a full block is passed on together
-/// with all of the piece that filled it.
+/// A minimal double buffer: the caller fills preallocated blocks, and a worker writes and returns
+/// them. It has no file objects, results or error handling, so it is the lower bound for a library
+/// that has them. HandOver_WholePieces follows the library's rule: an append is never split, so a
+/// full block includes all bytes of the append that filled it.
 class CHandOverAppender final : public IAppender {
  public:
     CHandOverAppender(const std::vector<std::string>& vecPaths, HandOver aKind)
@@ -67,7 +67,7 @@ class CHandOverAppender final : public IAppender {
 
  private:
     static constexpr std::size_t c_nBlocks = 256;
-    static constexpr std::size_t c_nWakeUp = 64;  // so many blocks end a nap
+    static constexpr std::size_t c_nWakeUp = 64;  // this many full blocks end a nap
     static constexpr std::size_t c_nLargestWhole = 1024;
     struct tagBlock {
         std::size_t nFile = 0;

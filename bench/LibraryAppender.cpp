@@ -5,8 +5,8 @@
 
 namespace {
 
-/// The library as a host uses it. With a limit of pending bytes the host waits whenever the library
-/// refuses a piece.
+/// The library as a host uses it. With a limit of pending bytes, the host waits when the library
+/// refuses an append.
 class CLibraryAppender final : public IAppender, private IFileOpSink {
  public:
     CLibraryAppender(const std::vector<std::string>& vecPaths, bool bAsync, std::uint64_t qwLimit)

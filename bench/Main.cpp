@@ -53,7 +53,7 @@ struct tagScratch {
     const std::string strPath;
 };
 
-/// One workload opens a thousand files.
+/// Raises the limit of open files: one workload opens a thousand.
 void AllowManyFiles() {
     rlimit aLimit{};
     ::getrlimit(RLIMIT_NOFILE, &aLimit);
@@ -103,7 +103,7 @@ int main(int argc, char** argv) try {
     const tagScratch aScratch(aOptions.strDirectory);
     aOptions.strDirectory = aScratch.strPath;
     tagBench aBench{aOptions, {}, {}};
-    CClock::Overhead();  // measured before the first workload
+    CClock::Overhead();  // calibrates the clock before the first workload
     AllowManyFiles();
     AddAppends(aBench);
     AddReads(aBench);

@@ -6,12 +6,12 @@
 
 #include "bench/Appender.h"
 
-/// The memory that a recorder needs when it is faster than the disk and has set a limit of pending
-/// bytes. Measured in a separate process, whose memory was not used before.
+/// The memory that a recorder needs if it is faster than the disk and has set a limit of pending
+/// bytes. A separate process measures it, because earlier workloads would change the result.
 
 namespace {
 
-/// One value of /proc/self/status, in KiB.
+/// Returns one value of /proc/self/status, in KiB.
 long StatusOf(const std::string& strField) {
     std::ifstream aStatus("/proc/self/status");
     for (std::string strWord; aStatus >> strWord;)
@@ -57,6 +57,6 @@ void AddMemory(tagBench& aBench, const std::string& strProgram) {
     aBench.vecContestants.push_back(
         {lpWorkload, "cachefile async, limit 4 MiB",
          [&aBench, strProgram] { return RunChild(strProgram, aBench); }});
-    aBench.vecFigures.push_back({"memory above the start, limit 4 MiB, in MiB", "MiB", lpWorkload,
+    aBench.vecFigures.push_back({"growth of memory, limit 4 MiB, in MiB", "MiB", lpWorkload,
                                  "cachefile async, limit 4 MiB", "", "", 8});
 }

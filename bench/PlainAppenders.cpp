@@ -16,7 +16,7 @@ class CStdioAppender final : public IAppender {
         for (const std::string& strPath : vecPaths) {
             std::FILE* const pFile = std::fopen(strPath.c_str(), "wb");
             Require(pFile != nullptr, "fopen");
-            // With a null buffer this C library would ignore the size.
+            // glibc ignores the size if the buffer is null.
             m_vecBuffers.emplace_back(new char[c_nBlock]);
             std::setvbuf(pFile, m_vecBuffers.back().get(), _IOFBF, c_nBlock);
             m_vecFiles.push_back(pFile);
@@ -34,7 +34,7 @@ class CStdioAppender final : public IAppender {
     std::vector<std::unique_ptr<char[]>> m_vecBuffers;
 };
 
-/// Gathers whole pieces until there are nThreshold bytes and writes them with one call.
+/// Gathers appends until there are at least nThreshold bytes, and writes them with one call.
 class CGatherAppender final : public IAppender {
  public:
     CGatherAppender(const std::vector<std::string>& vecPaths, std::size_t nThreshold)
@@ -71,7 +71,7 @@ class CGatherAppender final : public IAppender {
     std::vector<std::string> m_vecGathered;
 };
 
-/// The lower bound of an append: a copy and nothing else.
+/// The lower bound of an append: it only copies the bytes.
 class CMemcpyAppender final : public IAppender {
  public:
     explicit CMemcpyAppender(std::size_t nFiles) : m_vecBlocks(nFiles), m_vecUsed(nFiles, 0) {

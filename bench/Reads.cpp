@@ -12,7 +12,7 @@
 #include "bench/Uv.h"
 #endif
 
-/// Workloads of a player: reads at random, unaligned positions of a file in the page cache.
+/// Workloads of a player: reads at random, unaligned positions of a file that is in the page cache.
 
 namespace {
 
@@ -27,7 +27,7 @@ struct tagReadRun {
     std::size_t nInFlight;
 };
 
-/// The same positions for all contestants, different ones in each repetition.
+/// The seed is fixed, so all contestants read the same positions.
 class CPlaces {
  public:
     explicit CPlaces(std::size_t nLength) : m_range(0, c_nFileSize - nLength) {}
@@ -58,7 +58,7 @@ Metrics ReadWithPread(const tagReadRun& aRun) {
     return aResult;
 }
 
-/// A player that uses each delivered buffer for the next read.
+/// A player that reuses each delivered buffer for the next read.
 class CLibraryReader final : private IFileOpSink {
  public:
     CLibraryReader(const tagReadRun& aRun, bool bAsync)
@@ -137,7 +137,7 @@ Metrics ReadWithPool(const tagReadRun& aRun) {
 }
 #endif
 
-/// Makes the file that all contestants read.
+/// Creates the file that all contestants read.
 void MakeFile(const std::string& strPath) {
     const int nFile = ::open(strPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     Require(nFile >= 0, "open");

@@ -17,7 +17,7 @@ tagSummary Summarize(const std::vector<double>& vecValues) {
     return {Median(vecValues), *range.first, *range.second};
 }
 
-/// The values of a figure: its contestant's value divided by the base's of the same repetition.
+/// For each repetition, the contestant's value divided by the value of the base.
 std::vector<double> ValuesOf(const tagBench& aBench, const tagFigure& aFigure) {
     const tagContestant* const pOne = aBench.Find(aFigure.strWorkload, aFigure.strContestant);
     if (!pOne || pOne->mapValues.empty()) return {};
@@ -81,14 +81,14 @@ void PrintTables(const tagBench& aBench) {
                         aSummary.dMin, aSummary.dMax);
         }
     }
-    std::printf("\n%-58s %8s %8s %8s %8s\n", "figure", "wanted", "median", "min", "max");
+    std::printf("\n%-58s %8s %8s %8s %8s\n", "figure", "target", "median", "min", "max");
     for (const tagFigure& aFigure : aBench.vecFigures) {
         const std::vector<double> vecValues = ValuesOf(aBench, aFigure);
         if (vecValues.empty()) continue;
         const tagSummary aSummary = SummarizeFigure(aBench, aFigure, vecValues);
         std::printf("%-58s %8.2f %8.2f %8.2f %8.2f  %s\n", aFigure.strName.c_str(), aFigure.dWanted,
                     aSummary.dMedian, aSummary.dMin, aSummary.dMax,
-                    aSummary.dMedian <= aFigure.dWanted ? "PASS" : "not reached");
+                    aSummary.dMedian <= aFigure.dWanted ? "reached" : "not reached");
     }
     std::fflush(stdout);
 }
@@ -126,5 +126,5 @@ void WriteJson(const tagBench& aBench) {
                                    {"figures", aFigures}}
                 .dump(1)
          << "\n";
-    Require(bool{aOut.flush()}, "the JSON can't be written");
+    Require(bool{aOut.flush()}, "cannot write the JSON file");
 }

@@ -7,7 +7,7 @@
 
 namespace {
 
-/// Gathers blocks and hands each to the pool with its file offset; requests are reused.
+/// Gathers blocks and passes each to the thread pool with its file offset. Blocks are reused.
 class CUvAppender final : public IAppender {
  public:
     explicit CUvAppender(const std::vector<std::string>& vecPaths) {

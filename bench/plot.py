@@ -15,15 +15,15 @@ import sys
 # Workload, metric, unit of the numbers, nanoseconds in that unit, title of the panel.
 PANELS = [
     ("append, paced", "mean", "ns", 1, "1000-byte append, 400 MB/s: mean on the caller's thread"),
-    ("append, paced", "p99.9", "us", 1e3, "the same: one in a thousand takes longer"),
-    ("append, burst", "an append", "ns", 1, "1000-byte append, burst: until the kernel has it"),
+    ("append, paced", "p99.9", "us", 1e3, "1000-byte append, 400 MB/s: 99.9th percentile"),
+    ("append, burst", "an append", "ns", 1, "1000-byte append, burst: until all bytes are in the kernel"),
     ("append 64 KiB, paced", "mean", "us", 1e3, "64 KiB append, 400 MB/s: mean on the caller's thread"),
     ("append, burst, 1,000 files", "an append", "ns", 1, "1000-byte append, burst, 1,000 files"),
     ("read 64 KiB", "a read", "us", 1e3, "64 KiB read, random"),
     ("read 4 KiB", "a read", "us", 1e3, "4 KiB read, random"),
     ("read 64 KiB, 16 in flight", "a read", "us", 1e3, "64 KiB read, 16 in flight"),
     ("read 4 KiB, 16 in flight", "a read", "us", 1e3, "4 KiB read, 16 in flight"),
-    ("open 100,000 entries", "an entry", "ns", 1, "opening 100,000 entries, for each of them"),
+    ("open 100,000 entries", "an entry", "ns", 1, "opening 100,000 entries, time per entry"),
 ]
 
 WIDTH, LABELS, BARS, ROW, HEAD, GAP = 860, 230, 520, 20, 30, 18

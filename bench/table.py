@@ -19,14 +19,14 @@ def row(*cells):
 
 
 def tables(run):
-    lines = [row("Figure", "Wanted at most", "Median", "Least", "Greatest", ""),
+    lines = [row("Figure", "Target", "Median", "Minimum", "Maximum", ""),
              "|---|---:|---:|---:|---:|---|"]
     for figure in run["figures"]:
         met = "reached" if figure["median"] <= figure["wanted"] else "**not reached**"
-        base = f", over {figure['to']}" if figure["to"] else ""
+        base = f", relative to {figure['to']}" if figure["to"] else ""
         lines.append(row(figure["figure"] + base, number(figure["wanted"]), number(figure["median"]),
                          number(figure["min"]), number(figure["max"]), met))
-    lines += ["", row("Workload", "", "Measured", "Median", "Least", "Greatest"),
+    lines += ["", row("Workload", "Contestant", "Metric", "Median", "Minimum", "Maximum"),
               "|---|---|---|---:|---:|---:|"]
     for result in run["results"]:
         if result["metric"] in ("max", "p50", "p99"):

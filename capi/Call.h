@@ -8,11 +8,11 @@
 
 #include "capi/cachefile_c.h"
 
-/// What every function of the C interface shares: nothing is thrown out of it, and structs are
-/// taken in and given out by the size that they carry.
+/// Helpers of all functions of the C interface. They turn exceptions into codes and copy structs,
+/// whose sizes may differ from those of this library.
 namespace capi {
 
-/// Calls aFunction and returns its code, or the code for what it throws.
+/// Calls aFunction and returns its code. If it throws, returns the code for the exception.
 template <class Function>
 std::int32_t Guarded(Function aFunction) noexcept {
     try {
@@ -24,8 +24,8 @@ std::int32_t Guarded(Function aFunction) noexcept {
     }
 }
 
-/// Copies the host's struct. False if it is null, or smaller than this library's, or larger with a
-/// field that this library does not know and that is not 0.
+/// Copies the host's struct. Returns false if it is null or smaller than this library's, or if a
+/// field that this library does not know is not 0.
 template <class Struct>
 bool TakeStruct(const Struct* pHost, Struct& aTaken) {
     if (!pHost || pHost->struct_size < sizeof(Struct)) return false;
@@ -36,8 +36,8 @@ bool TakeStruct(const Struct* pHost, Struct& aTaken) {
     return bKnown;
 }
 
-/// Fills the host's struct, whose size stays; fields that this library does not know become 0.
-/// False if it is null or smaller than this library's.
+/// Fills the host's struct and keeps its struct_size. Fields that this library does not know become
+/// 0. Returns false if the struct is null or smaller than this library's.
 template <class Struct>
 bool GiveStruct(Struct aGiven, Struct* pHost) {
     if (!pHost || pHost->struct_size < sizeof(Struct)) return false;

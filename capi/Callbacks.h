@@ -5,14 +5,14 @@
 
 namespace capi {
 
-/// The host's callbacks. They are C, or must behave as if: what a C++ callback throws ends the
-/// process here, before it can reach frames that cannot expect it.
+/// The host's callbacks. Status and Data are noexcept, so an exception of a callback ends the
+/// process here and does not reach C code.
 ///
-/// A callback may destroy the handle that holds this object, so neither it nor its owner is touched
-/// after the call.
+/// A callback may destroy the handle that owns this object, so neither the object nor its owner is
+/// used after the call.
 class CCallbacks {
  public:
-    /// False if the struct is not acceptable; null means no callbacks.
+    /// Copies the callbacks; null means none. Returns false if the struct is invalid.
     bool Take(const cachefile_callbacks* pCallbacks) {
         return !pCallbacks || TakeStruct(pCallbacks, m_callbacks);
     }

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// Runs what waits and counts it for the host.
+/// Runs the pending callbacks and returns their number in pdwCount, which may be null.
 std::int32_t Run(CmUint32 dwMilliseconds, std::uint32_t* pdwCount) {
     CmUint32 dwCount = 0;
     const CmInt32 lResult = CCmCallerThread::WaitAndRun(dwMilliseconds, &dwCount);

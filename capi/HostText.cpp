@@ -7,11 +7,11 @@
 
 namespace {
 
-/// Whether the backslash is a separator to the system too; paths have drives there.
+/// Whether the backslash is also the system's separator, as on Windows, where paths have drives.
 constexpr bool c_bBackslashSeparates = std::filesystem::path::preferred_separator == L'\\';
 
-/// Whether the first component of a path with the library's separators exists anyway, so that the
-/// library need not create it.
+/// Whether the first component of a path always exists. The library does not create the first
+/// component, so other paths get ".\" in front of it.
 bool IsAnchored(const CCmString& strPath) {
     const CCmString strFirst = strPath.substr(0, strPath.find('\\'));
     const bool bDrive = c_bBackslashSeparates && strFirst.size() >= 2 && strFirst[1] == ':';

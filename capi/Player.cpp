@@ -9,20 +9,20 @@
 #include "capi/Records.h"
 #include "player/PlayFileHandler.h"
 
-/// A play handler with the host's callbacks. Made and freed by the host, which drives it from one
+/// A play handler with the host's callbacks. The host creates and frees it and calls it on one
 /// thread.
 ///
 /// The play handler takes over the memory that it reads into, and may free it on either thread. So
-/// a read always goes into memory of the library's, and what the host asked for is kept beside it
-/// under its address. A read that is dropped without a report leaves its entry here until the
-/// address is used again or the player is freed; nothing follows such an entry to the host.
-/// Nothing of this object is touched after a callback, which may have freed it.
+/// each read goes into memory that is allocated here, and m_mapReads maps its address to the host's
+/// request. If a read is discarded without a report, its entry stays until the address is used
+/// again or the player is freed; it is never used. The object is not used after a callback, because
+/// the callback may have freed it.
 struct cachefile_player final : IFileOpSink {
-    /// Where a read is to go.
+    /// The destination of a read.
     struct tagRead {
         void* pRequest;          // for on_data
-        void* pBuffer;           // the host's; null: the host gets the memory itself
-        std::uint32_t* pdwRead;  // of a synchronous read, which calls no callback
+        void* pBuffer;           // the host's; if null, the host receives the memory itself
+        std::uint32_t* pdwRead;  // for a synchronous read, which has no callback
     };
 
     std::int32_t Read(const cachefile_data_info* pInfo, std::uint32_t dwOffset,
@@ -34,7 +34,7 @@ struct cachefile_player final : IFileOpSink {
         m_mapReads.insert_or_assign(lpMemory, aRead);
         const CmInt32 lResult = m_pHandler->ReadData(aDataInfo, lpMemory, dwOffset, dwLength);
         if (lResult == CACHE_OK)
-            pMemory.release();  // the play handler's; this object may be freed already
+            pMemory.release();  // owned by the play handler; a callback may have freed this object
         else
             m_mapReads.erase(lpMemory);
         return lResult;
@@ -64,7 +64,7 @@ struct cachefile_player final : IFileOpSink {
     capi::CCallbacks m_callbacks;
     CPlayFileHandler* m_pHandler = nullptr;
     bool m_bAsync = false;
-    bool m_bContainer = false;  // whether opening one was tried
+    bool m_bContainer = false;  // the host has tried to open a container
     std::vector<tagFileDescriber> m_vecStreams;
     std::unordered_map<const unsigned char*, tagRead> m_mapReads;
 };

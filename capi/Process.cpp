@@ -9,7 +9,8 @@
 #include "platform/CmResult.h"
 #include "platform/CmTrace.h"
 
-/// The operations that belong to no handle. Also holds the codes of both interfaces together.
+/// The functions without a handle. The assertions check that the codes of both interfaces are
+/// equal.
 
 namespace {
 

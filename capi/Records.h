@@ -3,8 +3,8 @@
 #include "capi/Call.h"
 #include "core/DataInfo.h"
 
-/// The records that hosts pass in and get back, in both forms. A Take function returns false if the
-/// host's struct is not acceptable.
+/// Conversions between the structs of the C interface and the records of the C++ interface. A Take
+/// function returns false if the host's struct is invalid.
 namespace capi {
 
 inline bool TakeDescriber(const cachefile_describer* pHost, tagFileDescriber& aDescriber) {
@@ -30,7 +30,7 @@ inline bool TakeDataInfo(const cachefile_data_info* pHost, tagDataInfo& aDataInf
     return true;
 }
 
-/// The bytes of a write. Zero bytes need no address for the host, but one for the library.
+/// The bytes of a write. A host may pass null with length 0, but the library refuses null.
 inline const unsigned char* BytesOf(const void* pData, std::uint32_t dwLength) {
     static const unsigned char s_aNoBytes[1] = {0};
     if (!pData && dwLength == 0) return s_aNoBytes;

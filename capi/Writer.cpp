@@ -5,8 +5,8 @@
 #include "capi/Records.h"
 #include "writer/WriteFileHandler.h"
 
-/// A write handler with the host's callbacks. Made and freed by the host, which drives it from one
-/// thread. Nothing of it is touched after a callback, which may have freed it.
+/// A write handler with the host's callbacks. The host creates and frees it and calls it on one
+/// thread. It is not used after a callback, because the callback may have freed it.
 struct cachefile_writer final : IFileOpSink {
     void OnFileOpStatus(CCacheFileManager::LinkType /*aLinkType*/,
                         CCacheFileManager::OpType aOpType, CmInt32 aResult) override {

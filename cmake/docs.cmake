@@ -1,5 +1,5 @@
-# The target docs: pages of the public headers, in docs/html of the build directory. A mistake in a
-# comment is an error. It is not part of the default build.
+# The target docs generates API pages of the public headers in docs/html of the build directory.
+# Warnings of Doxygen are errors. The target is not part of the default build.
 find_package(Doxygen QUIET)
 if(NOT DOXYGEN_FOUND)
     add_custom_target(docs
@@ -24,7 +24,7 @@ set(DOXYGEN_WARN_IF_UNDOCUMENTED NO)
 set(DOXYGEN_QUIET YES)
 set(DOXYGEN_HAVE_DOT NO)
 
-# Not the headers that are installed only because others include them.
+# Leaves out the headers that are installed only because other headers include them.
 set(api_headers ${cachefile_headers})
 list(FILTER api_headers EXCLUDE REGEX
      "DescriberTable|CmCallSlot|CmImmortal|CmMutex|CmPrefetch|CmReference|CmThreadSafety")

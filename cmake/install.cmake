@@ -1,5 +1,4 @@
-# What `cmake --install` gives a host: headers, the library, a CMake package and a pkg-config
-# file.
+# Installs the headers, the library, a CMake package and a pkg-config file.
 set(cachefile_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cachefile)
 
 install(TARGETS cachefile EXPORT cachefile-targets
@@ -9,7 +8,7 @@ install(TARGETS cachefile EXPORT cachefile-targets
 foreach(header IN LISTS cachefile_headers)
     cmake_path(GET header PARENT_PATH module)
     if(module STREQUAL "capi")
-        set(module "")  # beside cachefile.h
+        set(module "")  # cachefile_c.h goes next to cachefile.h
     endif()
     install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/cachefile/${module})
 endforeach()
@@ -38,7 +37,7 @@ else()
     string(REGEX REPLACE "[^/]+" ".." cachefile_pc_up ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
     set(cachefile_pc_prefix "\${pcfiledir}/${cachefile_pc_up}")
 endif()
-# A static library passes on what it needs: the definition that says so, and the threads library.
+# A host of the static library needs the definition CACHEFILE_STATIC and the threads library.
 set(cachefile_pc_cflags "")
 set(cachefile_pc_libs "")
 if(NOT BUILD_SHARED_LIBS)

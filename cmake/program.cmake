@@ -1,5 +1,5 @@
-# cachefile_program(NAME SOURCE...): a program that takes paths from its command line. On Windows a
-# manifest makes UTF-8 the encoding of its process, so that names in every script come through.
+# cachefile_program(NAME SOURCE...): adds a program that takes paths from its command line. On Windows
+# its manifest sets the encoding of the process to UTF-8, so that all file names can be passed.
 function(cachefile_program name)
     add_executable(${name} ${ARGN})
     target_link_libraries(${name} PRIVATE cachefile::cachefile Threads::Threads)

@@ -1,7 +1,6 @@
-# The warnings of the whole project, and the only place that names them. They apply to every target
-# that is defined after this file is included. CACHEFILE_STRICT turns them into errors, as all
-# presets do; a build without presets only prints them, so a compiler that knows new warnings
-# still builds the project.
+# The compiler warnings of the whole project. They apply to every target that is defined after this
+# file is included. CACHEFILE_STRICT, which all presets set, turns them into errors. A build without a
+# preset only prints them, so that a compiler with new warnings can still build the project.
 if(MSVC)
     set(cachefile_warnings /W4)
     set(cachefile_warnings_as_errors /WX)

@@ -11,23 +11,23 @@
 class CPlayFileHandler;
 class CWriteFileHandler;
 
-/// The library's entry point: makes the handlers and holds the cache home directory under which
-/// they keep their record files.
+/// The library's entry point: creates the handlers and has the cache home directory, in which they
+/// keep their record files.
 ///
-/// One object for the process, made by the first Instance() and never destroyed. It keeps no list
-/// of handlers: one lives by its reference count alone. The factories and the home directory
-/// belong to the thread on which the host drives its handlers; the worker thread uses the link
-/// table, which has a lock, and constants. No operation throws.
+/// One object for the process, created by the first Instance() and never destroyed. It keeps no
+/// list of handlers, which are owned by reference counts. Only the thread that drives the handlers
+/// uses the factories and the home directory. The worker thread uses only the link table, which has
+/// a lock, and constants. No operation throws.
 class CACHEFILE_API CCacheFileManager {
  public:
-    /// On which storage a file is. Everything the handlers open is Link_Local.
+    /// The storage of a file. Everything that the handlers open is Link_Local.
     enum LinkType : CmInt32 {
         Link_Local = 1,    ///< the local or a mounted file system
         Link_Primary = 2,  ///< the primary network file system
         Link_Backup = 3,   ///< the backup network file system
     };
 
-    /// Which operation a status report is about.
+    /// The operation of a status report.
     enum OpType : CmInt32 { Op_Open = 1, Op_Close = 2, Op_Read = 3, Op_Write = 4 };
 
     static CCacheFileManager& Instance();
@@ -36,35 +36,34 @@ class CACHEFILE_API CCacheFileManager {
     CCacheFileManager(const CCacheFileManager&) = delete;
     CCacheFileManager& operator=(const CCacheFileManager&) = delete;
 
-    /// A handler that writes the record files of the recording dwRecordID; bAsync non-zero for
-    /// asynchronous mode. It comes with one reference, the host's, which Destroy gives back. Null
-    /// when there is no memory.
+    /// Returns a handler that writes the record files of the recording dwRecordID, in asynchronous
+    /// mode if bAsync is non-zero. The host owns one reference, which Destroy releases. Returns
+    /// null if there is no memory.
     CWriteFileHandler* CreateWriteFileHandler(CmUint32 dwRecordID, int bAsync);
 
-    /// A handler that reads the recording dwRecordID back; bDownload non-zero if it may open one
-    /// downloaded container, bAsync non-zero for asynchronous mode. Reference and null as above.
-    /// Destroying a handler with both set stops the worker thread of the process: files that other
-    /// handlers have opened asynchronously return CACHE_ERR_INVALID_STATE from then on.
+    /// Returns a handler that reads the recording dwRecordID, in asynchronous mode if bAsync is
+    /// non-zero. If bDownload is non-zero, it may open one downloaded container. Reference and null
+    /// as above. Destroying a handler with both set stops the worker thread of the process: files
+    /// that other handlers have opened asynchronously return CACHE_ERR_INVALID_STATE from then on.
     CPlayFileHandler* CreatePlayFileHandler(CmUint32 dwRecordID, int bDownload, int bAsync);
 
-    /// The cache home directory, ".\kvr2\" at first. A change through the reference is taken as it
-    /// is; handlers copy the directory in their Initialize.
+    /// The cache home directory, ".\kvr2\" at first. A change through the reference is not checked,
+    /// and no backslash is appended. Handlers copy the directory in their Initialize.
     CCmString& GetTempHomeDir();
 
-    /// Sets the cache home directory, with a backslash appended if it ends without one. An empty
-    /// one stays empty: record files then lie relative to the process's current directory.
+    /// Sets the cache home directory. A backslash is appended if it does not end with one. An empty
+    /// directory stays empty and means the current directory of the process.
     void SetTempHomeDir(const CCmString& strDir);
 
-    /// Non-zero when the link may be used for this receiver (a handler's address), 0 when it is
-    /// marked down. Nothing in the library marks one. Any thread.
+    /// Returns non-zero if the link may be used for this receiver (a handler's address), 0 if it is
+    /// marked as down. The library never marks a link. Any thread.
     int GetLinkStatusFromMap(std::uintptr_t dwHandlerKey, LinkType aLinkType);
 
-    /// Bracket every open, close and write on the worker thread. They change nothing.
+    /// Called before and after every open, close and write on the worker thread. They do nothing.
     void BeforeOperation(LinkType aLinkType, std::uintptr_t dwHandlerKey);
     void AfterOperation(LinkType aLinkType);
 
-    /// Delete a file, an empty directory, every file of a list. What cannot be deleted stays,
-    /// without a report.
+    /// Delete a file, an empty directory, or every file of a list. Failures are not reported.
     static void DeleteTempFile(const CCmString& strPath);
     static void DeleteTempDir(const CCmString& strPath);
     static void DeleteAllTemp(const std::vector<CCmString>& vecPaths);
@@ -75,35 +74,34 @@ class CACHEFILE_API CCacheFileManager {
     /// The largest 32-bit value. As a write offset it means the end of the file.
     static CmUint32 GetMaxDword();
 
-    /// Calendar time in whole seconds since 1970, cut to 32 bits: not milliseconds, not uptime.
+    /// The calendar time in seconds since 1970, in 32 bits. (Not milliseconds, and not the uptime.)
     CmInt32 GetTickCount() const;
 
     /// The same value as GetTickCount; the argument is not used.
     CmUint32 GetIntervalMs(CmUint32 dwStart) const;
 
-    /// How many bytes have been lost in this process after the call that took them had returned 0:
-    /// gathered bytes whose block could not be passed on or written. A failed block counts whole:
-    /// what a failed append has written is cut off again. It only grows. 0 is what a host wants to
-    /// see. Any thread.
+    /// Returns how many bytes have been lost in this process after the call that took them had
+    /// returned 0. These are gathered bytes whose block could not be passed on or written. All
+    /// bytes of a failed block are counted, because a failed append is truncated again. The count
+    /// never decreases. Any thread.
     static std::uint64_t GetLostBytes();
 
     /// Adds to the count above; the file layers call it. Any thread.
     static void AddLostBytes(std::uint64_t qwBytes);
 
-    /// How many bytes are accepted and not yet written: handed to the worker thread, which has not
-    /// finished with them. Not what is still gathered, and nothing in synchronous mode. Of the
-    /// whole process. Any thread.
+    /// Returns how many bytes of the process were passed to the worker thread and are not yet
+    /// processed. Gathered bytes and synchronous writes are not included. Any thread.
     static std::uint64_t GetPendingBytes();
 
-    /// From now on a WriteData that would raise the pending bytes above qwBytes (the gathered bytes
-    /// that it would hand over with its own are counted in) is refused: it returns
-    /// CACHE_ERR_TRY_AGAIN, which is not traced, nothing is taken of the piece, and the same call
-    /// may succeed when less is pending. A piece that together with the gathered bytes is larger
-    /// than qwBytes gets CACHE_ERR_OUT_OF_MEMORY instead: waiting does not help. Flushing, closing
-    /// and destroying are never refused, so each file may take the pending bytes up to 32,767 above
-    /// the limit. Below 65,536 counts as 65,536; the largest value means no limit, and holds at
-    /// first. Pieces of up to 32,768 bytes fit as soon as nothing is pending, larger ones if the
-    /// limit is as large. Any thread.
+    /// Limits the pending bytes of the process. The largest value, which is the default, means no
+    /// limit; a value below 65,536 counts as 65,536. Any thread.
+    ///
+    /// A WriteData that would raise the pending bytes above the limit with its bytes and the
+    /// gathered ones takes nothing and returns CACHE_ERR_TRY_AGAIN, which is not traced. The same
+    /// call may succeed when less is pending. If its bytes and the gathered ones alone exceed the
+    /// limit, waiting does not help, and it returns CACHE_ERR_OUT_OF_MEMORY. Writes of up to 32,768
+    /// bytes always succeed when nothing is pending. Flushing, closing and destroying are never
+    /// refused, so each file may raise the pending bytes by up to 32,767 above the limit.
     static void SetPendingLimit(std::uint64_t qwBytes);
 
     static const char s_cFileSeparator;     ///< '_'

@@ -9,20 +9,20 @@
 #include "core/DataInfo.h"
 #include "platform/CmPrefetch.h"
 
-/// Records that each carry a describer, in the order in which they were added, with a lookup that
-/// finds the first match in constant time however many there are.
+/// Records with describers, in the order in which they were added. The lookup of the first match
+/// takes constant time.
 ///
-/// Of the records with the same type and id, a lookup can return only those that added a file kind
-/// which no earlier one had: eight at most. These form a chain in the order of adding, and a hash
-/// table holds the first of each chain. Records are linked by the first lookup after they were
-/// added, because linking many at once takes a third of the time.
+/// Among records with the same type and id, a lookup can return only those with a file kind that no
+/// earlier one has, which are at most eight. They form a chain in the order of adding, and a hash
+/// table has the first record of each chain. The first lookup after records were added links them,
+/// because linking many at once takes a third of the time.
 ///
-/// No lock, and lookups change the table too: one thread at a time. Record has a public member
-/// aDescriber, which does not change in the table.
+/// It has no lock, and lookups change it too, so only one thread may use it at a time. Record has a
+/// public member aDescriber, which must not change in the table.
 template <class Record>
 class CDescriberTable {
  public:
-    /// Makes room for so many records. Throws std::bad_alloc.
+    /// Reserves memory for this number of records. Throws std::bad_alloc.
     void Reserve(std::size_t nRecords) {
         m_vecRecords.reserve(nRecords);
         m_vecNext.reserve(nRecords);
@@ -34,8 +34,8 @@ class CDescriberTable {
         m_nLinked = 0;
     }
 
-    /// Adds a record, which is not one of the table's, after the others. Throws std::bad_alloc with
-    /// the table as it was.
+    /// Adds a record, which must not be in the table, at the end. If it throws std::bad_alloc, the
+    /// table is unchanged.
     void Add(const Record& aRecord) {
         MakeRoom();
         m_vecRecords.push_back(aRecord);
@@ -61,8 +61,8 @@ class CDescriberTable {
         m_vecRecords.pop_back();
     }
 
-    /// The first record whose describer aDataInfo designates, or null. Valid until the table
-    /// changes.
+    /// Returns the first record whose describer aDataInfo selects, or null. The pointer is valid
+    /// until the table changes.
     const Record* Find(const tagDataInfo& aDataInfo) const {
         if (m_vecRecords.empty()) return nullptr;
         LinkAll();
@@ -100,7 +100,7 @@ class CDescriberTable {
 
     struct tagSlot {
         std::uint32_t dwFirst;  // of the chain; c_dwNone in an empty slot
-        std::uint32_t dwTag;    // of its key: where it differs, the keys are not compared
+        std::uint32_t dwTag;    // a part of the key's hash: if it differs, the keys differ
     };
 
     /// The ids come from files. The seed keeps a hostile file from choosing ids that collide;
@@ -131,7 +131,7 @@ class CDescriberTable {
         }
     }
 
-    /// The number of the first record of a key's chain, to be read or set.
+    /// The index of the first record of a key's chain; the caller may set it.
     std::uint32_t& FirstOf(const tagFileDescriber& aKey) const {
         const std::uint64_t qwHash = HashOf(aKey);
         tagSlot& aSlot = m_vecSlots[FindSlot(aKey, qwHash)];
@@ -139,7 +139,7 @@ class CDescriberTable {
         return aSlot.dwFirst;
     }
 
-    /// Puts each record that is not yet linked at the end of its chain, if it brings a new kind.
+    /// Links each new record at the end of its chain if it has a kind that the chain lacks.
     void LinkAll() const {
         for (; m_nLinked < Size(); ++m_nLinked) {
             if (m_nLinked + c_nPrefetchDistance < Size())

@@ -8,14 +8,14 @@
 /// The host's callbacks. The host implements it, hands it to a handler's Initialize and keeps it
 /// alive until the handler's Destroy, after which the handler calls it no more.
 ///
-/// Every call comes on the caller thread (CmCallerThread.h) for files in asynchronous mode, and
-/// inside the read that caused it in synchronous mode; no lock of the library is held. A callback
-/// may do anything a host may do, Destroy on its own handler and a shutdown included.
+/// For files in asynchronous mode every call is made on the caller thread (CmCallerThread.h). In
+/// synchronous mode it is made inside the read that caused it. No lock of the library is held. A
+/// callback may make any call, including Destroy on its own handler and a shutdown.
 class IFileOpSink {
  public:
     /// The outcome of an asynchronous operation: of every open (aResult 0 on success), and of a
-    /// close, read or write only when it failed on the worker thread. An operation whose own call
-    /// returned a code sends none, nor does synchronous mode.
+    /// close, read or write only if it failed on the worker thread. It is not called for an
+    /// operation whose own call returned an error, and never in synchronous mode.
     virtual void OnFileOpStatus(CCacheFileManager::LinkType aLinkType,
                                 CCacheFileManager::OpType aOpType, CmInt32 aResult) = 0;
 
@@ -31,8 +31,8 @@ class IFileOpSink {
     ~IFileOpSink() = default;
 };
 
-/// What receives the results of asynchronous files: a handler. Counted, because proxies and queued
-/// results hold references to it until the last result has been delivered.
+/// A receiver of the results of asynchronous files, which is a handler. It has a reference count,
+/// because proxies and queued results refer to it until the last result has been delivered.
 class CACHEFILE_API IFileOpStatus : public IFileOpSink,
                                     public CCmReferenceControlT<CCmMutexThread> {
  public:

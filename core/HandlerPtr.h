@@ -2,7 +2,7 @@
 
 #include <memory>
 
-/// Calls Destroy, which gives back the host's reference on a handler.
+/// Calls Destroy, which releases the host's reference to a handler.
 struct CHandlerDestroyer {
     template <class HandlerT>
     void operator()(HandlerT* pHandler) const {
@@ -10,14 +10,14 @@ struct CHandlerDestroyer {
     }
 };
 
-/// Owns the host's reference on a write handler or a play handler, and calls Destroy when it goes
+/// Owns the host's reference to a write handler or a play handler, and calls Destroy when it goes
 /// out of scope:
 ///
 ///     CHandlerPtr<CWriteFileHandler> pHandler(manager.CreateWriteFileHandler(12, 0));
 ///
-/// It is null where the manager returned null. Belongs to the thread that drives the handler, since
-/// that is where Destroy is called. It has to end before what the handler's Initialize was given
-/// (the sink). reset() destroys the handler earlier; do that before you read
-/// CCacheFileManager::GetLostBytes, because Destroy writes what is still gathered.
+/// It is null if the manager returned null. Use it on the thread that drives the handler, because
+/// it calls Destroy there. It must be destroyed before the sink that was passed to Initialize.
+/// reset() destroys the handler earlier. Call it before CCacheFileManager::GetLostBytes, because
+/// Destroy writes the gathered bytes.
 template <class HandlerT>
 using CHandlerPtr = std::unique_ptr<HandlerT, CHandlerDestroyer>;

@@ -13,7 +13,7 @@ class CHomeDir {
     CHomeDir(CCmString& strDirectory, const char* lpOperation, const void* pObject)
         : m_strDirectory(strDirectory), m_lpOperation(lpOperation), m_pObject(pObject) {}
 
-    /// Makes the directory strNew, with a backslash appended unless it is empty or has one.
+    /// Sets the directory to strNew and appends a backslash, unless it is empty or ends with one.
     CmInt32 Set(const CCmString& strNew);
 
     /// Appends the manager's home directory, the record identifier in decimal and a backslash.

@@ -9,8 +9,8 @@
 
 namespace {
 
-/// A smaller limit could refuse for ever a block that a gathering buffer passes on: up to 32,767
-/// gathered bytes, and a piece of up to 32,768.
+/// The smallest limit. A buffer can pass on up to 32,767 gathered bytes together with an append of
+/// 32,768 bytes; a smaller limit could refuse such a block forever.
 constexpr std::uint64_t c_qwMinLimit = 65536;
 
 /// Writes become urgent above this: 32 blocks, which is enough for the worker to write many of them
@@ -37,7 +37,7 @@ CmInt32 CPendingBytes::CheckRoom(std::uint64_t qwBytes) {
 }
 
 ICmEvent::Urgency CPendingBytes::GetUrgency(std::uint64_t qwBytes) {
-    // Half the limit, so that the worker writes again before the host reaches it and is refused.
+    // Half the limit, so that the worker writes before the host reaches the limit and is refused.
     const std::uint64_t qwMax =
         std::min(c_qwMaxNotUrgent, s_qwPendingLimit.load(std::memory_order_relaxed) / 2);
     return CCacheFileManager::GetPendingBytes() + qwBytes <= qwMax ? ICmEvent::NotUrgent

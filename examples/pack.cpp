@@ -1,4 +1,4 @@
-// Packs record files into a container, the form in which whole recordings travel.
+// Packs record files into a container, which holds a whole recording in one file.
 //
 //     pack CONTAINER FILE...         (each FILE becomes a stream)
 
@@ -31,11 +31,11 @@ int main(int argc, char** argv) {
     aWriter.SetFileHeader(c_dwFileVersion, c_dwTimeStamp);
     for (int n = 2; n < argc; ++n) {
         const CmUint32 dwNumber = static_cast<CmUint32>(n - 1);
-        // A file that doesn't exist is reported by Write.
+        // If the file does not exist, Write reports that.
         if (!Succeeded(argv[n], aWriter.AddTagStreamFile(c_wTag, dwNumber, 0, HostPath(argv[n]))))
             return 1;
     }
-    // Until it is complete it lies under another name, so nobody meets half a container.
+    // Until the container is complete, its file has another name.
     if (!Succeeded(argv[1], aWriter.Write(HostPath(argv[1])))) return 1;
     std::printf("packed %d streams into %s\n", argc - 2, argv[1]);
     return 0;

@@ -1,5 +1,5 @@
-// Plays all streams of a container in asynchronous mode, with an event loop: the worker thread
-// reads, and what it read comes back on this thread.
+// Plays all streams of a container in asynchronous mode, with an event loop. The worker thread
+// reads, and this thread receives the bytes.
 //
 //     play_container CONTAINER
 
@@ -22,8 +22,8 @@ bool Succeeded(const char* lpStep, CmInt32 lResult) {
     return false;
 }
 
-// Asks for one stream after the other: each run that comes in causes the next request. A read that
-// goes on after the end of a stream would run into the next one, so it asks for the length first.
+// Reads one stream after the other; each result triggers the next read. A read past the end of a
+// stream would continue into the next one, so the length is queried first.
 class CStreams : public IFileOpSink {
  public:
     explicit CStreams(CPlayFileHandler& aHandler) : m_handler(aHandler) {}
@@ -40,11 +40,11 @@ class CStreams : public IFileOpSink {
     }
 
     void OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo&) override {
-        delete[] lpData;  // a player would hand it on
+        delete[] lpData;  // a real player would use the bytes
         m_qwPlayed += dwLength;
         m_dwOffset += dwLength;
         if (dwLength == 0)
-            m_bFailed = true;  // the container became shorter
+            m_bFailed = true;  // the file has become shorter
         else
             AskForMore();
     }
@@ -74,8 +74,8 @@ class CStreams : public IFileOpSink {
         const CmUint32 dwLength = std::min(c_dwRun, m_dwLength - m_dwOffset);
         unsigned char* const lpBuffer = new unsigned char[dwLength];
         const tagDataInfo aInfo = RequestFor(m_vecStreams[m_nStream]);
-        if (Succeeded("ask", m_handler.ReadData(aInfo, lpBuffer, m_dwOffset, dwLength))) return;
-        delete[] lpBuffer;  // after a failure it stays ours
+        if (Succeeded("read", m_handler.ReadData(aInfo, lpBuffer, m_dwOffset, dwLength))) return;
+        delete[] lpBuffer;  // after a failure the host still owns it
         m_bFailed = true;
     }
 
@@ -116,7 +116,7 @@ int main(int argc, char** argv) {
     }
     CStreams aStreams(*pHandler);
     const bool bPlayed = Play(*pHandler, aStreams, argv[1]);
-    pHandler.reset();  // ends the worker thread too, and before the sink ends
+    pHandler.reset();  // before the sink is destroyed; also ends the worker thread
     if (!bPlayed) return 1;
     std::printf("played %llu bytes of %s\n", aStreams.GetPlayed(), argv[1]);
     return 0;

@@ -1,5 +1,5 @@
-// The smallest player of record files: opens what record_sync left and reads it back by what it
-// holds, in synchronous mode.
+// The smallest player of record files: reads back the file that record_sync wrote, in synchronous
+// mode. A read selects the file by its description.
 //
 //     play_record [DIRECTORY]        (record_sync's directory)
 
@@ -13,7 +13,7 @@ namespace {
 
 constexpr CmUint32 c_dwRecordID = 1;
 constexpr char c_szFile[] = "notes.txt";
-// The host knows what it recorded: data type 1, file id 1001, kind 2.
+// The description is the host's own: data type 1, file id 1001, kind 2.
 constexpr tagFileDescriber c_aDescriber = {1, 2, 1001, 0};
 constexpr tagDataInfo c_aInfo = {1, 1001, 0, 2};
 constexpr CmUint32 c_dwRun = 4096;
@@ -25,7 +25,7 @@ bool Succeeded(const char* lpStep, CmInt32 lResult) {
     return false;
 }
 
-// Receives the bytes. In synchronous mode the call comes before ReadData returns.
+// Receives the bytes. In synchronous mode the callback runs before ReadData returns.
 class CBytes : public IFileOpSink {
  public:
     void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType, CmInt32) override {}
@@ -33,7 +33,7 @@ class CBytes : public IFileOpSink {
     void OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo&) override {
         m_dwLast = dwLength;
         m_qwPlayed += dwLength;
-        delete[] lpData;  // the buffer is ours again
+        delete[] lpData;  // the host owns the buffer again
     }
 
     CmUint32 m_dwLast = 0;
@@ -49,10 +49,10 @@ bool Play(CPlayFileHandler& aHandler, CBytes& aBytes) {
         const CmInt32 lResult =
             aHandler.ReadData(c_aInfo, lpBuffer, static_cast<CmUint32>(aBytes.m_qwPlayed), c_dwRun);
         if (!Succeeded("read", lResult)) {
-            delete[] lpBuffer;  // after a failure it stays ours
+            delete[] lpBuffer;  // after a failure the host still owns it
             return false;
         }
-    } while (aBytes.m_dwLast == c_dwRun);  // a short run is the end of the file
+    } while (aBytes.m_dwLast == c_dwRun);  // a short read means the end of the file
     return true;
 }
 
@@ -62,7 +62,7 @@ int main(int argc, char** argv) {
     const std::string strDirectory = argc > 1 ? argv[1] : "recordings";
     CCacheFileManager& aManager = CCacheFileManager::Instance();
     aManager.SetTempHomeDir(HostDirectory(strDirectory));
-    CBytes aBytes;  // ends after the handler, which calls it
+    CBytes aBytes;  // destroyed after the handler, which calls it
     const CHandlerPtr<CPlayFileHandler> pHandler(
         aManager.CreatePlayFileHandler(c_dwRecordID, 0, 0));
     if (!pHandler) {

@@ -1,5 +1,5 @@
-// An asynchronous recorder with a loop of its own: files are opened, written and closed by the
-// library's worker thread, and what it has to report comes back on this thread.
+// An asynchronous recorder with its own event loop. The library's worker thread opens, writes and
+// closes the files, and this thread receives its reports.
 //
 //     record_async [DIRECTORY]
 
@@ -25,8 +25,8 @@ bool Succeeded(const char* lpStep, CmInt32 lResult) {
     return false;
 }
 
-// Receives what became of the operations. Every open is reported; a close or write only when it
-// failed. The calls come on our own thread, from inside WaitAndRun or a shutdown.
+// Receives the results of the operations. Every open is reported, a close or write only if it
+// failed. The callbacks run on this thread, inside WaitAndRun or the shutdown.
 class CReports : public IFileOpSink {
  public:
     void OnFileOpStatus(CCacheFileManager::LinkType /*aLinkType*/,
@@ -40,7 +40,7 @@ class CReports : public IFileOpSink {
 
     void OnDataReady(unsigned char* lpData, CmUint32 /*dwLength*/,
                      const tagDataInfo& /*aDataInfo*/) override {
-        delete[] lpData;  // the answer to a read, and a recorder reads nothing
+        delete[] lpData;  // the result of a read; a recorder does not read
     }
 
     bool HasFailed() const { return m_bFailed; }
@@ -51,17 +51,17 @@ class CReports : public IFileOpSink {
     bool m_bOpenReported = false;
 };
 
-// What a microphone would deliver at this tick.
+// The data that a microphone would deliver at this tick.
 std::vector<unsigned char> MakePiece(int nPiece) {
     return std::vector<unsigned char>(1920, static_cast<unsigned char>(nPiece));
 }
 
-// The loop: one piece a tick, and between the ticks whatever the worker has reported.
+// The event loop: writes one piece at each tick, and runs callbacks between the ticks.
 bool RecordPieces(CWriteFileHandler& aHandler, const CReports& aReports, CmUint32 dwHandle,
                   std::uint64_t& qwWritten) {
     for (int nPiece = 0; nPiece < c_nPieces; ++nPiece) {
         if (!Succeeded("run", CCmCallerThread::WaitAndRun(c_dwTickMilliseconds))) return false;
-        if (aReports.HasFailed()) return false;  // it has said why
+        if (aReports.HasFailed()) return false;  // the callback has printed the reason
         const std::vector<unsigned char> aPiece = MakePiece(nPiece);
         const CmUint32 dwLength = static_cast<CmUint32>(aPiece.size());
         // The piece is copied. The file need not be open yet: operations run in order.
@@ -76,7 +76,7 @@ bool RecordPieces(CWriteFileHandler& aHandler, const CReports& aReports, CmUint3
 bool Record(CWriteFileHandler& aHandler, CReports& aReports, std::uint64_t& qwWritten) {
     if (!Succeeded("initialize", aHandler.Initialize(&aReports))) return false;
     CmUint32 dwHandle = 0;
-    // 0 means that the open was queued; how it went comes to the sink.
+    // 0 means that the open was queued. The sink receives its result.
     if (!Succeeded("open", aHandler.OpenWritingFile(c_szFile, dwHandle))) return false;
     return RecordPieces(aHandler, aReports, dwHandle, qwWritten) &&
            Succeeded("close", aHandler.CloseFile(dwHandle));
@@ -85,7 +85,7 @@ bool Record(CWriteFileHandler& aHandler, CReports& aReports, std::uint64_t& qwWr
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Without this an asynchronous open is refused. It ends with main, after everything below.
+    // Without this, asynchronous opens are refused. It detaches at the end of main.
     const CCmCallerThreadGuard aGuard;
     if (!Succeeded("attach", aGuard.GetResult())) return 1;
 
@@ -102,8 +102,8 @@ int main(int argc, char** argv) {
     std::uint64_t qwWritten = 0;
     const bool bRecorded = Record(*pHandler, aReports, qwWritten);
 
-    // The file is closed or has failed. Shutting down first and destroying then means that even
-    // the last report reaches the sink: from Destroy on it is not called.
+    // The file is closed or has failed. The shutdown comes before Destroy, so that the sink
+    // receives even the last report: the sink is not called after Destroy.
     CacheFileShutdown();
     pHandler.reset();
     if (!bRecorded || aReports.HasFailed() || !aReports.IsOpenReported()) return 1;

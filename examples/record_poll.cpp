@@ -1,5 +1,5 @@
-// An asynchronous recorder whose loop waits in poll: for its own descriptor, a pipe into which
-// somebody writes lines, and beside it for the descriptor of the library.
+// An asynchronous recorder whose event loop waits in poll for two descriptors: a pipe from which it
+// records lines, and the library's descriptor.
 //
 //     record_poll [DIRECTORY]
 
@@ -31,8 +31,8 @@ bool Succeeded(const char* lpStep, CmInt32 lResult) {
     return lResult == CACHE_OK || Complain(lpStep, CacheFileResultText(lResult));
 }
 
-// The other side of the host: a thread that writes lines into a pipe and closes it. What it writes
-// fits into the pipe, so it ends even if nobody reads.
+// The source of the data: a thread that writes lines into a pipe and closes it. All lines fit into
+// the pipe's buffer, so the thread ends even if the recorder fails and does not read.
 class CLineSource {
  public:
     CLineSource() {
@@ -64,8 +64,8 @@ class CLineSource {
     std::thread m_thread;
 };
 
-// Records what comes out of the source. Its callbacks run on its own thread, from inside
-// RunPending and the shutdown.
+// Records the lines of the source. Its callbacks run on this thread, inside RunPending and the
+// shutdown.
 class CRecorder : public IFileOpSink {
  public:
     explicit CRecorder(CWriteFileHandler& aHandler) : m_handler(aHandler) {}
@@ -85,14 +85,14 @@ class CRecorder : public IFileOpSink {
     }
     void OnDataReady(unsigned char* lpData, CmUint32 /*dwLength*/,
                      const tagDataInfo& /*aDataInfo*/) override {
-        delete[] lpData;  // the answer to a read, and a recorder reads nothing
+        delete[] lpData;  // the result of a read; a recorder does not read
     }
 
  private:
     bool Loop(int nSource) {
         int nWake = -1;
         if (!Succeeded("descriptor", CCmCallerThread::GetWakeDescriptor(nWake))) return false;
-        // The library's descriptor is only polled. It stays readable while anything waits.
+        // The host only polls the library's descriptor. It is readable while callbacks are pending.
         pollfd aWaits[] = {{nWake, POLLIN, 0}, {nSource, POLLIN, 0}};
         bool bMore = true;
         while (bMore && !m_bFailed) {
@@ -146,7 +146,7 @@ int main(int argc, char** argv) {
 
     CRecorder aRecorder(*pHandler);
     const bool bRecorded = aRecorder.Record(aSource);
-    CacheFileShutdown();  // everything is written and reported now
+    CacheFileShutdown();  // returns after everything is written and reported
     pHandler.reset();
     if (!bRecorded || aRecorder.HasFailed()) return 1;
     if (CCacheFileManager::GetLostBytes() > 0) {

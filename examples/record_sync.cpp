@@ -22,13 +22,13 @@ bool Succeeded(const char* lpStep, CmInt32 lResult) {
     return false;
 }
 
-// Writes one file; everything that can fail says so in its result.
+// Writes one file and checks every result.
 bool Record(CWriteFileHandler& aHandler, std::uint64_t& qwWritten) {
     CmUint32 dwHandle = 0;
     if (!Succeeded("open", aHandler.OpenWritingFile(c_szFile, dwHandle))) return false;
     for (const char* lpLine : {"The recording begins.\n", "Somebody speaks.\n", "It ends.\n"}) {
         const CmUint32 dwLength = static_cast<CmUint32>(std::strlen(lpLine));
-        // GetMaxDword as the offset means: append. The bytes are copied, the line stays ours.
+        // The offset GetMaxDword means append. The bytes are copied during the call.
         const CmInt32 lResult =
             aHandler.WriteData(dwHandle, reinterpret_cast<const unsigned char*>(lpLine), dwLength,
                                CCacheFileManager::GetMaxDword());
@@ -41,7 +41,7 @@ bool Record(CWriteFileHandler& aHandler, std::uint64_t& qwWritten) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Where recordings lie: this directory, then the number of the recording, then the files.
+    // The home directory. It contains a directory for each recording, named by its number.
     const std::string strDirectory = argc > 1 ? argv[1] : "recordings";
     CCacheFileManager& aManager = CCacheFileManager::Instance();
     aManager.SetTempHomeDir(HostDirectory(strDirectory));
@@ -52,15 +52,15 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    // Synchronous mode has no callbacks, so there need be nobody to receive them.
+    // Synchronous mode has no callbacks for writes, so no sink is needed.
     std::uint64_t qwWritten = 0;
     const bool bRecorded =
         Succeeded("initialize", pHandler->Initialize(nullptr)) && Record(*pHandler, qwWritten);
-    pHandler.reset();  // destroys the handler, which writes what is still gathered
+    pHandler.reset();  // destroys the handler, which writes the gathered bytes
     if (!bRecorded) return 1;
 
-    // Bytes are gathered into blocks. One that failed when the close passed it on is in no result;
-    // this count tells.
+    // Bytes are gathered into blocks. If the close could not write the last block, no result says
+    // so, but its bytes are counted here.
     if (CCacheFileManager::GetLostBytes() > 0) {
         std::fprintf(stderr, "record_sync: not everything could be written\n");
         return 1;

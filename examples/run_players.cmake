@@ -1,6 +1,7 @@
-# Records with the examples in BIN, plays the record files, packs them, also with the command line,
-# and plays the containers: each has to see as many bytes as the one before, and the example pack adds
-# a conf stream of 72. EMULATOR runs them where they were built for another system.
+# Records with the examples in BIN, plays the record files, packs them with the example and with the
+# command line, and plays the containers. Checks that each step reports the expected number of bytes;
+# the example pack adds a conf stream of 72. EMULATOR runs programs that were built for another
+# system.
 file(REMOVE_RECURSE ${DIRECTORY})
 file(MAKE_DIRECTORY ${DIRECTORY})
 
@@ -10,7 +11,7 @@ function(run name wanted)
                     RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE error)
     string(REGEX MATCH "[0-9]+" number "${output}")
     if(NOT result EQUAL 0 OR NOT number EQUAL wanted)
-        message(FATAL_ERROR "${name} ended with ${result}, wanted ${wanted}: ${output}${error}")
+        message(FATAL_ERROR "${name} ended with ${result}, expected ${wanted}: ${output}${error}")
     endif()
 endfunction()
 
@@ -46,5 +47,5 @@ refused(play_record NOT_FOUND missing)
 refused(pack NOT_FOUND other.qxf missing)
 refused(play_container BAD_CONTAINER ${notes})
 if(EXISTS ${DIRECTORY}/other.qxf)
-    message(FATAL_ERROR "pack left half a container behind")
+    message(FATAL_ERROR "pack left an incomplete container")
 endif()

@@ -30,7 +30,7 @@ CCmString CBlockStore::Take(std::size_t nCapacity, std::size_t nMaxCapacity) {
     return strBlock;
 }
 
-/// The kept block that was given last among those that fit, or an empty string.
+/// Returns the kept block that was returned last among those that fit, or an empty string.
 CCmString CBlockStore::Find(std::size_t nCapacity, std::size_t nMaxCapacity) {
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     for (std::size_t i = m_nFree; i-- > 0;) {
@@ -58,7 +58,8 @@ void CBlockStore::Give(CCmString&& strBlock) noexcept {
     if (nDrop > 0) std::move(m_aFree.begin() + nDrop, m_aFree.begin() + m_nFree, m_aFree.begin());
     m_nFree -= nDrop;
     m_nKept += nCapacity;
-    m_aFree[m_nFree++] = std::move(strBlock);  // never full: each has at least c_nMinBlock bytes
+    m_aFree[m_nFree++] = std::move(
+        strBlock);  // m_aFree cannot be full, because each block has at least c_nMinBlock bytes
 }
 
 void CBlockStore::Clear() noexcept {

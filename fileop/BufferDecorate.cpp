@@ -60,10 +60,10 @@ CmInt32 CBufferDecorate::Append(const char* lpData, std::size_t nLength) {
     return m_strBuffer.size() < m_dwBufferSize ? CmInt32{CACHE_OK} : PassOn(nAccepted);
 }
 
-/// Makes the buffer large enough for nLength bytes more. An empty one becomes large enough for a
-/// block and a last piece of that length, so that pieces of equal lengths need no other one before
-/// they are passed on. Otherwise the piece completes the block, and the memory is used only for
-/// the passing on.
+/// Makes the buffer large enough for nLength more bytes. An empty buffer becomes large enough for a
+/// block and one more piece of this length, so that pieces of equal length never need a larger one.
+/// A buffer that is not empty grows only if this piece completes the block, which is then passed
+/// on.
 void CBufferDecorate::Enlarge(std::size_t nLength) {
     const bool bEmpty = m_strBuffer.empty();
     const std::size_t nNeeded = (bEmpty ? m_dwBufferSize : m_strBuffer.size()) + nLength;
@@ -74,14 +74,14 @@ void CBufferDecorate::Enlarge(std::size_t nLength) {
     CBlockStore::Instance().Give(std::move(strLarger));
 }
 
-/// Appends the gathered bytes to the file and empties the buffer. Of those bytes the first
-/// nAccepted came with calls that have returned 0; the rest belongs to the call that runs.
+/// Appends the gathered bytes to the file and empties the buffer. The first nAccepted bytes are
+/// from calls that have returned 0; the others are from the running call.
 CmInt32 CBufferDecorate::PassOn(std::size_t nAccepted) {
     const CmInt32 lResult = m_pFile->GiveData(m_strBuffer, CCacheFileManager::GetMaxDword());
     m_strBuffer.clear();
     if (m_strBuffer.capacity() > MostBetweenCalls()) {
         CBlockStore::Instance().Give(std::move(m_strBuffer));
-        CCmString().swap(m_strBuffer);  // the store may not have taken it
+        CCmString().swap(m_strBuffer);  // frees it if the store has not taken it
     }
     if (lResult != CACHE_OK) CCacheFileManager::AddLostBytes(nAccepted);
     return lResult;

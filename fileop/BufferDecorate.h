@@ -5,28 +5,28 @@
 /// Gathers appended bytes into blocks, so that the links below see one large append instead of
 /// many small ones.
 ///
-/// Owned by a handler, and used on its thread only; no lock. Appended bytes reach the file in the
-/// order in which they came and before any positioned write that follows them. Between calls fewer
-/// than m_dwBufferSize bytes are gathered, and the buffer uses no more memory than twice that.
-/// Gathered bytes whose passing on fails are dropped, traced by the link below and counted
-/// (CCacheFileManager::GetLostBytes); nothing is retried.
+/// Owned by a handler, and used only on its thread, without a lock. Appended bytes reach the file
+/// in the order of the calls and before any later write at an offset. Between calls fewer than
+/// m_dwBufferSize bytes are gathered, and the buffer uses no more memory than twice that. If
+/// gathered bytes cannot be passed on, they are dropped and counted
+/// (CCacheFileManager::GetLostBytes), and the next link traces the failure. Nothing is retried.
 class CBufferDecorate final : public IFileOperation {
  public:
-    /// pFile is the link below; without one every operation returns CACHE_ERR_NOT_OPEN.
+    /// pFile is the next link; if it is null, every operation returns CACHE_ERR_NOT_OPEN.
     CBufferDecorate(IFileOperation* pFile, CmUint32 dwBufferSize);
     ~CBufferDecorate() override;
 
     CmInt32 Open(const CCmString& strPath, int bWrite) override;
 
-    /// Passes gathered bytes on, then closes; the result is that of the closing alone.
+    /// Passes the gathered bytes on and closes the file. The result is only that of the close.
     CmInt32 Close() override;
 
-    /// At 0xFFFFFFFF the bytes are gathered, and when the threshold is reached all of them passed
-    /// on in one append, whose result this call returns. At another offset what is gathered goes
-    /// first (its failure is traced and counted, not returned), then strData.
+    /// At 0xFFFFFFFF the bytes are gathered. When the threshold is reached, all of them are passed
+    /// on in one append, and this call returns its result. At another offset the gathered bytes are
+    /// passed on first (a failure is traced and counted, not returned), then strData.
     CmInt32 WriteData(const CCmString& strData, CmUint32 dwOffset) override;
 
-    /// Reads of either kind go straight down and don't see what is still gathered.
+    /// Reads of both kinds are passed on directly. They do not return gathered bytes.
     CmInt32 ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength) override;
     CmInt32 AsyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
                           CmUint32& dwLength) override;

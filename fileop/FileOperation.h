@@ -10,15 +10,16 @@ class ACmThread;
 class ICmEvent;
 class IFileOpStatus;
 
-/// One file, or a link of the chain of objects through which a file is reached.
+/// A link of a chain of objects that together operate on one file.
 ///
-/// Counted: made with a count of 0 and put into a CRefPtr at once; the last release closes the
-/// file. Open comes first and once; Close may be repeated. At most one operation of a file runs at
-/// a time: the layer above sees to that. Results are codes of CmResult.h; nothing is thrown.
+/// It is created with a reference count of 0 and put into a CRefPtr immediately; the last release
+/// closes the file. Open is called first and once; Close may be repeated. The layer above ensures
+/// that at most one operation of a file runs at a time. Results are codes of CmResult.h; nothing is
+/// thrown.
 class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
  public:
-    /// bWrite non-zero: created with its missing directories, or emptied; readable too. 0: an
-    /// existing file, for reading only.
+    /// Opens the file. If bWrite is non-zero, creates it with its missing directories or empties
+    /// it, and opens it for reading and writing. Otherwise opens an existing file for reading.
     virtual CmInt32 Open(const CCmString& strPath, int bWrite) = 0;
 
     virtual CmInt32 Close() = 0;
@@ -39,20 +40,20 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     /// The path of the last Open, whether it succeeded or not; valid while the object lives.
     virtual const CCmString& GetFileName() = 0;
 
-    /// Passes gathered bytes on to the file and its stream to the system; reports nothing.
+    /// Passes gathered bytes on to the file and flushes its stream. Reports nothing.
     virtual void Flush() = 0;
 
-    // The operations up to here keep their order; additions follow them.
+    // The operations above keep their order; new ones are added below.
 
-    /// Open with the directory where a relative path begins. A link that carries an open out later
-    /// takes the place in its own Open; others just open.
+    /// As Open, but a relative path is relative to aPlace. The default ignores aPlace: a link that
+    /// opens the file later records the directory in its Open and passes it on.
     virtual CmInt32 OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace);
 
-    /// WriteData of bytes in any memory, so that a link which copies them copies them once.
+    /// As WriteData, for bytes in any memory, so that a link which copies them copies them once.
     virtual CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
 
-    /// WriteData of a string that the caller no longer needs: the link may take its memory instead
-    /// of copying it. The contents of strData afterwards are unspecified.
+    /// As WriteData, for a string that the caller no longer needs. The link may take its memory
+    /// instead of copying it. The contents of strData afterwards are unspecified.
     virtual CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset);
 
     /// Returns how many bytes WriteData of qwLength bytes at dwOffset would queue for the worker
@@ -66,14 +67,15 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     /// failure qwSize stays as it was. On the thread that reads the file.
     virtual CmInt32 GetSize(std::uint64_t& /*qwSize*/) { return CACHE_ERR_FAILED; }
 
-    /// Runs pEvent on the thread that reads the file, after everything queued there before, and
-    /// waits for it. The link owns the event. Returns the event's result, or
-    /// CACHE_ERR_INVALID_STATE when that thread has ended. A plain file runs it in the call.
+    /// Runs pEvent on the thread that reads the file, after everything that was queued there
+    /// before, and waits for it. The link owns the event. Returns the event's result, or
+    /// CACHE_ERR_INVALID_STATE if that thread has ended. A plain file runs it in the call.
     virtual CmInt32 SendToReader(ICmEvent* pEvent);
 };
 
-/// Makes the links of a chain. One object for the process, never destroyed; it holds no state, so
-/// any thread may use it. Each result is new, with a count of 0, or null when there is no memory.
+/// Creates the links of a chain. One object for the process, never destroyed; it has no state, so
+/// any thread may use it. Each result is new, with a reference count of 0, or null if there is no
+/// memory.
 class CFileOperationFactory {
  public:
     static CFileOperationFactory* Instance();
@@ -81,11 +83,11 @@ class CFileOperationFactory {
     /// A file of the file system; bIsDownloadFile non-zero: its path is UTF-8 text.
     IFileOperation* CreateLocalFile(int bIsDownloadFile);
 
-    /// Gathers appended bytes over pFile until dwBufferSize of them are there.
+    /// A link that gathers appended bytes and passes them on to pFile when there are dwBufferSize.
     IFileOperation* CreateBufferDecorate(IFileOperation* pFile, CmUint32 dwBufferSize);
 
-    /// Carries the operations of pActualFile to pRWThread and their outcomes to pReceive on
-    /// pCallerThread.
+    /// A link that runs the operations of pActualFile on pRWThread and reports their results to
+    /// pReceive on pCallerThread.
     IFileOperation* CreateFileThreadProxy(ACmThread* pRWThread, ACmThread* pCallerThread,
                                           IFileOperation* pActualFile, IFileOpStatus* pReceive,
                                           CCacheFileManager::LinkType aLinkType);

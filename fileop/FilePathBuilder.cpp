@@ -14,7 +14,7 @@ CmInt32 EnsureDirectory(const CCmString& strDirectory, const CmPlace& aPlace) {
     if (CmFile::Exists(strDirectory, aPlace) || CmFile::MakeDirectory(strDirectory, aPlace) == 0)
         return CACHE_OK;
     const int nErrno = errno;
-    if (nErrno == EEXIST) return CACHE_OK;  // another thread or process has made it meanwhile
+    if (nErrno == EEXIST) return CACHE_OK;  // another thread or process has created it
     TraceError("CFilePathBuilder::BuildPath->Build Error=", nErrno);
     return SystemErrorToResult(nErrno, FileAction::MakeDirectory);
 }

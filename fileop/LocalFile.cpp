@@ -56,7 +56,7 @@ CmInt32 CLocalFile::Close() {
     return CACHE_ERR_FAILED;
 }
 
-/// Moves to where a write begins; nBegin is then that place.
+/// Moves to the position of a write and returns it in nBegin.
 CmInt32 CLocalFile::SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin) {
     nBegin = dwOffset;
     if (dwOffset == CCacheFileManager::GetMaxDword()) {
@@ -65,7 +65,7 @@ CmInt32 CLocalFile::SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin) {
         TraceError("CNFSFile::WriteData->Seek to file end error=", errno, " this=", this);
         return CACHE_ERR_FAILED;
     }
-    // A positioned write reaches offsets below 2^31 only.
+    // A write at an offset is possible only below 2^31.
     int nErrno = EINVAL;
     if (dwOffset <= 0x7FFFFFFF) {
         if (CmFile::Seek(m_hFD, dwOffset) == 0) return CACHE_OK;

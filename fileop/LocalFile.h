@@ -5,16 +5,16 @@
 
 #include "fileop/FileOperation.h"
 
-/// A file of the local or a mounted file system: the end of every chain.
+/// A file of the local or a mounted file system: the last link of every chain.
 ///
-/// Owned by the link above it. No lock: one operation at a time, on whatever thread. Every write
-/// has reached the operating system when it returns. A failure is traced here, in the one place
-/// where the system is called, and returned as a code; the stream stays open.
+/// Owned by the previous link. It has no lock: one operation at a time, on any thread. Every write
+/// has reached the operating system when it returns. A failure is traced here, where the system is
+/// called, and returned as a code; the stream stays open.
 ///
-/// An append that fails is undone: the file is cut back to the end that it had, unless it is no
-/// regular file or another handle has appended meanwhile, which is traced. A process that is
-/// killed between the write and the cut leaves a part of the append. A positioned write that fails
-/// may leave a part of its bytes.
+/// An append that fails is undone: the file is truncated to its previous size. If it is not a
+/// regular file, or another handle has appended in the meantime, it is not truncated, which is
+/// traced. A process that is killed between the write and the truncation leaves a part of the
+/// append. A failed write at an offset may leave a part of its bytes.
 class CLocalFile final : public IFileOperation {
  public:
     /// bIsDownloadFile non-zero: the path given to Open is UTF-8 text on every system.

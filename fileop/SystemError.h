@@ -4,11 +4,11 @@
 
 namespace cachefile_internal {
 
-/// Which action failed; it decides what "permission denied" means.
+/// The action that failed. It decides which code "permission denied" gets.
 enum class FileAction { MakeDirectory, OpenForWriting, OpenForReading, Write };
 
-/// The result code for an errno value after a failed call: 4001 not found, 4003 no space left,
-/// 4004 or 4012 denied, else 4006. A failed write knows 4003 and 4006 only.
+/// Returns the result code for the errno of a failed call: 4001 not found, 4003 no space left, 4004
+/// or 4012 permission denied, otherwise 4006. For a failed write only 4003 and 4006.
 CmInt32 SystemErrorToResult(int nErrno, FileAction aAction);
 
 }  // namespace cachefile_internal

@@ -8,7 +8,7 @@
 
 namespace {
 
-/// What goes as a stream through the layers above.
+/// The handle that the layers above use as a stream.
 struct tagOpening {
     std::uint64_t qwPosition = 0;
 };

@@ -18,7 +18,7 @@ CmUint32 Reference::Word(std::uint64_t qwAt) const {
     return Get32(m_strFile, static_cast<std::size_t>(qwAt));
 }
 
-/// As a read of nLength bytes there would go; sets the code if it doesn't.
+/// Returns whether nLength bytes can be read there; sets the code if not.
 bool Reference::IsThere(std::uint64_t qwAt, unsigned nLength) {
     const bool bBad = IsBad(qwAt, qwAt + nLength);
     if (!bBad && qwAt + nLength <= m_strFile.size()) return true;
@@ -40,7 +40,8 @@ Reference::Reference(const CCmString& strFile, std::uint64_t qwBadFrom, std::uin
 
 void Reference::Walk() {
     const bool bChained = Word(20) == 1;
-    std::map<std::uint64_t, std::size_t> mapKnownAt;  // streams known when an offset was last met
+    std::map<std::uint64_t, std::size_t>
+        mapKnownAt;  // for each offset, how many streams were known at its last visit
     std::uint64_t qwAt = c_nHeader;
     for (CmUint32 dwStep = 0; dwStep < dwCount; ++dwStep) {
         if (dwStep == c_nMostSteps) {
@@ -49,7 +50,7 @@ void Reference::Walk() {
         }
         const auto [itSeen, bNew] = mapKnownAt.emplace(qwAt, vecStreams.size());
         bCircle = bCircle || !bNew;
-        // A lap that adds nothing is the first of many.
+        // A round that adds no stream would repeat without end.
         if (!bNew && itSeen->second == vecStreams.size()) return;
         itSeen->second = vecStreams.size();
         if (!IsThere(qwAt, c_nEntry) || !TakeEntry(qwAt)) return;

@@ -4,8 +4,8 @@
 
 #include "core/DataInfo.h"
 
-/// A container read a second time, as plainly as docs/container-format.md describes it: one read
-/// for each entry, one list, and nothing of the library's but its two records. Tags are those of
+/// A second reader of containers, as simple as docs/container-format.md describes them: one read
+/// per entry and one list. It uses nothing of the library but two records, and the tags of
 /// tests/support/Containers.h.
 struct Reference {
     struct Entry {
@@ -17,25 +17,25 @@ struct Reference {
     struct Stream {
         tagFileDescriber aDescriber;
         CmUint32 dwDataOffset;
-        std::size_t nEntry;  ///< its number in vecEntries, if it is one of the first lap
+        std::size_t nEntry;  ///< its index in vecEntries, unless a circle repeats it
     };
 
-    /// Walks the index of a file, whose bytes from qwBadFrom to qwBadTo cannot be read.
+    /// Walks the index of a file. The bytes from qwBadFrom to qwBadTo cannot be read.
     explicit Reference(const CCmString& strFile, std::uint64_t qwBadFrom = 0,
                        std::uint64_t qwBadTo = 0);
 
-    /// The first stream that is meant, or null.
+    /// Returns the first stream that matches, or null.
     const Stream* Find(const tagDataInfo& aInfo) const;
 
-    /// What a read of a stream gives: the code and, after 0, the bytes.
+    /// Returns the expected code of a read and, if that is 0, the expected bytes.
     CmInt32 Read(const tagDataInfo& aInfo, CmUint32 dwOffset, CmUint32 dwLength,
                  CCmString& strBytes) const;
 
-    /// How many bytes each stream of an index has: up to the end that the header gives or, if it
-    /// begins after that, up to the end of the file.
+    /// Returns the length of each stream of an index. The last stream extends to the end that the
+    /// header gives or, if it begins after that, to the end of the file.
     std::vector<CmUint32> Lengths(const std::vector<Entry>& vecIndex) const;
 
-    /// What a player says of the length of a stream that Find gives.
+    /// Returns the length that a player must return for a stream.
     CmUint32 PlayedLength(const Stream& aStream) const;
 
     bool IsHeader() const { return bHeader; }
@@ -43,13 +43,13 @@ struct Reference {
     CmInt32 lResult = 0;
     CmUint32 dwFileSize = 0;
     CmUint32 dwCount = 0;
-    std::vector<Entry> vecEntries;  ///< as far as each is another one
+    std::vector<Entry> vecEntries;  ///< each entry once
     std::vector<Stream> vecStreams;
     CmUint32 dwVersion = 0;
     CmUint32 dwTimeStamp = 0;
     bool bCircle = false;
-    /// The walk went on for too long to be finished here: the streams are the first ones, and the
-    /// code is open.
+    /// The walk was too long and was stopped. vecStreams has only the first streams, and the code
+    /// is unknown.
     bool bBrokenOff = false;
 
  private:

@@ -5,8 +5,8 @@
 #include <iterator>
 #include <string>
 
-// Runs a target over the files of directories, once each: what fuzzing has found stays tested with
-// every compiler.
+// Runs a target once over each file of some directories, so that the inputs that fuzzing has found
+// are tested with every compiler.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* lpBytes, std::size_t dwSize);
 

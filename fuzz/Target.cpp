@@ -11,7 +11,8 @@ namespace {
 constexpr std::size_t c_nHeader = 24, c_nEntry = 32, c_nCount = 16;
 constexpr std::size_t c_nLongest = 1 << 17;
 
-/// Most walks are short, some cross the blocks in which a reader takes the index, few are endless.
+/// Most walks are short, some cross the blocks in which a reader reads the index, a few are
+/// endless.
 CmUint32 CutCount(CmUint32 dwCount, std::uint64_t qwRandom) {
     if (qwRandom % 262144 == 0) return dwCount;
     const CmUint32 dwLimit = qwRandom % 1024 == 1 ? 2500 : qwRandom % 16 == 1 ? 300 : 30;

@@ -3,17 +3,17 @@
 #include <cstddef>
 #include <cstdint>
 
-/// What the targets share.
+/// Functions that both targets use.
 
-/// Makes the bytes of a run the memory file. They are a container but for three fields of its
-/// header that readers ignore, which shape the file further:
+/// Makes the memory file from the bytes of a run. They are a container, but three fields of its
+/// header that readers ignore change the file:
 ///
-///     bytes 0, 1 and 2   where a run of bad bytes begins, in units of 8, and how many bytes it has
-///     bytes 4, 5         the first entries, so many, are there so many times more
+///     bytes 0, 1 and 2   the offset of a range of bad bytes, in units of 8, and its length
+///     bytes 4, 5         how many of the first entries are repeated, and how often
 ///
-/// The count of entries is cut down, as long lists only take time; one run in some thousands keeps
-/// it. Returns a number that is as good as random, the same one for the same bytes.
+/// The number of entries is reduced, because long lists only take time; one run in some thousands
+/// keeps it. Returns a pseudo-random number that depends only on the bytes.
 std::uint64_t ShapeFile(const std::uint8_t* lpBytes, std::size_t dwSize);
 
-/// Ends the process, so that the fuzzer keeps the bytes, unless bHolds.
+/// Ends the process if bHolds is false, so that the fuzzer saves the input.
 void Require(bool bHolds, const char* lpWhat);

@@ -8,12 +8,12 @@
 #include "fuzz/Target.h"
 #include "tests/support/Containers.h"
 
-// Opens any bytes as a container, in synchronous mode, and holds the list of streams and a set of
-// reads against the reference reader. What the walk asks of the file is bounded too.
+// Opens the input as a container, in synchronous mode, and compares the list of streams and some
+// reads with the reference reader. Also limits how much of the file the walk may read.
 
 namespace {
 
-constexpr std::size_t c_nStreams = 3;  // that are read, of the first ones
+constexpr std::size_t c_nStreams = 3;  // the number of streams that are read
 constexpr CmUint32 c_dwEnd = 0xFFFFFFFF;
 constexpr std::size_t c_nBudget = 1048576;
 
@@ -84,9 +84,9 @@ void Run::Open() {
     Require(m_pHandler->OpenDownloadedFile("any", vecStreams) == 4008, "it opens once");
 }
 
-/// A circle is noticed before the walk has gone around a few times: it takes only some steps for
-/// each place where an entry can begin, whatever the header counts. Each step reads an entry and at
-/// most a conf header; the blocks are bounded as IndexReader.h says.
+/// Checks that a circle is detected after a few rounds. The number of steps is proportional to the
+/// size of the file and independent of the header's count. Each step reads an entry and at most a
+/// conf header; IndexReader.h limits the block reads.
 void Run::CheckEffort() const {
     const MemoryFile& aFile = MemoryFile::Instance();
     const std::uint64_t qwSize = aFile.strBytes.size();
@@ -99,7 +99,7 @@ void Run::CheckEffort() const {
 void Run::ReadAll() {
     const std::size_t nStreams = std::min(m_reference.vecStreams.size(), c_nStreams);
     for (std::size_t i = 0; i < nStreams; ++i) ReadStream(m_reference.vecStreams[i]);
-    Read({1, 1, 0, 2}, 0, 1);  // which may be there or not
+    Read({1, 1, 0, 2}, 0, 1);  // this stream may exist or not
     CheckLengths();
     m_pHandler->CloseAllRecordFiles();
     if (nStreams == 0) return;
@@ -108,7 +108,7 @@ void Run::ReadAll() {
             "nothing is read after the close");
 }
 
-/// The first request may meet the bad place again. Each of them gets the same answer.
+/// The first call may fail at the bad bytes. All calls must return the same code.
 void Run::CheckLengths() {
     if (m_reference.bBrokenOff) return;
     const std::size_t nStreams = std::min(m_reference.vecStreams.size(), c_nStreams);
@@ -120,8 +120,8 @@ void Run::CheckLengths() {
     }
 }
 
-/// The places that matter: the ends of the stream's room, as the header and the file give it, and
-/// of what 32 bits can say.
+/// Reads at the critical positions: the end of the stream's bytes according to the header and to
+/// the file, and the limits of 32 bits.
 void Run::ReadStream(const Reference::Stream& aStream) {
     const std::uint64_t qwBegin = aStream.dwDataOffset;
     const std::uint64_t qwSaid = m_reference.dwFileSize;
@@ -146,7 +146,7 @@ void Run::ReadStream(const Reference::Stream& aStream) {
 void Run::Read(const tagDataInfo& aInfo, std::uint64_t qwOffset, std::uint64_t qwLength) {
     const auto dwOffset = static_cast<CmUint32>(qwOffset);
     const auto dwLength = static_cast<CmUint32>(qwLength);
-    // As large as it has to be: a byte more would be seen.
+    // Exactly large enough, so that the sanitizer reports any further byte.
     const std::size_t nBuffer =
         std::min<std::size_t>(dwLength, MemoryFile::Instance().strBytes.size());
     std::unique_ptr<unsigned char[]> pBuffer(new unsigned char[nBuffer]);
@@ -156,7 +156,7 @@ void Run::Read(const tagDataInfo& aInfo, std::uint64_t qwOffset, std::uint64_t q
 
     CCmString strWanted;
     const CmInt32 lWanted = m_reference.Read(aInfo, dwOffset, dwLength, strWanted);
-    // What a long walk found later is not known here.
+    // The reference does not know the streams after the point where it stopped.
     if (m_reference.bBrokenOff && !m_reference.Find(aInfo)) {
         m_sink.m_pData.reset();
         return;

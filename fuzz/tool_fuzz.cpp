@@ -12,16 +12,16 @@
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Streams.h"
 
-// The tool examines any bytes as a container and takes it apart. The extracted files are compared
-// with the bytes that are there.
+// The tool checks the input as a container and extracts it. The extracted files are compared with
+// the bytes of the input.
 
 namespace {
 
-std::map<std::string, std::string> s_mapFiles;  // what was extracted, by name
+std::map<std::string, std::string> s_mapFiles;  // the extracted files by name
 
 }  // namespace
 
-// Files are written into memory.
+// Functions of the tool that write files; these write into memory.
 COutputFile::COutputFile(std::filesystem::path aPath, bool bReplace)
     : m_path(std::move(aPath)), m_bReplace(bReplace) {
     Require(!m_bReplace, "nobody has asked to write over files");
@@ -53,7 +53,7 @@ void CheckRegions(const tagRecording& aRecording) {
     Require(qwAt == std::max(qwDeclared, Size()), "all is covered");
 }
 
-/// bError: the examination has found an error.
+/// bError: the check has found an error.
 void CheckExtracted(const tagRecording& aRecording, bool bError) {
     const MemoryFile& aFile = MemoryFile::Instance();
     std::map<std::string, std::string> mapWanted;

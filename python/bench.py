@@ -1,8 +1,9 @@
 """Compares the package with the library and with plain mmap, in one process.
 
-    bench.py [DIRECTORY]     (CACHEFILE_LIBRARY names the library; build it for release)
+    bench.py [DIRECTORY]
 
-Prints ratios: they compare processor times of one machine, each the best of several runs.
+CACHEFILE_LIBRARY names the library, which should be a release build. Prints ratios of processor
+times, each the best of several runs.
 """
 
 import ctypes

@@ -3,7 +3,7 @@
 
 namespace {
 
-/// A gathering link with a threshold of 10 bytes over a file link without a file.
+/// A buffer link that gathers 10 bytes, on top of a scripted link without a file.
 struct Buffer : testing::Test {
     CmInt32 Append(const CCmString& strData) { return pTop->WriteData(strData, c_dwEnd); }
     std::string Below() { return aScript.Take(); }
@@ -31,7 +31,7 @@ TEST_F(Buffer, EverythingElseKeepsItsPlaceBehindTheGatheredBytes) {
     EXPECT_EQ(pTop->GetFileName(), "p");
     Append("P1");
     Append("P2");
-    EXPECT_EQ(pTop->ReadData(aBytes, 7, dwLength), 0);  // doesn't see what is gathered
+    EXPECT_EQ(pTop->ReadData(aBytes, 7, dwLength), 0);  // does not return gathered bytes
     EXPECT_EQ(pTop->WriteData("P3", 0), 0);
     EXPECT_EQ(pTop->WriteData("P4", 1), 0);
     Append("P5");
@@ -43,7 +43,7 @@ TEST_F(Buffer, EverythingElseKeepsItsPlaceBehindTheGatheredBytes) {
               "Open p 1\nRead 4@7\nWrite P1P2@end\nWrite P3@0\nWrite P4@1\n"
               "Write P5@end\nFlush\nFlush\nWrite P6@end\nFlush\nClose\n");
     Append("P7");
-    pTop = nullptr;  // an end without a close loses nothing
+    pTop = nullptr;  // destroying it without a close loses nothing
     EXPECT_EQ(Below(), "Write P7@end\nFlush\nClose\n");
 }
 

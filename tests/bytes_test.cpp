@@ -37,7 +37,7 @@ TEST_P(Bytes, RandomCallsOnSeveralFilesGiveWhatAModelGives) {
             aFile.dwHandle = 0;
         }
     }
-    aRecording.Destroy();  // closes what is open
+    aRecording.Destroy();  // closes the open files
     CacheFileShutdown();
     for (const File& aFile : aFiles) ExpectFile(Recording::PathOf(aFile.strName), aFile.strModel);
     EXPECT_EQ(m_lost.Take(), 0U);

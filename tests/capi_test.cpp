@@ -12,14 +12,14 @@
 #include "capi/cachefile_c.h"
 #include "tests/support/HostTest.h"
 
-// The C interface from a host's side: everything is done through it alone.
+// Tests of the C interface, which use only that interface.
 
 namespace {
 
 constexpr std::uint32_t c_dwNoHandle = 99;
 
-/// A host with its thread attached, in an empty directory. It writes its callbacks down ("Open 0",
-/// "Data 5 hello") and can act inside the next one.
+/// A host with an attached thread, in an empty directory. It records its callbacks ("Open 0",
+/// "Data 5 hello") and can make calls inside the next one.
 class CHost {
  public:
     explicit CHost(std::uint32_t dwFlags) : m_dwFlags(dwFlags) {
@@ -35,7 +35,7 @@ class CHost {
             EXPECT_EQ(info->struct_size, sizeof *info);
             EXPECT_EQ(info->data_length, c_dwMark);
             const std::string strBytes(static_cast<const char*>(data), length);
-            // A request tells the two kinds of read apart: memory handed out is ours.
+            // s_handedOut marks the reads whose memory the host must free.
             if (request == &s_handedOut) cachefile_free(data);
             static_cast<CHost*>(user)->Log("Data " + std::to_string(length) + " " + strBytes);
         };
@@ -75,7 +75,8 @@ class CHost {
         ASSERT_EQ(cachefile_player_open_record(Player(), lpName, &aDescriber, bWritable), 0);
     }
 
-    /// Lets the worker run dry and the callbacks come; returns what came since the last time.
+    /// Waits until the worker's queue is empty, runs the callbacks, and returns those since the
+    /// last call.
     std::string Settle() {
         struct Access : HostTest {
             using HostTest::Settle;
@@ -84,7 +85,7 @@ class CHost {
         return std::exchange(m_strLog, {});
     }
 
-    /// Type 4, id 1004, kind 4; the marks come back.
+    /// Type 4, id 1004, kind 4; callbacks must return the other values unchanged.
     static cachefile_describer Describer() {
         cachefile_describer aDescriber = CACHEFILE_DESCRIBER_INIT;
         aDescriber.data_type = 4, aDescriber.file_id = 1004, aDescriber.file_kind = 4;
@@ -99,10 +100,10 @@ class CHost {
     }
 
     static constexpr std::uint32_t c_dwMark = 77;
-    static inline char s_handedOut;  // the request of reads that hand out memory
+    static inline char s_handedOut;  // the request of reads whose memory the library allocates
 
     cachefile_callbacks m_callbacks = CACHEFILE_CALLBACKS_INIT;
-    std::function<void()> m_onNext;  // what to do inside the next callback
+    std::function<void()> m_onNext;  // runs inside the next callback
 
  private:
     void Log(const std::string& strEntry) {
@@ -129,7 +130,7 @@ INSTANTIATE_TEST_SUITE_P(Modes, CInterface, testing::Values(0U, std::uint32_t{CA
 TEST_P(CInterface, RecordsIntoPathsOfTheSystem) {
     cachefile_writer* const pWriter = m_host.Writer();
     EXPECT_EQ(cachefile_writer_status(pWriter), 0);
-    // The home directory was copied when the writer was made.
+    // The writer copied the home directory when it was created.
     ASSERT_EQ(cachefile_set_home_dir("new/h\xC3\xB6me"), 0);
     std::uint32_t dwFile = 0;
     ASSERT_EQ(cachefile_writer_open(pWriter, "sub/a b", &dwFile), 0);
@@ -205,7 +206,7 @@ TEST_P(CInterface, WritesThroughAPlayer) {
     EXPECT_EQ(ReadBytes("made/x"), strBlock + "end");
 }
 
-/// Packs three streams in all ways of adding one.
+/// Packs three streams with all functions that add one.
 void Pack(const char* lpPath, std::uint32_t dwIndexType) {
     WriteBytes("source", "from a file");
     cachefile_packer* pPacker = nullptr;
@@ -310,7 +311,7 @@ TEST(CIndex, ShowsWhatAContainerHolds) {
     cachefile_index_destroy(pIndex);
 }
 
-// A read that is given up: the buffers are freed at once, and nothing may use them afterwards.
+// Cancelled reads: the buffers are freed immediately, and nothing may use them afterwards.
 
 TEST_P(CInterface, APlayerMayBeDestroyedInEveryStateOfARead) {
     m_host.Record("x", Pattern(100000));
@@ -329,7 +330,7 @@ TEST_P(CInterface, APlayerMayBeDestroyedInEveryStateOfARead) {
             };
             ASSERT_EQ(read(), 0);
             if (m_host.IsAsync()) {
-                ASSERT_EQ(read(), 0);  // dropped in either case
+                ASSERT_EQ(read(), 0);  // discarded in both cases
             }
             if (!bInCallback) m_host.DestroyPlayer();
             if (!bInCallback) pBuffer.reset();
@@ -368,7 +369,7 @@ TEST_P(CInterface, ACallbackMayReadAndRunTheQueue) {
     EXPECT_EQ(m_host.Settle(), "Data 5 hello, Data 4 ello");
 }
 
-// Arguments that no function accepts, and states in which it refuses.
+// Invalid arguments and states.
 
 TEST_P(CInterface, NullArgumentsAreRefused) {
     m_host.Record("x", "hello");
@@ -472,7 +473,7 @@ TEST_P(CInterface, NullArgumentsAreRefused) {
 }
 
 TEST_P(CInterface, StructsOfOtherVersionsAreTakenByTheirSize) {
-    // A struct of a later version: one more field behind those that are known.
+    // A struct of a later version, with one more field after the known ones.
     struct {
         cachefile_callbacks aKnown;
         std::uint64_t qwMore;
@@ -552,7 +553,7 @@ TEST_P(CInterface, MisuseIsAnswered) {
     cachefile_player_destroy(pPlayer);
 }
 
-// What belongs to the process.
+// The functions without a handle.
 
 TEST_P(CInterface, ThreadsTraceAndWakeUp) {
     std::atomic<int> nLines{0}, nWakeUps{0};

@@ -1,8 +1,8 @@
-"""Holds the command line to its conventions, from outside.
+"""Runs the command line as a user would and checks its results, files and output.
 
     cli_test.py PROGRAM DIRECTORY [MAN-PAGE COMPLETION] [unittest's arguments]
 
-A program of Windows (.exe) is run by the command EMULATOR of the environment.
+A Windows program (.exe) is run by the command in the environment variable EMULATOR.
 """
 
 import contextlib
@@ -27,7 +27,7 @@ PROGRAM, DIRECTORY, MAN_PAGE, COMPLETION = map(os.path.abspath, sys.argv[1:5])
 DONE, FAILED, USAGE, DAMAGE, INTERRUPTED = 0, 1, 2, 3, 130
 WINDOWS = PROGRAM.endswith(".exe")
 EMULATOR = os.environ.get("EMULATOR", "").split()
-with open(PROGRAM, "rb") as program:  # a sanitizer has memory of its own
+with open(PROGRAM, "rb") as program:  # a sanitizer uses additional memory
     SANITIZED = re.search(rb"__[at]san_init", program.read()) is not None
 COMMANDS = "record play info list map extract pack doctor bench".split()
 
@@ -68,7 +68,7 @@ class Cli(unittest.TestCase):
         return subprocess.Popen([*EMULATOR, PROGRAM, *arguments], cwd=self.directory, **options)
 
     def run_tool(self, exit_code, *arguments, input=b"", **options):
-        """Runs to the end; gives (standard output, standard error)."""
+        """Runs the program to its end and returns (standard output, standard error)."""
         process = self.start(*arguments, **options)
         output, error = process.communicate(input, timeout=100)
         self.assertEqual(process.returncode, exit_code, (arguments, output, error))
@@ -81,7 +81,7 @@ class Cli(unittest.TestCase):
         return document
 
     def make_recording(self):
-        """A recording directory, whose files hold what THREE holds."""
+        """Creates a recording directory with the streams of THREE."""
         self.make("rec/7/1_1001-2.dat", THREE[0][2])
         self.make("rec/7/4_7004-4.dat", THREE[2][2])
         self.make("rec/7/100_100-2.dat", CONF)
@@ -185,7 +185,7 @@ class Output(Cli):
         self.make("big", container([(256, 1, b"x" * 3000000)]))
         with self.start("play", "big", "--stream", "1:1001:2") as process:
             process.stdout.read(1)
-            time.sleep(0.2)  # by now it waits, most likely
+            time.sleep(0.2)  # by now it is probably waiting
             process.send_signal(signal.SIGTERM)
             self.assertEqual(process.wait(100), INTERRUPTED)
 
@@ -275,7 +275,7 @@ class Record(Cli):
         self.make(target, b"old")
         self.run_tool(FAILED, "record", "7", "--stream", stream + "in")
         self.run_tool(FAILED, "record", "7", "--force", "--stream", stream + target)
-        if not WINDOWS:  # there the emulator's input is not that file
+        if not WINDOWS:  # the emulator does not pass that input on
             with open(self.path(target), "rb") as itself:
                 self.run_tool(FAILED, "record", "7", "--force", "--stream", stream + "-", stdin=itself)
         self.assertEqual(self.read(target), b"old")
@@ -345,7 +345,7 @@ class Record(Cli):
         os.remove(self.path("kvr2/7/recording.lock"))
         if WINDOWS:
             return
-        os.symlink("recording.lock", self.path("kvr2/7/recording.lock"))  # cannot even be opened
+        os.symlink("recording.lock", self.path("kvr2/7/recording.lock"))  # opening it fails too
         _, error = self.run_tool(DONE, "record", "7", "--force", "--stream", "4:7004:4=in")
         self.assertIn("cannot be locked", error)
 
@@ -381,7 +381,7 @@ class Record(Cli):
 
     def test_a_signal_ends_it_with_everything_written(self):
         cases = [(signal.SIGINT, []), (signal.SIGTERM, []), (signal.SIGTERM, ["--sync"])]
-        if WINDOWS:  # which has Ctrl-C alone
+        if WINDOWS:  # which has only Ctrl-C
             cases = [(signal.SIGINT, []), (signal.SIGINT, ["--sync"])]
         for number, (which, mode) in enumerate(cases):
             with self.subTest(which, mode=mode):
@@ -392,7 +392,7 @@ class Record(Cli):
                                      "--progress=json", "--json", *mode)
                 process.stdin.write(b"z" * 50000)
                 process.stdin.flush()
-                # It tells what it has taken, 10 times a second at most; more input makes it tell.
+                # It reports progress at most 10 times a second, when input arrives.
                 taken, sent = 0, 50000
                 while taken < 50000:
                     if select.select([process.stderr], [], [], 0.2)[0]:
@@ -402,7 +402,7 @@ class Record(Cli):
                         process.stdin.flush()
                         sent += 1
                 process.send_signal(which)
-                while WINDOWS and process.poll() is None:  # there it waits for input to the end
+                while WINDOWS and process.poll() is None:  # it ends only after more input
                     with contextlib.suppress(BrokenPipeError):
                         process.stdin.write(b"z")
                         process.stdin.flush()
@@ -727,7 +727,7 @@ class Pack(Cli):
             named = re.findall(r'(?:link|rename)\("([^"]*)", "%s"\) += 0' % name, calls)
             self.assertEqual(len(named), 1, calls)
             before = calls[:calls.index('("%s", "%s")' % (named[0], name))]
-            # The last thing that happens to the bytes, under whatever name they have then.
+            # The last operation on the bytes before the rename must be a sync.
             touched = re.findall(r"(write|fsync)\(\d+<[^>]*/%s\.\d+\.partial" % name, before)
             self.assertEqual((touched[-1], "write" in touched), ("fsync", True), calls)
 

@@ -3,7 +3,7 @@
 
 namespace {
 
-/// What opening a container gives.
+/// The result of opening a container.
 struct Outcome {
     CmInt32 lResult = 0;
     std::vector<tagFileDescriber> vecStreams = {};
@@ -21,8 +21,8 @@ void PrintTo(const Outcome& aOutcome, std::ostream* pOut) {
           << aOutcome.dwVersion << ", time stamp " << aOutcome.dwTimeStamp;
 }
 
-/// A container of five entries whose data and, if chained, entries lie mixed. A chained one ends
-/// with the offset dwLastNext.
+/// A container of five entries. In a packed one the data are in mixed order, in a chained one data
+/// and entries. dwLastNext is the next offset of the last entry.
 CCmString SmallContainer(CmUint32 dwType, CmUint32 dwLastNext) {
     const bool bChained = dwType == 1;
     const unsigned aAt[] = {24, bChained ? 200U : 56U, bChained ? 58U : 88U, bChained ? 90U : 120U,
@@ -43,7 +43,8 @@ class Bad : public HostModeTest {
  protected:
     /// Opens strBytes as a container.
     Outcome Open(const CCmString& strBytes) {
-        std::filesystem::remove("c");  // some file systems sync what is emptied and rewritten
+        std::filesystem::remove(
+            "c");  // some file systems sync files that are emptied and rewritten
         WriteBytes("c", strBytes);
         Player aPlayer(GetParam(), nullptr);
         const CmInt32 lResult = aPlayer.Open("c");
@@ -54,7 +55,7 @@ class Bad : public HostModeTest {
     void ExpectAsReferred(const CCmString& strBytes) {
         const Reference aReference(strBytes);
         const Outcome aOutcome = Open(strBytes);
-        if (aReference.bBrokenOff) return;  // long circles have a test of their own
+        if (aReference.bBrokenOff) return;  // another test checks long circles
         Outcome aWanted{aReference.lResult, {}, aReference.dwVersion, aReference.dwTimeStamp};
         for (const auto& a : aReference.vecStreams) aWanted.vecStreams.push_back(a.aDescriber);
         ASSERT_EQ(aOutcome, aWanted);
@@ -66,7 +67,7 @@ class Bad : public HostModeTest {
 INSTANTIATE_BOTH_MODES(Bad);
 
 TEST_P(Bad, CutAndChangedContainersGiveWhatTheReferenceReaderGives) {
-    // Asynchronous, each open starts a worker and ends it: a part of the places has to do.
+    // In asynchronous mode each open starts and ends a worker, so only some places are tested.
     const std::size_t nStep = GetParam() == Async ? 7 : 1;
     for (const CCmString& strGood : {SmallContainer(0, 0), SmallContainer(1, 0xFFFFFFFF),
                                      SmallContainer(1, 90), SmallContainer(1, 240)}) {
@@ -86,7 +87,7 @@ TEST_P(Bad, CutAndChangedContainersGiveWhatTheReferenceReaderGives) {
 TEST_P(Bad, CirclesEndWithTheirCountTheBudgetOrALapThatAddsNothing) {
     const struct {
         unsigned nLeadIn, nLap;
-        unsigned nKnownLeadIn, nKnownLap;  // the first ones of each
+        unsigned nKnownLeadIn, nKnownLap;  // how many of them have known tags; those are first
         CmUint32 dwCount;
         CmInt32 lResult;
         CmUint32 dwStreams;

@@ -16,7 +16,7 @@ class Index : public HostTest {
         m_script.Take();
     }
 
-    /// The bytes of the entry, or the code.
+    /// Returns the bytes of the entry, or the code.
     CCmString Entry(CIndexReader& aReader, std::uint64_t qwOffset) {
         unsigned char aBytes[c_nEntry] = {};
         CmUint32 dwLength = 99;
@@ -25,7 +25,7 @@ class Index : public HostTest {
                             : std::to_string(lResult);
     }
 
-    /// Reads all entries in order, and what lies behind them.
+    /// Reads all entries in order, and once after the last.
     void ExpectAll() {
         CIndexReader aReader(*m_pFile);
         for (std::size_t nAt = c_nHeader; nAt <= m_strFile.size(); nAt += c_nEntry)
@@ -37,7 +37,7 @@ class Index : public HostTest {
         WriteBytes("c", m_strFile);
     }
 
-    /// What was read since the last call.
+    /// Returns the reads since the last call.
     struct Effort {
         std::uint64_t qwReads = 0;
         std::uint64_t qwBytes = 0;
@@ -94,7 +94,7 @@ TEST_F(Index, WhatABlockCannotGiveIsReadAlone) {
         return strCall.find("Read 65536@") == 0 && nCall % 3 != 0 ? 4006 : 0;
     });
     ExpectAll();
-    m_script.FailAll("Read", 4003);  // then its code is that of its own read
+    m_script.FailAll("Read", 4003);  // the result is the code of the read of the single entry
     CIndexReader aReader(*m_pFile);
     EXPECT_EQ(Entry(aReader, 24), "4003");
     m_script.Fail(nullptr);

@@ -8,11 +8,11 @@ struct Entry {
     unsigned wTag;
     CmUint32 dwData;
     CmUint32 dwNoted;
-    CmUint32 dwLength;  // what is expected
+    CmUint32 dwLength;  // the expected length
 };
 
-/// A container of 1,000 bytes, if the case does not say otherwise, whose entries are packed and
-/// have the numbers 0, 1, 2 and so on.
+/// A packed container of 1,000 bytes, unless the case says otherwise. Its entries have the numbers
+/// 0, 1, 2 and so on.
 struct Case {
     const char* lpWhat;
     std::vector<Entry> vecEntries;
@@ -43,7 +43,7 @@ const Case c_aCases[] = {
 
 class Length : public HostModeTest {
  protected:
-    /// The length of a stream, or the code.
+    /// Returns the length of a stream, or the code.
     static CmInt32 LengthOf(const Player& aPlayer, const tagFileDescriber& aDescriber) {
         CmUint32 dwLength = 4711;
         const CmInt32 lResult = aPlayer->GetStreamLength(InfoOf(aDescriber), dwLength);

@@ -2,8 +2,8 @@
 
 class RoundTrip : public HostModeTest {
  protected:
-    /// Expects that the container at strPath holds these streams in this order: it is opened and
-    /// every stream read in runs of odd sizes.
+    /// Opens the container strPath, reads every stream in runs of odd sizes, and expects these
+    /// streams in this order.
     void ExpectStreams(const CCmString& strPath, const std::vector<HandStream>& vecStreams) {
         Player aPlayer(GetParam(), &m_sink);
         ASSERT_EQ(aPlayer.Open(strPath), 0);
@@ -63,7 +63,7 @@ TEST_P(RoundTrip, WhatIsWrittenIsReadBack) {
         CContainerWriter aWriter;
         ASSERT_EQ(aWriter.SetIndexType(nRound % 2), 0);
         for (const HandStream& aStream : vecStreams) ASSERT_EQ(AddTo(aWriter, aStream), 0);
-        if (nRound % 3 == 0) {  // the conf stream's two fields are replaced, or one is added
+        if (nRound % 3 == 0) {  // sets two fields of the conf stream, which is added if missing
             aWriter.SetFileHeader(nRound + 1, 0xFEDCBA98);
             const auto isConf = [](const HandStream& a) { return a.wTag == c_wConf; };
             auto it = std::find_if(vecStreams.begin(), vecStreams.end(), isConf);

@@ -3,7 +3,7 @@
 
 #include "tests/support/Player.h"
 
-/// A host that packs, in a directory of its own.
+/// A host that packs containers in a new directory.
 class Writer : public HostTest {
  protected:
     CmInt32 Add(const tagFileDescriber& aDescriber, const CCmString& strBytes) {
@@ -27,7 +27,7 @@ class Writer : public HostTest {
         return testing::PrintToString(aPlayer.m_vecStreams);
     }
 
-    /// "file: reason (errno)" of the last failure.
+    /// Returns "file: reason (errno)" of the last failure.
     std::string LastFailure() const {
         const CContainerWriter::tagFailure& aFailure = m_writer.GetLastFailure();
         return aFailure.strFile + ": " + aFailure.lpReason + " (" +
@@ -98,7 +98,7 @@ TEST_F(Writer, TheConfStreamHoldsAHeaderAndGetsTheFields) {
     expectConf(strMade);
     EXPECT_EQ(Streams("c"), testing::PrintToString(
                                 std::vector<tagFileDescriber>{{8, 2, 8, 0}, {100, 2, 100, 0}}));
-    // What was made for that container is no stream of the writer's.
+    // The conf stream that was added to that container is not added to the writer.
     EXPECT_EQ(Add({100, 2, 100, 3}, ConfBytes(1, 2, 100'000)), 0);
     expectConf(ConfBytes(5, 6, 100'000));
     EXPECT_EQ(Add({1, 2, 1, 0}, ""), 0);
@@ -169,7 +169,7 @@ TEST_F(Writer, APlaceThatCannotBeWrittenIsToldAndKept) {
     EXPECT_NE(m_writer.Write(".\\d"), 0);
     EXPECT_TRUE(Exists("d/inside"));
     EXPECT_FALSE(Exists("d.partial"));
-    // What has the name of the unfinished file is another's, and stays.
+    // An existing file with the name of the partial file belongs to another program and stays.
     std::filesystem::create_directory("c.partial");
     WriteBytes("c.partial2", "another's");
     EXPECT_EQ(m_writer.Write(".\\c"), 0);

@@ -1,4 +1,4 @@
-"""Builds containers, whole and damaged, as no writer would."""
+"""Builds whole and damaged containers."""
 
 import struct
 
@@ -12,10 +12,10 @@ def entry(tag, number, offset, extra=0, next=0, length=0):
 
 
 def container(streams, index_type=0, **changes):
-    """A container of (tag, number, data) streams, laid out one behind the other.
+    """Returns a container of (tag, number, data) streams, in order and without gaps.
 
-    changes: `header` {offset: word} and `entries` {index: {field: value}} set words to something
-    else, `count` says another number of entries, `cut` drops bytes from the end, `more` adds some.
+    changes: `header` {offset: word} and `entries` {index: {field: value}} replace words, `count`
+    replaces the number of entries, `cut` removes bytes at the end, `more` adds some.
     """
     at = HEADER + ENTRY * len(streams)
     entries, data = [], b""
@@ -35,7 +35,7 @@ def container(streams, index_type=0, **changes):
 # Three streams: data at 120, 220 and 292, the end at 592.
 THREE = [(256, 1, b"a" * 100), (274, 0, CONF), (268, 7, b"c" * 300)]
 
-# What is wrong, and what has to be told of it: (code, offset) each.
+# Damaged containers and their expected findings, each (code, offset).
 DAMAGED = {
     "empty file": (b"", [("header-cut-off", 0)]),
     "half a header": (container(THREE)[:23], [("header-cut-off", 0)]),

@@ -1,4 +1,4 @@
-"""Runs tools/demo/tour, the demonstration without its build, and checks what it leaves and prints.
+"""Runs tools/demo/tour, which is the demonstration without the build, and checks its results.
 
     demo_test.py BIN DIRECTORY
 """
@@ -33,7 +33,7 @@ class Demo(unittest.TestCase):
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
 
     def assertRecorded(self, result, files):
-        """Each file is a stream of the recording, and was compared twice."""
+        """Checks that each file is a stream of the recording and was compared twice."""
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertEqual(result.stdout.count("| cmp - "), 2 * len(files))
         for name, file in files.items():

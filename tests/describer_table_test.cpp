@@ -12,9 +12,9 @@ TEST(DescriberTable, FindsWhatAPlainWalkFinds) {
     for (int nRound = 0; nRound < 30; ++nRound) {
         CDescriberTable<Record> aTable;
         std::vector<Record> vecModel;
-        const unsigned nIds = 1 + aRandom.Below(12);  // few ids: many records share a key
+        const unsigned nIds = 1 + aRandom.Below(12);  // few ids, so that many records share a key
         const auto type = [&] { return static_cast<std::uint16_t>(aRandom.Below(3)); };
-        const auto kinds = [&] {  // single bits mostly, as in containers
+        const auto kinds = [&] {  // usually a single bit, as in containers
             return static_cast<std::uint8_t>(aRandom.Below(3) ? 1U << aRandom.Below(8)
                                                               : aRandom.Below(256));
         };

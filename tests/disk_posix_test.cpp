@@ -105,7 +105,7 @@ TEST(SpecialFile, WhatCantHoldBytesIsRefusedWithoutWaiting) {
 
 namespace {
 
-/// A process that has a lease on a file and gives it up when somebody else opens the file.
+/// A process that holds a lease on a file and releases it when another process opens the file.
 class LeaseHolder {
  public:
     explicit LeaseHolder(const char* lpPath) {
@@ -138,7 +138,7 @@ class LeaseHolder {
         if (::fcntl(nFile, F_SETLEASE, F_WRLCK) != 0 || ::write(nReady, "r", 1) != 1) ::_exit(1);
         int nSignal = 0;
         ::sigwait(&aAsked, &nSignal);
-        ::usleep(20'000);  // somebody waits meanwhile
+        ::usleep(20'000);  // the other process waits during this time
         ::_exit(0);
     }
 
@@ -177,7 +177,7 @@ TEST(SpecialFile, AReadOrSeekThatFailsIsTraced) {
     EXPECT_EQ(pUnseekable->WriteData("x", c_dwEnd), 4006);
     const CRefPtr<IFileOperation> pClosed = pFactory->CreateLocalFile(0);
     const int nFile = ::dup(0);
-    ::close(nFile);  // the next file that is opened gets this number
+    ::close(nFile);  // the next open gets this descriptor
     ASSERT_EQ(pClosed->Open("\\dev\\null", 0), 0);
     ::close(nFile);
     EXPECT_EQ(pClosed->ReadData(aBuffer, 7, dwLength), 4006);

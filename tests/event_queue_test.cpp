@@ -5,7 +5,7 @@
 
 namespace {
 
-/// A thread of the test's own, the host's queue, and events that count.
+/// A thread with a queue, the host's queue, and events that count what happens to them.
 class EventQueue : public HostTest {
  protected:
     EventQueue() {
@@ -17,7 +17,7 @@ class EventQueue : public HostTest {
     ~EventQueue() override {
         m_pThread->Stop(nullptr);
         m_pThread->Join();
-        m_attached.reset();  // events that still wait end before what they count in
+        m_attached.reset();  // destroys pending events before the counters that they use
     }
 
     static CRefPtr<ICmEventQueue> HostQueue() {
@@ -120,7 +120,7 @@ TEST_F(EventQueue, OneThreadAtATimeIsAttachedAndRepeatsNest) {
     EXPECT_EQ(pQueue->PostEvent(Event(), 1), 4010);
     EXPECT_EQ(CCmCallerThread::RunPending(), 4010);
     EXPECT_EQ(CCmCallerThread::Detach(), 4010);
-    std::thread([this] {  // now another one may
+    std::thread([this] {  // now another thread may attach
         const CCmCallerThreadGuard aGuard;
         HostQueue()->PostEvent(Event(), 1);
         EXPECT_EQ(Run(), 1U);
@@ -200,13 +200,13 @@ TEST_F(EventQueue, WaitingEndsWithWhatComesIn) {
     EXPECT_EQ(CCmCallerThread::WaitAndRun(1, &dwCount), 0);
     EXPECT_EQ(dwCount, 0U);
     const CRefPtr<ICmEventQueue> pHost = HostQueue();
-    for (int i = 0; i < 200; ++i) {  // there and back: every sleep has to be ended
+    for (int i = 0; i < 200; ++i) {  // each round must end a sleep of the thread
         m_pQueue->PostEvent(Event([&] { return pHost->PostEvent(Event(), 1); }), 1);
         EXPECT_EQ(CCmCallerThread::WaitAndRun(100'000, &dwCount), 0);
         EXPECT_EQ(dwCount, 1U);
     }
     Signal aFired;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the thread sleeps by now
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // the thread is asleep by now
     const auto raise = [&] { return aFired.Raise(), 0; };
     m_pQueue->PostEvent(new TestEvent(m_counts, raise, ICmEvent::NotUrgent), 1);
     aFired.Wait();

@@ -11,8 +11,8 @@
 #include "tests/support/Events.h"
 #include "tests/support/Files.h"
 
-// A host that ends in the way its argument names. It writes .\kvr2\7\a, which the test looks at,
-// and exits with 0 unless something of it was used after its end.
+// A host that ends in the way that its argument names. It writes .\kvr2\7\a, which the test checks,
+// and exits with 0 unless the library used one of its objects after it was destroyed.
 
 namespace {
 
@@ -24,7 +24,7 @@ void Require(bool bHolds, const char* lpWhat) {
 
 bool s_bHostGone = false;
 
-/// The host's callbacks, of all kinds.
+/// All callbacks of the host.
 class Sink final : public IFileOpSink {
  public:
     ~Sink() { s_bHostGone = true; }
@@ -38,7 +38,7 @@ class Sink final : public IFileOpSink {
     int m_nUses = 0;
 };
 
-CWriteFileHandler* s_pHandler = nullptr;  // what the host forgets to destroy
+CWriteFileHandler* s_pHandler = nullptr;  // the host does not destroy it
 CmUint32 s_dwFirstHandle = 0;
 ThreadGate* s_pGate = nullptr;
 
@@ -58,8 +58,8 @@ void Record(IFileOpSink* pSink) {
     Require(s_pHandler->OpenWritingFile("b", dwHandle) == 0, "the bad open is queued");
 }
 
-/// The worker is held up until the library has let go of what belongs to the host, which is gone
-/// by then.
+/// Blocks the worker until the library has removed the host's callables. By then their objects are
+/// destroyed.
 void ExitBusy() {
     const auto pSink = std::make_unique<Sink>();
     const std::shared_ptr<void> pDropped(nullptr, [](void*) { s_pGate->Open(); });
@@ -88,8 +88,8 @@ void ExitInForkedChild() {
 
 constexpr unsigned char c_aTail[] = {'t', 'a', 'i', 'l'};
 
-/// What still lies in the gathering buffer counts as accepted once its file is closed or its
-/// handler destroyed; nothing more is said to the library.
+/// Gathered bytes are accepted when their file is closed or their handler is destroyed. The host
+/// makes no call after that.
 void ReturnAfter(CmInt32 (*pEnd)(CmUint32 dwHandle)) {
     static Sink s_sink;
     CCmCallerThread::Attach();
@@ -99,7 +99,7 @@ void ReturnAfter(CmInt32 (*pEnd)(CmUint32 dwHandle)) {
     Require(pEnd(dwHandle) == 0, "the end is queued");
 }
 
-/// exit() from deep inside the library, with objects on the stack that are never destroyed.
+/// Calls exit() inside a callback, so that objects on the stack are never destroyed.
 void ExitFromACallback() {
     class Exiting final : public IFileOpSink {
         void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType,
@@ -131,8 +131,8 @@ void ExitAndOpenLate() {
 
 }  // namespace
 
-/// Asked by the leak sanitizer at the end. What the worker held isn't known to be held in a child,
-/// as the worker isn't there.
+/// Called by the leak sanitizer at the end. In a child it would report the memory that only the
+/// worker's stack refers to, because the child has no worker.
 extern "C" int __lsan_is_turned_off();
 extern "C" int __lsan_is_turned_off() { return s_bForkedChild; }
 

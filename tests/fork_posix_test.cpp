@@ -8,11 +8,11 @@
 #include "platform/CmTraceLine.h"
 #include "tests/support/HostTest.h"
 
-// A host forks while its threads are busy inside the library.
+// A host forks while its threads are inside the library.
 
 namespace {
 
-/// What aChild returns on the thread that forks, in the child; -1 if it doesn't return.
+/// Forks and returns what aChild returns in the child; -1 if it does not return.
 int InChild(const std::function<int()>& aChild) {
     const pid_t nChild = ::fork();
     if (nChild == 0) ::_exit(aChild());
@@ -29,7 +29,7 @@ int InChild(const std::function<int()>& aChild) {
     return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
 }
 
-/// Lets go of everything that the child has of its parent's host. 0, or which call failed.
+/// Removes the callables that the child inherited. Returns 0, or the number of the failed call.
 int LetGo() {
     if (CCmT120Trace::instance()->SetSink({}) != 0) return 1;
     if (CCmCallerThread::SetWakeUp({}) != 0) return 2;
@@ -53,25 +53,26 @@ TEST_F(Fork, AChildLetsGoOfTheHostWhateverOtherThreadsWereDoing) {
     const auto flood = [&, pQueue = HostQueue()] {
         while (!bEnd) {
             TraceError("line ", nPosted);
-            if (nPosted - m_counts.nDisposed >= 100) continue;  // a fork copies what waits
+            if (nPosted - m_counts.nDisposed >= 100) continue;  // a fork copies pending events
             ++nPosted;
             pQueue->PostEvent(new TestEvent(m_counts), 1);
         }
         return 0;
     };
-    const auto busy = [](unsigned nTurns) {  // so that forks meet calls under way, and gaps
-        for (volatile unsigned i = 0; i < nTurns;) i = i + 1;
-    };
+    const auto busy =
+        [](unsigned nTurns) {  // so that some forks occur during a call and some between calls
+            for (volatile unsigned i = 0; i < nTurns;) i = i + 1;
+        };
     std::atomic<unsigned> nCalls{0};
     CCmT120Trace::instance()->SetSink([&](CmInt32, const char*) { busy(++nCalls % 2 ? 500 : 0); });
     CCmCallerThread::SetWakeUp([&] { busy(++nCalls % 2 ? 500 : 0); });
     EventCounts aWork;
     Worker()->GetEventQueue()->PostEvent(new TestEvent(aWork, flood), 1);
-    std::thread aOther([&] {  // replaces the sink, and so waits for calls
+    std::thread aOther([&] {  // replaces the sink, which waits for running calls
         while (!bEnd)
             CCmT120Trace::instance()->SetSink([&](CmInt32, const char*) { busy(++nCalls % 300); });
     });
-    // A fork takes long under a sanitizer on a busy machine, so the time is bounded too.
+    // A fork takes long under a sanitizer on a busy machine, so the time is limited too.
     const auto aEnough = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     const auto isEnough = [&] { return std::chrono::steady_clock::now() > aEnough; };
     for (int i = 0; i < 200 && !HasFailure() && !(i >= 20 && isEnough()); ++i) {
@@ -99,7 +100,7 @@ TEST_F(Fork, AChildTakesNothingFromItsParent) {
         << "what waits is the parent's";
     pollfd aPoll{nDescriptor, POLLIN, 0};
     EXPECT_EQ(::poll(&aPoll, 1, 0), 1) << "and its loop still hears of it";
-    std::thread([] {  // the attached thread doesn't exist in the child
+    std::thread([] {  // the attached thread does not exist in the child
         EXPECT_EQ(InChild([] { return CCmCallerThread::Attach() == 0 ? LetGo() : 11; }), 0);
     })
         .join();

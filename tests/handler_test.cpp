@@ -85,7 +85,7 @@ INSTANTIATE_BOTH_MODES(HomeDirectory);
 TEST_P(HomeDirectory, WorksOrGivesItsCode) {
     const struct {
         const char* lpHome;
-        const char* lpExists;  // a directory that is there before, if any
+        const char* lpExists;  // a directory that exists before, if any
         CmInt32 lResult;
     } aCases[] = {{".\\no backslash at its end", "", 0},
                   {".\\gr\xC3\xBC\xC3\x9F e\\\xE6\x97\xA5\xE6\x9C\xAC\\", "", 0},
@@ -115,7 +115,8 @@ TEST_P(HomeDirectory, WorksOrGivesItsCode) {
 TEST_F(Handler, TemporaryFilesAreDeletedAndFailuresIgnored) {
     std::filesystem::create_directories("d/full");
     for (const char* const lpPath : {"a", "b", "kept"}) WriteBytes(lpPath, "x");
-    CCacheFileManager::DeleteTempFile(CCmString(".\\kept\0", 7));  // a zero byte ends no name
+    CCacheFileManager::DeleteTempFile(
+        CCmString(".\\kept\0", 7));  // a zero byte does not end a name
     CCacheFileManager::DeleteAllTemp({".\\missing", ".\\a", ".\\b"});
     CCacheFileManager::DeleteTempDir(".\\d");
     EXPECT_TRUE(!Exists("a") && !Exists("b") && Exists("kept") && Exists("d/full"));

@@ -10,20 +10,20 @@
 
 #include "tests/support/HostTest.h"
 
-// A recorder is killed at random moments. CACHEFILE_KILL_ROUNDS says how often.
+// Kills a recorder at random times, CACHEFILE_KILL_ROUNDS times.
 
 namespace {
 
 constexpr unsigned c_nStreams = 3;
 constexpr unsigned c_nLongest = 3'000'000;
 
-/// Lies in memory that outlives the recorder.
+/// In shared memory that outlives the recorder.
 struct Promises {
-    std::atomic<bool> bStarted{false};                  ///< something is promised
-    std::atomic<std::size_t> aStored[c_nStreams] = {};  ///< bytes that are in the file
+    std::atomic<bool> bStarted{false};                  ///< aStored has been set
+    std::atomic<std::size_t> aStored[c_nStreams] = {};  ///< bytes that must be in the file
 };
 
-/// A recorder that goes on until it is killed.
+/// Records until it is killed.
 [[noreturn]] void Record(Mode aMode, SeededRandom& aRandom, const CCmString (&aStreams)[c_nStreams],
                          Promises& aPromises) {
     const CCmCallerThreadGuard aAttached;
@@ -42,7 +42,7 @@ struct Promises {
             aFlushed[i] = aWritten[i];
             while (aRandom.Below(8) == 0 && CCacheFileManager::GetPendingBytes() > 0) ::usleep(10);
         }
-        // Asynchronous: what had been flushed when nothing was pending is in its file.
+        // Asynchronous mode: if nothing is pending, everything that was flushed is in its file.
         if (CCacheFileManager::GetPendingBytes() == 0)
             for (unsigned n = 0; n < c_nStreams; ++n) {
                 aPromises.aStored[n] = aFlushed[n];
@@ -74,7 +74,7 @@ TEST_P(Kill, EachFileIsAPrefixOfItsStreamAndHoldsWhatWasStored) {
         SCOPED_TRACE(nRound);
         const TestDir aDir;
         Promises& aPromises = *new (pShared) Promises;
-        const bool bWait = nRound % 8 != 7;  // for its first promise, or it is killed at any time
+        const bool bWait = nRound % 8 != 7;  // wait for bStarted; otherwise kill it at any time
         const std::chrono::microseconds aDelay(aRandom.Below(8'000));
         const pid_t nRecorder = ::fork();
         if (nRecorder == 0) Record(GetParam(), aRandom, aStreams, aPromises);

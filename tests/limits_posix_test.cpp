@@ -7,7 +7,7 @@ namespace {
 
 constexpr tagFileDescriber c_describer{100, 2, 100, 0};
 
-/// How many files the process may have open, for the time of a test.
+/// Sets the limit of open files during a test.
 class OpenFilesLimit {
  public:
     OpenFilesLimit() { ::getrlimit(RLIMIT_NOFILE, &m_before); }
@@ -34,7 +34,7 @@ TEST_P(Limits, ARecordFileGrowsPastFourGigabytesAndIsReadUpToThere) {
     Recording aRecording(GetParam(), &m_sink);
     const CmUint32 dwHandle = aRecording.Open("big");
     Settle();
-    // What lies below is a hole. The end of the file is asked for at every append.
+    // The bytes before it are a hole. Every append queries the end of the file.
     ASSERT_EQ(::truncate(strFile.c_str(), 0xFFFFFFFCLL), 0);
     EXPECT_EQ(aRecording.Write(dwHandle, "abcdefgh" + Pattern(40'000)), 0);
     Settle();
@@ -71,14 +71,15 @@ TEST_P(Limits, TenThousandFilesStayOpenAndTheOneTooManyGivesItsOwnCode) {
 
     Recording aOther(GetParam(), &m_sink);
     aOther->SetHomeDir("nowhere\\");
-    EXPECT_EQ(aOther.TryOpen("before"), GetParam() == Sync ? 4001 : 0);  // not seen again below
+    EXPECT_EQ(aOther.TryOpen("before"),
+              GetParam() == Sync ? 4001 : 0);  // fails once before the limit
     aOther->SetHomeDir(".\\kvr2");
-    // A sanitizer looks into memory through a pipe when it first meets a kind of object.
+    // A sanitizer opens a pipe when it first checks an object of a class.
     const CmUint32 dwBefore = aRecording.Open("before");
     EXPECT_EQ(aRecording.Write(dwBefore, "x"), 0);
     EXPECT_EQ(aRecording->CloseFile(dwBefore), 0);
     Settle();
-    int nNext = 0;  // the next one to be opened, when all smaller ones are in use
+    int nNext = 0;  // the next descriptor, if all smaller ones are in use
     while (nNext < static_cast<int>(c_nFiles)) nNext = ::dup(0);
     ASSERT_TRUE(aLimit.Set(static_cast<rlim_t>(nNext)));
     for (const char* const lpName : {"first", "second"})

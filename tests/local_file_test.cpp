@@ -9,7 +9,7 @@ CRefPtr<IFileOperation> NewFile(int bIsDownloadFile = 0) {
     return CFileOperationFactory::Instance()->CreateLocalFile(bIsDownloadFile);
 }
 
-/// What reading dwLength bytes at dwOffset gives: the bytes, or "error CODE".
+/// Reads dwLength bytes at dwOffset and returns the bytes, or "error CODE".
 CCmString Read(IFileOperation& aFile, CmUint32 dwOffset, CmUint32 dwLength) {
     CCmString strBytes(dwLength, '\0');
     auto* const lpBuffer = reinterpret_cast<unsigned char*>(strBytes.data());
@@ -25,9 +25,9 @@ TEST_F(LocalFile, WritesAndReadsMayAlternateAtAnyPlace) {
     EXPECT_EQ(pFile->WriteData("0123456789", c_dwEnd), 0);
     EXPECT_EQ(Read(*pFile, 6, 100), "6789");
     EXPECT_EQ(pFile->WriteData(CCmString("\0B", 2), 1), 0);
-    EXPECT_EQ(pFile->WriteData("end", c_dwEnd), 0);  // behind the last byte, not behind the B
+    EXPECT_EQ(pFile->WriteData("end", c_dwEnd), 0);  // after the last byte, not after the B
     EXPECT_EQ(pFile->WriteData("", 500), 0);
-    ExpectFile(".\\d\\e\\a", CCmString("0\0B3456789end", 13));  // nothing is held back
+    ExpectFile(".\\d\\e\\a", CCmString("0\0B3456789end", 13));  // nothing is buffered
     EXPECT_EQ(pFile->WriteData("gap", 16), 0);
     EXPECT_EQ(Read(*pFile, 10, 6), CCmString("end\0\0\0", 6));
     EXPECT_EQ(Read(*pFile, 19, 1), "");

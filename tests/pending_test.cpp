@@ -24,7 +24,7 @@ TEST_F(Pending, BytesCountFromTheHandingOverUntilTheWorkerIsDoneWithThem) {
         EXPECT_EQ(Waiting(), 40'000U);
         EXPECT_EQ(aGood.Write(dwGood, "AB", 3), 0);
         EXPECT_EQ(Waiting(), 40'010U);
-        EXPECT_EQ(aBad.Write(aBad.Open("a"), Pattern(50'000)), 0);  // the open will fail
+        EXPECT_EQ(aBad.Write(aBad.Open("a"), Pattern(50'000)), 0);  // the open fails on the worker
         EXPECT_EQ(aPlayer.OpenFile("p", c_describer, 1), 0);
         EXPECT_EQ(aPlayer.Write(InfoOf(c_describer), "played", 0), 0);
         EXPECT_EQ(Waiting(), 90'016U);

@@ -23,7 +23,7 @@ TEST(Trace, TheFormatorTakesEveryTypeAndCutsWhatDoesntFit) {
     }
 }
 
-/// Counts how often it becomes text.
+/// Counts how often it is formatted.
 struct CountedPart {
     int& nFormatted;
 };
@@ -74,10 +74,10 @@ TEST(ByteStream, FieldsAreLittleEndianAndTheFirstFailureSticks) {
     CmUint32 dw = 0;
     aStream >> w >> dw;
     EXPECT_EQ(aStream.m_ResultRead, 0);
-    aStream >> dw;  // three bytes are left
+    aStream >> dw;  // only three bytes are left
     EXPECT_EQ(aStream.m_ResultRead, 4006);
     EXPECT_EQ(aTrace.TakeErrors(), "");
-    aStream >> w;  // would fit, but the stream has failed
+    aStream >> w;  // fits, but the stream has already failed
     EXPECT_EQ(aTrace.TakeErrors(), "CCmByteStreamT::Read, can't read. m_ResultRead=4006 this=*\n");
     EXPECT_EQ(w, 0x1234);
     EXPECT_EQ(dw, 0xDEADBEEF);

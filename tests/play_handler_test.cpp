@@ -10,7 +10,7 @@ constexpr tagFileDescriber c_aDescriber{8, 2, 7008, 5};
 constexpr char c_szNamed[] = " FileID=7008 DataType=8 FileType=2";
 constexpr auto c_aLocal = CCacheFileManager::Link_Local;
 
-/// A container .\c with the stream that c_aInfo names, and version 3 and time stamp 4.
+/// A container .\c with the stream that c_aInfo selects, version 3 and time stamp 4.
 void PackContainer() {
     CContainerWriter aWriter;
     aWriter.SetFileHeader(3, 4);
@@ -131,7 +131,7 @@ TEST_P(Play, ContainersRefuseWithCodesAndLines) {
 TEST_P(Play, ContainersThatCannotBeOpened) {
     const struct {
         const char* lpPath;
-        const char* lpLine;  // of the file itself
+        const char* lpLine;  // the line that the file link traces
         CmInt32 lResult;
     } aCases[] = {{".\\missing", "CLocalFile::Open->Open reading only File Error=2 this=*\n", 4001},
                   {"", "", 4006}};

@@ -7,17 +7,17 @@ namespace {
 
 constexpr tagDataInfo c_aInfo{8, 7008, 99, 2};
 
-/// A read, and what comes of it.
+/// A read and its expected result.
 struct ReadCase {
     CmUint32 dwOffset, dwLength;
-    const char* lpBytes;       // what is delivered; null if the read is refused
-    const char* lpShown = "";  // the absolute offset in the refusal's line
+    const char* lpBytes;       // the delivered bytes; null if the read is refused
+    const char* lpShown = "";  // the absolute offset in the trace line of the refusal
 };
 
 }  // namespace
 
 TEST_P(Read, RunsOfAContainer) {
-    // 70 bytes that the header vouches for, of which 66 are there; the stream begins at 60.
+    // The header gives 70 bytes, but the file has 66. The stream begins at 60.
     CCmString strBytes(66, '#');
     SetHeader(strBytes, 70, 1, 0);
     SetEntry(strBytes, c_nHeader, {258, 7, 5, 60, 0});

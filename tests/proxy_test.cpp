@@ -11,13 +11,13 @@ const tagDataInfo c_info{3, 1003, 77, 4};
 
 std::string InProxy(const std::string& str) { return Assertion("async/FileThreadProxy.cpp", str); }
 
-/// A proxy over a scripted link over a local file, and what a handler would be told.
+/// A proxy on top of a scripted link and a local file, with a log of the handler's callbacks.
 class Proxy : public HostTest {
  protected:
     Proxy() { Make(Worker(), Caller(), true, true, CCacheFileManager::Link_Local); }
     ~Proxy() override {
         m_pProxy = nullptr;
-        CacheFileShutdown();  // no request may outlive the script
+        CacheFileShutdown();  // no request may run after the script is destroyed
     }
 
     static CRefPtr<ACmThread> Caller() { return CFileThreadManager::Instance()->GetCallerThread(); }
@@ -33,7 +33,7 @@ class Proxy : public HostTest {
 
     CmInt32 Append(const CCmString& strData) { return m_pProxy->WriteData(strData, c_dwEnd); }
 
-    /// Asks for a read into a new buffer, and frees that if it was refused.
+    /// Requests a read into a new buffer, and frees the buffer if the read is refused.
     CmInt32 AsyncRead(CmUint32 dwOffset, CmUint32 dwLength) {
         auto* const lpBuffer = new unsigned char[dwLength];
         CmUint32 dwWanted = dwLength;
@@ -43,7 +43,7 @@ class Proxy : public HostTest {
         return lResult;
     }
 
-    /// The bytes that a synchronous read gives, or "error CODE".
+    /// Reads synchronously and returns the bytes, or "error CODE".
     CCmString SyncRead(CmUint32 dwOffset, CmUint32 dwLength) {
         CCmString strBytes(dwLength, '\0');
         auto* const lpBuffer = reinterpret_cast<unsigned char*>(strBytes.data());
@@ -68,7 +68,7 @@ TEST_F(Proxy, QueuesInOrderAndDroppingItCancelsNothing) {
         EXPECT_EQ(m_pProxy->Open(".\\a", 1), 0);
         CCmString strData(1000, 'x');
         EXPECT_EQ(Append(strData), 0);
-        strData = "gone";  // the request has its copy
+        strData = "gone";  // the request has a copy
         EXPECT_EQ(m_pProxy->WriteData("AB", 998), 0);
         m_pProxy->Flush();
         for (const CmUint32 dwOffset : {1000U, 5000U, 960U}) EXPECT_EQ(AsyncRead(dwOffset, 100), 0);
@@ -111,7 +111,7 @@ TEST_F(Proxy, FailuresBelowComeAsCallbacks) {
 TEST_F(Proxy, AFailedOpenStopsTheFileUntilAnotherOneSucceeds) {
     m_script.FailAll("Open", 4012);
     {
-        ThreadGate aGate(Worker());  // the failure isn't known yet: everything is accepted
+        ThreadGate aGate(Worker());  // the failure is not known yet, so everything is accepted
         EXPECT_EQ(m_pProxy->Open(".\\a", 1), 0);
         EXPECT_EQ(Append("x"), 0);
         EXPECT_EQ(AsyncRead(0, 1), 0);
@@ -157,7 +157,7 @@ TEST_F(Proxy, ASynchronousReadSeesEverythingQueuedBeforeIt) {
 }
 
 TEST_F(Proxy, ARefusedReadLeavesTheBufferWithTheCaller) {
-    unsigned char aBuffer[3] = {1, 2, 3};  // freeing it would be seen
+    unsigned char aBuffer[3] = {1, 2, 3};  // on the stack: freeing it would crash
     CmUint32 dwLength = 3;
     CmUint32 dwNothing = 0;
     EXPECT_EQ(m_pProxy->AsyncReadData(c_info, nullptr, 0, dwLength), 4009);

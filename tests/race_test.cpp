@@ -7,9 +7,9 @@
 #include "async/FileThreadManager.h"
 #include "tests/support/Player.h"
 
-// Random operations of several handlers of both kinds, from the host's loop and from inside
-// callbacks, with handlers, worker and library ending at any time. The thread sanitizer says
-// whether anything is raced for; here every answer is counted, and every byte.
+// Random operations of several write and play handlers, from the host's loop and from inside
+// callbacks. Handlers, worker and library end at random times. ThreadSanitizer finds data races;
+// the test itself counts every callback and every byte.
 
 namespace {
 
@@ -22,8 +22,8 @@ constexpr tagFileDescriber c_aStream{8, 2, 7008, 5};
 
 class Races;
 
-/// A handler with its sink. It counts what was accepted and what was answered; an answer after its
-/// end, or one too many, is a failure.
+/// A handler with its sink. It counts accepted requests and callbacks. A callback after the handler
+/// was destroyed, or one too many, fails the test.
 class Actor : public IFileOpSink {
  public:
     Actor(Races& aRaces, unsigned nSeed) : m_races(aRaces), m_dice(nSeed) {}
@@ -35,7 +35,7 @@ class Actor : public IFileOpSink {
                         CmInt32 aResult) final;
     void OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo& aInfo) final;
 
-    /// Everything has been run: nothing may be missing, unless the host no longer wanted it.
+    /// All callbacks have run: none may be missing, unless the handler was destroyed before.
     void ExpectAnswered() const {
         EXPECT_TRUE(m_bEnded || m_nOpens == 0) << m_nOpens << " opens without an answer";
         EXPECT_TRUE(m_bEnded || m_nReads == 0) << m_nReads << " reads without an answer";
@@ -45,9 +45,9 @@ class Actor : public IFileOpSink {
     void ActInside();
 
     Races& m_races;
-    Dice m_dice;  // for what it does inside callbacks
+    Dice m_dice;  // for operations inside callbacks
     bool m_bEnded = false;
-    int m_nOpens = 0;  // accepted and not yet answered
+    int m_nOpens = 0;  // accepted and not yet reported
     int m_nReads = 0;
 };
 
@@ -60,20 +60,20 @@ class Races : public HostTest {
         aWriter.AddStream(c_aStream, reinterpret_cast<const unsigned char*>(m_strFixture.data()),
                           c_nFixture);
         EXPECT_EQ(aWriter.Write(".\\container"), 0);
-        CCmT120Trace::instance()->SetSink({});  // lines would be many
+        CCmT120Trace::instance()->SetSink({});  // there would be too many lines
     }
 
     std::shared_ptr<Actor> NewActor(Dice& aDice);
     void Step(Dice& aDice);
     void FillAndShutDown(Dice& aDice);
 
-    /// Bounds the work by time: a loaded machine under a sanitizer does less of it.
+    /// Limits the work by time: a busy machine under a sanitizer does less.
     bool HasTime() const { return std::chrono::steady_clock::now() < m_end; }
     const std::chrono::steady_clock::time_point m_end =
         std::chrono::steady_clock::now() + std::chrono::seconds(10);
 
  public:
-    /// Makes a random actor do something, from the loop or from inside a callback.
+    /// Lets a random actor make a call, from the loop or from inside a callback.
     void ActOnce(Dice& aDice) {
         const std::shared_ptr<Actor> pActor = m_aActors[Below(aDice, m_aActors.size())];
         if (pActor) pActor->Act(aDice);
@@ -82,8 +82,8 @@ class Races : public HostTest {
     const CCmString m_strFixture = Pattern(c_nFixture);
     std::array<std::shared_ptr<Actor>, 8> m_aActors;
     std::vector<std::shared_ptr<Actor>> m_vecEnded;
-    std::map<CCmString, std::size_t> m_mapHanded;  // bytes of each file that a write has taken
-    int m_nInside = 0;                             // callbacks that run now
+    std::map<CCmString, std::size_t> m_mapHanded;  // for each file the number of accepted bytes
+    int m_nInside = 0;                             // callbacks that are running
     std::uint64_t m_qwAnswers = 0;
 };
 
@@ -100,7 +100,7 @@ void Actor::OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpTyp
 void Actor::OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo& aInfo) {
     EXPECT_FALSE(m_bEnded);
     EXPECT_GE(--m_nReads, 0);
-    // The request carries its offset.
+    // dwDataLen contains the offset of the read.
     const CCmString strWanted = m_races.m_strFixture.substr(aInfo.dwDataLen, dwLength);
     EXPECT_EQ(CCmString(reinterpret_cast<const char*>(lpData), dwLength), strWanted);
     delete[] lpData;
@@ -111,7 +111,7 @@ void Actor::ActInside() {
     ++m_races.m_qwAnswers;
     if (m_races.m_nInside >= 3 || !OneIn(m_dice, 4)) return;
     ++m_races.m_nInside;
-    Dice aDice = m_dice;  // this object may end meanwhile
+    Dice aDice = m_dice;  // this object may be destroyed in the meantime
     if (OneIn(aDice, 20))
         CacheFileShutdown();
     else if (OneIn(aDice, 8))
@@ -172,7 +172,7 @@ class RecorderActor final : public Actor {
     std::vector<File> m_vecFiles;
 };
 
-/// Plays the container, and so ends the worker with itself, or the record file.
+/// Plays the record file, or the container; then its end stops the worker.
 class PlayerActor final : public Actor {
  public:
     PlayerActor(Races& aRaces, unsigned nSeed, Mode aMode, Player::Use aUse)
@@ -186,7 +186,7 @@ class PlayerActor final : public Actor {
         } else {
             const CmUint32 dwOffset = Below(aDice, c_nFixture), dwLength = 1 + Below(aDice, 3000);
             if (dwOffset + dwLength > c_nFixture) return;
-            ++m_nReads;  // a synchronous answer comes inside
+            ++m_nReads;  // counted before, because a synchronous callback runs inside the call
             if (m_player.Read({8, 7008, dwOffset, 2}, dwOffset, dwLength) != 0) --m_nReads;
         }
     }
@@ -201,7 +201,8 @@ class PlayerActor final : public Actor {
         const CmInt32 lResult = m_use == Player::ForDownload
                                     ? m_player.Open("container")
                                     : m_player.OpenFile("fixture", c_aStream);
-        m_bOpened = lResult == 0 || m_use == Player::ForDownload;  // which is opened only once
+        m_bOpened =
+            lResult == 0 || m_use == Player::ForDownload;  // a container is opened only once
         if (lResult == 0 && m_mode == Async) ++m_nOpens;
     }
 
@@ -225,7 +226,7 @@ void Races::Step(Dice& aDice) {
     std::shared_ptr<Actor>& pActor = m_aActors[Below(aDice, m_aActors.size())];
     if (!pActor || OneIn(aDice, 60)) {
         if (pActor) m_vecEnded.push_back(pActor);
-        if (pActor && !OneIn(aDice, 3)) pActor->Destroy();  // or left behind, with all it has open
+        if (pActor && !OneIn(aDice, 3)) pActor->Destroy();  // or it is left with its open files
         pActor = NewActor(aDice);
     } else if (OneIn(aDice, 10)) {
         CCmCallerThread::RunPending();
@@ -236,7 +237,7 @@ void Races::Step(Dice& aDice) {
     }
 }
 
-/// Ends the library with many requests in the worker's queue.
+/// Shuts down with many requests in the worker's queue.
 void Races::FillAndShutDown(Dice& aDice) {
     const auto pRecorder =
         std::make_shared<RecorderActor>(*this, static_cast<unsigned>(aDice()), Async);
@@ -252,7 +253,7 @@ void Races::FillAndShutDown(Dice& aDice) {
 
 TEST_F(Races, EveryAnswerComesOnceAndEveryByteIsWrittenOrCounted) {
     std::atomic<bool> bEnd{false};
-    std::thread aOnlooker([&] {  // what any thread may do at any time
+    std::thread aOnlooker([&] {  // calls that any thread may make at any time
         std::atomic<unsigned> nLines{0};
         while (!bEnd) {
             CCmT120Trace::instance()->SetSink([&](CmInt32, const char*) { ++nLines; });

@@ -6,14 +6,15 @@
 
 namespace {
 
-/// The place of a virtual operation in the table of its class, in the usual binary interface of
-/// compilers on this system; a destructor has two.
+/// The index of a virtual operation in the table of its class, in the Itanium C++ ABI. A destructor
+/// takes two places.
 template <class Operation>
 std::size_t SlotOf(Operation aOperation) {
     std::size_t aWords[2];
     static_assert(sizeof aWords == sizeof aOperation, "another binary interface");
     std::memcpy(aWords, &aOperation, sizeof aWords);
-    return (aWords[0] + aWords[1] % 2) / sizeof(void*);  // either word is odd for a virtual one
+    return (aWords[0] + aWords[1] % 2) /
+           sizeof(void*);  // for a virtual operation one of the words is odd
 }
 
 }  // namespace

@@ -3,8 +3,8 @@
 #include "async/FileThreadManager.h"
 #include "tests/support/Player.h"
 
-// What becomes of requests, callbacks and read buffers when callbacks, handlers, threads or the
-// library end. The address sanitizer shows whether a buffer is lost or freed twice.
+// Checks requests, callbacks and read buffers when callbacks, handlers, threads or the library end.
+// AddressSanitizer shows whether a buffer is leaked or freed twice.
 
 namespace {
 
@@ -19,7 +19,7 @@ class Teardown : public HostModeTest {
         EXPECT_EQ(aWriter.Write(".\\c"), 0);
     }
 
-    /// A player in this mode that has the six bytes open, in the file or in the container.
+    /// A player in this mode that has the file or the container open.
     void Start(Player::Use aUse, IFileOpSink* pSink) {
         m_player.emplace(GetParam(), pSink, aUse);
         EXPECT_EQ(aUse == Player::ForDownload ? m_player->Open("c")
@@ -92,7 +92,7 @@ TEST_P(TeardownAsync, TheEndOfADownloadPlayerStopsTheWorkerUnderARecording) {
     CFileThreadManager* const pThreads = CFileThreadManager::Instance();
     CCmString strAll;
     for (unsigned i = 0; i < 20; ++i) strAll += Pattern(40'000, i);
-    for (const bool bOpened : {true, false}) {  // one that holds a container, one that never did
+    for (const bool bOpened : {true, false}) {  // one with an open container, one without
         Recording aRecording(Async, &m_sink);
         const CmUint32 dwHandle = aRecording.Open("r");
         Player aPlayer(Async, nullptr);
@@ -148,7 +148,7 @@ TEST_P(TeardownAsync, AShutdownRunsWhatWaitsRefusesOpensAndCanBeRepeated) {
 
     m_sink.m_onStatus = [] { throw std::runtime_error("a host's own"); };
     EXPECT_THROW(CacheFileShutdown(), std::runtime_error);
-    aRecording.Open("c");  // the shutdown is over all the same
+    aRecording.Open("c");  // the shutdown has ended in spite of the exception
     CacheFileShutdown();
     EXPECT_EQ(m_sink.Take(), "Open 0, Open 0");
 }
@@ -167,7 +167,7 @@ TEST_P(TeardownAsync, WithoutAnAttachedThreadAnOpenIsRefusedAndTracedWhy) {
     EXPECT_EQ(m_sink.Take(), "Open 0");
 }
 
-// What a host does inside the first of two callbacks that wait.
+// What a host calls inside the first of two pending callbacks.
 TEST_P(TeardownAsync, AStatusCallbackMayEndAnything) {
     const auto shutDown = [] { EXPECT_EQ(CacheFileShutdown(), 0); };
     const std::pair<std::function<void(Recording&)>, const char*> aCases[] = {
@@ -181,7 +181,7 @@ TEST_P(TeardownAsync, AStatusCallbackMayEndAnything) {
         Recording aRecording(Async, &m_sink);
         for (const char* const lpName : {"0", "1"})
             EXPECT_EQ(aRecording.Write(aRecording.Open(lpName), Pattern(50'000)), 0);
-        RunOn(Worker(), nullptr);  // both results wait now
+        RunOn(Worker(), nullptr);  // both results are pending now
         m_sink.m_onStatus = [&, &inside = act] { inside(aRecording); };
         try {
             CCmCallerThread::RunPending();

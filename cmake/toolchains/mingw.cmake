@@ -1,4 +1,5 @@
-# Windows (64 bit) from Linux: Debian's MinGW-w64 with POSIX threads, programs run under Wine.
+# Builds for 64-bit Windows on Linux with Debian's MinGW-w64 and POSIX threads. Programs run under
+# Wine.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
@@ -13,7 +14,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# Programs and library carry the compiler's runtime with them: no other DLL has to lie beside them.
+# Links the compiler's runtime statically, so that programs and library need no DLL of the compiler.
 set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
 set(CMAKE_SHARED_LINKER_FLAGS_INIT -static)
 set(CMAKE_MODULE_LINKER_FLAGS_INIT -static)

@@ -1,4 +1,4 @@
-/* Packs files into a container, the form in which whole recordings travel.
+/* Packs files into a container, which holds a whole recording in one file.
  *
  *     c_pack CONTAINER FILE...        (each FILE becomes a stream)
  */
@@ -23,7 +23,7 @@ static int pack(cachefile_packer* packer, const char* container, int count, char
         if (!succeeded(files[n], cachefile_packer_add_file(packer, &describer, files[n])))
             return 0;
     }
-    /* Until it is complete the container has another name, so nobody meets half of it. */
+    /* Until the container is complete, its file has another name. */
     return succeeded(container, cachefile_packer_write(packer, container));
 }
 

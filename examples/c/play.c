@@ -1,4 +1,4 @@
-/* The smallest player: reads back what c_record left, in synchronous mode.
+/* The smallest player: reads back the file that c_record wrote, in synchronous mode.
  *
  *     c_play [DIRECTORY]        (c_record's directory)
  */
@@ -14,8 +14,8 @@ static int succeeded(const char* step, int32_t result) {
     return 0;
 }
 
-/* Opens the file and reads it to its end. The host knows what it recorded: here data type 4, file
- * id 1004 and kind 4. From then on data is requested by that, not by file name. */
+/* Opens the file and reads it to its end. The host describes the file as data type 4, file id 1004
+ * and kind 4. Reads select the file by this description, not by its name. */
 static int play(cachefile_player* player, unsigned long* played) {
     cachefile_describer describer = CACHEFILE_DESCRIBER_INIT;
     cachefile_data_info info = CACHEFILE_DATA_INFO_INIT;
@@ -31,8 +31,8 @@ static int play(cachefile_player* player, unsigned long* played) {
         if (!succeeded("read", cachefile_player_read_sync(player, &info, buffer,
                                                           (uint32_t)*played, RUN, &length)))
             return 0;
-        *played += length; /* a player would use the bytes in buffer here */
-    } while (length == RUN); /* fewer bytes are the end of the file */
+        *played += length; /* a real player would use the bytes in buffer here */
+    } while (length == RUN); /* a short read means the end of the file */
     return 1;
 }
 

@@ -1,5 +1,5 @@
-/* Plays all streams of a container in asynchronous mode: the worker thread reads, and what it read
- * comes back on this thread.
+/* Plays all streams of a container in asynchronous mode. The worker thread reads, and this thread
+ * receives the bytes.
  *
  *     c_play_container CONTAINER
  */
@@ -15,20 +15,20 @@ static int succeeded(const char* step, int32_t result) {
     return 0;
 }
 
-/* Where the host is in the container. The callbacks get it as their user pointer. */
+/* The position in the container. The callbacks receive it as their user pointer. */
 struct state {
     cachefile_player* player;
     cachefile_data_info info; /* the current stream */
     size_t next;              /* the number of the stream after it */
     uint32_t length;          /* its length */
-    uint32_t offset;          /* how much of it was played */
+    uint32_t offset;          /* how many bytes of it were played */
     unsigned long played;
     int done;
     int failed;
     unsigned char buffer[RUN]; /* must stay valid until on_data is called, so it is here */
 };
 
-/* Goes on to the next stream. */
+/* Selects the next stream. */
 static int32_t select_stream(struct state* state) {
     cachefile_describer stream = CACHEFILE_DESCRIBER_INIT;
     int32_t result = cachefile_player_get_stream(state->player, state->next++, &stream);
@@ -40,7 +40,7 @@ static int32_t select_stream(struct state* state) {
     return cachefile_player_stream_length(state->player, &state->info, &state->length);
 }
 
-/* Requests the next run: of this stream, or of the next one that is not empty. */
+/* Reads the next bytes of this stream, or of the next stream that is not empty. */
 static void read_more(struct state* state) {
     uint32_t left;
     while (state->offset == state->length) {
@@ -69,12 +69,12 @@ static void on_data(void* user, void* request, void* data, uint32_t length,
                     const cachefile_data_info* info) {
     struct state* state = user;
     (void)request;
-    (void)data; /* a player would use the bytes here */
+    (void)data; /* a real player would use the bytes here */
     (void)info;
     state->played += length;
     state->offset += length;
     if (length == 0)
-        state->failed = 1; /* the container is shorter than it says */
+        state->failed = 1; /* the file has become shorter */
     else
         read_more(state);
 }
@@ -103,7 +103,7 @@ int main(int argc, char** argv) {
     if (succeeded("create", cachefile_player_create(1, CACHEFILE_ASYNC | CACHEFILE_DOWNLOAD,
                                                     &callbacks, &state.player)))
         played = play(&state, argv[1]);
-    cachefile_player_destroy(state.player); /* ends the worker thread too */
+    cachefile_player_destroy(state.player); /* also ends the worker thread */
     cachefile_caller_detach();
     if (!played) return 1;
     printf("played %lu bytes of %s\n", state.played, argv[1]);

@@ -1,5 +1,5 @@
-/* An asynchronous recorder with a loop of its own: the library's worker thread does all file work,
- * and what it reports comes back on this thread.
+/* An asynchronous recorder with its own event loop. The library's worker thread does all file work,
+ * and this thread receives its reports.
  *
  *     c_record [DIRECTORY]
  */
@@ -18,14 +18,14 @@ static int succeeded(const char* step, int32_t result) {
     return 0;
 }
 
-/* What the callback knows of this recording. */
+/* The state of the recording, which the callback receives as its user pointer. */
 struct reports {
     int opened;
     int failed;
 };
 
-/* Every open is reported; a close or a write only when it failed. Runs on this thread, inside
- * cachefile_caller_wait_and_run or cachefile_shutdown. */
+/* Receives the result of every open, and of a close or a write only if it failed. Runs on this
+ * thread, inside cachefile_caller_wait_and_run or cachefile_shutdown. */
 static void on_status(void* user, int32_t operation, int32_t result) {
     struct reports* reports = user;
     const char* step = operation == CACHEFILE_OP_OPEN ? "open" : "write or close";
@@ -33,14 +33,14 @@ static void on_status(void* user, int32_t operation, int32_t result) {
     if (!succeeded(step, result)) reports->failed = 1;
 }
 
-/* The loop: one piece a tick, and between the ticks whatever the worker has reported. */
+/* The event loop: writes one piece at each tick, and runs callbacks between the ticks. */
 static int record_pieces(cachefile_writer* writer, uint32_t file, const struct reports* reports) {
     unsigned char piece[PIECE_SIZE];
     int number;
     for (number = 0; number < PIECES; ++number) {
         if (!succeeded("run", cachefile_caller_wait_and_run(TICK_MILLISECONDS, NULL))) return 0;
         if (reports->failed) return 0;
-        memset(piece, number, sizeof piece); /* what a microphone would deliver */
+        memset(piece, number, sizeof piece); /* the data that a microphone would deliver */
         /* The piece is copied. The file need not be open yet: operations run in order. */
         if (!succeeded("write", cachefile_writer_append(writer, file, piece, sizeof piece)))
             return 0;
@@ -60,10 +60,10 @@ static int record(const char* directory, struct reports* reports) {
         !succeeded("create", cachefile_writer_create(RECORD_ID, CACHEFILE_ASYNC, &callbacks,
                                                      &writer)))
         return 0;
-    /* 0 means that the open was queued; its outcome comes to on_status. */
+    /* 0 means that the open was queued. on_status receives its result. */
     recorded = succeeded("open", cachefile_writer_open(writer, FILE_NAME, &file)) &&
                record_pieces(writer, file, reports);
-    /* Shutting down before the writer is destroyed delivers even the last report. */
+    /* The shutdown comes before the destroy, so that on_status receives even the last report. */
     cachefile_shutdown();
     cachefile_writer_destroy(writer);
     return recorded && reports->opened && !reports->failed;
@@ -74,7 +74,7 @@ int main(int argc, char** argv) {
     struct reports reports = {0, 0};
     int recorded;
 
-    /* Without this an asynchronous open is refused. */
+    /* Without this, asynchronous opens are refused. */
     if (!succeeded("attach", cachefile_caller_attach())) return 1;
     recorded = record(directory, &reports);
     cachefile_caller_detach();

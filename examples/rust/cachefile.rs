@@ -1,6 +1,6 @@
-//! What this host uses of cachefile_c.h, declared for Rust. The comments are in that header.
+//! Rust declarations for a part of cachefile_c.h, which has the comments.
 //!
-//! The structs carry their size, so one that is declared wrongly here is refused by the library.
+//! Each struct contains its size, so the library refuses one that is declared too small here.
 
 use std::mem::size_of;
 use std::os::raw::{c_char, c_void};

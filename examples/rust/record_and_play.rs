@@ -13,11 +13,11 @@ const RECORD_ID: u32 = 5;
 const RUN: u32 = 4096;
 
 fn text(pointer: *const c_char) -> String {
-    // The library's texts live as long as the library.
+    // The texts of the library are valid while it is loaded.
     unsafe { CStr::from_ptr(pointer) }.to_string_lossy().into_owned()
 }
 
-/// Result codes as Rust has them.
+/// Converts a result code to a Rust result.
 fn check(step: &str, result: i32) -> Result<(), String> {
     match result {
         0 => Ok(()),
@@ -29,8 +29,8 @@ fn c_string(text: &str) -> Result<CString, String> {
     CString::new(text).map_err(|error| error.to_string())
 }
 
-/// What the callbacks know. They run on this thread, inside wait_and_run or shutdown; so the host
-/// must not hold a reference to it then, and passes a pointer around.
+/// The state that the callbacks use. They run on this thread, inside wait_and_run or shutdown. The
+/// host must not hold a reference to it during these calls, so it uses a raw pointer.
 #[derive(Default)]
 struct Host {
     opens: u32,
@@ -57,7 +57,7 @@ extern "C" fn on_data(
     _info: *const DataInfo,
 ) {
     let host = unsafe { &mut *(user as *mut Host) };
-    // The memory was handed out to us: it is read here, and freed by the matching function.
+    // This host owns the memory and frees it with the library's function.
     let bytes = unsafe { std::slice::from_raw_parts(data as *const u8, length as usize) };
     host.played.extend_from_slice(bytes);
     unsafe { cachefile_free(data) };
@@ -70,7 +70,7 @@ fn record(host: NonNull<Host>, bytes: &[u8]) -> Result<(), String> {
     let mut writer = null_mut();
     unsafe { check("create", cachefile_writer_create(RECORD_ID, ASYNC, &callbacks, &mut writer))? };
     let recorded = unsafe { write_pieces(writer, &name, bytes) };
-    // Shutting down before the writer is destroyed delivers even the last report.
+    // The shutdown comes before the destroy, so that on_status receives even the last report.
     unsafe {
         cachefile_shutdown();
         cachefile_writer_destroy(writer);
@@ -115,7 +115,7 @@ unsafe fn read_to_end(
         }
         match (*host.as_ptr()).last_run {
             Some(RUN) => offset += RUN,
-            _ => return Ok(()), // fewer bytes are the end of the file
+            _ => return Ok(()), // a short read means the end of the file
         }
     }
 }
@@ -131,7 +131,7 @@ fn run(directory: &str, host: NonNull<Host>) -> Result<usize, String> {
         return Err(reason.clone());
     }
     if host.opens != 2 || host.played != bytes || unsafe { cachefile_lost_bytes() } > 0 {
-        return Err(format!("{} opens, {} bytes came back", host.opens, host.played.len()));
+        return Err(format!("{} opens reported, {} bytes played", host.opens, host.played.len()));
     }
     Ok(bytes.len())
 }
@@ -139,7 +139,7 @@ fn run(directory: &str, host: NonNull<Host>) -> Result<usize, String> {
 fn main() {
     let directory = std::env::args().nth(1).unwrap_or_else(|| "recordings".to_string());
     let host = Box::into_raw(Box::new(Host::default()));
-    // The main thread drives the library; without this an asynchronous open is refused.
+    // All calls are made on the main thread. Without this, asynchronous opens are refused.
     let outcome = check("attach", unsafe { cachefile_caller_attach() })
         .and_then(|_| run(&directory, NonNull::new(host).unwrap()));
     unsafe {

@@ -1,9 +1,9 @@
-"""Measures all streams of many containers, on as many machines as Dask has.
+"""Measures all streams of many containers, on all machines of a Dask cluster.
 
     many_containers.py [--scheduler ADDRESS] [--workers N] CONTAINER...
 
-CONTAINER is a path that all workers see, or a URL. Without a scheduler it starts one on this
-machine, with two workers. Prints a line for each data type.
+CONTAINER is a path that all workers can open, or a URL. Without a scheduler it starts one on this
+machine, with two workers. Prints one line for each data type.
 """
 
 from __future__ import annotations
@@ -16,7 +16,7 @@ import cachefile
 
 
 class Totals(NamedTuple):
-    """What is known of some streams. Adding up is the same in any order."""
+    """Totals of some streams. They can be added in any order."""
 
     streams: int = 0
     size: int = 0
@@ -29,9 +29,9 @@ class Totals(NamedTuple):
 
 
 def measure(container: str) -> Iterator[Tuple[int, Totals]]:
-    """Runs on a worker: data type and totals of each stream of one container.
+    """Yields the data type and totals of each stream of one container. Runs on a worker.
 
-    It opens the container there, so only its name and the results travel.
+    The worker opens the container, so only its name and the results are transferred.
     """
     with cachefile.open(container) as recording:
         for stream in recording.streams:
@@ -39,10 +39,10 @@ def measure(container: str) -> Iterator[Tuple[int, Totals]]:
 
 
 def totals_by_type(containers: Sequence[str], function: Any = measure) -> Dict[int, Totals]:
-    """Maps function over the containers and combines what it yields for each data type.
+    """Applies function to each container and combines the results for each data type.
 
-    Work that was lost with a worker is done again by another one; as it changes nothing, the
-    result is the same.
+    If a worker dies, another one repeats its work. The result is the same, because reading changes
+    nothing.
     """
     from dask import bag
 
@@ -58,7 +58,7 @@ def totals_by_type(containers: Sequence[str], function: Any = measure) -> Dict[i
 
 
 def connect(scheduler: str = "", workers: int = 2) -> Any:
-    """A client of this scheduler, or of a cluster on this machine that only it can reach."""
+    """Returns a client of the scheduler, or of a new cluster on this machine."""
     from dask.distributed import Client
 
     if scheduler:

@@ -1,10 +1,10 @@
-"""Holds the package against the command line's own code, over many containers.
+"""Compares the package with the code of the command line on many containers.
 
     agreement.py EXAMINE-MANY DIRECTORY [--count N] [--seed N] [--corpus DIRECTORY]
 
-Both read the same containers: those of the corpus, and N random ones, most of them damaged. They
-have to agree on streams, lengths, findings, file version and time stamp. Needs nothing but Python;
-runs once with NumPy, where that is installed, and once without.
+Both read the same containers: those of the corpus, and N random ones, most of them damaged. The
+streams, lengths, findings, file version and time stamp must be equal. Needs only Python. Runs once
+without NumPy and, if it is installed, once with it.
 """
 
 import argparse
@@ -27,7 +27,7 @@ def entry(tag, number, extra, offset, noted, following):
 
 
 def make(rand):
-    """A whole container: entries and data in some order, perhaps with gaps, notes and chains."""
+    """Returns an undamaged container: entries and data in some order, some with gaps and notes."""
     count, chained = rand.randint(1, 9), rand.random() < 0.6
     scattered = chained and rand.random() < 0.5
     pieces = [("entry", i) for i in range(1, count)] + [("data", i) for i in range(count)]
@@ -52,7 +52,7 @@ def make(rand):
 
 
 def damage(rand, data, places):
-    """Changes one thing: a word of header or index, a bit, or the end of the file."""
+    """Makes one change: a word of the header or the index, a bit, or the end of the file."""
     kind = rand.randrange(8)
     if kind == 0:
         return data[:rand.randint(0, len(data))]
@@ -81,7 +81,7 @@ def containers(seed, count):
 
 
 def look(path):
-    """What the package finds, in the form of the other side."""
+    """Returns what the package reads, in the form of the other program's output."""
     found = {"streams": [], "version": None, "stamp": None}
     found["findings"] = [[f.severity.value, f.code, f.offset] for f in cachefile.examine(path, None)]
     try:
@@ -120,7 +120,7 @@ def main():
     result = subprocess.run([options.program], input="\n".join(paths) + "\n", text=True, check=True,
                             stdout=subprocess.PIPE)
     expected = [json.loads(line) for line in result.stdout.splitlines()]
-    assert len(expected) == len(paths), "one answer for each container"
+    assert len(expected) == len(paths), "one line for each container"
     failed = 0
     for numpy in {_np.numpy, None}:
         _np.numpy = numpy

@@ -1,4 +1,4 @@
-"""What the tests share. The environment names the programs to compare with:
+"""Fixtures of the tests. The environment names the programs to compare with:
 
 CACHEFILE_TOOL     the command line
 CACHEFILE_LIBRARY  the shared library
@@ -24,7 +24,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "tests"))  # containe
 
 @pytest.fixture(params=["numpy", "plain"])
 def either(request, monkeypatch):
-    """Runs the test with NumPy and without."""
+    """Runs the test with and without NumPy."""
     if request.param == "plain":
         monkeypatch.setattr(_np, "numpy", None)
     elif _np.numpy is None:
@@ -37,7 +37,7 @@ def tool():
 
 
 class Server:
-    """A real web server on the loopback; it counts the requests of a test."""
+    """A web server on the loopback interface, which logs the requests of a test."""
 
     def __init__(self, directory):
         self.root = directory / "root"
@@ -70,20 +70,20 @@ class Server:
                 return
             except OSError:
                 time.sleep(0.05)
-        raise RuntimeError("nginx does not answer")
+        raise RuntimeError("nginx does not respond")
 
     def url(self, name):
         return f"http://127.0.0.1:{self._port}/{name}"
 
     def _settle(self):
-        """One more request: when it is answered, the earlier ones are in the log."""
+        """Makes one more request. After its response the earlier requests are in the log."""
         try:
             urllib.request.urlopen(self.url("settle"), timeout=5)
         except urllib.error.HTTPError:
             pass
 
     def requests(self):
-        """(method, bytes sent) of each request since the last call."""
+        """Returns (method, bytes sent) of each request since the last call."""
         self._settle()
         lines = [line.split() for line in self._log.read_text().splitlines()]
         with self._log.open("w"):

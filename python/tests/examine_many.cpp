@@ -4,8 +4,8 @@
 #include "tools/cachefile/Findings.h"
 #include "tools/cachefile/JsonDocument.h"
 
-// Loads and examines each container whose path comes as a line of standard input, as the command
-// line does, and prints one line of JSON for it: what Python has to agree with.
+// Reads paths of containers from standard input, one per line. Loads and checks each container like
+// the command line and prints one line of JSON, which agreement.py compares.
 
 namespace {
 

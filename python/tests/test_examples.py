@@ -1,4 +1,4 @@
-"""The documented examples: many containers on a cluster, and the way to a plot."""
+"""Tests of the documented examples: many containers on a cluster, and the plot."""
 
 import math
 import os
@@ -21,7 +21,7 @@ COUNT = 1000
 
 @pytest.fixture(scope="module")
 def containers(server):
-    """A thousand small containers in a directory that the web server serves too."""
+    """Creates a thousand small containers in a directory of the web server."""
     directory = server.root / "thousand"
     directory.mkdir()
     for i in range(COUNT):
@@ -32,7 +32,7 @@ def containers(server):
 
 
 def write_unsynced(path, content):
-    """The disk need not have a thousand test files for good."""
+    """Packs without fsync, which would take long for a thousand test files."""
     sync, os.fsync = os.fsync, lambda descriptor: None
     try:
         cachefile.pack(path, content)
@@ -57,7 +57,7 @@ def expected(many):
 
 
 def measure_and_die_once(name):
-    """As the example's; but the first process that comes to the 500th container is killed."""
+    """As the example's measure, but kills the first process that reads the 500th container."""
     import many_containers
     if name.endswith("/500.container"):
         try:
@@ -81,7 +81,7 @@ def test_a_killed_worker_changes_nothing(server, containers, cluster, tmp_path):
     before = set(client.run(os.getpid).values())
 
     def measure(name, marker=marker):
-        os.environ["DIE_ONCE"] = marker  # a worker that was started again does not have it
+        os.environ["DIE_ONCE"] = marker  # a restarted worker does not have it
         return measure_and_die_once(name)
 
     paths = [str(server.root / name) for name in containers]
@@ -91,7 +91,7 @@ def test_a_killed_worker_changes_nothing(server, containers, cluster, tmp_path):
 
 
 def test_from_a_recording_to_a_plot(tmp_path):
-    """The ten lines of the page are the example, and they make a picture with both voices in it."""
+    """The page shows the example, and the picture contains both voices."""
     pytest.importorskip("matplotlib")
     script = (EXAMPLES / "plot_voices.py").read_text()
     assert len(script.splitlines()) == 10 and script in PAGE.read_text()
@@ -114,7 +114,7 @@ def test_from_a_recording_to_a_plot(tmp_path):
 
 
 def test_the_code_of_the_page_runs(tmp_path, monkeypatch):
-    """Its other blocks, one after the other, in a directory with the recording that they name."""
+    """Runs the other blocks of the page in order, in a directory with the recording they use."""
     monkeypatch.chdir(tmp_path)
     blocks = re.findall(r"```python\n(.*?)```", PAGE.read_text(), re.S)
     assert len(blocks) >= 5

@@ -1,4 +1,4 @@
-"""Packing: byte for byte what the library's writer makes of the same streams."""
+"""Tests that packing gives the same bytes as the library's writer."""
 
 import ctypes
 import itertools
@@ -14,7 +14,7 @@ from cachefile import Code, layout
 
 
 def random_streams(rand):
-    """Distinct streams in any order, some empty, with extra values; perhaps a conf stream."""
+    """Returns distinct streams in any order, some empty, with extra values."""
     ids = lambda tag: layout.file_id(tag, rand.choice([0, 1, 7, 4294967, 0x1FFFFFFF]))
     tags = [rand.choice(list(layout.TAGS)) for _ in range(rand.randint(1, 12))]
     streams = {}
@@ -77,7 +77,7 @@ def test_a_directory_gives_the_bytes_of_the_tool(tmp_path, tool):
 
 
 class Sparse(os.PathLike):
-    """A file of 4 GiB that takes no space."""
+    """A sparse file of 4 GiB."""
 
     def __init__(self, path):
         self.path = path

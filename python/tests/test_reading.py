@@ -1,4 +1,4 @@
-"""Reading containers and directories, whole and damaged, with NumPy and without."""
+"""Tests of reading containers and directories, undamaged and damaged."""
 
 import io
 import itertools
@@ -20,7 +20,7 @@ lenient = settings(suppress_health_check=[HealthCheck.function_scoped_fixture], 
 
 
 def describers():
-    """Streams that a container can hold; few enough types and numbers for them to meet."""
+    """Streams that a container can hold. Types and numbers are few, so that some are equal."""
     pairs = st.sampled_from([pair for tag, pair in layout.TAGS.items() if tag not in (274, 284)])
     return st.tuples(pairs, st.integers(0, 3)).map(
         lambda one: (one[0][0], one[1] * 1000 + one[0][0], one[0][1]))
@@ -115,7 +115,7 @@ def test_a_special_file_is_refused(tmp_path):
 
 @pytest.mark.parametrize("first,back", [(i, j) for i in range(9) for j in range(i + 1)])
 def test_every_circle_is_cut_where_it_closes(make, first, back):
-    """Also when the header counts more entries than a walk would ever read."""
+    """The header may count more entries than a walk reads."""
     streams = [(268 if i % 2 else 300, i, b"") for i in range(9)]
     entries = {first: {"next": HEADER + ENTRY * back}}
     for count in (first + 2, 20, 0xFFFFFFFF):
@@ -126,7 +126,7 @@ def test_every_circle_is_cut_where_it_closes(make, first, back):
 
 
 class Endless(sources.Source):
-    """A sparse file of 4 GiB whose index never ends; it counts what is read of it."""
+    """A sparse file of 4 GiB whose index never ends. It counts the reads."""
 
     size = 1 << 32
 
@@ -163,7 +163,7 @@ def test_an_endless_index_ends_at_the_budget(monkeypatch, index_type, step, tag,
 
 
 def test_both_ways_to_derive_lengths_agree(monkeypatch, make):
-    """The fast one is used for large indexes only; random words are the worst case."""
+    """The fast way is used only for large indexes. Random words are the worst case."""
     import random
     rand = random.Random(7)
     for count, index_type in itertools.product([1, 2, 70, 300], [0, 1]):

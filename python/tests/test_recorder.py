@@ -1,4 +1,4 @@
-"""Recording through the library (CACHEFILE_LIBRARY). Needs nothing but Python."""
+"""Tests of recording with the library (CACHEFILE_LIBRARY). Needs only Python."""
 
 import asyncio
 import os
@@ -16,7 +16,7 @@ PIECES = [bytes([i]) * (i * 997 % 40_000) for i in range(200)]
 
 
 def pieces():
-    """Each piece in a form of its own, whose memory the library has to find."""
+    """Yields the pieces as different bytes-like objects."""
     for i, piece in enumerate(PIECES):
         yield [bytes, bytearray, memoryview, lambda b: memoryview(bytearray(b + b))[:len(b)]][i % 4](
             piece)
@@ -55,7 +55,7 @@ class RecorderTest(unittest.TestCase):
                 for piece in pieces():
                     await stream.send(piece)
                 while not runs:
-                    await asyncio.sleep(0)  # the result of the open comes through the descriptor
+                    await asyncio.sleep(0)  # the descriptor reports the result of the open
                 return runs
 
         recorder.set_pending_limit(65_536)
@@ -98,7 +98,7 @@ class RecorderTest(unittest.TestCase):
         self.expect(s4_7004_4=b"kept")
 
     def test_losses_and_failures_are_exceptions_with_their_code(self):
-        """In a process of its own: the limit of the file size and the count of losses stay."""
+        """Uses a separate process, because the file size limit and the count of losses remain."""
         script = textwrap.dedent("""
             import resource, sys, cachefile
             resource.setrlimit(resource.RLIMIT_FSIZE, (100_000, 100_000))

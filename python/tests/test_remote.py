@@ -1,4 +1,4 @@
-"""Containers behind HTTP, read by ranges from a real server on the loopback."""
+"""Tests of containers that are read by ranges from a web server on the loopback interface."""
 
 import random
 
@@ -37,7 +37,7 @@ def test_a_small_container_takes_two(server):
 
 
 def test_a_spread_index_takes_one_request_for_each_block(server):
-    """Entries in random order over eight blocks, some of them across two."""
+    """Entries in random order in eight blocks; one crosses two blocks."""
     rand, size = random.Random(3), 8 * sources.BLOCK
     places = [24] + rand.sample(range(100, size - 32, 64), 400) + [sources.BLOCK * 3 - 10]
     data = bytearray(size)

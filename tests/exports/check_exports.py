@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Compares what the shared library exports with exports.txt, the same list on every system.
+"""Compares the exported names of the shared library with exports.txt.
 
 usage: check_exports.py LIBRARY EXPORTS.TXT [--write]
 
-Names are compared without regard to how a system spells its 32- and 64-bit integers. Type
-information and thunks are the compiler's business and are left out.
+The list is the same on every system: names are compared independently of the types that a system
+uses for 32- and 64-bit integers. Type information and thunks depend on the compiler and are left
+out.
 """
 import re
 import subprocess

@@ -15,7 +15,7 @@ namespace {
 
 constexpr int c_nNever = -1;
 
-// Set while no worker runs.
+// Set only while no worker is running.
 std::atomic<Faults::Call> s_aCall{};
 std::atomic<int> s_nNth{c_nNever};
 std::atomic<bool> s_bForEver{false};
@@ -25,9 +25,9 @@ std::atomic<std::chrono::milliseconds> s_aWriteDelay{};
 std::atomic<int> s_nCalls{0};
 std::atomic<int> s_nFailures{0};
 std::function<void()> s_beforeFailure;
-std::atomic<bool> s_bOwed{false};  // a part was transferred, and the next call fails
+std::atomic<bool> s_bOwed{false};  // half of a transfer was done, and the next call must fail
 
-/// Whether this call fails, with errno set then.
+/// Returns whether this call must fail, and sets errno if so.
 bool Fails(Faults::Call aCall) {
     if (s_nNth == c_nNever || aCall != s_aCall) return false;
     const int nCall = ++s_nCalls;
@@ -37,10 +37,10 @@ bool Fails(Faults::Call aCall) {
     return true;
 }
 
-/// Half of a transfer of so many bytes; whole words, which the tests' files are made of.
+/// Returns half of a transfer, in whole words, because the test files consist of words.
 std::size_t HalfOf(std::size_t nBytes) { return nBytes / 2 & ~std::size_t{3}; }
 
-/// A transfer as the system fails it: one call reports the part that was done, the next one fails.
+/// Fails a transfer as the system does: one call transfers a part, and the next one fails.
 template <class Transfer>
 ssize_t Transferred(Faults::Call aCall, std::size_t nCount, Transfer aTransfer) {
     const bool bOwed = aCall == s_aCall && s_bOwed.exchange(false);
@@ -109,7 +109,9 @@ FAULT_WRAP(off_t, lseek, (int nFile, off_t nTo, int nFrom), -1, (nFile, nTo, nFr
 FAULT_WRAP(int, ftruncate, (int nFile, off_t nSize), -1, (nFile, nSize))
 FAULT_WRAP(int, rename, (const char* lpFrom, const char* lpTo), -1, (lpFrom, lpTo))
 
-int __wrap_fsync(int) { return Fails(Faults::Call_fsync) ? -1 : 0; }  // no test needs the disk
+int __wrap_fsync(int) {
+    return Fails(Faults::Call_fsync) ? -1 : 0;
+}  // skipped: no test needs the disk
 
 int __real_openat(int nDirectory, const char* lpPath, int nFlags, ...);
 int __wrap_openat(int nDirectory, const char* lpPath, int nFlags, ...) {
@@ -122,7 +124,7 @@ int __wrap_openat(int nDirectory, const char* lpPath, int nFlags, ...) {
 
 ssize_t __real_write(int nFile, const void* lp, std::size_t nCount);
 ssize_t __wrap_write(int nFile, const void* lp, std::size_t nCount) {
-    if (nCount == 1) return __real_write(nFile, lp, nCount);  // a wake-up through a pipe
+    if (nCount == 1) return __real_write(nFile, lp, nCount);  // a wake-up, not file data
     std::this_thread::sleep_for(s_aWriteDelay.load());
     return Transferred(Faults::Call_write, nCount,
                        [&](std::size_t nPart) { return __real_write(nFile, lp, nPart); });
@@ -148,7 +150,8 @@ int __wrap_fflush(std::FILE* p) {
 
 int __real_fclose(std::FILE* p);
 int __wrap_fclose(std::FILE* p) {
-    const int nResult = __real_fclose(p);  // closed it is, whatever it says
+    const int nResult =
+        __real_fclose(p);  // the file is closed even if this call then reports a failure
     return Fails(Faults::Call_fclose) ? EOF : nResult;
 }
 }

@@ -3,11 +3,11 @@
 #include <chrono>
 #include <functional>
 
-/// Stands between the library and the system: the linker leads these calls here. A write or read
-/// that is to fail transfers half of its bytes, and the next one fails.
+/// Makes system calls of the library fail. The linker replaces these calls (--wrap). A write or
+/// read that must fail transfers half of its bytes, and the next one fails.
 namespace Faults {
 
-/// X(function, what it returns when it fails)
+/// X(function, return value on failure)
 #define FAULT_CALLS(X) \
     X(openat, -1)      \
     X(fstat, -1)       \
@@ -33,16 +33,16 @@ enum Call {
 
 const char* NameOf(Call aCall);
 
-/// From now on the nNth of these calls fails, or that one and all behind it.
+/// Makes the nNth of these calls fail, counted from now, or also all later ones.
 void Arm(Call aCall, int nNth, bool bForEver, int nErrno);
 
-/// No more failures. How many there were.
+/// Ends the failures and returns how many there were.
 int Disarm();
 
-/// Runs aWork once, when the next transfer that is to fail has done its part.
+/// Runs aWork once, after the next failing transfer has done its first half.
 void RunBeforeFailure(std::function<void()> aWork);
 
-/// How long each write takes besides its work.
+/// Delays each write by this time.
 void SetWriteDelay(std::chrono::milliseconds aDelay);
 
 }  // namespace Faults

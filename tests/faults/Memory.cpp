@@ -15,7 +15,7 @@ std::atomic<std::size_t> s_nUsed{0};
 std::atomic<std::size_t> s_nPeak{0};
 std::atomic<std::size_t> s_nPieces{0};
 
-// Set while no worker runs.
+// Set only while no worker is running.
 std::atomic<int> s_nNth{c_nNever};
 std::atomic<bool> s_bForEver{false};
 

@@ -2,26 +2,28 @@
 
 #include <cstddef>
 
-/// The process's memory from operator new, which Memory.cpp replaces.
+/// Counts the memory that operator new allocates, and makes allocations fail. Memory.cpp replaces
+/// operator new.
 namespace Memory {
 
-/// Starts counting the peak anew; returns how many bytes are in use.
+/// Resets the peak and returns how many bytes are in use.
 std::size_t StartPeak();
 std::size_t Peak();
 
-/// How many pieces are in use.
+/// Returns how many allocations are in use.
 std::size_t InUse();
 
-/// How many requests this thread has made.
+/// Returns how many allocations this thread has made.
 std::size_t Requests();
 
-/// From now on the nNth request for memory gets none, or that one and all behind it.
+/// Makes the nNth allocation fail, counted from now, or also all later ones.
 void Arm(int nNth, bool bForEver);
 
-/// No more failures. How many there were.
+/// Ends the failures and returns how many there were.
 int Disarm();
 
-/// While one lives, requests of this thread never fail or may fail. At first a thread's may.
+/// While it exists, it sets whether allocations of this thread may fail. The default is that they
+/// may.
 class Scope {
  public:
     explicit Scope(bool bMayFail);

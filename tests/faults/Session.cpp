@@ -9,8 +9,8 @@
 
 namespace {
 
-/// A line begins with class and operation; those of failed checks and of the making of handlers
-/// have a form of their own.
+/// A trace line begins with class and operation. Lines of failed checks and of the creation of
+/// handlers have other forms.
 void ExpectLine(CmInt32, const char* lpText) {
     const Memory::Scope aOutside(false);
     const char* const lpColons = std::strstr(lpText, "::");
@@ -42,11 +42,11 @@ std::uint64_t FileModel::CountMissing() const {
     std::vector<CmUint32> vecWords(strFile.size() / 4);
     strFile.copy(reinterpret_cast<char*>(vecWords.data()), vecWords.size() * 4);
     std::vector<char> vecThere(m_dwNext);
-    CmUint32 dwLast = 0;  // of the words that were appended
+    CmUint32 dwLast = 0;  // the last word that was appended
     auto it = m_vecPieces.begin();
     for (std::size_t nAt = 0; nAt < vecWords.size(); ++nAt) {
         const CmUint32 dwWord = vecWords[nAt];
-        if (dwWord == 0) continue;  // a hole: what is missing is seen below
+        if (dwWord == 0) continue;  // a hole; missing words are counted below
         if (dwWord >= it->dwEnd || dwWord < it->dwFirst)
             it = std::find_if(m_vecPieces.begin(), m_vecPieces.end() - 1,
                               [&](const Piece& aPiece) { return dwWord < aPiece.dwEnd; });

@@ -10,21 +10,22 @@
 #include "tests/faults/Memory.h"
 #include "tests/support/HostTest.h"
 
-/// Numbered 32-bit words: every word of a record file tells where it comes from. 0 is none.
+/// Numbered 32-bit words, so that a test can find out which write a word comes from. 0 is a hole.
 CCmString Words(CmUint32 dwFirst, CmUint32 dwCount);
 
-/// A record file as the host knows it.
+/// The host's knowledge about a record file.
 class FileModel {
  public:
     explicit FileModel(const CCmString& strPath) : m_strPath(strPath) {}
 
-    /// The next dwWords words, which are meant for dwHome; 0xFFFFFFFF is behind those before.
+    /// Returns the next dwWords words, which the host will write at dwHome, or append if that is
+    /// 0xFFFFFFFF.
     const CCmString& NextPiece(CmUint32 dwWords, CmUint32 dwHome);
-    /// What came of that piece.
+    /// Records the result of that write.
     void SetResult(CmInt32 lResult) { m_vecPieces.back().bAccepted = lResult == 0; }
 
-    /// How many bytes the library has taken that the file doesn't hold. Fails the test if there is
-    /// a word in the file that wasn't given, or not for there, or only a part of an append.
+    /// Returns how many accepted bytes are not in the file. Fails the test if the file contains a
+    /// word that was not written, a word at a wrong offset, or only a part of an append.
     std::uint64_t CountMissing() const;
 
  private:
@@ -41,14 +42,15 @@ class FileModel {
     CCmString m_strPiece;
 };
 
-/// The host of a session, which holds the library to its promises while calls of the system fail
-/// or memory runs out. Its own requests for memory never fail.
+/// The host of a session. It checks the contracts of the library while system calls fail or memory
+/// runs out. Its own allocations never fail.
 class Session final : public IFileOpSink {
  public:
-    /// aCodes: which codes it may hear besides 0. bCallbacksMayMiss: memory runs out.
+    /// aCodes: the codes that are allowed besides 0. bCallbacksMayMiss: callbacks may be missing,
+    /// because memory runs out.
     Session(Mode aMode, std::set<CmInt32> aCodes, bool bCallbacksMayMiss);
 
-    /// Makes a call of the library: nothing is thrown, and a result is a code that may be heard.
+    /// Makes a call of the library, which must not throw and must return an allowed code.
     template <class Call>
     auto Do(Call aCall) -> decltype(aCall()) {
         const Memory::Scope aInside(true);
@@ -59,7 +61,7 @@ class Session final : public IFileOpSink {
         }
     }
 
-    /// An open, which will be reported in asynchronous mode if its result is 0, or in any case.
+    /// Makes an open. In asynchronous mode it must be reported if its result is 0, or always.
     template <class Call>
     CmInt32 DoOpen(Call aCall, bool bInAnyCase = false) {
         const CmInt32 lResult = Do(aCall);
@@ -67,7 +69,7 @@ class Session final : public IFileOpSink {
         return lResult;
     }
 
-    /// Writes the next piece of a file through aWrite(bytes, length).
+    /// Writes the next words of a file with aWrite(bytes, length).
     template <class Write>
     void DoWrite(FileModel& aModel, CmUint32 dwWords, CmUint32 dwHome, Write aWrite) {
         const CCmString& strPiece = aModel.NextPiece(dwWords, dwHome);
@@ -77,21 +79,21 @@ class Session final : public IFileOpSink {
         }));
     }
 
-    /// Reads from a file that holds strWhole, or from one that is whole only if all went well.
+    /// Reads from a file that contains strWhole, completely or only if no call failed.
     void DoRead(CPlayFileHandler* pHandler, const tagDataInfo& aInfo, const CCmString& strWhole,
                 CmUint32 dwOffset, CmUint32 dwLength, bool bWhole = true);
 
-    /// Runs callbacks, in asynchronous mode after everything that is queued for the worker.
+    /// Runs callbacks, in asynchronous mode after the worker has done everything in its queue.
     void Settle();
 
-    /// Ends the library's work; then everything has to add up.
+    /// Ends the library's work and checks all counts.
     void Finish(const std::vector<const FileModel*>& vecFiles);
 
     const Mode m_aMode;
 
  private:
     struct Read {
-        CCmString strBytes;  // what it gives
+        CCmString strBytes;  // the expected bytes
         bool bWhole;
     };
 
@@ -114,11 +116,11 @@ class Session final : public IFileOpSink {
     const std::set<CmInt32> m_codes;
     const bool m_bCallbacksMayMiss;
     LostBytes m_lost;
-    bool m_bFailed = false;                           // a code was heard
-    int m_nOpens = 0;                                 // that have to be reported
-    int m_aReports[5] = {};                           // by operation
-    int m_aFailures[5] = {};                          // those of them that aren't 0
-    int m_nShort = 0;                                 // reads that brought less than there is
-    int m_nNotWritten = 0;                            // reads that brought less than was written
-    std::map<const unsigned char*, Read> m_mapReads;  // accepted, not yet delivered
+    bool m_bFailed = false;                           // a call or callback has reported an error
+    int m_nOpens = 0;                                 // opens that must be reported
+    int m_aReports[5] = {};                           // callbacks by operation
+    int m_aFailures[5] = {};                          // those with an error
+    int m_nShort = 0;                                 // reads that returned less than the file has
+    int m_nNotWritten = 0;                            // reads that returned less than was written
+    std::map<const unsigned char*, Read> m_mapReads;  // accepted reads that are not yet delivered
 };

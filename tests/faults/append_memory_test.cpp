@@ -3,8 +3,8 @@
 #include "tests/faults/Memory.h"
 #include "tests/support/HostTest.h"
 
-/// What an append asks of the memory manager once a recording is under way: speed that a count
-/// holds, on any machine.
+/// Counts the allocations of an append during a recording. Unlike times, these counts are the same
+/// on any machine.
 using AppendMemory = HostModeTest;
 INSTANTIATE_BOTH_MODES(AppendMemory);
 
@@ -41,9 +41,9 @@ TEST_P(AppendMemory, NothingBetweenBlocksAndOnePieceForABlock) {
 
 TEST_P(AppendMemory, IsBoundedWhateverLengthsThePiecesOfManyStreamsHave) {
     constexpr std::size_t c_nStreams = 60;
-    constexpr std::size_t c_nMost = 65536;       // of a stream, between calls
-    constexpr std::size_t c_nOneStream = 2048;   // its file, its handle and its open stream
-    constexpr std::size_t c_nStored = 2U << 20;  // of the blocks kept for later
+    constexpr std::size_t c_nMost = 65536;       // a stream's memory between calls
+    constexpr std::size_t c_nOneStream = 2048;   // file object, handle and C stream
+    constexpr std::size_t c_nStored = 2U << 20;  // blocks that the store keeps
     const std::vector<unsigned char> vecBytes(3'000'000, 'x');
     Recording aRecording(GetParam(), &m_sink);
     std::vector<CmUint32> vecHandles;
@@ -64,7 +64,7 @@ TEST_P(AppendMemory, IsBoundedWhateverLengthsThePiecesOfManyStreamsHave) {
         vecHandles.push_back(aRecording.Open(std::to_string(i)));
     for (std::size_t i = 0; i < c_nStreams; ++i) {
         write(0, 1'900'000);
-        Settle();  // the worker gives the large block back before a small one is needed
+        Settle();  // the worker returns the large block before a small one is needed
         if (i > 0) write(i, 100);
     }
     expectBounded("small pieces beside large ones");
@@ -90,7 +90,7 @@ TEST_F(QueuedMemory, IsAboutWhatCountsAsPending) {
     const CmUint32 dwHandle = aRecording.Open("a");
     EXPECT_EQ(aRecording.Write(dwHandle, Pattern(1'900'000)), 0);
     EXPECT_EQ(aRecording.Write(dwHandle, Pattern(60'000)), 0);
-    Settle();  // the store now has blocks that are too large for what follows
+    Settle();  // the store now has blocks that are too large for the next writes
     const ThreadGate aGate(Worker());
     const CCmString strPiece = Pattern(100);
     const std::size_t nBefore = Memory::StartPeak();

@@ -4,7 +4,8 @@
 #include "tests/faults/Memory.h"
 #include "tests/support/HostTest.h"
 
-// A C host that runs out of memory: each call returns a code, nothing is thrown, nothing stays.
+// A C host that runs out of memory: each call returns a code and throws nothing, and no memory is
+// leaked.
 
 namespace {
 
@@ -13,7 +14,7 @@ class CSession {
     CSession(std::uint32_t dwFlags, std::set<std::int32_t> aCodes)
         : m_dwFlags(dwFlags), m_codes(std::move(aCodes)) {}
 
-    /// Records, plays, packs, and looks at the container.
+    /// Records, plays, packs, and reads the index of the container.
     void Run() {
         const Memory::Scope aInside{true};
         Expect(cachefile_set_trace([](void*, std::int32_t, const char*) {}, this,
@@ -104,7 +105,7 @@ class CSession {
 
 class CMemory : public testing::TestWithParam<std::uint32_t> {
  protected:
-    /// The pieces of memory that a session leaves.
+    /// Returns the number of allocations that a session leaves.
     std::size_t Left(const std::set<std::int32_t>& aCodes) {
         CSession aSession(GetParam(), aCodes);
         const std::size_t nBefore = Memory::InUse();
@@ -137,7 +138,7 @@ TEST_P(CMemory, EveryCallReturnsACodeAndNothingStays) {
     const std::size_t nLeft = Left({});
     int nMet = 1;
     int nNth = 0;
-    // After an open that failed, or without its container, a session goes on and gets other codes.
+    // After a failed open, or without its container, a session continues and gets other codes.
     const std::set<std::int32_t> aCodes{4001, 4002, 4006, 4007, 4010, 4011};
     while (nMet > 0 && !HasFailure()) {
         SCOPED_TRACE(++nNth);

@@ -12,7 +12,7 @@ constexpr CmUint32 c_dwWhole = 10'000;
 
 CCmString Home() { return ".\\kvr2\\7\\"; }
 
-/// The directory of the sessions that read, with a record file of c_dwWhole bytes.
+/// The directory of the sessions that read. It contains a record file of c_dwWhole bytes.
 CCmString MakeInput() {
     std::filesystem::create_directories("kvr2/7");
     const CCmString strIn = Words(1, c_dwWhole / 4);
@@ -22,7 +22,7 @@ CCmString MakeInput() {
 
 }  // namespace
 
-/// Two record files, appended to and written at offsets; one is closed, one left to Destroy.
+/// Appends to two record files and writes at offsets. Closes one; Destroy closes the other.
 void WriteSession(Session& aHost) {
     FileModel aAppended(Home() + "deep\\appended");
     FileModel aPlaced(Home() + "placed");
@@ -45,7 +45,7 @@ void WriteSession(Session& aHost) {
         for (const int i : {0, 1})
             aHost.DoOpen([&] { return pHandler->OpenWritingFile(aNames[i], aHandles[i]); });
         for (int i = 0; i < 7; ++i) append(1250);
-        place(100, 0, c_dwEnd);  // gathered, and passed on by the next one
+        place(100, 0, c_dwEnd);  // gathered, and passed on by the next write
         place(100, 400, 400);
         place(500, 4000, 4000);
         aHost.Do([&] { return pHandler->FlushData(aHandles[0]), 0; });
@@ -61,7 +61,7 @@ void WriteSession(Session& aHost) {
     aHost.Finish({&aAppended, &aPlaced});
 }
 
-/// A record file that is read, and one that is written and read.
+/// Reads a record file, and writes and reads another one.
 void PlayFilesSession(Session& aHost) {
     const CCmString strIn = MakeInput();
     FileModel aOut(Home() + "out");
@@ -98,7 +98,7 @@ void PlayFilesSession(Session& aHost) {
     aHost.Finish({&aOut});
 }
 
-/// A container of streams that are read.
+/// Reads the streams of a container.
 void PlayContainerSession(Session& aHost) {
     constexpr unsigned c_nStreams = 12;
     constexpr CmUint32 c_dwStream = 400;
@@ -134,7 +134,7 @@ void PlayContainerSession(Session& aHost) {
     aHost.Finish({});
 }
 
-/// Streams are packed into a container in an earlier one's place, whose index is then looked at.
+/// Packs streams into a container that replaces an earlier one, and reads its index.
 void PackSession(Session& aHost) {
     const CCmString strIn = MakeInput();
     const CCmString strEarlier = "an earlier container";
@@ -151,7 +151,7 @@ void PackSession(Session& aHost) {
         if (lResult == 0) lResult = aHost.Do([&] { return aWriter->Write(".\\packed"); });
     }
     CCmString strPacked = ReadBytes("packed");
-    // With a code too, if only the directory could not be synced.
+    // It also exists after a code if only the sync of the directory failed.
     if (lResult == 0 || strPacked != strEarlier) {
         EXPECT_EQ(strPacked.size(), c_nHeader + 3 * c_nEntry + 1000 + strIn.size() + c_nConfHeader);
         EXPECT_EQ(strPacked.substr(c_nHeader + 3 * c_nEntry, 1000 + strIn.size()),

@@ -15,7 +15,7 @@ TEST_F(SlowDisk, ALimitBoundsTheMemoryAndNothingAcceptedIsMissing) {
     Faults::SetWriteDelay(std::chrono::milliseconds(10));
     Recording aRecording(Async, &m_sink);
     const CmUint32 aHandles[c_nFiles] = {aRecording.Open("0"), aRecording.Open("1")};
-    // What is in the files, and how much of it has a piece that was refused before it.
+    // Collects the bytes of the files, and how many of them come after a refused write.
     CCmString aModels[c_nFiles];
     for (CCmString& strModel : aModels) strModel.reserve(8 * c_qwLimit);
 
@@ -29,7 +29,7 @@ TEST_F(SlowDisk, ALimitBoundsTheMemoryAndNothingAcceptedIsMissing) {
         if (lResult == 0) continue;
         ASSERT_EQ(lResult, 4013);
         qwMost = std::max(qwMost, CCacheFileManager::GetPendingBytes());
-        // A recorder that can wait tries again later; this one leaves the piece out.
+        // A recorder that can wait would try again later; this one skips the data.
         if (++nRefused % 5 == 0) CCmCallerThread::WaitAndRun(50);
     }
     EXPECT_EQ(nRefused, 50);

@@ -35,13 +35,13 @@ const Case c_aCases[] = {
     {"Pack", PackSession, Sync, c_szPacks},
 };
 
-/// Whether the library repeats a call that fails so, as if nothing had happened.
+/// Whether the library repeats a call that fails with this error.
 bool IsRepeated(Faults::Call aCall, int nErrno) {
     return nErrno == EINTR && aCall != Faults::Call_fclose && aCall != Faults::Call_fdopen &&
            aCall != Faults::Call_fflush;
 }
 
-/// The codes that may be heard when a call of the system fails so.
+/// The codes that are allowed when a system call fails with this error.
 std::set<CmInt32> CodesOf(Faults::Call aCall, int nErrno) {
     if (IsRepeated(aCall, nErrno)) return {};
     std::set<CmInt32> aCodes{4006, 4010};
@@ -52,7 +52,7 @@ std::set<CmInt32> CodesOf(Faults::Call aCall, int nErrno) {
     return aCodes;
 }
 
-/// A session in an empty directory, again and again with another failure.
+/// Repeats a session in an empty directory, each time with another failure.
 class Sweep : public testing::TestWithParam<Case> {
  protected:
     void Run(const std::set<CmInt32>& aCodes, bool bLowMemory) {
@@ -61,11 +61,11 @@ class Sweep : public testing::TestWithParam<Case> {
         GetParam().pSession(aHost);
     }
 
-    /// The pieces of memory and the open files that a session leaves behind.
+    /// Returns the number of allocations and open files that a session leaves.
     std::size_t CountLeft(const std::set<CmInt32>& aCodes, bool bLowMemory) {
         const std::size_t nBefore = Memory::InUse() + CountOpenFiles();
         Run(aCodes, bLowMemory);
-        if (HasFailure()) return 0;  // telling it takes memory too
+        if (HasFailure()) return 0;  // reporting a failure takes memory too
         return Memory::InUse() + CountOpenFiles() - nBefore;
     }
 
@@ -74,8 +74,8 @@ class Sweep : public testing::TestWithParam<Case> {
         return static_cast<std::size_t>(std::distance(begin(aOpen), end(aOpen)));
     }
 
-    /// Arms the 1st, 2nd, 3rd ... failure of a kind until a session meets none of them. A session
-    /// that met one is followed by one that has to go well.
+    /// Makes the 1st, 2nd, 3rd ... call of a kind fail, until a session has no failure. After each
+    /// session with a failure, another session must succeed.
     template <class Arm, class Disarm>
     void SweepAll(const std::set<CmInt32>& aCodes, bool bLowMemory, Arm aArm, Disarm aDisarm) {
         bool bMet = true;
@@ -92,11 +92,11 @@ class Sweep : public testing::TestWithParam<Case> {
 
     void SetUp() override {
         Run({}, false);
-        m_nLeft = CountLeft({}, false);  // threads that have ended leave an object behind
+        m_nLeft = CountLeft({}, false);  // each ended thread leaves an object
     }
     void TearDown() override { std::cout << m_nSessions << " sessions met a failure\n"; }
 
-    int m_nSessions = 0;  // that met a failure
+    int m_nSessions = 0;  // with a failure
 
  private:
     const Memory::Scope m_outside{false};
@@ -169,7 +169,7 @@ TEST_P(Fault, OfAnAppendIsUndoneWhereNobodyElseHasAppended) {
         CmUint32 dwOffset;
         std::function<void()> aMeanwhile;
         CCmString strFile;
-        std::string strTrace;  // besides the lines of the failed write
+        std::string strTrace;  // in addition to the lines of the failed write
     } aCases[] = {
         {"undone", c_dwEnd, nullptr, "before", ""},
         {"positioned", 3, nullptr, "bef" + strHalf, ""},

@@ -1,8 +1,8 @@
 #include "tests/faults/Memory.h"
 #include "tests/support/Player.h"
 
-/// A host that runs for a long time may attach, open and tear down any number of times without
-/// using more memory. Cycles that start a worker are few, because on a busy machine each one waits
+/// Checks that a long-running host can attach, open and shut down any number of times without using
+/// more memory. Only a few cycles start a worker, because on a busy machine each of them waits
 /// several times for a processor.
 class ThreadMemory : public HostTest {
  protected:
@@ -10,11 +10,11 @@ class ThreadMemory : public HostTest {
 
     template <class Cycle>
     static void ExpectNoGrowth(int nCycles, Cycle aCycle) {
-        aCycle();  // what is made once
+        aCycle();  // creates objects that exist once
         const std::size_t nPieces = Memory::InUse(), nBytes = Memory::StartPeak();
         for (int i = 0; i < nCycles; ++i) aCycle();
         EXPECT_EQ(Memory::InUse(), nPieces);
-        // The same piece may be in a chunk that is some bytes larger, so a few bytes are no leak.
+        // The allocator may use chunks that are slightly larger, so a few bytes are not a leak.
         EXPECT_LT(Memory::StartPeak(), nBytes + 8 * static_cast<std::size_t>(nCycles));
     }
 
@@ -28,7 +28,7 @@ TEST_F(ThreadMemory, AttachingAndDetachingLeavesNothing) {
     ExpectNoGrowth(3000, [this] { Reattach(); });
     CmUint32 dwHandle = 0;
     std::optional<Recording> aRecording;
-    ExpectNoGrowth(200, [&] {  // files hold the threads they were opened with, not for longer
+    ExpectNoGrowth(200, [&] {  // files hold their threads until they are closed
         aRecording.emplace(Async, nullptr);
         for (const char* lpName : {"a", "b"}) {
             dwHandle = aRecording->Open(lpName);

@@ -1,6 +1,6 @@
-# Installs the build BUILD and moves the result to PREFIX, so that a path that was recorded during
-# the installation leads nowhere. Removes CONSUMERS, which were built against an earlier installation.
-# With SOURCE, BUILD is made first: the static library alone.
+# Installs the build BUILD and moves the result to PREFIX, so that absolute paths from the
+# installation are invalid. Removes CONSUMERS, which were built against an earlier installation. If
+# SOURCE is set, first configures and builds only the static library in BUILD.
 if(SOURCE)
     execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE} -B ${BUILD} -G ${GENERATOR} ${OPTIONS}
                             -DCMAKE_BUILD_TYPE=${CONFIG} -DBUILD_SHARED_LIBS=OFF

@@ -8,13 +8,13 @@
 
 #include "platform/CmThreadManager.h"
 
-/// What became of the events that were made with it.
+/// Counts what happened to the events that were created with it.
 struct EventCounts {
     std::atomic<int> nFired{0};
     std::atomic<int> nDisposed{0};
 };
 
-/// An event that does what it is told and counts.
+/// An event that runs a function and counts.
 class TestEvent final : public ICmEvent {
  public:
     using Work = std::function<CmInt32()>;
@@ -32,10 +32,10 @@ class TestEvent final : public ICmEvent {
     const Work m_work;
 };
 
-/// Runs aWork on the thread behind everything queued for it, waits for it, returns its result.
+/// Runs aWork on the thread after everything in its queue, waits for it and returns its result.
 CmInt32 RunOn(const CRefPtr<ACmThread>& pThread, TestEvent::Work aWork);
 
-/// A flag that one thread raises and others wait for.
+/// A flag that one thread sets and others wait for.
 class Signal {
  public:
     void Raise();
@@ -47,8 +47,8 @@ class Signal {
     bool m_bRaised = false;  // guarded by m_mutex
 };
 
-/// Holds a thread up inside an event: from the construction on nothing of its queue runs, until
-/// the gate is opened.
+/// Blocks a thread inside an event, so that nothing else in its queue runs until the gate is
+/// opened.
 class ThreadGate {
  public:
     explicit ThreadGate(const CRefPtr<ACmThread>& pThread);

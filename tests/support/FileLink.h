@@ -7,37 +7,38 @@
 
 #include "fileop/FileOperation.h"
 
-/// What passes through a FileLink, and what is to fail there. Outlives the link.
+/// The calls of a FileLink, and which of them must fail. Outlives the link.
 struct LinkScript {
-    /// The calls since the last Take, one a line: "Open .\a 1", "Write abc@0", "Write <40000>@end",
-    /// "Read 100@60", "Flush", "Close".
+    /// The calls since the last Take, one per line: "Open .\a 1", "Write abc@0", "Write
+    /// <40000>@end", "Read 100@60", "Flush", "Close".
     std::string Take();
 
-    /// Given a call as above and its number from 1 on (Flush can't fail and has none), a code other
-    /// than 0 fails it without its reaching the link below.
+    /// Sets a function that receives a call as above and its number, counted from 1. (Flush cannot
+    /// fail and has no number.) If it returns a code other than 0, the call fails with it and is
+    /// not passed to the next link.
     using Fault = std::function<CmInt32(const std::string& strCall, int nCall)>;
 
-    /// From the next call on, on whatever thread it runs.
+    /// Takes effect with the next call, on any thread.
     void Fail(Fault aFault);
 
-    /// Fails every call that begins with strPrefix.
+    /// Makes every call that begins with strPrefix fail.
     void FailAll(const std::string& strPrefix, CmInt32 lCode);
 
     CmInt32 Note(const std::string& strCall);
 
-    std::thread::id m_thread;  ///< where the last call ran
-    bool m_bGone = false;      ///< the link has ended
+    std::thread::id m_thread;  ///< the thread of the last call
+    bool m_bGone = false;      ///< the link has been destroyed
 
  private:
     std::mutex m_mutex;
-    // All guarded by m_mutex.
+    // All are guarded by m_mutex.
     std::string m_strLog;
     Fault m_fault;
     int m_nCalls = 0;
 };
 
-/// A link of the chain that writes down the calls and can fail them. Without a link below it every
-/// other call succeeds and does nothing.
+/// A link of the chain that records the calls and can make them fail. If there is no next link, all
+/// other calls succeed and do nothing.
 class FileLink final : public IFileOperation {
  public:
     FileLink(LinkScript& aScript, IFileOperation* pBelow) : m_script(aScript), m_pBelow(pBelow) {}

@@ -6,7 +6,7 @@
 
 #include "platform/CmTypes.h"
 
-/// A directory of its own for a test: made and entered at the start, left and removed at the end.
+/// A new current directory for a test. It is removed at the end.
 class TestDir {
  public:
     TestDir();
@@ -19,22 +19,22 @@ class TestDir {
     std::filesystem::path m_path;
 };
 
-/// Paths are in the library's form or the standard library's, in the encoding of the process as
-/// those of record files; only Exists takes ASCII alone, as some systems have it in UTF-8.
+/// Paths have the form of the library or of the standard library, in the encoding of the process.
+/// Exists accepts only ASCII, because some systems expect UTF-8 there.
 bool Exists(const CCmString& strPath);
-CCmString ReadBytes(const CCmString& strPath);  // "<no file>" if there is none
+CCmString ReadBytes(const CCmString& strPath);  // "<no file>" if the file does not exist
 void WriteBytes(const CCmString& strPath, const CCmString& strBytes);
 
-/// dwLength bytes that differ from place to place.
+/// Returns dwLength bytes whose values depend on their position.
 CCmString Pattern(std::size_t dwLength, unsigned nStart = 0);
 
-/// What a file with these bytes holds after a write; 0xFFFFFFFF is its end.
+/// Applies a write to the bytes of a file; the offset 0xFFFFFFFF appends.
 void Overwrite(CCmString& strFile, const CCmString& strBytes, CmUint32 dwOffset);
 
-/// Empty when the strings are equal, else where they begin to differ.
+/// Returns an empty text if the strings are equal, otherwise where they begin to differ.
 std::string Difference(const CCmString& strGot, const CCmString& strWanted);
 
-/// Random numbers whose seed is printed; CACHEFILE_TEST_SEED in the environment repeats a run.
+/// Random numbers. The seed is printed; CACHEFILE_TEST_SEED in the environment repeats a run.
 class SeededRandom {
  public:
     SeededRandom();

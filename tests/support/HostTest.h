@@ -19,7 +19,7 @@ inline std::string ModeName(const testing::TestParamInfo<Mode>& aInfo) {
     return aInfo.param == Async ? "Async" : "Sync";
 }
 
-/// The bytes that the library has counted as lost since the last call.
+/// Returns the increase of the library's count of lost bytes since the last call.
 class LostBytes {
  public:
     std::uint64_t Take() {
@@ -34,8 +34,8 @@ class LostBytes {
 
 constexpr std::uint64_t c_qwNoLimit = std::numeric_limits<std::uint64_t>::max();
 
-/// A host: its thread is attached, it stands in an empty directory, its trace and its callbacks
-/// are written down. What a test sets for the whole process is reset after it.
+/// A host with an attached thread, in an empty directory. Its trace and its callbacks are recorded.
+/// Settings of the whole process are reset after the test.
 class HostTest : public testing::Test {
  protected:
     HostTest();
@@ -43,7 +43,7 @@ class HostTest : public testing::Test {
 
     static CRefPtr<ACmThread> Worker();
 
-    /// Lets the worker run dry and the callbacks come, without ending the worker.
+    /// Waits until the worker's queue is empty and runs the callbacks. The worker continues.
     static void Settle();
 
     TestDir m_dir;
@@ -53,7 +53,7 @@ class HostTest : public testing::Test {
     std::optional<CCmCallerThreadGuard> m_attached;
 };
 
-/// The same in either mode.
+/// A host test that runs in both modes.
 class HostModeTest : public HostTest, public testing::WithParamInterface<Mode> {};
 
 #define INSTANTIATE_BOTH_MODES(suite) \
@@ -68,7 +68,7 @@ class Recording {
     Recording& operator=(const Recording&) = delete;
 
     CmUint32 Open(const CCmString& strName);
-    CmInt32 TryOpen(const CCmString& strName);  // what opening it gives; the handle is forgotten
+    CmInt32 TryOpen(const CCmString& strName);  // returns the result and drops the handle
     CmInt32 Write(CmUint32 dwHandle, const CCmString& strBytes, CmUint32 dwOffset = c_dwEnd);
     void Destroy();
     CWriteFileHandler* operator->() const { return m_pHandler; }

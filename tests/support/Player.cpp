@@ -8,7 +8,7 @@ Player::Player(Mode aMode, IFileOpSink* pSink, Use aUse)
 }
 
 CmInt32 Player::Open(const CCmString& strPath) {
-    m_vecStreams.push_back({});  // what was there before is forgotten
+    m_vecStreams.push_back({});  // the open must remove this entry
     return m_pHandler->OpenDownloadedFile(strPath, m_vecStreams);
 }
 

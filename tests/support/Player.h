@@ -15,16 +15,16 @@ class Player {
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
 
-    CmInt32 Open(const CCmString& strPath);  // a container; its streams are in m_vecStreams then
+    CmInt32 Open(const CCmString& strPath);  // opens a container; m_vecStreams receives its streams
     CmInt32 OpenFile(const CCmString& strName, const tagFileDescriber& aDescriber, int bWrite = 0);
     CmInt32 Write(const tagDataInfo& aInfo, const CCmString& strBytes, CmUint32 dwOffset);
 
-    /// Reads into a buffer of dwBuffer bytes (as many as wanted, if not given), which is freed here
-    /// when the read is refused.
+    /// Reads into a new buffer of dwBuffer bytes (by default the length of the read). Frees it if
+    /// the read is refused.
     CmInt32 Read(const tagDataInfo& aInfo, CmUint32 dwOffset, CmUint32 dwLength,
                  CmUint32 dwBuffer = 0);
 
-    /// The bytes of a synchronous read, or the code that refused it.
+    /// Reads synchronously and returns the bytes, or the code.
     CCmString SyncRead(const tagDataInfo& aInfo, CmUint32 dwOffset, CmUint32 dwLength);
 
     void Destroy();

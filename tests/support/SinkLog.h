@@ -6,8 +6,8 @@
 
 #include "core/FileOpSink.h"
 
-/// A host's sink that writes down what it is told: "Open 0, Write 4003, Data 40". It checks that
-/// every call comes on the thread that made it.
+/// A host's sink that records its calls: "Open 0, Write 4003, Data 40". It checks that every call
+/// is on the thread that created it.
 class SinkLog final : public IFileOpSink {
  public:
     void OnFileOpStatus(CCacheFileManager::LinkType aLinkType, CCacheFileManager::OpType aOpType,
@@ -15,13 +15,13 @@ class SinkLog final : public IFileOpSink {
     void OnDataReady(unsigned char* lpData, CmUint32 dwLength,
                      const tagDataInfo& aDataInfo) override;
 
-    /// What was told since the last call.
+    /// Returns the calls since the last Take.
     std::string Take();
 
-    std::function<void()> m_onStatus;  ///< what to do inside the next status callback
-    std::function<void()> m_onData;    ///< what to do inside the next delivery
-    std::string m_strData;             ///< the bytes of the last delivery
-    tagDataInfo m_dataInfo{};          ///< its info
+    std::function<void()> m_onStatus;  ///< runs inside the next status callback
+    std::function<void()> m_onData;    ///< runs inside the next data callback
+    std::string m_strData;             ///< the bytes of the last data callback
+    tagDataInfo m_dataInfo{};          ///< the info of the last data callback
 
  private:
     void Add(const std::string& strEntry);
@@ -30,7 +30,7 @@ class SinkLog final : public IFileOpSink {
     std::string m_strLog;
 };
 
-/// A counted receiver, as a handler is one, that passes everything on to a log.
+/// A receiver with a reference count, like a handler. It passes all calls to a log.
 class TestReceiver final : public IFileOpStatus {
  public:
     explicit TestReceiver(SinkLog& aLog) : m_log(aLog) {}

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// Puts lpBy in the place of the characters out of lpSet that follow strLabel, wherever it stands.
+/// Replaces the characters of lpSet that follow strLabel by lpBy, at each occurrence.
 void Blank(std::string& strLine, const std::string& strLabel, const char* lpSet, const char* lpBy) {
     std::size_t n = 0;
     while ((n = strLine.find(strLabel, n)) != std::string::npos) {

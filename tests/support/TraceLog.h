@@ -5,8 +5,8 @@
 
 #include "platform/CmTrace.h"
 
-/// Collects the trace lines while it lives, in a form that can be compared: addresses become "*",
-/// the line number of an assertion "#".
+/// Collects the trace lines while it exists. It replaces addresses by "*" and the line number of an
+/// assertion by "#", so that lines can be compared.
 class TraceLog {
  public:
     explicit TraceLog(CmInt32 lLevel = CCmT120Trace::Level_Info);
@@ -14,7 +14,7 @@ class TraceLog {
     TraceLog(const TraceLog&) = delete;
     TraceLog& operator=(const TraceLog&) = delete;
 
-    /// The lines of one level since the last call, each with a line break, and forgets them.
+    /// Returns and clears the lines of one level, each with a line break.
     std::string TakeErrors() { return Take(m_strErrors); }
     std::string TakeInfos() { return Take(m_strInfos); }
 
@@ -26,5 +26,5 @@ class TraceLog {
     std::string m_strInfos;   // guarded by m_mutex
 };
 
-/// The assertion line of strExpression in strFile, as TraceLog shows it.
+/// Returns the assertion line of strExpression in strFile, as TraceLog shows it.
 std::string Assertion(const std::string& strFile, const std::string& strExpression);

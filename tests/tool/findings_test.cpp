@@ -11,7 +11,7 @@
 
 namespace {
 
-/// What extract writes: the bytes of each stream that has a file of its own.
+/// The files that extract writes: the bytes of each stream.
 std::map<std::string, CCmString> Extracted(const tagRecording& aRecording,
                                            const CCmString& strFile) {
     std::map<std::string, CCmString> mapFiles;
@@ -22,7 +22,7 @@ std::map<std::string, CCmString> Extracted(const tagRecording& aRecording,
     return mapFiles;
 }
 
-/// A container of the library's writer: four streams, a conf stream and an empty one.
+/// A container from the library's writer with four streams, a conf stream and an empty stream.
 CCmString Written(CmUint32 dwIndexType) {
     CContainerWriter aWriter;
     aWriter.SetIndexType(dwIndexType);
@@ -72,7 +72,7 @@ TEST(Findings, EveryChangedBitOfOffsetLengthOrNextIsReportedOrChangesNothing) {
                 }
             }
         }
-        EXPECT_GT(nReported, 350U);  // all offsets, nearly all lengths
+        EXPECT_GT(nReported, 350U);  // changes of all offsets and of nearly all lengths
     }
 }
 
@@ -82,7 +82,7 @@ TEST(Findings, EveryLinkBackIsACircle) {
     for (const unsigned wTag : {268U, c_wUnknown}) {
         for (unsigned nFrom = 0; nFrom < nEntries; ++nFrom) {
             for (unsigned nTo = 0; nTo <= nFrom; ++nTo) {
-                // The next word of the last entry that the header counts is not read.
+                // A reader does not use the next offset of the last entry.
                 for (const unsigned nCount : {nFrom + 2, nEntries, nEntries + 1, 1000U}) {
                     if (nCount < nFrom + 2) continue;
                     const unsigned nEnd = c_nHeader + nEntries * (c_nEntry + nData);

@@ -6,8 +6,8 @@
 
 #include "tests/faults/Memory.h"
 
-// A host that unloads the library without shutting it down: what was accepted is written, and no
-// memory stays. usage: unload_host PLUGIN LIBRARY
+// A host that unloads the library without a shutdown. Accepted bytes must be written, and no memory
+// may be leaked. usage: unload_host PLUGIN LIBRARY
 
 namespace {
 

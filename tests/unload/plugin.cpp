@@ -2,8 +2,8 @@
 
 #include "cachefile.h"
 
-/// A part of a host, loaded and unloaded together with the library. It records; the library is shut
-/// down only if bShutDown says so. 0 on success.
+/// A plug-in of a host, which is loaded and unloaded together with the library. It records, and
+/// shuts the library down if bShutDown is set. Returns 0 on success.
 extern "C" CmInt32 RecordSomething(int bAsync, int bShutDown) {
     const CCmCallerThreadGuard aAttached;
     const std::vector<unsigned char> vecBytes(100'000, 'x');

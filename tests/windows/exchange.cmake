@@ -1,4 +1,4 @@
-# What is recorded and packed on one system is the same on the other, and is read there.
+# Checks that recording and packing give the same bytes on Windows and on this system.
 #
 #     cmake -DPROGRAM=cachefile.exe -DEMULATOR=... -DROOT=project -DDIRECTORY=... -P exchange.cmake
 set(native ${ROOT}/build/dev/bin/cachefile)
@@ -11,7 +11,7 @@ endfunction()
 run(${CMAKE_COMMAND} -S ${ROOT} --preset dev)
 run(${CMAKE_COMMAND} --build ${ROOT}/build/dev --target cachefile_tool)
 
-# A program has bytes of every value; a conf stream begins with a header of 72 bytes.
+# A program file has bytes of every value. A conf stream begins with a header of 72 bytes.
 file(COPY_FILE ${native} ${DIRECTORY}/4_7004-4.dat)
 file(WRITE ${DIRECTORY}/4_7004-1.dat "")
 string(REPEAT "conf" 100 conf)

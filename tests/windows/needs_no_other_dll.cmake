@@ -1,4 +1,4 @@
-# What was built needs no DLL but the system's own and the library.
+# Checks that the built files need only DLLs of the system and the library's DLL.
 #
 #     cmake -DOBJDUMP=... -DBIN=... -P needs_no_other_dll.cmake
 file(GLOB files ${BIN}/*.exe ${BIN}/*.dll)

@@ -1,5 +1,5 @@
-// Loads a part that uses the library, lets it record, shut down and be unloaded, three times.
-// Were a thread of the library still waited for during the unloading, it would never end.
+// Three times: loads a plug-in that uses the library, lets it record and shut down, and unloads it.
+// If unloading waited for a thread of the library, it would hang.
 
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>

@@ -9,19 +9,19 @@
 
 #include "tests/support/Player.h"
 
-// What only this system has: its paths, its sharing, its limits. File names in the source are
-// UTF-8, as the library takes those of downloaded recordings.
+// Tests of paths, sharing and limits that only Windows has. File names in this source are UTF-8,
+// like the library's paths of containers.
 
 namespace {
 
-// Hosts of this system are written with these types.
+// Hosts on Windows use these types.
 static_assert(std::is_same_v<CmInt32, long> && std::is_same_v<CmUint32, unsigned long>);
 
 class WindowsTest : public HostTest {};
 
 CCmString Absolute(const CCmString& strName) { return std::filesystem::absolute(strName).string(); }
 
-/// Another process, which never runs; it only holds files open that it shares with nobody.
+/// Another process, which never runs. It holds files open without sharing them.
 class OtherProcess {
  public:
     OtherProcess() {

@@ -7,8 +7,8 @@
             print(stream.name, stream.length)
         samples = recording["4:7004:4"].numpy("<i2")
 
-``open`` reads, ``examine`` reports damage, ``pack`` writes containers; they are pure Python and use
-NumPy where it is installed. ``Recorder`` records through the installed library.
+``open`` reads, ``examine`` reports damage, and ``pack`` writes containers. They are pure Python and
+use NumPy if it is installed. ``Recorder`` records with the installed library.
 """
 
 from .errors import CacheFileError, Code, ContainerError, Finding, Findings, Severity

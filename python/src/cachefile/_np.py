@@ -1,4 +1,4 @@
-"""NumPy where it is installed; everything works without it, only slower."""
+"""NumPy, or None if it is not installed. Everything works without it, but slower."""
 
 from __future__ import annotations
 

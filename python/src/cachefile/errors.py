@@ -28,7 +28,7 @@ class Code(enum.IntEnum):
 
 
 class CacheFileError(Exception):
-    """An operation failed; ``code`` is the result code that the library has for the failure."""
+    """An operation failed. ``code`` is the library's result code for the failure."""
 
     def __init__(self, code: int, message: str) -> None:
         super().__init__(message)
@@ -52,14 +52,14 @@ class Severity(str, enum.Enum):
 
 
 class Finding:
-    """One thing that is wrong with a container: the same as a line of ``cachefile doctor``."""
+    """One problem of a container, as in a line of ``cachefile doctor``."""
 
     __slots__ = ("severity", "code", "offset", "message")
 
     def __init__(self, severity: Severity, code: str, offset: int, message: str) -> None:
         self.severity = severity
         self.code = code  #: for programs; does not change between versions
-        self.offset = offset  #: where in the file
+        self.offset = offset  #: position in the file
         self.message = message
 
     def __str__(self) -> str:
@@ -70,9 +70,9 @@ class Finding:
 
 
 class Findings(List[Finding]):
-    """Findings in the order of the file's parts; of each code the first ones only.
+    """The first findings of each code, in the order of the file's parts.
 
-    ``totals`` counts all of them by their code.
+    ``totals`` counts all findings by code.
     """
 
     def __init__(self) -> None:
@@ -81,7 +81,7 @@ class Findings(List[Finding]):
 
 
 class ContainerError(CacheFileError):
-    """The file has no header of a container; ``findings`` say what is wrong with it."""
+    """The file has no valid container header. ``findings`` has the reasons."""
 
     def __init__(self, code: int, message: str, findings: Sequence[Finding] = ()) -> None:
         super().__init__(code, message)

@@ -1,9 +1,12 @@
 """Derives from an index where the streams of a container end.
 
-A stream ends where something else begins: the data of an entry, known or not, or the 32 bytes of an
-entry; or at the end of the container. An entry may note the length of its stream; other writers may
-have put anything there. A note fits if it is not longer than the bytes up to the next beginning,
-and 0 on some bytes is no note. Notes that fit are believed if at least half of all notes fit.
+The index has only the offsets of the streams. So a stream extends to the next offset at which
+something else begins: the data of an entry, known or not, or the 32 bytes of an entry. Otherwise it
+extends to the end of the container.
+
+An entry may also note the length of its stream, but other writers use that word for other purposes.
+A note fits if it is not longer than the extent. 0 is no note if the extent is not empty. If at
+least half of all notes fit, those that fit are used as lengths.
 """
 
 from __future__ import annotations
@@ -20,13 +23,16 @@ from .layout import ENTRY_SIZE, MAX_OFFSET
 OFFSET = struct.Struct("<16xI12x")
 NOTED = struct.Struct("<20xI8x")
 
-#: For each entry of an index: the bytes up to what begins next, and the length of the stream.
+#: For each entry of an index, its extent (the bytes up to what begins next) and its length.
 Extents = Tuple[Sequence[int], Sequence[int]]
 
 
 def derive(index: Index, file_size: int) -> Extents:
-    """Of entries that begin at the same place only the last one has the bytes there; the others
-    have as many as they note, or none if that does not fit."""
+    """Returns the extents and lengths of all entries.
+
+    If several entries have the same offset, the last one has the extent. The extent of each other
+    one is its note, or empty if that does not fit.
+    """
     if _np.numpy is not None and len(index) > 64:
         return _derive_fast(_np.numpy, index, file_size)
     return _derive(index, file_size)

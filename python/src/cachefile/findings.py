@@ -1,4 +1,4 @@
-"""What is wrong with a container, from its header and index alone: the findings of ``doctor``."""
+"""Checks the header and the index of a container and reports the findings of ``doctor``."""
 
 from __future__ import annotations
 
@@ -25,7 +25,7 @@ from .layout import (
     stream_name,
 )
 
-#: Every code there is. The codes are for programs and do not change.
+#: All codes. Programs depend on them, so they do not change.
 SEVERITIES: Dict[str, Severity] = {
     "header-cut-off": Severity.ERROR,
     "header-size-zero": Severity.ERROR,
@@ -56,7 +56,7 @@ def _bytes(count: int) -> str:
 
 
 def examine(index: Index, file_size: int, extents: Extents, limit: Optional[int]) -> Findings:
-    """The findings in the order of the file's parts: header, size, index, streams."""
+    """Returns the findings in the order of the file's parts: header, size, index, streams."""
     examiner = _Examiner(index, file_size, extents, limit)
     examiner.run()
     return examiner.findings
@@ -92,7 +92,10 @@ class _Examiner:
             self._examine_gaps()
 
     def _add(self, code: str, offset: int, message: Callable[[], str]) -> None:
-        """The message is made only if it is wanted: there may be as many findings as entries."""
+        """Counts a finding, and keeps it up to the limit: there may be millions of them.
+
+        The message is a function, so that only the messages of kept findings are formatted.
+        """
         count = self.findings.totals.get(code, 0)
         self.findings.totals[code] = count + 1
         if self._limit is None or count < self._limit:
@@ -135,7 +138,7 @@ class _Examiner:
             self._add("file-too-long", self._declared, lambda: message)
 
     def _examine_entries(self) -> None:
-        """Entries of a chain may be anywhere, also on one another."""
+        """Looks for entries outside the container, and for chained entries that overlap."""
         places = self._index.places
         for i, place in enumerate(places):
             if place < HEADER_SIZE:
@@ -216,9 +219,9 @@ class _Examiner:
         return f"{self._who(i)} begins at the same byte as {self._who(before)}"
 
     def _examine_lengths(self) -> None:
-        """Compares the noted lengths with the places where streams end.
+        """Compares the noted lengths with the extents.
 
-        If no note fits, the words were used for something else.
+        If no note fits, the writer used the words for something else, which is one finding.
         """
         words = (word for (word,) in _NOTED.iter_unpack(self._index.raw))
         both = [(noted, int(extent)) for noted, extent in zip(words, self._extents)]
@@ -244,7 +247,10 @@ class _Examiner:
             self._add(code, at + extent, lambda: f"{self._who(i)} {why}")
 
     def _examine_gaps(self) -> None:
-        """Looks for bytes between things. Those after a noted end were reported there."""
+        """Looks for bytes that belong to no entry and no stream.
+
+        Bytes between a noted end and the end of the extent were reported as longer-than-noted.
+        """
         entries = ((place, ENTRY_SIZE) for place in self._places)
         data = ((self._starts[i], int(self._extents[i])) for i in self._order)
         covered = HEADER_SIZE

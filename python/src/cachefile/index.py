@@ -1,4 +1,4 @@
-"""Reads the index of a container, within budgets and whatever the bytes are."""
+"""Reads the index of a container. Time and memory are limited for any input."""
 
 from __future__ import annotations
 
@@ -25,17 +25,17 @@ _NEXT = struct.Struct("<24xI4x")
 
 
 class EndOfWalk(enum.Enum):
-    """How far the index could be followed."""
+    """Why the walk of the index ended."""
 
-    NONE = "the file has no header of a container"
-    COMPLETE = "as many entries as the header counts were read"
-    CUT_OFF = "the next entry is not in the file, or not all of it"
+    NONE = "the file has no valid container header"
+    COMPLETE = "all entries that the header counts were read"
+    CUT_OFF = "the next entry is not completely in the file"
     CIRCLE = "the chain leads back to an entry that was read before"
-    TOO_MANY = "there are more entries than a reader takes"
+    TOO_MANY = "there are more entries than a reader accepts"
 
 
 class Entry(NamedTuple):
-    """The words of an entry that have a meaning."""
+    """The words of an entry, without the reserved ones."""
 
     tag: int
     number: int
@@ -46,9 +46,9 @@ class Entry(NamedTuple):
 
 
 class Index:
-    """The entries of a container in the order of the walk, each once, of unknown kinds too.
+    """The entries of a container in the order of the walk, each once, including unknown tags.
 
-    The entries stay as they were read, 32 bytes each; ``entry`` parses one on request.
+    The entries are kept as raw bytes, 32 each; ``entry`` parses one on request.
     """
 
     def __init__(
@@ -62,24 +62,24 @@ class Index:
     ) -> None:
         self.header = header
         self.raw = raw
-        self.places = places  #: where the entries are in the file
+        self.places = places  #: the offsets of the entries in the file
         self.end = end
-        self.end_offset = end_offset  #: where the next entry would be
-        self.known = known  #: the indexes of the entries of known kinds
+        self.end_offset = end_offset  #: the offset of the next entry
+        self.known = known  #: the indexes of the entries with known tags
 
     def __len__(self) -> int:
         return len(self.places)
 
     def entry(self, index: int) -> Entry:
-        """The entry of this index, from 0."""
+        """Returns the entry with this index, counted from 0."""
         return Entry._make(ENTRY.unpack_from(self.raw, index * ENTRY_SIZE))
 
     def tag(self, index: int) -> int:
-        """The tag of this entry."""
+        """Returns the tag of the entry with this index."""
         return self.raw[index * ENTRY_SIZE] | self.raw[index * ENTRY_SIZE + 1] << 8
 
     def columns(self) -> Any:
-        """All of them as a NumPy array with named fields."""
+        """Returns all entries as a NumPy array with named fields."""
         names = ["tag", "number", "extra", "offset", "noted", "following"]
         layout = {
             "names": names,
@@ -91,9 +91,9 @@ class Index:
 
 
 def read_index(source: Source) -> Index:
-    """Reads header and index.
+    """Reads the header and the index.
 
-    A packed index, and a chained one whose entries follow one another, takes two reads at most.
+    This takes at most two reads if the index is packed, or chained in file order.
     """
     first = source.read(0, BLOCK)
     header = parse_header(first)
@@ -107,7 +107,7 @@ def read_index(source: Source) -> Index:
 
 
 def _front(source: Source, first: bytes, count: int) -> bytes:
-    """The entries at the front of the file, at most count of them."""
+    """Returns the bytes of the first entries after the header, at most count whole entries."""
     end = min(HEADER_SIZE + count * ENTRY_SIZE, source.size)
     if end <= len(first):
         data = first[HEADER_SIZE:end]
@@ -124,7 +124,7 @@ def _in_a_row(raw: bytes) -> range:
 
 
 def _count_in_a_row(raw: bytes) -> int:
-    """How many entries at the front of a chain lie one behind the other."""
+    """Returns how many entries from the first one on are chained in file order without gaps."""
     count = len(raw) // ENTRY_SIZE
     np = _np.numpy
     if np is not None:
@@ -141,7 +141,7 @@ def _count_in_a_row(raw: bytes) -> int:
 
 
 class _Chain:
-    """Follows a chained index: what lies in a row at its front at once, then entry by entry."""
+    """Walks a chained index: first the entries in file order together, then the others singly."""
 
     def __init__(self, source: Source, header: Header, first: bytes) -> None:
         self._source = source
@@ -169,10 +169,11 @@ class _Chain:
         return raw[: row * ENTRY_SIZE]
 
     def _follow(self, raw: bytearray, places: "array[int]", at: int) -> Index:
-        """A circle is noticed without memory, by comparing with one place of the way.
+        """Walks the rest of the chain entry by entry.
 
-        That place moves forward whenever the length of the walk since then has doubled. As long as
-        the chain only goes forward there is nothing to watch for.
+        Circles are detected with Brent's algorithm: each offset is compared with one remembered
+        offset, which is replaced after 1, 2, 4, 8 and so on steps. A chain that has only gone
+        forward cannot have closed a circle, so the comparison starts with the first step back.
         """
         blocks = IndexBlocks(self._source)
         blocks.keep(self._first)
@@ -201,9 +202,10 @@ class _Chain:
 
 
 def _lap(places: "array[int]") -> Optional[int]:
-    """How far back the last place was met before.
+    """Returns after how many steps the chain repeats, or None if it does not.
 
-    Each place has one successor, so a way that has come back anywhere repeats its last place.
+    Each entry has one successor. So if any offset of the walk occurs twice, the last offset occurs
+    twice too, with the same distance.
     """
     last = places[-1]
     for steps in range(1, len(places)):
@@ -213,7 +215,10 @@ def _lap(places: "array[int]") -> Optional[int]:
 
 
 def _first_repeat(places: Sequence[int], lap: int) -> int:
-    """The index of the first place that was met before, a lap earlier."""
+    """Returns the index of the first offset that repeats an earlier one, by binary search.
+
+    From the entry of the circle on, each offset equals the one a lap later.
+    """
     low, high = 0, len(places) - 1 - lap
     while low < high:
         middle = (low + high) // 2
@@ -231,7 +236,7 @@ def _finish(
     at: int,
     lap: Optional[int] = None,
 ) -> Index:
-    """Keeps each entry once and no more known ones than the budget allows."""
+    """Makes the index from a walk: keeps each entry once, and at most MAX_KNOWN_ENTRIES known."""
     keep = len(places)
     known = _known(raw)
     end = EndOfWalk.COMPLETE
@@ -266,7 +271,7 @@ def _known(raw: bytes) -> Sequence[int]:
 
 
 def first_matches(describers: "Sequence[Tuple[int, int, int]]") -> "dict[Tuple[int, int, int], int]":
-    """For each (type, id, single bit of a kind) the index of the first describer that has it."""
+    """Maps (type, id, single bit of a kind) to the index of the first describer that has it."""
     found: "dict[Tuple[int, int, int], int]" = {}
     for index, (data_type, stream_id, kind) in enumerate(describers):
         if kind & (kind - 1) == 0:

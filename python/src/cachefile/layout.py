@@ -16,8 +16,8 @@ CONF_TYPE = 100
 PACKED, CHAINED = 0, 1
 MAX_OFFSET = 0xFFFFFFFF
 
-MAX_ENTRIES_READ = 4194304  #: entries, known or not, that a walk of an index reads at most
-MAX_KNOWN_ENTRIES = 1048576  #: entries of known kinds that a reader keeps at most
+MAX_ENTRIES_READ = 4194304  #: the most entries, known or not, that a walk of an index reads
+MAX_KNOWN_ENTRIES = 1048576  #: the most entries with known tags that a reader keeps
 
 HEADER = struct.Struct("<HHIIIII")
 #: tag, n, extra value, data offset, noted length, next offset
@@ -31,15 +31,15 @@ TAGS = {
     272: (21, 4), 273: (21, 1), 274: (100, 2), 276: (6, 4), 277: (6, 1), 284: (102, 2),
     286: (51, 4), 287: (51, 1),
 }  # fmt: skip
-_FIXED_ID = (274, 284)  # the file id is the data type, whatever n is
+_FIXED_ID = (274, 284)  # tags whose file id is the data type for any n
 _TAG_OF = {pair: tag for tag, pair in TAGS.items()}
 _INVERSE_OF_125 = 0x26E978D5  # modulo 2^32
 
 
 class Header(NamedTuple):
-    """The words of the file header; 0 where the file ends before it."""
+    """The words of the file header. All are 0 if the file is shorter than a header."""
 
-    size: int  #: of the container, as its writer noted it
+    size: int  #: the size of the container, as its writer noted it
     must_be_zero: int
     entry_count: int
     index_type: int  #: PACKED or CHAINED
@@ -52,26 +52,27 @@ class Header(NamedTuple):
 
 
 def parse_header(data: bytes) -> Header:
-    """The header at the beginning of data, all 0 if that is shorter than a header."""
+    """Parses the header at the beginning of data."""
     if len(data) < HEADER_SIZE:
         return Header(0, 0, 0, 0)
     return Header(*HEADER.unpack_from(data)[3:])
 
 
 def file_id(tag: int, number: int) -> int:
-    """The file id of an entry of a known tag. It is computed in 32 bits."""
+    """Returns the file id of an entry with a known tag, computed in 32 bits."""
     data_type = TAGS[tag][0]
     return data_type if tag in _FIXED_ID else (number * 1000 + data_type) & MAX_OFFSET
 
 
 def tag_and_number(data_type: int, stream_id: int, kind: int) -> Optional[Tuple[int, int]]:
-    """Tag and smallest n that give this type, id and kind; None if there are none."""
+    """Returns the tag and the smallest n for this type, id and kind, or None."""
     tag = _TAG_OF.get((data_type, kind))
     if tag is None:
         return None
     if tag in _FIXED_ID:
         return (tag, 0) if stream_id == data_type else None
-    # 1000 is 8 * 125, so only multiples of 8 are products, and 125 has an inverse modulo 2^29.
+    # Solves n * 1000 = product modulo 2^32. Since 1000 = 8 * 125, the product must be a multiple of
+    # 8; then n is product / 8 times the inverse of 125 modulo 2^29.
     product = (stream_id - data_type) & MAX_OFFSET
     if product % 8 or not 0 <= stream_id <= MAX_OFFSET:
         return None

@@ -1,7 +1,7 @@
-"""Records through the installed library, over its C interface.
+"""Records with the installed library, through its C interface.
 
-The library is found as the system finds libraries; the environment variable CACHEFILE_LIBRARY names
-another file.
+The library is searched where the system searches for libraries. The environment variable
+CACHEFILE_LIBRARY selects another file.
 """
 
 from __future__ import annotations
@@ -38,7 +38,7 @@ class _Callbacks(ctypes.Structure):
 
 
 class RecordingError(CacheFileError):
-    """Something was not recorded. ``lost`` counts bytes that were taken and then lost."""
+    """A recording failed. ``lost`` counts bytes that a call had accepted and that were lost."""
 
     def __init__(self, code: int, message: str, lost: int = 0) -> None:
         super().__init__(code, message)
@@ -105,14 +105,14 @@ def library_version() -> str:
 
 
 def pending_bytes() -> int:
-    """How many bytes the process has accepted and not yet written."""
+    """Returns how many bytes of asynchronous recorders are accepted and not yet written."""
     return int(_library().cachefile_pending_bytes())
 
 
 def set_pending_limit(count: Optional[int]) -> None:
-    """Limits the pending bytes of the process; None means no limit. The library's least is 65,536.
+    """Limits the pending bytes of the process. None means no limit; the minimum is 65,536.
 
-    An append that would exceed the limit raises CacheFileError with TRY_AGAIN and takes nothing.
+    An append that would exceed the limit raises CacheFileError with TRY_AGAIN and writes nothing.
     """
     _library().cachefile_set_pending_limit((1 << 64) - 1 if count is None else count)
 
@@ -124,7 +124,10 @@ def _check(result: int, what: str) -> None:
 
 
 def _address(data: Any) -> Tuple[Any, int, Any]:
-    """Address and length of a bytes-like object, and what keeps it alive."""
+    """Returns the address and length of a bytes-like object, and an object that keeps it alive.
+
+    Memory that is read-only or not contiguous is copied.
+    """
     if isinstance(data, bytes):
         return ctypes.cast(ctypes.c_char_p(data), ctypes.c_void_p), len(data), data
     view = memoryview(data)
@@ -138,7 +141,7 @@ def _address(data: Any) -> Tuple[Any, int, Any]:
 
 
 class RecordedStream:
-    """A stream that is being recorded; ``Recorder.open`` makes one."""
+    """A stream that is being recorded. ``Recorder.open`` returns it."""
 
     def __init__(self, recorder: "Recorder", name: str, file: int) -> None:
         self._recorder = recorder
@@ -146,7 +149,7 @@ class RecordedStream:
         self._file = file
 
     def append(self, data: "Union[bytes, bytearray, memoryview]") -> None:
-        """Adds bytes at the end. Small pieces are gathered into blocks of 32 KiB."""
+        """Writes bytes at the end. The library gathers small pieces into blocks of 32 KiB."""
         self.write(data, _END)
 
     def write(self, data: "Union[bytes, bytearray, memoryview]", offset: int) -> None:
@@ -154,16 +157,16 @@ class RecordedStream:
         recorder, lib = self._recorder, self._recorder._enter()
         address, length, memory = _address(data)
         if length > _MOST or not 0 <= offset <= _END:
-            raise RecordingError(Code.INVALID_ARG, f"write {self.name}: too large")
+            raise RecordingError(Code.INVALID_ARG, f"write {self.name}: out of range")
         result = lib.cachefile_writer_write(recorder._writer, self._file, address, length, offset)
         del memory
         _check(result, f"write {self.name}")
 
     async def send(self, data: "Union[bytes, bytearray, memoryview]") -> None:
-        """Appends, and waits as long as the limit of pending bytes refuses the bytes.
+        """Appends, and waits while the limit of pending bytes is reached.
 
-        It appends in parts of 32 KiB, which fit below any limit; so only one coroutine at a time
-        may send to a stream.
+        It appends in parts of 32 KiB, because these fit under any limit. Only one coroutine at a
+        time may send to a stream; otherwise their parts would be mixed.
         """
         view = memoryview(data).cast("B")
         for begin in range(0, len(view), _PART):
@@ -180,13 +183,13 @@ class RecordedStream:
             return False
 
     def flush(self) -> None:
-        """Passes on what is gathered."""
+        """Writes the gathered bytes. Raises failures that the worker has reported."""
         lib = self._recorder._enter()
         lib.cachefile_writer_flush(self._recorder._writer, self._file)
         self._recorder.check()
 
     def close(self) -> None:
-        """Passes on what is gathered and closes the file. Closing twice does nothing."""
+        """Writes the gathered bytes and closes the file. Closing twice has no effect."""
         file, self._file = self._file, 0
         if file:
             self._recorder._streams.pop(file, None)
@@ -202,16 +205,18 @@ class RecordedStream:
 
 
 class Recorder:
-    """Records streams as record files in a directory, which is made if it is missing.
+    """Records streams as record files in a directory, which is created if it is missing.
 
-    A context manager; in a coroutine an asynchronous one, which attaches itself to the running loop.
-    All calls are for the thread that made the recorder. In asynchronous mode a worker thread of the
-    library writes; a failure there is raised by the next ``check``, ``flush`` or ``close``, and
-    ``close`` returns when everything is written. Bytes that were taken and lost raise
-    RecordingError at the latest there; the library counts them for the whole process.
+    A context manager. ``async with`` also connects it with the running event loop. Only the thread
+    that created the recorder may call it.
+
+    In asynchronous mode the library's worker thread writes the files. The next ``check``, ``flush``
+    or ``close`` raises a failure of the worker. ``close`` returns after everything is written. If
+    bytes were lost, one of these calls raises RecordingError, at the latest ``close``. The library
+    counts lost bytes for the whole process.
     """
 
-    _open: "Set[Recorder]" = set()  # keeps the callbacks alive that the library may call
+    _open: "Set[Recorder]" = set()  # keeps the callbacks alive while the library may call them
 
     def __init__(
         self, directory: "Union[str, os.PathLike[str]]", *, asynchronous: bool = False
@@ -253,11 +258,11 @@ class Recorder:
     def open(
         self, data_type: int, stream_id: int, kind: int, *, overwrite: bool = False
     ) -> RecordedStream:
-        """Begins a stream. FileExistsError if it is there already and overwrite is not given."""
+        """Opens a stream. Raises FileExistsError if its file exists and overwrite is not set."""
         lib = self._enter()
         file_name = stream_file_name(data_type, stream_id, kind)
         if not overwrite and os.path.lexists(os.path.join(self.directory, file_name)):
-            raise FileExistsError(f"{file_name} is in {self.directory} already")
+            raise FileExistsError(f"{file_name} already exists in {self.directory}")
         file = ctypes.c_uint32()
         result = lib.cachefile_writer_open(self._writer, file_name.encode(), ctypes.byref(file))
         name = stream_name(data_type, stream_id, kind)
@@ -267,29 +272,29 @@ class Recorder:
         return stream
 
     def fileno(self) -> int:
-        """A descriptor that is readable while results wait; call ``run`` then."""
+        """Returns a descriptor that is readable while results are pending; then call ``run``."""
         descriptor = ctypes.c_int(-1)
         _check(self._enter().cachefile_caller_get_descriptor(ctypes.byref(descriptor)), "descriptor")
         return descriptor.value
 
     def run(self) -> int:
-        """Takes the results that wait, and returns how many there were."""
+        """Receives the pending results and returns their number."""
         count = ctypes.c_uint32()
         self._enter().cachefile_caller_run_pending(ctypes.byref(count))
         return count.value
 
     def check(self) -> None:
-        """Raises the first failure that the worker has reported, or the loss of bytes."""
+        """Raises the first failure that the worker has reported, or an error if bytes were lost."""
         if self._failures:
             failure = self._failures.pop(0)
             failure.lost = self._take_lost()
             raise failure
         lost = self._take_lost()
         if lost:
-            raise RecordingError(Code.FAILED, f"{lost:,} bytes are lost", lost)
+            raise RecordingError(Code.FAILED, f"{lost:,} bytes were lost", lost)
 
     def close(self) -> None:
-        """Closes the streams and waits until everything is written. Closing twice does nothing."""
+        """Closes the streams and waits until all is written. Closing twice has no effect."""
         if self._writer is None:
             return
         self._enter()
@@ -301,7 +306,7 @@ class Recorder:
         self.check()
 
     def _drain(self) -> None:
-        """The last asynchronous recorder ends the worker; others wait until nothing is pending."""
+        """Waits until everything is written. The last asynchronous recorder ends the worker."""
         if sum(one._asynchronous for one in Recorder._open) == 1:
             self._lib.cachefile_shutdown()
             return
@@ -332,8 +337,8 @@ class Recorder:
 
     def _enter(self) -> Any:
         if self._writer is None or threading.get_ident() != self._thread:
-            where = "closed" if self._writer is None else "for the thread that made it"
-            raise RecordingError(Code.INVALID_STATE, f"the recorder is {where}")
+            why = "is closed" if self._writer is None else "belongs to another thread"
+            raise RecordingError(Code.INVALID_STATE, f"the recorder {why}")
         return self._lib
 
     def _lost(self) -> int:
@@ -362,7 +367,7 @@ class Recorder:
             self.close()
         except RecordingError:
             if kind is None:
-                raise  # otherwise the error in the body is the one to see
+                raise  # otherwise the exception of the body is more important
 
     async def __aenter__(self) -> "Recorder":
         self._loop = asyncio.get_running_loop()

@@ -48,7 +48,7 @@ _FILE_NAME = re.compile(r"(0|[1-9][0-9]*)_(0|[1-9][0-9]*)-([1-9][0-9]*)\.dat")
 class Stream:
     """One stream of a recording: an entry of a container, or a record file of a directory.
 
-    It reads through its recording, which has to stay open. Any thread may read.
+    It can be read while its recording is open. Any thread may read.
     """
 
     __slots__ = ("_recording", "index", "type", "id", "kind", "extra", "offset")
@@ -57,43 +57,49 @@ class Stream:
         self, recording: "Recording", index: int, describer: Describer, extra: int, offset: int
     ) -> None:
         self._recording = recording
-        self.index = index  #: of its entry in the container or its file in the directory, from 0
+        self.index = index  #: the index, from 0, of its entry in the container or in the directory
         self.type, self.id, self.kind = describer
-        self.extra = extra  #: the host's own value
-        self.offset = offset  #: where its bytes begin in the container; 0 in a directory
+        self.extra = extra  #: a value that only the application interprets
+        self.offset = offset  #: the offset of its first byte in the container; 0 in a directory
 
     @property
     def name(self) -> str:
-        """TYPE:ID:KIND, as the command line names it."""
+        """TYPE:ID:KIND, as on the command line."""
         return stream_name(self.type, self.id, self.kind)
 
     @property
     def length(self) -> int:
-        """How many bytes can be read: those of the stream that the file really has."""
+        """The number of bytes that can be read, without bytes that the file lacks."""
         return self._recording._length(self)
 
     def __len__(self) -> int:
         return self.length
 
     def read(self, offset: int = 0, length: int = -1) -> bytes:
-        """The bytes from offset on; all of them without a length. Fewer at the stream's end."""
+        """Returns length bytes at offset, fewer at the end of the stream.
+
+        Without a length it returns everything from offset on.
+        """
         start, count = self._range(offset, length)
         source, base = self._recording._place(self)
         return source.read(base + start, count)
 
     def view(self, offset: int = 0, length: int = -1) -> memoryview:
-        """The same as a memoryview of the mapped file, without a copy.
+        """Returns the same bytes as a memoryview of the mapped file, without a copy.
 
-        The view stays valid after the recording is closed. If the file is cut off while it is
-        mapped, the system ends a process that touches what is missing (SIGBUS); ``read`` is safe
-        from that. From a URL or a file object the bytes are copied.
+        The view stays valid after the recording is closed. If the file is truncated while it is
+        mapped, the system ends a process that accesses the missing bytes (SIGBUS); ``read`` does
+        not have this problem. For a URL or a file object the bytes are copied.
         """
         start, count = self._range(offset, length)
         source, base = self._recording._place(self)
         return source.view(base + start, count)
 
     def numpy(self, dtype: Any = "u1", offset: int = 0, length: int = -1) -> "numpy.typing.NDArray[Any]":
-        """The same as a read-only array over the view. The length must be whole items."""
+        """Returns the same bytes as a read-only array over the view.
+
+        The number of bytes must be a multiple of the item size.
+        """
         np = _np.numpy
         if np is None:
             raise CacheFileError(Code.FAILED, "NumPy is not installed")
@@ -111,7 +117,10 @@ class Stream:
 
 
 class Streams(Sequence[Stream]):
-    """The streams of a recording in order. They are made on request: a container may have many."""
+    """The streams of a recording in order.
+
+    The Stream objects are created on access, because a container may have a million streams.
+    """
 
     def __init__(self, recording: "Recording", indexes: Sequence[int]) -> None:
         self._recording = recording
@@ -136,19 +145,19 @@ class Streams(Sequence[Stream]):
 
 
 class Recording:
-    """A recording that is open for reading; ``cachefile.open`` makes one. A context manager.
+    """A recording that is open for reading. ``cachefile.open`` returns it. A context manager.
 
-    Any thread may use it, and several may at once.
+    Several threads may use it at the same time.
     """
 
     name: str
-    streams: Streams  #: in the order of the index; sorted by type, id and kind in a directory
+    streams: Streams  #: in the order of the index; in a directory sorted by type, id and kind
     _first: Optional[Dict[Describer, int]] = None
 
     def find(self, data_type: int, stream_id: int, kinds: int = 255) -> Optional[Stream]:
-        """The stream that a player reads for this type, id and mask of kinds, or None.
+        """Returns the stream that a player reads for this type, id and mask of kinds, or None.
 
-        It is the first one in order whose type and id are equal and whose kind is in the mask.
+        It is the first one with this type and id whose kind is in the mask.
         """
         if self._first is None:
             self._first = first_matches(self._describers())
@@ -157,7 +166,7 @@ class Recording:
         return self.streams[min(found)] if found else None
 
     def __getitem__(self, name: str) -> Stream:
-        """The stream of the name TYPE:ID:KIND."""
+        """Returns the stream with the name TYPE:ID:KIND, or raises KeyError."""
         parts = name.split(":")
         found = None
         if len(parts) == 3 and all(part.isdecimal() for part in parts):
@@ -168,24 +177,24 @@ class Recording:
 
     @property
     def file_version(self) -> Optional[int]:
-        """The file version of the conf stream's header, None without one."""
+        """The file version in the conf stream's header, or None if there is none."""
         return self._conf()[0]
 
     @property
     def time_stamp(self) -> Optional[int]:
-        """The CB time stamp of the conf stream's header, None without one."""
+        """The CB time stamp in the conf stream's header, or None if there is none."""
         return self._conf()[1]
 
     @property
     def findings(self) -> Findings:
-        """What ``cachefile doctor`` finds wrong with the container; a directory has none.
+        """The findings of ``cachefile doctor`` for the container; none for a directory.
 
-        Of each code the first 100; ``examine`` can give all of them.
+        The list has the first 100 findings of each code; ``examine`` can return all of them.
         """
         return Findings()
 
     def close(self) -> None:
-        """Streams cannot be read afterwards; views and arrays stay valid."""
+        """Closes the recording. Its streams cannot be read afterwards; views stay valid."""
 
     def __enter__(self) -> "Recording":
         return self
@@ -226,12 +235,12 @@ class Container(Recording):
 
     @property
     def size(self) -> int:
-        """Of the file, whatever the header says."""
+        """The size of the file, which may differ from the size in the header."""
         return self._source.size
 
     @property
     def extents(self) -> extents.Extents:
-        """For each entry the bytes up to what begins next, and the length of the stream."""
+        """For each entry, the bytes up to what begins next and the length of the stream."""
         if self._extents is None:
             self._extents = extents.derive(self.index, self.size)
         return self._extents
@@ -241,7 +250,7 @@ class Container(Recording):
         return self.examine()
 
     def examine(self, limit: Optional[int] = 100) -> Findings:
-        """The findings, of each code at most so many; None means all of them."""
+        """Returns at most limit findings of each code, or all of them if limit is None."""
         return findings.examine(self.index, self.size, self.extents, limit)
 
     def close(self) -> None:
@@ -266,7 +275,7 @@ class Container(Recording):
         return self._source, stream.offset
 
     def _conf(self) -> Tuple[Optional[int], Optional[int]]:
-        """From the last conf stream whose header is whole."""
+        """Reads the words from the last conf stream that has a complete header."""
         if self._conf_words is None:
             self._conf_words = None, None
             tags = [tag for (tag,) in struct.iter_unpack("<H30x", self.index.raw)]
@@ -280,14 +289,14 @@ class Container(Recording):
 
 
 class Directory(Recording):
-    """A recording as a directory of record files, as ``cachefile record`` makes it.
+    """A recording in a directory of record files, as ``cachefile record`` creates it.
 
-    The names and lengths are those of the moment of opening.
+    Names and lengths are read when it is opened.
     """
 
     def __init__(self, path: "Union[str, os.PathLike[str]]") -> None:
         self.name = os.fspath(path)
-        self.other_files: List[str] = []  #: what is no record file
+        self.other_files: List[str] = []  #: names of files that are not record files
         self._files: List[Tuple[Describer, int]] = []
         self._sources: Dict[int, FileSource] = {}
         with os.scandir(path) as entries:
@@ -352,10 +361,12 @@ def _source(what: Openable, options: "Dict[str, Any]") -> Source:
 def open_recording(what: Openable, **options: Any) -> Recording:
     """Opens a recording: a container or a directory of record files.
 
-    what: a path, a binary file object that can seek (it stays the caller's), or a URL, for which
-    fsspec has to be installed; options are passed to it. A container that is damaged opens as far
-    as a player could read it, and ``findings`` of the result say what is wrong. A file without the
-    header of a container raises ContainerError; a file that cannot be read, OSError.
+    what: a path, a seekable binary file object (the caller closes it), or a URL. A URL requires
+    fsspec, to which the options are passed.
+
+    A damaged container opens as far as a player could read it, and ``findings`` of the result
+    describes the damage. Raises ContainerError if the file has no valid container header, and
+    OSError if it cannot be read.
     """
     if isinstance(what, (str, os.PathLike)) and os.path.isdir(what):
         return Directory(what)
@@ -364,7 +375,7 @@ def open_recording(what: Openable, **options: Any) -> Recording:
         found = container.findings
         container.close()
         reason = "; ".join(finding.message for finding in found)
-        message = f"{container.name} is no container: {reason}"
+        message = f"{container.name} is not a container: {reason}"
         raise ContainerError(Code.BAD_CONTAINER, message, found)
     return container
 
@@ -379,9 +390,9 @@ def _open_container(what: Openable, options: "Dict[str, Any]") -> Container:
 
 
 def examine(what: Openable, limit: Optional[int] = 100, **options: Any) -> Findings:
-    """What ``cachefile doctor`` finds wrong with a file, also if it is no container at all.
+    """Returns the findings of ``cachefile doctor`` for a file, even if it is not a container.
 
-    Of each code at most limit findings are kept; None keeps all of them.
+    The list has at most limit findings of each code, or all of them if limit is None.
     """
     container = _open_container(what, options)
     with container:

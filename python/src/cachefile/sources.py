@@ -1,4 +1,4 @@
-"""Where the bytes of a recording come from: a file, a file object, or a URL through fsspec."""
+"""Sources of a recording's bytes: a file, a file object, or a URL through fsspec."""
 
 from __future__ import annotations
 
@@ -18,31 +18,31 @@ BLOCK = 65536
 
 
 class Source:
-    """Bytes that can be read at any offset, from any thread. ``size`` is as at the opening."""
+    """Bytes that any thread can read at any offset. ``size`` is the size when it was opened."""
 
     name = ""
     size = 0
-    remote = False  #: each read is a request: few large ones are better than many small ones
+    remote = False  #: each read is a network request, so a few large reads are best
 
     def read(self, offset: int, length: int) -> bytes:
-        """The bytes there; fewer than length only at the end."""
+        """Returns length bytes at offset, fewer only at the end."""
         raise NotImplementedError
 
     def view(self, offset: int, length: int) -> memoryview:
-        """The same bytes, without a copy where the source allows that."""
+        """Returns the same bytes, without a copy if the source allows that."""
         return memoryview(self.read(offset, length))
 
     def close(self) -> None:
-        """Later reads fail. Views stay valid."""
+        """Closes the source. Later reads fail; views stay valid."""
 
 
 class FileSource(Source):
-    """A file of this machine. The first view maps it into memory."""
+    """A local file. The first view maps it into memory."""
 
     def __init__(self, path: "Union[str, os.PathLike[str]]") -> None:
         self.name = os.fspath(path)
         if not stat.S_ISREG(os.stat(path).st_mode):
-            raise CacheFileError(Code.FAILED, f"{self.name} is no regular file")
+            raise CacheFileError(Code.FAILED, f"{self.name} is not a regular file")
         self._file: BinaryIO = io.open(path, "rb", buffering=0)
         self._map: Optional[mmap.mmap] = None
         self._lock = threading.Lock()
@@ -73,13 +73,13 @@ class FileSource(Source):
             return memoryview(self._map)[offset : offset + length]
 
     def close(self) -> None:
-        # The map is not closed but dropped: it lives as long as a view of it.
+        # The map is not closed: views may still use it. It is freed with the last of them.
         self._map = None
         self._file.close()
 
 
 class ObjectSource(Source):
-    """A binary file object that can seek; it stays the caller's and is not closed."""
+    """A seekable binary file object. The caller owns it, so it is not closed here."""
 
     def __init__(self, file: BinaryIO) -> None:
         self._file = file
@@ -94,7 +94,7 @@ class ObjectSource(Source):
 
 
 class UrlSource(Source):
-    """A file behind a URL that fsspec knows, read by ranges."""
+    """A file at a URL that fsspec supports, read by ranges."""
 
     remote = True
 
@@ -106,7 +106,7 @@ class UrlSource(Source):
         self._fs, self._path = fsspec.core.url_to_fs(url, **options)
         size = self._fs.info(self._path).get("size")
         if size is None:
-            raise CacheFileError(Code.FAILED, f"{url}: the server does not give the size")
+            raise CacheFileError(Code.FAILED, f"{url}: the server does not report the size")
         self.name = url
         self.size = int(size)
 
@@ -134,13 +134,13 @@ def _read_whole(file: BinaryIO, length: int) -> bytes:
 class IndexBlocks:
     """Reads single entries of an index that is spread over a file.
 
-    A remote source is read in aligned blocks of 64 KiB, of which the last 1,024 are kept. Any other
-    source is read in such blocks only where the entries follow one another in small steps forward,
-    so that a chain that jumps about cannot make it read the file many times over.
+    A remote source is read in aligned blocks of 64 KiB, and the 1,024 most recently used blocks are
+    cached. A local source is read in blocks of 64 KiB only after several small steps forward.
+    Otherwise a chain in random order would read 64 KiB for each entry of 32 bytes.
     """
 
     KEPT_BLOCKS = 1024
-    MOST_BLOCKS = 65536  #: as many as a file of 4 GiB has
+    MOST_BLOCKS = 65536  #: the number of blocks in a file of 4 GiB
     _STEPS_FOR_BLOCK = 8
 
     def __init__(self, source: Source) -> None:
@@ -151,7 +151,7 @@ class IndexBlocks:
         self._fetched = 0
 
     def entry(self, at: int) -> bytes:
-        """The 32 bytes at this offset; fewer at the end of the file."""
+        """Returns the 32 bytes at this offset, fewer at the end of the file."""
         within = at - self._begin
         if not 0 <= within <= len(self._block) - ENTRY_SIZE:
             if self._source.remote:
@@ -178,7 +178,7 @@ class IndexBlocks:
         return data[within : within + ENTRY_SIZE]
 
     def keep(self, data: bytes) -> None:
-        """Takes the first bytes of the file, which have been read already."""
+        """Puts the first bytes of the file, which were read already, into the cache."""
         for begin in range(0, len(data), BLOCK):
             if begin + BLOCK <= len(data) or len(data) == self._source.size:
                 self._kept[begin // BLOCK] = data[begin : begin + BLOCK]
@@ -189,7 +189,8 @@ class IndexBlocks:
             return self._kept[number]
         self._fetched += 1
         if self._fetched > self.MOST_BLOCKS:
-            raise CacheFileError(Code.OUT_OF_MEMORY, f"{self._source.name}: the index jumps about too much")
+            message = f"{self._source.name}: reading the index needs too many requests"
+            raise CacheFileError(Code.OUT_OF_MEMORY, message)
         data = self._source.read(number * BLOCK, BLOCK)
         self._kept[number] = data
         if len(self._kept) > self.KEPT_BLOCKS:

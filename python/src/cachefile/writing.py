@@ -1,4 +1,4 @@
-"""Packs streams into a container, byte for byte as the library's writer does."""
+"""Packs streams into a container. The bytes are the same as those of the library's writer."""
 
 from __future__ import annotations
 
@@ -30,7 +30,7 @@ Data = Union[bytes, bytearray, memoryview, "os.PathLike[str]"]
 
 
 class Source(NamedTuple):
-    """A stream to be packed: what it is, and its bytes or the path of a file that has them."""
+    """A stream to be packed: its description, and its bytes or the path of a file with them."""
 
     type: int
     id: int
@@ -56,20 +56,23 @@ def pack(
     file_version: Optional[int] = None,
     time_stamp: Optional[int] = None,
 ) -> None:
-    """Writes a container of these streams, in their order, to path in place of what is there.
+    """Writes a container with these streams, in their order, to path. An existing file is replaced.
 
-    streams: tuples of type, id, kind, data and, if wanted, the extra value; or streams of an open
-    recording. data is bytes-like, or an os.PathLike of a file. file_version and time_stamp are set
-    in the header of the conf stream (100:100:2), which is added at the end if it is missing; if
-    only one of them is given, the other is 0. The file gets its name when all of it is on the disk.
+    streams: tuples of type, id, kind, data and optionally the extra value; or streams of an open
+    recording. data is bytes-like, or an os.PathLike of a file.
 
-    Raises CacheFileError with INVALID_ARG: no container can hold such a stream, one is given twice,
-    a conf stream is shorter than its header, the container would be larger than 4 GiB - 1 byte.
-    INVALID_STATE: there is no stream. OUT_OF_MEMORY: more than 1,048,576 streams. FAILED: a file
-    changed its size meanwhile. OSError: a file could not be read or written.
+    file_version and time_stamp are set in the header of the conf stream (100:100:2), which is added
+    at the end if it is missing. If only one of them is given, the other is 0. The file gets its
+    final name after all of it is on the disk.
+
+    Raises CacheFileError with one of these codes. INVALID_ARG: a container cannot hold such a
+    stream, a stream is given twice, a conf stream is shorter than its header, or the container
+    would be larger than 4 GiB - 1 byte. INVALID_STATE: there is no stream. OUT_OF_MEMORY: there are
+    more than 1,048,576 streams. FAILED: a file changed its size during the call. Raises OSError if
+    a file cannot be read or written.
     """
     if index_type not in (PACKED, CHAINED):
-        raise CacheFileError(Code.INVALID_ARG, f"no index type {index_type}")
+        raise CacheFileError(Code.INVALID_ARG, f"unknown index type {index_type}")
     with_header = file_version is not None or time_stamp is not None
     words = _word(file_version or 0), _word(time_stamp or 0)
     items = _collect(streams)
@@ -78,7 +81,7 @@ def pack(
     if not items:
         raise CacheFileError(Code.INVALID_STATE, "there is no stream to pack")
     if len(items) > MAX_KNOWN_ENTRIES:
-        raise CacheFileError(Code.OUT_OF_MEMORY, "more streams than a reader keeps")
+        raise CacheFileError(Code.OUT_OF_MEMORY, "there are more streams than a reader accepts")
     index = _lay_out(items, index_type)
     name = os.fspath(path)
     with _PartialFile(name) as partial:
@@ -128,13 +131,13 @@ def _item(stream: "Union[Source, Stream, Tuple[int, int, int, Data]]") -> _Item:
     name = stream_name(data_type, stream_id, kind)
     found = tag_and_number(data_type, stream_id, kind)
     if found is None or not 0 <= extra <= MAX_OFFSET:
-        message = f"no container can hold {name}"
+        message = f"a container cannot hold {name}"
         raise CacheFileError(Code.INVALID_ARG, message)
     return _Item(*found, extra, name, size, data)
 
 
 def _lay_out(items: "List[_Item]", index_type: int) -> bytes:
-    """Header and index. Data has no gaps; empty streams get the file's end as their offset."""
+    """Returns header and index. Data has no gaps; empty streams begin at the end of the file."""
     begin = HEADER_SIZE + ENTRY_SIZE * len(items)
     size = begin + sum(item.size for item in items)
     if size > MAX_OFFSET:
@@ -191,10 +194,10 @@ class _StreamReader(io.RawIOBase):
 
 
 class _PartialFile:
-    """A file that gets its name when it is complete.
+    """A file that gets its final name when it is complete.
 
-    Until then its bytes are in a file of its own beside it, under the first free name of the form
-    NAME.partial, NAME.partial2 and so on. What is not finished is removed.
+    Until then its bytes are in a file in the same directory, with the first free name of
+    NAME.partial, NAME.partial2 and so on. An unfinished file is removed.
     """
 
     def __init__(self, path: str) -> None:
@@ -210,10 +213,10 @@ class _PartialFile:
                 return self
             except FileExistsError:
                 self._partial = f"{self._path}.partial{number}"
-        raise FileExistsError(f"{self._partial} exists, and many like it")
+        raise FileExistsError(f"{self._path}.partial to {self._partial} all exist")
 
     def finish(self) -> None:
-        """Has everything reach the disk and gives the file its name."""
+        """Syncs the file to the disk and renames it."""
         self.file.flush()
         os.fsync(self.file.fileno())
         self.file.close()
@@ -228,13 +231,13 @@ class _PartialFile:
 
 
 def _sync_directory(path: str) -> None:
-    """Has the new name reach the disk too, where the system can do that."""
+    """Syncs the new name to the disk, if the system can do that."""
     if not hasattr(os, "O_DIRECTORY"):
         return
     descriptor = os.open(path, os.O_RDONLY | os.O_DIRECTORY)
     try:
         os.fsync(descriptor)
     except OSError:
-        pass  # some file systems cannot; the file is complete all the same
+        pass  # some file systems cannot do this; the file itself is on the disk
     finally:
         os.close(descriptor)

@@ -14,7 +14,7 @@ static int32_t record(void) {
     return result;
 }
 
-/* Reads them back. Data is requested by what it is: here type 1, file id 1001, kind 2. */
+/* Reads them back. A request describes the data: here type 1, file id 1001, kind 2. */
 static int32_t play(char* buffer, uint32_t size, uint32_t* length) {
     cachefile_player* player = NULL;
     cachefile_describer describer = CACHEFILE_DESCRIBER_INIT;

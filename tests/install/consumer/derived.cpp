@@ -2,7 +2,8 @@
 
 #include <cstdio>
 
-// A host's own classes, derived from what the library exports. Each ends with its last reference.
+// Classes of a host that derive from exported classes. Each object is destroyed with its last
+// reference.
 
 static int s_nEnded = 0;
 
@@ -30,7 +31,7 @@ int main() {
     const CRefPtr<Receiver> receiver(new Receiver);
     {
         const CRefPtr<Receiver> other(new Receiver);
-        Recorder* const recorder = new Recorder;  // Destroy gives this reference back
+        Recorder* const recorder = new Recorder;  // Destroy releases this reference
         recorder->AddReference();
         recorder->Initialize(receiver.Get());
         recorder->Destroy();

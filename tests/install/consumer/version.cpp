@@ -1,5 +1,5 @@
-// The other way to include the library, and whether its version is the same in the headers, in the
-// library and in the package.
+// Uses the other way to include the library. Checks that the headers, the library and the package
+// have the same version.
 #include <cachefile/cachefile.h>
 
 #include <cstdio>
