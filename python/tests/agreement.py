@@ -18,41 +18,27 @@ import sys
 import cachefile
 from cachefile import _np, layout
 
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "../../tests"))
+from containers import ENTRY, HEADER, container  # noqa: E402
+
 KNOWN_TAGS = sorted(layout.TAGS)
 UNKNOWN_TAGS = [0, 255, 262, 275, 285, 288, 65535]
 
 
-def entry(tag, number, extra, offset, noted, following):
-    return bytearray(layout.ENTRY.pack(tag, number, extra, offset, noted, following))
-
-
 def make(rand):
-    """Returns an undamaged container: entries and data in some order, some with gaps and notes."""
-    count, chained = rand.randint(1, 9), rand.random() < 0.6
-    scattered = chained and rand.random() < 0.5
-    pieces = [("entry", i) for i in range(1, count)] + [("data", i) for i in range(count)]
-    if scattered:
-        rand.shuffle(pieces)
-    sizes = [rand.choice([0, 1, 5, 72, rand.randint(0, 400)]) for _ in range(count)]
-    tags = [rand.choice(KNOWN_TAGS if rand.random() < 0.9 else UNKNOWN_TAGS) for _ in sizes]
-    at, places, starts = layout.HEADER_SIZE + layout.ENTRY_SIZE, {0: layout.HEADER_SIZE}, {}
-    for kind, i in pieces:
-        at += rand.randint(1, 20) if scattered and rand.random() < 0.3 else 0
-        (places if kind == "entry" else starts)[i] = at
-        at += layout.ENTRY_SIZE if kind == "entry" else sizes[i]
-    data = bytearray(rand.randbytes(at))
-    notes = rand.random()
-    for i in range(count):
-        noted = sizes[i] if notes < 0.6 else rand.choice([0, sizes[i], rand.randint(0, 500)])
-        words = entry(tags[i], rand.randint(0, 3), rand.randint(0, 9), starts[i] if sizes[i] else at,
-                      noted, places.get(i + 1, 0))
-        data[places[i]:places[i] + layout.ENTRY_SIZE] = words
-    data[:layout.HEADER_SIZE] = layout.HEADER.pack(1, 2, 3, at, 0, count, int(chained))
-    return data, sorted(places.values())
+    """A whole container, perhaps with unknown tags, notes of lengths and a chained index."""
+    tags = [rand.choice(KNOWN_TAGS if rand.random() < 0.9 else UNKNOWN_TAGS)
+            for _ in range(rand.randint(1, 9))]
+    streams = [(tag, rand.randint(0, 3), rand.randbytes(rand.choice([0, 1, 5, 72, rand.randint(0, 400)])))
+               for tag in tags]
+    notes = rand.choice([None, 0, 5, 400])
+    changes = {} if notes is None else {"length": notes}
+    return bytearray(container(streams, rand.randint(0, 1), entries={
+        i: {"extra": rand.randint(0, 9), **changes} for i in range(len(streams))})), len(streams)
 
 
-def damage(rand, data, places):
-    """Makes one change: a word of the header or the index, a bit, or the end of the file."""
+def damage(rand, data, count):
+    """Changes one thing: a word of header or index, a bit, or the end of the file."""
     kind = rand.randrange(8)
     if kind == 0:
         return data[:rand.randint(0, len(data))]
@@ -61,10 +47,10 @@ def damage(rand, data, places):
     if kind == 2 and data:
         data[rand.randrange(len(data))] ^= 1 << rand.randrange(8)
         return data
-    place = rand.choice(places)
+    place, other = (HEADER + ENTRY * rand.randrange(count) for _ in range(2))
     at = rand.choice([8, 16, 20]) if kind == 3 else place + rand.choice([0, 4, 16, 16, 20, 24, 24])
-    value = rand.choice([0, 1, 24, len(data), len(data) + 1, 0xFFFFFFFF, rand.choice(places),
-                         rand.choice(places) + rand.choice([-1, 1, 4, 31]),
+    value = rand.choice([0, 1, 24, len(data), len(data) + 1, 0xFFFFFFFF, other,
+                         other + rand.choice([-1, 1, 4, 31]),
                          rand.randint(0, 2 * len(data)), rand.randint(0, 1200)])
     if at + 4 <= len(data):
         struct.pack_into("<I", data, at, value)
@@ -74,9 +60,9 @@ def damage(rand, data, places):
 def containers(seed, count):
     for number in range(count):
         rand = random.Random(seed * 1000003 + number)
-        data, places = make(rand)
+        data, entries = make(rand)
         for _ in range(rand.choice([0, 1, 1, 1, 2, 3])):
-            data = damage(rand, data, places)
+            data = damage(rand, data, entries)
         yield f"{seed}-{number}", bytes(data)
 
 

@@ -4,15 +4,12 @@ CACHEFILE_TOOL     the command line
 CACHEFILE_LIBRARY  the shared library
 """
 
+import http.server
 import os
 import pathlib
-import shutil
-import socket
-import subprocess
+import re
 import sys
-import time
-import urllib.error
-import urllib.request
+import threading
 
 import pytest
 
@@ -36,71 +33,56 @@ def tool():
     return os.environ["CACHEFILE_TOOL"]
 
 
-class Server:
-    """A web server on the loopback interface, which logs the requests of a test."""
+class Handler(http.server.BaseHTTPRequestHandler):
+    """Serves the files below `root`, and ranges of them unless the path begins with /whole."""
 
-    def __init__(self, directory):
-        self.root = directory / "root"
-        self.root.mkdir()
-        self._log = directory / "access.log"
-        with socket.socket() as probe:
-            probe.bind(("127.0.0.1", 0))
-            self._port = probe.getsockname()[1]
-        (directory / "nginx.conf").write_text(f"""
-            daemon off; worker_processes 1; pid {directory}/pid; error_log {directory}/error.log;
-            events {{ }}
-            http {{
-                log_format plain '$request_method $uri $status $body_bytes_sent';
-                access_log {directory}/access.log plain;
-                client_body_temp_path {directory}; proxy_temp_path {directory};
-                fastcgi_temp_path {directory}; uwsgi_temp_path {directory};
-                scgi_temp_path {directory};
-                server {{
-                    listen 127.0.0.1:{self._port}; root {self.root};
-                    location /whole/ {{ alias {self.root}/; max_ranges 0; }}
-                }}
-            }}""")
-        user = ["-g", "user root;"] if os.getuid() == 0 else []
-        program = shutil.which("nginx", path="/usr/sbin:" + os.environ["PATH"])
-        command = ["timeout", "600", program, "-c", f"{directory}/nginx.conf", *user]
-        self._process = subprocess.Popen(command)
-        for _ in range(200):
-            try:
-                self._settle()
-                return
-            except OSError:
-                time.sleep(0.05)
-        raise RuntimeError("nginx does not respond")
+    protocol_version = "HTTP/1.1"
+
+    def do_GET(self):
+        try:
+            data = (self.server.root / self.path.replace("/whole/", "/")[1:]).read_bytes()
+        except OSError:
+            return self.send_error(404)
+        wanted = re.match(r"bytes=(\d+)-(\d+)", self.headers.get("Range", ""))
+        if wanted and not self.path.startswith("/whole/"):
+            data = data[int(wanted[1]):int(wanted[2]) + 1]
+            self.send_response(206)
+        else:
+            self.send_response(200)
+        self.send_header("Content-Length", len(data))
+        self.send_header("Accept-Ranges", "bytes")
+        self.end_headers()
+        body = data if self.command == "GET" else b""
+        self.server.seen.append((self.command, len(body)))
+        self.wfile.write(body)
+
+    do_HEAD = do_GET
+    log_message = lambda *arguments: None
+
+
+class Server(http.server.ThreadingHTTPServer):
+    """A web server on the loopback, which counts the requests of a test."""
+
+    def __init__(self, root):
+        super().__init__(("127.0.0.1", 0), Handler)
+        self.root, self.seen = root, []
 
     def url(self, name):
-        return f"http://127.0.0.1:{self._port}/{name}"
-
-    def _settle(self):
-        """Makes one more request. After its response the earlier requests are in the log."""
-        try:
-            urllib.request.urlopen(self.url("settle"), timeout=5)
-        except urllib.error.HTTPError:
-            pass
+        return f"http://127.0.0.1:{self.server_port}/{name}"
 
     def requests(self):
-        """Returns (method, bytes sent) of each request since the last call."""
-        self._settle()
-        lines = [line.split() for line in self._log.read_text().splitlines()]
-        with self._log.open("w"):
-            pass  # nginx appends
-        return [(line[0], int(line[3])) for line in lines if line[1] != "/settle"]
-
-    def stop(self):
-        self._process.terminate()
-        self._process.wait(10)
+        """(method, bytes sent) of each request since the last call."""
+        seen, self.seen = self.seen, []
+        return seen
 
 
 @pytest.fixture(scope="session")
 def server(tmp_path_factory):
     pytest.importorskip("fsspec")
-    running = Server(tmp_path_factory.mktemp("nginx"))
-    yield running
-    running.stop()
+    with Server(tmp_path_factory.mktemp("served")) as running:
+        threading.Thread(target=running.serve_forever, daemon=True).start()
+        yield running
+        running.shutdown()
 
 
 @pytest.fixture
