@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "capi/cachefile_c.h"
 #include "tests/faults/Session.h"
 #include "tests/support/Containers.h"
 
@@ -164,5 +165,62 @@ void PackSession(Session& aHost) {
         lResult = aHost.Do([&] { return aIndex->Open(".\\packed"); });
         EXPECT_TRUE(lResult != 0 || aIndex->GetEntryCount() == 3);
     }
+    aHost.Finish({});
+}
+
+/// A host in C records, plays what it recorded, packs a container and looks at it.
+void CHostSession(Session& aHost) {
+    const std::uint32_t dwFlags = aHost.m_aMode == Async ? CACHEFILE_ASYNC : 0;
+    const char* const lpName = "a file whose name takes memory";
+    const auto call = [&](auto* pFunction, auto... aArguments) {
+        return aHost.Do([&] { return pFunction(aArguments...); }) == 0;
+    };
+    unsigned char aBytes[100] = {};
+    cachefile_callbacks aCallbacks = CACHEFILE_CALLBACKS_INIT;
+    aCallbacks.on_data = [](void*, void* request, void* data, std::uint32_t,
+                            const cachefile_data_info*) {
+        if (!request) cachefile_free(data);
+    };
+    call(cachefile_set_home_dir, "a directory with a name that takes memory");
+
+    cachefile_writer* pWriter = nullptr;
+    std::uint32_t dwFile = 0;
+    if (call(cachefile_writer_create, 7, dwFlags, &aCallbacks, &pWriter) &&
+        call(cachefile_writer_set_dir, pWriter, "kvr2/a directory with a long name") &&
+        call(cachefile_writer_open, pWriter, lpName, &dwFile)) {
+        call(cachefile_writer_append, pWriter, dwFile, aBytes, 100);
+        call(cachefile_writer_flush, pWriter, dwFile);
+        call(cachefile_writer_close, pWriter, dwFile);
+    }
+    call(cachefile_shutdown);
+    cachefile_writer_destroy(pWriter);
+
+    cachefile_player* pPlayer = nullptr;
+    cachefile_describer aDescriber = CACHEFILE_DESCRIBER_INIT;
+    aDescriber.data_type = 4, aDescriber.file_id = 1004, aDescriber.file_kind = 4;
+    cachefile_data_info aInfo = CACHEFILE_DATA_INFO_INIT;
+    aInfo.data_type = 4, aInfo.file_id = 1004, aInfo.file_kinds = 4;
+    std::uint32_t dwRead = 0;
+    if (call(cachefile_player_create, 7, dwFlags, &aCallbacks, &pPlayer) &&
+        call(cachefile_player_set_dir, pPlayer, "kvr2/a directory with a long name") &&
+        call(cachefile_player_open_record, pPlayer, lpName, &aDescriber, 1)) {
+        call(cachefile_player_write, pPlayer, &aInfo, aBytes, 100, 0);
+        call(cachefile_player_read, pPlayer, &aInfo, aBytes, 0, 100, &aHost);
+        call(cachefile_player_read_alloc, pPlayer, &aInfo, 0, 100, nullptr);
+        call(cachefile_player_read_sync, pPlayer, &aInfo, aBytes, 0, 9, &dwRead);
+        call(cachefile_player_close_files, pPlayer);
+    }
+    call(cachefile_shutdown);
+    cachefile_player_destroy(pPlayer);
+
+    cachefile_packer* pPacker = nullptr;
+    cachefile_index* pIndex = nullptr;
+    if (call(cachefile_packer_create, &pPacker) &&
+        call(cachefile_packer_add_tag_memory, pPacker, std::uint16_t{268}, 1, 0, "x", 1) &&
+        call(cachefile_packer_write, pPacker, "packed") && call(cachefile_index_create, &pIndex))
+        call(cachefile_index_open, pIndex, "packed");
+    cachefile_packer_destroy(pPacker);
+    cachefile_index_destroy(pIndex);
+    call(cachefile_set_home_dir, "kvr2");
     aHost.Finish({});
 }

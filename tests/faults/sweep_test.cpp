@@ -1,6 +1,8 @@
 #include <cerrno>
 #include <fstream>
 
+#include "capi/cachefile_c.h"
+#include "fileop/FileOperation.h"
 #include "tests/faults/Faults.h"
 #include "tests/faults/Session.h"
 
@@ -8,6 +10,7 @@ void WriteSession(Session& aHost);
 void PlayFilesSession(Session& aHost);
 void PlayContainerSession(Session& aHost);
 void PackSession(Session& aHost);
+void CHostSession(Session& aHost);
 
 namespace {
 
@@ -24,6 +27,8 @@ constexpr char c_szWrites[] = "openat fstat fdopen faccessat mkdirat lseek write
 constexpr char c_szPlays[] = "openat fstat fdopen faccessat lseek write pread fflush fclose ";
 constexpr char c_szReads[] = "openat fstat fdopen pread fclose ";
 constexpr char c_szPacks[] = "openat fstat fdopen lseek write read pread fsync fclose rename ";
+constexpr char c_szC[] =
+    "openat fstat fdopen faccessat mkdirat lseek write pread fflush fsync fclose rename ";
 
 const Case c_aCases[] = {
     {"WriteSync", WriteSession, Sync, c_szWrites},
@@ -33,6 +38,8 @@ const Case c_aCases[] = {
     {"PlayContainerSync", PlayContainerSession, Sync, c_szReads},
     {"PlayContainerAsync", PlayContainerSession, Async, c_szReads},
     {"Pack", PackSession, Sync, c_szPacks},
+    {"CHostSync", CHostSession, Sync, c_szC},
+    {"CHostAsync", CHostSession, Async, c_szC},
 };
 
 /// Whether the library repeats a call that fails with this error.
@@ -134,6 +141,28 @@ TEST_P(Sweep, OfTheRequestsForMemory) {
         SweepAll(
             {4006, 4010, 4011}, true, [&](int nNth) { Memory::Arm(nNth, bForEver); },
             Memory::Disarm);
+    }
+}
+
+TEST(CFault, OfAllMemoryHasItsCode) {
+    cachefile_packer* pPacker = nullptr;
+    Memory::Arm(1, true);
+    const std::int32_t lHome = cachefile_set_home_dir("a directory with a name that takes memory");
+    const std::int32_t lPacker = cachefile_packer_create(&pPacker);
+    Memory::Disarm();
+    EXPECT_EQ(lHome, CACHEFILE_ERR_OUT_OF_MEMORY);
+    EXPECT_EQ(lPacker, CACHEFILE_ERR_OUT_OF_MEMORY);
+}
+
+TEST(OpenFault, OfALeasedFileIsWaitedFor) {
+    const TestDir aDir;
+    for (const int bWrite : {0, 1}) {
+        WriteBytes("leased", "bytes");
+        const CRefPtr<IFileOperation> pFile = CFileOperationFactory::Instance()->CreateLocalFile(0);
+        Faults::Arm(Faults::Call_openat, 1, false, EWOULDBLOCK);
+        EXPECT_EQ(pFile->Open(".\\leased", bWrite), 0);
+        EXPECT_EQ(Faults::Disarm(), 1);
+        ExpectFile("leased", bWrite ? "" : "bytes");
     }
 }
 

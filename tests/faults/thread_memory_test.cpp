@@ -1,5 +1,5 @@
 #include "tests/faults/Memory.h"
-#include "tests/support/Player.h"
+#include "tests/support/HostTest.h"
 
 /// Checks that a long-running host can attach, open and shut down any number of times without using
 /// more memory. Only a few cycles start a worker, because on a busy machine each of them waits
@@ -38,18 +38,5 @@ TEST_F(ThreadMemory, AttachingAndDetachingLeavesNothing) {
         CacheFileShutdown();
         EXPECT_EQ((*aRecording)->CloseFile(dwHandle), 4010);
         aRecording.reset();
-    });
-}
-
-TEST_F(ThreadMemory, DownloadHandlersLeaveNothing) {
-    ExpectNoGrowth(200, [] { Player(Async, nullptr).Destroy(); });
-    CContainerWriter aWriter;
-    const unsigned char aBytes[] = {1, 2, 3};
-    aWriter.AddStream({8, 2, 7008, 5}, aBytes, sizeof aBytes);
-    ASSERT_EQ(aWriter.Write(".\\c"), 0);
-    ExpectNoGrowth(200, [] {
-        Player aPlayer(Async, nullptr);
-        EXPECT_EQ(aPlayer.Open("c"), 0);
-        CCmCallerThread::RunPending();
     });
 }
