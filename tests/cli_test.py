@@ -220,20 +220,6 @@ class Output(Cli):
             _, error = self.run_tool(FAILED, "info", "good", stdout=full)
         self.assertIn("standard output", error)
 
-    @not_on_windows("a terminal of this system is no console of its")
-    def test_no_colour_without_a_terminal_and_none_with_no_color(self):
-        self.make("good", container(THREE))
-        self.assertNotIn(b"\x1b", self.run_tool(DONE, "map", "good")[0])
-        for settings, coloured in [({}, True), ({"NO_COLOR": "1"}, False), ({"TERM": "dumb"}, False)]:
-            environment = {**os.environ, "TERM": "xterm", **settings}
-            if not settings.get("NO_COLOR"):
-                environment.pop("NO_COLOR", None)
-            ours, its = os.openpty()
-            self.run_tool(DONE, "map", "good", stdout=its, env=environment)
-            os.close(its)
-            self.assertEqual(b"\x1b[" in os.read(ours, 100000), coloured, settings)
-            os.close(ours)
-
     def test_progress(self):
         self.make("good", container(THREE))
         for mode, pattern in [("auto", r"^$"), ("never", r"^$"),

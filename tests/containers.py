@@ -37,14 +37,11 @@ THREE = [(256, 1, b"a" * 100), (274, 0, CONF), (268, 7, b"c" * 300)]
 
 # Damaged containers and their expected findings, each (code, offset).
 DAMAGED = {
-    "empty file": (b"", [("header-cut-off", 0)]),
     "half a header": (container(THREE)[:23], [("header-cut-off", 0)]),
     "size 0": (container(THREE, header={8: 0}), [("header-size-zero", 8)]),
     "word not 0": (container(THREE, header={12: 1}), [("header-word-not-zero", 12)]),
     "no entries": (container(THREE, count=0), [("header-no-entries", 16)]),
     "index type 2": (container(THREE, 2), [("header-index-type", 20)]),
-    "two words wrong": (container(THREE, header={8: 0, 20: 9}),
-                        [("header-size-zero", 8), ("header-index-type", 20)]),
     "text": (b"This is no container, but a letter to somebody.",
              [("header-word-not-zero", 12), ("header-index-type", 20)]),
     "last stream cut off": (container(THREE, cut=10),
@@ -60,8 +57,6 @@ DAMAGED = {
     "one entry too many": (container([(256, 1, b"a" * 10)], count=2), [("entry-past-end", 56)]),
     "data past the end": (container(THREE, entries={2: {"offset": 593}}),
                           [("data-past-end", 88), ("longer-than-noted", 292)]),
-    "data far away": (container(THREE, entries={0: {"offset": 0xFFFFFFFF}}),
-                      [("data-past-end", 24), ("gap", 120)]),
     "data behind the given size": (container(THREE, header={8: 200}),
                                    [("file-too-long", 200), ("data-past-end", 56),
                                     ("data-past-end", 88), ("shorter-than-noted", 200)]),
@@ -83,8 +78,6 @@ DAMAGED = {
                           [("overlap", 60), ("overlap", 88), ("gap", 120)]),
     "a length too short": (container(THREE, entries={0: {"length": 90}}),
                            [("longer-than-noted", 210)]),
-    "a length past the end": (container(THREE, entries={2: {"length": 301}}),
-                              [("shorter-than-noted", 592)]),
     "no length fits": (container(THREE, entries={n: {"length": 9999} for n in range(3)}),
                        [("noted-lengths", 24)]),
     "bytes of nobody": (container([(256, 1, b"a" * 9)], entries={0: {"offset": 60, "length": 5}}),
