@@ -169,32 +169,6 @@ TEST_F(EventQueue, ASenderLearnsThatTheQueueWasDropped) {
     ExpectCounts(0, 1);
 }
 
-TEST_F(EventQueue, TheWakeUpComesWhenResultsBeginToWait) {
-    int nWoken = 0;
-    const auto expectWoken = [&](int nTimes, const char* lpWhen) {
-        EXPECT_EQ(std::exchange(nWoken, 0), nTimes) << lpWhen;
-    };
-    const auto install = [&] { return CCmCallerThread::SetWakeUp([&] { ++nWoken; }); };
-    install();
-    expectWoken(0, "nothing waits");
-    HostQueue()->PostEvent(Event([&] { return HostQueue()->PostEvent(Event(), 1); }), 1);
-    expectWoken(1, "something began to wait");
-    HostQueue()->PostEvent(Event(), 1);
-    expectWoken(0, "something waited already");
-    Run();
-    expectWoken(1, "posted by what ran, for the next run");
-    HostQueue()->PostEvent(Event([]() -> CmInt32 { throw std::runtime_error("a host's own"); }), 1);
-    HostQueue()->PostEvent(Event(), 1);
-    EXPECT_THROW(Run(), std::runtime_error);
-    expectWoken(1, "left by what threw");
-    install();
-    expectWoken(1, "installed while something waits");
-    m_attached.reset();
-    m_attached.emplace();
-    HostQueue()->PostEvent(Event(), 1);
-    expectWoken(0, "removed by detaching");
-}
-
 TEST_F(EventQueue, WaitingEndsWithWhatComesIn) {
     CmUint32 dwCount = 99;
     EXPECT_EQ(CCmCallerThread::WaitAndRun(1, &dwCount), 0);

@@ -23,19 +23,6 @@ TEST_F(Handler, HandlesThatNameNoFileAreRefusedAndTraced) {
     EXPECT_EQ(aOther.Write(dwForeign, ""), 0);
 }
 
-TEST_F(Handler, ClosingTheMiddleFileKeepsTheOthers) {
-    Recording aRecording(Sync, nullptr);
-    CmUint32 aHandles[] = {aRecording.Open("0"), aRecording.Open("1"), aRecording.Open("2")};
-    EXPECT_EQ(aRecording->CloseFile(aHandles[1]), 0);
-    aHandles[1] = aRecording.Open("3");
-    for (const CmUint32 dwHandle : aHandles)
-        EXPECT_EQ(aRecording.Write(dwHandle, std::to_string(dwHandle)), 0);
-    for (const CmUint32 dwHandle : aHandles) EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
-    const char* const aNames[] = {"0", "3", "2"};
-    for (const int i : {0, 1, 2})
-        ExpectFile(Recording::PathOf(aNames[i]), std::to_string(aHandles[i]));
-}
-
 TEST_F(Handler, ACopyHasTheFieldsAndSharesTheFiles) {
     Recording aRecording(Sync, &m_sink);
     const CmUint32 dwHandle = aRecording.Open("a");
@@ -77,39 +64,6 @@ TEST_F(Handler, DirectoriesAreComposedAsTold) {
               Assertion("writer/WriteFileHandler.cpp",
                         "!\"CWriteFileHandler::OnDataReady->No implementation\""));
     pHandler->Destroy();
-}
-
-using HomeDirectory = HostModeTest;
-INSTANTIATE_BOTH_MODES(HomeDirectory);
-
-TEST_P(HomeDirectory, WorksOrGivesItsCode) {
-    const struct {
-        const char* lpHome;
-        const char* lpExists;  // a directory that exists before, if any
-        CmInt32 lResult;
-    } aCases[] = {{".\\no backslash at its end", "", 0},
-                  {".\\gr\xC3\xBC\xC3\x9F e\\\xE6\x97\xA5\xE6\x9C\xAC\\", "", 0},
-                  {"relative\\", "", 4001},
-                  {"relative2", "relative2", 0},
-                  {"./slashes/", "", 4001},
-                  {"./slashes2/", "slashes2", 0},
-                  {"", "", 4001},
-                  {"", "7", 0}};
-    const bool bAsync = GetParam() == Async;
-    for (const auto& aCase : aCases) {
-        SCOPED_TRACE(std::string(aCase.lpHome) + "|" + aCase.lpExists);
-        if (*aCase.lpExists) std::filesystem::create_directories(aCase.lpExists);
-        CCacheFileManager::Instance().SetTempHomeDir(aCase.lpHome);
-        Recording aRecording(GetParam(), &m_sink);
-        EXPECT_EQ(aRecording.TryOpen("deep\\file"), bAsync ? 0 : aCase.lResult);
-        Settle();
-        EXPECT_EQ(m_sink.Take(), bAsync ? "Open " + std::to_string(aCase.lResult) : "");
-        EXPECT_EQ(ReadBytes(aRecording->GetTempHomeDir() + "deep\\file"),
-                  aCase.lResult == 0 ? "" : "<no file>");
-    }
-    Recording aRecording(Sync, nullptr);
-    aRecording->SetHomeDir("");
-    EXPECT_EQ(aRecording.TryOpen("no directory at all"), 4005);
 }
 
 TEST_F(Handler, TemporaryFilesAreDeletedAndFailuresIgnored) {

@@ -8,50 +8,51 @@
 
 using HostLoop = HostTest;
 
-TEST_F(HostLoop, TheDescriptorIsReadableExactlyWhileSomethingWaits) {
+TEST_F(HostLoop, IsWokenWhenResultsBeginToWaitAndCanPollADescriptorMeanwhile) {
     EventCounts aCounts;
-    int nDescriptor = -1;
+    int nDescriptor = -1, nWoken = 0;
+    const auto install = [&] { return CCmCallerThread::SetWakeUp([&] { ++nWoken; }); };
     const auto post = [&](TestEvent::Work aWork = nullptr) {
         return CCmThreadManager::Instance()->GetThread(3)->GetEventQueue()->PostEvent(
             new TestEvent(aCounts, std::move(aWork)), 1);
     };
-    const auto readable = [&] {
+    const auto expect = [&](int nTimes, bool bReadable, const char* lpWhen) {
+        EXPECT_EQ(std::exchange(nWoken, 0), nTimes) << lpWhen;
         pollfd aPoll{nDescriptor, POLLIN, 0};
-        return ::poll(&aPoll, 1, 0) == 1;
+        EXPECT_EQ(::poll(&aPoll, 1, 0) == 1, bReadable) << lpWhen;
+        return CmInt32{0};
     };
     post();
+    install();
     ASSERT_EQ(CCmCallerThread::GetWakeDescriptor(nDescriptor), 0);
-    EXPECT_TRUE(readable()) << "made while something waits";
     EXPECT_EQ(::fcntl(nDescriptor, F_GETFD), FD_CLOEXEC);
+    expect(1, true, "made while something waits");
+    post();
+    expect(0, true, "something waited already");
     CCmCallerThread::RunPending();
-    EXPECT_FALSE(readable());
-    post([&] {
-        EXPECT_TRUE(readable()) << "another one of the batch waits";
-        return 0;
-    });
-    post([&] {
-        EXPECT_FALSE(readable()) << "this is the last one";
-        return post();
-    });
+    expect(0, false, "nothing waits");
+    post([&] { return expect(1, true, "another one of the batch waits"); });
+    post([&] { return expect(0, false, "this is the last one"), post(); });
     CCmCallerThread::RunPending();
-    EXPECT_TRUE(readable()) << "posted meanwhile";
+    expect(1, true, "posted by what ran, for the next run");
     CCmCallerThread::RunPending();
-    EXPECT_FALSE(readable());
     post([&] { return post(); });
-    post([&] {
-        EXPECT_TRUE(readable()) << "this one is the last, but another was posted";
-        return 0;
-    });
+    post([&] { return expect(2, true, "this one is the last, but another was posted"); });
     CCmCallerThread::RunPending();
     CCmCallerThread::RunPending();
+    nWoken = 0;
     post([]() -> CmInt32 { throw std::runtime_error("a host's own"); });
     post();
     EXPECT_THROW(CCmCallerThread::RunPending(), std::runtime_error);
-    EXPECT_TRUE(readable()) << "the rest of the batch";
+    expect(2, true, "posted, and left by what threw");
     m_attached.reset();
     EXPECT_EQ(::fcntl(nDescriptor, F_GETFD), -1) << "closed";
     EXPECT_EQ(CCmCallerThread::GetWakeDescriptor(nDescriptor), 4010);
     EXPECT_EQ(nDescriptor, -1);
+    m_attached.emplace();
+    post();
+    EXPECT_EQ(nWoken, 0) << "removed by detaching";
+    CCmCallerThread::RunPending();
 }
 
 TEST_F(HostLoop, TheWorkerLeavesTheHostsSignalsToTheHost) {

@@ -56,45 +56,34 @@ TEST_P(Limits, ARecordFileGrowsPastFourGigabytesAndIsReadUpToThere) {
             strBytes);
 }
 
-TEST_P(Limits, TenThousandFilesStayOpenAndTheOneTooManyGivesItsOwnCode) {
-    constexpr unsigned c_nFiles = 10'000;
+TEST_P(Limits, AThousandFilesStayOpenAndTheOneTooManyGivesItsOwnCode) {
+    constexpr unsigned c_nFiles = 1'000;
     OpenFilesLimit aLimit;
     if (!aLimit.Set(c_nFiles + 200)) GTEST_SKIP() << "this process may not open so many files";
-    Recording aRecording(GetParam(), nullptr);
+    Recording aRecording(GetParam(), &m_sink);
     std::vector<CmUint32> vecHandles;
     for (unsigned i = 0; i < c_nFiles; ++i)
         vecHandles.push_back(aRecording.Open(std::to_string(i)));
     for (const int nRound : {0, 1})
         for (const CmUint32 dwHandle : vecHandles)
             EXPECT_EQ(aRecording.Write(dwHandle, std::to_string(dwHandle + nRound)), 0);
+    // A sanitizer looks into memory through a pipe when it first meets a kind of object.
+    EXPECT_EQ(aRecording->CloseFile(vecHandles.back()), 0);
+    aRecording->SetHomeDir("nowhere\\");
+    EXPECT_EQ(aRecording.TryOpen("before"), GetParam() == Sync ? 4001 : 0);  // not seen again below
+    aRecording->SetHomeDir(".\\kvr2\\7");
     Settle();
-
-    Recording aOther(GetParam(), &m_sink);
-    aOther->SetHomeDir("nowhere\\");
-    EXPECT_EQ(aOther.TryOpen("before"),
-              GetParam() == Sync ? 4001 : 0);  // fails once before the limit
-    aOther->SetHomeDir(".\\kvr2");
-    // A sanitizer opens a pipe when it first checks an object of a class.
-    const CmUint32 dwBefore = aRecording.Open("before");
-    EXPECT_EQ(aRecording.Write(dwBefore, "x"), 0);
-    EXPECT_EQ(aRecording->CloseFile(dwBefore), 0);
-    Settle();
-    int nNext = 0;  // the next descriptor, if all smaller ones are in use
-    while (nNext < static_cast<int>(c_nFiles)) nNext = ::dup(0);
-    ASSERT_TRUE(aLimit.Set(static_cast<rlim_t>(nNext)));
+    m_sink.Take();
+    std::vector<int> vecOthers;
+    while (vecOthers.empty() || vecOthers.back() >= 0) vecOthers.push_back(::dup(0));
     for (const char* const lpName : {"first", "second"})
-        EXPECT_EQ(aOther.TryOpen(lpName), GetParam() == Sync ? 4006 : 0);
+        EXPECT_EQ(aRecording.TryOpen(lpName), GetParam() == Sync ? 4006 : 0);
     Settle();
-    EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 4001, Open 4006, Open 4006" : "");
-    // A queued open of a relative path holds the current directory.
-    for (const std::size_t i : {c_nFiles - 1, c_nFiles - 2})
-        EXPECT_EQ(aRecording->CloseFile(vecHandles[i]), 0);
-    Settle();
-    EXPECT_EQ(aOther.TryOpen("third"), 0);
+    EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 4006, Open 4006" : "");
+    for (const int nFile : vecOthers) ::close(nFile);
+    aRecording.Open("third");
     Settle();
     EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 0" : "");
-    ASSERT_TRUE(aLimit.Set(c_nFiles + 200));
-    aOther.Destroy();
     aRecording.Destroy();
     CacheFileShutdown();
     for (unsigned i = 0; i < c_nFiles; ++i)

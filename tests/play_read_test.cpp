@@ -27,23 +27,15 @@ TEST_P(Read, RunsOfAContainer) {
     ASSERT_EQ(aPlayer.Open("c"), 0);
     Settle();
     m_sink.Take();
-    const ReadCase aCases[] = {{0, 1, "a"},
-                               {1, 3, "bcd"},
-                               {0, 6, "abcdef"},
+    const ReadCase aCases[] = {{1, 3, "bcd"},
                                {3, 7, "def"},
-                               {0, 10, "abcdef"},
                                {9, 1, ""},
                                {0, 11, nullptr, "60"},
-                               {9, 2, nullptr, "69"},
                                {10, 1, nullptr, "70"},
                                {1, 0xFFFFFFFE, nullptr, "61"},
                                {4, 0xFFFFFFFF, "ef"},
-                               {6, 0xFFFFFFFF, ""},
-                               {0xFFFFFFFF - 60, 0xFFFFFFFF, ""},
                                {0xFFFFFFFF - 59, 0xFFFFFFFF, nullptr, "4294967296"},
-                               {0xFFFFFFFF, 0xFFFFFFFF, nullptr, "4294967355"},
-                               {0xFFFFFFFF, 1, nullptr, "4294967355"},
-                               {0xFFFFFFFF - 59, 1, nullptr, "4294967296"}};
+                               {0xFFFFFFFF, 1, nullptr, "4294967355"}};
     for (const ReadCase& aCase : aCases) {
         SCOPED_TRACE(std::to_string(aCase.dwLength) + "@" + std::to_string(aCase.dwOffset));
         EXPECT_EQ(aPlayer.Read(c_aInfo, aCase.dwOffset, aCase.dwLength, 100),

@@ -62,33 +62,6 @@ class Proxy : public HostTest {
 
 }  // namespace
 
-TEST_F(Proxy, QueuesInOrderAndDroppingItCancelsNothing) {
-    {
-        ThreadGate aGate(Worker());
-        EXPECT_EQ(m_pProxy->Open(".\\a", 1), 0);
-        CCmString strData(1000, 'x');
-        EXPECT_EQ(Append(strData), 0);
-        strData = "gone";  // the request has a copy
-        EXPECT_EQ(m_pProxy->WriteData("AB", 998), 0);
-        m_pProxy->Flush();
-        for (const CmUint32 dwOffset : {1000U, 5000U, 960U}) EXPECT_EQ(AsyncRead(dwOffset, 100), 0);
-        EXPECT_EQ(m_pProxy->Close(), 0);
-        m_pProxy = nullptr;
-        EXPECT_FALSE(m_script.m_bGone);
-        EXPECT_EQ(m_script.Take(), "");
-    }
-    EXPECT_EQ(Told(), "Open 0, Data 0, Data 0, Data 40");
-    EXPECT_EQ(m_sink.m_strData, CCmString(38, 'x') + "AB");
-    EXPECT_TRUE(m_sink.m_dataInfo.wDataType == 3 && m_sink.m_dataInfo.dwFileID == 1003 &&
-                m_sink.m_dataInfo.dwDataLen == 77 && m_sink.m_dataInfo.byFileType == 4);
-    EXPECT_EQ(m_script.Take(),
-              "Open .\\a 1\nWrite <1000>@end\nWrite AB@998\n"
-              "Read 100@1000\nRead 100@5000\nRead 100@960\nClose\n");
-    EXPECT_NE(m_script.m_thread, std::this_thread::get_id());
-    EXPECT_TRUE(m_script.m_bGone) << "it ends after its last request";
-    EXPECT_EQ(m_trace.TakeErrors(), "");
-}
-
 TEST_F(Proxy, FailuresBelowComeAsCallbacks) {
     EXPECT_EQ(m_pProxy->Open(".\\a", 1), 0);
     m_script.Fail([](const std::string& strCall, int) {
@@ -106,37 +79,6 @@ TEST_F(Proxy, FailuresBelowComeAsCallbacks) {
               "this=*\n"
               "COpenCloseEvent::OnEventFire->Close File error:.\\a this=*\n");
     EXPECT_EQ(m_lost.Take(), 4U);
-}
-
-TEST_F(Proxy, AFailedOpenStopsTheFileUntilAnotherOneSucceeds) {
-    m_script.FailAll("Open", 4012);
-    {
-        ThreadGate aGate(Worker());  // the failure is not known yet, so everything is accepted
-        EXPECT_EQ(m_pProxy->Open(".\\a", 1), 0);
-        EXPECT_EQ(Append("x"), 0);
-        EXPECT_EQ(AsyncRead(0, 1), 0);
-        EXPECT_EQ(m_pProxy->Close(), 0);
-    }
-    EXPECT_EQ(Told(), "Open 4012, Write 4006, Data 0, Close 4012");
-    EXPECT_EQ(m_script.Take(), "Open .\\a 1\n") << "nothing else reaches the file";
-    EXPECT_EQ(m_trace.TakeErrors(),
-              "COpenCloseEvent::OnEventFire->Open File error:.\\a this=*\n"
-              "COpenCloseEvent::OnEventFire->Close File error:.\\a this=*\n");
-    EXPECT_EQ(Append("x"), 4006);
-    EXPECT_EQ(AsyncRead(0, 1), 4006);
-    EXPECT_EQ(SyncRead(0, 1), "error 4012");
-    EXPECT_EQ(m_pProxy->Close(), 4012);
-    EXPECT_EQ(Told() + m_trace.TakeErrors(), "");
-
-    m_script.FailAll("none", 0);
-    WriteBytes("b", "there");
-    EXPECT_EQ(m_pProxy->Open(".\\b", 0), 0);
-    EXPECT_EQ(m_pProxy->GetFileName(), ".\\b");
-    EXPECT_EQ(Told(), "Open 0");
-    EXPECT_EQ(Append("x"), 4010) << "opened for reading";
-    EXPECT_EQ(SyncRead(1, 9), "here");
-    EXPECT_EQ(m_pProxy->Close(), 0);
-    EXPECT_EQ(Told(), "");
 }
 
 TEST_F(Proxy, ASynchronousReadSeesEverythingQueuedBeforeIt) {

@@ -9,7 +9,7 @@
 namespace {
 
 /// A host with six bytes in a record file and in a container.
-class Teardown : public HostModeTest {
+class Teardown : public HostTest {
  protected:
     Teardown() {
         std::filesystem::create_directories("kvr2/7");
@@ -19,9 +19,9 @@ class Teardown : public HostModeTest {
         EXPECT_EQ(aWriter.Write(".\\c"), 0);
     }
 
-    /// A player in this mode that has the file or the container open.
-    void Start(Player::Use aUse, IFileOpSink* pSink) {
-        m_player.emplace(GetParam(), pSink, aUse);
+    /// A player that has the six bytes open, in the file or in the container.
+    void Start(Player::Use aUse) {
+        m_player.emplace(Async, &m_sink, aUse);
         EXPECT_EQ(aUse == Player::ForDownload ? m_player->Open("c")
                                               : m_player->OpenFile("a", {8, 2, 7008, 5}),
                   0);
@@ -32,29 +32,10 @@ class Teardown : public HostModeTest {
     static constexpr tagDataInfo c_aInfo{8, 7008, 99, 2};
     std::optional<Player> m_player;
 };
-INSTANTIATE_BOTH_MODES(Teardown);
-
-using TeardownAsync = Teardown;
-INSTANTIATE_TEST_SUITE_P(Modes, TeardownAsync, testing::Values(Async), ModeName);
 
 }  // namespace
 
-TEST_P(Teardown, AReadCallbackMayDestroyTheHandler) {
-    for (const auto aUse : {Player::ForFiles, Player::ForDownload}) {
-        Start(aUse, &m_sink);
-        m_sink.m_onData = [&] { m_player->Destroy(); };
-        for (int i = 0; i < (GetParam() == Async ? 2 : 1); ++i)
-            EXPECT_EQ(m_player->Read(c_aInfo, 1, 4), 0);
-        Settle();
-        EXPECT_EQ(m_sink.Take(), "Data 4") << "the second answer finds no sink any more";
-        Start(aUse, nullptr);
-        EXPECT_EQ(m_player->Read(c_aInfo, 1, 4), 0) << "nobody takes the bytes";
-        Settle();
-    }
-    EXPECT_EQ(m_trace.TakeErrors(), "");
-}
-
-TEST_P(TeardownAsync, ReadsUnderWayReachTheSinkOrNobody) {
+TEST_F(Teardown, ReadsUnderWayReachTheSinkOrNobody) {
     const auto nothing = [] {};
     const auto detach = [&] { m_attached.reset(); };
     const auto destroy = [&] { m_player->Destroy(); };
@@ -69,7 +50,7 @@ TEST_P(TeardownAsync, ReadsUnderWayReachTheSinkOrNobody) {
     for (const auto& aCase : aCases) {
         for (const auto aUse : {Player::ForFiles, Player::ForDownload}) {
             SCOPED_TRACE((&aCase - aCases) * 10 + aUse);
-            Start(aUse, &m_sink);
+            Start(aUse);
             CPlayFileHandler* const pHandler = m_player->operator->();
             pHandler->AddReference();
             std::optional<ThreadGate> aGate(Worker());
@@ -88,7 +69,7 @@ TEST_P(TeardownAsync, ReadsUnderWayReachTheSinkOrNobody) {
     }
 }
 
-TEST_P(TeardownAsync, TheEndOfADownloadPlayerStopsTheWorkerUnderARecording) {
+TEST_F(Teardown, TheEndOfADownloadPlayerStopsTheWorkerUnderARecording) {
     CFileThreadManager* const pThreads = CFileThreadManager::Instance();
     CCmString strAll;
     for (unsigned i = 0; i < 20; ++i) strAll += Pattern(40'000, i);
@@ -134,7 +115,7 @@ TEST_P(TeardownAsync, TheEndOfADownloadPlayerStopsTheWorkerUnderARecording) {
     }
 }
 
-TEST_P(TeardownAsync, AShutdownRunsWhatWaitsRefusesOpensAndCanBeRepeated) {
+TEST_F(Teardown, AShutdownRunsWhatWaitsRefusesOpensAndCanBeRepeated) {
     Recording aRecording(Async, &m_sink);
     const CmUint32 dwHandle = aRecording.Open("r");
     EXPECT_EQ(aRecording.Write(dwHandle, Pattern(40'000)), 0);
@@ -153,7 +134,7 @@ TEST_P(TeardownAsync, AShutdownRunsWhatWaitsRefusesOpensAndCanBeRepeated) {
     EXPECT_EQ(m_sink.Take(), "Open 0, Open 0");
 }
 
-TEST_P(TeardownAsync, WithoutAnAttachedThreadAnOpenIsRefusedAndTracedWhy) {
+TEST_F(Teardown, WithoutAnAttachedThreadAnOpenIsRefusedAndTracedWhy) {
     m_attached.reset();
     Recording aRecording(Async, &m_sink);
     EXPECT_EQ(aRecording.TryOpen("b"), 4010);
@@ -165,35 +146,4 @@ TEST_P(TeardownAsync, WithoutAnAttachedThreadAnOpenIsRefusedAndTracedWhy) {
     EXPECT_EQ(aRecording.TryOpen("b"), 0);
     Settle();
     EXPECT_EQ(m_sink.Take(), "Open 0");
-}
-
-// What a host calls inside the first of two pending callbacks.
-TEST_P(TeardownAsync, AStatusCallbackMayEndAnything) {
-    const auto shutDown = [] { EXPECT_EQ(CacheFileShutdown(), 0); };
-    const std::pair<std::function<void(Recording&)>, const char*> aCases[] = {
-        {[](Recording& r) { r.Destroy(); }, "Open 0"},
-        {[&](Recording&) { shutDown(); }, "Open 0, Open 0"},
-        {[&](Recording& r) { r.Destroy(), shutDown(); }, "Open 0"},
-        {[&](Recording&) { m_attached.reset(); }, "Open 0"},
-        {[](Recording&) { throw std::runtime_error("a host's own"); }, "Open 0, Open 0"}};
-    for (const auto& [act, lpTold] : aCases) {
-        SCOPED_TRACE(lpTold);
-        Recording aRecording(Async, &m_sink);
-        for (const char* const lpName : {"0", "1"})
-            EXPECT_EQ(aRecording.Write(aRecording.Open(lpName), Pattern(50'000)), 0);
-        RunOn(Worker(), nullptr);  // both results are pending now
-        m_sink.m_onStatus = [&, &inside = act] { inside(aRecording); };
-        try {
-            CCmCallerThread::RunPending();
-        } catch (const std::runtime_error&) {
-        }
-        Settle();
-        EXPECT_EQ(m_sink.Take(), lpTold);
-        aRecording.Destroy();
-        CacheFileShutdown();
-        EXPECT_EQ(m_sink.Take(), "");
-        for (const char* const lpName : {"0", "1"})
-            ExpectFile(Recording::PathOf(lpName), Pattern(50'000));
-        if (!m_attached) m_attached.emplace();
-    }
 }

@@ -1,6 +1,5 @@
 #include "tests/support/Containers.h"
 
-#include <algorithm>
 #include <ostream>
 
 const TagRow c_aTagRows[20] = {
@@ -74,25 +73,4 @@ CCmString ConfBytes(CmUint32 dwVersion, CmUint32 dwTimeStamp, std::size_t nLengt
     Set32(strBytes, 8, dwVersion);
     Set32(strBytes, 52, dwTimeStamp);
     return strBytes;
-}
-
-std::vector<HandStream> RandomStreams(SeededRandom& aRandom, unsigned nAtLeast) {
-    std::vector<HandStream> vecStreams;
-    const unsigned nWanted = nAtLeast + aRandom.Below(12);
-    for (unsigned i = 0; i < nWanted; ++i) {
-        const unsigned wTag = c_aTagRows[i < nAtLeast ? i : aRandom.Below(20)].wTag;
-        const unsigned nLimit = aRandom.Below(8) == 0 ? 100'000 : 2000;
-        const CmUint32 dwEntryID = aRandom.Below(aRandom.Below(2) ? 4 : 0xFFFFFFFF);
-        HandStream aStream{wTag, dwEntryID, aRandom.Below(0xFFFFFFFF), {}};
-        if (aRandom.Below(4) != 0) aStream.strBytes = aRandom.Bytes(aRandom.Below(nLimit));
-        if (wTag == c_wConf)
-            aStream.strBytes = ConfBytes(aRandom.Below(9), aRandom.Below(0xFFFFFFFF),
-                                         c_nConfHeader + aRandom.Below(200));
-        const bool bThere =
-            std::any_of(vecStreams.begin(), vecStreams.end(), [&](const HandStream& aOther) {
-                return DataInfoMatches(InfoOf(aStream.Describer()), aOther.Describer());
-            });
-        if (!bThere) vecStreams.push_back(std::move(aStream));
-    }
-    return vecStreams;
 }

@@ -60,7 +60,3 @@ struct HandStream {
 
     tagFileDescriber Describer() const { return DescriberOf(wTag, dwEntryID, dwExtraInfo); }
 };
-
-/// Random streams with different describers, with or without a conf stream. They use at least
-/// nAtLeast of the twenty tags.
-std::vector<HandStream> RandomStreams(SeededRandom& aRandom, unsigned nAtLeast);

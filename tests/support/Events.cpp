@@ -16,27 +16,12 @@ void Signal::Wait() {
     m_raised.wait(aLock, [this] { return m_bRaised; });
 }
 
-namespace {
-
-class GateEvent final : public ICmEvent {
- public:
-    GateEvent(std::shared_ptr<Signal> pInside, std::shared_ptr<Signal> pOpen)
-        : ICmEvent(0), m_pInside(std::move(pInside)), m_pOpen(std::move(pOpen)) {}
-    CmInt32 OnEventFire() override {
-        m_pInside->Raise();
-        m_pOpen->Wait();
-        return 0;
-    }
-
- private:
-    const std::shared_ptr<Signal> m_pInside;
-    const std::shared_ptr<Signal> m_pOpen;
-};
-
-}  // namespace
-
 ThreadGate::ThreadGate(const CRefPtr<ACmThread>& pThread) {
-    const auto pInside = std::make_shared<Signal>();
-    pThread->GetEventQueue()->PostEvent(new GateEvent(pInside, m_pOpen), 1);
-    pInside->Wait();
+    const auto hold = [pState = m_pState] {
+        pState->aInside.Raise();
+        pState->aOpen.Wait();
+        return 0;
+    };
+    pThread->GetEventQueue()->PostEvent(new TestEvent(m_pState->aCounts, hold), 1);
+    m_pState->aInside.Wait();
 }

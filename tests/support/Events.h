@@ -35,7 +35,7 @@ class TestEvent final : public ICmEvent {
 /// Runs aWork on the thread after everything in its queue, waits for it and returns its result.
 CmInt32 RunOn(const CRefPtr<ACmThread>& pThread, TestEvent::Work aWork);
 
-/// A flag that one thread sets and others wait for.
+/// A flag that one thread raises and others wait for. It may end as soon as a wait has ended.
 class Signal {
  public:
     void Raise();
@@ -53,8 +53,13 @@ class ThreadGate {
  public:
     explicit ThreadGate(const CRefPtr<ACmThread>& pThread);
     ~ThreadGate() { Open(); }
-    void Open() { m_pOpen->Raise(); }
+    void Open() { m_pState->aOpen.Raise(); }
 
  private:
-    const std::shared_ptr<Signal> m_pOpen = std::make_shared<Signal>();
+    struct State {
+        EventCounts aCounts;
+        Signal aInside;
+        Signal aOpen;
+    };
+    const std::shared_ptr<State> m_pState = std::make_shared<State>();
 };
