@@ -293,13 +293,9 @@ TEST(CIndex, ShowsWhatAContainerHolds) {
 
     cachefile_index_entry aEntry = CACHEFILE_INDEX_ENTRY_INIT;
     ASSERT_EQ(cachefile_index_get_entry(pIndex, 3, &aEntry), 0);
-    EXPECT_EQ(aEntry.offset, 24U + 3 * 32);
-    EXPECT_EQ(aEntry.tag, 269U);
-    EXPECT_EQ(aEntry.entry_id, 4U);
-    EXPECT_EQ(aEntry.extra_info, 5U);
-    EXPECT_EQ(aEntry.data_type * 10000U + aEntry.file_id, 44004U);
-    EXPECT_EQ(aEntry.file_kind, 1U);
-    EXPECT_EQ(aEntry.noted_length, 11U);
+    const cachefile_index_entry aWanted = {
+        sizeof aWanted, 24 + 3 * 32, 4, 5, aEntry.data_offset, 11, 0, 269, 4, 4004, 1, {}};
+    EXPECT_EQ(std::memcmp(&aEntry, &aWanted, sizeof aEntry), 0);
     ASSERT_EQ(cachefile_index_stream_length(pIndex, 0, &dwRead), 0);
     EXPECT_EQ(dwRead, 6U);
     EXPECT_EQ(cachefile_index_stream_length(pIndex, 5, &dwRead), c_lBadArgument);

@@ -699,17 +699,6 @@ class Pack(Cli):
         self.assertIn("entry 4 is left out", error)
         self.run_tool(FAILED, "extract", "hidden", "-o", "hidden.out")  # it is there already
 
-    def test_extract_refuses_streams_that_share_their_bytes(self):
-        shared = {index: {"offset": HEADER + ENTRY * 50, "length": 500} for index in range(50)}
-        self.make("shared", container([(268, number, b"x" * 10) for number in range(50)],
-                                      entries=shared))
-        _, error = self.run_tool(FAILED, "extract", "shared", "-o", "out")
-        self.assertIn("25,000 bytes, but shared has 2,124", error)
-        self.assertFalse(os.path.exists(self.path("out")))
-        self.run_tool(DONE, "extract", "shared", "-o", "out", "--allow-overlap")
-        self.assertEqual({len(self.read(name)) for name in self.files("out")}, {500})
-
-
 class Docs(Cli):
     def test_the_example_of_the_format_is_a_container(self):
         with open(os.path.join(os.path.dirname(__file__), "../docs/container-format.md")) as page:

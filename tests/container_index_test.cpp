@@ -101,22 +101,3 @@ TEST_F(Index, WhatABlockCannotGiveIsReadAlone) {
     ResizeFile(50'010);  // the last block ends within an entry
     ExpectAll();
 }
-
-TEST(CircleWatch, FindsEveryCircleWithinThreeLapsOfItsWay) {
-    for (unsigned nLeadIn = 0; nLeadIn < 70; ++nLeadIn) {
-        for (unsigned nLap = 1; nLap < 70; ++nLap) {
-            CCircleWatch aWatch;
-            unsigned nStep = 0;
-            const auto placeAt = [&](unsigned n) {
-                return n < nLeadIn ? n : nLeadIn + (n - nLeadIn) % nLap;
-            };
-            while (!aWatch.HasReturned(24 + 32 * placeAt(nStep), nStep))
-                ASSERT_LT(nStep++, 3 * (nLeadIn + nLap)) << nLeadIn << " " << nLap;
-            ASSERT_EQ(aWatch.GetLapLength(), nLap) << nLeadIn;
-            ASSERT_EQ(aWatch.GetKnownBefore(), nStep - nLap);
-        }
-    }
-    CCircleWatch aWatch;
-    for (std::uint64_t qwAt = 24; qwAt < 3'000'000; qwAt += 32)
-        ASSERT_FALSE(aWatch.HasReturned(qwAt, 0)) << qwAt;
-}

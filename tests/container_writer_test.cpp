@@ -27,13 +27,6 @@ class Writer : public HostTest {
         return testing::PrintToString(aPlayer.m_vecStreams);
     }
 
-    /// Returns "file: reason (errno)" of the last failure.
-    std::string LastFailure() const {
-        const CContainerWriter::tagFailure& aFailure = m_writer.GetLastFailure();
-        return aFailure.strFile + ": " + aFailure.lpReason + " (" +
-               std::to_string(aFailure.nErrno) + ")";
-    }
-
     CContainerWriter m_writer;
 };
 
@@ -113,12 +106,10 @@ TEST_F(Writer, BadSourcesLeaveWhatWasThereUntouched) {
     const std::string strMissing =
         "CContainerWriter::Write->Open source error=2 file=.\\source this=*\n";
     ExpectRefused(4001, strMissing);
-    EXPECT_EQ(LastFailure(), ".\\source: it could not be read (2)");
     WriteBytes("c", "an earlier container");
     ExpectRefused(4001, strMissing);
     WriteBytes("source", "");
     EXPECT_EQ(m_writer.Write(".\\c"), 0);
-    EXPECT_EQ(LastFailure(), ":  (0)");
     EXPECT_EQ(ReadBytes("c").size(), c_nHeader + 2 * c_nEntry + 4);
     std::filesystem::remove("source");
     ExpectRefused(4001, strMissing);
@@ -128,7 +119,6 @@ TEST_F(Writer, BadSourcesLeaveWhatWasThereUntouched) {
     WriteBytes("conf", CCmString(71, 'x'));
     ExpectRefused(4009,
                   "CContainerWriter::Write->Conf stream without header file=.\\conf this=*\n");
-    EXPECT_EQ(LastFailure(), ".\\conf: a conf stream needs the 72 bytes of its header (0)");
     WriteBytes("conf", CCmString(72, 'x'));
     EXPECT_EQ(m_writer.Write(".\\c"), 0);
 }
@@ -149,17 +139,10 @@ TEST_F(Writer, FourGigabytesAreTooMuch) {
     makeFile("one", 0x80000000);
     makeFile("two", 0x80000000 - 88);
     ExpectRefused(4009, strRefusal + ".\\two this=*\n");
-    EXPECT_EQ(LastFailure(),
-              ".\\two: with it the container would be larger than 4 GiB - 1 bytes (0)");
 }
 
 TEST_F(Writer, APlaceThatCannotBeWrittenIsToldAndKept) {
     EXPECT_EQ(Add({8, 2, 8, 0}, "data"), 0);
-    EXPECT_EQ(m_writer.Write("missing\\c"), 4001);
-    EXPECT_EQ(LastFailure(), "missing\\c: it could not be written (2)");
-    EXPECT_EQ(Add({8, 4, 2008, 0}, ""), 4009);
-    EXPECT_EQ(LastFailure(), ": no container tag has its type, kind and id (0)");
-    m_trace.TakeErrors();
     EXPECT_EQ(m_writer.Write("missing\\c"), 4001);
     EXPECT_EQ(m_trace.TakeErrors(),
               "CContainerWriter::Write->Open file error=2 file=missing\\c.partial this=*\n");

@@ -15,17 +15,12 @@ namespace {
 /// Forks and returns what aChild returns in the child; -1 if it does not return.
 int InChild(const std::function<int()>& aChild) {
     const pid_t nChild = ::fork();
-    if (nChild == 0) ::_exit(aChild());
-    int nStatus = 0;
-    const auto aLimit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (::waitpid(nChild, &nStatus, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > aLimit) {
-            ::kill(nChild, SIGKILL);
-            ::waitpid(nChild, &nStatus, 0);
-            return -1;
-        }
-        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    if (nChild == 0) {
+        ::alarm(60);
+        ::_exit(aChild());
     }
+    int nStatus = 0;
+    ::waitpid(nChild, &nStatus, 0);
     return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
 }
 

@@ -68,11 +68,6 @@ TEST_P(AppendMemory, IsBoundedWhateverLengthsThePiecesOfManyStreamsHave) {
         if (i > 0) write(i, 100);
     }
     expectBounded("small pieces beside large ones");
-    for (std::size_t i = 0; i < c_nStreams; ++i) {
-        write(i, 1);
-        write(i, 3'000'000);
-    }
-    expectBounded("a large piece after a small one");
     SeededRandom aRandom;
     for (int i = 0; i < 3000; ++i) {
         const std::size_t nLength = 1 + aRandom.Below(1U << aRandom.Below(18));

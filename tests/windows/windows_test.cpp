@@ -53,26 +53,6 @@ class OtherProcess {
 
 }  // namespace
 
-TEST_F(WindowsTest, DownloadedRecordingsHaveNamesInEveryScript) {
-    const std::wstring aWideNames[] = {L"Gr\u00F6\u00DFe.qxf", L"\u5F55\u97F3.qxf",
-                                       L"\U0001F3A7.qxf"};
-    const CCmString aNames[] = {u8"Gr\u00F6\u00DFe.qxf", u8"\u5F55\u97F3.qxf", u8"\U0001F3A7.qxf"};
-    for (int i = 0; i < 3; ++i) {
-        SCOPED_TRACE(aNames[i]);
-        CContainerWriter aWriter;
-        const unsigned char aBytes[] = {'o', 'k'};
-        ASSERT_EQ(aWriter.AddTagStream(256, 1, 0, aBytes, 2), 0);
-        ASSERT_EQ(aWriter.Write(aNames[i]), 0);
-        EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(aWideNames[i])));
-
-        Player aPlayer(Sync, &m_sink);
-        EXPECT_EQ(aPlayer.Open(aNames[i]), 0);
-        EXPECT_EQ(aPlayer.Read({1, 1001, 0, 2}, 0, 2), 0);
-        EXPECT_EQ(m_sink.Take(), "Data 2");
-    }
-    EXPECT_EQ(Player(Sync, nullptr).Open("\xFF\xFE not UTF-8"), 4006);
-}
-
 TEST_F(WindowsTest, RecordFilesGrowPastTwoGigabytes) {
     Recording aRecording(Sync, nullptr);
     const CmUint32 dwHandle = aRecording.Open("large.dat");
