@@ -22,7 +22,7 @@ import time
 import unittest
 import xml.etree.ElementTree
 
-from containers import CONF, DAMAGED, ENTRY, HEADER, THREE, container
+from containers import CONF, DAMAGED, THREE, container
 
 PROGRAM, DIRECTORY, MAN_PAGE, COMPLETION = map(os.path.abspath, sys.argv[1:5])
 DONE, FAILED, USAGE, DAMAGE, INTERRUPTED = 0, 1, 2, 3, 130
@@ -698,6 +698,7 @@ class Pack(Cli):
         _, error = self.run_tool(DAMAGE, "extract", "hidden", "-o", "hidden.out")
         self.assertIn("entry 4 is left out", error)
         self.run_tool(FAILED, "extract", "hidden", "-o", "hidden.out")  # it is there already
+
 
 class Docs(Cli):
     def test_the_example_of_the_format_is_a_container(self):

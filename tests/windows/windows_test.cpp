@@ -5,12 +5,10 @@
 #include <cstdlib>
 #include <fstream>
 #include <optional>
-#include <vector>
 
 #include "tests/support/Player.h"
 
-// Tests of paths, sharing and limits that only Windows has. File names in this source are UTF-8,
-// like the library's paths of containers.
+// What only this system has: its paths, its sharing, its limits.
 
 namespace {
 
@@ -91,6 +89,7 @@ TEST_F(WindowsTest, WhatCannotBeWrittenIsDenied) {
     Recording aRecording(Sync, nullptr);
     EXPECT_EQ(aRecording.TryOpen("directory.dat"), 4012);
     EXPECT_EQ(aRecording.TryOpen("held.dat"), 4012);
+    EXPECT_EQ(Player(Sync, nullptr).Open("\xFF\xFE not UTF-8"), 4006);
     aOther.reset();
     ExpectFile(".\\kvr2\\7\\held.dat", "theirs");
     EXPECT_EQ(aRecording.TryOpen("held.dat"), 0);
