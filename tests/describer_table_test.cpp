@@ -14,7 +14,7 @@ TEST(DescriberTable, FindsWhatAPlainWalkFinds) {
         std::vector<Record> vecModel;
         const unsigned nIds = 1 + aRandom.Below(12);  // few ids, so that many records share a key
         const auto type = [&] { return static_cast<std::uint16_t>(aRandom.Below(3)); };
-        const auto kinds = [&] {  // single bits mostly, as in containers, or none
+        const auto kinds = [&] {  // usually a single bit, as in containers, or none
             return static_cast<std::uint8_t>(
                 aRandom.Below(3) ? 1U << aRandom.Below(8) : aRandom.Below(2) * aRandom.Below(256));
         };

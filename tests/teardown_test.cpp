@@ -19,7 +19,7 @@ class Teardown : public HostTest {
         EXPECT_EQ(aWriter.Write(".\\c"), 0);
     }
 
-    /// A player that has the six bytes open, in the file or in the container.
+    /// A player that has the file or the container open.
     void Start(Player::Use aUse) {
         m_player.emplace(Async, &m_sink, aUse);
         EXPECT_EQ(aUse == Player::ForDownload ? m_player->Open("c")

@@ -27,7 +27,7 @@ UNKNOWN_TAGS = [0, 255, 262, 275, 285, 288, 65535]
 
 
 def make(rand):
-    """A whole container, perhaps with unknown tags, notes of lengths and a chained index."""
+    """Returns an undamaged container, some with unknown tags, notes of lengths or a chained index."""
     tags = [rand.choice(KNOWN_TAGS if rand.random() < 0.9 else UNKNOWN_TAGS)
             for _ in range(rand.randint(1, 9))]
     streams = [(tag, rand.randint(0, 3), rand.randbytes(rand.choice([0, 1, 5, 72, rand.randint(0, 400)])))
@@ -39,7 +39,7 @@ def make(rand):
 
 
 def damage(rand, data, count):
-    """Changes one thing: a word of header or index, a bit, or the end of the file."""
+    """Makes one change: a word of the header or the index, a bit, or the end of the file."""
     kind = rand.randrange(8)
     if kind == 0:
         return data[:rand.randint(0, len(data))]
@@ -68,7 +68,7 @@ def containers(seed, count):
 
 
 def look_with(tool, path):
-    """What the command line finds."""
+    """Returns what the command line finds."""
     def run(command, *options):
         output = subprocess.run([tool, command, path, "--json", *options], stdout=subprocess.PIPE,
                                 stderr=subprocess.DEVNULL).stdout

@@ -34,7 +34,7 @@ def tool():
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
-    """Serves the files below `root`, and ranges of them unless the path begins with /whole."""
+    """Serves the files in `root`. Ranges are supported unless the path begins with /whole."""
 
     protocol_version = "HTTP/1.1"
 
@@ -61,7 +61,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
 
 class Server(http.server.ThreadingHTTPServer):
-    """A web server on the loopback, which counts the requests of a test."""
+    """A web server on the loopback interface, which logs the requests of a test."""
 
     def __init__(self, root):
         super().__init__(("127.0.0.1", 0), Handler)
@@ -71,7 +71,7 @@ class Server(http.server.ThreadingHTTPServer):
         return f"http://127.0.0.1:{self.server_port}/{name}"
 
     def requests(self):
-        """(method, bytes sent) of each request since the last call."""
+        """Returns (method, bytes sent) of each request since the last call."""
         seen, self.seen = self.seen, []
         return seen
 

@@ -35,7 +35,7 @@ def test_many_containers_from_a_directory_and_from_a_web_server(server, monkeypa
 
 
 def test_from_a_recording_to_a_plot(tmp_path):
-    """The ten lines of the page are the example, and they make a picture with both voices in it."""
+    """The page shows the example, and the picture contains both voices."""
     image = pytest.importorskip("matplotlib.image")
     script = (EXAMPLES / "plot_voices.py").read_text()
     assert len(script.splitlines()) == 10 and script in PAGE.read_text()

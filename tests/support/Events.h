@@ -35,7 +35,8 @@ class TestEvent final : public ICmEvent {
 /// Runs aWork on the thread after everything in its queue, waits for it and returns its result.
 CmInt32 RunOn(const CRefPtr<ACmThread>& pThread, TestEvent::Work aWork);
 
-/// A flag that one thread raises and others wait for. It may end as soon as a wait has ended.
+/// A flag that one thread raises and others wait for. It may be destroyed as soon as a wait has
+/// ended.
 class Signal {
  public:
     void Raise();
