@@ -82,8 +82,8 @@ class CACHEFILE_API CCacheFileManager {
 
     /// Returns how many bytes have been lost in this process after the call that took them had
     /// returned 0. These are gathered bytes whose block could not be passed on or written, and
-    /// bytes whose sync has failed. All bytes of a failed block are counted, because a failed append
-    /// is truncated again. The count never decreases. Any thread.
+    /// bytes whose sync has failed. All bytes of a failed block are counted, because a failed
+    /// append is truncated again. The count never decreases. Any thread.
     static std::uint64_t GetLostBytes();
 
     /// Adds to the count above; the file layers call it. Any thread.

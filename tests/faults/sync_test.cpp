@@ -3,7 +3,9 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <tuple>
 
+#include "capi/cachefile_c.h"
 #include "fileop/FileLedger.h"
 #include "fileop/FileOperation.h"
 #include "tests/faults/Faults.h"
@@ -213,6 +215,49 @@ TEST_P(SyncFault, HolesShowWhereBytesAreMissing) {
         << "what the write returned itself is not lost";
     EXPECT_EQ(m_lost.Take(), IsAsync() ? 610U : 600U);
     ExpectFile(Recording::PathOf("a"), ReadBytes(Recording::PathOf("a")).substr(0, 40'002));
+}
+
+TEST_P(SyncFault, HostsInCSeeTheSame) {
+    static std::string s_strLog;
+    s_strLog.clear();
+    cachefile_writer* pWriter = nullptr;
+    ASSERT_EQ(cachefile_writer_create(7, IsAsync() ? CACHEFILE_ASYNC : 0, nullptr, &pWriter), 0);
+    const auto onSynced = [](void* pUser, std::uint32_t dwFile, std::int32_t lResult) {
+        EXPECT_EQ(*static_cast<std::uint32_t*>(pUser), dwFile);
+        s_strLog += "synced " + std::to_string(lResult);
+    };
+    const auto onLow = [](void*, std::uint64_t qw) {
+        s_strLog += "low " + std::to_string(qw) + " ";
+    };
+    std::uint32_t dwFile = 0;
+    ASSERT_EQ(cachefile_writer_set_safety(pWriter, onSynced, onLow, 8, &dwFile), 0);
+    Faults::SetFreeSpace(7);
+    ASSERT_EQ(cachefile_writer_open(pWriter, "x", &dwFile), 0);
+    EXPECT_EQ(cachefile_writer_append(pWriter, dwFile, "hello", 5), 0);
+    EXPECT_EQ(cachefile_writer_sync(pWriter, dwFile), 0);
+    Settle();
+    EXPECT_EQ(s_strLog, IsAsync() ? "low 7 synced 0" : "low 7 ");
+    EXPECT_EQ(cachefile_set_sync_interval(c_dwHour), 0);
+    EXPECT_EQ(cachefile_writer_write(pWriter, dwFile, "J", 1, 0), 0);
+    Settle();
+    EXPECT_EQ(cachefile_unsynced_bytes(), 1U);
+    Faults::Arm(Faults::Call_write, 1, false, EIO);
+    EXPECT_EQ(cachefile_writer_append(pWriter, dwFile, "world", 5), 0);
+    EXPECT_EQ(cachefile_writer_flush(pWriter, dwFile), 0);
+    Settle();
+    cachefile_hole aHoles[2] = {};
+    cachefile_losses aLosses = CACHEFILE_LOSSES_INIT;
+    EXPECT_EQ(cachefile_writer_losses(pWriter, dwFile, &aLosses, aHoles, 2), 0);
+    EXPECT_EQ(std::make_tuple(aLosses.lost, aLosses.unsynced, aLosses.holes, aLosses.all_holes),
+              std::make_tuple(5U, 1U, 1U, 1));
+    EXPECT_EQ(std::make_tuple(aHoles[0].offset, aHoles[0].length, aHoles[0].in_place),
+              std::make_tuple(5U, 5U, 0));
+    aLosses.struct_size = 8;
+    EXPECT_EQ(cachefile_writer_losses(pWriter, dwFile, &aLosses, nullptr, 0), 4009);
+    EXPECT_EQ(cachefile_writer_losses(pWriter, 99, &aLosses, nullptr, 0), 4010);
+    EXPECT_EQ(cachefile_writer_sync(nullptr, 1), 4009);
+    EXPECT_EQ(cachefile_writer_set_safety(nullptr, nullptr, nullptr, 0, nullptr), 4009);
+    cachefile_writer_destroy(pWriter);
 }
 
 TEST(FileLedger, PutsAHoleWherePendingBytesWillEnd) {
