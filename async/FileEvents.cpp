@@ -77,20 +77,37 @@ CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmS
       m_pAsyncFileOp(pAsyncFileOp),
       m_dwFileOffset(dwOffset),
       m_pending(strData.size()),
-      m_strData(std::move(strData)) {
+      m_strData(std::move(strData)),
+      m_pLedger(pAsyncFileOp ? pAsyncFileOp->Ledger() : nullptr),
+      m_pSpaceWatch(pAsyncFileOp ? pAsyncFileOp->GetSpaceWatch() : nullptr) {
     if (!pAsyncFileOp) CM_ASSERTION("pAsyncFileOp");
+    if (m_pLedger) m_pLedger->Queue(m_strData.size(), dwOffset);
 }
 
-CWriteEvent::~CWriteEvent() { CBlockStore::Instance().Give(std::move(m_strData)); }
+CWriteEvent::~CWriteEvent() {
+    if (m_pLedger && !m_bFired) m_pLedger->Unqueue(m_strData.size(), m_dwFileOffset);
+    CBlockStore::Instance().Give(std::move(m_strData));
+}
 
 CmInt32 CWriteEvent::OnEventFire() {
     CM_CHECK(m_pAsyncFileOp, "m_pAsyncFileOp.Get( )", CACHE_ERR_INVALID_STATE);
+    m_bFired = true;
+    if (m_pSpaceWatch) m_pAsyncFileOp->CheckSpace(*m_pSpaceWatch);
     const CmInt32 lResult = m_pAsyncFileOp->WriteData_i(m_strData, m_dwFileOffset);
     if (lResult == CACHE_OK) return lResult;
     // The call that gave the bytes has returned 0 and can report nothing any more.
-    CCacheFileManager::AddLostBytes(m_strData.size());
+    if (m_pLedger)
+        m_pLedger->LoseQueued(m_strData.size(), m_dwFileOffset);
+    else
+        CCacheFileManager::AddLostBytes(m_strData.size());
     m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->GetLinkType(), CCacheFileManager::Op_Write,
                                    lResult);
+    return lResult;
+}
+
+CmInt32 CSyncFileEvent::OnEventFire() {
+    const CmInt32 lResult = m_pAsyncFileOp->Sync_i();
+    m_pAsyncFileOp->PostSynced(m_dwHandle, lResult);
     return lResult;
 }
 

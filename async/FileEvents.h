@@ -4,6 +4,8 @@
 
 #include "async/FileThreadProxy.h"
 #include "core/PendingBytes.h"
+#include "fileop/FileLedger.h"
+#include "fileop/SpaceWatch.h"
 #include "platform/CmEvent.h"
 
 /// The events of the proxy. Requests run on the R/W thread, hold a reference on the proxy and call
@@ -57,6 +59,52 @@ class CWriteEvent final : public ICmEvent {
     const CmUint32 m_dwFileOffset;
     const CPendingBytes m_pending;  // before m_strData: counted as long as that exists
     CCmString m_strData;
+    const CRefPtr<CFileLedger> m_pLedger;      // null if the file has none
+    const CRefPtr<CSpaceWatch> m_pSpaceWatch;  // null if nothing is watched
+    bool m_bFired = false;
+};
+
+/// Syncs the file. The result goes to the handle, or a failure is reported as a write's for 0.
+class CSyncFileEvent final : public ICmEvent {
+ public:
+    CSyncFileEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwHandle)
+        : ICmEvent(0), m_pAsyncFileOp(pAsyncFileOp), m_dwHandle(dwHandle) {}
+    CmInt32 OnEventFire() override;
+
+ private:
+    const CRefPtr<CFileThreadProxy> m_pAsyncFileOp;
+    const CmUint32 m_dwHandle;
+};
+
+/// Brings the result of a sync to the handler.
+class CFileSyncedEvent final : public ICmEvent {
+ public:
+    CFileSyncedEvent(IFileOpStatus* pReceive, CmUint32 dwHandle, CmInt32 lResult)
+        : ICmEvent(0), m_pReceive(pReceive), m_dwHandle(dwHandle), m_lResult(lResult) {}
+    CmInt32 OnEventFire() override {
+        m_pReceive->OnFileSynced(m_dwHandle, m_lResult);
+        return CACHE_OK;
+    }
+
+ private:
+    const CRefPtr<IFileOpStatus> m_pReceive;
+    const CmUint32 m_dwHandle;
+    const CmInt32 m_lResult;
+};
+
+/// Brings the handler the free space that is below its mark.
+class CLowSpaceEvent final : public ICmEvent {
+ public:
+    CLowSpaceEvent(IFileOpStatus* pReceive, std::uint64_t qwFree)
+        : ICmEvent(0), m_pReceive(pReceive), m_qwFree(qwFree) {}
+    CmInt32 OnEventFire() override {
+        m_pReceive->OnLowSpace(m_qwFree);
+        return CACHE_OK;
+    }
+
+ private:
+    const CRefPtr<IFileOpStatus> m_pReceive;
+    const std::uint64_t m_qwFree;
 };
 
 /// A read that its caller waits for. Length and result are the caller's variables; the result stays

@@ -4,6 +4,7 @@
 
 #include "async/Shutdown.h"
 #include "fileop/BlockStore.h"
+#include "fileop/SyncThread.h"
 #include "platform/CmCallerThread.h"
 #include "platform/CmResult.h"
 #include "platform/CmSystem.h"
@@ -31,10 +32,12 @@ CRefPtr<ACmThread> CFileThreadManager::GetPrimaryNFSThread() {
     return pThread;
 }
 
-/// Registers the handlers that free the memory of asynchronous mode at exit. The handler that ends
-/// the worker is registered later, by the first thread, and so runs before them.
+/// Registers the handlers of what follows the worker at exit: the last syncs, and the freeing of
+/// the memory of asynchronous mode. The handler that ends the worker is registered later, by the
+/// first thread, and so runs before them.
 void CFileThreadManager::RegisterExitHandlers() {
     CBlockStore::Instance();  // registers its own
+    CSyncThread::RegisterExitHandler();
     static const bool s_bRegistered = CmRegisterExitHandler([] {
         if (!CmIsForkedChild()) Instance()->TakePrimaryNFSThread();
     });
@@ -71,6 +74,7 @@ CmInt32 CFileThreadManager::Shutdown() {
         pThread->Stop(nullptr);
         pThread->Join();
     }
+    CSyncThread::Instance().Finish();
     CmUint32 dwRun = 0;
     do {
         CCmCallerThread::RunPending(&dwRun);

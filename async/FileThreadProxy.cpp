@@ -5,7 +5,9 @@
 #include <utility>
 
 #include "async/FileEvents.h"
+#include "async/SyncReport.h"
 #include "fileop/BlockStore.h"
+#include "fileop/SyncThread.h"
 #include "platform/CmTraceLine.h"
 
 namespace {
@@ -190,6 +192,7 @@ CmInt32 CFileThreadProxy::Bracketed(Operation aOperation) {
 
 CmInt32 CFileThreadProxy::Open_i(const CCmString& strPath, int bWrite, const CmPlace& aPlace) {
     CM_CHECK(m_pFileOp, c_szFile, CACHE_ERR_INVALID_STATE);
+    ReportSyncs();
     const CmInt32 lResult =
         IsLinkUsable() ? Bracketed([&] { return m_pFileOp->OpenAt(strPath, bWrite, aPlace); })
                        : CmInt32{CACHE_ERR_FAILED};
@@ -206,7 +209,59 @@ CmInt32 CFileThreadProxy::Close_i() {
 CmInt32 CFileThreadProxy::WriteData_i(const CCmString& strData, CmUint32 dwOffset) {
     CM_CHECK(m_pFileOp, c_szFile, CACHE_ERR_INVALID_STATE);
     if (!IsUsable()) return CACHE_ERR_FAILED;
+    ReportSyncs();
     return Bracketed([&] { return m_pFileOp->WriteData(strData, dwOffset); });
+}
+
+CmInt32 CFileThreadProxy::Sync(CmUint32 dwHandle) {
+    CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
+    if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
+    if (!IsUsable()) return CACHE_ERR_FAILED;
+    return PostRequest("pSyncEvent",
+                       [&] { return new (std::nothrow) CSyncFileEvent(this, dwHandle); });
+}
+
+CmInt32 CFileThreadProxy::Sync_i() {
+    CM_CHECK(m_pFileOp, c_szFile, CACHE_ERR_INVALID_STATE);
+    if (!IsUsable()) return CACHE_ERR_FAILED;
+    return m_pFileOp->Sync(0);
+}
+
+void CFileThreadProxy::PostSynced(CmUint32 dwHandle, CmInt32 lResult) {
+    if (dwHandle == 0 && lResult != CACHE_OK)
+        PostFileStatus(m_LinkType, CCacheFileManager::Op_Write, lResult);
+    if (dwHandle != 0)
+        PostToCaller(new (std::nothrow) CFileSyncedEvent(m_pReceive.Get(), dwHandle, lResult));
+}
+
+void CFileThreadProxy::CheckSpace(CSpaceWatch& aWatch) {
+    std::uint64_t qwFree = 0;
+    if (aWatch.HasFallen(*this, qwFree))
+        PostToCaller(new (std::nothrow) CLowSpaceEvent(m_pReceive.Get(), qwFree));
+}
+
+/// Posts pEvent, unless it is null for want of memory.
+void CFileThreadProxy::PostToCaller(ICmEvent* pEvent) {
+    if (!pEvent) return;
+    if (const CRefPtr<ICmEventQueue> pQueue = m_pCallerThread->GetEventQueue())
+        pQueue->PostEvent(pEvent, c_lPostOption);
+    else
+        pEvent->OnDestorySelf();
+}
+
+/// Has failures of the sync thread reported to the receiver. Without memory for that the next call
+/// for the file returns them, as in synchronous mode.
+void CFileThreadProxy::ReportSyncs() {
+    if (m_bReportsSyncs || !CSyncThread::IsOn() || !Ledger()) return;
+    const CRefPtr<ISyncReport> pReport(new (std::nothrow) CSyncReport(
+        m_pRWThread.Get(), m_pCallerThread.Get(), m_pReceive.Get(), m_LinkType));
+    Ledger()->SetReport(pReport.Get());
+    m_bReportsSyncs = bool{pReport};
+}
+
+CmInt32 CFileThreadProxy::GetFreeSpace(std::uint64_t& qwBytes) {
+    CM_CHECK(m_pFileOp, c_szFile, CACHE_ERR_INVALID_STATE);
+    return IsUsable() ? m_pFileOp->GetFreeSpace(qwBytes) : CmInt32{CACHE_ERR_FAILED};
 }
 
 CmInt32 CFileThreadProxy::SyncRead_i(unsigned char* lpBuffer, CmUint32 dwOffset,

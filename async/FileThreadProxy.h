@@ -56,6 +56,15 @@ class CFileThreadProxy final : public IFileOperation {
 
     CmInt32 SendToReader(ICmEvent* pEvent) override;
 
+    /// Queues the sync. Its result comes as OnFileSynced of the receiver for dwHandle.
+    CmInt32 Sync(CmUint32 dwHandle) override;
+    CFileLedger* Ledger() override { return m_pFileOp ? m_pFileOp->Ledger() : nullptr; }
+    /// Only on the R/W thread.
+    CmInt32 GetFreeSpace(std::uint64_t& qwBytes) override;
+
+    /// For writes that are being queued: what watches the receiver's free space, or null.
+    CSpaceWatch* GetSpaceWatch() { return m_pReceive ? m_pReceive->GetSpaceWatch() : nullptr; }
+
     // For the request events (FileEvents.h), on the R/W thread only. Each returns the code that its
     // event reports.
 
@@ -67,6 +76,11 @@ class CFileThreadProxy final : public IFileOperation {
     /// Takes over lpBuffer and delivers it to the receiver, without bytes if the read failed.
     CmInt32 ReadData_i(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
                        CmUint32 dwLength);
+    CmInt32 Sync_i();
+    /// Reports the result of a sync for dwHandle, or for 0 a failure as that of a write.
+    void PostSynced(CmUint32 dwHandle, CmInt32 lResult);
+    /// Reports to the receiver if the free space has fallen below the mark.
+    void CheckSpace(CSpaceWatch& aWatch);
 
     /// The part of ReadData that waits. It also runs on the caller's side, once the R/W thread has
     /// ended or if there is none.
@@ -78,6 +92,8 @@ class CFileThreadProxy final : public IFileOperation {
     CCacheFileManager::LinkType GetLinkType() const { return m_LinkType; }
 
  private:
+    void ReportSyncs();
+    void PostToCaller(ICmEvent* pEvent);
     CmInt32 ReadInner(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength);
     bool HasThreads() const { return m_pRWThread && m_pCallerThread; }
     bool IsLinkUsable() const;
@@ -105,6 +121,8 @@ class CFileThreadProxy final : public IFileOperation {
     /// the caller's side as soon as it is known there, and again on the R/W thread, because
     /// requests may have been queued before it was known.
     std::atomic<CmInt32> m_lOpenResult{CACHE_OK};
+
+    bool m_bReportsSyncs = false;  // the R/W thread's
 
     // The caller's side only.
     CCmString m_strFilePath;

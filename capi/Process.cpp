@@ -64,6 +64,12 @@ uint64_t cachefile_pending_bytes(void) { return CCacheFileManager::GetPendingByt
 
 void cachefile_set_pending_limit(uint64_t bytes) { CCacheFileManager::SetPendingLimit(bytes); }
 
+int32_t cachefile_set_sync_interval(uint32_t milliseconds) {
+    return capi::Guarded([&] { return CCacheFileManager::SetSyncInterval(milliseconds); });
+}
+
+uint64_t cachefile_unsynced_bytes(void) { return CCacheFileManager::GetUnsyncedBytes(); }
+
 int32_t cachefile_shutdown(void) {
     return capi::Guarded([] { return CacheFileShutdown(); });
 }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 
 #include "capi/Callbacks.h"
@@ -7,7 +8,7 @@
 
 /// A write handler with the host's callbacks. The host creates and frees it and calls it on one
 /// thread. It is not used after a callback, because the callback may have freed it.
-struct cachefile_writer final : IFileOpSink {
+struct cachefile_writer final : IFileOpSink, IFileSafetySink {
     void OnFileOpStatus(CCacheFileManager::LinkType /*aLinkType*/,
                         CCacheFileManager::OpType aOpType, CmInt32 aResult) override {
         m_callbacks.Status(aOpType, aResult);
@@ -18,8 +19,22 @@ struct cachefile_writer final : IFileOpSink {
         delete[] lpData;  // a write handler reads nothing
     }
 
+    void OnFileSynced(CmUint32 dwHandle, CmInt32 lResult) noexcept override {
+        if (m_onSynced)
+            m_onSynced(m_pSafetyUser, dwHandle, lResult);
+        else if (lResult != CACHE_OK)  // there was one when the sync was queued
+            m_callbacks.Status(CCacheFileManager::Op_Write, lResult);
+    }
+
+    void OnLowSpace(std::uint64_t qwFreeBytes) noexcept override {
+        if (m_onLowSpace) m_onLowSpace(m_pSafetyUser, qwFreeBytes);
+    }
+
     capi::CCallbacks m_callbacks;
     CWriteFileHandler* m_pHandler = nullptr;
+    cachefile_on_synced m_onSynced = nullptr;
+    cachefile_on_low_space m_onLowSpace = nullptr;
+    void* m_pSafetyUser = nullptr;
 };
 
 int32_t cachefile_writer_create(uint32_t record_id, uint32_t flags,
@@ -96,6 +111,56 @@ int32_t cachefile_writer_close(cachefile_writer* writer, uint32_t file) {
     return capi::Guarded([&]() -> std::int32_t {
         if (!writer) return CACHEFILE_ERR_INVALID_ARG;
         return writer->m_pHandler->CloseFile(file);
+    });
+}
+
+int32_t cachefile_writer_sync(cachefile_writer* writer, uint32_t file) {
+    return capi::Guarded([&]() -> std::int32_t {
+        if (!writer) return CACHEFILE_ERR_INVALID_ARG;
+        writer->m_pHandler->SetSafetySink(writer->m_onSynced ? writer : nullptr);
+        const CmInt32 lResult = writer->m_pHandler->SyncFile(file);
+        writer->m_pHandler->SetSafetySink(writer);
+        return lResult;
+    });
+}
+
+int32_t cachefile_writer_losses(cachefile_writer* writer, uint32_t file, cachefile_losses* losses,
+                                cachefile_hole* holes, size_t max_holes) {
+    return capi::Guarded([&]() -> std::int32_t {
+        if (!writer || (!holes && max_holes > 0)) return CACHEFILE_ERR_INVALID_ARG;
+        tagFileLosses aLosses;
+        const CmInt32 lResult = writer->m_pHandler->GetFileLosses(file, aLosses);
+        if (lResult != CACHE_OK) return lResult;
+        cachefile_losses aGiven = CACHEFILE_LOSSES_INIT;
+        aGiven.lost = aLosses.qwLost;
+        aGiven.pending = aLosses.qwPending;
+        aGiven.unsynced = aLosses.qwUnsynced;
+        aGiven.holes = aLosses.vecHoles.size();
+        aGiven.all_holes = aLosses.bAllHoles;
+        if (!capi::GiveStruct(aGiven, losses)) return CACHEFILE_ERR_INVALID_ARG;
+        const std::size_t nGiven = std::min(max_holes, aLosses.vecHoles.size());
+        std::transform(
+            aLosses.vecHoles.begin(),
+            aLosses.vecHoles.begin() + static_cast<std::ptrdiff_t>(nGiven), holes,
+            [](const tagFileHole& aHole) {
+                return cachefile_hole{aHole.qwOffset, aHole.qwLength, aHole.bInPlace ? 1 : 0, 0};
+            });
+        return CACHEFILE_OK;
+    });
+}
+
+int32_t cachefile_writer_set_safety(cachefile_writer* writer, cachefile_on_synced on_synced,
+                                    cachefile_on_low_space on_low_space, uint64_t low_space_mark,
+                                    void* user) {
+    return capi::Guarded([&]() -> std::int32_t {
+        if (!writer) return CACHEFILE_ERR_INVALID_ARG;
+        const CmInt32 lResult = writer->m_pHandler->SetLowSpaceMark(low_space_mark);
+        if (lResult != CACHE_OK) return lResult;
+        writer->m_onSynced = on_synced;
+        writer->m_onLowSpace = on_low_space;
+        writer->m_pSafetyUser = user;
+        writer->m_pHandler->SetSafetySink(writer);
+        return CACHEFILE_OK;
     });
 }
 

@@ -115,6 +115,17 @@ CACHEFILE_API uint64_t cachefile_pending_bytes(void);
  * the start, means no limit. Any thread. */
 CACHEFILE_API void cachefile_set_pending_limit(uint64_t bytes);
 
+/** Brings what is written from now on to the disk, within this many milliseconds and the time of
+ * one sync. A failed sync loses every byte since the last good one of the file and is reported as a
+ * failed write: as CACHEFILE_OP_WRITE, or without CACHEFILE_ASYNC by the next write, sync or close
+ * of the file, which does nothing else then. 0 ends it, as a shutdown does; what is unsynced is
+ * synced first. CACHEFILE_ERR_INVALID_STATE in a forked child. Any thread. */
+CACHEFILE_API int32_t cachefile_set_sync_interval(uint32_t milliseconds);
+
+/** How many bytes are written and not yet synced, in the whole process. Counted for files that are
+ * written to while an interval is set or that were synced explicitly. Any thread. */
+CACHEFILE_API uint64_t cachefile_unsynced_bytes(void);
+
 /** Ends asynchronous mode: waits until the worker thread has written everything that was accepted,
  * ends the worker, and then runs callbacks until none is pending. Close the files or destroy the
  * handles first. Driving thread, also inside a callback. Always returns 0.
@@ -306,6 +317,59 @@ CACHEFILE_API int32_t cachefile_writer_flush(cachefile_writer* writer, uint32_t 
  * file failed, its code is returned. In asynchronous mode 0 means that the close was queued, and
  * on_status reports a failure as CACHEFILE_OP_CLOSE. */
 CACHEFILE_API int32_t cachefile_writer_close(cachefile_writer* writer, uint32_t file);
+
+/** Passes on what is gathered and brings the file, its name and its directories to the disk.
+ * Without CACHEFILE_ASYNC the result is that of the sync. With it, 0 means queued, and the result
+ * comes as on_synced (cachefile_writer_set_safety), or without that function, if it failed, as
+ * CACHEFILE_OP_WRITE. 4003, 4006: a write or the sync failed; after a failed sync the bytes since
+ * the last good one count as lost. 4010: no such file, or the worker was stopped. */
+CACHEFILE_API int32_t cachefile_writer_sync(cachefile_writer* writer, uint32_t file);
+
+/** A place of a file where bytes are missing. If in_place is 0, an append of length bytes failed
+ * there: what was appended later begins at offset. Otherwise a write at an offset or a sync failed,
+ * and what the file has there is not certain. */
+typedef struct cachefile_hole {
+    uint64_t offset;
+    uint64_t length;
+    int32_t in_place;
+    int32_t reserved;
+} cachefile_hole;
+
+/** What became of the bytes of an open file. */
+typedef struct cachefile_losses {
+    size_t struct_size;
+    uint64_t lost;     /**< after the call that took them had succeeded */
+    uint64_t pending;  /**< accepted and not yet written */
+    uint64_t unsynced; /**< written and not yet synced */
+    size_t holes;      /**< how many holes are known: 1,024 at most */
+    int32_t all_holes; /**< 1 if they show all lost bytes */
+    int32_t reserved;
+} cachefile_losses;
+
+#define CACHEFILE_LOSSES_INIT \
+    { sizeof(cachefile_losses), 0, 0, 0, 0, 0, 0 }
+
+/** Fills losses, and holes with the first of the file's holes, as many as there are and max_holes
+ * allows. They are sorted by offset, and holes that touch are one. holes may be null if max_holes
+ * is 0. 4010: no such file. */
+CACHEFILE_API int32_t cachefile_writer_losses(cachefile_writer* writer, uint32_t file,
+                                              cachefile_losses* losses, cachefile_hole* holes,
+                                              size_t max_holes);
+
+/** The result of a sync with CACHEFILE_ASYNC that returned 0. */
+typedef void (*cachefile_on_synced)(void* user, uint32_t file, int32_t result);
+
+/** The free space of the writer's file system has fallen below the mark. Comes once until the space
+ * was at the mark or above it again. Without CACHEFILE_ASYNC inside a write. */
+typedef void (*cachefile_on_low_space)(void* user, uint64_t free_bytes);
+
+/** Sets the two functions above, in place of earlier ones; null is not called. low_space_mark is
+ * the mark in bytes, 0 for none. The free space is looked at when something is written, at most
+ * once a second. */
+CACHEFILE_API int32_t cachefile_writer_set_safety(cachefile_writer* writer,
+                                                  cachefile_on_synced on_synced,
+                                                  cachefile_on_low_space on_low_space,
+                                                  uint64_t low_space_mark, void* user);
 
 /** Returns the last result that was reported to on_status of this writer, including successes; 0
  * before the first. */

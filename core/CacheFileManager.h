@@ -81,9 +81,9 @@ class CACHEFILE_API CCacheFileManager {
     CmUint32 GetIntervalMs(CmUint32 dwStart) const;
 
     /// Returns how many bytes have been lost in this process after the call that took them had
-    /// returned 0. These are gathered bytes whose block could not be passed on or written. All
-    /// bytes of a failed block are counted, because a failed append is truncated again. The count
-    /// never decreases. Any thread.
+    /// returned 0. These are gathered bytes whose block could not be passed on or written, and
+    /// bytes whose sync has failed. All bytes of a failed block are counted, because a failed
+    /// append is truncated again. The count never decreases. Any thread.
     static std::uint64_t GetLostBytes();
 
     /// Adds to the count above; the file layers call it. Any thread.
@@ -103,6 +103,32 @@ class CACHEFILE_API CCacheFileManager {
     /// bytes always succeed when nothing is pending. Flushing, closing and destroying are never
     /// refused, so each file may raise the pending bytes by up to 32,767 above the limit.
     static void SetPendingLimit(std::uint64_t qwBytes);
+
+    /// Brings what is written from now on to the disk: the bytes of a write are there dwMs
+    /// milliseconds after it, plus the time of one sync, unless the disk is too slow for all files
+    /// of the process. A thread of the library does that (the sync thread); neither the worker nor
+    /// the host's thread waits for it. The names of files opened from now on, and those of their
+    /// directories, are brought there too.
+    ///
+    /// A sync that fails loses every byte since the last good one of the file: they count in
+    /// GetLostBytes once, and the failure is reported as that of a write. In asynchronous mode it
+    /// comes as Op_Write. In synchronous mode the next WriteData, SyncFile or CloseFile of the file
+    /// returns the code, once, and WriteData and CloseFile do nothing else then. A file that is
+    /// closed is synced once more afterwards; the result of the close is that of closing alone.
+    ///
+    /// 0 ends it, as a shutdown and, where there is one, the exit handler do: what is unsynced is
+    /// synced first, in this call. Returns 0, CACHE_ERR_OUT_OF_MEMORY or CACHE_ERR_FAILED if the
+    /// thread cannot be started, or CACHE_ERR_INVALID_STATE in a forked child, which has no such
+    /// thread. The interval may be changed at any time. Any thread, but not a trace sink or a
+    /// wake-up callable.
+    static CmInt32 SetSyncInterval(CmUint32 dwMs);
+
+    /// How many bytes are written and not yet synced, in the whole process. Counted are the writes
+    /// of a file that succeed while a sync interval is set, and, once the file was written to or
+    /// opened during one or was given to SyncFile, those that follow. They stop counting when a
+    /// sync succeeds, when one fails (they are lost then), and when the file is closed without an
+    /// interval. Any thread.
+    static std::uint64_t GetUnsyncedBytes();
 
     static const char s_cFileSeparator;     ///< '_'
     static const char s_cFileEndSeparator;  ///< '.'

@@ -5,6 +5,8 @@
 #include "platform/CmReference.h"
 #include "platform/CmResult.h"
 
+class CSpaceWatch;
+
 /// The host's callbacks. The host implements it, hands it to a handler's Initialize and keeps it
 /// alive until the handler's Destroy, after which the handler calls it no more.
 ///
@@ -31,6 +33,23 @@ class IFileOpSink {
     ~IFileOpSink() = default;
 };
 
+/// Further callbacks, for hosts that register for them (CWriteFileHandler::SetSafetySink). What
+/// holds for IFileOpSink's holds for these: the caller thread, no lock, any call allowed inside.
+class IFileSafetySink {
+ public:
+    /// The result of a SyncFile in asynchronous mode that returned 0: 0 when everything that was
+    /// written to the file before is on the disk, or why it is not.
+    virtual void OnFileSynced(CmUint32 dwHandle, CmInt32 lResult) = 0;
+
+    /// The free space of the recording's file system has fallen below the mark. It comes once,
+    /// until the space was at the mark or above it again. In synchronous mode inside the WriteData
+    /// that found it, which does nothing after it.
+    virtual void OnLowSpace(std::uint64_t qwFreeBytes) = 0;
+
+ protected:
+    ~IFileSafetySink() = default;
+};
+
 /// A receiver of the results of asynchronous files, which is a handler. It has a reference count,
 /// because proxies and queued results refer to it until the last result has been delivered.
 class CACHEFILE_API IFileOpStatus : public IFileOpSink,
@@ -40,4 +59,11 @@ class CACHEFILE_API IFileOpStatus : public IFileOpSink,
     virtual CmInt32 GetFileStatus(CCacheFileManager::LinkType aLinkType) = 0;
 
     ~IFileOpStatus() override;
+
+    // Additions follow the operations above. A receiver that does not sync ignores these.
+
+    virtual void OnFileSynced(CmUint32 /*dwHandle*/, CmInt32 /*lResult*/) {}
+    virtual void OnLowSpace(std::uint64_t /*qwFreeBytes*/) {}
+    /// What watches the free space for this receiver; null if nothing does.
+    virtual CSpaceWatch* GetSpaceWatch() { return nullptr; }
 };

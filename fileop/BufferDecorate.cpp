@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "fileop/BlockStore.h"
+#include "fileop/FileLedger.h"
 #include "platform/CmTraceLine.h"
 
 CBufferDecorate::CBufferDecorate(IFileOperation* pFile, CmUint32 dwBufferSize)
@@ -83,7 +84,7 @@ CmInt32 CBufferDecorate::PassOn(std::size_t nAccepted) {
         CBlockStore::Instance().Give(std::move(m_strBuffer));
         CCmString().swap(m_strBuffer);  // frees it if the store has not taken it
     }
-    if (lResult != CACHE_OK) CCacheFileManager::AddLostBytes(nAccepted);
+    if (lResult != CACHE_OK) CFileLedger::LoseGathered(*m_pFile, nAccepted);
     return lResult;
 }
 
@@ -105,4 +106,15 @@ void CBufferDecorate::Flush() {
     if (!m_pFile) return;
     if (!m_strBuffer.empty()) PassOn(m_strBuffer.size());
     m_pFile->Flush();
+}
+
+CmInt32 CBufferDecorate::Sync(CmUint32 dwHandle) {
+    if (!m_pFile) return CACHE_ERR_NOT_OPEN;
+    const CmInt32 lPassedOn = m_strBuffer.empty() ? CmInt32{CACHE_OK} : PassOn(m_strBuffer.size());
+    const CmInt32 lSynced = m_pFile->Sync(dwHandle);
+    return lPassedOn != CACHE_OK ? lPassedOn : lSynced;
+}
+
+CmInt32 CBufferDecorate::GetFreeSpace(std::uint64_t& qwBytes) {
+    return m_pFile ? m_pFile->GetFreeSpace(qwBytes) : CmInt32{CACHE_ERR_NOT_OPEN};
 }

@@ -35,6 +35,10 @@ class CBufferDecorate final : public IFileOperation {
     void Flush() override;
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
+    /// The failure of the passing on comes before that of the sync.
+    CmInt32 Sync(CmUint32 dwHandle) override;
+    CFileLedger* Ledger() override { return m_pFile ? m_pFile->Ledger() : nullptr; }
+    CmInt32 GetFreeSpace(std::uint64_t& qwBytes) override;
 
  private:
     CmInt32 Append(const char* lpData, std::size_t nLength);

@@ -7,6 +7,7 @@
 #include "platform/CmResult.h"
 
 class ACmThread;
+class CFileLedger;
 class ICmEvent;
 class IFileOpStatus;
 
@@ -71,6 +72,18 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     /// before, and waits for it. The link owns the event. Returns the event's result, or
     /// CACHE_ERR_INVALID_STATE if that thread has ended. A plain file runs it in the call.
     virtual CmInt32 SendToReader(ICmEvent* pEvent);
+
+    /// Passes gathered bytes on and brings the file to the disk. A link that syncs later returns 0
+    /// for a sync that is queued; its result is then reported for the handle dwHandle, or if that
+    /// is 0, as a write's if it fails.
+    virtual CmInt32 Sync(CmUint32 /*dwHandle*/) { return CACHE_ERR_FAILED; }
+
+    /// Where the file's bytes are accounted for, which any thread may use; null for a link without
+    /// a file that has it. It lives as long as the link.
+    virtual CFileLedger* Ledger() { return nullptr; }
+
+    /// The free space of the file's file system in bytes. Where and how it fails as GetSize.
+    virtual CmInt32 GetFreeSpace(std::uint64_t& /*qwBytes*/) { return CACHE_ERR_FAILED; }
 };
 
 /// Creates the links of a chain. One object for the process, never destroyed; it has no state, so

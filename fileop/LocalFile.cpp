@@ -5,11 +5,13 @@
 #include <new>
 
 #include "fileop/FilePathBuilder.h"
+#include "fileop/SyncThread.h"
 #include "fileop/SystemError.h"
 #include "platform/CmFile.h"
 #include "platform/CmTraceLine.h"
 
-CLocalFile::CLocalFile(int bIsDownloadFile) : m_bIsDownloadFile(bIsDownloadFile) {
+CLocalFile::CLocalFile(int bIsDownloadFile)
+    : m_bIsDownloadFile(bIsDownloadFile), m_pLedger(new (std::nothrow) CFileLedger) {
     TraceInfo("CLocalFile::CLocalFile, m_bIsDownloadFile ", m_bIsDownloadFile, " this=", this);
 }
 
@@ -21,15 +23,31 @@ CmInt32 CLocalFile::Open(const CCmString& strPath, int bWrite) {
 
 CmInt32 CLocalFile::OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace) try {
     Close();  // does nothing unless a file is open
+    if (!m_pLedger) return CACHE_ERR_OUT_OF_MEMORY;
     m_bWrite = bWrite;
     m_strFilePath = strPath;
     if (m_bWrite) {
         const CmInt32 lResult = CFilePathBuilder::BuildPath(m_strFilePath, aPlace);
         if (lResult != CACHE_OK) return lResult;
     }
-    return OpenStream(aPlace);
+    const CmInt32 lResult = OpenStream(aPlace);
+    if (lResult != CACHE_OK || !m_bWrite || !CSyncThread::IsOn()) return lResult;
+    if (!HasSyncRecord(aPlace)) {
+        Close();
+        return CACHE_ERR_OUT_OF_MEMORY;
+    }
+    m_pSync->Schedule();  // the name is new
+    return CACHE_OK;
 } catch (const std::bad_alloc&) {
     return CACHE_ERR_OUT_OF_MEMORY;
+}
+
+/// Makes the record if there is none. False if there is no memory for it.
+bool CLocalFile::HasSyncRecord(const CmPlace& aPlace) try {
+    if (!m_pSync) m_pSync = new CFileSync(m_hFD, m_pLedger.Get(), m_strFilePath, aPlace);
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 CmInt32 CLocalFile::OpenStream(const CmPlace& aPlace) {
@@ -49,6 +67,8 @@ CmInt32 CLocalFile::OpenStream(const CmPlace& aPlace) {
 
 CmInt32 CLocalFile::Close() {
     if (!m_hFD) return CACHE_OK;
+    if (m_pSync) m_pSync->Close();
+    m_pSync = nullptr;
     std::FILE* const hFD = m_hFD;
     m_hFD = nullptr;
     if (CmFile::Close(hFD) == 0) return CACHE_OK;
@@ -83,9 +103,11 @@ CmInt32 CLocalFile::WriteData(const CCmString& strData, CmUint32 dwOffset) {
 CmInt32 CLocalFile::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
     if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
+    if (CSyncThread::IsOn() && !HasSyncRecord({})) return CACHE_ERR_OUT_OF_MEMORY;
     std::int64_t nBegin = 0;
     const CmInt32 lResult = SeekForWrite(dwOffset, nBegin);
     if (lResult != CACHE_OK) return lResult;
+    const CmUint32 dwFailures = m_pSync ? m_pSync->BeginWrite() : 0;
     if (CmFile::Write(m_hFD, lpData, nLength) < nLength) {
         const int nErrno = errno;
         TraceError("CLocalFile::WriteData->Write data error=", nErrno, " m_hFD=", m_hFD,
@@ -94,10 +116,14 @@ CmInt32 CLocalFile::WriteBytes(const char* lpData, std::size_t nLength, CmUint32
         return SystemErrorToResult(nErrno, FileAction::Write);
     }
     CmFile::Flush(m_hFD);
+    const std::uint64_t qwBegin = static_cast<std::uint64_t>(nBegin);
+    m_pLedger->Written(qwBegin, nLength, dwOffset);
+    if (m_pSync) m_pSync->Written(qwBegin, nLength, dwFailures);
     return CACHE_OK;
 }
 
 void CLocalFile::UndoAppend(std::int64_t nBegin) {
+    m_pLedger->AppendFailed(static_cast<std::uint64_t>(nBegin));
     if (CmFile::CutBack(m_hFD, nBegin) != 0)
         TraceError("CLocalFile::WriteData->A part of the append stays, error=", errno,
                    " m_hFD=", m_hFD, " this=", this);
@@ -141,4 +167,15 @@ CmInt32 CLocalFile::GetSize(std::uint64_t& qwSize) {
     }
     qwSize = static_cast<std::uint64_t>(nSize);
     return CACHE_OK;
+}
+
+CmInt32 CLocalFile::Sync(CmUint32 /*dwHandle*/) {
+    CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
+    if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
+    return HasSyncRecord({}) ? m_pSync->Sync() : CmInt32{CACHE_ERR_OUT_OF_MEMORY};
+}
+
+CmInt32 CLocalFile::GetFreeSpace(std::uint64_t& qwBytes) {
+    CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
+    return CmFile::FreeSpace(m_hFD, qwBytes) == 0 ? CmInt32{CACHE_OK} : CmInt32{CACHE_ERR_FAILED};
 }

@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "fileop/FileLedger.h"
 #include "fileop/FileOperation.h"
+#include "fileop/FileSync.h"
 
 /// A file of the local or a mounted file system: the last link of every chain.
 ///
@@ -15,6 +17,9 @@
 /// regular file, or another handle has appended in the meantime, it is not truncated, which is
 /// traced. A process that is killed between the write and the truncation leaves a part of the
 /// append. A failed write at an offset may leave a part of its bytes.
+///
+/// While a sync interval is set, a written file has a record through which the sync thread syncs
+/// it; the file uses nothing of that thread.
 class CLocalFile final : public IFileOperation {
  public:
     /// bIsDownloadFile non-zero: the path given to Open is UTF-8 text on every system.
@@ -32,9 +37,13 @@ class CLocalFile final : public IFileOperation {
     CmInt32 OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace) override;
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
     CmInt32 GetSize(std::uint64_t& qwSize) override;
+    CmInt32 Sync(CmUint32 dwHandle) override;
+    CFileLedger* Ledger() override { return m_pLedger.Get(); }
+    CmInt32 GetFreeSpace(std::uint64_t& qwBytes) override;
 
  private:
     CmInt32 OpenStream(const CmPlace& aPlace);
+    bool HasSyncRecord(const CmPlace& aPlace);
     CmInt32 SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin);
     void UndoAppend(std::int64_t nBegin);
 
@@ -42,4 +51,6 @@ class CLocalFile final : public IFileOperation {
     int m_bWrite = 1;
     std::FILE* m_hFD = nullptr;
     const int m_bIsDownloadFile;
+    const CRefPtr<CFileLedger> m_pLedger;  // null if there was no memory: then it can't be opened
+    CRefPtr<CFileSync> m_pSync;            // null until the file is to be synced
 };

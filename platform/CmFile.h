@@ -73,6 +73,48 @@ int Flush(std::FILE* pStream);
 /// Has what was written reach the disk.
 int Sync(std::FILE* pStream);
 
+/// The calls from here to CloseDescriptor are for a thread that syncs what another one writes. They
+/// use descriptors, which can outlive a stream; -1 is none.
+int DescriptorOf(std::FILE* pStream);
+
+/// Returns another descriptor of the stream's open file, which the caller closes. It may stay open
+/// after the stream is closed. -1 on failure, with errno 0 on systems without such descriptors.
+int Duplicate(std::FILE* pStream);
+
+/// Brings the data of the file to the disk, and its size. A kind of file that cannot be synced
+/// counts as done. The system reports the failure of an earlier write-back once for each open file,
+/// duplicates included.
+int SyncData(int nFile);
+
+/// Starts to write the data of the file back, where the system can. Does not wait for the disk.
+void StartWriteBack(int nFile);
+
+/// Which file of which file system.
+struct tagFileId {
+    std::uint64_t qwDevice = 0;
+    std::uint64_t qwFile = 0;
+    bool operator==(const tagFileId& aOther) const {
+        return qwDevice == aOther.qwDevice && qwFile == aOther.qwFile;
+    }
+};
+
+/// Opens the directory that holds the name strPath, for SyncDirectory. If pStream is given, that
+/// name has to lead to its file, otherwise errno is 2 (not found). -1 on failure, with errno 0 on
+/// systems that do not sync directories. May throw std::bad_alloc.
+int OpenDirectoryOf(const CCmString& strPath, const CmPlace& aPlace, std::FILE* pStream,
+                    tagFileId& aId);
+
+/// Brings the names in the directory to the disk. A kind of directory that cannot be synced counts
+/// as done.
+int SyncDirectory(int nDirectory);
+
+/// Closes a descriptor that Duplicate or OpenDirectoryOf has returned.
+int CloseDescriptor(int nDescriptor);
+
+/// How many bytes this process can still write to the file system of the stream's file. On failure
+/// qwBytes stays as it was.
+int FreeSpace(std::FILE* pStream, std::uint64_t& qwBytes);
+
 /// Moves to the end of the stream and returns its position, the size in bytes; -1 on failure.
 std::int64_t Size(std::FILE* pStream);
 

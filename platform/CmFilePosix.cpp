@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -134,6 +135,20 @@ int OpenFile(int nDirectory, const char* lpPath, int nFlags) {
     return nFile < 0 && errno == EWOULDBLOCK ? OpenLeased(nDirectory, lpPath, nFlags) : nFile;
 }
 
+/// The directory in which the last name of a path is.
+CCmString DirectoryOf(const CCmString& strPath) {
+    const std::size_t nSeparator = strPath.find_last_of("\\/");
+    return nSeparator == CCmString::npos ? "." : strPath.substr(0, nSeparator + 1);
+}
+
+/// Makes a call that syncs. What cannot be synced by its kind counts as done.
+template <class Call>
+int Synced(Call aCall) {
+    errno = 0;
+    const int nResult = Repeated(aCall);
+    return nResult != 0 && (errno == EINVAL || errno == ENOTSUP) ? 0 : nResult;
+}
+
 }  // namespace
 
 namespace CmFile {
@@ -227,6 +242,67 @@ int Sync(std::FILE* pStream) {
     return Repeated([&] { return ::fsync(::fileno(pStream)); });
 }
 
+int DescriptorOf(std::FILE* pStream) { return ::fileno(pStream); }
+
+int Duplicate(std::FILE* pStream) {
+    errno = 0;
+    return ::fcntl(::fileno(pStream), F_DUPFD_CLOEXEC, 0);
+}
+
+int SyncData(int nFile) {
+    return Synced([&] { return ::fdatasync(nFile); });
+}
+
+void StartWriteBack([[maybe_unused]] int nFile) {
+#ifdef SYNC_FILE_RANGE_WRITE
+    (void)::sync_file_range(nFile, 0, 0, SYNC_FILE_RANGE_WRITE);
+#endif
+}
+
+int OpenDirectoryOf(const CCmString& strPath, const CmPlace& aPlace, std::FILE* pStream,
+                    tagFileId& aId) {
+    struct stat aFound;
+    struct stat aStatus;
+    const auto isStream = [&](int nDirectory, const char* lpPath) {
+        const bool bRead = ::fstatat(nDirectory, lpPath, &aFound, 0) == 0 &&
+                           ::fstat(::fileno(pStream), &aStatus) == 0;
+        if (!bRead) return -1;
+        if (aFound.st_dev == aStatus.st_dev && aFound.st_ino == aStatus.st_ino) return 0;
+        errno = ENOENT;
+        return -1;
+    };
+    if (pStream && WithPlace(aPlace, strPath, isStream) != 0) return -1;
+    const CCmString strDirectory = DirectoryOf(strPath);
+    const int nFile = WithPlace(aPlace, strDirectory, [](int nDirectory, const char* lpPath) {
+        return ::openat(nDirectory, lpPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    });
+    if (nFile < 0 || Repeated([&] { return ::fstat(nFile, &aStatus); }) != 0) {
+        const int nReason = errno;
+        if (nFile >= 0) ::close(nFile);
+        errno = nReason;
+        return -1;
+    }
+    aId = {aStatus.st_dev, aStatus.st_ino};
+    return nFile;
+}
+
+int SyncDirectory(int nDirectory) {
+    return Synced([&] { return ::fsync(nDirectory); });
+}
+
+int CloseDescriptor(int nDescriptor) {
+    errno = 0;
+    return ::close(nDescriptor);
+}
+
+int FreeSpace(std::FILE* pStream, std::uint64_t& qwBytes) {
+    errno = 0;
+    struct statvfs aStatus;
+    if (Repeated([&] { return ::fstatvfs(::fileno(pStream), &aStatus); }) != 0) return -1;
+    qwBytes = std::uint64_t{aStatus.f_bavail} * aStatus.f_frsize;
+    return 0;
+}
+
 std::int64_t Size(std::FILE* pStream) { return MoveTo(pStream, 0, SEEK_END); }
 
 bool Exists(const CCmString& strPath, const CmPlace& aPlace) {
@@ -259,16 +335,12 @@ int RenameOver(const CCmString& strFrom, const CCmString& strTo) {
 int RemoveUtf8File(const CCmString& strPath) { return RemoveFile(strPath); }
 
 int SyncDirectoryOf(const CCmString& strPath) try {
-    const std::size_t nSeparator = strPath.find_last_of("\\/");
-    const CCmString strDirectory =
-        nSeparator == CCmString::npos ? "." : strPath.substr(0, nSeparator + 1);
-    const int nFile = WithPath(strDirectory, [](const char* lpPath) {
+    const int nFile = WithPath(DirectoryOf(strPath), [](const char* lpPath) {
         return ::openat(AT_FDCWD, lpPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     });
     if (nFile < 0) return -1;
-    int nResult = Repeated([&] { return ::fsync(nFile); });
+    const int nResult = SyncDirectory(nFile);
     const int nReason = errno;
-    if (nReason == EINVAL || nReason == ENOTSUP) nResult = 0;
     ::close(nFile);
     errno = nReason;
     return nResult;

@@ -260,6 +260,58 @@ int Sync(std::FILE* pStream) {
     return ::_commit(::_fileno(pStream));
 }
 
+int DescriptorOf(std::FILE* pStream) { return ::_fileno(pStream); }
+
+int Duplicate(std::FILE* /*pStream*/) {
+    errno = 0;
+    return -1;
+}
+
+/// Asks the system itself: the runtime's call holds up writes of other threads while it syncs.
+int SyncData(int nFile) {
+    errno = 0;
+    const HANDLE hFile = reinterpret_cast<HANDLE>(::_get_osfhandle(nFile));
+    if (::GetFileType(hFile) != FILE_TYPE_DISK || ::FlushFileBuffers(hFile)) return 0;
+    errno = ErrnoFromSystem();
+    return -1;
+}
+
+void StartWriteBack(int /*nFile*/) {}
+
+int OpenDirectoryOf(const CCmString& /*strPath*/, const CmPlace& /*aPlace*/, std::FILE* /*pStream*/,
+                    tagFileId& /*aId*/) {
+    errno = 0;
+    return -1;
+}
+
+int SyncDirectory(int /*nDirectory*/) { return 0; }
+
+int CloseDescriptor(int nDescriptor) {
+    errno = 0;
+    return ::_close(nDescriptor);
+}
+
+int FreeSpace(std::FILE* pStream, std::uint64_t& qwBytes) try {
+    errno = 0;
+    const HANDLE hFile = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(pStream)));
+    std::wstring strPath(::GetFinalPathNameByHandleW(hFile, nullptr, 0, VOLUME_NAME_DOS), L'\0');
+    ULARGE_INTEGER aFree;
+    const DWORD dwSize = static_cast<DWORD>(strPath.size());
+    const DWORD dwLength = ::GetFinalPathNameByHandleW(hFile, &strPath[0], dwSize, VOLUME_NAME_DOS);
+    if (dwLength > 0 && dwLength < dwSize) {
+        strPath.resize(strPath.find_last_of(L'\\') + 1);
+        if (::GetDiskFreeSpaceExW(strPath.c_str(), &aFree, nullptr, nullptr)) {
+            qwBytes = aFree.QuadPart;
+            return 0;
+        }
+    }
+    errno = ErrnoFromSystem();
+    return -1;
+} catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return -1;
+}
+
 std::int64_t Size(std::FILE* pStream) {
     errno = 0;
     return ::_fseeki64(pStream, 0, SEEK_END) == 0 ? ::_ftelli64(pStream) : -1;

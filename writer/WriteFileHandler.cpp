@@ -6,6 +6,8 @@
 #include "async/FileChain.h"
 #include "core/HomeDir.h"
 #include "core/PendingBytes.h"
+#include "fileop/FileLedger.h"
+#include "fileop/SpaceWatch.h"
 #include "platform/CmTraceLine.h"
 #include "writer/OpenFiles.h"
 
@@ -20,6 +22,12 @@ CmInt32 NoMemoryToOpen(const CWriteFileHandler* pHandler) {
     TraceError("CWriteFileHandler::OpenWritingFile->Low memory to create a file",
                " this=", pHandler);
     return CACHE_ERR_OUT_OF_MEMORY;
+}
+
+/// Returns the code of a failed sync that the file's next call has to return, once; otherwise 0.
+CmInt32 TakeSyncFailure(IFileOperation& aFile) {
+    CFileLedger* const pLedger = CFileLedger::HasSyncFailure() ? aFile.Ledger() : nullptr;
+    return pLedger ? pLedger->TakeSyncFailure() : CmInt32{CACHE_OK};
 }
 
 }  // namespace
@@ -94,12 +102,20 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
         TraceError("CWriteFileHandler::WriteData->Bad file handle", dwHandle, " this=", this);
         return CACHE_ERR_INVALID_STATE;
     }
+    CmInt32 lResult = TakeSyncFailure(*pFile);
+    if (lResult != CACHE_OK) {
+        TraceError("CWriteFileHandler::WriteData->Sync error=", lResult, " this=", this);
+        return lResult;
+    }
     // Asked before anything is taken, so that the host can repeat the same call.
-    CmInt32 lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
+    lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
     if (lResult != CACHE_OK) return lResult;
     lResult = pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
     if (lResult != CACHE_OK)
         TraceError("CWriteFileHandler::WriteData->Write Data error=", lResult, " this=", this);
+    std::uint64_t qwFree = 0;
+    const bool bLow = m_pSpaceWatch && !m_bAsync && m_pSpaceWatch->HasFallen(*pFile, qwFree);
+    if (bLow) OnLowSpace(qwFree);  // comes last: the callback may destroy this handler
     return lResult;
 }
 
@@ -117,7 +133,8 @@ CmInt32 CWriteFileHandler::CloseFile(CmUint32 dwHandle) {
         TraceError("CWriteFileHandler::CloseFile->Bad file handle=", dwHandle, " this=", this);
         return CACHE_ERR_INVALID_STATE;
     }
-    const CmInt32 lResult = pFile->Close();
+    CmInt32 lResult = TakeSyncFailure(*pFile);
+    if (lResult == CACHE_OK) lResult = pFile->Close();
     if (lResult != CACHE_OK) {
         TraceError("CWriteFileHandler::CloseFile->Close file error=", lResult, " this=", this);
         return lResult;
@@ -127,9 +144,51 @@ CmInt32 CWriteFileHandler::CloseFile(CmUint32 dwHandle) {
     return CACHE_OK;
 }
 
-/// Forgets the sink first: what the closes report later must not reach it.
+CmInt32 CWriteFileHandler::SyncFile(CmUint32 dwHandle) {
+    IFileOperation* pFile = nullptr;
+    if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) {
+        TraceError("CWriteFileHandler::SyncFile->Bad file handle=", dwHandle, " this=", this);
+        return CACHE_ERR_INVALID_STATE;
+    }
+    CmInt32 lResult = pFile->Sync(m_pSafetySink ? dwHandle : 0);
+    const CmInt32 lEarlier = TakeSyncFailure(*pFile);
+    if (lResult == CACHE_OK) lResult = lEarlier;
+    if (lResult != CACHE_OK)
+        TraceError("CWriteFileHandler::SyncFile->Sync file error=", lResult, " this=", this);
+    return lResult;
+}
+
+CmInt32 CWriteFileHandler::GetFileLosses(CmUint32 dwHandle, tagFileLosses& aLosses) try {
+    IFileOperation* pFile = nullptr;
+    if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) return CACHE_ERR_INVALID_STATE;
+    CFileLedger* const pLedger = pFile->Ledger();
+    aLosses = pLedger ? pLedger->Get() : tagFileLosses();
+    return CACHE_OK;
+} catch (const std::bad_alloc&) {
+    return CACHE_ERR_OUT_OF_MEMORY;
+}
+
+CmInt32 CWriteFileHandler::SetLowSpaceMark(std::uint64_t qwBytes) {
+    if (!m_pSpaceWatch) m_pSpaceWatch = new (std::nothrow) CSpaceWatch;
+    if (!m_pSpaceWatch) return CACHE_ERR_OUT_OF_MEMORY;
+    m_pSpaceWatch->SetMark(qwBytes);
+    return CACHE_OK;
+}
+
+CSpaceWatch* CWriteFileHandler::GetSpaceWatch() { return m_pSpaceWatch.Get(); }
+
+void CWriteFileHandler::OnLowSpace(std::uint64_t qwFreeBytes) {
+    if (m_pSafetySink) m_pSafetySink->OnLowSpace(qwFreeBytes);
+}
+
+void CWriteFileHandler::OnFileSynced(CmUint32 dwHandle, CmInt32 lResult) {
+    if (m_pSafetySink) m_pSafetySink->OnFileSynced(dwHandle, lResult);
+}
+
+/// Forgets the sinks first: what the closes report later must not reach them.
 CmInt32 CWriteFileHandler::Destroy() {
     m_pSink = nullptr;
+    m_pSafetySink = nullptr;
     FilesOf(m_vecWriteFiles).CloseAll();
     m_dwRecordID = 0;
     m_strHomeDir.clear();

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "core/FileLosses.h"
 #include "core/FileOpSink.h"
 #include "platform/CmExport.h"
 
@@ -86,6 +87,36 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     /// The result of the last report, which may be a success; the link does not matter.
     CmInt32 GetFileStatus(CCacheFileManager::LinkType aLinkType) override;
 
+    /// Registers for further callbacks; null removes it. Not owned: it has to outlive the handler's
+    /// Destroy, after which it is not called.
+    void SetSafetySink(IFileSafetySink* pSink) { m_pSafetySink = pSink; }
+
+    /// Passes on what is gathered and syncs the file: everything written so far is on the disk
+    /// then, with the file's name and its directories. It needs no sync interval. A file that was
+    /// opened without one has to be found by its path for that, or the result is 4006.
+    /// Synchronous mode: returns the result. 0: synced. 4003, 4006: what was gathered could not be
+    /// written, or the sync failed; or an earlier sync has failed whose code no call has returned.
+    /// Asynchronous mode: 0 means queued, and the result comes as OnFileSynced. To a host without a
+    /// safety sink only a failure is reported, as Op_Write.
+    /// After a failed sync the bytes since the last good one count as lost. 4010: no such handle,
+    /// or the worker has been stopped. 4011: no memory.
+    CmInt32 SyncFile(CmUint32 dwHandle);
+
+    /// Fills aLosses with what became of the bytes of an open file. Gathered bytes are in none of
+    /// the numbers. In asynchronous mode the numbers may change during the call. 0; 4010: no such
+    /// handle; 4011: no memory. On failure aLosses stays as it was.
+    CmInt32 GetFileLosses(CmUint32 dwHandle, tagFileLosses& aLosses);
+
+    /// From now on the safety sink's OnLowSpace is called when the free space of the file system
+    /// to which this handler writes is below qwBytes; 0 ends that. Looked at by writes that reach
+    /// the worker, in synchronous mode by every WriteData, at most once a second. 0, or 4011.
+    CmInt32 SetLowSpaceMark(std::uint64_t qwBytes);
+
+    /// For the files: pass on to the safety sink.
+    void OnFileSynced(CmUint32 dwHandle, CmInt32 lResult) override;
+    void OnLowSpace(std::uint64_t qwFreeBytes) override;
+    CSpaceWatch* GetSpaceWatch() override;
+
  protected:
     /// Finds an open file: 0, or 10011 with pFile null. No reference is taken.
     CmInt32 Handle2Pointer(CmUint32 dwHandle, IFileOperation*& pFile);
@@ -96,6 +127,8 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     CmUint32 m_dwRecordID;
     int m_bAsync;
     IFileOpSink* m_pSink = nullptr;
+    IFileSafetySink* m_pSafetySink = nullptr;
+    CRefPtr<CSpaceWatch> m_pSpaceWatch;  // null until a mark is set
     CCacheFileManager::LinkType m_LinkType{};
     CCacheFileManager::OpType m_OpType{};
     CmInt32 m_lStatus = 0;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -21,6 +22,9 @@ std::atomic<int> s_nNth{c_nNever};
 std::atomic<bool> s_bForEver{false};
 std::atomic<int> s_nErrno{0};
 std::atomic<std::chrono::milliseconds> s_aWriteDelay{};
+
+std::atomic<bool> s_bHoldSyncs{false};
+std::atomic<std::uint64_t> s_qwFreeSpace{0};
 
 std::atomic<int> s_nCalls{0};
 std::atomic<int> s_nFailures{0};
@@ -85,6 +89,10 @@ int Disarm() {
 
 void RunBeforeFailure(std::function<void()> aWork) { s_beforeFailure = std::move(aWork); }
 
+void HoldSyncs(bool bHold) { s_bHoldSyncs = bHold; }
+
+void SetFreeSpace(std::uint64_t qwBytes) { s_qwFreeSpace = qwBytes; }
+
 void SetWriteDelay(std::chrono::milliseconds aDelay) { s_aWriteDelay = aDelay; }
 
 }  // namespace Faults
@@ -112,6 +120,29 @@ FAULT_WRAP(int, rename, (const char* lpFrom, const char* lpTo), -1, (lpFrom, lpT
 int __wrap_fsync(int) {
     return Fails(Faults::Call_fsync) ? -1 : 0;
 }  // skipped: no test needs the disk
+
+int __wrap_fdatasync(int) {
+    while (s_bHoldSyncs) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return Fails(Faults::Call_fdatasync) ? -1 : 0;
+}
+
+int __wrap_fstatvfs(int, struct statvfs* p) {
+    *p = {};
+    p->f_frsize = 1;
+    p->f_bavail = s_qwFreeSpace;
+    return 0;
+}
+
+/// The library changes flags, and duplicates descriptors; only the latter fails.
+int __real_fcntl(int nFile, int nCommand, ...);
+int __wrap_fcntl(int nFile, int nCommand, ...) {
+    std::va_list aArguments;
+    va_start(aArguments, nCommand);
+    const int nArgument = va_arg(aArguments, int);
+    va_end(aArguments);
+    const bool bFails = nCommand == F_DUPFD_CLOEXEC && Fails(Faults::Call_fcntl);
+    return bFails ? -1 : __real_fcntl(nFile, nCommand, nArgument);
+}
 
 int __real_openat(int nDirectory, const char* lpPath, int nFlags, ...);
 int __wrap_openat(int nDirectory, const char* lpPath, int nFlags, ...) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 
 /// Makes system calls of the library fail. The linker replaces these calls (--wrap). A write or
@@ -21,6 +22,8 @@ namespace Faults {
     X(pread, -1)       \
     X(fflush, EOF)     \
     X(fsync, -1)       \
+    X(fdatasync, -1)   \
+    X(fcntl, -1)       \
     X(fclose, EOF)     \
     X(rename, -1)
 
@@ -41,6 +44,12 @@ int Disarm();
 
 /// Runs aWork once, after the next failing transfer has done its first half.
 void RunBeforeFailure(std::function<void()> aWork);
+
+/// From now on each sync of a file's data waits until this is called with false.
+void HoldSyncs(bool bHold);
+
+/// Which free space the system shows from now on.
+void SetFreeSpace(std::uint64_t qwBytes);
 
 /// Delays each write by this time.
 void SetWriteDelay(std::chrono::milliseconds aDelay);

@@ -1,0 +1,104 @@
+#include "fileop/DirectorySync.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <utility>
+
+#include "core/CacheFileManager.h"
+#include "platform/CmMutex.h"
+#include "platform/CmNeverDestroyed.h"
+
+namespace {
+
+/// Knows the directories that are open. It holds no reference on them.
+class COpenDirectories {
+ public:
+    CCmMutexThread m_mutex;
+    std::vector<std::weak_ptr<CDirectorySync>> m_vecDirectories CM_GUARDED_BY(m_mutex);
+};
+
+COpenDirectories& OpenDirectories() { return CmNeverDestroyed<COpenDirectories>(); }
+
+}  // namespace
+
+CDirectorySync::~CDirectorySync() { CmFile::CloseDescriptor(m_nDirectory); }
+
+std::uint64_t CDirectorySync::NewNumber() {
+    std::lock_guard<std::mutex> aLock(m_mutex);
+    return ++m_qwLast;
+}
+
+/// Takes the descriptor over.
+CDirectorySync::tagTicket CDirectorySync::Take(int nDirectory, const CmFile::tagFileId& aId) {
+    std::shared_ptr<CDirectorySync> pNew;
+    try {
+        pNew = std::make_shared<CDirectorySync>(nDirectory, aId);
+    } catch (const std::bad_alloc&) {
+        CmFile::CloseDescriptor(nDirectory);
+        throw;
+    }
+    std::shared_ptr<CDirectorySync> pFound;  // released after the lock, as it closes a descriptor
+    COpenDirectories& aOpen = OpenDirectories();
+    {
+        CCmMutexGuardT<CCmMutexThread> aGuard(aOpen.m_mutex);
+        auto& vecOpen = aOpen.m_vecDirectories;
+        vecOpen.erase(std::remove_if(vecOpen.begin(), vecOpen.end(),
+                                     [](const auto& pWeak) { return pWeak.expired(); }),
+                      vecOpen.end());
+        vecOpen.push_back(pNew);
+        // The own one is found last, if no other is.
+        for (std::size_t i = 0; i < vecOpen.size(); ++i) {
+            std::shared_ptr<CDirectorySync> pOpen = vecOpen[i].lock();
+            if (!pOpen || !(pOpen->m_id == aId)) continue;
+            pFound = std::move(pOpen);
+            if (pFound != pNew) vecOpen.pop_back();
+            break;
+        }
+    }
+    const std::uint64_t qwNumber = pFound->NewNumber();
+    return {std::move(pFound), qwNumber};
+}
+
+int CDirectorySync::TakeTickets(const CCmString& strPath, const CmPlace& aPlace, std::FILE* pStream,
+                                std::vector<tagTicket>& vecTickets) {
+    const char cSeparator = CCacheFileManager::s_cWinPathSeparator;
+    const std::size_t nFirst = strPath.find(cSeparator);
+    int nErrno = 0;
+    std::size_t nEnd = strPath.size();
+    while (nEnd != CCmString::npos && nEnd > nFirst) {
+        const bool bFile = nEnd == strPath.size();
+        CmFile::tagFileId aId;
+        const int nDirectory = CmFile::OpenDirectoryOf(strPath.substr(0, nEnd), aPlace,
+                                                       bFile ? pStream : nullptr, aId);
+        if (nDirectory >= 0)
+            vecTickets.push_back(Take(nDirectory, aId));
+        else if (nErrno == 0 && (bFile || errno != EACCES))
+            nErrno = errno;
+        nEnd = strPath.rfind(cSeparator, nEnd - 1);
+    }
+    return nErrno;
+}
+
+int CDirectorySync::Sync(std::uint64_t qwNumber) {
+    std::unique_lock<std::mutex> aLock(m_mutex);
+    m_ended.wait(aLock, [&] { return !m_bSyncing || m_qwDone >= qwNumber; });
+    if (m_qwDone >= qwNumber) return 0;
+    m_bSyncing = true;
+    const std::uint64_t qwLast = m_qwLast;
+    aLock.unlock();
+    const int nErrno = CmFile::SyncDirectory(m_nDirectory) == 0 ? 0 : (errno ? errno : EIO);
+    aLock.lock();
+    m_bSyncing = false;
+    if (nErrno == 0) m_qwDone = std::max(m_qwDone, qwLast);
+    aLock.unlock();
+    m_ended.notify_all();
+    return nErrno;
+}
+
+void CDirectorySync::BeforeFork() { OpenDirectories().m_mutex.Lock(); }
+
+void CDirectorySync::AfterFork(bool bInChild) {
+    if (bInChild) OpenDirectories().m_vecDirectories.clear();
+    OpenDirectories().m_mutex.UnLock();
+}

@@ -1,0 +1,141 @@
+#include "fileop/FileLedger.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "fileop/FileOperation.h"
+#include "platform/CmResult.h"
+
+namespace {
+
+bool IsAppend(CmUint32 dwOffset) { return dwOffset == CCacheFileManager::GetMaxDword(); }
+
+}  // namespace
+
+std::atomic<CmUint32> CFileLedger::s_dwFailures{0};
+std::atomic<std::uint64_t> CFileLedger::s_qwUnsynced{0};
+
+std::uint64_t CCacheFileManager::GetUnsyncedBytes() { return CFileLedger::GetUnsyncedBytes(); }
+
+CFileLedger::~CFileLedger() { TakeSyncFailure(); }
+
+void CFileLedger::Queue(std::uint64_t qwLength, CmUint32 dwOffset) {
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    m_qwPending += qwLength;
+    if (IsAppend(dwOffset)) m_qwPendingAppends += qwLength;
+}
+
+void CFileLedger::LeaveQueueLocked(std::uint64_t qwLength, CmUint32 dwOffset) {
+    m_qwPending -= std::min(m_qwPending, qwLength);  // in synchronous mode nothing was queued
+    if (IsAppend(dwOffset)) m_qwPendingAppends -= std::min(m_qwPendingAppends, qwLength);
+}
+
+void CFileLedger::Unqueue(std::uint64_t qwLength, CmUint32 dwOffset) {
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    LeaveQueueLocked(qwLength, dwOffset);
+}
+
+void CFileLedger::LoseAppendLocked(std::uint64_t qwOffset, std::uint64_t qwLength) {
+    m_missing.Add(qwOffset, qwLength, CFileRanges::c_nMost - m_damaged.Get().size());
+}
+
+void CFileLedger::LoseInPlaceLocked(const CFileRanges& aRanges) {
+    m_damaged.AddAll(aRanges, CFileRanges::c_nMost - m_missing.Get().size());
+}
+
+void CFileLedger::LoseQueued(std::uint64_t qwLength, CmUint32 dwOffset) {
+    CCacheFileManager::AddLostBytes(qwLength);
+    CFileRanges aRange(1);
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    LeaveQueueLocked(qwLength, dwOffset);
+    if (IsAppend(dwOffset)) {
+        m_missing.MoveUp(m_qwEnd, qwLength);  // later ones were expected to follow these bytes
+        LoseAppendLocked(m_qwEnd, qwLength);
+    } else {
+        aRange.Add(dwOffset, qwLength);
+        LoseInPlaceLocked(aRange);
+    }
+}
+
+void CFileLedger::LoseGathered(IFileOperation& aFile, std::uint64_t qwLength) {
+    CCacheFileManager::AddLostBytes(qwLength);
+    CFileLedger* const pLedger = aFile.Ledger();
+    if (!pLedger) return;
+    CCmMutexGuardT<CCmMutexThread> aGuard(pLedger->m_mutex);
+    pLedger->LoseAppendLocked(pLedger->m_qwEnd + pLedger->m_qwPendingAppends, qwLength);
+}
+
+void CFileLedger::Written(std::uint64_t qwBegin, std::uint64_t qwLength, CmUint32 dwOffset) {
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    LeaveQueueLocked(qwLength, dwOffset);
+    m_qwEnd = std::max(IsAppend(dwOffset) ? 0 : m_qwEnd, qwBegin + qwLength);
+}
+
+void CFileLedger::AppendFailed(std::uint64_t qwBegin) {
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    m_qwEnd = qwBegin;
+}
+
+void CFileLedger::AddUnsynced(std::uint64_t qwLength) {
+    s_qwUnsynced.fetch_add(qwLength, std::memory_order_relaxed);
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    m_qwUnsynced += qwLength;
+}
+
+void CFileLedger::TakeUnsynced(std::uint64_t qwLength) {
+    s_qwUnsynced.fetch_sub(qwLength, std::memory_order_relaxed);
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    m_qwUnsynced -= qwLength;
+}
+
+void CFileLedger::LoseUnsynced(const CFileRanges& aRanges) {
+    CCacheFileManager::AddLostBytes(aRanges.Bytes());
+    {
+        CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+        LoseInPlaceLocked(aRanges);
+    }
+    TakeUnsynced(aRanges.Bytes());
+}
+
+void CFileLedger::SetReport(ISyncReport* pReport) {
+    const CRefPtr<ISyncReport> pNew(pReport);
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    m_pReport = pNew;
+}
+
+void CFileLedger::ReportSync(CmInt32 lResult, bool bLast) {
+    CRefPtr<ISyncReport> pReport;
+    {
+        CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+        pReport = bLast ? std::move(m_pReport) : m_pReport;
+        if (!pReport && !bLast && lResult != CACHE_OK) {
+            if (m_lSyncFailure == CACHE_OK) s_dwFailures.fetch_add(1, std::memory_order_relaxed);
+            m_lSyncFailure = lResult;
+        }
+    }
+    if (!pReport || (lResult == CACHE_OK && !bLast)) return;
+    ISyncReport& aReport = *pReport;
+    aReport.Report(std::move(pReport), lResult);
+}
+
+CmInt32 CFileLedger::TakeSyncFailure() {
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    if (m_lSyncFailure != CACHE_OK) s_dwFailures.fetch_sub(1, std::memory_order_relaxed);
+    return std::exchange(m_lSyncFailure, CACHE_OK);
+}
+
+tagFileLosses CFileLedger::Get() {
+    tagFileLosses aLosses;
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    aLosses.qwLost = m_missing.Bytes() + m_damaged.Bytes();
+    aLosses.qwPending = m_qwPending;
+    aLosses.qwUnsynced = m_qwUnsynced;
+    aLosses.vecHoles = m_missing.Get();
+    aLosses.vecHoles.insert(aLosses.vecHoles.end(), m_damaged.Get().begin(), m_damaged.Get().end());
+    std::stable_sort(aLosses.vecHoles.begin(), aLosses.vecHoles.end(),
+                     [](const tagFileHole& aLeft, const tagFileHole& aRight) {
+                         return aLeft.qwOffset < aRight.qwOffset;
+                     });
+    aLosses.bAllHoles = m_missing.IsComplete() && m_damaged.IsComplete();
+    return aLosses;
+}

@@ -1,0 +1,167 @@
+#include "fileop/FileSync.h"
+
+#include <cerrno>
+#include <utility>
+
+#include "fileop/SyncThread.h"
+#include "fileop/SystemError.h"
+#include "platform/CmResult.h"
+#include "platform/CmTraceLine.h"
+
+CFileSync::CFileSync(std::FILE* pStream, CFileLedger* pLedger, const CCmString& strPath,
+                     const CmPlace& aPlace)
+    : m_pLedger(pLedger), m_pStream(pStream) {
+    m_nDirectoryErrno = CDirectorySync::TakeTickets(strPath, aPlace, pStream, m_vecTickets);
+    if (m_nDirectoryErrno != 0)
+        TraceError("CFileSync::CFileSync->Open directory error=", m_nDirectoryErrno,
+                   " this=", this);
+}
+
+CFileSync::~CFileSync() {
+    if (m_nDuplicate >= 0) CmFile::CloseDescriptor(m_nDuplicate);
+    m_pLedger->TakeUnsynced(m_unsynced.Bytes());
+}
+
+CmUint32 CFileSync::BeginWrite() {
+    std::lock_guard<std::mutex> aLock(m_mutex);
+    return m_dwFailures;
+}
+
+void CFileSync::Written(std::uint64_t qwOffset, std::uint64_t qwLength, CmUint32 dwFailures) {
+    m_pLedger->AddUnsynced(qwLength);
+    CFileRanges aLost(1);
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        (m_dwFailures == dwFailures ? m_unsynced : aLost).Add(qwOffset, qwLength);
+    }
+    m_pLedger->LoseUnsynced(aLost);
+    Schedule();
+}
+
+bool CFileSync::Schedule() {
+    if (!CSyncThread::IsOn()) return false;
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        if (m_bScheduled || !IsAnythingToSyncLocked()) return m_bScheduled;
+        m_bScheduled = true;
+    }
+    if (CSyncThread::Instance().Add(this)) return true;
+    std::lock_guard<std::mutex> aLock(m_mutex);
+    return m_bScheduled = false;
+}
+
+CmInt32 CFileSync::Sync() { return Run(false); }
+
+void CFileSync::SyncScheduled() {
+    Run(true);
+    EndReports();
+}
+
+/// After the last sync of a file that has been closed.
+void CFileSync::EndReports() {
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        if (m_pStream || m_bSyncing || m_bScheduled) return;
+    }
+    m_pLedger->ReportSync(CACHE_OK, true);
+}
+
+/// The stream's descriptor may be closed, and its number used again, while the sync thread uses it.
+/// So that thread takes a duplicate; if it can't, the close waits for it.
+CFileSync::tagDescriptor CFileSync::TakeDescriptorLocked(bool bScheduled) {
+    if (!m_pStream) return {std::exchange(m_nDuplicate, -1), true};
+    if (!bScheduled) return {CmFile::DescriptorOf(m_pStream), false};
+    const int nDuplicate = CmFile::Duplicate(m_pStream);
+    if (nDuplicate >= 0) return {nDuplicate, true};
+    m_bBorrowed = true;
+    return {CmFile::DescriptorOf(m_pStream), false};
+}
+
+CmInt32 CFileSync::Run(bool bScheduled) {
+    CFileRanges aRanges(1);
+    tagDescriptor aDescriptor{-1, false};
+    {
+        std::unique_lock<std::mutex> aLock(m_mutex);
+        m_ended.wait(aLock, [&] { return !m_bSyncing; });
+        if (bScheduled) m_bScheduled = false;
+        if (bScheduled && !IsAnythingToSyncLocked()) return CACHE_OK;
+        aDescriptor = TakeDescriptorLocked(bScheduled);
+        if (aDescriptor.nFile < 0) return CACHE_OK;
+        m_bSyncing = true;
+        aRanges.Swap(m_unsynced);
+    }
+    int nErrno = SyncAll(aDescriptor.nFile);
+    // A network file system may report here what the sync did not.
+    if (aDescriptor.bClose && CmFile::CloseDescriptor(aDescriptor.nFile) != 0 && nErrno == 0)
+        nErrno = errno ? errno : EIO;
+    Settle(nErrno, aRanges);
+    const CmInt32 lResult =
+        nErrno == 0 ? CmInt32{CACHE_OK} : SystemErrorToResult(nErrno, FileAction::Write);
+    if (bScheduled) m_pLedger->ReportSync(lResult, false);
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        m_bSyncing = m_bBorrowed = false;
+    }
+    m_ended.notify_all();
+    return lResult;
+}
+
+/// Returns 0 or an errno. The directories come after the data: a name is worth nothing without it.
+int CFileSync::SyncAll(int nFile) {
+    if (CmFile::SyncData(nFile) != 0) return errno ? errno : EIO;
+    if (m_nDirectoryErrno != 0) return m_nDirectoryErrno;
+    for (const CDirectorySync::tagTicket& aTicket : m_vecTickets)
+        if (const int nErrno = aTicket.pDirectory->Sync(aTicket.qwNumber)) return nErrno;
+    m_vecTickets.clear();
+    return 0;
+}
+
+/// Counts what became of a sync that was to sync aRanges.
+void CFileSync::Settle(int nErrno, CFileRanges& aRanges) {
+    if (nErrno == 0) {
+        {
+            std::lock_guard<std::mutex> aLock(m_mutex);
+            m_bNewName = false;
+        }
+        return m_pLedger->TakeUnsynced(aRanges.Bytes());
+    }
+    TraceError("CFileSync::Sync->Sync file error=", nErrno, " this=", this);
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        aRanges.AddAll(m_unsynced);  // it may be the write-back of these that has failed
+        m_unsynced.Clear();
+        ++m_dwFailures;
+    }
+    m_pLedger->LoseUnsynced(aRanges);
+}
+
+void CFileSync::StartWriteBack() {
+    tagDescriptor aDescriptor{-1, false};
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        aDescriptor = m_pStream ? tagDescriptor{CmFile::Duplicate(m_pStream), true}
+                                : tagDescriptor{m_nDuplicate, false};
+    }
+    if (aDescriptor.nFile < 0) return;
+    CmFile::StartWriteBack(aDescriptor.nFile);
+    if (aDescriptor.bClose) CmFile::CloseDescriptor(aDescriptor.nFile);
+}
+
+void CFileSync::Close() {
+    bool bSync = false;
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        // A scheduled sync takes place also if the interval is being ended.
+        bSync = (CSyncThread::IsOn() || m_bScheduled) && IsAnythingToSyncLocked();
+    }
+    const int nDuplicate = bSync ? CmFile::Duplicate(m_pStream) : -1;
+    if (bSync && nDuplicate < 0) m_pLedger->ReportSync(Run(false), false);
+    {
+        std::unique_lock<std::mutex> aLock(m_mutex);
+        m_ended.wait(aLock, [&] { return !m_bBorrowed; });
+        m_pStream = nullptr;
+        m_nDuplicate = nDuplicate;
+    }
+    if (nDuplicate >= 0) Schedule();
+    EndReports();
+}

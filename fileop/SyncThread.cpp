@@ -1,0 +1,173 @@
+#include "fileop/SyncThread.h"
+
+#include <algorithm>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "core/CacheFileManager.h"
+#include "platform/CmNeverDestroyed.h"
+#include "platform/CmResult.h"
+#include "platform/CmSystem.h"
+#include "platform/CmTrace.h"
+
+void CSyncList::PushBack(CRefPtr<CFileSync> pRecord) {
+    CFileSync* const pLast = pRecord.Get();
+    (m_pFirst ? m_pLast->m_pNext : m_pFirst) = std::move(pRecord);
+    m_pLast = pLast;
+}
+
+CRefPtr<CFileSync> CSyncList::PopUntil(Time aTime) {
+    if (!m_pFirst || m_pFirst->m_since > aTime) return nullptr;
+    CRefPtr<CFileSync> pRecord = std::move(m_pFirst);
+    m_pFirst = std::move(pRecord->m_pNext);
+    return pRecord;
+}
+
+void CSyncList::Forget() {
+    if (m_pFirst) m_pFirst->AddReference();
+    m_pFirst = nullptr;
+}
+
+std::atomic<bool> CSyncThread::s_bOn{false};
+
+CSyncThread& CSyncThread::Instance() { return CmNeverDestroyed<CSyncThread>(); }
+
+CmInt32 CCacheFileManager::SetSyncInterval(CmUint32 dwMs) {
+    return CSyncThread::Instance().SetInterval(dwMs);
+}
+
+void CSyncThread::RegisterExitHandler() {
+    static const bool s_bRegistered = CmRegisterExitHandler([] {
+        if (CmIsForkedChild() || !IsOn()) return;
+        CCmT120Trace::instance()->SetSink({});  // the host's objects may be destroyed already
+        Instance().Finish();
+    });
+    (void)s_bRegistered;
+}
+
+CmInt32 CSyncThread::SetInterval(CmUint32 dwMilliseconds) {
+    if (dwMilliseconds == 0) {
+        Finish();
+        return CACHE_OK;
+    }
+    static const bool s_bWatched =
+        CmRegisterForkHandlers(BeforeFork, AfterForkInParent, AfterForkInChild);
+    (void)s_bWatched;
+    RegisterExitHandler();
+    std::lock_guard<std::mutex> aControl(m_mutexControl);
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        if (m_bForkedChild) return CACHE_ERR_INVALID_STATE;
+        m_interval = std::chrono::milliseconds(dwMilliseconds);
+        m_bStop = false;
+    }
+    const CmInt32 lResult = m_thread.joinable() ? CmInt32{CACHE_OK} : Start();
+    s_bOn = lResult == CACHE_OK;
+    m_wake.notify_one();
+    return lResult;
+}
+
+CmInt32 CSyncThread::Start() {
+    try {
+        const CCmSignalBlocker aBlocker;
+        m_thread = std::thread([this] { Run(); });
+        return CACHE_OK;
+    } catch (const std::bad_alloc&) {
+        return CACHE_ERR_OUT_OF_MEMORY;
+    } catch (const std::system_error&) {
+        return CACHE_ERR_FAILED;
+    }
+}
+
+bool CSyncThread::Add(CFileSync* pRecord) {
+    bool bWake = false;
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        if (!IsOn()) return false;
+        bWake = m_fresh.IsEmpty() && m_started.IsEmpty();
+        pRecord->m_since = Clock::now();
+        m_fresh.PushBack(pRecord);
+    }
+    if (bWake) m_wake.notify_one();
+    return true;
+}
+
+void CSyncThread::Run() {
+    std::unique_lock<std::mutex> aLock(m_mutex);
+    while (!m_bStop)
+        if (!RunNext(aLock)) Sleep(aLock);
+}
+
+/// Does what is due next, without the lock. Returns whether anything was.
+bool CSyncThread::RunNext(std::unique_lock<std::mutex>& aLock) {
+    const Clock::time_point aNow = Clock::now();
+    if (CRefPtr<CFileSync> pFresh = m_fresh.PopUntil(aNow - m_interval / 4)) {
+        aLock.unlock();
+        pFresh->StartWriteBack();
+        aLock.lock();
+        m_started.PushBack(std::move(pFresh));
+        return true;
+    }
+    CRefPtr<CFileSync> pStarted = m_started.PopUntil(aNow - m_interval / 2);
+    if (!pStarted) return false;
+    aLock.unlock();
+    pStarted->SyncScheduled();
+    pStarted = nullptr;
+    aLock.lock();
+    return true;
+}
+
+void CSyncThread::Sleep(std::unique_lock<std::mutex>& aLock) {
+    if (m_fresh.IsEmpty() && m_started.IsEmpty()) return m_wake.wait(aLock);
+    Clock::time_point aDue = Clock::time_point::max();
+    if (!m_fresh.IsEmpty()) aDue = m_fresh.FirstTime() + m_interval / 4;
+    if (!m_started.IsEmpty()) aDue = std::min(aDue, m_started.FirstTime() + m_interval / 2);
+    m_wake.wait_until(aLock, aDue);
+}
+
+void CSyncThread::Finish() {
+    std::lock_guard<std::mutex> aControl(m_mutexControl);
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        s_bOn = false;
+        m_bStop = true;
+    }
+    m_wake.notify_one();
+    if (m_thread.joinable()) m_thread.join();
+    for (;;) {
+        CRefPtr<CFileSync> pRecord;
+        {
+            std::lock_guard<std::mutex> aLock(m_mutex);
+            pRecord = m_started.PopUntil(Clock::time_point::max());
+            if (!pRecord) pRecord = m_fresh.PopUntil(Clock::time_point::max());
+        }
+        if (!pRecord) return;
+        pRecord->SyncScheduled();
+    }
+}
+
+/// Only the lock that files take too: the control lock may be held for the time of a sync.
+void CSyncThread::BeforeFork() {
+    Instance().m_mutex.lock();
+    CDirectorySync::BeforeFork();
+}
+
+void CSyncThread::AfterForkInParent() {
+    CDirectorySync::AfterFork(false);
+    Instance().m_mutex.unlock();
+}
+
+/// The child has no thread, and its records are the parent's. They stay in memory.
+void CSyncThread::AfterForkInChild() {
+    CDirectorySync::AfterFork(true);
+    CSyncThread& aSelf = Instance();
+    s_bOn = false;
+    aSelf.m_bForkedChild = true;
+    aSelf.m_fresh.Forget();
+    aSelf.m_started.Forget();
+    new (&aSelf.m_thread) std::thread;  // there is none to join or detach
+    new (&aSelf.m_wake) std::condition_variable;
+    new (&aSelf.m_mutexControl) std::mutex;
+    aSelf.m_mutex.unlock();
+}
