@@ -88,6 +88,8 @@ class CFileLock {
 };
 
 /// Gives a file its final name. If bReplace is false and the name exists, the error is file_exists.
+/// On POSIX the directory is synced too, so that the name survives a power cut. If that fails, the
+/// file has its name and aError says why.
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
             std::error_code& aError);
 

@@ -178,8 +178,10 @@ CFileLock::Outcome CFileLock::Take(const std::filesystem::path& aPath) {
     return errno == EWOULDBLOCK ? Held : Unknown;
 }
 
-void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
-            std::error_code& aError) {
+namespace {
+
+void RenameOnly(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
+                std::error_code& aError) {
     if (!bReplace) {
         std::filesystem::create_hard_link(aFrom, aTo, aError);
         if (!aError) {
@@ -195,6 +197,24 @@ void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo
         }
     }
     std::filesystem::rename(aFrom, aTo, aError);
+}
+
+/// Syncs the directory that holds aPath. A file system that cannot sync directories answers EINVAL;
+/// there is nothing more to do there.
+void SyncDirectoryOf(const std::filesystem::path& aPath, std::error_code& aError) {
+    const std::filesystem::path aDirectory = aPath.has_parent_path() ? aPath.parent_path() : ".";
+    const int nFile = ::open(aDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (nFile < 0 || (::fsync(nFile) != 0 && errno != EINVAL))
+        aError = std::error_code(errno, std::generic_category());
+    if (nFile >= 0) ::close(nFile);
+}
+
+}  // namespace
+
+void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
+            std::error_code& aError) {
+    RenameOnly(aFrom, aTo, bReplace, aError);
+    if (!aError) SyncDirectoryOf(aTo, aError);
 }
 
 CInput::~CInput() {
