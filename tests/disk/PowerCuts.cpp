@@ -26,8 +26,9 @@ void PowerCuts::Cell::Sync(bool bWell) {
 }
 
 void PowerCuts::Promise(const CCmString& strPath, Check aCheck) {
-    m_vecPromised.push_back(
-        {MemoryDisk::Instance().m_vecLog.size(), MemoryDisk::Key(strPath), std::move(aCheck)});
+    MemoryDisk& aDisk = MemoryDisk::Instance();
+    const std::lock_guard<std::mutex> aGuard(aDisk.m_mutex);
+    m_vecPromised.push_back({aDisk.m_vecLog.size(), MemoryDisk::Key(strPath), std::move(aCheck)});
 }
 
 /// Notes the pages that hold the bytes from nFrom to nTo as they are now.
@@ -63,11 +64,11 @@ void PowerCuts::Apply(const Change& aChange) {
         case Change::Named:
             m_mapNames[aChange.strPath].Set(aChange.nFile);
             break;
-        case Change::NamesSynced:
+        case Change::NamesSynced:  // where that fails, the names are still to be synced
             for (auto& [strPath, aName] : m_mapNames) {
                 const std::size_t nAt = strPath.rfind('/');
                 if (strPath.substr(0, nAt == CCmString::npos ? 0 : nAt) == aChange.strPath)
-                    aName.Sync(aChange.bWell);
+                    if (aChange.bWell) aName.Sync(true);
             }
             break;
     }

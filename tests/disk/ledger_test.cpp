@@ -8,7 +8,8 @@
 
 // Random sessions on a disk that fails at random. Files consist of words of 4 bytes that are all
 // different, so that each is found again: it is in its file, or its call returned an error, or the
-// library has counted it as lost; always one of these, and never two.
+// library has counted it as lost, also if it is there but its sync has failed; always one of these,
+// and never two.
 
 namespace {
 
@@ -16,51 +17,67 @@ constexpr unsigned c_nSessions = 1'000;  // a mode
 constexpr CmUint32 c_dwWord = 4;
 
 /// The disk's faults: single ones, and times in which it is full. A write that fails has taken a
-/// part of its bytes, which stays there if it is not cut back.
+/// part of its bytes, which stays there if it is not cut back. A sync that fails loses what was
+/// written to the file since the last one.
 class Faults {
  public:
     Faults(unsigned nSeed, unsigned nRate) : m_random(nSeed), m_nRate(nRate) {}
 
     MemoryDisk::Fault operator()(const MemoryDisk::Call& aCall) {
+        MemoryDisk::Fault aFault;
+        if (aCall.aOp == MemoryDisk::Op_SyncNames) return aFault;
         const bool bWrite = aCall.aOp == MemoryDisk::Op_Write;
         if (m_random.Below(500) == 0) std::this_thread::sleep_for(std::chrono::microseconds(200));
         if (m_nRate > 0 && m_random.Below(8 * m_nRate) == 0) m_nFull = 1 + m_random.Below(20);
-        MemoryDisk::Fault aFault;
         if (bWrite && m_nFull > 0 && m_nFull-- > 0)
             aFault = {true, ENOSPC};
         else if (m_nRate > 0 && m_random.Below(m_nRate) == 0)
             aFault = {true, aCall.aOp == MemoryDisk::Op_Close ? EINTR : EIO};
-        if (aFault.bFails && bWrite) {
-            aFault.dwDone = m_random.Below(static_cast<unsigned>(aCall.dwLength / c_dwWord));
-            aFault.dwDone *= c_dwWord;
-            m_vecTorn.push_back(
-                {aCall.pFile, aCall.qwOffset, aCall.qwOffset + aFault.dwDone, false});
-        }
-        if (aCall.aOp == MemoryDisk::Op_Cut) {
-            m_vecTorn.back().bUncut = aFault.bFails;
-            if (!aFault.bFails) m_vecTorn.pop_back();
-        }
+        if (aFault.bFails && bWrite)
+            aFault.dwDone =
+                c_dwWord * m_random.Below(static_cast<unsigned>(aCall.dwLength / c_dwWord));
+        Remember(aCall, aFault);
         return aFault;
     }
 
-    /// What a failed write has left there.
-    struct Torn {
-        const MemoryDisk::File* pFile;
-        std::uint64_t qwFrom, qwTo;
-        bool bUncut;  // the cut was tried and failed
-    };
-    const Torn* FindTorn(const MemoryDisk::File* pFile, std::uint64_t qwAt) const {
-        const auto it = std::find_if(m_vecTorn.begin(), m_vecTorn.end(), [&](const Torn& aTorn) {
-            return aTorn.pFile == pFile && aTorn.qwFrom <= qwAt && qwAt < aTorn.qwTo;
-        });
-        return it == m_vecTorn.end() ? nullptr : &*it;
+    enum Mark { Mark_None, Mark_Unsynced, Mark_Lost, Mark_Torn, Mark_Uncut };
+
+    /// What has become of each word of the file.
+    std::vector<Mark> MarksOf(const MemoryDisk::File& aFile) const {
+        std::vector<Mark> vecMarks(aFile.strBytes.size() / c_dwWord, Mark_None);
+        for (const Range& aRange : m_vecRanges)
+            if (aRange.pFile == &aFile)
+                std::fill(vecMarks.begin() + aRange.nFrom, vecMarks.begin() + aRange.nTo,
+                          aRange.aMark);
+        return vecMarks;
     }
 
  private:
+    struct Range {
+        const MemoryDisk::File* pFile;
+        std::ptrdiff_t nFrom, nTo;  // words
+        Mark aMark;
+    };
+
+    void Remember(const MemoryDisk::Call& aCall, const MemoryDisk::Fault& aFault) {
+        const auto nFrom = static_cast<std::ptrdiff_t>(aCall.qwOffset / c_dwWord);
+        const std::size_t dwDone = aFault.bFails ? aFault.dwDone : aCall.dwLength;
+        if (aCall.aOp == MemoryDisk::Op_Write)
+            m_vecRanges.push_back({aCall.pFile, nFrom,
+                                   nFrom + static_cast<std::ptrdiff_t>(dwDone / c_dwWord),
+                                   aFault.bFails ? Mark_Torn : Mark_Unsynced});
+        if (aCall.aOp == MemoryDisk::Op_Cut) m_vecRanges.back().aMark = Mark_Uncut;
+        if (aCall.aOp == MemoryDisk::Op_Cut && !aFault.bFails) m_vecRanges.pop_back();
+        if (aCall.aOp != MemoryDisk::Op_Sync) return;
+        for (Range& aRange : m_vecRanges)
+            if (aRange.pFile == aCall.pFile && aRange.aMark == Mark_Unsynced)
+                aRange.aMark = aFault.bFails ? Mark_Lost : Mark_None;
+    }
+
     SeededRandom m_random;
     const unsigned m_nRate;
     unsigned m_nFull = 0;  // so many writes more
-    std::vector<Torn> m_vecTorn;
+    std::vector<Range> m_vecRanges;
 };
 
 class Ledger : public HostModeTest {
@@ -120,6 +137,8 @@ void Ledger::Step(SeededRandom& aRandom, CWriteFileHandler& aHandler) {
         CCmCallerThread::RunPending();
     } else if (nWhat == 4) {
         CCacheFileManager::SetPendingLimit(aRandom.Below(2) ? 100'000 : c_qwNoLimit);
+    } else if (nWhat == 6) {
+        aHandler.SyncFile(m_vecFiles[aRandom.Below(nFiles)].dwHandle);
     } else if (nWhat == 5 && aRandom.Below(10) == 0) {
         CacheFileShutdown();
     } else if (nFiles > 0) {
@@ -128,7 +147,7 @@ void Ledger::Step(SeededRandom& aRandom, CWriteFileHandler& aHandler) {
 }
 
 /// How many bytes of accepted pieces are not in their file, or there only because a write that
-/// failed was not cut back.
+/// failed was not cut back, or were lost by a sync.
 std::uint64_t Ledger::CountMissing(const Faults& aFaults) const {
     std::vector<char> vecThere(m_dwNext);
     for (std::size_t nFile = 0; nFile < m_vecFiles.size(); ++nFile) {
@@ -140,6 +159,7 @@ std::uint64_t Ledger::CountMissing(const Faults& aFaults) const {
         std::vector<CmUint32> vecWords(strFile.size() / c_dwWord);
         strFile.copy(reinterpret_cast<char*>(vecWords.data()), strFile.size());
         CmUint32 dwLast = 0;  // of the words that were appended
+        const std::vector<Faults::Mark> vecMarks = aFaults.MarksOf(*it->second);
         const Piece* pPiece = m_vecPieces.data();
         for (std::size_t nAt = 0; nAt < vecWords.size(); ++nAt) {
             const CmUint32 dwWord = vecWords[nAt];
@@ -159,9 +179,11 @@ std::uint64_t Ledger::CountMissing(const Faults& aFaults) const {
                 break;
             }
             if (bAppended) dwLast = dwWord;
-            const Faults::Torn* const pTorn = aFaults.FindTorn(it->second.get(), nAt * c_dwWord);
-            vecThere[dwWord] = !pTorn;
-            if (pTorn ? !bAppended || pTorn->bUncut : pPiece->bAccepted) continue;
+            const Faults::Mark aMark = vecMarks[nAt];
+            vecThere[dwWord] = aMark <= Faults::Mark_Unsynced;
+            if (aMark == Faults::Mark_Torn ? !bAppended
+                                           : aMark > Faults::Mark_Torn || pPiece->bAccepted)
+                continue;
             ADD_FAILURE() << "file " << nFile << " at word " << nAt
                           << ": there, though its write failed";
             break;
