@@ -22,6 +22,12 @@ class IAppender {
     virtual void Finish() = 0;
 };
 
+struct tagAppends {
+    std::size_t nFiles;
+    std::size_t nPiece;
+    std::size_t nCount;
+};
+
 using MakeAppender =
     std::function<std::unique_ptr<IAppender>(const std::vector<std::string>& vecPaths)>;
 
@@ -30,14 +36,27 @@ struct tagAppenderKind {
     MakeAppender aMake;
 };
 
-std::unique_ptr<IAppender> MakeStdio(const std::vector<std::string>& vecPaths);
+/// Appends at a steady rate, in bytes a nanosecond, like a live source, and measures what each
+/// append costs the caller.
+Metrics RunPaced(const tagBench& aBench, const tagAppends& aAppends, const MakeAppender& aMake,
+                 double dRate);
+
+/// With an interval, in seconds, an append also syncs its file, if that long has passed since the
+/// last time.
+std::unique_ptr<IAppender> MakeStdio(const std::vector<std::string>& vecPaths,
+                                     double dSyncInterval = 0);
 std::unique_ptr<IAppender> MakeGather(const std::vector<std::string>& vecPaths);
 std::unique_ptr<IAppender> MakeDirect(const std::vector<std::string>& vecPaths);
 std::unique_ptr<IAppender> MakeMemcpy(const std::vector<std::string>& vecPaths);
 enum HandOver { HandOver_Sleeping, HandOver_Napping, HandOver_WholePieces };
 std::unique_ptr<IAppender> MakeHandOver(const std::vector<std::string>& vecPaths, HandOver aKind);
 std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync,
-                                       std::uint64_t qwLimit = c_qwNoLimit);
+                                       std::uint64_t qwLimit = c_qwNoLimit,
+                                       std::uint32_t dwSyncInterval = 0);
+#ifdef BENCH_SQLITE
+/// A row for each append, in WAL mode with synchronous=NORMAL.
+std::unique_ptr<IAppender> MakeSqliteAppender(const std::vector<std::string>& vecPaths);
+#endif
 #ifdef BENCH_LEVELDB
 std::unique_ptr<IAppender> MakeLevelDb(const std::vector<std::string>& vecPaths);
 #endif

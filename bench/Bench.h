@@ -54,6 +54,7 @@ struct tagBench {
 
 /// Each function adds its workloads and figures, with the peers that were found at build time.
 void AddAppends(tagBench& aBench);
+void AddSyncedAppends(tagBench& aBench);
 void AddReads(tagBench& aBench);
 void AddContainers(tagBench& aBench);
 void AddMemory(tagBench& aBench, const std::string& strProgram);

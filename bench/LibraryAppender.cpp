@@ -9,10 +9,12 @@ namespace {
 /// refuses an append.
 class CLibraryAppender final : public IAppender, private IFileOpSink {
  public:
-    CLibraryAppender(const std::vector<std::string>& vecPaths, bool bAsync, std::uint64_t qwLimit)
+    CLibraryAppender(const std::vector<std::string>& vecPaths, bool bAsync, std::uint64_t qwLimit,
+                     CmUint32 dwSyncInterval)
         : m_pHandler(CCacheFileManager::Instance().CreateWriteFileHandler(1, bAsync)) {
         Require(m_pHandler && m_attached.GetResult() == CACHE_OK, "a write handler");
         CCacheFileManager::SetPendingLimit(qwLimit);
+        Require(CCacheFileManager::SetSyncInterval(dwSyncInterval) == CACHE_OK, "a sync interval");
         m_pHandler->Initialize(this);
         m_pHandler->SetHomeDir("");
         for (const std::string& strPath : vecPaths) {
@@ -36,6 +38,7 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
         for (const CmUint32 dwHandle : m_vecHandles) m_pHandler->CloseFile(dwHandle);
         m_pHandler->Destroy();
         CacheFileShutdown();  // writes everything that was accepted
+        CCacheFileManager::SetSyncInterval(0);
         Require(CCacheFileManager::GetLostBytes() == 0, "all bytes written");
     }
 
@@ -56,6 +59,6 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
 }  // namespace
 
 std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync,
-                                       std::uint64_t qwLimit) {
-    return std::make_unique<CLibraryAppender>(vecPaths, bAsync, qwLimit);
+                                       std::uint64_t qwLimit, std::uint32_t dwSyncInterval) {
+    return std::make_unique<CLibraryAppender>(vecPaths, bAsync, qwLimit, dwSyncInterval);
 }

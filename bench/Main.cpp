@@ -106,6 +106,7 @@ int main(int argc, char** argv) try {
     CClock::Overhead();  // calibrates the clock before the first workload
     AllowManyFiles();
     AddAppends(aBench);
+    AddSyncedAppends(aBench);
     AddReads(aBench);
     AddContainers(aBench);
     AddMemory(aBench, argv[0]);

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "bench/Appender.h"
+#include "bench/Clock.h"
 
 /// Contestants without a second thread: the standard library and plain system calls.
 
@@ -12,7 +13,9 @@ namespace {
 
 class CStdioAppender final : public IAppender {
  public:
-    explicit CStdioAppender(const std::vector<std::string>& vecPaths) {
+    CStdioAppender(const std::vector<std::string>& vecPaths, double dSyncInterval)
+        : m_qwInterval(CClock::ToTicks(dSyncInterval * 1e9)),
+          m_vecNext(vecPaths.size(), CClock::Now() + m_qwInterval) {
         for (const std::string& strPath : vecPaths) {
             std::FILE* const pFile = std::fopen(strPath.c_str(), "wb");
             Require(pFile != nullptr, "fopen");
@@ -24,12 +27,21 @@ class CStdioAppender final : public IAppender {
     }
     void Append(std::size_t nFile, const char* lpData, std::size_t nLength) override {
         Require(std::fwrite(lpData, 1, nLength, m_vecFiles[nFile]) == nLength, "fwrite");
+        if (m_qwInterval > 0 && CClock::Now() >= m_vecNext[nFile]) Sync(nFile);
     }
     void Finish() override {
         for (std::FILE* pFile : m_vecFiles) std::fclose(pFile);
     }
 
  private:
+    void Sync(std::size_t nFile) {
+        std::FILE* const pFile = m_vecFiles[nFile];
+        Require(std::fflush(pFile) == 0 && ::fdatasync(::fileno(pFile)) == 0, "fdatasync");
+        m_vecNext[nFile] = CClock::Now() + m_qwInterval;
+    }
+
+    const std::uint64_t m_qwInterval;  // ticks
+    std::vector<std::uint64_t> m_vecNext;
     std::vector<std::FILE*> m_vecFiles;
     std::vector<std::unique_ptr<char[]>> m_vecBuffers;
 };
@@ -93,8 +105,9 @@ class CMemcpyAppender final : public IAppender {
 
 }  // namespace
 
-std::unique_ptr<IAppender> MakeStdio(const std::vector<std::string>& vecPaths) {
-    return std::make_unique<CStdioAppender>(vecPaths);
+std::unique_ptr<IAppender> MakeStdio(const std::vector<std::string>& vecPaths,
+                                     double dSyncInterval) {
+    return std::make_unique<CStdioAppender>(vecPaths, dSyncInterval);
 }
 
 std::unique_ptr<IAppender> MakeGather(const std::vector<std::string>& vecPaths) {

@@ -1,7 +1,9 @@
 #include <sqlite3.h>
 
+#include <cstdio>
+
+#include "bench/Appender.h"
 #include "bench/Archives.h"
-#include "bench/Bench.h"
 
 namespace {
 
@@ -15,6 +17,35 @@ sqlite3* Open(const std::string& strPath) {
     Require(sqlite3_open(strPath.c_str(), &pDatabase) == SQLITE_OK, "sqlite3_open");
     return pDatabase;
 }
+
+/// Each file is a table of pieces in one database, beside the first file.
+class CSqliteAppender final : public IAppender {
+ public:
+    explicit CSqliteAppender(const std::vector<std::string>& vecPaths)
+        : m_strPath(vecPaths[0] + ".db"), m_pDatabase(Open(m_strPath)) {
+        Run(m_pDatabase, "PRAGMA journal_mode=WAL");
+        Run(m_pDatabase, "PRAGMA synchronous=NORMAL");
+        Run(m_pDatabase, "CREATE TABLE pieces(file INT, bytes BLOB)");
+        sqlite3_prepare_v2(m_pDatabase, "INSERT INTO pieces VALUES(?1,?2)", -1, &m_pInsert,
+                           nullptr);
+    }
+    void Append(std::size_t nFile, const char* lpData, std::size_t nLength) override {
+        sqlite3_bind_int(m_pInsert, 1, static_cast<int>(nFile));
+        sqlite3_bind_blob(m_pInsert, 2, lpData, static_cast<int>(nLength), SQLITE_STATIC);
+        Require(sqlite3_step(m_pInsert) == SQLITE_DONE, "sqlite3_step");
+        sqlite3_reset(m_pInsert);
+    }
+    void Finish() override {
+        sqlite3_finalize(m_pInsert);
+        sqlite3_close(m_pDatabase);
+        std::remove(m_strPath.c_str());
+    }
+
+ private:
+    const std::string m_strPath;
+    sqlite3* const m_pDatabase;
+    sqlite3_stmt* m_pInsert = nullptr;
+};
 
 struct tagRow {
     int nType, nID, nKind, nExtra, nOffset, nSize;
@@ -55,4 +86,8 @@ std::size_t OpenSqlite(const std::string& strPath) {
     sqlite3_finalize(pSelect);
     sqlite3_close(pDatabase);
     return vecRows.size();
+}
+
+std::unique_ptr<IAppender> MakeSqliteAppender(const std::vector<std::string>& vecPaths) {
+    return std::make_unique<CSqliteAppender>(vecPaths);
 }

@@ -16,6 +16,8 @@ import sys
 PANELS = [
     ("append, paced", "mean", "ns", 1, "1000-byte append, 400 MB/s: mean on the caller's thread"),
     ("append, paced", "p99.9", "us", 1e3, "1000-byte append, 400 MB/s: 99.9th percentile"),
+    ("append, synced, disk shared", "p99.9", "us", 1e3,
+     "1000-byte append, 2 MB/s, synced, disk shared: 99.9th percentile"),
     ("append, burst", "an append", "ns", 1, "1000-byte append, burst: until all bytes are in the kernel"),
     ("append 64 KiB, paced", "mean", "us", 1e3, "64 KiB append, 400 MB/s: mean on the caller's thread"),
     ("append, burst, 1,000 files", "an append", "ns", 1, "1000-byte append, burst, 1,000 files"),

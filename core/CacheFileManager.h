@@ -123,10 +123,10 @@ class CACHEFILE_API CCacheFileManager {
     /// wake-up callable.
     static CmInt32 SetSyncInterval(CmUint32 dwMs);
 
-    /// How many bytes are written and not yet synced, in the whole process. Counted are the writes
-    /// of a file that succeed while a sync interval is set, and, once the file was written to or
-    /// opened during one or was given to SyncFile, those that follow. They stop counting when a
-    /// sync succeeds, when one fails (they are lost then), and when the file is closed without an
+    /// How many bytes are written and not yet synced, in the whole process. A file counts from the
+    /// moment when it is opened or written to while a sync interval is set, or is given to
+    /// SyncFile; then what was written to it before counts too. Bytes stop counting when a sync
+    /// succeeds, when one fails (they are lost then), and when the file is closed without an
     /// interval. Any thread.
     static std::uint64_t GetUnsyncedBytes();
 

@@ -9,12 +9,14 @@
 #include "platform/CmTraceLine.h"
 
 CFileSync::CFileSync(std::FILE* pStream, CFileLedger* pLedger, const CCmString& strPath,
-                     const CmPlace& aPlace)
+                     const CmPlace& aPlace, CFileRanges& aWritten)
     : m_pLedger(pLedger), m_pStream(pStream) {
     m_nDirectoryErrno = CDirectorySync::TakeTickets(strPath, aPlace, pStream, m_vecTickets);
     if (m_nDirectoryErrno != 0)
         TraceError("CFileSync::CFileSync->Open directory error=", m_nDirectoryErrno,
                    " this=", this);
+    m_pLedger->AddUnsynced(aWritten.Bytes());
+    m_unsynced.Swap(aWritten);
 }
 
 CFileSync::~CFileSync() {

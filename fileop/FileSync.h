@@ -23,9 +23,11 @@
 class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
  public:
     /// For a stream that has just been opened with that path and place. Why a directory could not
-    /// be opened is remembered: syncs fail with that reason. Throws std::bad_alloc.
+    /// be opened is remembered: syncs fail with that reason. aWritten has what was written to the
+    /// stream before: it is unsynced from now on, and aWritten is empty. Throws std::bad_alloc,
+    /// with aWritten as it was.
     CFileSync(std::FILE* pStream, CFileLedger* pLedger, const CCmString& strPath,
-              const CmPlace& aPlace);
+              const CmPlace& aPlace, CFileRanges& aWritten);
     ~CFileSync() override;
 
     // The file's thread.

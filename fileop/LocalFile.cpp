@@ -44,7 +44,7 @@ CmInt32 CLocalFile::OpenAt(const CCmString& strPath, int bWrite, const CmPlace& 
 
 /// Makes the record if there is none. False if there is no memory for it.
 bool CLocalFile::HasSyncRecord(const CmPlace& aPlace) try {
-    if (!m_pSync) m_pSync = new CFileSync(m_hFD, m_pLedger.Get(), m_strFilePath, aPlace);
+    if (!m_pSync) m_pSync = new CFileSync(m_hFD, m_pLedger.Get(), m_strFilePath, aPlace, m_written);
     return true;
 } catch (const std::bad_alloc&) {
     return false;
@@ -69,6 +69,7 @@ CmInt32 CLocalFile::Close() {
     if (!m_hFD) return CACHE_OK;
     if (m_pSync) m_pSync->Close();
     m_pSync = nullptr;
+    m_written.Clear();
     std::FILE* const hFD = m_hFD;
     m_hFD = nullptr;
     if (CmFile::Close(hFD) == 0) return CACHE_OK;
@@ -118,7 +119,10 @@ CmInt32 CLocalFile::WriteBytes(const char* lpData, std::size_t nLength, CmUint32
     CmFile::Flush(m_hFD);
     const std::uint64_t qwBegin = static_cast<std::uint64_t>(nBegin);
     m_pLedger->Written(qwBegin, nLength, dwOffset);
-    if (m_pSync) m_pSync->Written(qwBegin, nLength, dwFailures);
+    if (m_pSync)
+        m_pSync->Written(qwBegin, nLength, dwFailures);
+    else
+        m_written.Add(qwBegin, nLength);
     return CACHE_OK;
 }
 

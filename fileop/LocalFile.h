@@ -53,4 +53,5 @@ class CLocalFile final : public IFileOperation {
     const int m_bIsDownloadFile;
     const CRefPtr<CFileLedger> m_pLedger;  // null if there was no memory: then it can't be opened
     CRefPtr<CFileSync> m_pSync;            // null until the file is to be synced
+    CFileRanges m_written{1};              // until then: what a sync that fails would lose
 };

@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "fuzz/MemoryFile.h"
-
 namespace {
 
 constexpr std::size_t c_nHeader = 24, c_nEntry = 32, c_nCount = 16;
@@ -34,9 +32,8 @@ std::uint64_t ShapeFile(const std::uint8_t* lpBytes, std::size_t dwSize) {
     for (std::size_t i = 0; i < dwSize; ++i) qwRandom = (qwRandom ^ lpBytes[i]) * 0x100000001B3;
     qwRandom ^= qwRandom >> 32;
 
-    MemoryFile& aFile = MemoryFile::Instance();
-    aFile = {};
-    aFile.strBytes.assign(reinterpret_cast<const char*>(lpBytes), dwSize);
+    MemoryDisk::File& aFile = MemoryDisk::Instance().Put(
+        c_szPath, CCmString(reinterpret_cast<const char*>(lpBytes), dwSize));
     if (dwSize < c_nHeader) return qwRandom;
     aFile.qwBadFrom = (lpBytes[0] | std::uint64_t{lpBytes[1]} << 8) * 8;
     aFile.qwBadTo = aFile.qwBadFrom + lpBytes[2];
@@ -48,6 +45,8 @@ std::uint64_t ShapeFile(const std::uint8_t* lpBytes, std::size_t dwSize) {
     RepeatEntries(aFile.strBytes, lpBytes[4], lpBytes[5]);
     return qwRandom;
 }
+
+MemoryDisk::File& TheFile() { return *MemoryDisk::Instance().m_mapNames[c_szPath]; }
 
 void Require(bool bHolds, const char* lpWhat) {
     if (bHolds) return;

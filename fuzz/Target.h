@@ -3,10 +3,17 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Functions that both targets use.
+#include "tests/disk/MemoryDisk.h"
 
-/// Makes the memory file from the bytes of a run. They are a container, but three fields of its
-/// header that readers ignore change the file:
+/// What both targets use.
+
+constexpr char c_szPath[] = "any.container";
+
+/// The file under that name.
+MemoryDisk::File& TheFile();
+
+/// Makes that file from the bytes of a run. They are a container, but three fields of its header
+/// that readers ignore change the file:
 ///
 ///     bytes 0, 1 and 2   the offset of a range of bad bytes, in units of 8, and its length
 ///     bytes 4, 5         how many of the first entries are repeated, and how often

@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "cachefile.h"
-#include "fuzz/MemoryFile.h"
 #include "fuzz/Reference.h"
 #include "fuzz/Target.h"
 #include "tests/support/Containers.h"
@@ -39,7 +38,7 @@ class Run {
     }
     ~Run() {
         m_pHandler->Destroy();
-        Require(MemoryFile::Instance().nOpen == 0, "the file is closed in the end");
+        Require(TheFile().nOpen == 0, "the file is closed in the end");
     }
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
@@ -54,8 +53,7 @@ class Run {
     void Read(const tagDataInfo& aInfo, std::uint64_t qwOffset, std::uint64_t qwLength);
     CmUint32 Random() { return static_cast<CmUint32>((m_qwRandom *= 6364136223846793005) >> 32); }
 
-    const Reference m_reference{MemoryFile::Instance().strBytes, MemoryFile::Instance().qwBadFrom,
-                                MemoryFile::Instance().qwBadTo};
+    const Reference m_reference{TheFile().strBytes, TheFile().qwBadFrom, TheFile().qwBadTo};
     std::uint64_t m_qwRandom;
     Sink m_sink;
     CPlayFileHandler* const m_pHandler =
@@ -64,7 +62,7 @@ class Run {
 
 void Run::Open() {
     std::vector<tagFileDescriber> vecStreams;
-    const CmInt32 lResult = m_pHandler->OpenDownloadedFile("any", vecStreams);
+    const CmInt32 lResult = m_pHandler->OpenDownloadedFile(c_szPath, vecStreams);
     CheckEffort();
     const auto& vecWanted = m_reference.vecStreams;
     if (m_reference.bBrokenOff) {
@@ -81,14 +79,14 @@ void Run::Open() {
     }
     for (std::size_t i = 0; i < vecWanted.size(); ++i)
         Require(vecStreams[i] == vecWanted[i].aDescriber, "a describer");
-    Require(m_pHandler->OpenDownloadedFile("any", vecStreams) == 4008, "it opens once");
+    Require(m_pHandler->OpenDownloadedFile(c_szPath, vecStreams) == 4008, "it opens once");
 }
 
 /// Checks that a circle is detected after a few rounds. The number of steps is proportional to the
 /// size of the file and independent of the header's count. Each step reads an entry and at most a
 /// conf header; IndexReader.h limits the block reads.
 void Run::CheckEffort() const {
-    const MemoryFile& aFile = MemoryFile::Instance();
+    const MemoryDisk::File& aFile = TheFile();
     const std::uint64_t qwSize = aFile.strBytes.size();
     const std::uint64_t qwSteps = std::min<std::uint64_t>(m_reference.dwCount, 8 * qwSize + 8) + 1;
     Require(aFile.qwReads <= 3 * qwSteps + 1, "the number of reads is bounded");
@@ -125,7 +123,7 @@ void Run::CheckLengths() {
 void Run::ReadStream(const Reference::Stream& aStream) {
     const std::uint64_t qwBegin = aStream.dwDataOffset;
     const std::uint64_t qwSaid = m_reference.dwFileSize;
-    const std::uint64_t qwThere = MemoryFile::Instance().strBytes.size();
+    const std::uint64_t qwThere = TheFile().strBytes.size();
     const std::uint64_t qwRoom = qwSaid > qwBegin ? qwSaid - qwBegin : 0;
     const std::uint64_t qwReal = qwThere > qwBegin ? qwThere - qwBegin : 0;
     const tagDataInfo aInfo = InfoOf(aStream.aDescriber);
@@ -147,8 +145,7 @@ void Run::Read(const tagDataInfo& aInfo, std::uint64_t qwOffset, std::uint64_t q
     const auto dwOffset = static_cast<CmUint32>(qwOffset);
     const auto dwLength = static_cast<CmUint32>(qwLength);
     // Exactly large enough, so that the sanitizer reports any further byte.
-    const std::size_t nBuffer =
-        std::min<std::size_t>(dwLength, MemoryFile::Instance().strBytes.size());
+    const std::size_t nBuffer = std::min<std::size_t>(dwLength, TheFile().strBytes.size());
     std::unique_ptr<unsigned char[]> pBuffer(new unsigned char[nBuffer]);
     const unsigned char* const lpBuffer = pBuffer.get();
     const CmInt32 lResult = m_pHandler->ReadData(aInfo, pBuffer.get(), dwOffset, dwLength);

@@ -2,7 +2,6 @@
 #include <map>
 #include <set>
 
-#include "fuzz/MemoryFile.h"
 #include "fuzz/Reference.h"
 #include "fuzz/Target.h"
 #include "tools/cachefile/Commands.h"
@@ -37,9 +36,7 @@ void RemoveAbandoned(const std::filesystem::path&, const std::set<std::string>&)
 
 namespace {
 
-constexpr char c_szPath[] = "any.container";
-
-std::uint64_t Size() { return MemoryFile::Instance().strBytes.size(); }
+std::uint64_t Size() { return TheFile().strBytes.size(); }
 
 void CheckRegions(const tagRecording& aRecording) {
     std::uint64_t qwAt = 0;
@@ -55,7 +52,7 @@ void CheckRegions(const tagRecording& aRecording) {
 
 /// bError: the check has found an error.
 void CheckExtracted(const tagRecording& aRecording, bool bError) {
-    const MemoryFile& aFile = MemoryFile::Instance();
+    const MemoryDisk::File& aFile = TheFile();
     std::map<std::string, std::string> mapWanted;
     std::set<std::string> setSeen;
     std::uint64_t qwSum = 0;
@@ -96,7 +93,7 @@ void CheckExtracted(const tagRecording& aRecording, bool bError) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* lpBytes, std::size_t dwSize) {
     const std::uint64_t qwRandom = ShapeFile(lpBytes, dwSize);
-    const MemoryFile& aFile = MemoryFile::Instance();
+    const MemoryDisk::File& aFile = TheFile();
     const bool bHeader = Reference(aFile.strBytes, aFile.qwBadFrom, aFile.qwBadTo).IsHeader();
     tagRecording aRecording;
     try {

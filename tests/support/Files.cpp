@@ -63,12 +63,12 @@ std::string Difference(const CCmString& strGot, const CCmString& strWanted) {
            ", different from offset " + std::to_string(aPair.first - strGot.begin());
 }
 
-SeededRandom::SeededRandom() {
+unsigned SeededRandom::ChooseSeed() {
     const char* const lpGiven = std::getenv("CACHEFILE_TEST_SEED");
     const unsigned nSeed = lpGiven ? static_cast<unsigned>(std::strtoul(lpGiven, nullptr, 10))
                                    : std::random_device{}();
     std::cout << "CACHEFILE_TEST_SEED=" << nSeed << std::endl;
-    m_engine.seed(nSeed);
+    return nSeed;
 }
 
 CCmString SeededRandom::Bytes(unsigned nLength) {

@@ -37,7 +37,9 @@ std::string Difference(const CCmString& strGot, const CCmString& strWanted);
 /// Random numbers. The seed is printed; CACHEFILE_TEST_SEED in the environment repeats a run.
 class SeededRandom {
  public:
-    SeededRandom();
+    SeededRandom() : SeededRandom(ChooseSeed()) {}
+    explicit SeededRandom(unsigned nSeed) : m_engine(nSeed) {}
+    static unsigned ChooseSeed();  // prints it
     unsigned Below(unsigned nLimit) { return static_cast<unsigned>(m_engine() % nLimit); }
     CCmString Bytes(unsigned nLength);
 
