@@ -66,6 +66,7 @@ class CContainerPacker {
  private:
     CmInt32 Add(tagPackStream aStream);
     CmInt32 WriteWithConf(const CCmString& strPath, const CContainerWriter::Progress& aProgress);
+    CmInt32 WriteStreams(const CCmString& strPath, const CContainerWriter::Progress& aProgress);
 
     CContainerWriter::tagFailure& m_failure;
 };
@@ -125,17 +126,7 @@ CmInt32 CContainerPacker::Write(const CCmString& strPath,
                                 const CContainerWriter::Progress& aProgress) try {
     Refuse(m_failure, "", CACHE_OK);
     const bool bMakeConf = m_plan.aHeader && !m_plan.aStreams.Find({100, 100, 0, 2});
-    if (bMakeConf) return WriteWithConf(strPath, aProgress);
-    if (m_plan.aStreams.Size() == 0) {
-        TraceError("CContainerWriter::Write->No stream", " this=", this);
-        return KeepFailure(m_failure, strPath, "there is no stream to pack", 0,
-                           CACHE_ERR_INVALID_STATE);
-    }
-    if (strPath.empty()) {
-        TraceError("CContainerWriter::Write->No path", " this=", this);
-        return KeepFailure(m_failure, strPath, "the container has no path", 0, CACHE_ERR_FAILED);
-    }
-    return CContainerOutput(strPath, m_plan, aProgress, m_failure).Run();
+    return bMakeConf ? WriteWithConf(strPath, aProgress) : WriteStreams(strPath, aProgress);
 } catch (const std::bad_alloc&) {
     TraceError("CContainerWriter::Write->Low memory", " this=", this);
     return Refuse(m_failure, c_szNoMemory, CACHE_ERR_OUT_OF_MEMORY);
@@ -148,7 +139,21 @@ CmInt32 CContainerPacker::WriteWithConf(const CCmString& strPath,
         return KeepFailure(m_failure, strPath, c_szTooManyStreams, 0, CACHE_ERR_OUT_OF_MEMORY);
     }
     const CMadeConf aConf(m_plan);
-    return Write(strPath, aProgress);
+    return WriteStreams(strPath, aProgress);
+}
+
+CmInt32 CContainerPacker::WriteStreams(const CCmString& strPath,
+                                       const CContainerWriter::Progress& aProgress) {
+    if (m_plan.aStreams.Size() == 0) {
+        TraceError("CContainerWriter::Write->No stream", " this=", this);
+        return KeepFailure(m_failure, strPath, "there is no stream to pack", 0,
+                           CACHE_ERR_INVALID_STATE);
+    }
+    if (strPath.empty()) {
+        TraceError("CContainerWriter::Write->No path", " this=", this);
+        return KeepFailure(m_failure, strPath, "the container has no path", 0, CACHE_ERR_FAILED);
+    }
+    return CContainerOutput(strPath, m_plan, aProgress, m_failure).Run();
 }
 
 CContainerWriter::CContainerWriter() : m_pPacker(new (std::nothrow) CContainerPacker(m_failure)) {
