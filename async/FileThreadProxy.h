@@ -46,7 +46,7 @@ class CFileThreadProxy final : public IFileOperation {
     void Flush() override {}
 
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
-    CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset) override;
+    CmInt32 GiveData(CCmString&& strData, CmUint32 dwOffset) override;
 
     /// All of them, unless WriteData would refuse them.
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
@@ -104,6 +104,7 @@ class CFileThreadProxy final : public IFileOperation {
     }
     void DeliverData(unsigned char* lpBuffer, CmUint32 dwLength, const tagDataInfo& aDataInfo);
 
+    CmInt32 PostCopy(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
     template <class MakeData>
     CmInt32 PostWrite(CmUint32 dwOffset, MakeData aMakeData);
     template <class MakeEvent>

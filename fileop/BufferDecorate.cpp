@@ -28,10 +28,18 @@ CmInt32 CBufferDecorate::Close() {
 }
 
 CmInt32 CBufferDecorate::WriteData(const CCmString& strData, CmUint32 dwOffset) {
-    return CBufferDecorate::WriteBytes(strData.data(), strData.size(), dwOffset);
+    return Write(strData.data(), strData.size(), dwOffset);
 }
 
 CmInt32 CBufferDecorate::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
+    return Write(lpData, nLength, dwOffset);
+}
+
+CmInt32 CBufferDecorate::GiveData(CCmString&& strData, CmUint32 dwOffset) {
+    return Write(strData.data(), strData.size(), dwOffset);
+}
+
+CmInt32 CBufferDecorate::Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     if (!m_pFile) return CACHE_ERR_NOT_OPEN;
     if (dwOffset == CCacheFileManager::GetMaxDword()) return Append(lpData, nLength);
     if (!m_strBuffer.empty() && PassOn(m_strBuffer.size()) != CACHE_OK)
@@ -48,7 +56,7 @@ std::uint64_t CBufferDecorate::BytesToQueue(std::uint64_t qwLength, CmUint32 dwO
 
 CmInt32 CBufferDecorate::Append(const char* lpData, std::size_t nLength) {
     const std::size_t nAccepted = m_strBuffer.size();
-    if (nAccepted == 0 && nLength >= m_dwBufferSize)  // a block by itself
+    if (nAccepted == 0 && nLength >= m_dwBufferSize)  // nothing is gained by copying it
         return m_pFile->WriteBytes(lpData, nLength, CCacheFileManager::GetMaxDword());
     try {
         const std::size_t nCapacity = m_strBuffer.capacity();
@@ -78,8 +86,9 @@ void CBufferDecorate::Enlarge(std::size_t nLength) {
 /// Appends the gathered bytes to the file and empties the buffer. The first nAccepted bytes are
 /// from calls that have returned 0; the others are from the running call.
 CmInt32 CBufferDecorate::PassOn(std::size_t nAccepted) {
-    const CmInt32 lResult = m_pFile->GiveData(m_strBuffer, CCacheFileManager::GetMaxDword());
-    m_strBuffer.clear();
+    const CmInt32 lResult =
+        m_pFile->GiveData(std::move(m_strBuffer), CCacheFileManager::GetMaxDword());
+    m_strBuffer.clear();  // the link below may have left the bytes, or any others, in it
     if (m_strBuffer.capacity() > MostBetweenCalls()) {
         CBlockStore::Instance().Give(std::move(m_strBuffer));
         CCmString().swap(m_strBuffer);  // frees it if the store has not taken it

@@ -34,6 +34,7 @@ class CBufferDecorate final : public IFileOperation {
     const CCmString& GetFileName() override;
     void Flush() override;
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
+    CmInt32 GiveData(CCmString&& strData, CmUint32 dwOffset) override;
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
     /// The failure of the passing on comes before that of the sync.
     CmInt32 Sync(CmUint32 dwHandle) override;
@@ -41,6 +42,7 @@ class CBufferDecorate final : public IFileOperation {
     CmInt32 GetFreeSpace(std::uint64_t& qwBytes) override;
 
  private:
+    CmInt32 Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
     CmInt32 Append(const char* lpData, std::size_t nLength);
     void Enlarge(std::size_t nLength);
     CmInt32 PassOn(std::size_t nAccepted);

@@ -50,12 +50,13 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     /// opens the file later records the directory in its Open and passes it on.
     virtual CmInt32 OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace);
 
-    /// As WriteData, for bytes in any memory, so that a link which copies them copies them once.
-    virtual CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
+    /// WriteData of nLength bytes in any memory. They stay the caller's; a link that needs them
+    /// after the call copies them.
+    virtual CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) = 0;
 
-    /// As WriteData, for a string that the caller no longer needs. The link may take its memory
-    /// instead of copying it. The contents of strData afterwards are unspecified.
-    virtual CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset);
+    /// WriteData of a string that the caller no longer needs: the link may take its memory instead
+    /// of copying it. The contents of strData afterwards are unspecified.
+    virtual CmInt32 GiveData(CCmString&& strData, CmUint32 dwOffset) = 0;
 
     /// Returns how many bytes WriteData of qwLength bytes at dwOffset would queue for the worker
     /// thread: 0 when it would only gather them, or write them in the call. Links that pass writes
