@@ -51,6 +51,8 @@ class CFileThreadProxy final : public IFileOperation {
     /// All of them, unless WriteData would refuse them.
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
+    tagFileThreads GetThreads() override { return {m_pRWThread.Get(), m_pCallerThread.Get()}; }
+
     /// Called on the R/W thread only.
     CmInt32 GetSize(std::uint64_t& qwSize) override;
 

@@ -130,6 +130,24 @@ class CACHEFILE_API CCacheFileManager {
     /// interval. Any thread.
     static std::uint64_t GetUnsyncedBytes();
 
+    /// From now on gathered bytes leave their buffer when the oldest of a file has been there for
+    /// dwMs milliseconds; 0, as at first, means that they stay until the buffer is full. In
+    /// asynchronous mode this happens on the caller thread, in the next call of any handler there
+    /// or when its queue runs; a host that waits for its queue, in whichever way, is woken in time,
+    /// and its runs do not count it. In synchronous mode it happens at the end of the next call of
+    /// any handler on the thread that gathered the bytes, and in FlushAged.
+    ///
+    /// Such a flush is a FlushData: the limit of pending bytes never refuses it, and a failure is
+    /// traced and counted, and in asynchronous mode reported as Op_Write. It does not change the
+    /// result of the call in which it happens. Asynchronous files are no longer flushed by age
+    /// after the thread is detached or the worker is stopped. Bytes that are gathered when the age
+    /// is first set count from the next append to their file. Any thread.
+    static void SetGatherAge(CmUint32 dwMs);
+
+    /// Flushes the files of the calling thread whose oldest gathered byte has reached the age. For
+    /// synchronous hosts that make no other call for a while. Any thread.
+    static void FlushAged();
+
     static const char s_cFileSeparator;     ///< '_'
     static const char s_cFileEndSeparator;  ///< '.'
     static const char s_cWinPathSeparator;  ///< '\': the separator of every path of the library

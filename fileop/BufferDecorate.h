@@ -1,11 +1,12 @@
 #pragma once
 
-#include "fileop/FileOperation.h"
+#include "fileop/GatherAge.h"
 
 /// Gathers appended bytes into blocks, so that the links below see one large append instead of
 /// many small ones.
 ///
-/// Owned by a handler, and used only on its thread, without a lock. Appended bytes reach the file
+/// Owned by a handler, and used only on its thread, without a lock. Flushes by age run on that
+/// thread too (CGatherAge). Appended bytes reach the file
 /// in the order of the calls and before any later write at an offset. Between calls fewer than
 /// m_dwBufferSize bytes are gathered, and the buffer uses no more memory than twice that. If
 /// gathered bytes cannot be passed on, they are dropped and counted
@@ -40,9 +41,13 @@ class CBufferDecorate final : public IFileOperation {
     CmInt32 Sync(CmUint32 dwHandle) override;
     CFileLedger* Ledger() override { return m_pFile ? m_pFile->Ledger() : nullptr; }
     CmInt32 GetFreeSpace(std::uint64_t& qwBytes) override;
+    tagFileThreads GetThreads() override {
+        return m_pFile ? m_pFile->GetThreads() : tagFileThreads();
+    }
 
  private:
     CmInt32 Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
+    CmInt32 WritePositioned(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
     CmInt32 Append(const char* lpData, std::size_t nLength);
     void Enlarge(std::size_t nLength);
     CmInt32 PassOn(std::size_t nAccepted);
@@ -51,4 +56,5 @@ class CBufferDecorate final : public IFileOperation {
     const CRefPtr<IFileOperation> m_pFile;
     const CmUint32 m_dwBufferSize;
     CCmString m_strBuffer;
+    CGatherAge m_age{*this};
 };

@@ -11,6 +11,13 @@ class CFileLedger;
 class ICmEvent;
 class IFileOpStatus;
 
+/// The threads of an asynchronous file: where its operations run, and where its results go. Null
+/// for a synchronous one. They live as long as the link that returned them.
+struct tagFileThreads {
+    ACmThread* pWorker = nullptr;
+    ACmThread* pCaller = nullptr;
+};
+
 /// A link of a chain of objects that together operate on one file.
 ///
 /// It is created with a reference count of 0 and put into a CRefPtr immediately; the last release
@@ -64,6 +71,9 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     virtual std::uint64_t BytesToQueue(std::uint64_t /*qwLength*/, CmUint32 /*dwOffset*/) {
         return 0;
     }
+
+    /// The threads of the file. Links that pass operations on ask the next link. Constant.
+    virtual tagFileThreads GetThreads() { return {}; }
 
     /// The size of the open file in bytes. A link that has none returns CACHE_ERR_FAILED; on
     /// failure qwSize stays as it was. On the thread that reads the file.

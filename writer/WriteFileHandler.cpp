@@ -7,6 +7,7 @@
 #include "core/HomeDir.h"
 #include "core/PendingBytes.h"
 #include "fileop/FileLedger.h"
+#include "fileop/GatherAge.h"
 #include "fileop/SpaceWatch.h"
 #include "platform/CmTraceLine.h"
 #include "writer/OpenFiles.h"
@@ -66,6 +67,7 @@ void CWriteFileHandler::SetHomeDir(const CCmString& strHomeDir) {
 CCmString& CWriteFileHandler::GetTempHomeDir() { return m_strHomeDir; }
 
 CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint32& dwHandle) try {
+    const CAgedFlush aAgedFlush;
     dwHandle = 0;
     const CCmString strPath = m_strHomeDir + strFileName;
     const CRefPtr<IFileOperation> pFile =
@@ -109,7 +111,10 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
     }
     // Asked before anything is taken, so that the host can repeat the same call.
     lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
-    if (lResult != CACHE_OK) return lResult;
+    if (lResult != CACHE_OK) {
+        CGatherAge::FlushAged();
+        return lResult;
+    }
     lResult = pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
     if (lResult != CACHE_OK)
         TraceError("CWriteFileHandler::WriteData->Write Data error=", lResult, " this=", this);
@@ -120,6 +125,7 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
 }
 
 void CWriteFileHandler::FlushData(CmUint32 dwHandle) {
+    const CAgedFlush aAgedFlush;
     IFileOperation* pFile = nullptr;
     if (Handle2Pointer(dwHandle, pFile) == CACHE_OK)
         pFile->Flush();
@@ -128,6 +134,7 @@ void CWriteFileHandler::FlushData(CmUint32 dwHandle) {
 }
 
 CmInt32 CWriteFileHandler::CloseFile(CmUint32 dwHandle) {
+    const CAgedFlush aAgedFlush;
     IFileOperation* pFile = nullptr;
     if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) {
         TraceError("CWriteFileHandler::CloseFile->Bad file handle=", dwHandle, " this=", this);
@@ -145,6 +152,7 @@ CmInt32 CWriteFileHandler::CloseFile(CmUint32 dwHandle) {
 }
 
 CmInt32 CWriteFileHandler::SyncFile(CmUint32 dwHandle) {
+    const CAgedFlush aAgedFlush;
     IFileOperation* pFile = nullptr;
     if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) {
         TraceError("CWriteFileHandler::SyncFile->Bad file handle=", dwHandle, " this=", this);
