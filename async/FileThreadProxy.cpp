@@ -106,8 +106,9 @@ CmInt32 CFileThreadProxy::PostWrite(CmUint32 dwOffset, MakeData aMakeData) {
     CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
     if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
     if (!IsUsable()) return CACHE_ERR_FAILED;
-    return PostRequest("pWriteEvent",
-                       [&] { return new (std::nothrow) CWriteEvent(this, dwOffset, aMakeData()); });
+    return PostRequest("pWriteEvent", [&] {
+        return new (std::nothrow) CWriteEvent(this, dwOffset, aMakeData(), m_pPending.Get());
+    });
 }
 
 CmInt32 CFileThreadProxy::WriteData(const CCmString& strData, CmUint32 dwOffset) {

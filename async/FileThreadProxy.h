@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "core/FileOpSink.h"
+#include "core/PendingBytes.h"
 #include "fileop/FileOperation.h"
 #include "platform/CmThread.h"
 
@@ -51,6 +52,7 @@ class CFileThreadProxy final : public IFileOperation {
     /// All of them, unless WriteData would refuse them.
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
 
+    void CountPendingIn(CPendingCount* pCount) override { m_pPending = pCount; }
     tagFileThreads GetThreads() override { return {m_pRWThread.Get(), m_pCallerThread.Get()}; }
 
     /// Called on the R/W thread only.
@@ -129,5 +131,6 @@ class CFileThreadProxy final : public IFileOperation {
 
     // The caller's side only.
     CCmString m_strFilePath;
+    CRefPtr<CPendingCount> m_pPending;  // the handler's; null unless that has a limit
     int m_bWrite = 1;
 };

@@ -130,6 +130,13 @@ class CACHEFILE_API CCacheFileManager {
     /// interval. Any thread.
     static std::uint64_t GetUnsyncedBytes();
 
+    /// bOn non-zero: from now on a host whose write returned CACHE_ERR_TRY_AGAIN is woken, once,
+    /// when the smallest refused piece fits and the limit that refused it is at most half used, or
+    /// not at all. A WaitAndRun returns, the wake-up callable is called and the descriptor becomes
+    /// readable, as for a result; it is not counted, and the next run clears it. 0, as at first:
+    /// the host tries again by itself. Any thread.
+    static void SetRoomWakeUp(int bOn);
+
     /// From now on gathered bytes leave their buffer when the oldest of a file has been there for
     /// dwMs milliseconds; 0, as at first, means that they stay until the buffer is full. In
     /// asynchronous mode this happens on the caller thread, in the next call of any handler there

@@ -41,6 +41,9 @@ class CBufferDecorate final : public IFileOperation {
     CmInt32 Sync(CmUint32 dwHandle) override;
     CFileLedger* Ledger() override { return m_pFile ? m_pFile->Ledger() : nullptr; }
     CmInt32 GetFreeSpace(std::uint64_t& qwBytes) override;
+    void CountPendingIn(CPendingCount* pCount) override {
+        if (m_pFile) m_pFile->CountPendingIn(pCount);
+    }
     tagFileThreads GetThreads() override {
         return m_pFile ? m_pFile->GetThreads() : tagFileThreads();
     }

@@ -8,6 +8,7 @@
 
 class ACmThread;
 class CFileLedger;
+class CPendingCount;
 class ICmEvent;
 class IFileOpStatus;
 
@@ -74,6 +75,11 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
 
     /// The threads of the file. Links that pass operations on ask the next link. Constant.
     virtual tagFileThreads GetThreads() { return {}; }
+
+    /// From now on what the file queues for the worker thread counts in pCount too. The link holds
+    /// it. Links that pass writes on tell the next link; without a worker there is nothing to
+    /// count.
+    virtual void CountPendingIn(CPendingCount* /*pCount*/) {}
 
     /// The size of the open file in bytes. A link that has none returns CACHE_ERR_FAILED; on
     /// failure qwSize stays as it was. On the thread that reads the file.

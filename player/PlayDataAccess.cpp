@@ -58,7 +58,8 @@ CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned
         return NoFile("WriteData", " DataLen=", aDataInfo, this);
     CM_CHECK(pFile, "pFile", CACHE_ERR_INVALID_STATE);
     CM_CHECK(lpData || dwLength == 0, "lpData", CACHE_ERR_INVALID_ARG);
-    const CmInt32 lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
+    const CmInt32 lResult =
+        CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset), nullptr);
     if (lResult != CACHE_OK) return lResult;
     if (m_dwCBTimeStamp == 0 && HoldsHeader(aDataInfo, dwLength, dwOffset)) {
         const tagEntryFileHeader aHeader = ReadHeader(lpData, this);

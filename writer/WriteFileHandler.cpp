@@ -6,6 +6,7 @@
 #include "async/FileChain.h"
 #include "core/HomeDir.h"
 #include "core/PendingBytes.h"
+#include "core/RoomWakeUp.h"
 #include "fileop/FileLedger.h"
 #include "fileop/GatherAge.h"
 #include "fileop/SpaceWatch.h"
@@ -73,6 +74,7 @@ CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint3
     const CRefPtr<IFileOperation> pFile =
         CFileChain::Build(FileChainKind::WriteRecord, m_bAsync, this);
     if (!pFile) return NoMemoryToOpen(this);
+    if (m_pPending) pFile->CountPendingIn(m_pPending.Get());
     // The list takes the file first: nothing may fail after the file has been opened.
     const CmUint32 dwNew = FilesOf(m_vecWriteFiles).Add(pFile);
     const CmInt32 lResult = pFile->Open(strPath, 1);
@@ -110,7 +112,9 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
         return lResult;
     }
     // Asked before anything is taken, so that the host can repeat the same call.
-    lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
+    if (CPendingBytes::HasLimit(m_pPending.Get()))
+        lResult =
+            CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset), m_pPending.Get());
     if (lResult != CACHE_OK) {
         CGatherAge::FlushAged();
         return lResult;
@@ -122,6 +126,18 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
     const bool bLow = m_pSpaceWatch && !m_bAsync && m_pSpaceWatch->HasFallen(*pFile, qwFree);
     if (bLow) OnLowSpace(qwFree);  // comes last: the callback may destroy this handler
     return lResult;
+}
+
+CmInt32 CWriteFileHandler::SetPendingLimit(std::uint64_t qwBytes) {
+    if (!m_pPending) {
+        m_pPending = new (std::nothrow) CPendingCount;
+        if (!m_pPending) return CACHE_ERR_OUT_OF_MEMORY;
+        for (const tagOpenFile& aFile : m_vecWriteFiles)
+            aFile.pFile->CountPendingIn(m_pPending.Get());
+    }
+    m_pPending->SetLimit(qwBytes);
+    CRoomWakeUp::OnFinished();
+    return CACHE_OK;
 }
 
 void CWriteFileHandler::FlushData(CmUint32 dwHandle) {

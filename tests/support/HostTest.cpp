@@ -13,6 +13,7 @@ HostTest::~HostTest() {
     CacheFileShutdown();
     CCacheFileManager::SetPendingLimit(c_qwNoLimit);
     CCacheFileManager::SetGatherAge(0);
+    CCacheFileManager::SetRoomWakeUp(0);
     CCacheFileManager::Instance().SetTempHomeDir(".\\kvr2\\");
 }
 
