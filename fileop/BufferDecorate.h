@@ -6,11 +6,11 @@
 /// many small ones.
 ///
 /// Owned by a handler, and used only on its thread, without a lock. Flushes by age run on that
-/// thread too (CGatherAge). Appended bytes reach the file
-/// in the order of the calls and before any later write at an offset. Between calls fewer than
-/// m_dwBufferSize bytes are gathered, and the buffer uses no more memory than twice that. If
-/// gathered bytes cannot be passed on, they are dropped and counted
-/// (CCacheFileManager::GetLostBytes), and the next link traces the failure. Nothing is retried.
+/// thread too (CGatherAge). Appended bytes reach the file in the order of the calls and before any
+/// later write at an offset. Between calls fewer than m_dwBufferSize bytes are gathered, and the
+/// buffer uses no more memory than twice that. If gathered bytes cannot be passed on, they are
+/// dropped and counted (CCacheFileManager::GetLostBytes), and the next link traces the failure.
+/// Nothing is retried.
 class CBufferDecorate final : public IFileOperation {
  public:
     /// pFile is the next link; if it is null, every operation returns CACHE_ERR_NOT_OPEN.
