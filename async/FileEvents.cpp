@@ -72,11 +72,12 @@ CmInt32 CReadEvent::OnEventFire() {
     return lResult;
 }
 
-CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmString strData)
-    : ICmEvent(0, CPendingBytes::GetUrgency(strData.size())),
+CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmString strData,
+                         CPendingCount* pPending)
+    : ICmEvent(0, CPendingBytes::GetUrgency(strData.size(), pPending)),
       m_pAsyncFileOp(pAsyncFileOp),
       m_dwFileOffset(dwOffset),
-      m_pending(strData.size()),
+      m_pending(strData.size(), pPending),
       m_strData(std::move(strData)),
       m_pLedger(pAsyncFileOp ? pAsyncFileOp->Ledger() : nullptr),
       m_pSpaceWatch(pAsyncFileOp ? pAsyncFileOp->GetSpaceWatch() : nullptr) {

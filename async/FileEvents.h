@@ -50,7 +50,8 @@ class CReadEvent final : public ICmEvent {
 /// A write. Its bytes count as pending as long as it exists; its memory goes back to CBlockStore.
 class CWriteEvent final : public ICmEvent {
  public:
-    CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmString strData);
+    CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmString strData,
+                CPendingCount* pPending);
     ~CWriteEvent() override;
     CmInt32 OnEventFire() override;
 

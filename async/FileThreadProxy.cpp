@@ -106,25 +106,31 @@ CmInt32 CFileThreadProxy::PostWrite(CmUint32 dwOffset, MakeData aMakeData) {
     CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
     if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
     if (!IsUsable()) return CACHE_ERR_FAILED;
-    return PostRequest("pWriteEvent",
-                       [&] { return new (std::nothrow) CWriteEvent(this, dwOffset, aMakeData()); });
+    return PostRequest("pWriteEvent", [&] {
+        return new (std::nothrow) CWriteEvent(this, dwOffset, aMakeData(), m_pPending.Get());
+    });
 }
 
 CmInt32 CFileThreadProxy::WriteData(const CCmString& strData, CmUint32 dwOffset) {
-    return CFileThreadProxy::WriteBytes(strData.data(), strData.size(), dwOffset);
+    return PostCopy(strData.data(), strData.size(), dwOffset);
 }
 
 CmInt32 CFileThreadProxy::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
+    return PostCopy(lpData, nLength, dwOffset);
+}
+
+CmInt32 CFileThreadProxy::GiveData(CCmString&& strData, CmUint32 dwOffset) {
+    return PostWrite(dwOffset, [&] { return std::move(strData); });
+}
+
+/// Posts the write of a copy, which takes a kept block if there is one.
+CmInt32 CFileThreadProxy::PostCopy(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     return PostWrite(dwOffset, [&] {
         // Twice the length at most, so that pending bytes are a fair measure of the memory used.
         CCmString strData = CBlockStore::Instance().Take(nLength, 2 * nLength);
         strData.assign(lpData, nLength);
         return strData;
     });
-}
-
-CmInt32 CFileThreadProxy::GiveData(CCmString& strData, CmUint32 dwOffset) {
-    return PostWrite(dwOffset, [&] { return std::move(strData); });
 }
 
 std::uint64_t CFileThreadProxy::BytesToQueue(std::uint64_t qwLength, CmUint32 /*dwOffset*/) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "core/FileOpSink.h"
+#include "core/PendingBytes.h"
 #include "fileop/FileOperation.h"
 #include "platform/CmThread.h"
 
@@ -46,10 +47,13 @@ class CFileThreadProxy final : public IFileOperation {
     void Flush() override {}
 
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
-    CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset) override;
+    CmInt32 GiveData(CCmString&& strData, CmUint32 dwOffset) override;
 
     /// All of them, unless WriteData would refuse them.
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
+
+    void CountPendingIn(CPendingCount* pCount) override { m_pPending = pCount; }
+    tagFileThreads GetThreads() override { return {m_pRWThread.Get(), m_pCallerThread.Get()}; }
 
     /// Called on the R/W thread only.
     CmInt32 GetSize(std::uint64_t& qwSize) override;
@@ -104,6 +108,7 @@ class CFileThreadProxy final : public IFileOperation {
     }
     void DeliverData(unsigned char* lpBuffer, CmUint32 dwLength, const tagDataInfo& aDataInfo);
 
+    CmInt32 PostCopy(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
     template <class MakeData>
     CmInt32 PostWrite(CmUint32 dwOffset, MakeData aMakeData);
     template <class MakeEvent>
@@ -126,5 +131,6 @@ class CFileThreadProxy final : public IFileOperation {
 
     // The caller's side only.
     CCmString m_strFilePath;
+    CRefPtr<CPendingCount> m_pPending;  // the handler's; null unless that has a limit
     int m_bWrite = 1;
 };

@@ -15,6 +15,7 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
         Require(m_pHandler && m_attached.GetResult() == CACHE_OK, "a write handler");
         CCacheFileManager::SetPendingLimit(qwLimit);
         Require(CCacheFileManager::SetSyncInterval(dwSyncInterval) == CACHE_OK, "a sync interval");
+        CCacheFileManager::SetRoomWakeUp(1);
         m_pHandler->Initialize(this);
         m_pHandler->SetHomeDir("");
         for (const std::string& strPath : vecPaths) {
@@ -30,8 +31,8 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
                 m_vecHandles[nFile], reinterpret_cast<const unsigned char*>(lpData),
                 static_cast<CmUint32>(nLength), CCacheFileManager::GetMaxDword());
             if (lResult == CACHE_OK) return;
-            Require(lResult == CACHE_ERR_OUT_OF_MEMORY, "WriteData");
-            CCmCallerThread::WaitAndRun(1);
+            Require(lResult == CACHE_ERR_TRY_AGAIN, "WriteData");
+            CCmCallerThread::WaitAndRun(1000);
         }
     }
     void Finish() override {

@@ -70,6 +70,14 @@ int32_t cachefile_set_sync_interval(uint32_t milliseconds) {
 
 uint64_t cachefile_unsynced_bytes(void) { return CCacheFileManager::GetUnsyncedBytes(); }
 
+void cachefile_set_room_wake_up(int32_t on) { CCacheFileManager::SetRoomWakeUp(on); }
+
+void cachefile_set_gather_age(uint32_t milliseconds) {
+    CCacheFileManager::SetGatherAge(milliseconds);
+}
+
+void cachefile_flush_aged(void) { CCacheFileManager::FlushAged(); }
+
 int32_t cachefile_shutdown(void) {
     return capi::Guarded([] { return CacheFileShutdown(); });
 }

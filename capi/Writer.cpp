@@ -99,6 +99,13 @@ int32_t cachefile_writer_append(cachefile_writer* writer, uint32_t file, const v
     return cachefile_writer_write(writer, file, data, length, CACHEFILE_END);
 }
 
+int32_t cachefile_writer_set_pending_limit(cachefile_writer* writer, uint64_t bytes) {
+    return capi::Guarded([&]() -> std::int32_t {
+        if (!writer) return CACHEFILE_ERR_INVALID_ARG;
+        return writer->m_pHandler->SetPendingLimit(bytes);
+    });
+}
+
 int32_t cachefile_writer_flush(cachefile_writer* writer, uint32_t file) {
     return capi::Guarded([&] {
         if (!writer) return CACHEFILE_ERR_INVALID_ARG;

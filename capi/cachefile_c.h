@@ -126,6 +126,23 @@ CACHEFILE_API int32_t cachefile_set_sync_interval(uint32_t milliseconds);
  * written to while an interval is set or that were synced explicitly. Any thread. */
 CACHEFILE_API uint64_t cachefile_unsynced_bytes(void);
 
+/** on non-zero: a host whose write returned CACHEFILE_ERR_TRY_AGAIN is woken once when the smallest
+ * refused piece fits and the limit that refused it is at most half used. A wait returns, the
+ * wake-up callback is called and the descriptor becomes readable, as for a result; runs do not
+ * count it. 0, as at the start: the host tries again by itself. Any thread. */
+CACHEFILE_API void cachefile_set_room_wake_up(int32_t on);
+
+/** Limits for how many milliseconds gathered bytes stay in memory; 0, the value at the start, means
+ * until the buffer is full. Asynchronous: they are passed on in the next call for any writer or
+ * player on the caller thread or when its queue runs, and a host that only waits is woken in time.
+ * Synchronous: they are passed on in the next call on the thread that wrote them. It is a flush
+ * that is never refused and that changes no result. Any thread. */
+CACHEFILE_API void cachefile_set_gather_age(uint32_t milliseconds);
+
+/** Passes on what the calling thread has gathered for as long as the age or longer. For synchronous
+ * hosts that make no other call for a while. Any thread. */
+CACHEFILE_API void cachefile_flush_aged(void);
+
 /** Ends asynchronous mode: waits until the worker thread has written everything that was accepted,
  * ends the worker, and then runs callbacks until none is pending. Close the files or destroy the
  * handles first. Driving thread, also inside a callback. Always returns 0.
@@ -306,6 +323,11 @@ CACHEFILE_API int32_t cachefile_writer_write(cachefile_writer* writer, uint32_t 
 /** Writes at the end of the file, as cachefile_writer_write with CACHEFILE_END. */
 CACHEFILE_API int32_t cachefile_writer_append(cachefile_writer* writer, uint32_t file,
                                               const void* data, uint32_t length);
+
+/** Limits the pending bytes of this writer as cachefile_set_pending_limit limits those of the
+ * process. Returns 0, CACHEFILE_ERR_INVALID_ARG for a null writer, or
+ * CACHEFILE_ERR_OUT_OF_MEMORY. */
+CACHEFILE_API int32_t cachefile_writer_set_pending_limit(cachefile_writer* writer, uint64_t bytes);
 
 /** Writes the gathered bytes. A failure is traced, counted in cachefile_lost_bytes, and in
  * asynchronous mode reported as CACHEFILE_OP_WRITE; the result is 0 even then. A number of no open

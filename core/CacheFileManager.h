@@ -130,6 +130,31 @@ class CACHEFILE_API CCacheFileManager {
     /// interval. Any thread.
     static std::uint64_t GetUnsyncedBytes();
 
+    /// bOn non-zero: from now on a host whose write returned CACHE_ERR_TRY_AGAIN is woken, once,
+    /// when the smallest refused piece fits and the limit that refused it is at most half used, or
+    /// not at all. A WaitAndRun returns, the wake-up callable is called and the descriptor becomes
+    /// readable, as for a result; it is not counted, and the next run clears it. 0, as at first:
+    /// the host tries again by itself. Any thread.
+    static void SetRoomWakeUp(int bOn);
+
+    /// From now on gathered bytes leave their buffer when the oldest of a file has been there for
+    /// dwMs milliseconds; 0, as at first, means that they stay until the buffer is full. In
+    /// asynchronous mode this happens on the caller thread, in the next call of any handler there
+    /// or when its queue runs; a host that waits for its queue, in whichever way, is woken in time,
+    /// and its runs do not count it. In synchronous mode it happens at the end of the next call of
+    /// any handler on the thread that gathered the bytes, and in FlushAged.
+    ///
+    /// Such a flush is a FlushData: the limit of pending bytes never refuses it, and a failure is
+    /// traced and counted, and in asynchronous mode reported as Op_Write. It does not change the
+    /// result of the call in which it happens. Asynchronous files are no longer flushed by age
+    /// after the thread is detached or the worker is stopped. Bytes that are gathered when the age
+    /// is first set count from the next append to their file. Any thread.
+    static void SetGatherAge(CmUint32 dwMs);
+
+    /// Flushes the files of the calling thread whose oldest gathered byte has reached the age. For
+    /// synchronous hosts that make no other call for a while. Any thread.
+    static void FlushAged();
+
     static const char s_cFileSeparator;     ///< '_'
     static const char s_cFileEndSeparator;  ///< '.'
     static const char s_cWinPathSeparator;  ///< '\': the separator of every path of the library

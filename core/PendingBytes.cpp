@@ -1,10 +1,10 @@
 #include "core/PendingBytes.h"
 
 #include <algorithm>
-#include <atomic>
-#include <limits>
 
 #include "core/CacheFileManager.h"
+#include "core/RoomWakeUp.h"
+#include "platform/CmNeverDestroyed.h"
 #include "platform/CmResult.h"
 
 namespace {
@@ -17,37 +17,53 @@ constexpr std::uint64_t c_qwMinLimit = 65536;
 /// after each nap, and no more memory than the store keeps for blocks anyway.
 constexpr std::uint64_t c_qwMaxNotUrgent = 1U << 20;
 
-std::atomic<std::uint64_t> s_qwPendingBytes{0};
-std::atomic<std::uint64_t> s_qwPendingLimit{std::numeric_limits<std::uint64_t>::max()};
+/// Half the limit, so that the worker writes again before the host reaches it and is refused.
+bool IsFarFromLimit(const CPendingCount& aCount, std::uint64_t qwBytes) {
+    return aCount.GetBytes() + qwBytes <= aCount.GetLimit() / 2;
+}
 
 }  // namespace
 
-CPendingBytes::CPendingBytes(std::uint64_t qwBytes) : m_qwBytes(qwBytes) {
-    s_qwPendingBytes.fetch_add(m_qwBytes, std::memory_order_relaxed);
+void CPendingCount::SetLimit(std::uint64_t qwBytes) {
+    m_qwLimit.store(std::max(qwBytes, c_qwMinLimit), std::memory_order_relaxed);
+}
+
+CPendingCount& CPendingBytes::OfProcess() { return CmNeverDestroyed<CPendingCount>(); }
+
+CPendingBytes::CPendingBytes(std::uint64_t qwBytes, CPendingCount* pHandler)
+    : m_qwBytes(qwBytes), m_pHandler(pHandler) {
+    OfProcess().Add(m_qwBytes);
+    if (m_pHandler) m_pHandler->Add(m_qwBytes);
 }
 
 CPendingBytes::~CPendingBytes() {
-    s_qwPendingBytes.fetch_sub(m_qwBytes, std::memory_order_relaxed);
+    OfProcess().Remove(m_qwBytes);
+    if (m_pHandler) m_pHandler->Remove(m_qwBytes);
+    CRoomWakeUp::OnFinished();
 }
 
-CmInt32 CPendingBytes::CheckRoom(std::uint64_t qwBytes) {
-    const std::uint64_t qwLimit = s_qwPendingLimit.load(std::memory_order_relaxed);
-    if (qwBytes == 0 || CCacheFileManager::GetPendingBytes() + qwBytes <= qwLimit) return CACHE_OK;
-    return qwBytes <= qwLimit ? CACHE_ERR_TRY_AGAIN : CACHE_ERR_OUT_OF_MEMORY;
+CmInt32 CPendingBytes::CheckRoom(std::uint64_t qwBytes, CPendingCount* pHandler) {
+    if (qwBytes == 0) return CACHE_OK;
+    const CPendingCount& aProcess = OfProcess();
+    if (qwBytes > aProcess.GetLimit() || (pHandler && qwBytes > pHandler->GetLimit()))
+        return CACHE_ERR_OUT_OF_MEMORY;
+    const bool bProcessRefuses = !aProcess.HasRoom(qwBytes);
+    if (!bProcessRefuses && (!pHandler || pHandler->HasRoom(qwBytes))) return CACHE_OK;
+    CRoomWakeUp::OnRefused({pHandler, bProcessRefuses, qwBytes});
+    return CACHE_ERR_TRY_AGAIN;
 }
 
-ICmEvent::Urgency CPendingBytes::GetUrgency(std::uint64_t qwBytes) {
-    // Half the limit, so that the worker writes before the host reaches the limit and is refused.
-    const std::uint64_t qwMax =
-        std::min(c_qwMaxNotUrgent, s_qwPendingLimit.load(std::memory_order_relaxed) / 2);
-    return CCacheFileManager::GetPendingBytes() + qwBytes <= qwMax ? ICmEvent::NotUrgent
-                                                                   : ICmEvent::Urgent;
+ICmEvent::Urgency CPendingBytes::GetUrgency(std::uint64_t qwBytes, const CPendingCount* pHandler) {
+    const CPendingCount& aProcess = OfProcess();
+    const bool bCanWait = aProcess.GetBytes() + qwBytes <= c_qwMaxNotUrgent &&
+                          IsFarFromLimit(aProcess, qwBytes) &&
+                          (!pHandler || IsFarFromLimit(*pHandler, qwBytes));
+    return bCanWait ? ICmEvent::NotUrgent : ICmEvent::Urgent;
 }
 
-std::uint64_t CCacheFileManager::GetPendingBytes() {
-    return s_qwPendingBytes.load(std::memory_order_relaxed);
-}
+std::uint64_t CCacheFileManager::GetPendingBytes() { return CPendingBytes::OfProcess().GetBytes(); }
 
 void CCacheFileManager::SetPendingLimit(std::uint64_t qwBytes) {
-    s_qwPendingLimit.store(std::max(qwBytes, c_qwMinLimit), std::memory_order_relaxed);
+    CPendingBytes::OfProcess().SetLimit(qwBytes);
+    CRoomWakeUp::OnFinished();
 }

@@ -1,31 +1,74 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <limits>
 
 #include "platform/CmEvent.h"
+#include "platform/CmReference.h"
 #include "platform/CmTypes.h"
 
-/// Bytes that were passed to the worker thread and are not yet processed. They count as pending
-/// (CCacheFileManager::GetPendingBytes) while this object exists. It is a member of a request, so
-/// the bytes are subtracted exactly once, whether the request runs, is refused or is dropped.
+/// A count of pending bytes and its limit: that of the process, or that of one handler.
+///
+/// Counted, because the requests of a handler may outlive it. Any thread: the values are atomics.
+/// Nothing here can fail.
+class CPendingCount final : public CCmReferenceControlT<CCmMutexThread> {
+ public:
+    /// Values below 65,536 count as 65,536; the largest value means no limit.
+    void SetLimit(std::uint64_t qwBytes);
+    bool HasLimit() const { return GetLimit() != c_qwNoLimit; }
+
+    std::uint64_t GetLimit() const { return m_qwLimit.load(std::memory_order_relaxed); }
+    std::uint64_t GetBytes() const { return m_qwBytes.load(); }
+
+    void Add(std::uint64_t qwBytes) { m_qwBytes.fetch_add(qwBytes, std::memory_order_relaxed); }
+    void Remove(std::uint64_t qwBytes) { m_qwBytes.fetch_sub(qwBytes); }
+
+    bool HasRoom(std::uint64_t qwBytes) const {
+        const std::uint64_t qwLimit = GetLimit();
+        return qwBytes <= qwLimit && GetBytes() <= qwLimit - qwBytes;
+    }
+    bool IsAtMostHalf() const { return GetBytes() <= GetLimit() / 2; }
+
+ private:
+    static constexpr std::uint64_t c_qwNoLimit = std::numeric_limits<std::uint64_t>::max();
+
+    std::atomic<std::uint64_t> m_qwBytes{0};
+    std::atomic<std::uint64_t> m_qwLimit{c_qwNoLimit};
+};
+
+/// Bytes that were given to the worker thread, which has not finished with them. They count as
+/// pending (CCacheFileManager::GetPendingBytes) while this lives. A request has one as a member, so
+/// they are taken off the count once, whether the request runs, is refused or is dropped.
 ///
 /// Any thread: the counts are atomics. Nothing here can fail.
 class CPendingBytes {
  public:
-    explicit CPendingBytes(std::uint64_t qwBytes);
+    /// pHandler is the handler's count, which is held, or null.
+    CPendingBytes(std::uint64_t qwBytes, CPendingCount* pHandler);
     ~CPendingBytes();
     CPendingBytes(const CPendingBytes&) = delete;
     CPendingBytes& operator=(const CPendingBytes&) = delete;
 
-    /// Checks whether qwBytes more would stay within the host's limit. Returns 0 if so, and always
-    /// for 0 bytes; CACHE_ERR_TRY_AGAIN if they would when less is pending; CACHE_ERR_OUT_OF_MEMORY
-    /// if they alone exceed the limit. Nothing is traced.
-    static CmInt32 CheckRoom(std::uint64_t qwBytes);
+    /// The count of the process.
+    static CPendingCount& OfProcess();
 
-    /// Returns how urgent a write of qwBytes more is. The host does not wait for writes, so a write
-    /// is urgent only if the pending bytes use much memory or approach the host's limit.
-    static ICmEvent::Urgency GetUrgency(std::uint64_t qwBytes);
+    /// Whether there is any limit, so that CheckRoom could refuse something.
+    static bool HasLimit(const CPendingCount* pHandler) {
+        return pHandler || OfProcess().HasLimit();
+    }
+
+    /// Returns 0 if qwBytes more stay within the host's limits, which 0 bytes always do;
+    /// CACHE_ERR_TRY_AGAIN if they will when less is pending; CACHE_ERR_OUT_OF_MEMORY if they are
+    /// more than a limit. Nothing is traced. If the host wants it, a refusal with the first code
+    /// wakes it later (CRoomWakeUp).
+    static CmInt32 CheckRoom(std::uint64_t qwBytes, CPendingCount* pHandler);
+
+    /// How urgent a write of qwBytes more is. Nobody waits for a write, so it is urgent only when
+    /// what is pending uses much memory or comes near one of the host's limits.
+    static ICmEvent::Urgency GetUrgency(std::uint64_t qwBytes, const CPendingCount* pHandler);
 
  private:
     const std::uint64_t m_qwBytes;
+    const CRefPtr<CPendingCount> m_pHandler;
 };

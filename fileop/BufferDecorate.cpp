@@ -28,18 +28,36 @@ CmInt32 CBufferDecorate::Close() {
 }
 
 CmInt32 CBufferDecorate::WriteData(const CCmString& strData, CmUint32 dwOffset) {
-    return CBufferDecorate::WriteBytes(strData.data(), strData.size(), dwOffset);
+    return Write(strData.data(), strData.size(), dwOffset);
 }
 
 CmInt32 CBufferDecorate::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
+    return Write(lpData, nLength, dwOffset);
+}
+
+CmInt32 CBufferDecorate::GiveData(CCmString&& strData, CmUint32 dwOffset) {
+    return Write(strData.data(), strData.size(), dwOffset);
+}
+
+CmInt32 CBufferDecorate::Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     if (!m_pFile) return CACHE_ERR_NOT_OPEN;
-    if (dwOffset == CCacheFileManager::GetMaxDword()) return Append(lpData, nLength);
+    m_age.Claim();
+    const CmInt32 lResult = dwOffset == CCacheFileManager::GetMaxDword()
+                                ? Append(lpData, nLength)
+                                : WritePositioned(lpData, nLength, dwOffset);
+    m_age.AfterWrite([&] { return !m_strBuffer.empty(); });
+    return lResult;
+}
+
+CmInt32 CBufferDecorate::WritePositioned(const char* lpData, std::size_t nLength,
+                                         CmUint32 dwOffset) {
     if (!m_strBuffer.empty() && PassOn(m_strBuffer.size()) != CACHE_OK)
         TraceError("CBufferDecorate::WriteData->Write buffer data error", " this=", this);
     return m_pFile->WriteBytes(lpData, nLength, dwOffset);
 }
 
 std::uint64_t CBufferDecorate::BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) {
+    m_age.Claim();
     const std::uint64_t qwTogether = m_strBuffer.size() + qwLength;
     const bool bGathers =
         dwOffset == CCacheFileManager::GetMaxDword() && qwTogether < m_dwBufferSize;
@@ -48,7 +66,7 @@ std::uint64_t CBufferDecorate::BytesToQueue(std::uint64_t qwLength, CmUint32 dwO
 
 CmInt32 CBufferDecorate::Append(const char* lpData, std::size_t nLength) {
     const std::size_t nAccepted = m_strBuffer.size();
-    if (nAccepted == 0 && nLength >= m_dwBufferSize)  // a block by itself
+    if (nAccepted == 0 && nLength >= m_dwBufferSize)  // nothing is gained by copying it
         return m_pFile->WriteBytes(lpData, nLength, CCacheFileManager::GetMaxDword());
     try {
         const std::size_t nCapacity = m_strBuffer.capacity();
@@ -78,8 +96,10 @@ void CBufferDecorate::Enlarge(std::size_t nLength) {
 /// Appends the gathered bytes to the file and empties the buffer. The first nAccepted bytes are
 /// from calls that have returned 0; the others are from the running call.
 CmInt32 CBufferDecorate::PassOn(std::size_t nAccepted) {
-    const CmInt32 lResult = m_pFile->GiveData(m_strBuffer, CCacheFileManager::GetMaxDword());
-    m_strBuffer.clear();
+    const CmInt32 lResult =
+        m_pFile->GiveData(std::move(m_strBuffer), CCacheFileManager::GetMaxDword());
+    m_age.OnEmptied();
+    m_strBuffer.clear();  // the link below may have left the bytes, or any others, in it
     if (m_strBuffer.capacity() > MostBetweenCalls()) {
         CBlockStore::Instance().Give(std::move(m_strBuffer));
         CCmString().swap(m_strBuffer);  // frees it if the store has not taken it
@@ -104,12 +124,14 @@ const CCmString& CBufferDecorate::GetFileName() {
 
 void CBufferDecorate::Flush() {
     if (!m_pFile) return;
+    m_age.Claim();
     if (!m_strBuffer.empty()) PassOn(m_strBuffer.size());
     m_pFile->Flush();
 }
 
 CmInt32 CBufferDecorate::Sync(CmUint32 dwHandle) {
     if (!m_pFile) return CACHE_ERR_NOT_OPEN;
+    m_age.Claim();
     const CmInt32 lPassedOn = m_strBuffer.empty() ? CmInt32{CACHE_OK} : PassOn(m_strBuffer.size());
     const CmInt32 lSynced = m_pFile->Sync(dwHandle);
     return lPassedOn != CACHE_OK ? lPassedOn : lSynced;

@@ -1,15 +1,16 @@
 #pragma once
 
-#include "fileop/FileOperation.h"
+#include "fileop/GatherAge.h"
 
 /// Gathers appended bytes into blocks, so that the links below see one large append instead of
 /// many small ones.
 ///
-/// Owned by a handler, and used only on its thread, without a lock. Appended bytes reach the file
-/// in the order of the calls and before any later write at an offset. Between calls fewer than
-/// m_dwBufferSize bytes are gathered, and the buffer uses no more memory than twice that. If
-/// gathered bytes cannot be passed on, they are dropped and counted
-/// (CCacheFileManager::GetLostBytes), and the next link traces the failure. Nothing is retried.
+/// Owned by a handler, and used only on its thread, without a lock. Flushes by age run on that
+/// thread too (CGatherAge). Appended bytes reach the file in the order of the calls and before any
+/// later write at an offset. Between calls fewer than m_dwBufferSize bytes are gathered, and the
+/// buffer uses no more memory than twice that. If gathered bytes cannot be passed on, they are
+/// dropped and counted (CCacheFileManager::GetLostBytes), and the next link traces the failure.
+/// Nothing is retried.
 class CBufferDecorate final : public IFileOperation {
  public:
     /// pFile is the next link; if it is null, every operation returns CACHE_ERR_NOT_OPEN.
@@ -34,13 +35,22 @@ class CBufferDecorate final : public IFileOperation {
     const CCmString& GetFileName() override;
     void Flush() override;
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
+    CmInt32 GiveData(CCmString&& strData, CmUint32 dwOffset) override;
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
     /// The failure of the passing on comes before that of the sync.
     CmInt32 Sync(CmUint32 dwHandle) override;
     CFileLedger* Ledger() override { return m_pFile ? m_pFile->Ledger() : nullptr; }
     CmInt32 GetFreeSpace(std::uint64_t& qwBytes) override;
+    void CountPendingIn(CPendingCount* pCount) override {
+        if (m_pFile) m_pFile->CountPendingIn(pCount);
+    }
+    tagFileThreads GetThreads() override {
+        return m_pFile ? m_pFile->GetThreads() : tagFileThreads();
+    }
 
  private:
+    CmInt32 Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
+    CmInt32 WritePositioned(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
     CmInt32 Append(const char* lpData, std::size_t nLength);
     void Enlarge(std::size_t nLength);
     CmInt32 PassOn(std::size_t nAccepted);
@@ -49,4 +59,5 @@ class CBufferDecorate final : public IFileOperation {
     const CRefPtr<IFileOperation> m_pFile;
     const CmUint32 m_dwBufferSize;
     CCmString m_strBuffer;
+    CGatherAge m_age{*this};
 };

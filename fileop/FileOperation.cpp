@@ -1,6 +1,5 @@
 #include "fileop/FileOperation.h"
 
-#include <exception>
 #include <new>
 
 #include "fileop/BufferDecorate.h"
@@ -8,18 +7,8 @@
 #include "platform/CmEvent.h"
 #include "platform/CmNeverDestroyed.h"
 
-CmInt32 IFileOperation::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) try {
-    return WriteData(CCmString(lpData, nLength), dwOffset);
-} catch (const std::exception&) {  // no memory, or more than a string can hold
-    return CACHE_ERR_OUT_OF_MEMORY;
-}
-
 CmInt32 IFileOperation::OpenAt(const CCmString& strPath, int bWrite, const CmPlace& /*aPlace*/) {
     return Open(strPath, bWrite);
-}
-
-CmInt32 IFileOperation::GiveData(CCmString& strData, CmUint32 dwOffset) {
-    return WriteData(strData, dwOffset);
 }
 
 CmInt32 IFileOperation::SendToReader(ICmEvent* pEvent) {

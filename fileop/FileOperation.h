@@ -8,8 +8,16 @@
 
 class ACmThread;
 class CFileLedger;
+class CPendingCount;
 class ICmEvent;
 class IFileOpStatus;
+
+/// The threads of an asynchronous file: where its operations run, and where its results go. Null
+/// for a synchronous one. They live as long as the link that returned them.
+struct tagFileThreads {
+    ACmThread* pWorker = nullptr;
+    ACmThread* pCaller = nullptr;
+};
 
 /// A link of a chain of objects that together operate on one file.
 ///
@@ -50,12 +58,13 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     /// opens the file later records the directory in its Open and passes it on.
     virtual CmInt32 OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace);
 
-    /// As WriteData, for bytes in any memory, so that a link which copies them copies them once.
-    virtual CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
+    /// WriteData of nLength bytes in any memory. They stay the caller's; a link that needs them
+    /// after the call copies them.
+    virtual CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) = 0;
 
-    /// As WriteData, for a string that the caller no longer needs. The link may take its memory
-    /// instead of copying it. The contents of strData afterwards are unspecified.
-    virtual CmInt32 GiveData(CCmString& strData, CmUint32 dwOffset);
+    /// WriteData of a string that the caller no longer needs: the link may take its memory instead
+    /// of copying it. The contents of strData afterwards are unspecified.
+    virtual CmInt32 GiveData(CCmString&& strData, CmUint32 dwOffset) = 0;
 
     /// Returns how many bytes WriteData of qwLength bytes at dwOffset would queue for the worker
     /// thread: 0 when it would only gather them, or write them in the call. Links that pass writes
@@ -63,6 +72,14 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     virtual std::uint64_t BytesToQueue(std::uint64_t /*qwLength*/, CmUint32 /*dwOffset*/) {
         return 0;
     }
+
+    /// The threads of the file. Links that pass operations on ask the next link. Constant.
+    virtual tagFileThreads GetThreads() { return {}; }
+
+    /// From now on what the file queues for the worker thread counts in pCount too. The link holds
+    /// it. Links that pass writes on tell the next link; without a worker there is nothing to
+    /// count.
+    virtual void CountPendingIn(CPendingCount* /*pCount*/) {}
 
     /// The size of the open file in bytes. A link that has none returns CACHE_ERR_FAILED; on
     /// failure qwSize stays as it was. On the thread that reads the file.

@@ -98,10 +98,19 @@ CmInt32 CLocalFile::SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin) {
 }
 
 CmInt32 CLocalFile::WriteData(const CCmString& strData, CmUint32 dwOffset) {
-    return CLocalFile::WriteBytes(strData.data(), strData.size(), dwOffset);
+    return Write(strData.data(), strData.size(), dwOffset);
 }
 
 CmInt32 CLocalFile::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
+    return Write(lpData, nLength, dwOffset);
+}
+
+CmInt32 CLocalFile::GiveData(CCmString&& strData, CmUint32 dwOffset) {
+    return Write(strData.data(), strData.size(), dwOffset);
+}
+
+/// Writes all bytes and hands them to the system. Every form of writing ends here.
+CmInt32 CLocalFile::Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
     if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
     if (CSyncThread::IsOn() && !HasSyncRecord({})) return CACHE_ERR_OUT_OF_MEMORY;

@@ -36,6 +36,7 @@ class CLocalFile final : public IFileOperation {
     void Flush() override;
     CmInt32 OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace) override;
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
+    CmInt32 GiveData(CCmString&& strData, CmUint32 dwOffset) override;
     CmInt32 GetSize(std::uint64_t& qwSize) override;
     CmInt32 Sync(CmUint32 dwHandle) override;
     CFileLedger* Ledger() override { return m_pLedger.Get(); }
@@ -44,6 +45,7 @@ class CLocalFile final : public IFileOperation {
  private:
     CmInt32 OpenStream(const CmPlace& aPlace);
     bool HasSyncRecord(const CmPlace& aPlace);
+    CmInt32 Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
     CmInt32 SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin);
     void UndoAppend(std::int64_t nBegin);
 

@@ -19,10 +19,16 @@ CmInt32 CCmCallerThread::WaitAndRun(CmUint32 dwMilliseconds, CmUint32* pdwCount)
     if (pdwCount) *pdwCount = 0;
     const CRefPtr<CCmCallerQueue> pQueue = CCmCallerState::Instance().GetOwnQueue();
     if (!pQueue) return CACHE_ERR_INVALID_STATE;
-    if (dwMilliseconds > 0)
-        pQueue->WaitUntil(CCmEventQueue::Clock::now() + std::chrono::milliseconds(dwMilliseconds));
     CmUint32 dwIgnored = 0;
-    pQueue->RunWaiting(pdwCount ? *pdwCount : dwIgnored);
+    CmUint32& dwCount = pdwCount ? *pdwCount : dwIgnored;
+    if (dwMilliseconds == 0) {
+        pQueue->RunWaiting(dwCount);
+        return CACHE_OK;
+    }
+    const auto aLimit = CCmEventQueue::Clock::now() + std::chrono::milliseconds(dwMilliseconds);
+    // Upkeep does not end the host's wait.
+    while (pQueue->WaitUntil(aLimit) && !pQueue->RunWaiting(dwCount)) {
+    }
     return CACHE_OK;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+
 #include "platform/CmReference.h"
 #include "platform/CmTypes.h"
 
@@ -14,9 +16,13 @@ class ICmEvent {
     /// non-urgent event for a few milliseconds until it looks again (CmQueueRest.h).
     enum Urgency { Urgent, NotUrgent };
 
+    /// What a host notices of an event in its queue (CmCallerThread.h). A result is counted. A
+    /// wake-up is not counted and only ends the host's wait. Upkeep does neither.
+    enum Kind { Result, WakeUp, Upkeep };
+
     /// dwType is the platform's; events of this library pass 0.
-    explicit ICmEvent(CmUint32 dwType, Urgency aUrgency = Urgent)
-        : m_dwType(dwType), m_urgency(aUrgency) {}
+    explicit ICmEvent(CmUint32 dwType, Urgency aUrgency = Urgent, Kind aKind = Result)
+        : m_dwType(dwType), m_urgency(aUrgency), m_kind(aKind) {}
 
     /// Does the work, on the queue's thread. Its result reaches the caller of SendEvent only.
     virtual CmInt32 OnEventFire() = 0;
@@ -31,6 +37,7 @@ class ICmEvent {
 
     CmUint32 GetType() const { return m_dwType; }
     Urgency GetUrgency() const { return m_urgency; }
+    Kind GetKind() const { return m_kind; }
 
  private:
     friend class CCmEventList;
@@ -39,8 +46,23 @@ class ICmEvent {
 
     const CmUint32 m_dwType;
     const Urgency m_urgency;
+    const Kind m_kind;
     ICmEvent* m_pNext = nullptr;       // the next event in its list
     tagSendWait* m_pSender = nullptr;  // the thread that waits for it in SendEvent
+};
+
+/// Upkeep that a thread does at a given time or soon afterwards.
+class ICmTimedEvent : public ICmEvent {
+ public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    explicit ICmTimedEvent(Time aTime) : ICmEvent(0, NotUrgent, Upkeep), m_time(aTime) {}
+
+ private:
+    friend class CCmEventQueue;
+
+    const Time m_time;
+    ICmTimedEvent* m_pLater = nullptr;  // the next one in its queue
 };
 
 /// The queue through which a thread is given work. Counted; hold it in a CRefPtr while using it.
@@ -57,4 +79,9 @@ class ICmEventQueue : public CCmReferenceControlT<CCmMutexThread> {
     /// it fires at once. On a stopped queue the event is disposed of and the result is
     /// CACHE_ERR_INVALID_STATE, without waiting.
     virtual CmInt32 SendEvent(ICmEvent* pEvent) = 0;
+
+    /// Fires the event on the queue's thread when its time has come, if the library runs that
+    /// thread. An event whose time has not come when the thread ends is disposed of without firing.
+    /// Result and ownership are those of PostEvent.
+    virtual CmInt32 PostTimedEvent(ICmTimedEvent* pEvent) = 0;
 };

@@ -1,6 +1,7 @@
 #include "platform/CmEventQueue.h"
 
 #include <new>
+#include <utility>
 
 #include "platform/CmResult.h"
 #include "platform/CmThreadNumber.h"
@@ -17,6 +18,41 @@ CmInt32 CCmEventQueue::PostEvent(ICmEvent* pEvent, CmInt32 /*lOption*/) {
     if (Append(pEvent)) return CACHE_OK;
     pEvent->OnDestorySelf();
     return CACHE_ERR_INVALID_STATE;
+}
+
+CmInt32 CCmEventQueue::PostTimedEvent(ICmTimedEvent* pEvent) {
+    if (AppendTimed(pEvent)) return CACHE_OK;
+    pEvent->OnDestorySelf();
+    return CACHE_ERR_INVALID_STATE;
+}
+
+/// Wakes a sleeping owner if it has to wake up earlier now. There are few timed events, one for
+/// each thread that waits for a time, so the list is searched.
+bool CCmEventQueue::AppendTimed(ICmTimedEvent* pEvent) {
+    bool bWake = false;
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        if (m_bStopped) return false;
+        ICmTimedEvent** pp = &m_pTimed;
+        while (*pp && (*pp)->m_time <= pEvent->m_time) pp = &(*pp)->m_pLater;
+        pEvent->m_pLater = *pp;
+        *pp = pEvent;
+        bWake = m_pTimed == pEvent && m_rest.End(ICmEvent::NotUrgent);
+    }
+    if (bWake) m_rest.Wake();
+    return true;
+}
+
+/// Moves the timed events whose time has come to those that wait. With the lock.
+void CCmEventQueue::QueueDueEvents() {
+    if (!m_pTimed) return;
+    const Clock::time_point aNow = Clock::now();
+    while (m_pTimed && m_pTimed->m_time <= aNow) {
+        ICmTimedEvent* const pEvent = m_pTimed;
+        m_pTimed = pEvent->m_pLater;
+        m_waiting.PushBack(pEvent);
+        SetHasEventsLocked(true);
+    }
 }
 
 CmInt32 CCmEventQueue::SendEvent(ICmEvent* pEvent) {
@@ -74,19 +110,23 @@ void CCmEventQueue::TakeWaiting() {
     m_rest.SetNews(m_bStopped);
 }
 
-void CCmEventQueue::RunWaiting(CmUint32& dwCount) {
+bool CCmEventQueue::RunWaiting(CmUint32& dwCount) {
     // An event may detach the thread, which drops the last other reference on the queue.
     const CRefPtr<CCmEventQueue> pSelf(this);
     TakeWaiting();
+    bool bNoticed = false;
     try {
         while (ICmEvent* const pEvent = PopBatch()) {
-            ++dwCount;
+            const ICmEvent::Kind aKind = pEvent->GetKind();
+            dwCount += aKind == ICmEvent::Result ? 1 : 0;
+            bNoticed |= aKind != ICmEvent::Upkeep;
             Fire(pEvent);
         }
     } catch (...) {
         if (!m_batch.IsEmpty()) OnStoppedBeingEmpty();
         throw;
     }
+    return bNoticed;
 }
 
 /// Disposes of the event after firing, also if it throws.
@@ -120,7 +160,12 @@ bool CCmEventQueue::Wait() {
     m_rest.Linger();
     std::unique_lock<std::mutex> aLock(m_mutex);
     if (m_rest.TakeNap() && IsNothingToDo()) m_rest.Nap(aLock);
-    while (IsNothingToDo()) m_rest.Sleep(aLock);
+    for (QueueDueEvents(); IsNothingToDo(); QueueDueEvents()) {
+        if (m_pTimed)
+            m_rest.SleepUntil(aLock, m_pTimed->m_time);
+        else
+            m_rest.Sleep(aLock);
+    }
     return !m_waiting.IsEmpty();
 }
 
@@ -154,6 +199,14 @@ void CCmEventQueue::AfterForkInChild() {
 }
 
 void CCmEventQueue::DropWaiting() {
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        for (ICmTimedEvent* p = std::exchange(m_pTimed, nullptr); p;) {
+            ICmTimedEvent* const pLater = p->m_pLater;
+            m_waiting.PushBack(p);
+            p = pLater;
+        }
+    }
     TakeWaiting();
     while (ICmEvent* const pEvent = PopBatch()) Dispose(pEvent, CACHE_ERR_INVALID_STATE);
 }

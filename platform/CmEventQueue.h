@@ -16,19 +16,21 @@ class CCmEventQueue : public ICmEventQueue {
  public:
     CmInt32 PostEvent(ICmEvent* pEvent, CmInt32 lOption) override;
     CmInt32 SendEvent(ICmEvent* pEvent) override;
+    CmInt32 PostTimedEvent(ICmTimedEvent* pEvent) override;
 
     /// Sets the owner's thread number. Called before the queue is shared.
     void BindTo(CmUint32 dwThreadNumber) { m_dwOwner = dwThreadNumber; }
 
     /// Owner only: fires what is left of the batch and what waits at the moment of the call, but
-    /// not what is posted while it runs. Adds how many events it fired to dwCount. If an event
-    /// throws, it is disposed of, the exception propagates, and the rest waits for the next run.
-    void RunWaiting(CmUint32& dwCount);
+    /// not what is posted while it runs. Adds how many results it fired to dwCount, and returns
+    /// whether it fired anything but upkeep. If an event throws, it is disposed of, the exception
+    /// propagates, and the rest waits for the next run.
+    bool RunWaiting(CmUint32& dwCount);
 
     using Clock = CCmQueueRest::Clock;
 
-    /// Owner only: waits until something is queued or the queue is stopped, as CCmQueueRest
-    /// decides. Returns whether something is queued.
+    /// Owner only: waits until something is queued, the time of a timed event has come, or the
+    /// queue is stopped; CCmQueueRest decides how. Returns whether something is queued.
     bool Wait();
 
     /// The same, but never naps and returns at aLimit at the latest: the host decides how long its
@@ -70,6 +72,8 @@ class CCmEventQueue : public ICmEventQueue {
     void TakeWaiting();
     CmInt32 Fire(ICmEvent* pEvent);
     void Dispose(ICmEvent* pEvent, CmInt32 lResult);
+    void QueueDueEvents();
+    bool AppendTimed(ICmTimedEvent* pEvent);
     bool IsNothingToDo() const { return m_waiting.IsEmpty() && !m_bStopped; }
 
     CmUint32 m_dwOwner = 0;  // set before the queue is shared
@@ -78,6 +82,8 @@ class CCmEventQueue : public ICmEventQueue {
 
     // Guarded by m_mutex.
     CCmEventList m_waiting;
+    ICmTimedEvent* m_pTimed =
+        nullptr;  // those whose time has not come, in the order of their times
     bool m_bStopped = false;
     CCmQueueRest m_rest;  // says itself where it needs no lock
 

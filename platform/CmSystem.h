@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 /// What the layer needs of the operating system besides files. One source file per system.
 
 /// A descriptor that a host can poll: readable after Signal until Clear. Not thread-safe; its owner
@@ -38,6 +40,11 @@ class CCmSignalBlocker {
     struct tagSaved;
     alignas(16) unsigned char m_saved[128] = {};  // a tagSaved
 };
+
+/// A clock that is read in a few nanoseconds and advances in steps of some milliseconds, so that it
+/// is behind the real time by up to one step. In nanoseconds since an unspecified moment.
+std::int64_t CmCoarseTime();
+std::int64_t CmCoarseStep();
 
 /// Registers pHandler to be called when the process exits or the library is unloaded; handlers run
 /// in the reverse order of their registration. Returns whether it will be called. Windows returns

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,7 +16,29 @@ namespace {
 
 std::atomic<pid_t> s_nProcess{0};  // the one that registered the first exit handler
 
+#ifdef CLOCK_MONOTONIC_COARSE
+constexpr clockid_t c_coarseClock = CLOCK_MONOTONIC_COARSE;
+#else
+constexpr clockid_t c_coarseClock = CLOCK_MONOTONIC;
+#endif
+
+std::int64_t Nanoseconds(const timespec& aTime) {
+    return aTime.tv_sec * std::int64_t{1'000'000'000} + aTime.tv_nsec;
+}
+
 }  // namespace
+
+std::int64_t CmCoarseTime() {
+    timespec aTime{};
+    ::clock_gettime(c_coarseClock, &aTime);
+    return Nanoseconds(aTime);
+}
+
+std::int64_t CmCoarseStep() {
+    timespec aStep{};
+    ::clock_getres(c_coarseClock, &aStep);
+    return Nanoseconds(aStep);
+}
 
 bool CCmWakeDescriptor::Open() {
     int aEnds[2];

@@ -1,3 +1,7 @@
+#define WIN32_LEAN_AND_MEAN
+#define NOMINMAX
+#include <windows.h>
+
 #include "platform/CmSystem.h"
 
 // There are no descriptors to poll here: hosts post themselves a message from the wake-up callable.
@@ -9,6 +13,10 @@ void CCmWakeDescriptor::Close() {}
 void CCmWakeDescriptor::Signal() {}
 
 void CCmWakeDescriptor::Clear() {}
+
+std::int64_t CmCoarseTime() { return static_cast<std::int64_t>(::GetTickCount64()) * 1'000'000; }
+
+std::int64_t CmCoarseStep() { return 16'000'000; }  // 64 steps a second
 
 // There are no signals here that could interrupt a thread.
 

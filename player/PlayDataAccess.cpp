@@ -2,6 +2,7 @@
 #include "download/ContainerFormat.h"
 #include "download/PlayDataFile.h"
 #include "fileop/FileOperation.h"
+#include "fileop/GatherAge.h"
 #include "platform/CmTraceLine.h"
 #include "player/RecordFiles.h"
 
@@ -50,13 +51,15 @@ CmInt32 CPlayFileHandler::DataInfo2FileHandler(const tagDataInfo& aDataInfo,
 
 CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned char* lpData,
                                     CmUint32 dwLength, CmUint32 dwOffset) {
+    const CAgedFlush aAgedFlush;
     CM_CHECK(!m_pDownloadFile, "!m_pDownloadFile", CACHE_ERR_INVALID_STATE);
     IFileOperation* pFile = nullptr;
     if (DataInfo2FileHandler(aDataInfo, pFile) != CACHE_OK)
         return NoFile("WriteData", " DataLen=", aDataInfo, this);
     CM_CHECK(pFile, "pFile", CACHE_ERR_INVALID_STATE);
     CM_CHECK(lpData || dwLength == 0, "lpData", CACHE_ERR_INVALID_ARG);
-    const CmInt32 lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
+    const CmInt32 lResult =
+        CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset), nullptr);
     if (lResult != CACHE_OK) return lResult;
     if (m_dwCBTimeStamp == 0 && HoldsHeader(aDataInfo, dwLength, dwOffset)) {
         const tagEntryFileHeader aHeader = ReadHeader(lpData, this);
@@ -70,6 +73,7 @@ CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned
 
 CmInt32 CPlayFileHandler::ReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,
                                    CmUint32 dwOffset, CmUint32 dwLength) {
+    const CAgedFlush aAgedFlush;
     // The callback of a synchronous read may destroy the handler. No member is used after the
     // callback, but the handler has to exist until this call returns.
     const CRefPtr<CPlayFileHandler> pSelf(this);
@@ -88,12 +92,14 @@ CmInt32 CPlayFileHandler::ReadData(const tagDataInfo& aDataInfo, unsigned char* 
 }
 
 CmInt32 CPlayFileHandler::GetStreamLength(const tagDataInfo& aDataInfo, CmUint32& dwLength) {
+    const CAgedFlush aAgedFlush;
     CM_CHECK(m_pDownloadFile, "m_pDownloadFile", CACHE_ERR_INVALID_STATE);
     return m_pDownloadFile->GetStreamLength(aDataInfo, dwLength);
 }
 
 CmInt32 CPlayFileHandler::SyncReadData(const tagDataInfo& aDataInfo, unsigned char* lpBuffer,
                                        CmUint32 dwOffset, CmUint32& dwLength) {
+    const CAgedFlush aAgedFlush;
     if (m_pDownloadFile) return CACHE_ERR_INVALID_STATE;
     IFileOperation* pFile = nullptr;
     if (DataInfo2FileHandler(aDataInfo, pFile) != CACHE_OK)

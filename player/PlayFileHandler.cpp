@@ -6,6 +6,7 @@
 #include "async/FileThreadManager.h"
 #include "core/HomeDir.h"
 #include "download/PlayDataFile.h"
+#include "fileop/GatherAge.h"
 #include "platform/CmTraceLine.h"
 #include "player/RecordFiles.h"
 
@@ -49,6 +50,7 @@ CCmString& CPlayFileHandler::GetTempHomeDir() { return m_strHomeDir; }
 
 CmInt32 CPlayFileHandler::OpenRecordFile(const CCmString& strFileName,
                                          const tagFileDescriber& aFileDescriber, int bWrite) try {
+    const CAgedFlush aAgedFlush;
     CM_CHECK(!m_pDownloadFile, "!m_pDownloadFile", CACHE_ERR_INVALID_STATE);
     const CCmString strPath = m_strHomeDir + strFileName;
     const CRefPtr<IFileOperation> pFile =
@@ -70,6 +72,7 @@ CmInt32 CPlayFileHandler::OpenRecordFile(const CCmString& strFileName,
 
 CmInt32 CPlayFileHandler::OpenDownloadedFile(const CCmString& strFilePath,
                                              std::vector<tagFileDescriber>& vecFileDescriber) {
+    const CAgedFlush aAgedFlush;
     CM_CHECK(m_bDownload, "m_bDownload", CACHE_ERR_INVALID_STATE);
     CM_CHECK(!m_pDownloadFile, "!m_pDownloadFile", CACHE_ERR_ALREADY_OPEN);
     m_pDownloadFile = new (std::nothrow) CDownloadFileHandler(m_bAsync);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -399,6 +400,7 @@ TEST_P(CInterface, NullArgumentsAreRefused) {
     REFUSES_NULL(cachefile_writer_open, pWriter, "x", &n);
     REFUSES_NULL(cachefile_writer_write, pWriter, 1, "x", 1, 0);
     REFUSES_NULL(cachefile_writer_append, pWriter, 1, "x", 1);
+    REFUSES_NULL(cachefile_writer_set_pending_limit, pWriter, 1);
     REFUSES_NULL(cachefile_writer_flush, pWriter, 1);
     REFUSES_NULL(cachefile_writer_close, pWriter, 1);
     REFUSES_NULL(cachefile_player_create, 1, 0, nullptr, &pPlayer);
@@ -551,6 +553,26 @@ TEST_P(CInterface, ThreadsTraceAndWakeUp) {
     const int nBefore = nLines + nWakeUps;
     m_host.Record("y", "hello");
     EXPECT_EQ(nLines + nWakeUps, nBefore);
+}
+
+TEST_P(CInterface, RefusedHostsAndOldBytesDoNotWait) {
+    std::uint32_t dwFile = 0;
+    ASSERT_EQ(cachefile_writer_open(m_host.Writer(), "x", &dwFile), 0);
+    m_host.Settle();
+    cachefile_set_room_wake_up(1);
+    ASSERT_EQ(cachefile_writer_set_pending_limit(m_host.Writer(), 65536), 0);
+    const std::string strPiece(40000, 'x');
+    for (int i = 0; i < 20; ++i)
+        while (cachefile_writer_append(m_host.Writer(), dwFile, strPiece.data(), 40000) != 0)
+            ASSERT_EQ(cachefile_caller_wait_and_run(3'600'000, nullptr), 0);
+    cachefile_set_gather_age(1);
+    ASSERT_EQ(cachefile_writer_append(m_host.Writer(), dwFile, "old", 3), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    cachefile_flush_aged();
+    cachefile_set_gather_age(0);
+    m_host.Settle();
+    EXPECT_EQ(ReadBytes("kvr2/7/x").size(), 800'003U);
+    cachefile_set_room_wake_up(0);
 }
 
 TEST(CProcess, CodesAndTheVersionHaveTexts) {

@@ -42,6 +42,33 @@ class Fork : public HostTest {
 
 }  // namespace
 
+/// The child has files of its own in synchronous mode, while those of its parent are due.
+TEST_F(Fork, AChildFlushesNothingOfItsParentByAge) {
+    CCacheFileManager::SetGatherAge(1);
+    const auto growOld = [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); };
+    Recording aRecording(Sync, nullptr);
+    Recording aAsync(Async, nullptr);
+    const CmUint32 dwFile = aRecording.Open("a");
+    const CmUint32 dwAsync = aAsync.Open("b");
+    Settle();
+    EXPECT_EQ(aRecording.Write(dwFile, "parent"), 0);
+    EXPECT_EQ(aAsync.Write(dwAsync, "parent"), 0);
+    growOld();
+    const int nChild = InChild([&] {
+        Recording aOwn(Sync, nullptr);
+        const CmUint32 dwOwn = aOwn.Open("c");
+        if (aOwn.Write(dwOwn, "child") != 0) return 1;
+        growOld();
+        CCacheFileManager::FlushAged();
+        if (ReadBytes(Recording::PathOf("c")) != "child") return 2;
+        return ReadBytes(Recording::PathOf("a")).empty() ? 0 : 3;
+    });
+    EXPECT_EQ(nChild, 0);
+    CCacheFileManager::FlushAged();
+    Settle();
+    for (const char* const lpName : {"a", "b"}) ExpectFile(Recording::PathOf(lpName), "parent");
+}
+
 TEST_F(Fork, AChildLetsGoOfTheHostWhateverOtherThreadsWereDoing) {
     std::atomic<bool> bEnd{false};
     int nPosted = 0;

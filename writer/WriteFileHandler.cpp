@@ -6,7 +6,9 @@
 #include "async/FileChain.h"
 #include "core/HomeDir.h"
 #include "core/PendingBytes.h"
+#include "core/RoomWakeUp.h"
 #include "fileop/FileLedger.h"
+#include "fileop/GatherAge.h"
 #include "fileop/SpaceWatch.h"
 #include "platform/CmTraceLine.h"
 #include "writer/OpenFiles.h"
@@ -66,11 +68,13 @@ void CWriteFileHandler::SetHomeDir(const CCmString& strHomeDir) {
 CCmString& CWriteFileHandler::GetTempHomeDir() { return m_strHomeDir; }
 
 CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint32& dwHandle) try {
+    const CAgedFlush aAgedFlush;
     dwHandle = 0;
     const CCmString strPath = m_strHomeDir + strFileName;
     const CRefPtr<IFileOperation> pFile =
         CFileChain::Build(FileChainKind::WriteRecord, m_bAsync, this);
     if (!pFile) return NoMemoryToOpen(this);
+    if (m_pPending) pFile->CountPendingIn(m_pPending.Get());
     // The list takes the file first: nothing may fail after the file has been opened.
     const CmUint32 dwNew = FilesOf(m_vecWriteFiles).Add(pFile);
     const CmInt32 lResult = pFile->Open(strPath, 1);
@@ -108,8 +112,13 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
         return lResult;
     }
     // Asked before anything is taken, so that the host can repeat the same call.
-    lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset));
-    if (lResult != CACHE_OK) return lResult;
+    if (CPendingBytes::HasLimit(m_pPending.Get()))
+        lResult =
+            CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset), m_pPending.Get());
+    if (lResult != CACHE_OK) {
+        CGatherAge::FlushAged();
+        return lResult;
+    }
     lResult = pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
     if (lResult != CACHE_OK)
         TraceError("CWriteFileHandler::WriteData->Write Data error=", lResult, " this=", this);
@@ -119,7 +128,20 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
     return lResult;
 }
 
+CmInt32 CWriteFileHandler::SetPendingLimit(std::uint64_t qwBytes) {
+    if (!m_pPending) {
+        m_pPending = new (std::nothrow) CPendingCount;
+        if (!m_pPending) return CACHE_ERR_OUT_OF_MEMORY;
+        for (const tagOpenFile& aFile : m_vecWriteFiles)
+            aFile.pFile->CountPendingIn(m_pPending.Get());
+    }
+    m_pPending->SetLimit(qwBytes);
+    CRoomWakeUp::OnFinished();
+    return CACHE_OK;
+}
+
 void CWriteFileHandler::FlushData(CmUint32 dwHandle) {
+    const CAgedFlush aAgedFlush;
     IFileOperation* pFile = nullptr;
     if (Handle2Pointer(dwHandle, pFile) == CACHE_OK)
         pFile->Flush();
@@ -128,6 +150,7 @@ void CWriteFileHandler::FlushData(CmUint32 dwHandle) {
 }
 
 CmInt32 CWriteFileHandler::CloseFile(CmUint32 dwHandle) {
+    const CAgedFlush aAgedFlush;
     IFileOperation* pFile = nullptr;
     if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) {
         TraceError("CWriteFileHandler::CloseFile->Bad file handle=", dwHandle, " this=", this);
@@ -145,6 +168,7 @@ CmInt32 CWriteFileHandler::CloseFile(CmUint32 dwHandle) {
 }
 
 CmInt32 CWriteFileHandler::SyncFile(CmUint32 dwHandle) {
+    const CAgedFlush aAgedFlush;
     IFileOperation* pFile = nullptr;
     if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) {
         TraceError("CWriteFileHandler::SyncFile->Bad file handle=", dwHandle, " this=", this);

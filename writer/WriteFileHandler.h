@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "core/FileLosses.h"
 #include "core/FileOpSink.h"
 #include "platform/CmExport.h"
 
+class CPendingCount;
 class IFileOperation;
 namespace cachefile_internal {
 struct tagOpenFile;
@@ -63,6 +65,12 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     /// or a piece above that limit. After 4011 and 4013 nothing of the piece has been taken.
     CmInt32 WriteData(CmUint32 dwHandle, const unsigned char* lpData, CmUint32 dwLength,
                       CmUint32 dwOffset);
+
+    /// Limits the pending bytes of this handler as CCacheFileManager::SetPendingLimit limits those
+    /// of the process: WriteData is refused in the same way by either. So a handler with much data
+    /// can be kept from taking the whole limit of the process. What was pending before the first
+    /// call does not count. 0, or CACHE_ERR_OUT_OF_MEMORY with the limit as it was.
+    CmInt32 SetPendingLimit(std::uint64_t qwBytes);
 
     /// Passes the gathered bytes on. Returns nothing; a failure is traced and counted
     /// (CCacheFileManager::GetLostBytes), and in asynchronous mode reported as Op_Write.
@@ -134,4 +142,5 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     CmInt32 m_lStatus = 0;
     CCmString m_strHomeDir;
     std::vector<cachefile_internal::tagOpenFile> m_vecWriteFiles;
+    CRefPtr<CPendingCount> m_pPending;  // null until a limit is set
 };

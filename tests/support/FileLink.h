@@ -54,6 +54,12 @@ class FileLink final : public IFileOperation {
     }
     const CCmString& GetFileName() override { return m_strPath; }
     void Flush() override;
+    CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override {
+        return WriteData({lpData, nLength}, dwOffset);
+    }
+    CmInt32 GiveData(CCmString&& strData, CmUint32 dwOffset) override {
+        return WriteData(strData, dwOffset);
+    }
 
  private:
     LinkScript& m_script;

@@ -12,6 +12,8 @@ HostTest::HostTest() {
 HostTest::~HostTest() {
     CacheFileShutdown();
     CCacheFileManager::SetPendingLimit(c_qwNoLimit);
+    CCacheFileManager::SetGatherAge(0);
+    CCacheFileManager::SetRoomWakeUp(0);
     CCacheFileManager::Instance().SetTempHomeDir(".\\kvr2\\");
 }
 

@@ -1,0 +1,83 @@
+#include "fileop/GatherAge.h"
+
+#include "fileop/GatherLists.h"
+
+std::atomic<CmUint32> CGatherAge::s_dwAge{0};
+
+CGatherAge::~CGatherAge() {
+    Withdraw();
+    if (!m_pList) return;
+    CRefPtr<CGatherList> pLeft;  // freed without the mutex
+    const std::unique_lock<std::mutex> aLock(CGatherLists::Instance().Mutex());
+    pLeft = CGatherLists::Instance().Leave(*this);
+}
+
+/// After the first byte, and after a write that was not gathered.
+void CGatherAge::AfterUnlisted(bool bHasGathered) {
+    if (bHasGathered) Enter();
+    if (!m_pList)
+        FlushAged();
+    else if (m_pList->MustLook())
+        m_pList->Look();
+}
+
+void CGatherAge::Enter() {
+    const tagFileThreads aThreads = m_file.GetThreads();
+    CRefPtr<CGatherList> pList;
+    bool bWatch = false;
+    {
+        const std::unique_lock<std::mutex> aLock(CGatherLists::Instance().Mutex());
+        if (!m_pList) {
+            m_pList = CGatherLists::Instance().Own(true);
+            if (!m_pList) return;
+            ++m_pList->m_dwFiles;
+        }
+        pList = m_pList;
+        if (m_firstByte == CGatherList::Clock::time_point{})
+            m_firstByte = CGatherList::Clock::now();
+        bWatch = m_pList->Link(*this, aThreads);
+    }
+    if (bWatch) pList->Watch();
+}
+
+/// Takes the file out of its list. A file that comes from another thread leaves that thread's list
+/// for good, after a flush that may be under way there.
+void CGatherAge::Withdraw() {
+    if (!m_pList) return;
+    const bool bMine = m_pList->IsMine();
+    if (bMine && !m_bListed) return;
+    CRefPtr<CGatherList> pLeft;  // freed without the mutex
+    CGatherLists& aLists = CGatherLists::Instance();
+    std::unique_lock<std::mutex> aLock(aLists.Mutex());
+    if (!bMine) aLists.WaitForFlush(aLock, *m_pList, *this);
+    if (m_bListed) m_pList->Unlink(*this);
+    if (!bMine) pLeft = aLists.Leave(*this);
+}
+
+/// Whether the threads of an asynchronous file still take part: the host has not detached the one,
+/// and the other has not been stopped.
+bool CGatherAge::MayFlush() const {
+    const tagFileThreads aThreads = m_file.GetThreads();
+    if (!aThreads.pWorker) return true;
+    return aThreads.pWorker->GetEventQueue() && aThreads.pCaller &&
+           aThreads.pCaller->GetEventQueue();
+}
+
+void CGatherAge::SetAge(CmUint32 dwMilliseconds) {
+    s_dwAge.store(dwMilliseconds, std::memory_order_relaxed);
+    CGatherLists::Instance().UpdateAll();
+}
+
+void CGatherAge::FlushAged() {
+    if (!IsOn()) return;
+    CRefPtr<CGatherList> pList;
+    {
+        const std::unique_lock<std::mutex> aLock(CGatherLists::Instance().Mutex());
+        pList = CGatherLists::Instance().Own(false);
+    }
+    if (pList) pList->FlushDue();
+}
+
+void CCacheFileManager::SetGatherAge(CmUint32 dwMs) { CGatherAge::SetAge(dwMs); }
+
+void CCacheFileManager::FlushAged() { CGatherAge::FlushAged(); }

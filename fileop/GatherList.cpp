@@ -1,0 +1,198 @@
+#include "fileop/GatherList.h"
+
+#include <new>
+#include <utility>
+
+#include "fileop/GatherAge.h"
+#include "fileop/GatherLists.h"
+#include "platform/CmSystem.h"
+
+namespace {
+
+using Lock = std::unique_lock<std::mutex>;
+
+std::mutex& Mutex() { return CGatherLists::Instance().Mutex(); }
+
+std::chrono::milliseconds Age(CmUint32 dwAge) { return std::chrono::milliseconds(dwAge); }
+
+/// Has the thread of a list flush what is due, when it runs its queue.
+class CGatherDueEvent final : public ICmEvent {
+ public:
+    explicit CGatherDueEvent(CGatherList* pList) : ICmEvent(0, NotUrgent, Upkeep), m_pList(pList) {}
+    CmInt32 OnEventFire() override {
+        if (m_pList->IsMine()) m_pList->FlushDue();
+        return CACHE_OK;
+    }
+
+ private:
+    const CRefPtr<CGatherList> m_pList;
+};
+
+}  // namespace
+
+/// Looks at a list, on the worker. It also ends the watch if the worker drops it.
+class CGatherWatch final : public ICmTimedEvent {
+ public:
+    CGatherWatch(CGatherList* pList, std::uint32_t dwWatch, Time aTime)
+        : ICmTimedEvent(aTime), m_pList(pList), m_dwWatch(dwWatch) {}
+    ~CGatherWatch() override;
+    CmInt32 OnEventFire() override;
+
+ private:
+    const CRefPtr<CGatherList> m_pList;
+    const std::uint32_t m_dwWatch;
+};
+
+/// Nobody watches any more, unless the firing has begun another watch.
+CGatherWatch::~CGatherWatch() {
+    const Lock aLock(Mutex());
+    if (!m_pList->m_bWatched || m_pList->m_dwWatch != m_dwWatch) return;
+    m_pList->EndWatch();
+    if (m_pList->m_pFirst && CGatherAge::IsOn()) m_pList->StartClock();
+}
+
+CmInt32 CGatherWatch::OnEventFire() {
+    CRefPtr<ACmThread> pCaller;
+    bool bWatch = false;
+    {
+        const Lock aLock(Mutex());
+        if (!m_pList->m_bWatched || m_pList->m_dwWatch != m_dwWatch) return CACHE_OK;
+        m_pList->EndWatch();
+        if (!m_pList->m_pFirst || !CGatherAge::IsOn()) return CACHE_OK;
+        if (m_pList->DueTime() <= CGatherList::Clock::now()) {
+            m_pList->m_state = CGatherList::Due;
+            pCaller = m_pList->m_pCaller;
+        } else {
+            bWatch = m_pList->Update();
+        }
+    }
+    if (bWatch) m_pList->Watch();
+    const CRefPtr<ICmEventQueue> pQueue = pCaller ? pCaller->GetEventQueue() : nullptr;
+    ICmEvent* const pEvent = pQueue ? new (std::nothrow) CGatherDueEvent(m_pList.Get()) : nullptr;
+    return pEvent ? pQueue->PostEvent(pEvent, 1) : CmInt32{CACHE_OK};
+}
+
+CGatherList::Clock::time_point CGatherList::DueTime() const {
+    return m_pFirst->m_firstByte + Age(CGatherAge::s_dwAge.load(std::memory_order_relaxed));
+}
+
+/// The first bytes come in the order of their times, except those of a file that has changed its
+/// thread.
+bool CGatherList::Link(CGatherAge& aFile, const tagFileThreads& aThreads) {
+    CGatherAge* pEarlier = m_pLast;
+    while (pEarlier && pEarlier->m_firstByte > aFile.m_firstByte) pEarlier = pEarlier->m_pEarlier;
+    CGatherAge*& pLater = pEarlier ? pEarlier->m_pLater : m_pFirst;
+    aFile.m_pEarlier = pEarlier;
+    aFile.m_pLater = pLater;
+    (pLater ? pLater->m_pEarlier : m_pLast) = &aFile;
+    pLater = &aFile;
+    aFile.m_bListed = true;
+    const bool bNewWorker = aThreads.pWorker && aThreads.pWorker != m_pWorker.Get();
+    if (bNewWorker) {
+        EndWatch();
+        m_pWorker = aThreads.pWorker;
+        m_pCaller = aThreads.pCaller;
+    }
+    return (bNewWorker || m_pFirst == &aFile) && Update();
+}
+
+void CGatherList::Unlink(CGatherAge& aFile) {
+    (aFile.m_pEarlier ? aFile.m_pEarlier->m_pLater : m_pFirst) = aFile.m_pLater;
+    (aFile.m_pLater ? aFile.m_pLater->m_pEarlier : m_pLast) = aFile.m_pEarlier;
+    aFile.m_bListed = false;
+    if (!m_pFirst) m_state = Idle;
+}
+
+/// Decides who looks next.
+bool CGatherList::Update() {
+    m_state = Idle;
+    if (!m_pFirst || !CGatherAge::IsOn() || m_bWatched) return false;
+    if (m_pWorker) return true;
+    StartClock();
+    return false;
+}
+
+/// Has the thread look itself. The coarse clock is up to a step behind, so its thread looks at the
+/// exact one from a step earlier on.
+void CGatherList::StartClock() {
+    const std::chrono::nanoseconds aLeft = DueTime() - Clock::now();
+    m_nLookTime = CmCoarseTime() + aLeft.count() - CmCoarseStep();
+    m_state = UseClock;
+}
+
+void CGatherList::EndWatch() {
+    m_bWatched = false;
+    ++m_dwWatch;
+}
+
+void CGatherList::Watch() {
+    CRefPtr<ACmThread> pWorker;
+    CRefPtr<ACmThread> pCaller;  // both are released without the mutex
+    ICmTimedEvent* pEvent = nullptr;
+    {
+        const Lock aLock(Mutex());
+        if (m_bWatched || !m_pFirst) return;
+        if (!m_pWorker) return StartClock();
+        pWorker = m_pWorker;
+        EndWatch();
+        pEvent = new (std::nothrow) CGatherWatch(this, m_dwWatch, DueTime());
+        m_bWatched = pEvent != nullptr;
+    }
+    const CRefPtr<ICmEventQueue> pQueue = pWorker->GetEventQueue();
+    if (pEvent && pQueue) {
+        pQueue->PostTimedEvent(pEvent);
+        return;
+    }
+    delete pEvent;
+    const Lock aLock(Mutex());
+    if (m_bWatched || !m_pFirst) return;
+    if (!pQueue && pWorker.Get() == m_pWorker.Get()) {  // it has been stopped
+        m_pWorker = nullptr;
+        pCaller = std::move(m_pCaller);
+    }
+    StartClock();
+}
+
+void CGatherList::Look() {
+    if (m_state.load(std::memory_order_relaxed) == UseClock &&
+        CmCoarseTime() < m_nLookTime.load(std::memory_order_relaxed))
+        return;
+    FlushDue();
+}
+
+CGatherAge* CGatherList::TakeDue() {
+    if (!m_pFirst || !CGatherAge::IsOn() || DueTime() > Clock::now()) return nullptr;
+    CGatherAge* const pFile = m_pFirst;
+    Unlink(*pFile);
+    pFile->m_firstByte = {};
+    return pFile;
+}
+
+void CGatherList::FlushDue() {
+    const CRefPtr<CGatherList> pSelf(this);
+    bool bWatch = false;
+    {
+        Lock aLock(Mutex());
+        while (CGatherAge* const pFile = TakeDue()) {
+            m_pFlushing = pFile;
+            aLock.unlock();
+            if (pFile->MayFlush()) pFile->m_file.Flush();
+            aLock.lock();
+            m_pFlushing = nullptr;
+            CGatherLists::Instance().OnFlushed();
+        }
+        bWatch = Update();
+    }
+    if (bWatch) Watch();
+}
+
+/// In the child of a fork. The thread objects stay in memory: they are the parent's.
+void CGatherList::Forget() {
+    while (m_pFirst) Unlink(*m_pFirst);
+    m_pFlushing = nullptr;
+    EndWatch();
+    for (CRefPtr<ACmThread>* pp : {&m_pWorker, &m_pCaller}) {
+        if (*pp) (*pp)->AddReference();
+        *pp = nullptr;
+    }
+}

@@ -1,0 +1,63 @@
+#include "fileop/GatherLists.h"
+
+#include <new>
+#include <utility>
+
+#include "fileop/GatherAge.h"
+#include "platform/CmSystem.h"
+
+CGatherLists::CGatherLists() {
+    CmRegisterForkHandlers([] { Instance().m_mutex.lock(); }, [] { Instance().m_mutex.unlock(); },
+                           [] { Instance().AfterForkInChild(); });
+}
+
+CGatherList* CGatherLists::Own(bool bMake) {
+    for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get())
+        if (p->IsMine()) return p;
+    CGatherList* const pNew = bMake ? new (std::nothrow) CGatherList(CmThreadToken()) : nullptr;
+    if (!pNew) return nullptr;
+    pNew->m_pNext = std::move(m_pFirst);
+    m_pFirst = pNew;
+    return pNew;
+}
+
+CRefPtr<CGatherList> CGatherLists::Leave(CGatherAge& aFile) {
+    CGatherList* const pList = std::exchange(aFile.m_pList, nullptr);
+    if (--pList->m_dwFiles > 0) return nullptr;
+    CRefPtr<CGatherList>* pLink = &m_pFirst;
+    while (pLink->Get() != pList) pLink = &(*pLink)->m_pNext;
+    CRefPtr<CGatherList> pLeft = std::move(*pLink);
+    *pLink = std::move(pLeft->m_pNext);
+    return pLeft;
+}
+
+void CGatherLists::WaitForFlush(std::unique_lock<std::mutex>& aLock, const CGatherList& aList,
+                                const CGatherAge& aFile) {
+    m_flushed.wait(aLock, [&] { return aList.m_pFlushing != &aFile; });
+}
+
+/// The watches are made without the mutex, and the lists may change meanwhile. So they are marked
+/// first.
+void CGatherLists::UpdateAll() {
+    {
+        std::lock_guard<std::mutex> aLock(m_mutex);
+        for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get()) {
+            p->EndWatch();
+            p->m_bToWatch = p->Update();
+        }
+    }
+    while (const CRefPtr<CGatherList> pList = TakeOneToWatch()) pList->Watch();
+}
+
+CRefPtr<CGatherList> CGatherLists::TakeOneToWatch() {
+    std::lock_guard<std::mutex> aLock(m_mutex);
+    for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get())
+        if (std::exchange(p->m_bToWatch, false)) return p;
+    return nullptr;
+}
+
+void CGatherLists::AfterForkInChild() {
+    for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get()) p->Forget();
+    new (&m_flushed) std::condition_variable;  // destroying it would wait for its waiters
+    m_mutex.unlock();
+}
