@@ -107,7 +107,7 @@ CmInt32 CWriteEvent::OnEventFire() {
 }
 
 CmInt32 CSyncFileEvent::OnEventFire() {
-    const CmInt32 lResult = m_pAsyncFileOp->Sync_i();
+    const CmInt32 lResult = m_pAsyncFileOp->Sync_i(m_dwHandle);
     m_pAsyncFileOp->PostSynced(m_dwHandle, lResult);
     return lResult;
 }

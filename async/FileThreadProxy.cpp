@@ -227,10 +227,16 @@ CmInt32 CFileThreadProxy::Sync(CmUint32 dwHandle) {
                        [&] { return new (std::nothrow) CSyncFileEvent(this, dwHandle); });
 }
 
-CmInt32 CFileThreadProxy::Sync_i() {
+/// A sync of the sync thread may have failed before. The system reports that once, so this sync
+/// succeeds all the same, and a host that asked for its result must not take it for that of the
+/// failed one's bytes.
+CmInt32 CFileThreadProxy::Sync_i(CmUint32 dwHandle) {
     CM_CHECK(m_pFileOp, c_szFile, CACHE_ERR_INVALID_STATE);
     if (!IsUsable()) return CACHE_ERR_FAILED;
-    return m_pFileOp->Sync(0);
+    const CmInt32 lResult = m_pFileOp->Sync(0);
+    CFileLedger* const pLedger = dwHandle != 0 ? Ledger() : nullptr;
+    const CmInt32 lEarlier = pLedger ? pLedger->TakeReportedFailure() : CmInt32{CACHE_OK};
+    return lResult != CACHE_OK ? lResult : lEarlier;
 }
 
 void CFileThreadProxy::PostSynced(CmUint32 dwHandle, CmInt32 lResult) {

@@ -80,7 +80,7 @@ class CFileThreadProxy final : public IFileOperation {
     /// Takes over lpBuffer and delivers it to the receiver, without bytes if the read failed.
     CmInt32 ReadData_i(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,
                        CmUint32 dwLength);
-    CmInt32 Sync_i();
+    CmInt32 Sync_i(CmUint32 dwHandle);
     /// Reports the result of a sync for dwHandle, or for 0 a failure as that of a write.
     void PostSynced(CmUint32 dwHandle, CmInt32 lResult);
     /// Reports to the receiver if the free space has fallen below the mark.

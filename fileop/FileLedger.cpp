@@ -112,6 +112,7 @@ void CFileLedger::ReportSync(CmInt32 lResult, bool bLast) {
             if (m_lSyncFailure == CACHE_OK) s_dwFailures.fetch_add(1, std::memory_order_relaxed);
             m_lSyncFailure = lResult;
         }
+        if (pReport && lResult != CACHE_OK) m_lReportedFailure = lResult;
     }
     if (!pReport || (lResult == CACHE_OK && !bLast)) return;
     ISyncReport& aReport = *pReport;
@@ -122,6 +123,11 @@ CmInt32 CFileLedger::TakeSyncFailure() {
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     if (m_lSyncFailure != CACHE_OK) s_dwFailures.fetch_sub(1, std::memory_order_relaxed);
     return std::exchange(m_lSyncFailure, CACHE_OK);
+}
+
+CmInt32 CFileLedger::TakeReportedFailure() {
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    return std::exchange(m_lReportedFailure, CACHE_OK);
 }
 
 tagFileLosses CFileLedger::Get() {

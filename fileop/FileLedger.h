@@ -50,7 +50,8 @@ class CFileLedger final : public CCmReferenceControlT<CCmMutexThread> {
     /// In asynchronous mode: where failures of syncs are reported.
     void SetReport(ISyncReport* pReport);
 
-    /// Reports the failure of a sync. Without a place to report it is kept for TakeSyncFailure.
+    /// Reports the failure of a sync. Without a place to report it is kept for TakeSyncFailure,
+    /// otherwise for TakeReportedFailure.
     /// bLast: the file has been closed and this was its last sync, so the place is let go of; the
     /// reference is dropped on the thread that reports.
     void ReportSync(CmInt32 lResult, bool bLast);
@@ -58,6 +59,10 @@ class CFileLedger final : public CCmReferenceControlT<CCmMutexThread> {
     CmInt32 TakeSyncFailure();
     /// Whether there may be such a failure in any file. Costs one load.
     static bool HasSyncFailure() { return s_dwFailures.load(std::memory_order_relaxed) > 0; }
+
+    /// Returns the code of a reported failure since the last call of this; otherwise 0. For an
+    /// explicit sync: that it went well proves nothing for the bytes of the failed one.
+    CmInt32 TakeReportedFailure();
 
     /// Throws std::bad_alloc.
     tagFileLosses Get();
@@ -80,5 +85,6 @@ class CFileLedger final : public CCmReferenceControlT<CCmMutexThread> {
     CFileRanges m_missing CM_GUARDED_BY(m_mutex){0};
     CFileRanges m_damaged CM_GUARDED_BY(m_mutex){1};
     CmInt32 m_lSyncFailure CM_GUARDED_BY(m_mutex) = 0;
+    CmInt32 m_lReportedFailure CM_GUARDED_BY(m_mutex) = 0;
     CRefPtr<ISyncReport> m_pReport CM_GUARDED_BY(m_mutex);
 };

@@ -123,7 +123,14 @@ TEST_P(SyncFault, AFailedSyncLosesEveryByteOnceAndIsReportedOnce) {
         EXPECT_EQ(Losses(aRecording, dwHandle), "40000 0: 0+40000!");
         EXPECT_EQ(Faults::Disarm(), 1);
         WaitFor([&] { return CFileLedger::HasSyncFailure() || IsAsync(); });
-        EXPECT_EQ(aRecording.Write(dwHandle, "refused"), IsAsync() ? 0 : 4006);
+        SafetyLog aSafety;
+        aSafety.m_dwFirst = dwHandle;
+        aRecording->SetSafetySink(&aSafety);
+        EXPECT_EQ(aRecording->SyncFile(dwHandle), IsAsync() ? 0 : 4006)
+            << "not safe by a later one";
+        Settle();
+        EXPECT_EQ(aSafety.Take(), IsAsync() ? "Synced 0 4006, " : "");
+        aRecording->SetSafetySink(nullptr);
         EXPECT_EQ(aRecording.Write(dwHandle, "taken"), 0);
         EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
         Settle();
