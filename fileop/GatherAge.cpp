@@ -22,7 +22,8 @@ void CGatherAge::AfterUnlisted(bool bHasGathered) {
 }
 
 void CGatherAge::Enter() {
-    const tagFileThreads aThreads = m_file.GetThreads();
+    // A file whose threads have ended does not decide which thread watches the list.
+    const tagFileThreads aThreads = MayFlush() ? m_file.GetThreads() : tagFileThreads{};
     CRefPtr<CGatherList> pList;
     bool bWatch = false;
     {

@@ -87,13 +87,15 @@ bool CGatherList::Link(CGatherAge& aFile, const tagFileThreads& aThreads) {
     (pLater ? pLater->m_pEarlier : m_pLast) = &aFile;
     pLater = &aFile;
     aFile.m_bListed = true;
-    const bool bNewWorker = aThreads.pWorker && aThreads.pWorker != m_pWorker.Get();
-    if (bNewWorker) {
+    // The host may have detached its thread and attached it again: then the caller is another one.
+    const bool bNewThreads = aThreads.pWorker && (aThreads.pWorker != m_pWorker.Get() ||
+                                                  aThreads.pCaller != m_pCaller.Get());
+    if (bNewThreads) {
         EndWatch();
         m_pWorker = aThreads.pWorker;
         m_pCaller = aThreads.pCaller;
     }
-    return (bNewWorker || m_pFirst == &aFile) && Update();
+    return (bNewThreads || m_pFirst == &aFile) && Update();
 }
 
 void CGatherList::Unlink(CGatherAge& aFile) {

@@ -229,3 +229,21 @@ TEST(AgeThreads, AHandlerMayMoveWhileItsBytesAreDue) {
         ExpectFile(Recording::PathOf(std::to_string(i)), aShared[i].strModel);
     }
 }
+
+/// A file that stays open keeps the list of its thread, and with it the thread to wake.
+TEST_F(AsyncAge, WakesTheHostThatIsAttachedNow) {
+    CCacheFileManager::SetGatherAge(1);
+    Recording aOld(Async, nullptr);
+    const CmUint32 dwOld = aOld.Open("old");
+    EXPECT_EQ(aOld.Write(dwOld, "x"), 0);
+    Settle();
+    m_attached.reset();
+    m_attached.emplace();
+    Recording aNew(Async, nullptr);
+    const CmUint32 dwNew = aNew.Open("a");
+    EXPECT_EQ(aNew.Write(dwNew, "slow"), 0);
+    const CCmString strPath = Recording::PathOf("a");
+    for (int i = 0; i < 3'000 && (!Exists(strPath) || ReadBytes(strPath) != "slow"); ++i)
+        CCmCallerThread::WaitAndRun(10);
+    ExpectFile(strPath, "slow");
+}
