@@ -164,6 +164,6 @@ void CFileSync::Close() {
         m_pStream = nullptr;
         m_nDuplicate = nDuplicate;
     }
-    if (nDuplicate >= 0) Schedule();
+    if (nDuplicate >= 0 && !Schedule()) SyncScheduled();  // the interval has just ended
     EndReports();
 }
