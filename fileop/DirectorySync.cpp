@@ -8,17 +8,32 @@
 #include "core/CacheFileManager.h"
 #include "platform/CmMutex.h"
 #include "platform/CmNeverDestroyed.h"
+#include "platform/CmSystem.h"
 
 namespace {
 
-/// Knows the directories that are open. It holds no reference on them.
+/// Knows the directories that are open. It holds no reference on them. The child of a fork shares
+/// none with its parent, whose sync of one would never end there.
 class COpenDirectories {
  public:
+    COpenDirectories();
+
     CCmMutexThread m_mutex;
     std::vector<std::weak_ptr<CDirectorySync>> m_vecDirectories CM_GUARDED_BY(m_mutex);
 };
 
 COpenDirectories& OpenDirectories() { return CmNeverDestroyed<COpenDirectories>(); }
+
+void BeforeFork() CM_NO_LOCK_ANALYSIS { OpenDirectories().m_mutex.Lock(); }
+void AfterForkInParent() CM_NO_LOCK_ANALYSIS { OpenDirectories().m_mutex.UnLock(); }
+void AfterForkInChild() CM_NO_LOCK_ANALYSIS {
+    OpenDirectories().m_vecDirectories.clear();
+    OpenDirectories().m_mutex.UnLock();
+}
+
+COpenDirectories::COpenDirectories() {
+    CmRegisterForkHandlers(BeforeFork, AfterForkInParent, AfterForkInChild);
+}
 
 }  // namespace
 
@@ -94,11 +109,4 @@ int CDirectorySync::Sync(std::uint64_t qwNumber) {
     aLock.unlock();
     m_ended.notify_all();
     return nErrno;
-}
-
-void CDirectorySync::BeforeFork() { OpenDirectories().m_mutex.Lock(); }
-
-void CDirectorySync::AfterFork(bool bInChild) {
-    if (bInChild) OpenDirectories().m_vecDirectories.clear();
-    OpenDirectories().m_mutex.UnLock();
 }

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "platform/CmFile.h"
-#include "platform/CmThreadSafety.h"
 
 /// An open directory in which new names wait for a sync. The files that have one there share it, so
 /// that one sync serves all of them.
@@ -37,11 +36,9 @@ class CDirectorySync {
                            std::vector<tagTicket>& vecTickets);
 
     /// Has the names up to the ticket's number reach the disk, unless they have. 0 or an errno.
+    /// After a failure the next call tries again. Unlike the pages of a file, names are metadata: a
+    /// file system that cannot write them stops, and does not forget them.
     int Sync(std::uint64_t qwNumber);
-
-    /// Around a fork: no directory is looked up in between. The child shares none with its parent.
-    static void BeforeFork() CM_NO_LOCK_ANALYSIS;
-    static void AfterFork(bool bInChild) CM_NO_LOCK_ANALYSIS;
 
  private:
     static tagTicket Take(int nDirectory, const CmFile::tagFileId& aId);

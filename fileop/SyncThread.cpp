@@ -31,6 +31,12 @@ void CSyncList::Forget() {
 
 std::atomic<bool> CSyncThread::s_bOn{false};
 
+namespace {
+
+thread_local bool t_bIsSyncThread = false;
+
+}  // namespace
+
 CSyncThread& CSyncThread::Instance() { return CmNeverDestroyed<CSyncThread>(); }
 
 CmInt32 CCacheFileManager::SetSyncInterval(CmUint32 dwMs) {
@@ -94,6 +100,7 @@ bool CSyncThread::Add(CFileSync* pRecord) {
 }
 
 void CSyncThread::Run() {
+    t_bIsSyncThread = true;
     std::unique_lock<std::mutex> aLock(m_mutex);
     while (!m_bStop)
         if (!RunNext(aLock)) Sleep(aLock);
@@ -127,6 +134,7 @@ void CSyncThread::Sleep(std::unique_lock<std::mutex>& aLock) {
 }
 
 void CSyncThread::Finish() {
+    if (t_bIsSyncThread) return;  // it has called exit, and cannot wait for itself
     std::lock_guard<std::mutex> aControl(m_mutexControl);
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
@@ -148,19 +156,12 @@ void CSyncThread::Finish() {
 }
 
 /// Only the lock that files take too: the control lock may be held for the time of a sync.
-void CSyncThread::BeforeFork() {
-    Instance().m_mutex.lock();
-    CDirectorySync::BeforeFork();
-}
+void CSyncThread::BeforeFork() { Instance().m_mutex.lock(); }
 
-void CSyncThread::AfterForkInParent() {
-    CDirectorySync::AfterFork(false);
-    Instance().m_mutex.unlock();
-}
+void CSyncThread::AfterForkInParent() { Instance().m_mutex.unlock(); }
 
 /// The child has no thread, and its records are the parent's. They stay in memory.
 void CSyncThread::AfterForkInChild() {
-    CDirectorySync::AfterFork(true);
     CSyncThread& aSelf = Instance();
     s_bOn = false;
     aSelf.m_bForkedChild = true;

@@ -47,7 +47,8 @@ class CSyncThread {
     /// Has the record synced in time. False if there is no interval.
     bool Add(CFileSync* pRecord);
 
-    /// Ends the interval and the thread, and then syncs what is left in this call.
+    /// Ends the interval and the thread, and then syncs what is left in this call. Does nothing on
+    /// the thread itself.
     void Finish();
 
     /// Has Finish called when the process exits or the library is unloaded. The first call counts.
