@@ -133,8 +133,7 @@ CmInt32 CBufferDecorate::Sync(CmUint32 dwHandle) {
     if (!m_pFile) return CACHE_ERR_NOT_OPEN;
     m_age.Claim();
     const CmInt32 lPassedOn = m_strBuffer.empty() ? CmInt32{CACHE_OK} : PassOn(m_strBuffer.size());
-    const CmInt32 lSynced = m_pFile->Sync(dwHandle);
-    return lPassedOn != CACHE_OK ? lPassedOn : lSynced;
+    return lPassedOn != CACHE_OK ? lPassedOn : m_pFile->Sync(dwHandle);
 }
 
 CmInt32 CBufferDecorate::GetFreeSpace(std::uint64_t& qwBytes) {
