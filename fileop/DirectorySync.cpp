@@ -11,7 +11,7 @@
 
 namespace {
 
-/// Knows the directories that are open. It holds no reference on them.
+/// The directories that are open. It does not own them.
 class COpenDirectories {
  public:
     CCmMutexThread m_mutex;
@@ -29,7 +29,7 @@ std::uint64_t CDirectorySync::NewNumber() {
     return ++m_qwLast;
 }
 
-/// Takes the descriptor over.
+/// Takes ownership of the descriptor, even if it throws.
 CDirectorySync::tagTicket CDirectorySync::Take(int nDirectory, const CmFile::tagFileId& aId) {
     std::shared_ptr<CDirectorySync> pNew;
     try {
@@ -38,7 +38,7 @@ CDirectorySync::tagTicket CDirectorySync::Take(int nDirectory, const CmFile::tag
         CmFile::CloseDescriptor(nDirectory);
         throw;
     }
-    std::shared_ptr<CDirectorySync> pFound;  // released after the lock, as it closes a descriptor
+    std::shared_ptr<CDirectorySync> pFound;  // declared before the lock: released after it
     COpenDirectories& aOpen = OpenDirectories();
     {
         CCmMutexGuardT<CCmMutexThread> aGuard(aOpen.m_mutex);
@@ -47,7 +47,7 @@ CDirectorySync::tagTicket CDirectorySync::Take(int nDirectory, const CmFile::tag
                                      [](const auto& pWeak) { return pWeak.expired(); }),
                       vecOpen.end());
         vecOpen.push_back(pNew);
-        // The own one is found last, if no other is.
+        // pNew is the last element: it is found if there is no earlier one of the directory.
         for (std::size_t i = 0; i < vecOpen.size(); ++i) {
             std::shared_ptr<CDirectorySync> pOpen = vecOpen[i].lock();
             if (!pOpen || !(pOpen->m_id == aId)) continue;
