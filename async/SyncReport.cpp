@@ -9,7 +9,8 @@ namespace {
 
 constexpr CmInt32 c_lPostOption = 1;
 
-/// Reports on the R/W thread. There the last reference on the handler may be dropped.
+/// Reports on the R/W thread. Freeing the event may release the last reference to the handler
+/// there.
 class CSyncReportEvent final : public ICmEvent {
  public:
     CSyncReportEvent(CRefPtr<ISyncReport> pReport, CmInt32 lResult)

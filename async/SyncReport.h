@@ -4,12 +4,13 @@
 #include "fileop/FileLedger.h"
 #include "platform/CmThread.h"
 
-/// Brings failures of the sync thread to the handler of an asynchronous file: through the R/W
-/// thread, so that they come in the order of its other results, or directly once that has ended.
+/// Reports failures of the sync thread to the handler of an asynchronous file. They go through the
+/// R/W thread, so that they are in order with the other results of the file. After the R/W thread
+/// has ended they are posted to the caller thread directly.
 ///
-/// Owned by the file's ledger and by the requests on their way. It holds the handler, which so
-/// lives until the last sync of its files has ended. Constant after construction, so any thread may
-/// use it. Without memory for an event nothing is reported, as with every result.
+/// Owned by the file's ledger and by queued events. It holds a reference to the handler, so the
+/// handler lives until the last sync of its files has ended. It is constant after construction, so
+/// any thread may use it. If there is no memory for an event, nothing is reported.
 class CSyncReport final : public ISyncReport {
  public:
     CSyncReport(ACmThread* pRWThread, ACmThread* pCallerThread, IFileOpStatus* pReceive,
@@ -21,7 +22,7 @@ class CSyncReport final : public ISyncReport {
 
     void Report(CRefPtr<ISyncReport> pSelf, CmInt32 lResult) override;
 
-    /// Posts Op_Write with the code to the caller thread, unless it is 0.
+    /// Posts Op_Write with the code to the caller thread, unless the code is 0.
     void PostStatus(CmInt32 lResult);
 
  private:

@@ -104,29 +104,29 @@ class CACHEFILE_API CCacheFileManager {
     /// refused, so each file may raise the pending bytes by up to 32,767 above the limit.
     static void SetPendingLimit(std::uint64_t qwBytes);
 
-    /// Brings what is written from now on to the disk: the bytes of a write are there dwMs
-    /// milliseconds after it, plus the time of one sync, unless the disk is too slow for all files
-    /// of the process. A thread of the library does that (the sync thread); neither the worker nor
-    /// the host's thread waits for it. The names of files opened from now on, and those of their
-    /// directories, are brought there too.
+    /// From now on a thread of the library (the sync thread) syncs written files. The bytes of a
+    /// write are on the disk when dwMs milliseconds and the time of one sync have passed, unless
+    /// the disk is too slow for all files of the process. Writes do not wait for the sync thread.
+    /// The names of files opened from now on, and those of their directories, are synced too.
     ///
-    /// A sync that fails loses every byte since the last good one of the file: they count in
+    /// After a failed sync every byte of the file since the last successful sync counts as lost, in
     /// GetLostBytes once, and the failure is reported as that of a write. In asynchronous mode it
-    /// comes as Op_Write. In synchronous mode the next WriteData, SyncFile or CloseFile of the file
-    /// returns the code, once, and WriteData and CloseFile do nothing else then. A file that is
-    /// closed is synced once more afterwards; the result of the close is that of closing alone.
+    /// is reported as Op_Write. In synchronous mode the next WriteData, SyncFile or CloseFile of
+    /// the file returns the code, once, and WriteData and CloseFile do nothing else then. A file
+    /// with unsynced bytes is synced once more after its close, which does not change the result of
+    /// the close.
     ///
-    /// 0 ends it, as a shutdown and, where there is one, the exit handler do: what is unsynced is
-    /// synced first, in this call. Returns 0, CACHE_ERR_OUT_OF_MEMORY or CACHE_ERR_FAILED if the
-    /// thread cannot be started, or CACHE_ERR_INVALID_STATE in a forked child, which has no such
-    /// thread. The interval may be changed at any time. Any thread, but not a trace sink or a
-    /// wake-up callable.
+    /// 0 ends the interval and syncs all unsynced bytes before the call returns. So do a shutdown
+    /// and, on systems that have one, the exit handler. Returns 0, CACHE_ERR_OUT_OF_MEMORY or
+    /// CACHE_ERR_FAILED if the thread cannot be started, or CACHE_ERR_INVALID_STATE in a forked
+    /// child, which has no such thread. The interval may be changed at any time. Any thread, but
+    /// not a trace sink or a wake-up callable.
     static CmInt32 SetSyncInterval(CmUint32 dwMs);
 
-    /// How many bytes are written and not yet synced, in the whole process. A file counts from the
-    /// moment when it is opened or written to while a sync interval is set, or is given to
-    /// SyncFile; then what was written to it before counts too. Bytes stop counting when a sync
-    /// succeeds, when one fails (they are lost then), and when the file is closed without an
+    /// Returns how many bytes of the process are written but not synced. The bytes of a file count
+    /// when it is opened or written to while a sync interval is set, and when it is synced by
+    /// SyncFile; bytes that were written earlier count from then on too. Bytes stop counting when a
+    /// sync succeeds, when it fails (they are lost then), and when the file is closed without an
     /// interval. Any thread.
     static std::uint64_t GetUnsyncedBytes();
 

@@ -33,17 +33,17 @@ class IFileOpSink {
     ~IFileOpSink() = default;
 };
 
-/// Further callbacks, for hosts that register for them (CWriteFileHandler::SetSafetySink). What
-/// holds for IFileOpSink's holds for these: the caller thread, no lock, any call allowed inside.
+/// Further callbacks, for hosts that register for them (CWriteFileHandler::SetSafetySink). The
+/// rules of IFileOpSink apply: the caller thread, no lock, and any call is allowed inside.
 class IFileSafetySink {
  public:
     /// The result of a SyncFile in asynchronous mode that returned 0: 0 when everything that was
     /// written to the file before is on the disk, or why it is not.
     virtual void OnFileSynced(CmUint32 dwHandle, CmInt32 lResult) = 0;
 
-    /// The free space of the recording's file system has fallen below the mark. It comes once,
-    /// until the space was at the mark or above it again. In synchronous mode inside the WriteData
-    /// that found it, which does nothing after it.
+    /// The free space of the recording's file system has fallen below the mark. Called once, and
+    /// again only after the free space was at the mark or above it. In synchronous mode it is
+    /// called at the end of the WriteData that has queried the free space.
     virtual void OnLowSpace(std::uint64_t qwFreeBytes) = 0;
 
  protected:

@@ -14,7 +14,7 @@ namespace {
 
 using Lock = std::lock_guard<std::mutex>;
 
-/// Does nothing: that it waits in the queue is what wakes the host.
+/// Firing it does nothing: the host is woken because an event is queued.
 class CRoomEvent final : public ICmEvent {
  public:
     CRoomEvent() : ICmEvent(0, Urgent, WakeUp) {}
@@ -22,9 +22,9 @@ class CRoomEvent final : public ICmEvent {
     CmInt32 OnEventFire() override { return CACHE_OK; }
 };
 
-/// The limit that refused the write has to be at most half used, so that the host can write for a
-/// while. For the other limit it is enough that the write fits: other handlers may keep that one
-/// more than half used all the time.
+/// The limit that refused the write has to be at most half used, so that the host can write several
+/// pieces before the next refusal. For the other limit it is enough that the write fits: other
+/// handlers may keep that one more than half used all the time.
 bool HasRoom(const tagRefusal& aRefusal) {
     const CPendingCount& aProcess = CPendingBytes::OfProcess();
     const CPendingCount* const pHandler = aRefusal.pHandler.Get();
@@ -59,10 +59,11 @@ void CRoomWakeUp::SetOn(bool bOn) {
 void CRoomWakeUp::OnRefused(const tagRefusal& aRefusal) {
     if (!s_bOn.load(std::memory_order_relaxed)) return;
     Instance().Add(aRefusal);
-    OnFinished();  // the last write may have been finished before the refusal was added
+    OnFinished();  // the last write may have finished before the refusal was added
 }
 
-/// Of several pieces of a handler the smallest counts: the host is woken as soon as one fits.
+/// Of several refused pieces of a handler the smallest is kept, so that the host is woken as soon
+/// as one of them fits.
 void CRoomWakeUp::Add(const tagRefusal& aNew) try {
     CRefPtr<ACmThread> pCaller =
         CCmThreadManager::Instance()->GetThread(CCmThreadManager::Thread_Caller);
@@ -107,7 +108,8 @@ void CRoomWakeUp::WakeIfRoom() {
         delete pEvent;
 }
 
-/// In the child of a fork, with the mutex. The thread object stays in memory: it is the parent's.
+/// In the child of a fork, with the mutex locked. The thread object belongs to the parent, so
+/// another reference is added to keep it from being freed here.
 void CRoomWakeUp::AfterForkInChild() {
     m_vecRefusals.clear();
     s_bRefused.store(false);

@@ -10,8 +10,8 @@
 
 namespace cachefile_internal {
 
-/// A write that was refused: its bytes, the handler's count if that has a limit, and which of the
-/// two limits refused it.
+/// A refused write: its number of bytes, the count of its handler (null if the handler has no
+/// limit), and whether the limit of the process refused it or that of the handler.
 struct tagRefusal {
     CRefPtr<CPendingCount> pHandler;
     bool bByProcess;
@@ -22,30 +22,31 @@ struct tagRefusal {
 
 using cachefile_internal::tagRefusal;
 
-/// Wakes a host whose write was refused by a limit of pending bytes, once there is room for it
+/// Wakes a host whose write was refused by a limit of pending bytes, when the write fits
 /// (CCacheFileManager::SetRoomWakeUp).
 ///
-/// One object for the process, never destroyed. Refusals are added on the caller thread and removed
-/// on the thread that finishes the last write, with a mutex. While there is no refusal, finishing a
-/// write costs one load. Neither side can miss the other: a refusal is added before the counts are
-/// read again, a write is taken off the counts before the refusals are looked at, and all four are
-/// sequentially consistent. Without memory for the event the next finished write tries again;
-/// without memory for the refusal the host is not woken.
+/// One object for the process, never destroyed. Refusals are added on the caller thread. They are
+/// removed on the thread that finishes a write or changes a limit. A mutex guards them. While there
+/// is no refusal, finishing a write costs one load. A wake-up cannot be missed: the caller thread
+/// first adds the refusal and then reads the counts again, the other thread first reduces the
+/// counts and then looks for refusals, and these four steps are sequentially consistent. If there
+/// is no memory for the event, the next finished write tries again; if there is none for the
+/// refusal, the host is not woken.
 class CRoomWakeUp {
  public:
     static CRoomWakeUp& Instance();
 
     void SetOn(bool bOn);
 
-    /// The caller thread: a write was refused.
+    /// Called on the caller thread when a write was refused.
     static void OnRefused(const tagRefusal& aRefusal);
 
-    /// Any thread: less may be pending, or a limit has changed.
+    /// Called on any thread when less is pending or a limit has changed.
     static void OnFinished() {
         if (s_bRefused.load()) Instance().WakeIfRoom();
     }
 
-    /// The wake-up has come: another one may be posted.
+    /// Called when the wake-up event is freed: the next one may be posted.
     void OnWoken() { m_bPosted.store(false); }
 
  private:
@@ -58,12 +59,12 @@ class CRoomWakeUp {
     void AfterForkInChild();
 
     static std::atomic<bool> s_bOn;
-    static std::atomic<bool> s_bRefused;  // whether there are any refusals
+    static std::atomic<bool> s_bRefused;  // m_vecRefusals is not empty
 
-    std::atomic<bool> m_bPosted{false};  // a wake-up is in the queue: one is enough
+    std::atomic<bool> m_bPosted{false};  // a wake-up event is in the queue
 
     std::mutex m_mutex;
     // Guarded by m_mutex.
-    std::vector<tagRefusal> m_vecRefusals;  // at most two for a handler with a limit
-    CRefPtr<ACmThread> m_pCaller;           // the thread that was refused
+    std::vector<tagRefusal> m_vecRefusals;  // two at most for a limited handler
+    CRefPtr<ACmThread> m_pCaller;           // the caller thread of the last refusal
 };

@@ -9,9 +9,10 @@
 
 namespace {
 
-constexpr std::size_t c_nBlockSize = 65536;  // per write call; entries have 32 bytes only
+constexpr std::size_t c_nBlockSize = 65536;  // per write call; an index entry has only 32 bytes
 
-// Other processes may own some of the names. More than a few mean that something removes none.
+// Other processes may be using some of the names. If this many exist, they are not being removed,
+// and Create fails.
 constexpr int c_nMaxNames = 1000;
 
 }  // namespace

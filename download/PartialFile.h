@@ -6,7 +6,7 @@
 #include "download/FileStreamPtr.h"
 #include "platform/CmTypes.h"
 
-/// A file that gets its name after all of its bytes have reached the disk.
+/// A file that gets its final name after all its bytes have reached the disk.
 ///
 /// Until then the bytes are in a new file in the same directory. Its name is the first free one of
 /// "NAME.partial", "NAME.partial2" and so on. The destructor removes that file unless it was
@@ -35,8 +35,8 @@ class CPartialFile {
     /// Writes the bytes that are still gathered, and waits until the disk has all bytes.
     CmInt32 Sync();
 
-    /// Closes the file, gives it its name in place of what has that name, and waits until the disk
-    /// has the name. If only the last step fails, the file keeps the new name.
+    /// Closes the file, renames it to the final name, which replaces an existing file, and waits
+    /// until the disk has the name. If only the last step fails, the file keeps the final name.
     CmInt32 Rename();
 
  private:
@@ -46,6 +46,6 @@ class CPartialFile {
     const CCmString m_strPath;
     CCmString m_strPartial;
     FileStreamPtr m_pStream;
-    bool m_bRemove = false;  // m_strPartial is this object's file and has to be removed
+    bool m_bRemove = false;  // the destructor removes m_strPartial
     std::vector<unsigned char> m_vecGathered;
 };

@@ -22,7 +22,7 @@ struct tagRecordRead {
     CmInt32 GetResult() const;
 };
 
-/// What a trace line says about each kind of failure. The first two are followed by a number.
+/// The trace text for each kind of failure. A number is appended to the first two.
 struct tagRecordTexts {
     const char* lpReadFailed;
     const char* lpCutOff;
@@ -34,11 +34,12 @@ struct tagRecordTexts {
 tagRecordRead ReadRecord(IFileOperation& aFile, CmUint32 dwOffset, tagQXFFileHeader& aHeader);
 tagRecordRead ReadRecord(IFileOperation& aFile, CmUint32 dwOffset, tagEntryFileHeader& aHeader);
 
-/// Parses an index entry after its bytes were read: lReadResult and dwLength are those of the read.
+/// Parses an index entry whose bytes were read. lReadResult and dwLength are those of the read.
 tagRecordRead ParseEntry(CmInt32 lReadResult, const unsigned char* lpBytes, CmUint32 dwLength,
                          tagMRFD& aEntry);
 
-/// Traces a failed read of a downloaded recording on behalf of pObject. Returns its code.
+/// Traces a failed read of a container, with pObject as the object of the trace line. Returns the
+/// code of aRead.
 CmInt32 ReportRecord(const tagRecordRead& aRead, const tagRecordTexts& aTexts, const void* pObject);
 
 }  // namespace cachefile_internal

@@ -12,8 +12,8 @@
 
 namespace {
 
-/// Knows the directories that are open. It holds no reference on them. The child of a fork shares
-/// none with its parent, whose sync of one would never end there.
+/// The directories that are open. It does not own them. In the child of a fork there are none: a
+/// sync that runs in the parent would never end there.
 class COpenDirectories {
  public:
     COpenDirectories();
@@ -44,7 +44,7 @@ std::uint64_t CDirectorySync::NewNumber() {
     return ++m_qwLast;
 }
 
-/// Takes the descriptor over.
+/// Takes ownership of the descriptor, even if it throws.
 CDirectorySync::tagTicket CDirectorySync::Take(int nDirectory, const CmFile::tagFileId& aId) {
     std::shared_ptr<CDirectorySync> pNew;
     try {
@@ -53,7 +53,7 @@ CDirectorySync::tagTicket CDirectorySync::Take(int nDirectory, const CmFile::tag
         CmFile::CloseDescriptor(nDirectory);
         throw;
     }
-    std::shared_ptr<CDirectorySync> pFound;  // released after the lock, as it closes a descriptor
+    std::shared_ptr<CDirectorySync> pFound;  // declared before the lock: released after it
     COpenDirectories& aOpen = OpenDirectories();
     {
         CCmMutexGuardT<CCmMutexThread> aGuard(aOpen.m_mutex);
@@ -62,7 +62,7 @@ CDirectorySync::tagTicket CDirectorySync::Take(int nDirectory, const CmFile::tag
                                      [](const auto& pWeak) { return pWeak.expired(); }),
                       vecOpen.end());
         vecOpen.push_back(pNew);
-        // The own one is found last, if no other is.
+        // pNew is the last element: it is found if there is no earlier one of the directory.
         for (std::size_t i = 0; i < vecOpen.size(); ++i) {
             std::shared_ptr<CDirectorySync> pOpen = vecOpen[i].lock();
             if (!pOpen || !(pOpen->m_id == aId)) continue;

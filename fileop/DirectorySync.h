@@ -8,11 +8,12 @@
 
 #include "platform/CmFile.h"
 
-/// An open directory in which new names wait for a sync. The files that have one there share it, so
-/// that one sync serves all of them.
+/// An open directory with new names that are not synced yet. All files with a new name in the
+/// directory share it, so that one sync serves all of them.
 ///
-/// Owned by the tickets of these files; the last one closes it. Any thread. The mutex is not held
-/// during calls of the system; who needs a sync that another thread is carrying out waits for it.
+/// Owned by the tickets of these files; the last ticket closes it. Any thread may use it. The mutex
+/// is not held during system calls. Only one sync runs at a time; another thread waits for it, and
+/// syncs again only if its ticket is newer.
 class CDirectorySync {
  public:
     explicit CDirectorySync(int nDirectory, const CmFile::tagFileId& aId)
@@ -21,7 +22,7 @@ class CDirectorySync {
     CDirectorySync(const CDirectorySync&) = delete;
     CDirectorySync& operator=(const CDirectorySync&) = delete;
 
-    /// What a file needs: a sync of the directory that begins after the ticket was made.
+    /// The need of a file for a sync of the directory that begins after the ticket was created.
     struct tagTicket {
         std::shared_ptr<CDirectorySync> pDirectory;
         std::uint64_t qwNumber;
@@ -29,15 +30,15 @@ class CDirectorySync {
 
     /// Adds the tickets for the names of strPath to vecTickets: that of the file, which pStream has
     /// open, and those of its directories except the first component, which is never created.
-    /// Returns 0, or the errno of why a directory could not be opened. A directory above that of
-    /// the file is left out if the process may not read it: it has not created names there. May
-    /// throw std::bad_alloc.
+    /// Returns 0, or the errno of the first directory that could not be opened. A directory above
+    /// that of the file is left out if the process may not read it, on the assumption that the
+    /// process has not created a name there. May throw std::bad_alloc.
     static int TakeTickets(const CCmString& strPath, const CmPlace& aPlace, std::FILE* pStream,
                            std::vector<tagTicket>& vecTickets);
 
-    /// Has the names up to the ticket's number reach the disk, unless they have. 0 or an errno.
-    /// After a failure the next call tries again. Unlike the pages of a file, names are metadata: a
-    /// file system that cannot write them stops, and does not forget them.
+    /// Syncs the directory, unless a sync that began after the ticket qwNumber was created has
+    /// succeeded. Returns 0 or an errno. After a failure the next call tries again: unlike the
+    /// pages of a file, names are metadata, and a file system that cannot write them stops.
     int Sync(std::uint64_t qwNumber);
 
  private:
@@ -50,7 +51,7 @@ class CDirectorySync {
     std::mutex m_mutex;
     std::condition_variable m_ended;  // a sync has ended
     // Guarded by m_mutex.
-    std::uint64_t m_qwLast = 0;  // of the tickets
-    std::uint64_t m_qwDone = 0;  // the last ticket that was served
+    std::uint64_t m_qwLast = 0;  // number of the newest ticket
+    std::uint64_t m_qwDone = 0;  // number of the newest ticket that is synced
     bool m_bSyncing = false;
 };

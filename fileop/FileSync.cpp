@@ -68,8 +68,8 @@ void CFileSync::EndReports() {
     m_pLedger->ReportSync(CACHE_OK, true);
 }
 
-/// The stream's descriptor may be closed, and its number used again, while the sync thread uses it.
-/// So that thread takes a duplicate; if it can't, the close waits for it.
+/// The stream's descriptor could be closed, and its number reused, while the sync thread uses it.
+/// So the sync thread uses a duplicate. If there is none, Close waits until the sync has ended.
 CFileSync::tagDescriptor CFileSync::TakeDescriptorLocked(bool bScheduled) {
     if (!m_pStream) return {std::exchange(m_nDuplicate, -1), true};
     if (!bScheduled) return {CmFile::DescriptorOf(m_pStream), false};
@@ -108,7 +108,8 @@ CmInt32 CFileSync::Run(bool bScheduled) {
     return lResult;
 }
 
-/// Returns 0 or an errno. The directories come after the data: a name is worth nothing without it.
+/// Returns 0 or an errno. The data is synced before the directories, so that a name on the disk
+/// does not refer to missing data.
 int CFileSync::SyncAll(int nFile) {
     if (CmFile::SyncData(nFile) != 0) return errno ? errno : EIO;
     if (m_nDirectoryErrno != 0) return m_nDirectoryErrno;
@@ -118,7 +119,7 @@ int CFileSync::SyncAll(int nFile) {
     return 0;
 }
 
-/// Counts what became of a sync that was to sync aRanges.
+/// Records the result of a sync of aRanges: an errno, or 0.
 void CFileSync::Settle(int nErrno, CFileRanges& aRanges) {
     if (nErrno == 0) {
         {
@@ -130,7 +131,7 @@ void CFileSync::Settle(int nErrno, CFileRanges& aRanges) {
     TraceError("CFileSync::Sync->Sync file error=", nErrno, " this=", this);
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
-        aRanges.AddAll(m_unsynced);  // it may be the write-back of these that has failed
+        aRanges.AddAll(m_unsynced);  // their write-back may be the one that failed
         m_unsynced.Clear();
         ++m_dwFailures;
     }
@@ -153,7 +154,7 @@ void CFileSync::Close() {
     bool bSync = false;
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
-        // A scheduled sync takes place also if the interval is being ended.
+        // A scheduled sync takes place even if the interval is being ended.
         bSync = (CSyncThread::IsOn() || m_bScheduled) && IsAnythingToSyncLocked();
     }
     const int nDuplicate = bSync ? CmFile::Duplicate(m_pStream) : -1;

@@ -8,49 +8,51 @@
 #include "fileop/DirectorySync.h"
 #include "fileop/FileLedger.h"
 
-/// The record of the syncs of one open file: what was written since the last good one, and how they
-/// ended. All sync calls of the file go through it, because the system reports a failure only once
-/// for each open file.
+/// Syncs one open file. It records what was written since the last successful sync, and how many
+/// syncs have failed. All sync calls of the file go through it, because the system reports a failed
+/// write-back only once for each open file.
 ///
-/// Owned by the file and, while it waits for a sync, by the sync thread, so it may outlive the file
-/// by its last sync. The file's thread writes, syncs and closes; the sync thread syncs too. The
-/// mutex is not held during calls that wait for the disk, and one sync runs at a time: another one
-/// waits for it.
+/// Owned by the file and, while it waits for a sync, by the sync thread. So it may outlive the file
+/// until the last sync has ended. The file's thread writes, syncs and closes; the sync thread syncs
+/// too. The mutex is not held during calls that wait for the disk. Only one sync runs at a time;
+/// another one waits for it.
 ///
-/// A failed sync counts all bytes since the last good one as lost. Nothing is repeated: they are
-/// not unsynced any more. It is traced here, and reported through the ledger unless a call returns
-/// the code.
+/// After a failed sync all bytes since the last successful one count as lost and no longer as
+/// unsynced; they are not synced again. The failure is traced here. It is reported through the
+/// ledger unless a call returns the code.
 class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
  public:
-    /// For a stream that has just been opened with that path and place. Why a directory could not
-    /// be opened is remembered: syncs fail with that reason. aWritten has what was written to the
-    /// stream before: it is unsynced from now on, and aWritten is empty. Throws std::bad_alloc,
-    /// with aWritten as it was.
+    /// For a stream that was opened with that path and place. If a directory cannot be opened, all
+    /// syncs of the file fail with that errno. aWritten has the ranges that were written to the
+    /// stream before. They count as unsynced from now on, and aWritten becomes empty. Throws
+    /// std::bad_alloc and leaves aWritten unchanged then.
     CFileSync(std::FILE* pStream, CFileLedger* pLedger, const CCmString& strPath,
               const CmPlace& aPlace, CFileRanges& aWritten);
     ~CFileSync() override;
 
-    // The file's thread.
+    // Called on the file's thread.
 
-    /// Returns how many syncs have failed. Call it before a write, for Written.
+    /// Returns how many syncs have failed. Call it before a write, and pass the result to Written.
     CmUint32 BeginWrite();
-    /// So many bytes were written at an offset. If a sync has failed since BeginWrite, they are
-    /// lost with it, as the system may have reported the failure of their write-back by that.
+    /// Records that qwLength bytes were written at qwOffset. If a sync has failed since BeginWrite,
+    /// these bytes count as lost too, because that failure may have been the one of their
+    /// write-back.
     void Written(std::uint64_t qwOffset, std::uint64_t qwLength, CmUint32 dwFailures);
-    /// Has the sync thread sync the file in time if there is anything to sync. Returns whether it
-    /// will.
+    /// Adds the file to those that the sync thread syncs, if there is anything to sync. Returns
+    /// whether the file is scheduled.
     bool Schedule();
-    /// Syncs the file, its name and its directories. 0, or 4003 or 4006.
+    /// Syncs the file, its name and its directories. Returns 0, 4003 or 4006.
     CmInt32 Sync();
-    /// Before the stream is closed. What is unsynced is synced by the sync thread, through a
-    /// duplicate of the descriptor; if there can't be one, in this call; without an interval it is
-    /// unsynced no longer but forgotten.
+    /// Called before the stream is closed. If an interval is set, the sync thread syncs the
+    /// unsynced bytes, through a duplicate of the descriptor; if there is no duplicate, this call
+    /// syncs them. If no interval is set, they are not synced and no longer count as unsynced.
     void Close();
 
-    // The sync thread, and whoever ends it.
+    // Called on the sync thread. SyncScheduled is also called on the thread that ends it.
 
+    /// Lets the system start to write the file's data to the disk, without waiting.
     void StartWriteBack();
-    /// Syncs what there is to sync, and reports a failure.
+    /// Syncs the file if there is anything to sync, and reports a failure.
     void SyncScheduled();
 
  private:
@@ -71,7 +73,7 @@ class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
 
     const CRefPtr<CFileLedger> m_pLedger;
 
-    // Used by the sync that runs only.
+    // Used only by the sync that is running.
     std::vector<CDirectorySync::tagTicket> m_vecTickets;
     int m_nDirectoryErrno = 0;
 
@@ -80,10 +82,10 @@ class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
     // Guarded by m_mutex.
     std::FILE* m_pStream;      // null after the file has been closed
     int m_nDuplicate = -1;     // of the descriptor, after that
-    bool m_bSyncing = false;   // a sync runs
-    bool m_bBorrowed = false;  // it uses the stream's own descriptor on the sync thread
+    bool m_bSyncing = false;   // a sync is running
+    bool m_bBorrowed = false;  // on the sync thread, with the stream's own descriptor
     bool m_bScheduled = false;
-    bool m_bNewName = true;  // no sync was good yet
+    bool m_bNewName = true;  // no sync has succeeded yet
     CmUint32 m_dwFailures = 0;
     CFileRanges m_unsynced{1};
 

@@ -12,7 +12,7 @@ CGatherAge::~CGatherAge() {
     pLeft = CGatherLists::Instance().Leave(*this);
 }
 
-/// After the first byte, and after a write that was not gathered.
+/// After the first gathered byte, and after a write that gathered nothing.
 void CGatherAge::AfterUnlisted(bool bHasGathered) {
     if (bHasGathered) Enter();
     if (!m_pList)
@@ -41,8 +41,8 @@ void CGatherAge::Enter() {
     if (bWatch) pList->Watch();
 }
 
-/// Takes the file out of its list. A file that comes from another thread leaves that thread's list
-/// for good, after a flush that may be under way there.
+/// Takes the file out of its list. If the list is another thread's, the file no longer belongs to
+/// it afterwards; a flush of the file that is running there is waited for first.
 void CGatherAge::Withdraw() {
     if (!m_pList) return;
     const bool bMine = m_pList->IsMine();
@@ -55,8 +55,8 @@ void CGatherAge::Withdraw() {
     if (!bMine) pLeft = aLists.Leave(*this);
 }
 
-/// Whether the threads of an asynchronous file still take part: the host has not detached the one,
-/// and the other has not been stopped.
+/// False for an asynchronous file whose caller thread has been detached or whose worker has been
+/// stopped.
 bool CGatherAge::MayFlush() const {
     const tagFileThreads aThreads = m_file.GetThreads();
     if (!aThreads.pWorker) return true;

@@ -4,13 +4,13 @@
 
 #include "fileop/GatherList.h"
 
-/// The age of what one file has gathered.
+/// The age of the bytes that one file has gathered.
 ///
-/// A member of the link that gathers (CBufferDecorate), used on the thread of the file before and
-/// after each operation that touches the buffer. A synchronous handler may move to another thread
-/// between two calls: every operation begins by taking the file away from the thread before. While
-/// no age is set, an append costs one relaxed load. Nothing here fails; without memory for a list
-/// the bytes stay gathered as without an age until the next append.
+/// A member of the link that gathers (CBufferDecorate). It is used on the thread of the file,
+/// before and after each operation that touches the buffer. A synchronous handler may move to
+/// another thread between two calls, so every operation first removes the file from the list of the
+/// previous thread. While no age is set, an append costs one relaxed load. Nothing here fails: if
+/// there is no memory for a list, the bytes have no age until the next append tries again.
 class CGatherAge {
  public:
     /// aFile is the link that has this as a member.
@@ -21,18 +21,18 @@ class CGatherAge {
 
     static bool IsOn() { return s_dwAge.load(std::memory_order_relaxed) != 0; }
 
-    /// Before the buffer is used: from now on no other thread flushes the file.
+    /// Called before the buffer is used. After it no other thread flushes the file.
     void Claim() {
         if (m_pList && !m_pList->IsMine()) Withdraw();
     }
 
-    /// The buffer has become empty.
+    /// Called when the buffer has become empty.
     void OnEmptied() {
         if (m_bListed) Withdraw();
         m_firstByte = {};
     }
 
-    /// After a write; aHasGathered returns whether the buffer holds bytes.
+    /// Called after a write; aHasGathered returns whether the buffer holds bytes.
     template <class HasGathered>
     void AfterWrite(HasGathered aHasGathered) {
         if (!m_bListed) {
@@ -58,17 +58,17 @@ class CGatherAge {
     static std::atomic<CmUint32> s_dwAge;  // in milliseconds, 0: none is set
 
     IFileOperation& m_file;
-    CGatherList* m_pList = nullptr;  // the list to which the file belongs
-    bool m_bListed = false;          // whether it is linked there, because it has gathered bytes
+    CGatherList* m_pList = nullptr;  // the list that the file belongs to
+    bool m_bListed = false;          // it is linked there, because it has gathered bytes
 
     // Guarded by the mutex of the lists.
-    CGatherList::Clock::time_point m_firstByte;  // as long as there are bytes
+    CGatherList::Clock::time_point m_firstByte;  // of the oldest byte; zero if there is none
     CGatherAge* m_pEarlier = nullptr;
     CGatherAge* m_pLater = nullptr;
 };
 
-/// Flushes at its end what is due of the calling thread. Declared first in an operation of a
-/// handler, so that the flush changes nothing about the operation.
+/// Its destructor flushes the files of the calling thread that are due. An operation of a handler
+/// declares it first, so that the flush happens after the operation and does not affect it.
 class CAgedFlush {
  public:
     CAgedFlush() = default;

@@ -15,7 +15,7 @@ std::mutex& Mutex() { return CGatherLists::Instance().Mutex(); }
 
 std::chrono::milliseconds Age(CmUint32 dwAge) { return std::chrono::milliseconds(dwAge); }
 
-/// Has the thread of a list flush what is due, when it runs its queue.
+/// Flushes the files of a list that are due when the thread of the list runs its queue.
 class CGatherDueEvent final : public ICmEvent {
  public:
     explicit CGatherDueEvent(CGatherList* pList) : ICmEvent(0, NotUrgent, Upkeep), m_pList(pList) {}
@@ -30,7 +30,7 @@ class CGatherDueEvent final : public ICmEvent {
 
 }  // namespace
 
-/// Looks at a list, on the worker. It also ends the watch if the worker drops it.
+/// Checks a list, on the worker. If the worker drops it unfired, its destructor ends the watch.
 class CGatherWatch final : public ICmTimedEvent {
  public:
     CGatherWatch(CGatherList* pList, std::uint32_t dwWatch, Time aTime)
@@ -43,7 +43,8 @@ class CGatherWatch final : public ICmTimedEvent {
     const std::uint32_t m_dwWatch;
 };
 
-/// Nobody watches any more, unless the firing has begun another watch.
+/// If this watch has neither fired nor been replaced, the thread of the list checks the clock from
+/// now on.
 CGatherWatch::~CGatherWatch() {
     const Lock aLock(Mutex());
     if (!m_pList->m_bWatched || m_pList->m_dwWatch != m_dwWatch) return;
@@ -76,8 +77,8 @@ CGatherList::Clock::time_point CGatherList::DueTime() const {
     return m_pFirst->m_firstByte + Age(CGatherAge::s_dwAge.load(std::memory_order_relaxed));
 }
 
-/// The first bytes come in the order of their times, except those of a file that has changed its
-/// thread.
+/// Inserts the file by the time of its oldest byte. That is the end of the list, except for a file
+/// that has moved to another thread.
 bool CGatherList::Link(CGatherAge& aFile, const tagFileThreads& aThreads) {
     CGatherAge* pEarlier = m_pLast;
     while (pEarlier && pEarlier->m_firstByte > aFile.m_firstByte) pEarlier = pEarlier->m_pEarlier;
@@ -105,7 +106,8 @@ void CGatherList::Unlink(CGatherAge& aFile) {
     if (!m_pFirst) m_state = Idle;
 }
 
-/// Decides who looks next.
+/// Decides how the list is checked next: by the worker (Watch has to be called), by the thread of
+/// the list, or not at all.
 bool CGatherList::Update() {
     m_state = Idle;
     if (!m_pFirst || !CGatherAge::IsOn() || m_bWatched) return false;
@@ -114,8 +116,8 @@ bool CGatherList::Update() {
     return false;
 }
 
-/// Has the thread look itself. The coarse clock is up to a step behind, so its thread looks at the
-/// exact one from a step earlier on.
+/// Makes the thread of the list check the clock. The coarse clock may be one step behind the exact
+/// one, so the thread begins to check the exact clock one step earlier.
 void CGatherList::StartClock() {
     const std::chrono::nanoseconds aLeft = DueTime() - Clock::now();
     m_nLookTime = CmCoarseTime() + aLeft.count() - CmCoarseStep();
@@ -129,7 +131,7 @@ void CGatherList::EndWatch() {
 
 void CGatherList::Watch() {
     CRefPtr<ACmThread> pWorker;
-    CRefPtr<ACmThread> pCaller;  // both are released without the mutex
+    CRefPtr<ACmThread> pCaller;  // both are released after the mutex
     ICmTimedEvent* pEvent = nullptr;
     {
         const Lock aLock(Mutex());
@@ -188,7 +190,8 @@ void CGatherList::FlushDue() {
     if (bWatch) Watch();
 }
 
-/// In the child of a fork. The thread objects stay in memory: they are the parent's.
+/// In the child of a fork. The thread objects belong to the parent, so another reference is added
+/// to keep them from being freed here.
 void CGatherList::Forget() {
     while (m_pFirst) Unlink(*m_pFirst);
     m_pFlushing = nullptr;

@@ -10,19 +10,21 @@
 
 class CGatherAge;
 
-/// The gathering files of one thread by the time of their first byte, so that their bytes leave the
-/// buffers before they are older than the host allows (CCacheFileManager::SetGatherAge).
+/// The files of one thread that have gathered bytes, in the order of their oldest bytes. Used to
+/// flush bytes when they reach the age that the host has set (CCacheFileManager::SetGatherAge).
 ///
-/// Counted. The process keeps the list of a thread as long as an open file belongs to it, and
-/// events hold references. A file is in the list of the thread that gathered its first byte, and
-/// only that thread flushes it from there. One mutex of the process guards all lists. It is held to
-/// link and unlink files, so only the first and the last byte of a block cost it, and never while a
-/// file is flushed: the list names that file, and another thread that wants to use it waits.
+/// Reference-counted. The process keeps the list of a thread as long as an open file belongs to it,
+/// and events hold references. A file is in the list of the thread that gathered its first byte,
+/// and only that thread flushes it from the list. One mutex of the process guards all lists. An
+/// append takes it when it gathers the first byte of a block or passes the block on, but not for
+/// the bytes in between. It is not held while a file is flushed: m_pFlushing names that file, and
+/// another thread that wants to use the file waits.
 ///
 /// If the thread has an asynchronous file, the worker watches the list: a timed event in the
-/// worker's queue looks at the list when the oldest file is due. If it is, the event marks the list
-/// and posts an event to the caller thread. Without a watch the thread itself looks at the clock in
-/// each call. Nothing here fails: without memory for a watch the thread looks at the clock.
+/// worker's queue checks the list when the oldest file is due. If a file is due then, the
+/// event sets the state of the list to Due and posts an event to the caller thread. Without a watch
+/// the thread itself checks the clock in each call. Nothing here fails: if there is no memory for a
+/// watch, the thread checks the clock.
 class CGatherList final : public CCmReferenceControlT<CCmMutexThread> {
  public:
     using Clock = std::chrono::steady_clock;
@@ -33,11 +35,13 @@ class CGatherList final : public CCmReferenceControlT<CCmMutexThread> {
     /// Whether it is the list of the calling thread.
     bool IsMine() const { return m_pToken == CmThreadToken(); }
 
-    /// The thread of the list: whether Look has anything to do, and flushes what is due.
+    /// Whether Look has anything to do. On the thread of the list.
     bool MustLook() const { return m_state.load(std::memory_order_relaxed) != Idle; }
+    /// Flushes the files that are due, unless the coarse clock shows that none is. On the thread of
+    /// the list.
     void Look();
 
-    /// Flushes the files whose oldest byte has reached the age. The thread of the list.
+    /// Flushes the files whose oldest byte has reached the age. On the thread of the list.
     void FlushDue();
 
  private:
@@ -45,11 +49,12 @@ class CGatherList final : public CCmReferenceControlT<CCmMutexThread> {
     friend class CGatherLists;
     friend class CGatherWatch;
 
-    /// Idle: nothing is gathered, or the worker watches. UseClock: the thread looks at the clock.
-    /// Due: the worker has seen that a file is due.
+    /// Idle: nothing is gathered, or the worker watches. UseClock: the thread checks the clock.
+    /// Due: the worker has found that a file is due.
     enum State { Idle, UseClock, Due };
 
-    // With the mutex. Those that return bool: whether Watch has to be called without it.
+    // Called with the mutex locked. Those that return bool return whether the caller has to call
+    // Watch after it has unlocked the mutex.
     bool Link(CGatherAge& aFile, const tagFileThreads& aThreads);
     void Unlink(CGatherAge& aFile);
     CGatherAge* TakeDue();
@@ -59,24 +64,24 @@ class CGatherList final : public CCmReferenceControlT<CCmMutexThread> {
     void Forget();
     Clock::time_point DueTime() const;
 
-    /// Has the worker look when the oldest file is due.
+    /// Posts the timed event that checks the list when the oldest file is due. Without the mutex.
     void Watch();
 
     const void* const m_pToken;
 
-    // Written with the mutex; read without it by the thread of the list.
+    // Written with the mutex locked; the thread of the list reads them without it.
     std::atomic<State> m_state{Idle};
-    std::atomic<std::int64_t> m_nLookTime{0};  // of the coarse clock: the thread looks closely then
+    std::atomic<std::int64_t> m_nLookTime{0};  // on the coarse clock; Look does nothing before
 
     // Guarded by the mutex.
     CGatherAge* m_pFirst = nullptr;  // the file with the oldest byte
     CGatherAge* m_pLast = nullptr;
-    CGatherAge* m_pFlushing = nullptr;  // not linked meanwhile
+    CGatherAge* m_pFlushing = nullptr;  // is not linked meanwhile
     std::uint32_t m_dwFiles = 0;        // how many open files belong to the list
-    std::uint32_t m_dwWatch = 0;        // the number of the watch; earlier ones do nothing
+    std::uint32_t m_dwWatch = 0;        // the number of the watch; earlier watches do nothing
     bool m_bWatched = false;
-    bool m_bToWatch = false;       // a change of the age asks for a watch
-    CRefPtr<ACmThread> m_pWorker;  // of the asynchronous file that was linked last
+    bool m_bToWatch = false;       // the age was changed, so Watch has to be called
+    CRefPtr<ACmThread> m_pWorker;  // of the last linked asynchronous file
     CRefPtr<ACmThread> m_pCaller;
     CRefPtr<CGatherList> m_pNext;  // the list of another thread
 };

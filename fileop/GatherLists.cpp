@@ -36,8 +36,8 @@ void CGatherLists::WaitForFlush(std::unique_lock<std::mutex>& aLock, const CGath
     m_flushed.wait(aLock, [&] { return aList.m_pFlushing != &aFile; });
 }
 
-/// The watches are made without the mutex, and the lists may change meanwhile. So they are marked
-/// first.
+/// Watches are posted without the mutex, and the lists may change meanwhile. So the lists that need
+/// a watch are marked first, and then taken one by one.
 void CGatherLists::UpdateAll() {
     {
         std::lock_guard<std::mutex> aLock(m_mutex);

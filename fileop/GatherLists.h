@@ -9,29 +9,30 @@
 /// The lists of all threads, and the mutex that guards them.
 ///
 /// One object for the process, never destroyed. Any thread. No other lock is taken while the mutex
-/// is held, except the one of the memory allocator. A fork waits for the mutex; in the child the
-/// lists are empty, because what the files of the parent have gathered is the parent's.
+/// is held, except the one of the memory allocator. A fork waits for the mutex. In the child the
+/// lists are empty, because the parent flushes the bytes that it has gathered.
 class CGatherLists {
  public:
     static CGatherLists& Instance() { return CmNeverDestroyed<CGatherLists>(); }
 
     std::mutex& Mutex() { return m_mutex; }
 
-    // With the mutex.
+    // Called with the mutex locked.
 
-    /// The list of the calling thread, which is made if bMake; null without one.
+    /// The list of the calling thread. If it has none, one is created if bMake is true; otherwise,
+    /// or if there is no memory, the result is null.
     CGatherList* Own(bool bMake);
 
-    /// The file belongs to its list no more. What may have to be freed is returned, to be released
-    /// without the mutex.
+    /// Removes the file from its list. If it was the last file of the list, the list is returned;
+    /// the caller releases it after it has unlocked the mutex.
     CRefPtr<CGatherList> Leave(CGatherAge& aFile);
 
-    /// Waits until the thread of aList is not flushing the file.
+    /// Waits while the thread of aList is flushing the file.
     void WaitForFlush(std::unique_lock<std::mutex>& aLock, const CGatherList& aList,
                       const CGatherAge& aFile);
     void OnFlushed() { m_flushed.notify_all(); }
 
-    /// Without the mutex: the age has changed.
+    /// Called without the mutex after the age has changed.
     void UpdateAll();
 
  private:

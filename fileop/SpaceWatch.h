@@ -7,20 +7,21 @@
 
 /// Watches the free space of the file system to which the files of one handler are written.
 ///
-/// Owned by the handler and by the writes on their way to the worker. The mark is set on the host's
-/// thread; the rest belongs to the thread that writes. Where the system does not give the free
-/// space, nothing is found.
+/// Owned by the handler and by its writes that are queued for the worker. The mark is set on the
+/// host's thread; the other members are used only on the thread that writes. If the system does not
+/// report the free space, HasFallen returns false.
 class CSpaceWatch final : public CCmReferenceControlT<CCmMutexThread> {
  public:
-    /// 0: nothing is watched.
+    /// 0 ends the watch.
     void SetMark(std::uint64_t qwBytes) { m_qwMark.store(qwBytes, std::memory_order_relaxed); }
 
-    /// Whether the free space where aFile is has fallen below the mark since it was last at the
-    /// mark or above it; qwFree is it then. The system is asked once a second at most.
+    /// Returns true once when the free space of the file system of aFile is below the mark, with
+    /// the free space in qwFree; again only after it was at the mark or above. Queries the system
+    /// at most once a second.
     bool HasFallen(IFileOperation& aFile, std::uint64_t& qwFree);
 
  private:
     std::atomic<std::uint64_t> m_qwMark{0};
-    std::chrono::steady_clock::time_point m_next{};  // nothing is asked before
+    std::chrono::steady_clock::time_point m_next{};  // the system is not queried before
     bool m_bLow = false;
 };

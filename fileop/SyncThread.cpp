@@ -106,7 +106,8 @@ void CSyncThread::Run() {
         if (!RunNext(aLock)) Sleep(aLock);
 }
 
-/// Does what is due next, without the lock. Returns whether anything was.
+/// Starts one write-back or runs one sync that is due, with the mutex unlocked meanwhile. Returns
+/// false if nothing is due.
 bool CSyncThread::RunNext(std::unique_lock<std::mutex>& aLock) {
     const Clock::time_point aNow = Clock::now();
     if (CRefPtr<CFileSync> pFresh = m_fresh.PopUntil(aNow - m_interval / 4)) {
@@ -155,12 +156,14 @@ void CSyncThread::Finish() {
     }
 }
 
-/// Only the lock that files take too: the control lock may be held for the time of a sync.
+/// Locks m_mutex, which files use too. m_mutexControl is not locked, because Finish may hold it for
+/// the time of several syncs.
 void CSyncThread::BeforeFork() { Instance().m_mutex.lock(); }
 
 void CSyncThread::AfterForkInParent() { Instance().m_mutex.unlock(); }
 
-/// The child has no thread, and its records are the parent's. They stay in memory.
+/// The child has no sync thread. The records belong to the parent: they are dropped from the lists,
+/// but stay in memory.
 void CSyncThread::AfterForkInChild() {
     CSyncThread& aSelf = Instance();
     s_bOn = false;

@@ -7,33 +7,35 @@
 
 #include "fileop/FileSync.h"
 
-/// Records in the order in which they were added, linked through themselves. No lock of its own.
+/// A list of records in the order of their times, linked through members of the records. It has no
+/// lock: CSyncThread guards it.
 class CSyncList {
  public:
     using Time = std::chrono::steady_clock::time_point;
 
     bool IsEmpty() const { return !m_pFirst; }
     void PushBack(CRefPtr<CFileSync> pRecord);
-    /// The first one if it was added at that time or before, otherwise null.
+    /// Removes and returns the first record if its time is aTime or earlier; otherwise null.
     CRefPtr<CFileSync> PopUntil(Time aTime);
     Time FirstTime() const { return m_pFirst->m_since; }
-    void Forget();  // without freeing anything
+    void Forget();  // empties the list without freeing the records
 
  private:
     CRefPtr<CFileSync> m_pFirst;
     CFileSync* m_pLast = nullptr;
 };
 
-/// The thread that brings to the disk what was written, while a sync interval is set.
+/// The sync thread, which syncs written files while a sync interval is set.
 ///
-/// One object for the process, never destroyed. A record is added when something of its file begins
-/// to be unsynced. After a quarter of the interval its write-back is started, after half of it the
-/// file is synced, the oldest first. The other half is for the syncs of other files, so that the
-/// bytes are on the disk in time unless the disk is too slow for all of them.
+/// One object for the process, never destroyed. A record is added when its file gets its first
+/// unsynced byte or has a new name. After a quarter of the interval the thread starts the
+/// write-back of the file, and after half of it the thread syncs the file, the oldest record first.
+/// The other half is left for the syncs of other files, so that the bytes are on the disk in time
+/// unless the disk is too slow for all files.
 ///
-/// Any thread: the records are guarded by the mutex, which is not held during calls of the system.
-/// The thread uses descriptors only, no handler, buffer or callback. A failure stays with its file.
-/// In a forked child there is no thread and no interval.
+/// Any thread may use it: the mutex guards the records and is not held during system calls. The
+/// sync thread uses descriptors, but no handler and no buffer. A failed sync affects only its file.
+/// A forked child has no sync thread and no interval.
 class CSyncThread {
  public:
     static CSyncThread& Instance();
@@ -44,15 +46,15 @@ class CSyncThread {
     /// See CCacheFileManager::SetSyncInterval.
     CmInt32 SetInterval(CmUint32 dwMilliseconds);
 
-    /// Has the record synced in time. False if there is no interval.
+    /// Adds a record to be synced in time. Returns false if no interval is set.
     bool Add(CFileSync* pRecord);
 
-    /// Ends the interval and the thread, and then syncs what is left in this call. Does nothing on
-    /// the thread itself.
+    /// Ends the interval and the thread. Then this call syncs the records that are left. Does
+    /// nothing on the sync thread.
     void Finish();
 
-    /// Has Finish called when the process exits or the library is unloaded. The first call counts.
-    /// Exit handlers that are registered later run before it.
+    /// Registers an exit handler that calls Finish when the process exits or the library is
+    /// unloaded. Further calls do nothing. Exit handlers that are registered later run before it.
     static void RegisterExitHandler();
 
  private:
@@ -83,6 +85,6 @@ class CSyncThread {
     std::chrono::microseconds m_interval{0};
     bool m_bStop = false;
     bool m_bForkedChild = false;
-    CSyncList m_fresh;    // wait for their write-back
-    CSyncList m_started;  // wait for their sync
+    CSyncList m_fresh;    // the write-back has not been started
+    CSyncList m_started;  // the write-back has been started, and the sync has not
 };

@@ -6,19 +6,19 @@
 #include "platform/CmPlace.h"
 #include "platform/CmTypes.h"
 
-/// The file system as this library uses it: one place for the differences between systems. Every
-/// path of the library passes through here. Paths are in the library's form, with the backslash
-/// as the separator; systems whose own separator is the slash get it here and nowhere else.
+/// The calls of the file system that the library uses. The differences between systems are handled
+/// here. Paths are in the library's form, with the backslash as the separator. If the separator of
+/// the system is the slash, paths are converted only here.
 ///
-/// A relative path begins in the current directory, or in the place that is given.
+/// A relative path is relative to the current directory, or to the place that is given.
 ///
-/// Where a path in the system's form takes memory (not on POSIX) and there is none, Open throws and
-/// the others give errno 12.
+/// On systems other than POSIX a path in the system's form needs memory. If there is none, Open
+/// throws, and the other calls fail with errno 12.
 ///
-/// A call of the system that a signal interrupts is repeated, except for closing. Nothing else is.
+/// A system call that a signal interrupts is repeated, except a close. Nothing else is repeated.
 ///
-/// Each call sets errno to 0 first, so that after a failure errno is that call's own, or 0 where
-/// the runtime gave no reason. Numbers: 2 not found, 13 denied, 17 exists, 28 no space left.
+/// Each call first sets errno to 0. After a failure errno is the reason of that call, or 0 if the
+/// runtime gave none. Numbers: 2 not found, 13 denied, 17 exists, 28 no space left.
 namespace CmFile {
 
 enum OpenMode {
@@ -32,11 +32,11 @@ enum PathText { Path_Local, Path_Utf8 };  // the system's own encoding; UTF-8 ev
 /// UTF-8 cannot where the system has wide characters; everything else can.
 bool CanConvert(const CCmString& strPath, PathText aText);
 
-/// Opens an unbuffered stream without newline translation that child processes don't inherit.
+/// Opens an unbuffered stream without newline translation that child processes do not inherit.
 /// Only regular files and character devices are opened. Null with errno on failure.
 /// A path that CanConvert refuses gives null with errno 22 (invalid argument).
 /// May throw std::bad_alloc.
-/// Of a regular file that another process has a lease on, the open waits until it is given up.
+/// If another process holds a lease on a regular file, waits until the lease is released.
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText,
                 const CmPlace& aPlace = {});
 
@@ -47,49 +47,50 @@ int Seek(std::FILE* pStream, std::int64_t nPosition);
 /// Returns how many bytes were written. A short count without a reason means no space left (28).
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength);
 
-/// Undoes a write that failed after a part of its bytes: cuts the file back to nSize, where the
-/// write began, if it is a regular file that still ends where the write stopped. Returns 0 after
-/// the cut or if no byte was written, otherwise -1: errno is 0 if the file is not such a file.
+/// Undoes a failed write that has written a part of its bytes: truncates the file to nSize, where
+/// the write began, if it is a regular file that still ends where the write stopped. Returns 0 if
+/// the file was truncated or no byte was written, otherwise -1; errno is 0 if the file is not such
+/// a file.
 int CutBack(std::FILE* pStream, std::int64_t nSize);
 
-/// Returns how many bytes were read; bEnd tells whether a short count means the end of the file.
+/// Returns how many bytes were read. bEnd: a short count means the end of the file.
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd);
 
 /// How a read at a position ended.
 enum ReadEnd {
-    Read_Whole,        // with all that was wanted
-    Read_AtEnd,        // at the end of the file, with less
-    Read_NoSuchPlace,  // before it began: there is no such position, or no such stream
-    Read_Failed,       // before all was there
+    Read_Whole,        // all bytes were read
+    Read_AtEnd,        // fewer bytes were read, up to the end of the file
+    Read_NoSuchPlace,  // no byte was read: there is no such position, or no such stream
+    Read_Failed,       // failed before all bytes were read
 };
 
-/// Reads up to dwLength bytes at nPosition; dwRead counts them. Where the stream stands afterwards
-/// isn't said: every other call that depends on it seeks first.
+/// Reads up to dwLength bytes at nPosition; dwRead counts them. The position of the stream
+/// afterwards is unspecified: callers that depend on it seek first.
 ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
                std::size_t& dwRead);
 
 int Flush(std::FILE* pStream);
 
-/// Has what was written reach the disk.
+/// Waits until the disk has all bytes that were written.
 int Sync(std::FILE* pStream);
 
-/// The calls from here to CloseDescriptor are for a thread that syncs what another one writes. They
-/// use descriptors, which can outlive a stream; -1 is none.
+/// The calls from here to CloseDescriptor are for a thread that syncs files which another thread
+/// writes. They use descriptors, which can outlive a stream; -1 means none.
 int DescriptorOf(std::FILE* pStream);
 
 /// Returns another descriptor of the stream's open file, which the caller closes. It may stay open
 /// after the stream is closed. -1 on failure, with errno 0 on systems without such descriptors.
 int Duplicate(std::FILE* pStream);
 
-/// Brings the data of the file to the disk, and its size. A kind of file that cannot be synced
-/// counts as done. The system reports the failure of an earlier write-back once for each open file,
-/// duplicates included.
+/// Waits until the disk has the data of the file and its size. Succeeds for kinds of files that
+/// cannot be synced. The system reports the failure of an earlier write-back once for each open
+/// file, duplicates included.
 int SyncData(int nFile);
 
-/// Starts to write the data of the file back, where the system can. Does not wait for the disk.
+/// Lets the system start to write the data of the file to the disk, if it can. Does not wait.
 void StartWriteBack(int nFile);
 
-/// Which file of which file system.
+/// Identifies a file on this machine.
 struct tagFileId {
     std::uint64_t qwDevice = 0;
     std::uint64_t qwFile = 0;
@@ -99,13 +100,13 @@ struct tagFileId {
 };
 
 /// Opens the directory that holds the name strPath, for SyncDirectory. If pStream is given, that
-/// name has to lead to its file, otherwise errno is 2 (not found). -1 on failure, with errno 0 on
+/// name has to refer to its file, otherwise errno is 2 (not found). -1 on failure, with errno 0 on
 /// systems that do not sync directories. May throw std::bad_alloc.
 int OpenDirectoryOf(const CCmString& strPath, const CmPlace& aPlace, std::FILE* pStream,
                     tagFileId& aId);
 
-/// Brings the names in the directory to the disk. A kind of directory that cannot be synced counts
-/// as done.
+/// Waits until the disk has the names in the directory. Succeeds for kinds of directories that
+/// cannot be synced.
 int SyncDirectory(int nDirectory);
 
 /// Closes a descriptor that Duplicate or OpenDirectoryOf has returned.
@@ -118,19 +119,19 @@ int FreeSpace(std::FILE* pStream, std::uint64_t& qwBytes);
 /// Moves to the end of the stream and returns its position, the size in bytes; -1 on failure.
 std::int64_t Size(std::FILE* pStream);
 
-/// Whether there is anything under that name.
+/// Whether a file or a directory with that name exists.
 bool Exists(const CCmString& strPath, const CmPlace& aPlace = {});
 int MakeDirectory(const CCmString& strPath, const CmPlace& aPlace = {});
 int RemoveFile(const CCmString& strPath);
 int RemoveEmptyDirectory(const CCmString& strPath);
 
-/// Gives the file strFrom the name strTo, in place of what has that name. Both paths are UTF-8.
+/// Renames strFrom to strTo, and replaces a file of that name. Both paths are UTF-8.
 int RenameOver(const CCmString& strFrom, const CCmString& strTo);
 int RemoveUtf8File(const CCmString& strPath);
 
-/// Has the names in the directory of the file strPath (UTF-8) reach the disk, so that a file
-/// created or renamed there keeps its name when the machine stops. Directories that cannot be
-/// synced by their kind, and all those of systems without that call, count as done.
+/// Waits until the disk has the names in the directory of the file strPath (UTF-8), so that a file
+/// that was created or renamed there keeps its name if the machine stops. Succeeds for kinds of
+/// directories that cannot be synced, and on systems without such a call.
 int SyncDirectoryOf(const CCmString& strPath);
 
 }  // namespace CmFile

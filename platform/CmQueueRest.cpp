@@ -6,15 +6,16 @@
 
 namespace {
 
-/// About as long as a wake-up takes: polling for that time costs at most twice as much as the
-/// better of polling on and sleeping at once. A host that reads in a loop posts its next read a few
-/// microseconds after a result, well within it (docs/performance.md has the times).
+/// About as long as a wake-up takes. With this limit, polling and then sleeping costs at most twice
+/// as much as the better choice would have cost: to keep polling, or to sleep at once. A host that
+/// reads in a loop posts its next read a few microseconds after a result, well within this time
+/// (docs/performance.md has the times).
 constexpr std::chrono::microseconds c_linger{30};
 
-/// The longest time for which a write waits in memory for a worker that rests. It is short for a
-/// program that follows the file, and 500 wake-ups by timer a second cost next to no processor
-/// time. At 500 MiB/s, more than a recording produces, 1 MiB is queued meanwhile: the amount above
-/// which writes are urgent (core/PendingBytes.cpp).
+/// The longest time for which a write waits in memory while the worker naps. A program that reads
+/// the file while it grows hardly notices this delay, and 500 timer wake-ups per second need almost
+/// no processor time. At 500 MiB/s, which is more than a recording produces, 1 MiB is queued during
+/// a nap. That is the amount above which writes are urgent (core/PendingBytes.cpp).
 constexpr std::chrono::milliseconds c_nap{2};
 
 }  // namespace

@@ -12,7 +12,7 @@ namespace {
 
 using Change = MemoryDisk::Change;
 
-/// What goes as a stream through the layers above.
+/// The object behind a std::FILE* that the layers above hold.
 struct tagStream {
     MemoryDisk::FilePtr pFile;
     int nDescriptor = 0;
@@ -25,7 +25,7 @@ int Refuse(int nErrno) {
     return -1;
 }
 
-/// A call while it runs: it has the disk for itself.
+/// A running file call. It holds the mutex of the disk, and has the fault for the call.
 class CCall {
  public:
     explicit CCall(const MemoryDisk::Call& aCall = {MemoryDisk::Op_Place})
@@ -36,7 +36,8 @@ class CCall {
     bool Fails() const { return m_fault.bFails; }
     int Result() const { return m_fault.bFails ? -1 : 0; }
 
-    /// What is under that name; null with errno if there is no such file.
+    /// The file of that name. Null with errno ENOENT or EISDIR if it does not exist or is a
+    /// directory.
     MemoryDisk::FilePtr Find(const CCmString& strPath) const {
         const auto it = m_disk.m_mapNames.find(strPath);
         if (it == m_disk.m_mapNames.end()) return Refuse(ENOENT), nullptr;
@@ -64,7 +65,7 @@ CCmString ParentOf(const CCmString& strPath) {
     return nAt == CCmString::npos ? CCmString() : strPath.substr(0, nAt);
 }
 
-/// Gives a thing a name or takes it away.
+/// Sets what a name refers to, or removes the name if nWhat is c_nNothing.
 int Name(CCall& aCall, const CCmString& strPath, int nWhat, MemoryDisk::FilePtr pFile) {
     if (aCall.Fails()) return -1;
     if (!aCall.Has(ParentOf(strPath))) return Refuse(ENOENT);
@@ -88,7 +89,7 @@ void CutTo(CCall& aCall, MemoryDisk::File& aFile, std::uint64_t qwSize) {
     aCall.m_disk.Note({Change::Cut, aFile.nNumber, true, qwSize});
 }
 
-/// What a descriptor leads to; nothing for one that is not open.
+/// What a descriptor refers to; both members are empty if it is not open.
 MemoryDisk::Opened OpenedAs(int nDescriptor) {
     MemoryDisk& aDisk = MemoryDisk::Instance();
     const std::lock_guard<std::mutex> aGuard(aDisk.m_mutex);

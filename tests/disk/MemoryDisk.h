@@ -10,12 +10,12 @@
 
 #include "platform/CmTypes.h"
 
-/// The file system of a test program, kept in memory. Its source is linked in place of the platform
-/// layer's file calls; everything above them is what hosts use. It can write down what changes the
-/// disk, and let calls fail.
+/// A file system in memory for a test program. Its source is linked in place of the platform
+/// layer's file calls; all code above them is that of the library. It can log the changes of the
+/// disk and make calls fail.
 ///
-/// One for the process. The file calls may come on any thread: a mutex guards them, and the fault
-/// runs under it. A test touches the members only while no handler works.
+/// One object for the process. File calls may be made on any thread: a mutex guards them, and it is
+/// locked while m_fault runs. A test uses the members only while no file call can run.
 class MemoryDisk {
  public:
     struct File {
@@ -26,18 +26,18 @@ class MemoryDisk {
         int nOpen = 0;  ///< streams that are not closed yet
         std::uint64_t qwReads = 0;
         std::uint64_t qwBytesRead = 0;
-        int nNumber = 0;  ///< its name in the log
+        int nNumber = 0;  ///< identifies the file in the log
     };
     using FilePtr = std::shared_ptr<File>;
 
-    /// One change of the disk. Paths have slashes and begin in the current directory.
+    /// One change of the disk. Paths have slashes and are relative to the current directory.
     struct Change {
         enum Kind {
-            Written,      ///< strBytes at qwOffset of the file
-            Cut,          ///< the file ends at qwOffset now
-            Synced,       ///< the file; not well: its pages may be on the disk or be dropped
-            Named,        ///< strPath is the file, c_nDirectory or c_nNothing now
-            NamesSynced,  ///< the names in the directory strPath
+            Written,      ///< strBytes was written at qwOffset of the file
+            Cut,          ///< the file was truncated to qwOffset bytes
+            Synced,       ///< the file was synced; if bWell is false, the sync failed
+            Named,        ///< strPath now names nFile, which may be c_nDirectory or c_nNothing
+            NamesSynced,  ///< the directory strPath was synced; bWell as for Synced
         };
         Kind aKind;
         int nFile = 0;
@@ -55,7 +55,7 @@ class MemoryDisk {
         std::uint64_t qwOffset = 0;  ///< of a write or a cut
         std::size_t dwLength = 0;    ///< of a write
     };
-    /// How a call fails: a write after dwDone bytes, a close after it has closed.
+    /// How a call fails. A write has written dwDone bytes before, and a close has closed the file.
     struct Fault {
         bool bFails = false;
         int nErrno = 0;
@@ -64,11 +64,11 @@ class MemoryDisk {
 
     static MemoryDisk& Instance();
 
-    /// Empties the disk and sets everything back.
+    /// Removes all names and the log, and resets m_bLog, m_fault and m_syncDelay.
     void Clear();
-    /// Makes a file of these bytes, which the log does not show.
+    /// Creates a file with these bytes without a line in the log.
     File& Put(const CCmString& strPath, CCmString strBytes);
-    /// The bytes of a file, "<no file>" if there is none.
+    /// The bytes of a file, or "<no file>" if there is none.
     CCmString Get(const CCmString& strPath) const;
     /// The path as the log and the names have it.
     static CCmString Key(const CCmString& strPath);
@@ -77,10 +77,10 @@ class MemoryDisk {
     bool m_bLog = false;
     std::vector<Change> m_vecLog;
     std::function<Fault(const Call&)> m_fault;
-    std::chrono::microseconds m_syncDelay{};  ///< how long a sync takes before it begins
+    std::chrono::microseconds m_syncDelay{};  ///< the wait before each sync
     std::uint64_t m_qwFree = std::uint64_t{1} << 40;
 
-    /// What a descriptor leads to: a file, or a directory if that is null.
+    /// What a descriptor refers to: a file, or a directory if pFile is null.
     struct Opened {
         FilePtr pFile;
         CCmString strDirectory = {};

@@ -31,7 +31,7 @@ void PowerCuts::Promise(const CCmString& strPath, Check aCheck) {
     m_vecPromised.push_back({aDisk.m_vecLog.size(), MemoryDisk::Key(strPath), std::move(aCheck)});
 }
 
-/// Notes the pages that hold the bytes from nFrom to nTo as they are now.
+/// Adds the current contents of the pages with the bytes from nFrom to nTo to their cells.
 void PowerCuts::KeepPages(File& aFile, std::size_t nFrom, std::size_t nTo) {
     if (aFile.vecPages.size() * c_nPage < nTo) aFile.vecPages.resize((nTo + c_nPage - 1) / c_nPage);
     for (std::size_t nPage = nFrom / c_nPage; nPage * c_nPage < nTo; ++nPage) {
@@ -64,7 +64,7 @@ void PowerCuts::Apply(const Change& aChange) {
         case Change::Named:
             m_mapNames[aChange.strPath].Set(aChange.nFile);
             break;
-        case Change::NamesSynced:  // where that fails, the names are still to be synced
+        case Change::NamesSynced:  // after a failure the names are still unsynced
             for (auto& [strPath, aName] : m_mapNames) {
                 const std::size_t nAt = strPath.rfind('/');
                 if (strPath.substr(0, nAt == CCmString::npos ? 0 : nAt) == aChange.strPath)
@@ -75,7 +75,7 @@ void PowerCuts::Apply(const Change& aChange) {
     aFile.aSize.Set(static_cast<int>(aFile.strBytes.size()));
 }
 
-/// The cells for which the disk may hold more than one thing.
+/// The cells for which the disk may hold more than one value.
 std::vector<PowerCuts::Cell*> PowerCuts::OpenCells() {
     std::vector<Cell*> vecOpen;
     const auto aTake = [&](Cell& aCell) {
@@ -90,7 +90,7 @@ std::vector<PowerCuts::Cell*> PowerCuts::OpenCells() {
     return vecOpen;
 }
 
-/// The file of that name on the disk that is picked; null if there is none.
+/// The file of that name on the chosen disk; null if there is none.
 const PowerCuts::File* PowerCuts::Look(const CCmString& strPath) {
     for (std::size_t nAt = 0; (nAt = strPath.find('/', nAt)) != CCmString::npos; ++nAt)
         if (m_mapNames[strPath.substr(0, nAt)].Picked() != MemoryDisk::c_nDirectory) return nullptr;
@@ -131,7 +131,7 @@ std::string PowerCuts::CheckFile(const Promised& aPromised, const File* pFile,
     return aPromised.aCheck(&strBytes);
 }
 
-/// Checks the disk that is picked.
+/// Checks the disk that the cells have chosen.
 std::string PowerCuts::CheckDisk() {
     std::uint64_t qwDisk = 1;
     for (const auto& [strPath, aName] : m_mapNames) {
@@ -162,8 +162,8 @@ std::string PowerCuts::Find(SeededRandom& aRandom, std::size_t nMost) {
         std::size_t nAll = 1;
         for (const Cell* const pCell : vecOpen)
             nAll = std::min(nMost + 1, nAll * pCell->vecMay.size());
-        // All disks if they are few. Otherwise those with one thing newest, or all but one, come
-        // first: most mistakes show there.
+        // All disks, if there are at most nMost. Otherwise first the disks on which only one cell
+        // has its newest value, and those on which only one has its oldest: they show most faults.
         const std::size_t nOnes = nAll <= nMost ? 0 : std::min(nMost, 2 * vecOpen.size());
         for (std::size_t nDisk = 0; nDisk < std::min(nAll, nMost); ++nDisk) {
             std::size_t nLeft = nDisk;

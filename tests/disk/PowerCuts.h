@@ -10,28 +10,29 @@
 #include "tests/disk/MemoryDisk.h"
 #include "tests/support/Files.h"
 
-/// Goes through the log of the disk and looks at what the disk may hold if the power fails at any
-/// point of it. What was synced is there. Of the rest, each page of a file, each file's size and
-/// each name is on the disk as it was at any moment since it was last synced, whatever became of
-/// the others. After a sync that failed the system believes that everything is on the disk: only
-/// what is written again is synced by a later one.
+/// Replays the log of the disk and checks what the disk may hold if the power fails at any point of
+/// the log. Everything that was synced is on the disk. Each page of a file, each size of a file and
+/// each name that was changed later is on the disk as it was at some moment since its last sync,
+/// independently of the others. After a failed sync of a file the system no longer writes the pages
+/// back: a later sync covers only pages that are written again.
 class PowerCuts {
  public:
-    /// Says what is wrong with a file, or nothing. Null: there is no such file.
+    /// Returns what is wrong with a file, or an empty text. pBytes is null if the file does not
+    /// exist.
     using Check = std::function<std::string(const CCmString* pBytes)>;
 
-    /// From the current end of the log on, this must hold for the file strPath on every disk. It
-    /// replaces an earlier promise for that file.
+    /// From the current end of the log on, aCheck must succeed for the file strPath on every disk.
+    /// Replaces an earlier promise for that file.
     void Promise(const CCmString& strPath, Check aCheck);
 
-    /// Checks every disk, or as many at each point as nMost, chosen by aRandom. Returns the first
-    /// thing that is wrong, or nothing.
+    /// Checks every possible disk at each point of the log, or nMost of them, which aRandom
+    /// chooses. Returns the first error, or an empty text.
     std::string Find(SeededRandom& aRandom, std::size_t nMost);
 
     std::size_t CountDisks() const { return m_setDisks.size(); }
 
  private:
-    /// A thing that a sync brings to the disk, and all that the disk may hold for it.
+    /// A page, a size or a name, with all values that the disk may hold for it.
     struct Cell {
         std::vector<int> vecMay{0};
         bool bDirty = false;
@@ -42,9 +43,9 @@ class PowerCuts {
         int Picked() const { return vecMay[nPick]; }
     };
     struct File {
-        CCmString strBytes;  // as programs see them
+        CCmString strBytes;  // as programs read them
         Cell aSize;
-        std::vector<Cell> vecPages;  // numbers of m_vecPages
+        std::vector<Cell> vecPages;  // their values are indexes of m_vecPages
     };
     struct Promised {
         std::size_t nFrom;
@@ -63,11 +64,11 @@ class PowerCuts {
     std::uint64_t HashOf(int nPage, std::size_t nLength);
 
     std::vector<Promised> m_vecPromised;
-    std::map<CCmString, const Promised*> m_mapPromised;  // those that hold at this point
-    std::map<CCmString, Cell> m_mapNames;  // numbers of files, c_nNothing, c_nDirectory
+    std::map<CCmString, const Promised*> m_mapPromised;  // the promises at this point
+    std::map<CCmString, Cell> m_mapNames;  // values: File::nNumber, c_nNothing, c_nDirectory
     std::map<int, File> m_mapFiles;
     std::vector<CCmString> m_vecPages{{}};
     std::unordered_map<std::uint64_t, std::uint64_t> m_mapHashes;  // of a page's first bytes
     std::unordered_set<std::uint64_t> m_setDisks;
-    std::unordered_set<std::uint64_t> m_setChecked;  // promises and files
+    std::unordered_set<std::uint64_t> m_setChecked;  // hashes of a promise and a file
 };

@@ -6,19 +6,19 @@
 #include "tests/disk/MemoryDisk.h"
 #include "tests/support/HostTest.h"
 
-// Random sessions on a disk that fails at random. Files consist of words of 4 bytes that are all
-// different, so that each is found again: it is in its file, or its call returned an error, or the
-// library has counted it as lost, also if it is there but its sync has failed; always one of these,
-// and never two.
+// Random sessions on a disk whose calls fail at random. Files consist of words of 4 bytes that are
+// all different, so that each word can be found again. For each word exactly one of these is true:
+// it is in its file, or its call returned an error, or the library has counted it as lost. A word
+// that is in its file counts as lost if its sync has failed.
 
 namespace {
 
-constexpr unsigned c_nSessions = 1'000;  // a mode
+constexpr unsigned c_nSessions = 1'000;  // in each mode
 constexpr CmUint32 c_dwWord = 4;
 
-/// The disk's faults: single ones, and times in which it is full. A write that fails has taken a
-/// part of its bytes, which stays there if it is not cut back. A sync that fails loses what was
-/// written to the file since the last one.
+/// The faults of the disk: single failures, and periods in which the disk is full. A failed write
+/// has written a part of its bytes, which stays in the file unless the file is truncated. A failed
+/// sync loses the bytes that were written to the file since the last sync.
 class Faults {
  public:
     Faults(unsigned nSeed, unsigned nRate) : m_random(nSeed), m_nRate(nRate) {}
@@ -42,7 +42,7 @@ class Faults {
 
     enum Mark { Mark_None, Mark_Unsynced, Mark_Lost, Mark_Torn, Mark_Uncut };
 
-    /// What has become of each word of the file.
+    /// The mark of each word of the file.
     std::vector<Mark> MarksOf(const MemoryDisk::File& aFile) const {
         std::vector<Mark> vecMarks(aFile.strBytes.size() / c_dwWord, Mark_None);
         for (const Range& aRange : m_vecRanges)
@@ -76,7 +76,7 @@ class Faults {
 
     SeededRandom m_random;
     const unsigned m_nRate;
-    unsigned m_nFull = 0;  // so many writes more
+    unsigned m_nFull = 0;  // how many further writes find the disk full
     std::vector<Range> m_vecRanges;
 };
 
@@ -88,12 +88,12 @@ class Ledger : public HostModeTest {
     struct Piece {
         std::size_t nFile;
         CmUint32 dwFirst, dwEnd;  // words
-        CmUint32 dwHome;          // a place in the file, or c_dwEnd
+        CmUint32 dwHome;          // an offset in the file, or c_dwEnd
         bool bAccepted;
     };
     struct Open {
         CmUint32 dwHandle = 0;
-        CmUint32 dwEnd = 0;  // no byte was given for a place after this
+        CmUint32 dwEnd = 0;  // all pieces so far end here or before
     };
 
     void Step(SeededRandom& aRandom, CWriteFileHandler& aHandler);
@@ -106,7 +106,7 @@ class Ledger : public HostModeTest {
 };
 INSTANTIATE_BOTH_MODES(Ledger);
 
-/// An append, or a write to a place where nothing is or comes.
+/// An append, or a write at an offset that no other piece reaches.
 void Ledger::Write(SeededRandom& aRandom, CWriteFileHandler& aHandler, bool bAppend) {
     const std::size_t nFile = aRandom.Below(static_cast<unsigned>(m_vecFiles.size()));
     Open& aFile = m_vecFiles[nFile];
@@ -146,8 +146,8 @@ void Ledger::Step(SeededRandom& aRandom, CWriteFileHandler& aHandler) {
     }
 }
 
-/// How many bytes of accepted pieces are not in their file, or there only because a write that
-/// failed was not cut back, or were lost by a sync.
+/// How many bytes of accepted pieces are missing. A byte is missing if it is not in its file, if it
+/// is there only because a failed write was not truncated, or if its sync failed.
 std::uint64_t Ledger::CountMissing(const Faults& aFaults) const {
     std::vector<char> vecThere(m_dwNext);
     for (std::size_t nFile = 0; nFile < m_vecFiles.size(); ++nFile) {
@@ -158,7 +158,7 @@ std::uint64_t Ledger::CountMissing(const Faults& aFaults) const {
         const CCmString& strFile = it->second->strBytes;
         std::vector<CmUint32> vecWords(strFile.size() / c_dwWord);
         strFile.copy(reinterpret_cast<char*>(vecWords.data()), strFile.size());
-        CmUint32 dwLast = 0;  // of the words that were appended
+        CmUint32 dwLast = 0;  // the last appended word
         const std::vector<Faults::Mark> vecMarks = aFaults.MarksOf(*it->second);
         const Piece* pPiece = m_vecPieces.data();
         for (std::size_t nAt = 0; nAt < vecWords.size(); ++nAt) {

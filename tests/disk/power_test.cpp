@@ -9,7 +9,7 @@ using PowerCut = HostTest;
 
 namespace {
 
-constexpr std::size_t c_nDisks = 10'000;  // that are checked at each point
+constexpr std::size_t c_nDisks = 10'000;  // at most so many are checked at each point
 
 CmInt32 Pack(const CCmString& strPath, const CCmString& strBytes) {
     CContainerWriter aWriter;
@@ -20,7 +20,8 @@ CmInt32 Pack(const CCmString& strPath, const CCmString& strBytes) {
     return aWriter.Write(strPath);
 }
 
-/// The file is one of these, with all its bytes; "<no file>" stands for none.
+/// Checks that the file has exactly one of these contents; "<no file>" means that it does not
+/// exist.
 PowerCuts::Check IsOneOf(std::vector<CCmString> vecBytes) {
     return [vecBytes = std::move(vecBytes)](const CCmString* pBytes) {
         for (const CCmString& strOne : vecBytes)
@@ -64,8 +65,8 @@ TEST_F(PowerCut, LeavesTheOldContainerOrTheWholeNewOne) {
     EXPECT_GE(nDisks, 100'000U);
 }
 
-/// A recorder on a disk whose syncs may fail. What it is told to be synced has to be on every disk
-/// from then on, except for the bytes that it is told to be lost.
+/// A recorder on a disk whose syncs may fail. Bytes that the library has reported as synced have to
+/// be on every possible disk from then on, except for those that it has reported as lost.
 class RecordingPowerCut : public HostModeTest, public IFileSafetySink {
  protected:
     void OnFileSynced(CmUint32, CmInt32 lResult) override { m_synced = lResult; }
@@ -77,8 +78,8 @@ class RecordingPowerCut : public HostModeTest, public IFileSafetySink {
     struct File {
         CCmString strPath;
         CmUint32 dwHandle = 0;
-        CCmString strBytes = {};           // as written, and perhaps still gathered
-        std::vector<bool> vecSynced = {};  // for each byte that is promised
+        CCmString strBytes = {};           // as passed to the library; some may still be gathered
+        std::vector<bool> vecSynced = {};  // whether each byte is promised
     };
 
     void Step(SeededRandom& aRandom, Recording& aRecording);
@@ -111,7 +112,7 @@ void RecordingPowerCut::Promise(const File& aFile) {
     });
 }
 
-/// All of the file is synced, except what is lost.
+/// Promises all bytes of the file, except those that are lost.
 void RecordingPowerCut::PromiseAll(File& aFile, Recording& aRecording) {
     tagFileLosses aLosses;
     EXPECT_EQ(aRecording->GetFileLosses(aFile.dwHandle, aLosses), 0);
@@ -125,7 +126,7 @@ void RecordingPowerCut::PromiseAll(File& aFile, Recording& aRecording) {
 
 void RecordingPowerCut::Write(File& aFile, Recording& aRecording, const CCmString& strBytes,
                               CmUint32 dwOffset) {
-    if (dwOffset != c_dwEnd) {  // either the old bytes or the new ones may be there from now on
+    if (dwOffset != c_dwEnd) {  // the disk may have the old bytes or the new ones
         for (std::size_t i = dwOffset;
              i < std::min(dwOffset + strBytes.size(), aFile.vecSynced.size()); ++i)
             aFile.vecSynced[i] = false;

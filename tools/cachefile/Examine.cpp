@@ -17,7 +17,7 @@ class CExaminer {
           m_qwDeclared(m_header.dwFileSize),
           m_findings(qwMax) {}
 
-    /// Without bWarnings it leaves out steps that find warnings only.
+    /// If bWarnings is false, steps that find only warnings are left out.
     tagFindings Run(bool bWarnings) {
         ExamineHeader();
         if (m_index.GetEndOfWalk() != CContainerIndex::Walk_None) {
@@ -47,7 +47,7 @@ class CExaminer {
     CFindingList m_findings;
 };
 
-/// A reader stops at the first bad word. This reports each of them.
+/// A reader stops at the first bad word; this function reports all of them.
 void CExaminer::ExamineHeader() {
     if (m_recording.qwSize < c_dwFileHeaderSize) {
         m_findings.Add(Finding::HeaderCutOff, 0, [&] {
@@ -83,7 +83,7 @@ void CExaminer::ExamineSize() {
         m_findings.Add(Finding::FileTooLong, m_qwDeclared, [&] { return strSays; });
 }
 
-/// Entries of a chain may be anywhere and may overlap.
+/// The entries of a chain may be anywhere in the file and may overlap.
 void CExaminer::ExamineEntries() {
     for (std::size_t i = 0; i < m_recording.vecStreams.size(); ++i) {
         const CmUint32 dwOffset = m_index.GetEntry(i).dwOffset;

@@ -3,9 +3,9 @@
 #include "tools/cachefile/Findings.h"
 #include "tools/cachefile/Recording.h"
 
-/// Reports what is wrong with a container, from its header and index alone. The findings are in the
-/// order of the parts of the file: header, size, index, streams. Keeps at most qwMax findings of
-/// each code. A directory has no findings.
+/// Returns what is wrong with a container. Uses its size, header and index, but not its data. The
+/// findings about header and size come first, then those about the index and the streams. Keeps at
+/// most qwMax findings of each code. A directory has no findings.
 tagFindings Examine(const tagRecording& aRecording, std::uint64_t qwMax = c_qwMaxOfACode);
 
 /// Warns on standard error if a recording is damaged. Returns the exit code of the command.

@@ -71,12 +71,12 @@ bool CByteExaminer::IsInEntry(CmUint32 dwOffset) const {
 
 CmUint32 CByteExaminer::ExtentOf(std::size_t nIndex) const {
     tagStreamExtent aExtent{};
-    m_index.GetStreamExtent(nIndex, aExtent);  // it worked when the recording was loaded
+    m_index.GetStreamExtent(nIndex, aExtent);  // it succeeded when the recording was loaded
     return aExtent.dwExtent;
 }
 
-/// Compares the noted lengths with the places where the streams end. If no note fits, the writer
-/// used the words for something else.
+/// Compares the noted lengths with the places where the streams end. If no noted length fits, the
+/// writer has probably used these words for something else, and only that is reported.
 void CByteExaminer::ExamineLengths() {
     std::uint64_t qwNotes = 0, qwFitting = 0;
     const auto aForEachNote = [&](auto aDo) {
@@ -145,7 +145,7 @@ void CByteExaminer::ExamineGaps() {
 
 }  // namespace
 
-/// Most indexes are sorted.
+/// Most indexes are sorted already, and to check that is faster than to sort.
 void SortPlaces(Places& vecPlaces) {
     if (!std::is_sorted(vecPlaces.begin(), vecPlaces.end()))
         std::sort(vecPlaces.begin(), vecPlaces.end());

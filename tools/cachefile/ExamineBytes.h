@@ -7,7 +7,7 @@
 #include "tools/cachefile/Findings.h"
 #include "tools/cachefile/Recording.h"
 
-/// Offsets, each with the index of the stream that it belongs to. There may be millions.
+/// Offsets, each with the index of its stream. There may be millions of them.
 using Places = std::vector<std::pair<CmUint32, CmUint32>>;
 
 void SortPlaces(Places& vecPlaces);
@@ -18,7 +18,8 @@ std::string DescribeEntry(const tagRecording& aRecording, std::size_t nIndex);
 /// "1 byte", "2,000 bytes"
 std::string ByteCount(std::uint64_t qwCount);
 
-/// Examines which bytes of a container its streams use: streams that start in a wrong place, noted
-/// lengths that do not fit, and bytes that nothing uses. vecEntries: where entries begin, sorted.
+/// Examines which bytes of a container its streams use. Adds findings for streams that start in a
+/// wrong place, noted lengths that do not fit, and unused bytes. vecEntries: the sorted offsets of
+/// the entries.
 void ExamineBytes(const tagRecording& aRecording, const Places& vecEntries,
                   CFindingList& aFindings);
