@@ -227,9 +227,9 @@ CmInt32 CFileThreadProxy::Sync(CmUint32 dwHandle) {
                        [&] { return new (std::nothrow) CSyncFileEvent(this, dwHandle); });
 }
 
-/// A sync of the sync thread may have failed before. The system reports that once, so this sync
-/// succeeds all the same, and a host that asked for its result must not take it for that of the
-/// failed one's bytes.
+/// An earlier sync on the sync thread may have failed. The system reports that failure only once,
+/// so this sync succeeds although bytes written before it are lost. A host that waits for the
+/// result (dwHandle is not 0) therefore gets the code of the earlier failure.
 CmInt32 CFileThreadProxy::Sync_i(CmUint32 dwHandle) {
     CM_CHECK(m_pFileOp, c_szFile, CACHE_ERR_INVALID_STATE);
     if (!IsUsable()) return CACHE_ERR_FAILED;

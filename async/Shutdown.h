@@ -6,7 +6,7 @@
 /// Ends asynchronous mode: waits until the worker thread has written everything that was accepted,
 /// ends it, and then, on the caller thread, runs callbacks until none is left. If a sync interval
 /// is set, everything unsynced is synced after the last write, and the interval ends; a host that
-/// goes on sets it again. Always 0.
+/// records again sets it again. Always returns 0.
 ///
 /// A host closes or destroys its handlers first. It calls this on the thread that drives them,
 /// before the process ends or the library is unloaded; on Windows it has to, because the library

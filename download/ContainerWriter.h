@@ -72,7 +72,7 @@ class CACHEFILE_API CContainerWriter {
     CmInt32 Write(const CCmString& strPath);
 
     /// Receives how many bytes of the streams are written, and how many there are in all. Returns
-    /// whether Write goes on.
+    /// true to continue and false to cancel.
     using Progress = std::function<bool(std::uint64_t qwDone, std::uint64_t qwTotal)>;
 
     /// The same with a callback, which may be empty. Write calls it on the calling thread, with no

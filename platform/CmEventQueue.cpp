@@ -90,7 +90,7 @@ bool CCmEventQueue::Append(ICmEvent* pEvent) {
 void CCmEventQueue::SetHasEventsLocked(bool bHasEvents) {
     if (m_bHasEvents == bHasEvents) return;
     m_bHasEvents = bHasEvents;
-    // From the destructor it reaches no derived queue: nobody is left who could be informed.
+    // Called from the destructor it runs the empty version of this class, which is intended.
     // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall)
     OnHasEventsLocked(bHasEvents);
 }

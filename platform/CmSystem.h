@@ -42,7 +42,7 @@ class CCmSignalBlocker {
 };
 
 /// A clock that is read in a few nanoseconds and advances in steps of some milliseconds, so that it
-/// is behind the real time by up to one step. In nanoseconds since an unspecified moment.
+/// may be late by up to one step. Returns nanoseconds since an unspecified moment.
 std::int64_t CmCoarseTime();
 std::int64_t CmCoarseStep();
 

@@ -53,7 +53,7 @@ void Record(IFileOpSink* pSink) {
     Require(s_pHandler->OpenWritingFile("b", dwHandle) == 0, "the bad open is queued");
 }
 
-/// The worker is held up until the library has let go of what belongs to the host, which is gone
+/// The worker waits until the library has dropped the host's sink and callable, which are destroyed
 /// by then.
 void ExitBusy() {
     const auto pSink = std::make_unique<Sink>();
@@ -83,8 +83,8 @@ void ExitInForkedChild() {
 
 constexpr unsigned char c_aTail[] = {'t', 'a', 'i', 'l'};
 
-/// What still lies in the gathering buffer counts as accepted once its file is closed or its
-/// handler destroyed; nothing more is said to the library.
+/// Gathered bytes are accepted when their file is closed or their handler is destroyed. The host
+/// makes no further call of the library.
 void ReturnAfter(CmInt32 (*pEnd)(CmUint32 dwHandle)) {
     static Sink s_sink;
     CCmCallerThread::Attach();

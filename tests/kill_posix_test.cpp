@@ -15,7 +15,7 @@
 
 namespace {
 
-/// A recorder that goes on until it is killed. nStored: how many bytes have to be in the file.
+/// Records until it is killed. nStored: how many bytes must be in the file at least.
 [[noreturn]] void Record(Mode aMode, SeededRandom& aRandom, const CCmString& strStream,
                          std::atomic<std::size_t>& nStored) {
     const CCmCallerThreadGuard aAttached;

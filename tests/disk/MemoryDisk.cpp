@@ -12,7 +12,7 @@ namespace {
 
 using Change = MemoryDisk::Change;
 
-/// The object behind a std::FILE* that the layers above hold.
+/// What a std::FILE* of the layers above points to.
 struct tagStream {
     MemoryDisk::FilePtr pFile;
     int nDescriptor = 0;
