@@ -3,7 +3,7 @@
 #include <mutex>
 #include <utility>
 
-void CCmCallerQueue::SetWakeUp(std::function<void()> aWakeUp) {
+void CCmCallerQueue::SetWakeUp(CCmCallable<void()> aWakeUp) {
     m_wakeUp.Set(std::move(aWakeUp));
     bool bHasEvents = false;
     {

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <functional>
-
 #include "platform/CmCallSlot.h"
+#include "platform/CmCallable.h"
 #include "platform/CmEventQueue.h"
 #include "platform/CmSystem.h"
 
@@ -15,7 +14,7 @@ class CCmCallerQueue final : public CCmEventQueue {
  public:
     /// Installs the callable of CCmCallerThread::SetWakeUp. Throws std::bad_alloc with the earlier
     /// callable kept.
-    void SetWakeUp(std::function<void()> aWakeUp);
+    void SetWakeUp(CCmCallable<void()> aWakeUp);
 
     /// The descriptor that is readable while anything waits; -1 if the system gives none.
     int GetDescriptor();
@@ -37,6 +36,6 @@ class CCmCallerQueue final : public CCmEventQueue {
     void OnHasEventsLocked(bool bHasEvents) override;
     void CloseDescriptor();
 
-    CCmCallSlot<std::function<void()>> m_wakeUp;
+    CCmCallSlot<CCmCallable<void()>> m_wakeUp;
     CCmWakeDescriptor m_descriptor;  // guarded by m_mutex
 };

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <functional>
-
+#include "platform/CmCallable.h"
 #include "platform/CmExport.h"
 #include "platform/CmTypes.h"
 
@@ -15,7 +14,7 @@ class CACHEFILE_API CCmT120Trace {
     /// runs on the thread that traces (the host's or the worker), on both at once if both trace,
     /// with no lock of the library held. It must not throw, wait for the caller thread or call back
     /// into the library, but it may install another sink.
-    using Sink = std::function<void(CmInt32 lLevel, const char* lpText)>;
+    using Sink = CCmCallable<void(CmInt32 lLevel, const char* lpText)>;
 
     enum : CmInt32 {
         Level_Error = 0,  ///< failures, failed checks
