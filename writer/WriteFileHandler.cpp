@@ -84,7 +84,7 @@ CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint3
         CFileChain::Build(FileChainKind::WriteRecord, m_bAsync, this);
     if (!pFile) return NoMemoryToOpen(this);
     if (m_pPending) pFile->CountPendingIn(m_pPending.Get());
-    // The list takes the file first: nothing may fail after the file has been opened.
+    // The file is added before it is opened, so that nothing can fail after a successful open.
     const CmUint32 dwNew = FilesOf(m_vecWriteFiles).Add(pFile);
     const CmInt32 lResult = pFile->Open(strPath, 1);
     if (lResult != CACHE_OK) {
@@ -131,7 +131,7 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
         TraceError("CWriteFileHandler::WriteData->Write Data error=", lResult, " this=", this);
     std::uint64_t qwFree = 0;
     const bool bLow = m_pSpaceWatch && !m_bAsync && m_pSpaceWatch->HasFallen(*pFile, qwFree);
-    if (bLow) OnLowSpace(qwFree);  // comes last: the callback may destroy this handler
+    if (bLow) OnLowSpace(qwFree);  // last, because the callback may destroy this handler
     return lResult;
 }
 
@@ -210,7 +210,7 @@ void CWriteFileHandler::OnFileSynced(CmUint32 dwHandle, CmInt32 lResult) {
     if (m_pSafetySink) m_pSafetySink->OnFileSynced(dwHandle, lResult);
 }
 
-/// Forgets the sinks first: what the closes report later must not reach them.
+/// Resets the sinks first, because results of the closes must not reach them.
 CmInt32 CWriteFileHandler::Destroy() {
     m_pSink = nullptr;
     m_pSafetySink = nullptr;
