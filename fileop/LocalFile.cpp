@@ -148,7 +148,7 @@ CmInt32 CLocalFile::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint3
     CM_CHECK(dwLength, "dwLength", CACHE_ERR_INVALID_ARG);
     std::size_t aSize = 0;
     const CmFile::ReadEnd aEnd = CmFile::ReadAt(m_hFD, dwOffset, lpBuffer, dwLength, aSize);
-    if (aEnd == CmFile::Read_NoSuchPlace) {
+    if (aEnd == CmFile::Read_BadPosition) {
         TraceError("CLocalFile::ReadData->Seek fileoffset error=", errno, " dwOffset=", dwOffset,
                    " this=", this);
         return CACHE_ERR_FAILED;

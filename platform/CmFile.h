@@ -60,7 +60,7 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool&
 enum ReadEnd {
     Read_Whole,        // all bytes were read
     Read_AtEnd,        // fewer bytes were read, up to the end of the file
-    Read_NoSuchPlace,  // no byte was read: there is no such position, or no such stream
+    Read_BadPosition,  // no byte was read: the position or the stream is not valid
     Read_Failed,       // failed before all bytes were read
 };
 

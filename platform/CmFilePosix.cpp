@@ -28,16 +28,16 @@ class CNativePath {
         else if (strPath.size() >= sizeof m_aText)
             errno = ENAMETOOLONG;
         else
-            m_bGood = true;
-        if (!m_bGood) return;
+            m_bValid = true;
+        if (!m_bValid) return;
         std::replace_copy(strPath.begin(), strPath.end(), m_aText, '\\', '/');
         m_aText[strPath.size()] = '\0';
     }
-    const char* Get() const { return m_bGood ? m_aText : nullptr; }
+    const char* Get() const { return m_bValid ? m_aText : nullptr; }
 
  private:
     char m_aText[PATH_MAX];
-    bool m_bGood = false;
+    bool m_bValid = false;
 };
 
 /// A FIFO would block and a directory can't hold bytes: only what can be read and written like a
@@ -228,8 +228,8 @@ ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::
     dwRead = aDone.dwDone;
     if (aDone.nLast > 0) return Read_Whole;
     if (aDone.nLast == 0) return Read_AtEnd;
-    const bool bNoPlace = errno == EBADF || errno == EINVAL || errno == ESPIPE;
-    return bNoPlace && dwRead == 0 ? Read_NoSuchPlace : Read_Failed;
+    const bool bBadPosition = errno == EBADF || errno == EINVAL || errno == ESPIPE;
+    return bBadPosition && dwRead == 0 ? Read_BadPosition : Read_Failed;
 }
 
 int Flush(std::FILE* pStream) {

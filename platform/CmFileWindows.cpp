@@ -19,7 +19,7 @@
 namespace {
 
 /// Large counts are handed to the runtime in parts: it takes no more than 2 GiB at a time.
-constexpr std::size_t c_nLargestPart = 0x40000000;
+constexpr std::size_t c_nMaxBytesPerCall = 0x40000000;
 
 /// Whether the path ends where the system would think so. A zero byte inside would make it name
 /// another file.
@@ -62,7 +62,7 @@ template <class Transfer>
 std::size_t InParts(std::size_t dwLength, Transfer aTransfer) {
     std::size_t dwDone = 0;
     while (dwDone < dwLength) {
-        const std::size_t dwPart = std::min(dwLength - dwDone, c_nLargestPart);
+        const std::size_t dwPart = std::min(dwLength - dwDone, c_nMaxBytesPerCall);
         const std::size_t dwGot = aTransfer(dwDone, dwPart);
         dwDone += dwGot;
         if (dwGot < dwPart) break;
@@ -70,10 +70,10 @@ std::size_t InParts(std::size_t dwLength, Transfer aTransfer) {
     return dwDone;
 }
 
-/// How many bytes of the file lie behind the stream's position.
-std::size_t Left(std::FILE* pStream) {
-    const std::int64_t nLeft = ::_filelengthi64(::_fileno(pStream)) - ::_ftelli64(pStream);
-    return nLeft > 0 ? static_cast<std::size_t>(nLeft) : 0;
+/// Returns how many bytes the file has after the position of the stream.
+std::size_t BytesToEnd(std::FILE* pStream) {
+    const std::int64_t nBytes = ::_filelengthi64(::_fileno(pStream)) - ::_ftelli64(pStream);
+    return nBytes > 0 ? static_cast<std::size_t>(nBytes) : 0;
 }
 
 std::FILE* ToStream(int nFile, const char* lpMode) {
@@ -230,7 +230,7 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwWanted, bool&
     std::clearerr(pStream);
     // The system looks at the whole buffer before it reads. Who asks for all there is, whatever
     // its length, has a buffer for that and no more.
-    if (dwLength > c_nLargestPart) dwLength = std::min(dwLength, Left(pStream));
+    if (dwLength > c_nMaxBytesPerCall) dwLength = std::min(dwLength, BytesToEnd(pStream));
     errno = 0;
     const std::size_t dwRead = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
         return std::fread(static_cast<char*>(lpBuffer) + dwDone, 1, dwPart, pStream);
@@ -243,7 +243,7 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwWanted, bool&
 ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
                std::size_t& dwRead) {
     dwRead = 0;
-    if (Seek(pStream, nPosition) != 0) return Read_NoSuchPlace;
+    if (Seek(pStream, nPosition) != 0) return Read_BadPosition;
     bool bEnd = false;
     dwRead = Read(pStream, lpBuffer, dwLength, bEnd);
     if (dwRead == dwLength) return Read_Whole;
