@@ -2,7 +2,7 @@
 
 #include "platform/CmTypes.h"
 
-/// Forms the directories of the manager and the handlers.
+/// Changes the directories of the manager and the handlers.
 ///
 /// An object is created for one call, on the stack of the thread that drives the handlers. It does
 /// not throw. If there is no memory, the directory is unchanged, a line with the operation and the
@@ -17,8 +17,8 @@ class CHomeDir {
     /// Sets the directory to strNew and appends a backslash, unless it is empty or ends with one.
     CmInt32 Set(const CCmString& strNew);
 
-    /// Appends the manager's home directory, the record identifier in decimal and a backslash.
-    CmInt32 AppendRecord(CmUint32 dwRecordID);
+    /// Appends strHome, the record identifier in decimal and a backslash.
+    CmInt32 AppendRecord(const CCmString& strHome, CmUint32 dwRecordID);
 
  private:
     CmInt32 OutOfMemory() const;

@@ -39,7 +39,8 @@ CmInt32 CPlayFileHandler::Initialize(IFileOpSink* pSink) {
     m_pSink = pSink;
     m_LinkType = CCacheFileManager::Link_Local;
     m_OpType = CCacheFileManager::Op_Open;
-    return CHomeDir(m_strHomeDir, "CPlayFileHandler::Initialize", this).AppendRecord(m_dwRecordID);
+    return CHomeDir(m_strHomeDir, "CPlayFileHandler::Initialize", this)
+        .AppendRecord(CCacheFileManager::Instance().GetTempHomeDir(), m_dwRecordID);
 }
 
 void CPlayFileHandler::SetHomeDir(const CCmString& strHomeDir) {

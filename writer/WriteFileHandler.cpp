@@ -67,7 +67,8 @@ CmInt32 CWriteFileHandler::Initialize(IFileOpSink* pSink) {
     m_pSink = pSink;
     m_LinkType = CCacheFileManager::Link_Local;
     m_OpType = CCacheFileManager::Op_Open;
-    return CHomeDir(m_strHomeDir, "CWriteFileHandler::Initialize", this).AppendRecord(m_dwRecordID);
+    return CHomeDir(m_strHomeDir, "CWriteFileHandler::Initialize", this)
+        .AppendRecord(CCacheFileManager::Instance().GetTempHomeDir(), m_dwRecordID);
 }
 
 void CWriteFileHandler::SetHomeDir(const CCmString& strHomeDir) {
