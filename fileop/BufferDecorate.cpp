@@ -1,11 +1,17 @@
 #include "fileop/BufferDecorate.h"
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "fileop/BlockStore.h"
 #include "fileop/FileLedger.h"
 #include "platform/CmTraceLine.h"
+
+IFileOperation* CFileOperationFactory::CreateBufferDecorate(IFileOperation* pFile,
+                                                            CmUint32 dwBufferSize) {
+    return new (std::nothrow) CBufferDecorate(pFile, dwBufferSize);
+}
 
 CBufferDecorate::CBufferDecorate(IFileOperation* pFile, CmUint32 dwBufferSize)
     : m_pFile(pFile), m_dwBufferSize(dwBufferSize) {

@@ -108,9 +108,9 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     virtual CmInt32 GetFreeSpace(std::uint64_t& /*qwBytes*/) { return CACHE_ERR_FAILED; }
 };
 
-/// Creates the links of a chain. One object for the process, never destroyed. It has no state, so
-/// any thread may use it. Each result is a new object with a reference count of 0, or null if there
-/// is no memory.
+/// Creates the links of a chain. Each operation is defined beside the class that it creates. One
+/// object for the process, never destroyed. It has no state, so any thread may use it. Each result
+/// is a new object with a reference count of 0, or null if there is no memory.
 class CFileOperationFactory {
  public:
     static CFileOperationFactory* Instance();

@@ -10,6 +10,10 @@
 #include "platform/CmFile.h"
 #include "platform/CmTraceLine.h"
 
+IFileOperation* CFileOperationFactory::CreateLocalFile(int bIsDownloadFile) {
+    return new (std::nothrow) CLocalFile(bIsDownloadFile);
+}
+
 CLocalFile::CLocalFile(int bIsDownloadFile)
     : m_bIsDownloadFile(bIsDownloadFile), m_pLedger(new (std::nothrow) CFileLedger) {
     TraceInfo("CLocalFile::CLocalFile, m_bIsDownloadFile ", m_bIsDownloadFile, " this=", this);
@@ -42,7 +46,7 @@ CmInt32 CLocalFile::OpenAt(const CCmString& strPath, int bWrite, const CmPlace& 
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 
-/// Makes the record if there is none. False if there is no memory for it.
+/// Creates the sync record if there is none. Returns false if there is no memory for it.
 bool CLocalFile::HasSyncRecord(const CmPlace& aPlace) try {
     if (!m_pSync) m_pSync = new CFileSync(m_hFD, m_pLedger.Get(), m_strFilePath, aPlace, m_written);
     return true;
