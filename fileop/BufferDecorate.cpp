@@ -105,7 +105,7 @@ CmInt32 CBufferDecorate::PassOn(std::size_t nAccepted) {
     const CmInt32 lResult =
         m_pFile->GiveData(std::move(m_strBuffer), CCacheFileManager::GetMaxDword());
     m_age.OnEmptied();
-    m_strBuffer.clear();  // the link below may have left the bytes, or any others, in it
+    m_strBuffer.clear();  // its contents are unspecified now
     if (m_strBuffer.capacity() > MostBetweenCalls()) {
         CBlockStore::Instance().Give(std::move(m_strBuffer));
         CCmString().swap(m_strBuffer);  // frees it if the store has not taken it

@@ -113,7 +113,7 @@ CmInt32 CLocalFile::GiveData(CCmString&& strData, CmUint32 dwOffset) {
     return Write(strData.data(), strData.size(), dwOffset);
 }
 
-/// Writes all bytes and hands them to the system. Every form of writing ends here.
+/// Writes all bytes to the system. All operations that write call this function.
 CmInt32 CLocalFile::Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
     if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
