@@ -137,7 +137,7 @@ size_t cachefile_player_stream_count(const cachefile_player* player) {
 int32_t cachefile_player_get_stream(const cachefile_player* player, size_t index,
                                     cachefile_describer* describer) {
     if (!player || index >= player->m_vecStreams.size() ||
-        !capi::GiveDescriber(player->m_vecStreams[index], describer))
+        !capi::FillDescriber(player->m_vecStreams[index], describer))
         return CACHEFILE_ERR_INVALID_ARG;
     return CACHEFILE_OK;
 }
