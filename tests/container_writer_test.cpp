@@ -7,9 +7,7 @@
 class Writer : public HostTest {
  protected:
     CmInt32 Add(const tagFileDescriber& aDescriber, const CCmString& strBytes) {
-        return m_writer.AddStream(aDescriber,
-                                  reinterpret_cast<const unsigned char*>(strBytes.data()),
-                                  static_cast<CmUint32>(strBytes.size()));
+        return AddStream(m_writer, aDescriber, strBytes);
     }
 
     /// Expects that writing to .\c gives this code, traces these lines, and leaves no new file.

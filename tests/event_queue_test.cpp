@@ -20,9 +20,6 @@ class EventQueue : public HostTest {
         m_attached.reset();  // destroys pending events before the counters that they use
     }
 
-    static CRefPtr<ICmEventQueue> HostQueue() {
-        return CCmThreadManager::Instance()->GetThread(3)->GetEventQueue();
-    }
     ICmEvent* Event(TestEvent::Work aWork = nullptr) {
         return new TestEvent(m_counts, std::move(aWork));
     }

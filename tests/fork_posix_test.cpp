@@ -33,10 +33,6 @@ int LetGo() {
 
 class Fork : public HostTest {
  protected:
-    static CRefPtr<ICmEventQueue> HostQueue() {
-        return CCmThreadManager::Instance()->GetThread(3)->GetEventQueue();
-    }
-
     EventCounts m_counts;
 };
 

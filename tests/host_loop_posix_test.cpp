@@ -13,8 +13,7 @@ TEST_F(HostLoop, IsWokenWhenResultsBeginToWaitAndCanPollADescriptorMeanwhile) {
     int nDescriptor = -1, nWoken = 0;
     const auto install = [&] { return CCmCallerThread::SetWakeUp([&] { ++nWoken; }); };
     const auto post = [&](TestEvent::Work aWork = nullptr) {
-        return CCmThreadManager::Instance()->GetThread(3)->GetEventQueue()->PostEvent(
-            new TestEvent(aCounts, std::move(aWork)), 1);
+        return HostQueue()->PostEvent(new TestEvent(aCounts, std::move(aWork)), 1);
     };
     const auto expect = [&](int nTimes, bool bReadable, const char* lpWhen) {
         EXPECT_EQ(std::exchange(nWoken, 0), nTimes) << lpWhen;

@@ -5,8 +5,6 @@ INSTANTIATE_BOTH_MODES(Read);
 
 namespace {
 
-constexpr tagDataInfo c_aInfo{8, 7008, 99, 2};
-
 /// A read and its expected result.
 struct ReadCase {
     CmUint32 dwOffset, dwLength;
@@ -59,10 +57,9 @@ TEST_P(Read, RunsOfAContainer) {
 
 TEST_P(Read, RunsOfARecordFile) {
     const CCmString strFile = Pattern(70'000);
-    std::filesystem::create_directories("kvr2/7");
     WriteBytes("kvr2/7/a", strFile);
     Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
-    ASSERT_EQ(aPlayer.OpenFile("a", {8, 2, 7008, 5}), 0);
+    ASSERT_EQ(aPlayer.OpenFile("a", c_aStream), 0);
     Settle();
     m_sink.Take();
     const struct {

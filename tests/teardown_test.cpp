@@ -12,24 +12,22 @@ namespace {
 class Teardown : public HostTest {
  protected:
     Teardown() {
-        std::filesystem::create_directories("kvr2/7");
         WriteBytes("kvr2/7/a", "abcdef");
         CContainerWriter aWriter;
-        aWriter.AddStream({8, 2, 7008, 5}, reinterpret_cast<const unsigned char*>("abcdef"), 6);
+        EXPECT_EQ(AddStream(aWriter, c_aStream, "abcdef"), 0);
         EXPECT_EQ(aWriter.Write(".\\c"), 0);
     }
 
     /// A player that has the file or the container open.
     void Start(Player::Use aUse) {
         m_player.emplace(Async, &m_sink, aUse);
-        EXPECT_EQ(aUse == Player::ForDownload ? m_player->Open("c")
-                                              : m_player->OpenFile("a", {8, 2, 7008, 5}),
-                  0);
+        EXPECT_EQ(
+            aUse == Player::ForDownload ? m_player->Open("c") : m_player->OpenFile("a", c_aStream),
+            0);
         Settle();
         m_sink.Take();
     }
 
-    static constexpr tagDataInfo c_aInfo{8, 7008, 99, 2};
     std::optional<Player> m_player;
 };
 
