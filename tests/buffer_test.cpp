@@ -48,9 +48,9 @@ TEST_F(Buffer, EverythingElseKeepsItsPlaceBehindTheGatheredBytes) {
 }
 
 TEST_F(Buffer, FailuresAreReturnedByTheCallThatCanOrTracedAndCounted) {
-    aScript.Fail([](const std::string& strCall, int) {
+    aScript.aFault = [](const std::string& strCall) {
         return strCall == "Close" ? 4006 : strCall.find("@end") != strCall.npos ? 4003 : 0;
-    });
+    };
     Append("1234");
     EXPECT_EQ(Append("567890"), 4003);
     EXPECT_EQ(aLost.Take(), 4U) << "the failing call's own bytes are its caller's";
