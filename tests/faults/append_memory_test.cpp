@@ -1,5 +1,7 @@
+#include <thread>
 #include <vector>
 
+#include "tests/faults/Faults.h"
 #include "tests/faults/Memory.h"
 #include "tests/support/HostTest.h"
 
@@ -92,4 +94,13 @@ TEST_F(QueuedMemory, IsAboutWhatCountsAsPending) {
     for (int i = 0; i < 1000; ++i) EXPECT_EQ(aRecording.Write(dwHandle, strPiece, 0), 0);
     EXPECT_EQ(CCacheFileManager::GetPendingBytes(), 100'000U);
     EXPECT_LE(Memory::StartPeak() - nBefore, 100'000 + 1000 * c_nOneWrite);
+}
+
+TEST_F(QueuedMemory, IsPendingUntilItIsWritten) {
+    Faults::SetWriteDelay(std::chrono::milliseconds(20));
+    Recording aRecording(Async, nullptr);
+    EXPECT_EQ(aRecording.Write(aRecording.Open("a"), Pattern(40'000)), 0);
+    while (CCacheFileManager::GetPendingBytes() > 0) std::this_thread::yield();
+    ExpectFile(Recording::PathOf("a"), Pattern(40'000));
+    Faults::SetWriteDelay({});
 }
