@@ -302,7 +302,7 @@ TEST(CIndex, ShowsWhatAContainerHolds) {
     cachefile_index_destroy(pIndex);
 }
 
-TEST_P(CInterface, AReadMayBeGivenUpInEveryState) {
+TEST_P(CInterface, ABufferIsFreedIfThePlayerOrTheThreadEnds) {
     m_host.Record("x", Pattern(100000));
     enum { Destroy, DestroyInCallback, Detach };
     for (const bool bHandOut : {false, true})
@@ -439,7 +439,7 @@ TEST_P(CInterface, NullArgumentsAreRefused) {
     cachefile_free(nullptr);
 }
 
-TEST_P(CInterface, StructsOfOtherVersionsAreTakenByTheirSize) {
+TEST_P(CInterface, TheSizeOfAStructSelectsItsKnownFields) {
     // A struct of a later version, with one more field after the known ones.
     struct {
         cachefile_callbacks aKnown;
@@ -485,7 +485,7 @@ TEST_P(CInterface, StructsOfOtherVersionsAreTakenByTheirSize) {
     cachefile_index_destroy(pIndex);
 }
 
-TEST_P(CInterface, MisuseIsAnswered) {
+TEST_P(CInterface, InvalidStatesAndArgumentsAreRefused) {
     cachefile_writer* pWriter = nullptr;
     cachefile_player* pPlayer = nullptr;
     EXPECT_EQ(cachefile_writer_create(1, CACHEFILE_DOWNLOAD, nullptr, &pWriter), c_lBadArgument);
@@ -549,7 +549,7 @@ TEST_P(CInterface, ThreadsTraceAndWakeUp) {
     EXPECT_EQ(nLines + nWakeUps, nBefore);
 }
 
-TEST_P(CInterface, RefusedHostsAndOldBytesDoNotWait) {
+TEST_P(CInterface, TheRoomWakeUpAndTheGatherAgeWork) {
     std::uint32_t dwFile = 0;
     ASSERT_EQ(cachefile_writer_open(m_host.Writer(), "x", &dwFile), 0);
     m_host.Settle();

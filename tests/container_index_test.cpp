@@ -48,7 +48,7 @@ class Index : public HostTest {
 };
 
 // The fuzz target container_fuzz limits how many bytes any chain may read.
-TEST_F(Index, AWalkForwardIsServedFromBlocksWhateverItsStep) {
+TEST_F(Index, AForwardWalkReadsTheFileInBlocks) {
     ExpectAll();
     EXPECT_LT(CountReads(), 12U) << "for 3,000 entries";
     ResizeFile(c_nHeader + 9'000'000);
@@ -68,7 +68,7 @@ TEST_F(Index, AWalkForwardIsServedFromBlocksWhateverItsStep) {
     EXPECT_EQ(CountReads(), 0U);
 }
 
-TEST_F(Index, WhatABlockCannotGiveIsReadAlone) {
+TEST_F(Index, AnEntryOutsideABlockIsReadAlone) {
     m_script.FailAll("Read 65536@", 4006);
     ExpectAll();
     m_script.FailAll("Read", 4003);  // the result is the code of the read of the single entry

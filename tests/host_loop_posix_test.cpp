@@ -8,7 +8,7 @@
 
 using HostLoop = HostTest;
 
-TEST_F(HostLoop, IsWokenWhenResultsBeginToWaitAndCanPollADescriptorMeanwhile) {
+TEST_F(HostLoop, TheWakeUpAndTheDescriptorShowThatResultsWait) {
     EventCounts aCounts;
     int nDescriptor = -1, nWoken = 0;
     const auto install = [&] { return CCmCallerThread::SetWakeUp([&] { ++nWoken; }); };
@@ -54,7 +54,7 @@ TEST_F(HostLoop, IsWokenWhenResultsBeginToWaitAndCanPollADescriptorMeanwhile) {
     CCmCallerThread::RunPending();
 }
 
-TEST_F(HostLoop, TheWorkerLeavesTheHostsSignalsToTheHost) {
+TEST_F(HostLoop, TheWorkerTakesNoSignalsOfTheHost) {
     const auto blocked = [](int nSignal) {
         sigset_t aMask;
         ::pthread_sigmask(SIG_BLOCK, nullptr, &aMask);

@@ -6,7 +6,7 @@
 using Limits = HostModeTest;
 INSTANTIATE_BOTH_MODES(Limits);
 
-TEST_P(Limits, ARecordFileGrowsPastFourGigabytesAndIsReadUpToThere) {
+TEST_P(Limits, ARecordFileGrowsPastFourGigabytes) {
     const std::string strFile = "kvr2/7/big";
     Recording aRecording(GetParam(), &m_sink);
     const CmUint32 dwHandle = aRecording.Open("big");
@@ -32,7 +32,7 @@ TEST_P(Limits, ARecordFileGrowsPastFourGigabytesAndIsReadUpToThere) {
                   strBytes);
 }
 
-TEST_P(Limits, AThousandFilesStayOpenAndTheOneTooManyGivesItsOwnCode) {
+TEST_P(Limits, AThousandFilesStayOpenAndOneTooManyIsRefused) {
     constexpr unsigned c_nFiles = 1'000;
     const rlimit aLimit{c_nFiles + 200, c_nFiles + 200};
     if (::setrlimit(RLIMIT_NOFILE, &aLimit) != 0) GTEST_SKIP() << "the system allows fewer files";
@@ -69,7 +69,7 @@ TEST_P(Limits, AThousandFilesStayOpenAndTheOneTooManyGivesItsOwnCode) {
 
 using OpenFiles = HostTest;
 
-TEST_F(OpenFiles, OpensThatWaitForOneDirectoryShareItsDescriptorAndKeepItOpen) {
+TEST_F(OpenFiles, QueuedOpensShareTheDescriptorOfTheirDirectory) {
     const auto aRoot = std::filesystem::current_path();
     Recording aRecording(Async, &m_sink);
     Settle();
@@ -98,7 +98,7 @@ TEST_F(OpenFiles, OpensThatWaitForOneDirectoryShareItsDescriptorAndKeepItOpen) {
     EXPECT_EQ(CountOpenFiles(), nBefore);
 }
 
-TEST_P(Limits, NamesAndPathsAreAsLongAsTheSystemTakesThem) {
+TEST_P(Limits, NamesAndPathsMayHaveTheLengthThatTheSystemAllows) {
     const bool bAsync = GetParam() == Async;
     const auto open = [&](const CCmString& strHome, const CCmString& strName, CmInt32 lResult) {
         SCOPED_TRACE(std::to_string(strName.size()));

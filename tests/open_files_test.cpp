@@ -4,7 +4,7 @@
 
 #include "tests/support/FileLink.h"
 
-TEST(FileHandles, FindTheirFilesAndKeepTheirOrderAfterTheyStartAgain) {
+TEST(FileHandles, KeepTheirFilesAndOrderWhenTheNumbersStartAgain) {
     std::atomic<std::uint64_t> aLastNumber{0xFFFFFFFD};
     std::vector<tagOpenFile> vecFiles;
     COpenFiles aFiles(vecFiles, aLastNumber);

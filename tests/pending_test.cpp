@@ -11,7 +11,7 @@ std::uint64_t Waiting() { return CCacheFileManager::GetPendingBytes(); }
 
 using Pending = HostTest;
 
-TEST_F(Pending, BytesCountFromTheHandingOverUntilTheWorkerIsDoneWithThem) {
+TEST_F(Pending, BytesArePendingUntilTheWorkerIsDoneWithThem) {
     Recording aGood(Async, &m_sink);
     Recording aBad(Async, &m_sink);
     Player aPlayer(Async, &m_sink);
@@ -40,7 +40,7 @@ TEST_F(Pending, BytesCountFromTheHandingOverUntilTheWorkerIsDoneWithThem) {
     EXPECT_EQ(aGood.Write(dwGood, Pattern(70'000)), 4010) << "which no later try would change";
 }
 
-TEST_F(Pending, ALimitRefusesPiecesBeforeAnythingIsTakenOfThem) {
+TEST_F(Pending, ALimitRefusesWholePieces) {
     CCacheFileManager::SetPendingLimit(1);  // counts as 65,536
     Recording aRecording(Async, &m_sink);
     Player aPlayer(Async, &m_sink);

@@ -6,7 +6,7 @@ namespace fs = std::filesystem;
 using Place = HostModeTest;
 INSTANTIATE_BOTH_MODES(Place);
 
-TEST_P(Place, IsTheDirectoryAtTheCallForEachOpen) {
+TEST_P(Place, ARelativePathMeansTheDirectoryAtTheCall) {
     const bool bAsync = GetParam() == Async;
     const fs::path aRoot = fs::current_path();
     CCmString strRoot = aRoot.string();

@@ -27,7 +27,7 @@ const std::string c_strContainer = "download/PlayDataFile.cpp";
 
 }  // namespace
 
-TEST_P(Play, RecordFilesRefuseWithCodesAndLines) {
+TEST_P(Play, InvalidCallsForRecordFilesReturnACodeAndAreTraced) {
     const bool bAsync = GetParam() == Async;
     Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
     EXPECT_EQ(aPlayer.Open("c"), 4010);
@@ -92,7 +92,7 @@ TEST_P(Play, RecordFilesRefuseWithCodesAndLines) {
     EXPECT_EQ(m_sink.Take(), bAsync ? "Data 0, Read 4007" : "");
 }
 
-TEST_P(Play, ContainersRefuseWithCodesAndLines) {
+TEST_P(Play, InvalidCallsForContainersReturnACodeAndAreTraced) {
     PackContainer();
     Player aPlayer(GetParam(), &m_sink);
     EXPECT_EQ(aPlayer->GetReference(), 1U);
@@ -130,7 +130,7 @@ TEST_P(Play, ContainersRefuseWithCodesAndLines) {
         std::string::npos);
 }
 
-TEST_P(Play, ContainersThatCannotBeOpened) {
+TEST_P(Play, AContainerThatCannotBeOpenedIsReported) {
     const struct {
         const char* lpPath;
         const char* lpLine;  // the line that the file link traces
@@ -193,7 +193,7 @@ TEST_P(Play, TheFirstBlockThatHoldsAHeaderGivesVersionAndTimeStamp) {
     EXPECT_EQ(m_trace.TakeErrors(), "");
 }
 
-TEST_P(Play, StatusAndDirectoryAreKeptAsTold) {
+TEST_P(Play, TheStatusIsKeptUntilInitialize) {
     Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
     const std::string strAssertion =
         Assertion(c_strHandler, "aLinkType == CCacheFileManager::Link_Local");

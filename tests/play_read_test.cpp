@@ -14,7 +14,7 @@ struct ReadCase {
 
 }  // namespace
 
-TEST_P(Read, RunsOfAContainer) {
+TEST_P(Read, ReturnsAnyRangeOfAContainer) {
     // The header gives 70 bytes, but the file has 66. The stream begins at 60.
     CCmString strBytes(66, '#');
     SetHeader(strBytes, 70, 1, 0);
@@ -55,7 +55,7 @@ TEST_P(Read, RunsOfAContainer) {
     }
 }
 
-TEST_P(Read, RunsOfARecordFile) {
+TEST_P(Read, ReturnsAnyRangeOfARecordFile) {
     const CCmString strFile = Pattern(70'000);
     WriteBytes("kvr2/7/a", strFile);
     Player aPlayer(GetParam(), &m_sink, Player::ForFiles);

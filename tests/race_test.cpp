@@ -242,7 +242,7 @@ void Races::FillAndShutDown(SeededRandom& aRandom) {
 
 }  // namespace
 
-TEST_F(Races, EveryAnswerComesOnceAndEveryByteIsWrittenOrCounted) {
+TEST_F(Races, EveryCallbackComesOnceAndEveryByteIsWrittenOrCounted) {
     std::atomic<bool> bEnd{false};
     std::thread aOnlooker([&] {  // calls that any thread may make at any time
         std::atomic<unsigned> nLines{0};

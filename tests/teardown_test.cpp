@@ -33,7 +33,7 @@ class Teardown : public HostTest {
 
 }  // namespace
 
-TEST_F(Teardown, ReadsUnderWayReachTheSinkOrNobody) {
+TEST_F(Teardown, PendingReadsAreDeliveredOrFreed) {
     const auto nothing = [] {};
     const auto detach = [&] { m_attached.reset(); };
     const auto destroy = [&] { m_player->Destroy(); };
@@ -67,7 +67,7 @@ TEST_F(Teardown, ReadsUnderWayReachTheSinkOrNobody) {
     }
 }
 
-TEST_F(Teardown, TheEndOfADownloadPlayerStopsTheWorkerUnderARecording) {
+TEST_F(Teardown, DestroyingADownloadPlayerStopsTheWorkerOfARecording) {
     CFileThreadManager* const pThreads = CFileThreadManager::Instance();
     CCmString strAll;
     for (unsigned i = 0; i < 20; ++i) strAll += Pattern(40'000, i);
@@ -113,7 +113,7 @@ TEST_F(Teardown, TheEndOfADownloadPlayerStopsTheWorkerUnderARecording) {
     }
 }
 
-TEST_F(Teardown, AShutdownRunsWhatWaitsRefusesOpensAndCanBeRepeated) {
+TEST_F(Teardown, AShutdownRunsTheQueueRefusesOpensAndCanBeRepeated) {
     Recording aRecording(Async, &m_sink);
     const CmUint32 dwHandle = aRecording.Open("r");
     EXPECT_EQ(aRecording.Write(dwHandle, Pattern(40'000)), 0);
@@ -132,7 +132,7 @@ TEST_F(Teardown, AShutdownRunsWhatWaitsRefusesOpensAndCanBeRepeated) {
     EXPECT_EQ(m_sink.Take(), "Open 0, Open 0");
 }
 
-TEST_F(Teardown, WithoutAnAttachedThreadAnOpenIsRefusedAndTracedWhy) {
+TEST_F(Teardown, AnOpenWithoutAnAttachedThreadIsRefusedAndTraced) {
     m_attached.reset();
     Recording aRecording(Async, &m_sink);
     EXPECT_EQ(aRecording.TryOpen("b"), 4010);

@@ -10,7 +10,7 @@
 using AppendMemory = HostModeTest;
 INSTANTIATE_BOTH_MODES(AppendMemory);
 
-TEST_P(AppendMemory, NothingBetweenBlocksAndOnePieceForABlock) {
+TEST_P(AppendMemory, AnAppendAllocatesNothingAndABlockAtMostOnce) {
     constexpr std::size_t c_nBlock = 32768;
     Recording aRecording(GetParam(), &m_sink);
     std::vector<CmUint32> vecHandles;
@@ -41,7 +41,7 @@ TEST_P(AppendMemory, NothingBetweenBlocksAndOnePieceForABlock) {
     }
 }
 
-TEST_P(AppendMemory, IsBoundedWhateverLengthsThePiecesOfManyStreamsHave) {
+TEST_P(AppendMemory, IsBoundedForAnyMixOfLengths) {
     constexpr std::size_t c_nStreams = 60;
     constexpr std::size_t c_nMost = 65536;       // a stream's memory between calls
     constexpr std::size_t c_nOneStream = 2048;   // file object, handle and C stream
@@ -81,7 +81,7 @@ TEST_P(AppendMemory, IsBoundedWhateverLengthsThePiecesOfManyStreamsHave) {
 
 using QueuedMemory = HostTest;
 
-TEST_F(QueuedMemory, IsAboutWhatCountsAsPending) {
+TEST_F(QueuedMemory, IsCloseToThePendingBytes) {
     constexpr std::size_t c_nOneWrite = 400;  // the request itself
     Recording aRecording(Async, &m_sink);
     const CmUint32 dwHandle = aRecording.Open("a");

@@ -114,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(Sessions, Sweep, testing::ValuesIn(c_aCases),
 
 }  // namespace
 
-TEST_P(Sweep, OfTheSystemsCalls) {
+TEST_P(Sweep, OfSystemCallFailures) {
     std::string strMet;
     for (int nCall = 0; nCall < Faults::Call_Count; ++nCall) {
         const auto aCall = static_cast<Faults::Call>(nCall);
@@ -133,7 +133,7 @@ TEST_P(Sweep, OfTheSystemsCalls) {
     EXPECT_EQ(strMet, GetParam().lpMeets) << "the linker leads all of them here";
 }
 
-TEST_P(Sweep, OfTheRequestsForMemory) {
+TEST_P(Sweep, OfAllocationFailures) {
     for (const bool bForEver : {false, true}) {
         SCOPED_TRACE(bForEver ? "for ever" : "once");
         SweepAll(
@@ -142,7 +142,7 @@ TEST_P(Sweep, OfTheRequestsForMemory) {
     }
 }
 
-TEST(CFault, OfAllMemoryHasItsCode) {
+TEST(CInterfaceFault, WithoutMemoryReturnsOutOfMemory) {
     cachefile_packer* pPacker = nullptr;
     Memory::Arm(1, true);
     const std::int32_t lHome = cachefile_set_home_dir("a directory with a name that takes memory");
@@ -152,7 +152,7 @@ TEST(CFault, OfAllMemoryHasItsCode) {
     EXPECT_EQ(lPacker, CACHEFILE_ERR_OUT_OF_MEMORY);
 }
 
-TEST(OpenFault, OfALeasedFileIsWaitedFor) {
+TEST(OpenFault, OpeningIsRepeatedWhileAFileIsLeased) {
     const TestDir aDir;
     for (const int bWrite : {0, 1}) {
         WriteBytes("leased", "bytes");
@@ -166,7 +166,7 @@ TEST(OpenFault, OfALeasedFileIsWaitedFor) {
 
 using PlayFault = HostTest;
 
-TEST_F(PlayFault, OnTheWorkerIsTracedAndReportedByCallbacks) {
+TEST_F(PlayFault, AFailureOnTheWorkerIsTracedAndReported) {
     Player aPlayer(Async, &m_sink, Player::ForFiles);
     EXPECT_EQ(aPlayer.OpenFile("a", c_aStream, 1), 0);
     EXPECT_EQ(aPlayer.Write(c_aInfo, Pattern(100), 0), 0);
@@ -197,7 +197,7 @@ TEST_F(PlayFault, OnTheWorkerIsTracedAndReportedByCallbacks) {
 using Fault = HostModeTest;
 INSTANTIATE_BOTH_MODES(Fault);
 
-TEST(PackFault, OfSyncingTheDirectoryIsReturnedAndTheFileKeepsItsName) {
+TEST(PackFault, AFailedDirectorySyncIsReturnedAndTheFileKeepsItsName) {
     const TestDir aDir;
     const struct {
         int nErrno;
@@ -215,7 +215,7 @@ TEST(PackFault, OfSyncingTheDirectoryIsReturnedAndTheFileKeepsItsName) {
     }
 }
 
-TEST_P(Fault, OfAnAppendIsUndoneWhereNobodyElseHasAppended) {
+TEST_P(Fault, APartialAppendIsTruncatedUnlessOthersHaveAppended) {
     constexpr char c_szStays[] = "CLocalFile::WriteData->A part of the append stays, error=";
     const CCmString strBlock = Pattern(40'000);
     const CCmString strHalf = strBlock.substr(0, 20'000);
