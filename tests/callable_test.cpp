@@ -4,7 +4,7 @@
 
 #include "tests/support/HostTest.h"
 
-TEST(Callable, AnEarlierSinkIsWaitedForWhoeverReplacedIt) {
+TEST(Callable, ReplacingASinkWaitsForCallsOfAllEarlierSinks) {
     CCmT120Trace* const pTrace = CCmT120Trace::instance();
     Signal aInside, aGo;
     std::atomic<bool> bEnded{false};
