@@ -76,9 +76,19 @@ int32_t cachefile_packer_add_tag_file(cachefile_packer* packer, uint16_t tag, ui
 }
 
 int32_t cachefile_packer_write(cachefile_packer* packer, const char* path) {
+    return cachefile_packer_write_progress(packer, path, nullptr, nullptr);
+}
+
+int32_t cachefile_packer_write_progress(cachefile_packer* packer, const char* path,
+                                        cachefile_progress progress, void* user) {
     return capi::Guarded([&]() -> std::int32_t {
         CCmString strPath;
         if (!packer || !capi::TakeUtf8Path(path, strPath)) return CACHEFILE_ERR_INVALID_ARG;
-        return packer->m_writer.Write(strPath);
+        CContainerWriter::Progress aProgress;
+        if (progress)
+            aProgress = [=](std::uint64_t qwDone, std::uint64_t qwTotal) noexcept {
+                return progress(user, qwDone, qwTotal) != 0;
+            };
+        return packer->m_writer.Write(strPath, aProgress);
     });
 }

@@ -561,6 +561,18 @@ CACHEFILE_API int32_t cachefile_packer_add_tag_file(cachefile_packer* packer, ui
  * could not be read or written, or a source changed its size meanwhile. */
 CACHEFILE_API int32_t cachefile_packer_write(cachefile_packer* packer, const char* path);
 
+/** Reports how many of all bytes of the streams are written. Returns non-zero to continue and 0 to
+ * cancel. It must not call the packer. */
+typedef int32_t (*cachefile_progress)(void* user, uint64_t done, uint64_t total);
+
+/** As cachefile_packer_write, and calls progress, which may be null, during the call: once for each
+ * stream while the sizes are looked up (both numbers are 0 then), before the bytes of each stream,
+ * after each 64 KiB and at the end of them, and before and after the sync of the file. It is not
+ * called after the rename. If it returns 0, the new file is removed, an existing file stays, and
+ * the result is 4010. */
+CACHEFILE_API int32_t cachefile_packer_write_progress(cachefile_packer* packer, const char* path,
+                                                      cachefile_progress progress, void* user);
+
 /* ---- Index: lists the entries of a container ---- */
 
 typedef struct cachefile_index cachefile_index;

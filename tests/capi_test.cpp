@@ -220,6 +220,14 @@ void Pack(const char* lpPath, std::uint32_t dwIndexType) {
     EXPECT_EQ(cachefile_packer_add_file(pPacker, &aDescriber, "./source"), 0);
     EXPECT_EQ(cachefile_packer_add_tag_memory(pPacker, 268, 3, 0, nullptr, 0), 0);
     EXPECT_EQ(cachefile_packer_add_tag_file(pPacker, 269, 4, 5, "source"), 0);
+    static std::uint64_t s_qwDone = 1;
+    const cachefile_progress cancelAtEnd = [](void*, std::uint64_t done, std::uint64_t total) {
+        s_qwDone = done;
+        return std::int32_t{total == 0 || done < total};
+    };
+    EXPECT_EQ(cachefile_packer_write_progress(pPacker, lpPath, cancelAtEnd, nullptr), c_lBadState);
+    EXPECT_EQ(s_qwDone, 6U + 11 + 11 + 72);
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::u8path(lpPath)));
     EXPECT_EQ(cachefile_packer_write(pPacker, lpPath), 0);
     cachefile_packer_destroy(pPacker);
 }
@@ -416,6 +424,7 @@ TEST_P(CInterface, NullArgumentsAreRefused) {
     REFUSES_NULL(cachefile_packer_add_tag_memory, pPacker, 268, 1, 0, "x", 1);
     REFUSES_NULL(cachefile_packer_add_tag_file, pPacker, 268, 1, 0, "x");
     REFUSES_NULL(cachefile_packer_write, pPacker, "x");
+    REFUSES_NULL(cachefile_packer_write_progress, pPacker, "x", nullptr, nullptr);
     REFUSES_NULL(cachefile_index_create, &pIndex);
     REFUSES_NULL(cachefile_index_open, pIndex, "x");
     REFUSES_NULL(cachefile_index_get_header, pIndex, &aHeader);

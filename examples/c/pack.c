@@ -12,8 +12,17 @@ static int succeeded(const char* step, int32_t result) {
     return 0;
 }
 
+/* Shows each tenth that is written. A host that wants to cancel returns 0. */
+static int32_t show(void* user, uint64_t done, uint64_t total) {
+    int* shown = user;
+    int tenths = total == 0 ? 0 : (int)(10 * done / total);
+    if (tenths != *shown) fprintf(stderr, "%d %%\n", 10 * tenths);
+    *shown = tenths;
+    return 1;
+}
+
 static int pack(cachefile_packer* packer, const char* container, int count, char** files) {
-    int n;
+    int n, shown = 0;
     if (!succeeded("header", cachefile_packer_set_header(packer, 1, 1700000000))) return 0;
     for (n = 0; n < count; ++n) {
         cachefile_describer describer = CACHEFILE_DESCRIBER_INIT;
@@ -24,7 +33,8 @@ static int pack(cachefile_packer* packer, const char* container, int count, char
             return 0;
     }
     /* Until the container is complete, its file has another name. */
-    return succeeded(container, cachefile_packer_write(packer, container));
+    return succeeded(container,
+                     cachefile_packer_write_progress(packer, container, show, &shown));
 }
 
 int main(int argc, char** argv) {

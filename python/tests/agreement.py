@@ -78,14 +78,14 @@ def look_with(tool, path):
     keys = ("stream", "extra", "offset", "extent", "present", "hidden_by")
     return {"streams": [[stream[key] for key in keys] for stream in info["streams"] if stream["stream"]],
             "version": info["file_version"], "stamp": info["cb_time_stamp"],
-            "findings": [[finding[key] for key in ("severity", "code", "offset")]
+            "findings": [[finding[key] for key in ("severity", "code", "offset", "message")]
                          for finding in run("doctor", "--all")["findings"]]}
 
 
 def look(path):
     """Returns what the package reads, in the form of the other program's output."""
     found = {"streams": [], "version": None, "stamp": None}
-    found["findings"] = [[f.severity.value, f.code, f.offset] for f in cachefile.examine(path, None)]
+    found["findings"] = [[f.severity.value, f.code, f.offset, f.message] for f in cachefile.examine(path, None)]
     try:
         with cachefile.open(path) as recording:
             found["version"], found["stamp"] = recording.file_version, recording.time_stamp

@@ -91,6 +91,16 @@ def test_a_source_that_changes_is_noticed_and_the_old_file_stays(tmp_path, monke
     assert (tmp_path / "container").read_bytes() == b"old" and len(os.listdir(tmp_path)) == 2
 
 
+def test_progress_reports_all_bytes_and_cancels_by_an_exception(tmp_path):
+    seen = []
+    streams = [(4, 4, 4, bytes(3 << 20)), (4, 1004, 4, b""), (4, 2004, 4, b"end")]
+    cachefile.pack(tmp_path / "one", streams, progress=lambda *now: seen.append(now))
+    assert seen[::3] == [(1 << 20, (3 << 20) + 3), ((3 << 20) + 3,) * 2]
+    with pytest.raises(ZeroDivisionError):
+        cachefile.pack(tmp_path / "two", streams, progress=lambda done, total: 1 // (total - done))
+    assert os.listdir(tmp_path) == ["one"]
+
+
 def test_a_partial_file_of_somebody_else_stays(tmp_path):
     (tmp_path / "one.partial").write_bytes(b"theirs")
     cachefile.pack(tmp_path / "one", [(4, 4, 4, b"mine", 0xFFFFFFFF)])

@@ -10,7 +10,7 @@ import threading
 import unittest
 
 import cachefile
-from cachefile import Code, recorder
+from cachefile import Code
 
 PIECES = [bytes([i]) * (i * 997 % 40_000) for i in range(200)]
 
@@ -52,18 +52,50 @@ class RecorderTest(unittest.TestCase):
                 stream = one.open(4, 7004, 4)
                 runs, run = [], one.run
                 asyncio.get_running_loop().add_reader(one.fileno(), lambda: runs.append(run()))
+                async with cachefile.Recorder(self.directory, asynchronous=True) as other:
+                    await other.open(1, 1001, 2).synced()
                 for piece in pieces():
                     await stream.send(piece)
+                await stream.synced()
+                self.assertEqual(stream.losses(), (0, 0, 0, [], True))
                 while not runs:
                     await asyncio.sleep(0)  # the descriptor reports the result of the open
                 return runs
 
-        recorder.set_pending_limit(65_536)
+        cachefile.set_pending_limit(65_536)
         try:
             self.assertGreater(asyncio.run(record())[0], 0)
         finally:
-            recorder.set_pending_limit(None)
-        self.expect(s4_7004_4=b"".join(PIECES))
+            cachefile.set_pending_limit(None)
+        self.expect(s4_7004_4=b"".join(PIECES), s1_1001_2=b"")
+
+    def test_what_is_written_gets_to_the_disk_in_time(self):
+        """Synced by call and by interval, flushed by age, and refused until there is room."""
+        path = os.path.join(self.directory, "4_7004-4.dat")
+        for asynchronous in (False, True):
+            with self.subTest(asynchronous=asynchronous), \
+                    cachefile.Recorder(self.directory, asynchronous=asynchronous) as one:
+                free = []
+                one.set_low_space(1 << 62, free.append)
+                one.set_pending_limit(65_536)
+                cachefile.set_sync_interval(1000)
+                stream = one.open(4, 7004, 4, overwrite=True)
+                for _ in range(10):
+                    while not stream._try_append(memoryview(bytes(40_000))):
+                        one.wait()
+                stream.sync()
+                self.assertEqual((os.path.getsize(path), len(free)), (400_000, 1))
+                cachefile.set_gather_age(0.001)
+                stream.append(b"old")
+                while os.path.getsize(path) == 400_000:
+                    one.wait(1) if asynchronous else cachefile.flush_aged()
+                self.assertEqual(cachefile.unsynced_bytes(), 3)
+                cachefile.set_gather_age(None)
+                cachefile.set_sync_interval(None)
+                self.assertEqual(stream.losses(), (0, 0, 0, [], True))
+        for call in (cachefile.set_gather_age, cachefile.set_sync_interval, cachefile.set_pending_limit):
+            with self.assertRaises(cachefile.CacheFileError):
+                call(-1)
 
     def test_two_recorders_share_the_worker(self):
         with cachefile.Recorder(self.directory, asynchronous=True) as one:
@@ -100,7 +132,7 @@ class RecorderTest(unittest.TestCase):
     def test_losses_and_failures_are_exceptions_with_their_code(self):
         """Uses a separate process, because the file size limit and the count of losses remain."""
         script = textwrap.dedent("""
-            import resource, sys, cachefile
+            import contextlib, resource, sys, cachefile
             resource.setrlimit(resource.RLIMIT_FSIZE, (100_000, 100_000))
             asynchronous = sys.argv[2] == "1"
             one = cachefile.Recorder(sys.argv[1], asynchronous=asynchronous)
@@ -108,9 +140,11 @@ class RecorderTest(unittest.TestCase):
             try:
                 for _ in range(5):
                     stream.append(bytes(99_000))
-                one.close()
+                stream.sync()
             except cachefile.RecordingError as error:
-                print(int(error.code), error.lost)
+                print(int(error.code), error.lost, sum(hole.length for hole in stream.losses().holes))
+                with contextlib.suppress(cachefile.RecordingError):
+                    one.close()
             path = sys.argv[1] + "/4_7004-4.dat/below"
             try:
                 with cachefile.Recorder(path, asynchronous=asynchronous) as one:
@@ -121,9 +155,9 @@ class RecorderTest(unittest.TestCase):
         for asynchronous in "01":
             result = subprocess.run([sys.executable, "-c", script, self.directory, asynchronous],
                                     check=True, text=True, stdout=subprocess.PIPE)
-            (code, lost), (open_code,) = map(str.split, result.stdout.splitlines())
+            (code, lost, holes), (open_code,) = map(str.split, result.stdout.splitlines())
             self.assertEqual(int(code), Code.FAILED)
-            self.assertEqual(int(lost) > 0, asynchronous == "1")
+            self.assertEqual((int(lost) > 0, lost), (asynchronous == "1", holes))
             self.assertIn(int(open_code), (Code.NOT_FOUND, Code.FAILED))
             os.remove(os.path.join(self.directory, "4_7004-4.dat"))
 

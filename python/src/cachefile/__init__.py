@@ -13,7 +13,17 @@ use NumPy if it is installed. ``Recorder`` records with the installed library.
 
 from .errors import CacheFileError, Code, ContainerError, Finding, Findings, Severity
 from .layout import Header
-from .recorder import RecordedStream, Recorder, RecordingError, pending_bytes, set_pending_limit
+from .library import (
+    flush_aged,
+    library_version,
+    pending_bytes,
+    set_gather_age,
+    set_pending_limit,
+    set_sync_interval,
+    unsynced_bytes,
+)
+from .recorded import Hole, Losses, RecordedStream, RecordingError
+from .recorder import Recorder
 from .recording import Container, Directory, Recording, Stream, Streams, examine
 from .recording import open_recording as open
 from .writing import Source, pack
@@ -28,6 +38,8 @@ __all__ = [
     "Finding",
     "Findings",
     "Header",
+    "Hole",
+    "Losses",
     "RecordedStream",
     "Recorder",
     "Recording",
@@ -37,8 +49,13 @@ __all__ = [
     "Stream",
     "Streams",
     "examine",
+    "flush_aged",
+    "library_version",
     "open",
     "pack",
     "pending_bytes",
+    "set_gather_age",
     "set_pending_limit",
+    "set_sync_interval",
+    "unsynced_bytes",
 ]

@@ -120,12 +120,12 @@ class _Examiner:
             self._add("header-cut-off", 0, lambda: has)
             return
         if header.size == 0:
-            self._add("header-size-zero", 8, lambda: "the size is given as 0")
+            self._add("header-size-zero", 8, lambda: "the size in the header is 0")
         if header.must_be_zero != 0:
-            word = f"a word that has to be 0 is {header.must_be_zero}"
+            word = f"the word that must be 0 is {header.must_be_zero}"
             self._add("header-word-not-zero", 12, lambda: word)
         if header.entry_count == 0:
-            self._add("header-no-entries", 16, lambda: "the number of entries is given as 0")
+            self._add("header-no-entries", 16, lambda: "the number of entries in the header is 0")
         if header.index_type not in (PACKED, CHAINED):
             kind = f"the index type is {header.index_type}, which is neither 0 nor 1"
             self._add("header-index-type", 20, lambda: kind)
@@ -142,10 +142,10 @@ class _Examiner:
         places = self._index.places
         for i, place in enumerate(places):
             if place < HEADER_SIZE:
-                self._add("overlap", place, lambda: f"{self._who(i)} is in the header")
+                self._add("overlap", place, lambda: f"{self._who(i)} overlaps the header")
             if place + ENTRY_SIZE > self._declared:
                 end = f"the {_bytes(self._declared)} that the header gives"
-                self._add("entry-past-size", place, lambda: f"{self._who(i)} reaches past {end}")
+                self._add("entry-past-size", place, lambda: f"{self._who(i)} ends after {end}")
         if isinstance(places, range):
             return
         order = sorted(range(len(places)), key=places.__getitem__)
@@ -161,11 +161,11 @@ class _Examiner:
         read, count = len(self._index), self._header.entry_count
         following = f"entry {read + 1} of {count}"
         if end is EndOfWalk.CUT_OFF:
-            self._add("entry-past-end", at, lambda: f"{following} is not in the file as a whole")
+            self._add("entry-past-end", at, lambda: f"{following} is not completely in the file")
         elif end is EndOfWalk.TOO_MANY:
             self._add("too-many-entries", at, lambda: f"{following} is more than a reader keeps")
         elif end is EndOfWalk.CIRCLE:
-            back = f"leads back to the entry at {at}: {read} of {count} entries can be reached"
+            back = f"points back to the entry at {at}: {read} of {count} entries can be reached"
             place = self._index.places[read - 1]
             self._add("chain-circle", place, lambda: f"{self._who(read - 1)} {back}")
 
@@ -187,11 +187,11 @@ class _Examiner:
         at, length = entry.offset, int(self._lengths[i])
         there = max(self._size - at, 0)
         if entry.tag == CONF_TAG and there < CONF_SIZE:
-            has = f"of the {CONF_SIZE} bytes of its header {there} are in the file"
+            has = f"the file has {there} of the {CONF_SIZE} bytes of its header"
             message = f"{has}; a reader stops here"
             self._add("conf-header-cut-off", at, lambda: f"{self._who(i)}: {message}")
         if at > self._declared or at > self._size:
-            end = "of the file" if at > self._size else "that the header gives"
+            end = "of the file" if at > self._size else "given in the header"
             past = f"has its data at {at}, past the end {end}"
             self._add("data-past-end", place, lambda: f"{self._who(i)} {past}")
         elif there < length:
@@ -208,15 +208,15 @@ class _Examiner:
                 above = bisect_right(self._places, at)
                 in_entry = above > 0 and at - self._places[above - 1] < ENTRY_SIZE
                 if in_entry or at < HEADER_SIZE:
-                    where = "index" if in_entry else "header"
-                    self._add("overlap", at, lambda: f"{self._who(i)} has its data in the {where}")
+                    where = "has its data inside the " + ("index" if in_entry else "header")
+                    self._add("overlap", at, lambda: f"{self._who(i)} {where}")
                 if before >= 0 and self._starts[before] == at and at < end:
                     both = (i, before)
                     self._add("overlap", at, lambda: self._same_start(*both))
             before = i
 
     def _same_start(self, i: int, before: int) -> str:
-        return f"{self._who(i)} begins at the same byte as {self._who(before)}"
+        return f"{self._who(i)} starts at the same byte as {self._who(before)}"
 
     def _examine_lengths(self) -> None:
         """Compares the noted lengths with the extents.
@@ -228,6 +228,8 @@ class _Examiner:
         notes = [(i, *pair) for i, pair in enumerate(both) if pair[0] != 0 or pair[1] == 0]
         if notes and all(noted > extent for _, noted, extent in notes):
             message = f"none of the {len(notes):,} noted lengths fits"
+            if len(notes) == 1:
+                message = "the only noted length does not fit"
             self._add("noted-lengths", HEADER_SIZE, lambda: message)
             return
         for i, noted, extent in notes:
@@ -236,13 +238,14 @@ class _Examiner:
 
     def _examine_length(self, i: int, noted: int, extent: int) -> None:
         at = self._starts[i]
+        but = f"has a noted length of {_bytes(noted)}, but"
         if noted < extent:
-            why = f"is noted with {_bytes(noted)}, but nothing else begins before {extent:,}"
+            why = f"{but} nothing else begins before {extent:,}"
             self._add("longer-than-noted", at + noted, lambda: f"{self._who(i)} {why}")
         elif noted > extent:
             inside = at + extent < self._declared
             what = "something else begins" if inside else "the container ends"
-            why = f"is noted with {_bytes(noted)}, but {what} after {extent:,}"
+            why = f"{but} {what} after {extent:,}"
             code = "overlap" if inside else "shorter-than-noted"
             self._add(code, at + extent, lambda: f"{self._who(i)} {why}")
 
@@ -259,5 +262,5 @@ class _Examiner:
             end = min(begin, self._declared)
             if end > covered:
                 count = end - covered
-                self._add("gap", covered, lambda: f"{_bytes(count)} belong to nothing")
+                self._add("gap", covered, lambda: f"{_bytes(count)} are not used")
             covered = max(covered, begin + size)

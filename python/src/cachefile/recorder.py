@@ -1,207 +1,23 @@
-"""Records with the installed library, through its C interface.
-
-The library is searched where the system searches for libraries. The environment variable
-CACHEFILE_LIBRARY selects another file.
-"""
+"""Records with the installed library. ``library`` says how it is found."""
 
 from __future__ import annotations
 
 import asyncio
 import ctypes
-import ctypes.util
-import functools
 import os
-import sys
 import threading
 from types import TracebackType
-from typing import Any, Dict, List, Optional, Set, Tuple, Type, Union
+from typing import Any, Callable, ClassVar, Deque, Dict, List, Optional, Set, Type, Union
 
-from .errors import CacheFileError, Code
+from . import library
+from .errors import Code
 from .layout import stream_file_name, stream_name
+from .recorded import RecordedStream, RecordingError, check
 
 _ASYNC = 1
-_END = 0xFFFFFFFF
 _MOST = 0xFFFFFFFF
 _POLL_SECONDS = 0.005
-_PART = 32_768
 _OPERATIONS = {1: "open", 2: "close", 3: "read", 4: "write"}
-_ON_STATUS = ctypes.CFUNCTYPE(None, ctypes.c_void_p, ctypes.c_int32, ctypes.c_int32)
-
-
-class _Callbacks(ctypes.Structure):
-    _fields_ = [
-        ("struct_size", ctypes.c_size_t),
-        ("user", ctypes.c_void_p),
-        ("on_status", _ON_STATUS),
-        ("on_data", ctypes.c_void_p),
-    ]
-
-
-class RecordingError(CacheFileError):
-    """A recording failed. ``lost`` counts bytes that a call had accepted and that were lost."""
-
-    def __init__(self, code: int, message: str, lost: int = 0) -> None:
-        super().__init__(code, message)
-        self.lost = lost
-
-    def __reduce__(self) -> "Tuple[object, ...]":
-        return type(self), (int(self.code), self.args[0], self.lost)
-
-
-_SIGNATURES: Dict[str, Tuple[Any, List[Any]]] = {
-    "version": (ctypes.c_char_p, []),
-    "result_text": (ctypes.c_char_p, [ctypes.c_int32]),
-    "lost_bytes": (ctypes.c_uint64, []),
-    "pending_bytes": (ctypes.c_uint64, []),
-    "set_pending_limit": (None, [ctypes.c_uint64]),
-    "shutdown": (ctypes.c_int32, []),
-    "caller_attach": (ctypes.c_int32, []),
-    "caller_detach": (ctypes.c_int32, []),
-    "caller_run_pending": (ctypes.c_int32, [ctypes.POINTER(ctypes.c_uint32)]),
-    "caller_wait_and_run": (ctypes.c_int32, [ctypes.c_uint32, ctypes.POINTER(ctypes.c_uint32)]),
-    "caller_get_descriptor": (ctypes.c_int32, [ctypes.POINTER(ctypes.c_int)]),
-    "writer_create": (
-        ctypes.c_int32,
-        [
-            ctypes.c_uint32,
-            ctypes.c_uint32,
-            ctypes.POINTER(_Callbacks),
-            ctypes.POINTER(ctypes.c_void_p),
-        ],
-    ),
-    "writer_destroy": (None, [ctypes.c_void_p]),
-    "writer_set_dir": (ctypes.c_int32, [ctypes.c_void_p, ctypes.c_char_p]),
-    "writer_open": (
-        ctypes.c_int32,
-        [ctypes.c_void_p, ctypes.c_char_p, ctypes.POINTER(ctypes.c_uint32)],
-    ),
-    "writer_write": (
-        ctypes.c_int32,
-        [ctypes.c_void_p, ctypes.c_uint32, ctypes.c_void_p, ctypes.c_uint32, ctypes.c_uint32],
-    ),
-    "writer_flush": (ctypes.c_int32, [ctypes.c_void_p, ctypes.c_uint32]),
-    "writer_close": (ctypes.c_int32, [ctypes.c_void_p, ctypes.c_uint32]),
-}
-
-
-@functools.lru_cache(maxsize=1)
-def _library() -> Any:
-    name = os.environ.get("CACHEFILE_LIBRARY") or ctypes.util.find_library("cachefile")
-    if not name:
-        name = "cachefile.dll" if sys.platform == "win32" else "libcachefile.so.1"
-    try:
-        library = ctypes.CDLL(name)
-        for function, (result, arguments) in _SIGNATURES.items():
-            found = getattr(library, "cachefile_" + function)
-            found.restype, found.argtypes = result, arguments
-    except (OSError, AttributeError) as error:
-        raise CacheFileError(Code.NOT_FOUND, f"cannot use the library: {error}") from None
-    return library
-
-
-def library_version() -> str:
-    """The version of the library that the recorder uses."""
-    return str(_library().cachefile_version().decode())
-
-
-def pending_bytes() -> int:
-    """Returns how many bytes of asynchronous recorders are accepted and not yet written."""
-    return int(_library().cachefile_pending_bytes())
-
-
-def set_pending_limit(count: Optional[int]) -> None:
-    """Limits the pending bytes of the process. None means no limit; the minimum is 65,536.
-
-    An append that would exceed the limit raises CacheFileError with TRY_AGAIN and writes nothing.
-    """
-    _library().cachefile_set_pending_limit((1 << 64) - 1 if count is None else count)
-
-
-def _check(result: int, what: str) -> None:
-    if result != Code.OK:
-        text = _library().cachefile_result_text(result).decode()
-        raise RecordingError(result, f"{what}: {text}")
-
-
-def _address(data: Any) -> Tuple[Any, int, Any]:
-    """Returns the address and length of a bytes-like object, and an object that keeps it alive.
-
-    Memory that is read-only or not contiguous is copied.
-    """
-    if isinstance(data, bytes):
-        return ctypes.cast(ctypes.c_char_p(data), ctypes.c_void_p), len(data), data
-    view = memoryview(data)
-    if view.readonly or not view.c_contiguous:
-        copy = view.tobytes()
-        return ctypes.cast(ctypes.c_char_p(copy), ctypes.c_void_p), len(copy), copy
-    if view.nbytes == 0:
-        return None, 0, view
-    memory = (ctypes.c_char * view.nbytes).from_buffer(view)
-    return ctypes.cast(memory, ctypes.c_void_p), view.nbytes, memory
-
-
-class RecordedStream:
-    """A stream that is being recorded. ``Recorder.open`` returns it."""
-
-    def __init__(self, recorder: "Recorder", name: str, file: int) -> None:
-        self._recorder = recorder
-        self.name = name  #: TYPE:ID:KIND
-        self._file = file
-
-    def append(self, data: "Union[bytes, bytearray, memoryview]") -> None:
-        """Writes bytes at the end. The library gathers small pieces into blocks of 32 KiB."""
-        self.write(data, _END)
-
-    def write(self, data: "Union[bytes, bytearray, memoryview]", offset: int) -> None:
-        """Writes bytes at an offset below 2^31."""
-        recorder, lib = self._recorder, self._recorder._enter()
-        address, length, memory = _address(data)
-        if length > _MOST or not 0 <= offset <= _END:
-            raise RecordingError(Code.INVALID_ARG, f"write {self.name}: out of range")
-        result = lib.cachefile_writer_write(recorder._writer, self._file, address, length, offset)
-        del memory
-        _check(result, f"write {self.name}")
-
-    async def send(self, data: "Union[bytes, bytearray, memoryview]") -> None:
-        """Appends, and waits while the limit of pending bytes is reached.
-
-        It appends in parts of 32 KiB, because these fit under any limit. Only one coroutine at a
-        time may send to a stream; otherwise their parts would be mixed.
-        """
-        view = memoryview(data).cast("B")
-        for begin in range(0, len(view), _PART):
-            while not self._try_append(view[begin : begin + _PART]):
-                await asyncio.sleep(_POLL_SECONDS)
-
-    def _try_append(self, data: memoryview) -> bool:
-        try:
-            self.append(data)
-            return True
-        except CacheFileError as error:
-            if error.code != Code.TRY_AGAIN:
-                raise
-            return False
-
-    def flush(self) -> None:
-        """Writes the gathered bytes. Raises failures that the worker has reported."""
-        lib = self._recorder._enter()
-        lib.cachefile_writer_flush(self._recorder._writer, self._file)
-        self._recorder.check()
-
-    def close(self) -> None:
-        """Writes the gathered bytes and closes the file. Closing twice has no effect."""
-        file, self._file = self._file, 0
-        if file:
-            self._recorder._streams.pop(file, None)
-            lib = self._recorder._enter()
-            result = lib.cachefile_writer_close(self._recorder._writer, file)
-            _check(result, f"close {self.name}")
-
-    def __enter__(self) -> "RecordedStream":
-        return self
-
-    def __exit__(self, *_: object) -> None:
-        self.close()
 
 
 class Recorder:
@@ -216,12 +32,13 @@ class Recorder:
     counts lost bytes for the whole process.
     """
 
-    _open: "Set[Recorder]" = set()  # keeps the callbacks alive while the library may call them
+    _open: "ClassVar[Set[Recorder]]" = set()  # keeps the callbacks alive while they may be called
+    _waiting: "ClassVar[List[asyncio.Future[None]]]" = []  # for results, or for room to append
 
     def __init__(
         self, directory: "Union[str, os.PathLike[str]]", *, asynchronous: bool = False
     ) -> None:
-        self._lib = _library()
+        self._lib = library.load()
         self._thread = threading.get_ident()
         self._asynchronous = asynchronous
         self._failures: List[RecordingError] = []
@@ -229,10 +46,15 @@ class Recorder:
         self._loop: Optional[asyncio.AbstractEventLoop] = None
         self._writer: Optional[ctypes.c_void_p] = None
         self._lost_before = self._lost()
-        self._on_status = _ON_STATUS(self._take_status)
+        self._syncs: Dict[int, Deque[List[int]]] = {}  # by file, in the order of the calls
+        self._low_space: Optional[Callable[[int], None]] = None
+        self._on_status = library.ON_STATUS(self._take_status)
+        self._on_synced = library.ON_SYNCED(self._take_synced)
+        self._on_low_space = library.ON_LOW_SPACE(self._take_low_space)
         self.directory = os.fspath(directory)
         if asynchronous:
-            _check(self._lib.cachefile_caller_attach(), "attach")
+            check(self._lib.cachefile_caller_attach(), "attach")
+            self._lib.cachefile_set_room_wake_up(1)
         try:
             self._create()
         except BaseException:
@@ -241,19 +63,28 @@ class Recorder:
         Recorder._open.add(self)
 
     def _create(self) -> None:
-        callbacks = _Callbacks(ctypes.sizeof(_Callbacks), None, self._on_status, None)
+        callbacks = library.Callbacks(ctypes.sizeof(library.Callbacks), None, self._on_status, None)
         writer = ctypes.c_void_p()
         flags = _ASYNC if self._asynchronous else 0
         result = self._lib.cachefile_writer_create(
             0, flags, ctypes.byref(callbacks), ctypes.byref(writer)
         )
-        _check(result, "create")
+        check(result, "create")
         self._writer = writer
         path = os.fsencode(os.path.join(os.path.abspath(self.directory), ""))
         result = self._lib.cachefile_writer_set_dir(writer, path)
+        if result == Code.OK:
+            result = self._set_safety(0)
         if result != Code.OK:
             self._lib.cachefile_writer_destroy(writer)
-        _check(result, self.directory)
+        check(result, self.directory)
+
+    def _set_safety(self, mark: int) -> int:
+        return int(
+            self._lib.cachefile_writer_set_safety(
+                self._writer, self._on_synced, self._on_low_space, mark, None
+            )
+        )
 
     def open(
         self, data_type: int, stream_id: int, kind: int, *, overwrite: bool = False
@@ -266,22 +97,76 @@ class Recorder:
         file = ctypes.c_uint32()
         result = lib.cachefile_writer_open(self._writer, file_name.encode(), ctypes.byref(file))
         name = stream_name(data_type, stream_id, kind)
-        _check(result, f"open {name}")
+        check(result, f"open {name}")
         stream = RecordedStream(self, name, file.value)
         self._streams[file.value] = stream
         return stream
 
+    def set_pending_limit(self, count: Optional[int]) -> None:
+        """Limits the pending bytes of this recorder, as ``cachefile.set_pending_limit``."""
+        word = library.limit_word(count)
+        check(self._enter().cachefile_writer_set_pending_limit(self._writer, word), "limit")
+
+    def set_low_space(self, mark: int, callback: Optional[Callable[[int], None]]) -> None:
+        """Calls callback with the free bytes when fewer than mark are left on the file system.
+
+        It is called once until there is more space again, from a write in synchronous mode and
+        with the results otherwise. The space is looked at when something is written, at most once a
+        second. A mark of 0 ends it. An exception of callback goes to ``sys.unraisablehook``.
+        """
+        self._enter()
+        word = library.limit_word(mark)
+        self._low_space = callback
+        check(self._set_safety(word), "low space")
+
     def fileno(self) -> int:
         """Returns a descriptor that is readable while results are pending; then call ``run``."""
         descriptor = ctypes.c_int(-1)
-        _check(self._enter().cachefile_caller_get_descriptor(ctypes.byref(descriptor)), "descriptor")
+        result = self._enter().cachefile_caller_get_descriptor(ctypes.byref(descriptor))
+        check(result, "descriptor")
         return descriptor.value
 
     def run(self) -> int:
         """Receives the pending results and returns their number."""
+        self._enter()
+        return self._run()
+
+    def wait(self, seconds: float = 3600) -> int:
+        """Waits for results, or for room after a refused append, and returns the number of results.
+
+        For asynchronous recorders that no event loop serves.
+        """
         count = ctypes.c_uint32()
-        self._enter().cachefile_caller_run_pending(ctypes.byref(count))
+        milliseconds = min(max(0, round(seconds * 1000)), _MOST)
+        result = self._enter().cachefile_caller_wait_and_run(milliseconds, ctypes.byref(count))
+        self._wake_waiting()
+        check(result, "wait")
         return count.value
+
+    @classmethod
+    def _run(cls) -> int:
+        count = ctypes.c_uint32()
+        library.load().cachefile_caller_run_pending(ctypes.byref(count))
+        cls._wake_waiting()
+        return count.value
+
+    @classmethod
+    def _wake_waiting(cls) -> None:
+        waiting, cls._waiting = cls._waiting, []
+        for future in waiting:
+            if not future.done():
+                future.set_result(None)
+
+    async def _wake_up(self) -> None:
+        """Returns after the next run of the results. The caller then looks whether it can go on."""
+        self._enter()
+        if self._loop is None:
+            await asyncio.sleep(_POLL_SECONDS)
+            self.run()
+        else:
+            future = self._loop.create_future()
+            Recorder._waiting.append(future)
+            await future
 
     def check(self) -> None:
         """Raises the first failure that the worker has reported, or an error if bytes were lost."""
@@ -310,7 +195,7 @@ class Recorder:
         if sum(one._asynchronous for one in Recorder._open) == 1:
             self._lib.cachefile_shutdown()
             return
-        while pending_bytes() > 0:
+        while library.pending_bytes() > 0:
             self._lib.cachefile_caller_wait_and_run(int(_POLL_SECONDS * 1000), None)
 
     def _close_streams(self) -> List[RecordingError]:
@@ -323,17 +208,20 @@ class Recorder:
         return failures
 
     def _release(self) -> None:
-        if self._loop is not None:
+        Recorder._open.discard(self)
+        if self._loop is not None and all(one._loop is None for one in Recorder._open):
             self._loop.remove_reader(self.fileno())
-            self._loop = None
+        self._loop = None
         writer, self._writer = self._writer, None
         self._lib.cachefile_writer_destroy(writer)
-        Recorder._open.discard(self)
         self._detach()
+        self._wake_waiting()  # they find the recorder closed
 
     def _detach(self) -> None:
         if self._asynchronous:
             self._lib.cachefile_caller_detach()
+            if not any(one._asynchronous for one in Recorder._open):
+                self._lib.cachefile_set_room_wake_up(0)
 
     def _enter(self) -> Any:
         if self._writer is None or threading.get_ident() != self._thread:
@@ -350,9 +238,16 @@ class Recorder:
 
     def _take_status(self, _user: object, operation: int, result: int) -> None:
         if result != Code.OK:
-            text = self._lib.cachefile_result_text(result).decode()
+            text = library.result_text(result)
             what = _OPERATIONS.get(operation, str(operation))
             self._failures.append(RecordingError(result, f"{what} in {self.directory}: {text}"))
+
+    def _take_synced(self, _user: object, file: int, result: int) -> None:
+        self._syncs[file].popleft().append(result)
+
+    def _take_low_space(self, _user: object, free: int) -> None:
+        if self._low_space is not None:
+            self._low_space(free)
 
     def __enter__(self) -> "Recorder":
         return self
@@ -370,8 +265,10 @@ class Recorder:
                 raise  # otherwise the exception of the body is more important
 
     async def __aenter__(self) -> "Recorder":
-        self._loop = asyncio.get_running_loop()
-        self._loop.add_reader(self.fileno(), self.run)
+        loop = asyncio.get_running_loop()
+        if all(one._loop is None for one in Recorder._open):
+            loop.add_reader(self.fileno(), Recorder._run)  # all recorders share the descriptor
+        self._loop = loop
         return self
 
     async def __aexit__(
@@ -381,7 +278,7 @@ class Recorder:
         trace: Optional[TracebackType],
     ) -> None:
         failures = self._close_streams()
-        while pending_bytes() > 0:
+        while library.pending_bytes() > 0:
             await asyncio.sleep(_POLL_SECONDS)
         self._failures += failures
         self.__exit__(kind, error, trace)

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import io
 import os
-from typing import BinaryIO, Iterable, List, NamedTuple, Optional, Tuple, Union
+from typing import BinaryIO, Callable, Iterable, Iterator, List, NamedTuple, Optional, Tuple, Union
 
 from .errors import CacheFileError, Code
 from .layout import (
@@ -26,6 +26,7 @@ from .recording import Stream
 _BLOCK = 1 << 20
 _MOST_PARTIALS = 1000
 
+Progress = Callable[[int, int], object]
 Data = Union[bytes, bytearray, memoryview, "os.PathLike[str]"]
 
 
@@ -55,6 +56,7 @@ def pack(
     index_type: int = PACKED,
     file_version: Optional[int] = None,
     time_stamp: Optional[int] = None,
+    progress: Optional[Progress] = None,
 ) -> None:
     """Writes a container with these streams, in their order, to path. An existing file is replaced.
 
@@ -63,7 +65,9 @@ def pack(
 
     file_version and time_stamp are set in the header of the conf stream (100:100:2), which is added
     at the end if it is missing. If only one of them is given, the other is 0. The file gets its
-    final name after all of it is on the disk.
+    final name after all of it is on the disk. progress is called after each block of
+    at most 1 MiB, with the number of bytes written so far and of all bytes of the streams. An
+    exception that it raises cancels the call: nothing is left, and an existing file stays.
 
     Raises CacheFileError with one of these codes. INVALID_ARG: a container cannot hold such a
     stream, a stream is given twice, a conf stream is shorter than its header, or the container
@@ -86,8 +90,12 @@ def pack(
     name = os.fspath(path)
     with _PartialFile(name) as partial:
         partial.file.write(index)
+        total, done = sum(item.size for item in items), 0
         for item in items:
-            _write_data(partial.file, item, words if with_header else None)
+            for count in _write_data(partial.file, item, words if with_header else None):
+                done += count
+                if progress is not None:
+                    progress(done, total)
         partial.finish()
 
 
@@ -155,7 +163,10 @@ def _lay_out(items: "List[_Item]", index_type: int) -> bytes:
     return b"".join(parts)
 
 
-def _write_data(file: BinaryIO, item: _Item, words: Optional[Tuple[bytes, bytes]]) -> None:
+def _write_data(
+    file: BinaryIO, item: _Item, words: Optional[Tuple[bytes, bytes]]
+) -> Iterator[int]:
+    """Writes block by block, and yields the size of each."""
     with _reader(item) as reader:
         done = 0
         while done < item.size:
@@ -166,6 +177,7 @@ def _write_data(file: BinaryIO, item: _Item, words: Optional[Tuple[bytes, bytes]
                 block = block[:8] + words[0] + block[12:52] + words[1] + block[56:]
             file.write(block)
             done += len(block)
+            yield len(block)
         if reader.read(1):
             raise CacheFileError(Code.FAILED, f"the source of {item.name} has grown")
 
