@@ -8,6 +8,8 @@
 #include "fileop/SpaceWatch.h"
 #include "platform/CmEvent.h"
 
+constexpr CmInt32 c_lPostOption = 1;  ///< of all events that the library posts
+
 /// The events of the proxy. Requests run on the R/W thread, hold a reference to the proxy and call
 /// its operations. Results run on the caller thread and hold a reference to the receiving handler.
 /// Each event owns its data, except CSyncReadEvent, whose caller waits.

@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr CmInt32 c_lPostOption = 1;
-
 constexpr char c_szThreads[] = "m_pRWThread && m_pCallerThread";
 constexpr char c_szFile[] = "m_pFileOp.Get( )";
 

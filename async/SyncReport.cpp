@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr CmInt32 c_lPostOption = 1;
-
 /// Reports on the R/W thread. Freeing the event may release the last reference to the handler
 /// there.
 class CSyncReportEvent final : public ICmEvent {
