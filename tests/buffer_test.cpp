@@ -53,21 +53,21 @@ TEST_F(Buffer, AFailedAppendIsReturnedOrCountedAsLost) {
     };
     Append("1234");
     EXPECT_EQ(Append("567890"), 4003);
-    EXPECT_EQ(aLost.Take(), 4U) << "the failing call's own bytes are its caller's";
+    EXPECT_EQ(aLost.Take(), 4U) << "the bytes of the failed call itself are not counted";
     EXPECT_EQ(aTrace.TakeErrors(), "");
     Append("123");
-    EXPECT_EQ(pTop->WriteData("at", 5), 0) << "the positioned write's own result";
+    EXPECT_EQ(pTop->WriteData("at", 5), 0) << "the result of the positioned write";
     EXPECT_EQ(aLost.Take(), 3U);
     EXPECT_EQ(aTrace.TakeErrors(), "CBufferDecorate::WriteData->Write buffer data error this=*\n");
     Append("12");
     pTop->Flush();
     EXPECT_EQ(aLost.Take(), 2U);
     Append("1");
-    EXPECT_EQ(pTop->Close(), 4006) << "what the close below gives";
+    EXPECT_EQ(pTop->Close(), 4006) << "the result of the next link's Close";
     EXPECT_EQ(aLost.Take(), 1U);
     EXPECT_EQ(aTrace.TakeErrors(), "");
     EXPECT_EQ(Below(),
               "Write 1234567890@end\nWrite 123@end\nWrite at@5\nWrite 12@end\nFlush\n"
               "Write 1@end\nFlush\nClose\n")
-        << "nothing is tried twice";
+        << "failed writes are not repeated";
 }

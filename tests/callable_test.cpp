@@ -18,7 +18,7 @@ TEST(Callable, ReplacingASinkWaitsForCallsOfAllEarlierSinks) {
     aInside.Wait();
     std::thread aSetting([&] {
         pTrace->SetSink({});
-        EXPECT_TRUE(bEnded) << "what the first sink uses may be gone now";
+        EXPECT_TRUE(bEnded) << "after SetSink the first sink is no longer used";
     });
     aGo.Raise();
     aSetting.join();

@@ -174,7 +174,7 @@ TEST_P(CInterface, WritesAndPlaysRecordFiles) {
     char aBuffer[8] = "-------";
     ASSERT_EQ(cachefile_player_read(pPlayer, &m_info, aBuffer, 1, 7, nullptr), 0);
     EXPECT_EQ(m_host.Settle(), "Data 4 ello");
-    EXPECT_STREQ(aBuffer, "ello---") << "what was read comes in the host's buffer, and no more";
+    EXPECT_STREQ(aBuffer, "ello---") << "only the bytes read are written into the buffer";
     ASSERT_EQ(cachefile_player_read_alloc(pPlayer, &m_info, 0, 5, &m_host.s_handedOut), 0);
     EXPECT_EQ(m_host.Settle(), "Data 5 hello");
     std::uint32_t dwRead = 0;
@@ -484,7 +484,7 @@ TEST_P(CInterface, TheSizeOfAStructSelectsItsKnownFields) {
     ASSERT_EQ(cachefile_index_create(&pIndex), 0);
     EXPECT_EQ(cachefile_index_get_header(pIndex, &aHeader.aKnown), 0);
     EXPECT_EQ(aHeader.aKnown.index_type, 0U);
-    EXPECT_EQ(aHeader.qwMore, 5U) << "outside of the size that the host gave";
+    EXPECT_EQ(aHeader.qwMore, 5U) << "after the size that the host passed";
     aHeader.aKnown.struct_size = sizeof aHeader;
     EXPECT_EQ(cachefile_index_get_header(pIndex, &aHeader.aKnown), 0);
     EXPECT_EQ(aHeader.aKnown.struct_size, sizeof aHeader);

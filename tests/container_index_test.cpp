@@ -64,7 +64,7 @@ TEST_F(Index, AForwardWalkReadsTheFileInBlocks) {
     EXPECT_EQ(Entry(aReader, 0xFFFFFFFF), "");
     EXPECT_EQ(CountReads(), 2U);
     for (const std::uint64_t qwFar : {0x100000000U, 0x100000018U, 0xFFFFFFFFFFFFFFE0U})
-        EXPECT_EQ(Entry(aReader, qwFar), "") << "counts as nothing read";
+        EXPECT_EQ(Entry(aReader, qwFar), "") << "no bytes, without a read";
     EXPECT_EQ(CountReads(), 0U);
 }
 

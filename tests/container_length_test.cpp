@@ -26,11 +26,11 @@ TEST_P(Length, AFailureReturnsItsReason) {
     ASSERT_EQ(aPlayer.Open("c"), 0);
     EXPECT_EQ(LengthOf(aPlayer, DescriberOf(268, 1, 0)), -4009);
     WriteBytes("c", strBytes.substr(0, 30));
-    EXPECT_EQ(LengthOf(aPlayer, aDescriber), -4002) << "it changed meanwhile";
+    EXPECT_EQ(LengthOf(aPlayer, aDescriber), -4002) << "the file has become shorter";
     WriteBytes("c", strBytes);
     EXPECT_EQ(LengthOf(aPlayer, aDescriber), 40);
     WriteBytes("c", "");
-    EXPECT_EQ(LengthOf(aPlayer, aDescriber), 40) << "found once";
+    EXPECT_EQ(LengthOf(aPlayer, aDescriber), 40) << "the lengths are computed only once";
     WriteBytes("c", strBytes);
     aPlayer->CloseAllRecordFiles();
     EXPECT_EQ(LengthOf(aPlayer, aDescriber), -4007);

@@ -42,7 +42,7 @@ TEST_F(Writer, RefusesWhatTheFormatCannotHold) {
                                      " DataType=" + std::to_string(a.wDataType) +
                                      " FileType=" + std::to_string(a.byFileType) + " this=*\n";
         EXPECT_EQ(Add(a, "x"), bGood ? 0 : 4009);
-        EXPECT_EQ(m_writer.AddStreamFile(a, ".\\any"), 4009) << "there already, or never there";
+        EXPECT_EQ(m_writer.AddStreamFile(a, ".\\any"), 4009) << "added already, or without a tag";
         const std::string strTwice = "CContainerWriter::AddStream->Stream added twice" + strNamed;
         const std::string strNoTag = "CContainerWriter::AddStream->No tag for" + strNamed;
         EXPECT_EQ(m_trace.TakeErrors(), bGood ? strTwice : strNoTag + strNoTag);
@@ -54,8 +54,8 @@ TEST_F(Writer, RefusesWhatTheFormatCannotHold) {
         EXPECT_EQ(m_trace.TakeErrors(),
                   "CContainerWriter::AddStream->Unknown tag=" + std::to_string(wTag) + " this=*\n");
     }
-    EXPECT_EQ(m_writer.AddTagStream(258, 1 + 0x20000000, 0, aByte, 1), 4009) << "1008 once more";
-    EXPECT_EQ(m_writer.AddTagStream(284, 77, 0, aByte, 1), 4009) << "102 once more";
+    EXPECT_EQ(m_writer.AddTagStream(258, 1 + 0x20000000, 0, aByte, 1), 4009) << "the id 1008 again";
+    EXPECT_EQ(m_writer.AddTagStream(284, 77, 0, aByte, 1), 4009) << "the id 102 again";
     EXPECT_EQ(m_writer.AddTagStream(256, 1, 0, nullptr, 1), 4009);
     EXPECT_EQ(m_writer.AddTagStreamFile(256, 1, 0, ""), 4009);
     EXPECT_EQ(m_writer.SetIndexType(2), 4009);
@@ -63,7 +63,7 @@ TEST_F(Writer, RefusesWhatTheFormatCannotHold) {
 
     EXPECT_EQ(m_writer.Write(".\\c"), 0);
     EXPECT_EQ(Streams("c"), testing::PrintToString(vecGood));
-    EXPECT_EQ(Get32(ReadBytes("c"), 20), 0U) << "the index type is the one before";
+    EXPECT_EQ(Get32(ReadBytes("c"), 20), 0U) << "a refused index type changes nothing";
 }
 
 TEST_F(Writer, VersionAndTimeStampAreWrittenIntoTheConfStream) {

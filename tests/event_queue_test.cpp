@@ -88,7 +88,7 @@ TEST_F(EventQueue, ANestedRunContinuesTheOuterRun) {
                      1);
     pHost->PostEvent(Note("b "), 1);
     EXPECT_EQ(Run(), 1U);
-    EXPECT_EQ(m_strFired, "a(b new )") << "what is posted meanwhile waits";
+    EXPECT_EQ(m_strFired, "a(b new )") << "an event that is posted during a run waits";
     EXPECT_EQ(Run(), 1U);
     pHost->PostEvent(Event([]() -> CmInt32 { throw std::runtime_error("a host's own"); }), 1);
     pHost->PostEvent(Note(" rest"), 1);
@@ -123,13 +123,13 @@ TEST_F(EventQueue, OnlyOneThreadIsAttachedAndAttachCallsNest) {
         EXPECT_EQ(Run(), 1U);
     })
         .join();
-    EXPECT_FALSE(pHost->GetEventQueue()) << "the first attachment is over for good";
+    EXPECT_FALSE(pHost->GetEventQueue()) << "the object of the first attachment stays detached";
     ExpectCounts(1, 3);
 }
 
 TEST_F(EventQueue, AThreadObjectLivesWhileItIsReferenced) {
     std::atomic<bool> bEnd{false};
-    std::thread aOnlooker([&] {
+    std::thread aOther([&] {
         while (!bEnd) {
             const CRefPtr<ACmThread> pHost = CCmThreadManager::Instance()->GetThread(3);
             const CRefPtr<ICmEventQueue> pQueue = pHost ? pHost->GetEventQueue() : nullptr;
@@ -152,7 +152,7 @@ TEST_F(EventQueue, AThreadObjectLivesWhileItIsReferenced) {
         aJoining.join();
     }
     bEnd = true;
-    aOnlooker.join();
+    aOther.join();
 }
 
 TEST_F(EventQueue, DetachingTheThreadEndsASend) {

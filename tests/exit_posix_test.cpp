@@ -6,8 +6,8 @@
 #include "async/FileThreadManager.h"
 #include "tests/support/HostTest.h"
 
-// A host that ends in some way, which is a process of its own. It writes .\kvr2\7\a, and exits with
-// 0 unless something of it is used after its end.
+// Each case is a host in a child process, which ends in one way. The host writes .\kvr2\7\a. It
+// exits with 0 unless one of its callbacks is called after its end.
 
 namespace {
 
@@ -150,8 +150,8 @@ INSTANTIATE_TEST_SUITE_P(Host, Exit, testing::ValuesIn(c_aCases),
 
 }  // namespace
 
-/// Asked by the leak sanitizer at the end. What the worker held isn't known to be held in a child,
-/// as the worker isn't there.
+/// The leak sanitizer calls this at the end. In a child it cannot see what the worker references,
+/// because the worker does not exist there.
 extern "C" int __lsan_is_turned_off();
 extern "C" int __lsan_is_turned_off() { return s_bForkedChild; }
 

@@ -25,7 +25,7 @@ int InChild(const std::function<int()>& aChild) {
 }
 
 /// Removes the callables that the child inherited. Returns 0, or the number of the failed call.
-int LetGo() {
+int Detach() {
     if (CCmT120Trace::instance()->SetSink({}) != 0) return 1;
     if (CCmCallerThread::SetWakeUp({}) != 0) return 2;
     return CCmCallerThread::Detach() == 0 ? 0 : 3;
@@ -38,7 +38,7 @@ class Fork : public HostTest {
 
 }  // namespace
 
-/// The child has files of its own in synchronous mode, while those of its parent are due.
+/// The child records its own file, while bytes of its parent are old enough to be flushed.
 TEST_F(Fork, AChildFlushesNothingOfItsParentByAge) {
     CCacheFileManager::SetGatherAge(1);
     const auto growOld = [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); };
@@ -95,7 +95,7 @@ TEST_F(Fork, AChildCanDetachWhileOtherThreadsAreBusy) {
     const auto isEnough = [&] { return std::chrono::steady_clock::now() > aEnough; };
     for (int i = 0; i < 200 && !HasFailure() && !(i >= 20 && isEnough()); ++i) {
         CCmCallerThread::RunPending();
-        EXPECT_EQ(InChild(LetGo), 0) << "fork " << i;
+        EXPECT_EQ(InChild(Detach), 0) << "fork " << i;
     }
     bEnd = true;
     aOther.join();
@@ -112,14 +112,14 @@ TEST_F(Fork, AChildRunsNoEventsOfItsParent) {
     EXPECT_EQ(InChild([] {
                   CmUint32 dwRun = 99;
                   if (CCmCallerThread::RunPending(&dwRun) != 0 || dwRun != 0) return 10;
-                  return LetGo();
+                  return Detach();
               }),
               0)
-        << "what waits is the parent's";
+        << "events of the parent do not run in the child";
     pollfd aPoll{nDescriptor, POLLIN, 0};
-    EXPECT_EQ(::poll(&aPoll, 1, 0), 1) << "and its loop still hears of it";
+    EXPECT_EQ(::poll(&aPoll, 1, 0), 1) << "the descriptor of the parent is still readable";
     std::thread([] {  // the attached thread does not exist in the child
-        EXPECT_EQ(InChild([] { return CCmCallerThread::Attach() == 0 ? LetGo() : 11; }), 0);
+        EXPECT_EQ(InChild([] { return CCmCallerThread::Attach() == 0 ? Detach() : 11; }), 0);
     })
         .join();
     CmUint32 dwRun = 0;

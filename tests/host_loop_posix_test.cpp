@@ -45,7 +45,7 @@ TEST_F(HostLoop, TheWakeUpAndTheDescriptorShowThatResultsWait) {
     EXPECT_THROW(CCmCallerThread::RunPending(), std::runtime_error);
     expect(2, true, "posted, and left by what threw");
     m_attached.reset();
-    EXPECT_EQ(::fcntl(nDescriptor, F_GETFD), -1) << "closed";
+    EXPECT_EQ(::fcntl(nDescriptor, F_GETFD), -1) << "the descriptor is closed";
     EXPECT_EQ(CCmCallerThread::GetWakeDescriptor(nDescriptor), 4010);
     EXPECT_EQ(nDescriptor, -1);
     m_attached.emplace();
@@ -64,17 +64,17 @@ TEST_F(HostLoop, TheWorkerTakesNoSignalsOfTheHost) {
         return RunOn(Worker(), [&] { return blocked(nSignal); });
     };
     EXPECT_EQ(blockedThere(SIGUSR1), 1);
-    EXPECT_EQ(blockedThere(SIGSEGV), 0) << "a fault stays a fault";
-    EXPECT_EQ(blocked(SIGUSR1), 0) << "the host's own mask is as it was";
+    EXPECT_EQ(blockedThere(SIGSEGV), 0) << "signals of faults are not blocked";
+    EXPECT_EQ(blocked(SIGUSR1), 0) << "the mask of the host is unchanged";
     sigset_t aEnding;
     ::sigemptyset(&aEnding);
     for (int nSignal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
-        EXPECT_EQ(blockedThere(nSignal), 0) << "it ends the process";
+        EXPECT_EQ(blockedThere(nSignal), 0) << "signals that end the process are not blocked";
         sigaddset(&aEnding, nSignal);
     }
     CacheFileShutdown();
     ::pthread_sigmask(SIG_BLOCK, &aEnding, nullptr);
     for (int nSignal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT})
-        EXPECT_EQ(blockedThere(nSignal), 1) << "the host waits for it elsewhere";
+        EXPECT_EQ(blockedThere(nSignal), 1) << "unless the host has blocked them";
     ::pthread_sigmask(SIG_UNBLOCK, &aEnding, nullptr);
 }

@@ -134,7 +134,7 @@ INSTANTIATE_BOTH_MODES(Kill);
 
 TEST_P(Kill, TheFileIsAPrefixOfItsStreamAndHoldsWhatWasStored) {
     const CCmString strStream = Pattern(9'000'000);
-    // It lies in memory that outlives the recorder.
+    // In shared memory, so that it can be read after the recorder was killed.
     using Stored = std::atomic<std::size_t>;
     Stored* const pShared = Shared<Stored>(1);
     ASSERT_NE(pShared, nullptr);
@@ -189,7 +189,7 @@ TEST_P(Kill, OfASlowRecorderCostsTheBytesOfTheAge) {
         for (unsigned n = 0; n < c_nTogether; ++n) {
             const Diary& aDiary = pDiaries[n];
             if (aDiary.nBeat == 0 || aDiary.nPause > Ticks(Milliseconds(50))) {
-                ++nPaused;  // by other programs: it says nothing, and is repeated
+                ++nPaused;  // other programs delayed it for too long, so it is repeated
                 continue;
             }
             ++nDone;

@@ -88,5 +88,5 @@ TEST_F(LocalFile, AFailedOpenReturnsItsCode) {
         EXPECT_EQ(pFile->GetFileName(), aCase.strPath);
         EXPECT_EQ(m_trace.TakeErrors(), aCase.strTrace);
     }
-    EXPECT_TRUE(std::filesystem::is_empty(".")) << "nothing is made on the way to a failure";
+    EXPECT_TRUE(std::filesystem::is_empty(".")) << "a failed open creates nothing";
 }

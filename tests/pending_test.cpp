@@ -34,10 +34,10 @@ TEST_F(Pending, BytesArePendingUntilTheWorkerIsDoneWithThem) {
     EXPECT_EQ(m_sink.Take(), "Open 0, Open 4001, Write 4006, Open 0");
     EXPECT_EQ(Waiting(), 0U);
     CacheFileShutdown();
-    EXPECT_EQ(aGood.Write(dwGood, Pattern(40'000)), 4010) << "refused by the ended worker";
+    EXPECT_EQ(aGood.Write(dwGood, Pattern(40'000)), 4010) << "the worker has ended";
     EXPECT_EQ(Waiting(), 0U);
     CCacheFileManager::SetPendingLimit(1);
-    EXPECT_EQ(aGood.Write(dwGood, Pattern(70'000)), 4010) << "which no later try would change";
+    EXPECT_EQ(aGood.Write(dwGood, Pattern(70'000)), 4010) << "a later try cannot succeed";
 }
 
 TEST_F(Pending, ALimitRefusesWholePieces) {
@@ -68,7 +68,7 @@ TEST_F(Pending, ALimitRefusesWholePieces) {
             if (aStep.lResult == 0) Overwrite(strModel, strPiece, aStep.dwOffset);
         }
         EXPECT_EQ(aPlayer.Write(c_aInfo, ConfBytes(1, 2), 0), 4013);
-        EXPECT_EQ(aPlayer->GetCBTimeStamp(), 0U) << "nothing was taken of it";
+        EXPECT_EQ(aPlayer->GetCBTimeStamp(), 0U) << "a refused block is not read";
         Recording aDirect(Sync, nullptr);
         EXPECT_EQ(aDirect.Write(aDirect.Open("sync"), Pattern(100'000)), 0);
         aRecording->FlushData(dwHandle);

@@ -28,9 +28,11 @@ TEST_P(Place, ARelativePathMeansTheDirectoryAtTheCall) {
         fs::current_path(aRoot / "a");
         EXPECT_EQ(aPlayer.OpenFile("played", c_aStream, 1), 0);
         aRecording->SetHomeDir("rec");
-        EXPECT_EQ(aRecording.TryOpen("a"), bAsync ? 0 : 4001) << "the first component is not made";
+        EXPECT_EQ(aRecording.TryOpen("a"), bAsync ? 0 : 4001)
+            << "the first directory is not created";
         aRecording->SetHomeDir("");
-        EXPECT_EQ(aRecording.TryOpen("file.dat"), bAsync ? 0 : 4005) << "the path as it is given";
+        EXPECT_EQ(aRecording.TryOpen("file.dat"), bAsync ? 0 : 4005)
+            << "a path without a directory";
         aRecording->SetHomeDir(strRoot + "\\made");
         EXPECT_EQ(aRecording.TryOpen("absolute"), 0);
         fs::current_path(aRoot);
@@ -45,6 +47,7 @@ TEST_P(Place, ARelativePathMeansTheDirectoryAtTheCall) {
     EXPECT_FALSE(Exists("kvr2"));
     EXPECT_EQ(m_trace.TakeErrors().find("file.dat") != std::string::npos, bAsync);
     if (!bAsync) return;
-    const std::string strTold = m_sink.Take();
-    EXPECT_EQ(strTold.substr(strTold.size() - 36), "Open 0, Open 4001, Open 4005, Open 0");
+    const std::string strCallbacks = m_sink.Take();
+    EXPECT_EQ(strCallbacks.substr(strCallbacks.size() - 36),
+              "Open 0, Open 4001, Open 4005, Open 0");
 }

@@ -19,7 +19,7 @@ TEST(Trace, TheFormatterTakesEveryTypeAndTruncates) {
         char aSmall[10] = "#########";
         Formator(aSmall, dwSize) << "ab" << 1234 << CCmString("c");
         EXPECT_EQ(aSmall, std::string("ab1234c").substr(0, dwSize - 1));
-        EXPECT_EQ(aSmall[dwSize], '#') << "nothing behind the buffer is touched";
+        EXPECT_EQ(aSmall[dwSize], '#') << "no byte after the buffer is changed";
     }
 }
 
@@ -82,6 +82,6 @@ TEST(ByteStream, FieldsAreLittleEndianAndTheFirstFailureSticks) {
     EXPECT_EQ(w, 0x1234);
     EXPECT_EQ(dw, 0xDEADBEEF);
     unsigned char aRest[4] = {};
-    EXPECT_EQ(aBlock.Read(aRest, 3), 0) << "a failed read takes nothing";
+    EXPECT_EQ(aBlock.Read(aRest, 3), 0) << "a failed read consumes nothing";
     EXPECT_EQ(aRest[2], 0x7F);
 }

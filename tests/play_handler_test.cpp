@@ -118,7 +118,7 @@ TEST_P(Play, InvalidCallsForContainersReturnACodeAndAreTraced) {
     EXPECT_EQ(aPlayer->CloseAllRecordFiles(), 0);
     EXPECT_EQ(aPlayer.Read(c_aInfo, 0, 1), 4007);
     EXPECT_EQ(m_trace.TakeErrors(), Assertion(c_strContainer, "m_pFileOp.Get( )"));
-    EXPECT_EQ(aPlayer->GetFileVersion(), 3U) << "headers and tables stay";
+    EXPECT_EQ(aPlayer->GetFileVersion(), 3U) << "the version is kept after the close";
     Settle();
     EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 0" : "");
     const std::string strInfos = m_trace.TakeInfos();
@@ -155,7 +155,7 @@ TEST_P(Play, AContainerThatCannotBeOpenedIsReported) {
                       : strFile +
                             "CDownloadFileHandler::OpenDownloadedFile->Open file error, file=" +
                             strPath + " ret=" + strCode + " this=*\n");
-        EXPECT_EQ(aPlayer.Open("c"), 4008) << "one try is all there is";
+        EXPECT_EQ(aPlayer.Open("c"), 4008) << "a second open is refused";
         EXPECT_EQ(aPlayer.Read(c_aInfo, 0, 1), 4009);
         m_trace.TakeErrors();
     }

@@ -39,14 +39,14 @@ TEST_P(Read, ReturnsAnyRangeOfAContainer) {
         EXPECT_EQ(aPlayer.Read(c_aInfo, aCase.dwOffset, aCase.dwLength, 100),
                   aCase.lpBytes ? 0 : 4009);
         Settle();
-        const std::string strTold = m_sink.Take();
+        const std::string strCallbacks = m_sink.Take();
         if (aCase.lpBytes) {
-            EXPECT_EQ(strTold, "Data " + std::to_string(std::string(aCase.lpBytes).size()));
+            EXPECT_EQ(strCallbacks, "Data " + std::to_string(std::string(aCase.lpBytes).size()));
             EXPECT_EQ(m_sink.m_strData, aCase.lpBytes);
             EXPECT_EQ(m_sink.m_dataInfo.dwDataLen, 99U);
             EXPECT_EQ(m_trace.TakeErrors(), "");
         } else {
-            EXPECT_EQ(strTold, "");
+            EXPECT_EQ(strCallbacks, "");
             EXPECT_EQ(m_trace.TakeErrors(),
                       std::string("CDownloadFileHandler::ReadData->Bad Arg dwOffset=") +
                           aCase.lpShown + " dwLength=" + std::to_string(aCase.dwLength) +
@@ -81,6 +81,6 @@ TEST_P(Read, ReturnsAnyRangeOfARecordFile) {
                 "");
         }
     }
-    EXPECT_EQ(m_sink.Take(), "") << "a synchronous read calls nobody";
+    EXPECT_EQ(m_sink.Take(), "") << "a synchronous read makes no callback";
     EXPECT_EQ(m_trace.TakeErrors(), "");
 }

@@ -30,9 +30,9 @@ class Actor : public IFileOpSink {
     void OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo& aInfo) final;
 
     /// All callbacks have run: none may be missing, unless the handler was destroyed before.
-    void ExpectAnswered() const {
-        EXPECT_TRUE(m_bEnded || m_nOpens == 0) << m_nOpens << " opens without an answer";
-        EXPECT_TRUE(m_bEnded || m_nReads == 0) << m_nReads << " reads without an answer";
+    void ExpectNoneMissing() const {
+        EXPECT_TRUE(m_bEnded || m_nOpens == 0) << m_nOpens << " opens without a callback";
+        EXPECT_TRUE(m_bEnded || m_nReads == 0) << m_nReads << " reads without a callback";
     }
 
  protected:
@@ -74,9 +74,9 @@ class Races : public HostTest {
     const CCmString m_strFixture = Pattern(c_nFixture);
     std::array<std::shared_ptr<Actor>, 8> m_aActors;
     std::vector<std::shared_ptr<Actor>> m_vecEnded;
-    std::map<CCmString, std::size_t> m_mapHanded;  // for each file the number of accepted bytes
-    int m_nInside = 0;                             // callbacks that are running
-    std::uint64_t m_qwAnswers = 0;
+    std::map<CCmString, std::size_t> m_mapAccepted;  // for each file the number of accepted bytes
+    int m_nInside = 0;                               // callbacks that are running
+    std::uint64_t m_qwCallbacks = 0;
 };
 
 void Actor::OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType aOpType,
@@ -100,7 +100,7 @@ void Actor::OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataI
 }
 
 void Actor::ActInside() {
-    ++m_races.m_qwAnswers;
+    ++m_races.m_qwCallbacks;
     if (m_races.m_nInside >= 3 || !m_random.OneIn(4)) return;
     ++m_races.m_nInside;
     SeededRandom aRandom = m_random;  // this object may be destroyed in the meantime
@@ -144,19 +144,19 @@ class RecorderActor final : public Actor {
     using File = std::pair<CmUint32, CCmString>;
 
     void Open() {
-        const CCmString strName = std::to_string(m_races.m_mapHanded.size());
+        const CCmString strName = std::to_string(m_races.m_mapAccepted.size());
         CmUint32 dwHandle = 0;
         if (m_recording->OpenWritingFile(strName, dwHandle) != 0) return;
         if (m_mode == Async) ++m_nOpens;
-        m_races.m_mapHanded[strName] = 0;
+        m_races.m_mapAccepted[strName] = 0;
         m_vecFiles.push_back({dwHandle, strName});
     }
 
     void Write(const File& aFile, unsigned nLength) {
-        std::size_t& nHanded = m_races.m_mapHanded[aFile.second];
-        if (nHanded + nLength > c_nFixture) return;
-        if (m_recording.Write(aFile.first, m_races.m_strFixture.substr(nHanded, nLength)) == 0)
-            nHanded += nLength;
+        std::size_t& nAccepted = m_races.m_mapAccepted[aFile.second];
+        if (nAccepted + nLength > c_nFixture) return;
+        if (m_recording.Write(aFile.first, m_races.m_strFixture.substr(nAccepted, nLength)) == 0)
+            nAccepted += nLength;
     }
 
     const Mode m_mode;
@@ -244,7 +244,7 @@ void Races::FillAndShutDown(SeededRandom& aRandom) {
 
 TEST_F(Races, EveryCallbackComesOnceAndEveryByteIsWrittenOrCounted) {
     std::atomic<bool> bEnd{false};
-    std::thread aOnlooker([&] {  // calls that any thread may make at any time
+    std::thread aOther([&] {  // calls that any thread may make at any time
         std::atomic<unsigned> nLines{0};
         while (!bEnd) {
             CCmT120Trace::instance()->SetSink([&](CmInt32, const char*) { ++nLines; });
@@ -262,7 +262,7 @@ TEST_F(Races, EveryCallbackComesOnceAndEveryByteIsWrittenOrCounted) {
         FillAndShutDown(aRandom);
         for (const auto& pActor : m_aActors)
             if (pActor) m_vecEnded.push_back(pActor);
-        for (const auto& pActor : m_vecEnded) pActor->ExpectAnswered();
+        for (const auto& pActor : m_vecEnded) pActor->ExpectNoneMissing();
         for (const auto& pActor : m_vecEnded) pActor->Destroy();
         CacheFileShutdown();
         EXPECT_EQ(CCacheFileManager::GetPendingBytes(), 0U);
@@ -270,17 +270,17 @@ TEST_F(Races, EveryCallbackComesOnceAndEveryByteIsWrittenOrCounted) {
         m_aActors = {};
     }
     bEnd = true;
-    aOnlooker.join();
+    aOther.join();
 
-    std::uint64_t qwHanded = 0, qwWritten = 0;
-    for (const auto& [strName, nHanded] : m_mapHanded) {
+    std::uint64_t qwAccepted = 0, qwWritten = 0;
+    for (const auto& [strName, nAccepted] : m_mapAccepted) {
         const CCmString strFile = ReadBytes(Recording::PathOf(strName));
         ASSERT_EQ(Difference(strFile, m_strFixture.substr(0, strFile.size())), "") << strName;
-        qwHanded += nHanded;
+        qwAccepted += nAccepted;
         qwWritten += strFile.size();
     }
     const std::uint64_t qwLost = m_lost.Take();
-    EXPECT_EQ(qwHanded, qwWritten + qwLost);
-    std::cout << m_mapHanded.size() << " files, " << qwWritten << " bytes written, " << qwLost
-              << " lost, " << m_qwAnswers << " answers\n";
+    EXPECT_EQ(qwAccepted, qwWritten + qwLost);
+    std::cout << m_mapAccepted.size() << " files, " << qwWritten << " bytes written, " << qwLost
+              << " lost, " << m_qwCallbacks << " callbacks\n";
 }

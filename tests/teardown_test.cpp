@@ -40,7 +40,7 @@ TEST_F(Teardown, PendingReadsAreDeliveredOrFreed) {
     const auto waitForWorker = [] { RunOn(Worker(), nullptr); };
     const struct {
         std::function<void()> whileTheyWait, whenTheyRun, whenTheyHaveRun;
-        const char* lpTold;
+        const char* lpCallbacks;
     } aCases[] = {{nothing, destroy, nothing, ""},
                   {nothing, nothing, nothing, "Data 4, Data 4"},
                   {nothing, waitForWorker, detach, ""},
@@ -58,7 +58,7 @@ TEST_F(Teardown, PendingReadsAreDeliveredOrFreed) {
             aCase.whenTheyRun();
             aCase.whenTheyHaveRun();
             EXPECT_EQ(CacheFileShutdown(), 0);
-            EXPECT_EQ(m_sink.Take(), aCase.lpTold);
+            EXPECT_EQ(m_sink.Take(), aCase.lpCallbacks);
             m_player.reset();
             EXPECT_EQ(pHandler->GetReference(), 1U);
             pHandler->ReleaseReference();
@@ -93,8 +93,8 @@ TEST_F(Teardown, DestroyingADownloadPlayerStopsTheWorkerOfARecording) {
         aPlayer.Destroy();
         ExpectFile("kvr2/7/r", strAll);
         m_trace.TakeErrors();
-        EXPECT_EQ(aRecording.Write(dwHandle, Pattern(32'767)), 0) << "only gathered";
-        EXPECT_EQ(aRecording.Write(dwHandle, "x"), 4010) << "handed down";
+        EXPECT_EQ(aRecording.Write(dwHandle, Pattern(32'767)), 0) << "gathered";
+        EXPECT_EQ(aRecording.Write(dwHandle, "x"), 4010) << "passed to the worker, which has ended";
         EXPECT_EQ(m_lost.Take(), 32'767U);
         EXPECT_EQ(aRecording->CloseFile(dwHandle), 4010);
         const std::string strRefused =

@@ -54,7 +54,7 @@ std::uint64_t FileModel::CountMissing() const {
         const CmUint32 dwHome = it->dwHome / 4 + (dwWord - it->dwFirst);
         if (dwWord >= m_dwNext || (bAppended ? dwWord <= dwLast : nAt != dwHome)) {
             ADD_FAILURE() << m_strPath << " at " << nAt * 4 << ": " << dwWord
-                          << " isn't from there";
+                          << " was not written at this offset";
             break;
         }
         if (bAppended) dwLast = dwWord;
@@ -74,14 +74,16 @@ std::uint64_t FileModel::CountMissing() const {
 
 Session::Session(Mode aMode, std::set<CmInt32> aCodes, bool bCallbacksMayMiss)
     : m_aMode(aMode), m_codes(std::move(aCodes)), m_bCallbacksMayMiss(bCallbacksMayMiss) {
-    Do([] { return CCmT120Trace::instance()->SetSink(ExpectLine); });
+    const CCmT120Trace::Sink aSink(ExpectLine);  // allocates memory of the host
+    const CCmCallerThread::WakeUp aWakeUp([] {});
+    Do([&] { return CCmT120Trace::instance()->SetSink(aSink); });
     Do([] { return CCacheFileManager::Instance().SetTempHomeDir(".\\kvr2"), 0; });
     if (m_aMode == Sync) return;
     Do([] { return CCmCallerThread::Attach(); });
-    Do([] { return CCmCallerThread::SetWakeUp([] {}); });
+    Do([&] { return CCmCallerThread::SetWakeUp(aWakeUp); });
 }
 
-CmInt32 Session::Heard(CmInt32 lResult) {
+CmInt32 Session::Noted(CmInt32 lResult) {
     if (lResult == 0) return lResult;
     const Memory::Scope aOutside(false);
     m_bFailed = true;
@@ -103,13 +105,13 @@ void Session::OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpT
                              CmInt32 aResult) {
     const Memory::Scope aOutside(false);
     ++m_aReports[aOpType];
-    if (Heard(aResult) != 0) ++m_aFailures[aOpType];
+    if (Noted(aResult) != 0) ++m_aFailures[aOpType];
 }
 
 void Session::OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo&) {
     const Memory::Scope aOutside(false);
     const auto it = m_mapReads.find(lpData);
-    ASSERT_NE(it, m_mapReads.end()) << "not asked for, or delivered twice";
+    ASSERT_NE(it, m_mapReads.end()) << "not requested, or delivered twice";
     const Read aRead = std::move(it->second);
     m_mapReads.erase(it);
     const CCmString strBytes(reinterpret_cast<const char*>(lpData), dwLength);
@@ -130,7 +132,7 @@ void Session::Finish(const std::vector<const FileModel*>& vecFiles) {
     std::uint64_t qwMissing = 0;
     for (const FileModel* const pFile : vecFiles) qwMissing += pFile->CountMissing();
     const std::uint64_t qwLost = m_lost.Take();
-    EXPECT_LE(qwMissing, qwLost) << "accepted bytes are missing and nobody knows";
+    EXPECT_LE(qwMissing, qwLost) << "accepted bytes are missing and were not counted as lost";
     EXPECT_EQ(CCacheFileManager::GetPendingBytes(), 0U);
     if (m_codes.empty()) {
         EXPECT_EQ(qwLost, 0U);
@@ -141,6 +143,6 @@ void Session::Finish(const std::vector<const FileModel*>& vecFiles) {
     EXPECT_TRUE(m_mapReads.empty()) << "accepted and never delivered";
     EXPECT_TRUE(m_nShort <= m_aFailures[CCacheFileManager::Op_Read] ||
                 m_aFailures[CCacheFileManager::Op_Open] > 0)
-        << m_nShort << " reads brought less than there is";
-    EXPECT_TRUE(m_nNotWritten == 0 || m_bFailed) << "less than was written, and no word of it";
+        << m_nShort << " reads returned less than the file has";
+    EXPECT_TRUE(m_nNotWritten == 0 || m_bFailed) << "less than was written, without an error";
 }

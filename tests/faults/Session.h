@@ -55,7 +55,7 @@ class Session final : public IFileOpSink {
     auto Do(Call aCall) -> decltype(aCall()) {
         const Memory::Scope aInside(true);
         try {
-            return Heard(aCall());
+            return Noted(aCall());
         } catch (...) {
             return Thrown<decltype(aCall())>();
         }
@@ -95,15 +95,15 @@ class Session final : public IFileOpSink {
         bool bWhole;
     };
 
-    CmInt32 Heard(CmInt32 lResult);
+    CmInt32 Noted(CmInt32 lResult);
     template <class T>
-    T* Heard(T* pObject) {
+    T* Noted(T* pObject) {
         return pObject;
     }
     template <class T>
     T Thrown() {
         const Memory::Scope aOutside(false);
-        ADD_FAILURE() << "something was thrown out of the library";
+        ADD_FAILURE() << "the library threw an exception";
         return T{};
     }
 

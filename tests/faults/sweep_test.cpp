@@ -19,7 +19,7 @@ struct Case {
     const char* lpName;
     void (*pSession)(Session&);
     Mode aMode;
-    const char* lpMeets;  // the calls of the system that it makes, in the order of Faults::Call
+    const char* lpCalls;  // the calls of the system that it makes, in the order of Faults::Call
 
     friend void PrintTo(const Case& aCase, std::ostream* pOut) { *pOut << aCase.lpName; }
 };
@@ -83,15 +83,15 @@ class Sweep : public testing::TestWithParam<Case> {
     /// session with a failure, another session must succeed.
     template <class Arm, class Disarm>
     void SweepAll(const std::set<CmInt32>& aCodes, bool bLowMemory, Arm aArm, Disarm aDisarm) {
-        bool bMet = true;
-        for (int nNth = 1; bMet && !HasFailure(); ++nNth) {
+        bool bFailed = true;
+        for (int nNth = 1; bFailed && !HasFailure(); ++nNth) {
             SCOPED_TRACE(nNth);
             aArm(nNth);
             const std::size_t nLeft = CountLeft(aCodes, bLowMemory);
-            bMet = aDisarm() > 0;
+            bFailed = aDisarm() > 0;
             EXPECT_LE(nLeft, m_nLeft);
-            if (bMet) Run({}, false);
-            m_nSessions += bMet;
+            if (bFailed) Run({}, false);
+            m_nSessions += bFailed;
         }
     }
 
@@ -99,7 +99,7 @@ class Sweep : public testing::TestWithParam<Case> {
         Run({}, false);
         m_nLeft = CountLeft({}, false);  // each ended thread leaves an object
     }
-    void TearDown() override { std::cout << m_nSessions << " sessions met a failure\n"; }
+    void TearDown() override { std::cout << m_nSessions << " sessions with a failure\n"; }
 
     int m_nSessions = 0;  // with a failure
 
@@ -115,7 +115,7 @@ INSTANTIATE_TEST_SUITE_P(Sessions, Sweep, testing::ValuesIn(c_aCases),
 }  // namespace
 
 TEST_P(Sweep, OfSystemCallFailures) {
-    std::string strMet;
+    std::string strCalls;
     for (int nCall = 0; nCall < Faults::Call_Count; ++nCall) {
         const auto aCall = static_cast<Faults::Call>(nCall);
         const int nBefore = m_nSessions;
@@ -128,9 +128,9 @@ TEST_P(Sweep, OfSystemCallFailures) {
                     CodesOf(aCall, nErrno), false,
                     [&](int nNth) { Faults::Arm(aCall, nNth, bForEver, nErrno); }, Faults::Disarm);
             }
-        if (m_nSessions > nBefore) strMet += Faults::NameOf(aCall) + std::string(" ");
+        if (m_nSessions > nBefore) strCalls += Faults::NameOf(aCall) + std::string(" ");
     }
-    EXPECT_EQ(strMet, GetParam().lpMeets) << "the linker leads all of them here";
+    EXPECT_EQ(strCalls, GetParam().lpCalls) << "the calls that are redirected and made";
 }
 
 TEST_P(Sweep, OfAllocationFailures) {
@@ -252,7 +252,7 @@ TEST_P(Fault, APartialAppendIsTruncatedUnlessOthersHaveAppended) {
                 (GetParam() == Sync ? "CWriteFileHandler::WriteData->Write Data error=4003 this=*\n"
                                     : ""));
         ExpectFile(Recording::PathOf(aCase.lpName), aCase.strFile);
-        EXPECT_EQ(aRecording.Write(dwHandle, strBlock), 0) << "tried again";
+        EXPECT_EQ(aRecording.Write(dwHandle, strBlock), 0) << "the next write succeeds";
         EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
         Settle();
         ExpectFile(Recording::PathOf(aCase.lpName), aCase.strFile + strBlock);

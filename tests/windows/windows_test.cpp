@@ -7,7 +7,7 @@
 
 #include "tests/support/Player.h"
 
-// What only this system has: its paths, its sharing, its limits.
+// Tests of the paths, the sharing and the limits of Windows.
 
 namespace {
 
