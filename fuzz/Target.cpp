@@ -4,9 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "tests/support/Containers.h"
+
 namespace {
 
-constexpr std::size_t c_nHeader = 24, c_nEntry = 32, c_nCount = 16;
+constexpr std::size_t c_nCount = 16;  // the offset of the number of entries
 constexpr std::size_t c_nLongest = 1 << 17;
 
 /// Most walks are short, some cross the blocks in which a reader reads the index, a few are
@@ -37,11 +39,7 @@ std::uint64_t ShapeFile(const std::uint8_t* lpBytes, std::size_t dwSize) {
     if (dwSize < c_nHeader) return qwRandom;
     aFile.qwBadFrom = (lpBytes[0] | std::uint64_t{lpBytes[1]} << 8) * 8;
     aFile.qwBadTo = aFile.qwBadFrom + lpBytes[2];
-    CmUint32 dwCount = 0;
-    for (std::size_t i = 4; i-- > 0;) dwCount = dwCount << 8 | lpBytes[c_nCount + i];
-    dwCount = CutCount(dwCount, qwRandom);
-    for (std::size_t i = 0; i < 4; ++i)
-        aFile.strBytes[c_nCount + i] = static_cast<char>(dwCount >> 8 * i);
+    Set32(aFile.strBytes, c_nCount, CutCount(Get32(aFile.strBytes, c_nCount), qwRandom));
     RepeatEntries(aFile.strBytes, lpBytes[4], lpBytes[5]);
     return qwRandom;
 }

@@ -14,7 +14,6 @@ namespace {
 
 constexpr std::size_t c_nStreams = 3;  // the number of streams that are read
 constexpr CmUint32 c_dwEnd = 0xFFFFFFFF;
-constexpr std::size_t c_nBudget = 1048576;
 
 class Sink final : public IFileOpSink {
  public:
@@ -68,9 +67,9 @@ void Run::Open() {
     if (m_reference.bBrokenOff) {
         Require(lResult == 0 || lResult == 4002 || lResult == 4006 || lResult == 4011,
                 "a long walk returns 0, 4002, 4006 or 4011");
-        Require(vecStreams.size() >= vecWanted.size() && vecStreams.size() <= c_nBudget,
+        Require(vecStreams.size() >= vecWanted.size() && vecStreams.size() <= c_dwBudget,
                 "a long walk finds at least the streams of the reference");
-        Require((lResult == 4011) <= (vecStreams.size() == c_nBudget),
+        Require((lResult == 4011) <= (vecStreams.size() == c_dwBudget),
                 "4011 is returned only if the list of streams is full");
     } else {
         Require(lResult == m_reference.lResult, "the open returns the code of the reference");

@@ -78,7 +78,6 @@ class MemoryDisk {
     std::vector<Change> m_vecLog;
     std::function<Fault(const Call&)> m_fault;
     std::chrono::microseconds m_syncDelay{};  ///< the wait before each sync
-    std::uint64_t m_qwFree = std::uint64_t{1} << 40;
 
     /// What a descriptor refers to: a file, or a directory if pFile is null.
     struct Opened {

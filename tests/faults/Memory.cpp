@@ -61,7 +61,6 @@ void Give(void* p) noexcept {
 namespace Memory {
 
 std::size_t StartPeak() { return s_nPeak = s_nUsed.load(); }
-std::size_t Peak() { return s_nPeak; }
 std::size_t InUse() { return s_nPieces; }
 std::size_t Requests() { return t_nRequests; }
 

@@ -8,7 +8,6 @@ namespace Memory {
 
 /// Resets the peak and returns how many bytes are in use.
 std::size_t StartPeak();
-std::size_t Peak();
 
 /// Returns how many allocations are in use.
 std::size_t InUse();

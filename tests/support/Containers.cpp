@@ -36,24 +36,16 @@ std::ostream& operator<<(std::ostream& aOut, const tagFileDescriber& aDescriber)
                 << aDescriber.dwFileID << "/" << aDescriber.dwExtraInfo;
 }
 
-void Set16(CCmString& strBytes, std::size_t nAt, unsigned nValue) {
-    if (strBytes.size() < nAt + 2) strBytes.resize(nAt + 2, '\0');
-    strBytes[nAt] = static_cast<char>(nValue);
-    strBytes[nAt + 1] = static_cast<char>(nValue >> 8);
-}
-
 void Set32(CCmString& strBytes, std::size_t nAt, CmUint32 dwValue) {
-    Set16(strBytes, nAt, dwValue & 0xFFFF);
-    Set16(strBytes, nAt + 2, dwValue >> 16);
-}
-
-CmUint32 Get16(const CCmString& strBytes, std::size_t nAt) {
-    return static_cast<unsigned char>(strBytes.at(nAt)) |
-           CmUint32{static_cast<unsigned char>(strBytes.at(nAt + 1))} << 8;
+    if (strBytes.size() < nAt + 4) strBytes.resize(nAt + 4, '\0');
+    for (std::size_t i = 0; i < 4; ++i) strBytes[nAt + i] = static_cast<char>(dwValue >> 8 * i);
 }
 
 CmUint32 Get32(const CCmString& strBytes, std::size_t nAt) {
-    return Get16(strBytes, nAt) | Get16(strBytes, nAt + 2) << 16;
+    CmUint32 dwValue = 0;
+    for (std::size_t i = 4; i-- > 0;)
+        dwValue = dwValue << 8 | static_cast<unsigned char>(strBytes.at(nAt + i));
+    return dwValue;
 }
 
 void SetHeader(CCmString& strBytes, CmUint32 dwFileSize, CmUint32 dwCount, CmUint32 dwIndexType) {

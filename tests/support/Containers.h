@@ -31,9 +31,7 @@ bool operator==(const tagFileDescriber& aOne, const tagFileDescriber& aOther);
 std::ostream& operator<<(std::ostream& aOut, const tagFileDescriber& aDescriber);
 
 /// Access to little-endian fields. Setting a field past the end extends the bytes.
-void Set16(CCmString& strBytes, std::size_t nAt, unsigned nValue);
 void Set32(CCmString& strBytes, std::size_t nAt, CmUint32 dwValue);
-CmUint32 Get16(const CCmString& strBytes, std::size_t nAt);
 CmUint32 Get32(const CCmString& strBytes, std::size_t nAt);
 
 struct HandEntry {

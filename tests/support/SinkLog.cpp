@@ -18,7 +18,6 @@ void SinkLog::OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDat
     m_strData.assign(reinterpret_cast<const char*>(lpData), dwLength);
     m_dataInfo = aDataInfo;
     delete[] lpData;
-    if (const auto onData = std::exchange(m_onData, nullptr)) onData();
 }
 
 void SinkLog::Add(const std::string& strEntry) {

@@ -19,7 +19,6 @@ class SinkLog final : public IFileOpSink {
     std::string Take();
 
     std::function<void()> m_onStatus;  ///< runs inside the next status callback
-    std::function<void()> m_onData;    ///< runs inside the next data callback
     std::string m_strData;             ///< the bytes of the last data callback
     tagDataInfo m_dataInfo{};          ///< the info of the last data callback
 
@@ -28,22 +27,4 @@ class SinkLog final : public IFileOpSink {
 
     const std::thread::id m_thread = std::this_thread::get_id();
     std::string m_strLog;
-};
-
-/// A receiver with a reference count, like a handler. It passes all calls to a log.
-class TestReceiver final : public IFileOpStatus {
- public:
-    explicit TestReceiver(SinkLog& aLog) : m_log(aLog) {}
-    void OnFileOpStatus(CCacheFileManager::LinkType aLinkType, CCacheFileManager::OpType aOpType,
-                        CmInt32 aResult) override {
-        m_log.OnFileOpStatus(aLinkType, aOpType, aResult);
-    }
-    void OnDataReady(unsigned char* lpData, CmUint32 dwLength,
-                     const tagDataInfo& aDataInfo) override {
-        m_log.OnDataReady(lpData, dwLength, aDataInfo);
-    }
-    CmInt32 GetFileStatus(CCacheFileManager::LinkType) override { return 0; }
-
- private:
-    SinkLog& m_log;
 };
