@@ -34,7 +34,7 @@ class CGatherDueEvent final : public ICmEvent {
 class CGatherWatch final : public ICmTimedEvent {
  public:
     CGatherWatch(CGatherList* pList, std::uint32_t dwWatch, Time aTime)
-        : ICmTimedEvent(aTime), m_pList(pList), m_dwWatch(dwWatch) {}
+        : ICmTimedEvent(aTime, pList, dwWatch), m_pList(pList), m_dwWatch(dwWatch) {}
     ~CGatherWatch() override;
     CmInt32 OnEventFire() override;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 
 #include "platform/CmReference.h"
 #include "platform/CmTypes.h"
@@ -51,17 +52,21 @@ class ICmEvent {
     tagSendWait* m_pSender = nullptr;  // the thread that waits for it in SendEvent
 };
 
-/// Upkeep that a thread does at a given time or soon afterwards.
+/// Upkeep that a thread does at a given time or soon afterwards. A queue keeps one event of each
+/// key: the one with the highest number. It disposes of the others without firing them.
 class ICmTimedEvent : public ICmEvent {
  public:
     using Time = std::chrono::steady_clock::time_point;
 
-    explicit ICmTimedEvent(Time aTime) : ICmEvent(0, NotUrgent, Upkeep), m_time(aTime) {}
+    ICmTimedEvent(Time aTime, const void* pKey, std::uint64_t qwNumber)
+        : ICmEvent(0, NotUrgent, Upkeep), m_time(aTime), m_pKey(pKey), m_qwNumber(qwNumber) {}
 
  private:
     friend class CCmEventQueue;
 
     const Time m_time;
+    const void* const m_pKey;
+    const std::uint64_t m_qwNumber;
     ICmTimedEvent* m_pLater = nullptr;  // the next one in its queue
 };
 
@@ -81,7 +86,8 @@ class ICmEventQueue : public CCmReferenceControlT<CCmMutexThread> {
     virtual CmInt32 SendEvent(ICmEvent* pEvent) = 0;
 
     /// Fires the event on the queue's thread when its time has come, if the library runs that
-    /// thread. An event whose time has not come when the thread ends is disposed of without firing.
-    /// Result and ownership are those of PostEvent.
+    /// thread. An event whose time has not come when the thread ends is disposed of without firing,
+    /// and so is one that another event of its key replaces. Result and ownership are those of
+    /// PostEvent.
     virtual CmInt32 PostTimedEvent(ICmTimedEvent* pEvent) = 0;
 };

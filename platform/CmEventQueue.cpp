@@ -26,21 +26,35 @@ CmInt32 CCmEventQueue::PostTimedEvent(ICmTimedEvent* pEvent) {
     return CACHE_ERR_INVALID_STATE;
 }
 
-/// Wakes a sleeping owner if it has to wake up earlier now. There are few timed events, one for
-/// each thread that waits for a time, so the list is searched.
+/// Wakes a sleeping owner if it has to wake up earlier now.
 bool CCmEventQueue::AppendTimed(ICmTimedEvent* pEvent) {
     bool bWake = false;
+    ICmTimedEvent* pReplaced = nullptr;
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
         if (m_bStopped) return false;
-        ICmTimedEvent** pp = &m_pTimed;
-        while (*pp && (*pp)->m_time <= pEvent->m_time) pp = &(*pp)->m_pLater;
-        pEvent->m_pLater = *pp;
-        *pp = pEvent;
+        pReplaced = LinkTimed(pEvent);
         bWake = m_pTimed == pEvent && m_rest.End(ICmEvent::NotUrgent);
     }
     if (bWake) m_rest.Wake();
+    if (pReplaced) pReplaced->OnDestorySelf();
     return true;
+}
+
+/// Inserts the event by its time, unless there is one of its key with a higher number. Returns the
+/// one that has to be disposed of, or null. There are few timed events, one for each thread that
+/// waits for a time, so the list is searched. With the lock.
+ICmTimedEvent* CCmEventQueue::LinkTimed(ICmTimedEvent* pEvent) {
+    ICmTimedEvent** pp = &m_pTimed;
+    while (*pp && (*pp)->m_pKey != pEvent->m_pKey) pp = &(*pp)->m_pLater;
+    ICmTimedEvent* const pSame = *pp;
+    if (pSame && pSame->m_qwNumber > pEvent->m_qwNumber) return pEvent;
+    if (pSame) *pp = pSame->m_pLater;
+    pp = &m_pTimed;
+    while (*pp && (*pp)->m_time <= pEvent->m_time) pp = &(*pp)->m_pLater;
+    pEvent->m_pLater = *pp;
+    *pp = pEvent;
+    return pSame;
 }
 
 /// Moves the timed events whose time has come to those that wait. With the lock.

@@ -74,6 +74,7 @@ class CCmEventQueue : public ICmEventQueue {
     void Dispose(ICmEvent* pEvent, CmInt32 lResult);
     void QueueDueEvents();
     bool AppendTimed(ICmTimedEvent* pEvent);
+    ICmTimedEvent* LinkTimed(ICmTimedEvent* pEvent);
     bool IsNothingToDo() const { return m_waiting.IsEmpty() && !m_bStopped; }
 
     CmUint32 m_dwOwner = 0;  // set before the queue is shared
