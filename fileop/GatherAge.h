@@ -63,6 +63,7 @@ class CGatherAge {
 
     // Guarded by the mutex of the lists.
     CGatherList::Clock::time_point m_firstByte;  // of the oldest byte; zero if there is none
+    bool m_bWithoutWorker = false;               // when it was linked
     CGatherAge* m_pEarlier = nullptr;
     CGatherAge* m_pLater = nullptr;
 };

@@ -41,10 +41,7 @@ void CGatherLists::WaitForFlush(std::unique_lock<std::mutex>& aLock, const CGath
 void CGatherLists::UpdateAll() {
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
-        for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get()) {
-            p->EndWatch();
-            p->m_bToWatch = p->Update();
-        }
+        for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get()) p->m_bToWatch = p->Update();
     }
     while (const CRefPtr<CGatherList> pList = TakeOneToWatch()) pList->Watch();
 }
