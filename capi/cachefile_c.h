@@ -381,8 +381,9 @@ CACHEFILE_API int32_t cachefile_writer_losses(cachefile_writer* writer, uint32_t
 /** The result of a sync with CACHEFILE_ASYNC that returned 0. */
 typedef void (*cachefile_on_synced)(void* user, uint32_t file, int32_t result);
 
-/** The free space of the writer's file system has fallen below the mark. Comes once until the space
- * was at the mark or above it again. Without CACHEFILE_ASYNC inside a write. */
+/** The free space of the writer's file system has fallen below the mark. Called once, and
+ * again only after the space was at the mark or above it, or after the mark was set again. Without
+ * CACHEFILE_ASYNC it is called inside a write. */
 typedef void (*cachefile_on_low_space)(void* user, uint64_t free_bytes);
 
 /** Sets the two functions above, in place of earlier ones; null is not called. low_space_mark is

@@ -116,8 +116,10 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     CmInt32 GetFileLosses(CmUint32 dwHandle, tagFileLosses& aLosses);
 
     /// From now on the safety sink's OnLowSpace is called when the free space of the file system
-    /// to which this handler writes is below qwBytes; 0 ends that. Looked at by writes that reach
-    /// the worker, in synchronous mode by every WriteData, at most once a second. 0, or 4011.
+    /// to which this handler writes is below qwBytes; 0 ends that. If it is already below, it is
+    /// reported once more, also if an earlier mark was reported. The free space is checked by
+    /// writes that reach the worker, in synchronous mode by every WriteData, at most once a second.
+    /// Returns 0, or 4011 if there is no memory.
     CmInt32 SetLowSpaceMark(std::uint64_t qwBytes);
 
     /// For the files: pass on to the safety sink.
