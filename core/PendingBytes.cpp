@@ -25,7 +25,7 @@ bool IsFarFromLimit(const CPendingCount& aCount, std::uint64_t qwBytes) {
 }  // namespace
 
 void CPendingCount::SetLimit(std::uint64_t qwBytes) {
-    m_qwLimit.store(std::max(qwBytes, c_qwMinLimit), std::memory_order_relaxed);
+    m_qwLimit.store(std::max(qwBytes, c_qwMinLimit));
 }
 
 CPendingCount& CPendingBytes::OfProcess() { return CmNeverDestroyed<CPendingCount>(); }

@@ -11,14 +11,15 @@
 /// A count of pending bytes and its limit: that of the process, or that of one handler.
 ///
 /// Counted, because the requests of a handler may outlive it. Any thread: the values are atomics.
-/// Nothing here can fail.
+/// Reducing the bytes, setting the limit and reading either are sequentially consistent:
+/// CRoomWakeUp depends on it so that no wake-up is missed. Nothing here can fail.
 class CPendingCount final : public CCmReferenceControlT<CCmMutexThread> {
  public:
     /// Values below 65,536 count as 65,536; the largest value means no limit.
     void SetLimit(std::uint64_t qwBytes);
     bool HasLimit() const { return GetLimit() != c_qwNoLimit; }
 
-    std::uint64_t GetLimit() const { return m_qwLimit.load(std::memory_order_relaxed); }
+    std::uint64_t GetLimit() const { return m_qwLimit.load(); }
     std::uint64_t GetBytes() const { return m_qwBytes.load(); }
 
     void Add(std::uint64_t qwBytes) { m_qwBytes.fetch_add(qwBytes, std::memory_order_relaxed); }
