@@ -14,7 +14,7 @@ namespace {
 constexpr std::uint64_t c_qwMinLimit = 65536;
 
 /// Writes become urgent above this: 32 blocks, which is enough for the worker to write many of them
-/// after each nap, and no more memory than the store keeps for blocks anyway.
+/// after each short sleep, and no more memory than the store keeps for blocks anyway.
 constexpr std::uint64_t c_qwMaxNotUrgent = 1U << 20;
 
 /// Half the limit, so that the worker writes again before the host reaches it and is refused.

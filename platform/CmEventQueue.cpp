@@ -34,7 +34,7 @@ bool CCmEventQueue::AppendTimed(ICmTimedEvent* pEvent) {
         std::lock_guard<std::mutex> aLock(m_mutex);
         if (m_bStopped) return false;
         pReplaced = LinkTimed(pEvent);
-        bWake = m_pTimed == pEvent && m_rest.End(ICmEvent::NotUrgent);
+        bWake = m_pTimed == pEvent && m_rest.EndWait(ICmEvent::NotUrgent);
     }
     if (bWake) m_rest.Wake();
     if (pReplaced) pReplaced->OnDestorySelf();
@@ -91,8 +91,8 @@ bool CCmEventQueue::Append(ICmEvent* pEvent) {
         if (m_bStopped) return false;
         bFirst = m_waiting.IsEmpty();
         m_waiting.PushBack(pEvent);
-        m_rest.SetNews(true);
-        bWake = m_rest.End(pEvent->GetUrgency());
+        m_rest.SetHasWork(true);
+        bWake = m_rest.EndWait(pEvent->GetUrgency());
         SetHasEventsLocked(true);
     }
     // The event may have been disposed of by now, but not the queue: the poster holds a reference.
@@ -121,7 +121,7 @@ ICmEvent* CCmEventQueue::PopBatch() {
 void CCmEventQueue::TakeWaiting() {
     std::lock_guard<std::mutex> aLock(m_mutex);
     m_batch.TakeAll(m_waiting);
-    m_rest.SetNews(m_bStopped);
+    m_rest.SetHasWork(m_bStopped);
 }
 
 bool CCmEventQueue::RunWaiting(CmUint32& dwCount) {
@@ -171,9 +171,9 @@ void CCmEventQueue::Dispose(ICmEvent* pEvent, CmInt32 lResult) {
 
 bool CCmEventQueue::Wait() {
     if (!m_batch.IsEmpty()) return true;
-    m_rest.Linger();
+    m_rest.Poll();
     std::unique_lock<std::mutex> aLock(m_mutex);
-    if (m_rest.TakeNap() && IsNothingToDo()) m_rest.Nap(aLock);
+    if (m_rest.TakeFiredNotUrgent() && IsNothingToDo()) m_rest.SleepBriefly(aLock);
     for (QueueDueEvents(); IsNothingToDo(); QueueDueEvents()) {
         if (m_pTimed)
             m_rest.SleepUntil(aLock, m_pTimed->m_time);
@@ -185,7 +185,7 @@ bool CCmEventQueue::Wait() {
 
 bool CCmEventQueue::WaitUntil(Clock::time_point aLimit) {
     if (!m_batch.IsEmpty()) return true;
-    m_rest.Linger();
+    m_rest.Poll();
     std::unique_lock<std::mutex> aLock(m_mutex);
     while (IsNothingToDo() && m_rest.SleepUntil(aLock, aLimit)) {
     }
@@ -197,8 +197,8 @@ void CCmEventQueue::Stop() {
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
         m_bStopped = true;
-        m_rest.SetNews(true);
-        bWake = m_rest.End(ICmEvent::Urgent);
+        m_rest.SetHasWork(true);
+        bWake = m_rest.EndWait(ICmEvent::Urgent);
     }
     if (bWake) m_rest.Wake();
 }
@@ -206,7 +206,7 @@ void CCmEventQueue::Stop() {
 void CCmEventQueue::AfterForkInChild() {
     m_waiting = m_batch = CCmEventList();
     m_bHasEvents = false;
-    m_rest.SetNews(m_bStopped);
+    m_rest.SetHasWork(m_bStopped);
     m_rest.AfterForkInChild();
     new (&m_sent) std::condition_variable;  // destroying it would wait for its waiters
     m_mutex.unlock();
