@@ -124,7 +124,7 @@ bool CGatherList::Update() {
 /// one, so the thread begins to check the exact clock one step earlier.
 void CGatherList::StartClock() {
     const std::chrono::nanoseconds aLeft = DueTime() - Clock::now();
-    m_nLookTime = CmCoarseTime() + aLeft.count() - CmCoarseStep();
+    m_nCheckTime = CmCoarseTime() + aLeft.count() - CmCoarseStep();
     m_state = UseClock;
 }
 
@@ -161,9 +161,9 @@ void CGatherList::Watch() {
     StartClock();
 }
 
-void CGatherList::Look() {
+void CGatherList::FlushIfDue() {
     if (m_state.load(std::memory_order_relaxed) == UseClock &&
-        CmCoarseTime() < m_nLookTime.load(std::memory_order_relaxed))
+        CmCoarseTime() < m_nCheckTime.load(std::memory_order_relaxed))
         return;
     FlushDue();
 }
@@ -196,7 +196,7 @@ void CGatherList::FlushDue() {
 
 /// In the child of a fork. The thread objects belong to the parent, so another reference is added
 /// to keep them from being freed here.
-void CGatherList::Forget() {
+void CGatherList::AfterForkInChild() {
     while (m_pFirst) Unlink(*m_pFirst);
     m_pFlushing = nullptr;
     EndWatch();

@@ -36,11 +36,11 @@ class CGatherList final : public CCmReferenceControlT<CCmMutexThread> {
     /// Whether it is the list of the calling thread.
     bool IsMine() const { return m_pToken == CmThreadToken(); }
 
-    /// Whether Look has anything to do. On the thread of the list.
-    bool MustLook() const { return m_state.load(std::memory_order_relaxed) != Idle; }
-    /// Flushes the files that are due, unless the coarse clock shows that none is. On the thread of
-    /// the list.
-    void Look();
+    /// Whether FlushIfDue has anything to do. On the thread of the list.
+    bool MayHaveDueFile() const { return m_state.load(std::memory_order_relaxed) != Idle; }
+    /// Flushes the files that are due. The coarse clock is checked first; if it shows that no file
+    /// is due, nothing else is done. On the thread of the list.
+    void FlushIfDue();
 
     /// Flushes the files whose oldest byte has reached the age. On the thread of the list.
     void FlushDue();
@@ -66,7 +66,7 @@ class CGatherList final : public CCmReferenceControlT<CCmMutexThread> {
     void EndWatch();
     bool IsWatched() const { return m_watchTime != c_noWatch; }
     bool IsWatchedBy(std::uint64_t qwWatch) const { return IsWatched() && m_qwWatch == qwWatch; }
-    void Forget();
+    void AfterForkInChild();
     Clock::time_point DueTime() const;
 
     /// Posts the timed event that checks the list when the oldest file is due. Without the mutex.
@@ -76,7 +76,7 @@ class CGatherList final : public CCmReferenceControlT<CCmMutexThread> {
 
     // Written with the mutex locked; the thread of the list reads them without it.
     std::atomic<State> m_state{Idle};
-    std::atomic<std::int64_t> m_nLookTime{0};  // on the coarse clock; Look does nothing before
+    std::atomic<std::int64_t> m_nCheckTime{0};  // of the coarse clock; no file is due before
 
     // Guarded by the mutex.
     CGatherAge* m_pFirst = nullptr;  // the file with the oldest byte
@@ -86,7 +86,7 @@ class CGatherList final : public CCmReferenceControlT<CCmMutexThread> {
     std::uint32_t m_dwWithoutWorker = 0;  // how many linked files are synchronous
     std::uint64_t m_qwWatch = 0;          // the number of the watch; earlier watches do nothing
     Clock::time_point m_watchTime = c_noWatch;
-    bool m_bToWatch = false;       // the age was changed, so Watch has to be called
+    bool m_bNeedsWatch = false;    // the age was changed, so Watch has to be called
     CRefPtr<ACmThread> m_pWorker;  // of the last linked asynchronous file
     CRefPtr<ACmThread> m_pCaller;
     CRefPtr<CGatherList> m_pNext;  // the list of another thread
