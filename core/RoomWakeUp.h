@@ -46,8 +46,8 @@ class CRoomWakeUp {
         if (s_bRefused.load()) Instance().WakeIfRoom();
     }
 
-    /// Called when the wake-up event is freed: the next one may be posted.
-    void OnWoken() { m_bPosted.store(false); }
+    /// Called when the wake-up event is freed. Then the next one may be posted.
+    void OnEventFreed() { m_bPosted.store(false); }
 
  private:
     template <class T>
