@@ -1,7 +1,7 @@
 #pragma once
 
-/// Everything a host needs of the cache file library. In its source tree README.md shows the first
-/// steps, docs/recording.md and docs/playing.md the rules of writing and reading.
+/// The whole C++ interface of the library. In the source tree, README.md shows the first steps, and
+/// docs/recording.md and docs/playing.md have the rules for hosts that write and read.
 
 #include "async/Shutdown.h"
 #include "core/CacheFileManager.h"

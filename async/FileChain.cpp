@@ -5,8 +5,8 @@
 
 namespace {
 
-/// Large enough that a write costs little beside its bytes, and small enough that a host with
-/// hundreds of open files gathers only some MiB in all. Recordings are written in such blocks.
+/// With this size a system call costs little compared with the copying of its bytes, and a host
+/// with hundreds of open files gathers only some MiB in total.
 constexpr CmUint32 c_dwBlockSize = 32768;
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 namespace cachefile_internal {
 
-/// What a chain of file operations is for, which decides its links:
+/// The purpose of a chain of file operations, which determines its links:
 ///
 ///     kind          synchronous            asynchronous
 ///     WriteRecord   buffer, local file     buffer, proxy, local file
@@ -17,14 +17,14 @@ enum class FileChainKind { WriteRecord, PlayRecord, Download };
 
 using cachefile_internal::FileChainKind;
 
-/// The one place where chains are put together. It has no state; the thread that drives the
-/// handlers calls it.
+/// Creates all chains of the handlers. It has no state. The thread that drives the handlers calls
+/// it.
 class CFileChain {
  public:
-    /// Builds the chain of one file of the handler pReceive, which receives the results of an
-    /// asynchronous one. An asynchronous chain uses the thread attached at this moment and the R/W
-    /// thread, which it starts if need be; without either the chain is built all the same and its
-    /// Open returns CACHE_ERR_INVALID_STATE. A missing caller thread is traced, with the handler's
-    /// address. Returns null if there is no memory for one of the links.
+    /// Builds the chain of one file. The handler pReceive receives the results if the chain is
+    /// asynchronous. An asynchronous chain uses the current caller thread and the R/W thread, which
+    /// is started if necessary. If one of them is missing, the chain is still built, and its Open
+    /// returns CACHE_ERR_INVALID_STATE; a missing caller thread is traced. Returns null if there is
+    /// no memory for one of the links.
     static CRefPtr<IFileOperation> Build(FileChainKind aKind, int bAsync, IFileOpStatus* pReceive);
 };

@@ -21,7 +21,7 @@ CmInt32 COpenCloseEvent::OnEventFire() {
     return m_bOpen ? FireOpen() : FireClose();
 }
 
-/// Reports a success too: a host has no other way to learn when an open is done.
+/// Reports a success too, because a host cannot find out in another way that an open is done.
 CmInt32 COpenCloseEvent::FireOpen() {
     const CmInt32 lResult = m_pAsyncFileOp->Open_i(m_strFilePath, m_bWrite, m_place);
     if (lResult != CACHE_OK)
@@ -59,7 +59,7 @@ CReadEvent::CReadEvent(CFileThreadProxy* pAsyncFileOp, unsigned char* lpBuffer, 
 CmInt32 CReadEvent::OnEventFire() {
     if (!m_pAsyncFileOp) {
         CM_ASSERTION("m_pAsyncFileOp.Get( )");
-        delete[] m_lpBuffer;  // the request was accepted, so the caller has given the buffer away
+        delete[] m_lpBuffer;  // the request was accepted, so the caller no longer owns the buffer
         return CACHE_ERR_INVALID_STATE;
     }
     const CmInt32 lResult =
@@ -96,7 +96,7 @@ CmInt32 CWriteEvent::OnEventFire() {
     if (m_pSpaceWatch) m_pAsyncFileOp->CheckSpace(*m_pSpaceWatch);
     const CmInt32 lResult = m_pAsyncFileOp->WriteData_i(m_strData, m_dwFileOffset);
     if (lResult == CACHE_OK) return lResult;
-    // The call that gave the bytes has returned 0 and can report nothing any more.
+    // The call that passed the bytes has returned 0 already, so the failure is counted here.
     if (m_pLedger)
         m_pLedger->LoseQueued(m_strData.size(), m_dwFileOffset);
     else

@@ -8,12 +8,12 @@
 #include "fileop/SpaceWatch.h"
 #include "platform/CmEvent.h"
 
-/// The events of the proxy. Requests run on the R/W thread, hold a reference on the proxy and call
-/// its operations for them. Results run on the caller thread and hold a reference on the receiving
-/// handler. Each event owns what it was given, except for CSyncReadEvent, whose caller waits.
+/// The events of the proxy. Requests run on the R/W thread, hold a reference to the proxy and call
+/// its operations. Results run on the caller thread and hold a reference to the receiving handler.
+/// Each event owns its data, except CSyncReadEvent, whose caller waits.
 
-/// Opens (bOpen non-zero) or closes the file. A relative path begins in the directory that was
-/// current when the event was made. Making it may throw std::bad_alloc.
+/// Opens the file (bOpen is non-zero) or closes it. A relative path is relative to the directory
+/// that was current when the event was created. The constructor may throw std::bad_alloc.
 class COpenCloseEvent final : public ICmEvent {
  public:
     COpenCloseEvent(CFileThreadProxy* pAsyncFileOp, const CCmString& strFilePath, int bOpen,
@@ -31,8 +31,9 @@ class COpenCloseEvent final : public ICmEvent {
     const CmPlace m_place;
 };
 
-/// A read whose result is delivered. It does not own the buffer while it is queued, because a
-/// refused request leaves the buffer with the caller. Firing passes the buffer on or frees it.
+/// A read whose data is delivered later. It does not own the buffer while it is queued, because the
+/// caller keeps the buffer if the request is refused. When it runs, it passes the buffer on or
+/// frees it.
 class CReadEvent final : public ICmEvent {
  public:
     CReadEvent(CFileThreadProxy* pAsyncFileOp, unsigned char* lpBuffer, CmUint32 dwLength,
@@ -47,7 +48,7 @@ class CReadEvent final : public ICmEvent {
     const tagDataInfo m_DataInfo;
 };
 
-/// A write. Its bytes count as pending as long as it exists; its memory goes back to CBlockStore.
+/// A write. Its bytes count as pending while it exists. It returns its memory to CBlockStore.
 class CWriteEvent final : public ICmEvent {
  public:
     CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmString strData,
@@ -58,14 +59,16 @@ class CWriteEvent final : public ICmEvent {
  private:
     const CRefPtr<CFileThreadProxy> m_pAsyncFileOp;
     const CmUint32 m_dwFileOffset;
-    const CPendingBytes m_pending;  // before m_strData: counted as long as that exists
+    const CPendingBytes
+        m_pending;  // before m_strData, so that the bytes count until they are freed
     CCmString m_strData;
     const CRefPtr<CFileLedger> m_pLedger;      // null if the file has none
     const CRefPtr<CSpaceWatch> m_pSpaceWatch;  // null if nothing is watched
     bool m_bFired = false;
 };
 
-/// Syncs the file. The result goes to the handle, or a failure is reported as a write's for 0.
+/// Syncs the file and reports the result for the handle. If the handle is 0, reports only a
+/// failure, as that of a write.
 class CSyncFileEvent final : public ICmEvent {
  public:
     CSyncFileEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwHandle)
@@ -77,7 +80,7 @@ class CSyncFileEvent final : public ICmEvent {
     const CmUint32 m_dwHandle;
 };
 
-/// Brings the result of a sync to the handler.
+/// Reports the result of a sync to the handler.
 class CFileSyncedEvent final : public ICmEvent {
  public:
     CFileSyncedEvent(IFileOpStatus* pReceive, CmUint32 dwHandle, CmInt32 lResult)
@@ -93,7 +96,7 @@ class CFileSyncedEvent final : public ICmEvent {
     const CmInt32 m_lResult;
 };
 
-/// Brings the handler the free space that is below its mark.
+/// Reports to the handler that the free space is below its mark.
 class CLowSpaceEvent final : public ICmEvent {
  public:
     CLowSpaceEvent(IFileOpStatus* pReceive, std::uint64_t qwFree)
@@ -108,8 +111,8 @@ class CLowSpaceEvent final : public ICmEvent {
     const std::uint64_t m_qwFree;
 };
 
-/// A read that its caller waits for. Length and result are the caller's variables; the result stays
-/// empty if the event is refused.
+/// A read for which the caller waits. Length and result are variables of the caller. The result
+/// stays empty if the event is refused.
 class CSyncReadEvent final : public ICmEvent {
  public:
     CSyncReadEvent(CFileThreadProxy* pAsyncFileOp, unsigned char* lpBuffer, CmUint32 dwOffset,
@@ -124,8 +127,8 @@ class CSyncReadEvent final : public ICmEvent {
     std::optional<CmInt32>& m_result;
 };
 
-/// Delivers the bytes of a read. Owns the buffer (from array new) until it fires, which passes the
-/// buffer to the receiver. Frees it if it never fires.
+/// Delivers the bytes of a read. It owns the buffer (from array new) until it runs and passes the
+/// buffer to the receiver. If it never runs, it frees the buffer.
 class CFileDataEvent final : public ICmEvent {
  public:
     CFileDataEvent(IFileOpStatus* pReceive, unsigned char* lpBuffer, CmUint32 dwLength,

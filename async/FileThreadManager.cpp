@@ -32,11 +32,11 @@ CRefPtr<ACmThread> CFileThreadManager::GetPrimaryNFSThread() {
     return pThread;
 }
 
-/// Registers the handlers of what follows the worker at exit: the last syncs, and the freeing of
-/// the memory of asynchronous mode. The handler that ends the worker is registered later, by the
-/// first thread, and so runs before them.
+/// Registers the exit handlers that must run after the worker has ended: the last syncs, and the
+/// freeing of the memory of asynchronous mode. The handler that ends the worker is registered
+/// later, by the first thread, so it runs before them.
 void CFileThreadManager::RegisterExitHandlers() {
-    CBlockStore::Instance();  // registers its own
+    CBlockStore::Instance();  // registers its exit handler
     CSyncThread::RegisterExitHandler();
     static const bool s_bRegistered = CmRegisterExitHandler([] {
         if (!CmIsForkedChild()) Instance()->TakePrimaryNFSThread();

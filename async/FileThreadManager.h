@@ -8,23 +8,23 @@
 /// asynchronous files of the process one after another, and the caller thread, which receives the
 /// results.
 ///
-/// One object for the process, never destroyed. The thread on which the host drives its handlers
-/// calls it; the lock is for the exit handler, which may run on any thread. If there is no thread
-/// the result is null, and a proxy built with null refuses its operations.
+/// One object for the process, never destroyed. The thread that drives the handlers calls it. The
+/// lock is for the exit handler, which may run on any thread. If a thread does not exist, the
+/// result is null, and a proxy that was created with null fails its operations.
 class CFileThreadManager {
  public:
     static CFileThreadManager* Instance();
 
-    /// The R/W thread, created and started if there is none. Null if it cannot be created (traced;
-    /// the next call tries again) and during a shutdown.
+    /// Returns the R/W thread. Creates and starts it if there is none. Returns null during a
+    /// shutdown, and if the thread cannot be created, which is traced; the next call tries again.
     CRefPtr<ACmThread> GetPrimaryNFSThread();
 
-    /// The thread that the host has attached at this moment, or null.
+    /// Returns the thread that is attached as the caller thread, or null.
     CRefPtr<ACmThread> GetCallerThread();
 
-    /// Stops pThread if it is the R/W thread, and waits until it has run everything queued and
-    /// ended. The next GetPrimaryNFSThread creates a new one; files opened on the old one return
-    /// CACHE_ERR_INVALID_STATE. Another thread, or null, is ignored.
+    /// Stops pThread if it is the R/W thread, and waits until the thread has run everything that
+    /// was queued and has ended. The next GetPrimaryNFSThread creates a new thread. Files that were
+    /// opened on the old one return CACHE_ERR_INVALID_STATE. Ignores any other thread, and null.
     void StopThread(const CRefPtr<ACmThread>& pThread);
 
     /// See CacheFileShutdown.
@@ -40,5 +40,5 @@ class CFileThreadManager {
 
     CCmMutexThread m_mutex;
     CRefPtr<ACmThread> m_pPrimaryNFSThread CM_GUARDED_BY(m_mutex);
-    int m_nShutdowns = 0;  // that are running: they nest if a callback shuts down too
+    int m_nShutdowns = 0;  // how many run; they nest if a callback calls Shutdown
 };

@@ -17,7 +17,7 @@ constexpr CmInt32 c_lPostOption = 1;
 constexpr char c_szThreads[] = "m_pRWThread && m_pCallerThread";
 constexpr char c_szFile[] = "m_pFileOp.Get( )";
 
-/// The event, or null if there is no memory for it or for what it copies.
+/// Returns the event, or null if there is no memory for it or for the data that it copies.
 template <class MakeEvent>
 ICmEvent* MakeOrNull(MakeEvent aMakeEvent) {
     try {
@@ -75,7 +75,7 @@ CmInt32 CFileThreadProxy::PostRequest(const char* lpEventName, MakeEvent aMakeEv
 }
 
 CmInt32 CFileThreadProxy::Open(const CCmString& strPath, int bWrite) try {
-    // Stored before anything can fail: GetFileName returns the path of a refused open too.
+    // Stored first, because GetFileName returns the path of an open that failed, too.
     m_bWrite = bWrite;
     m_strFilePath = strPath;
     CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
@@ -100,7 +100,7 @@ CmInt32 CFileThreadProxy::Close() {
     });
 }
 
-/// Posts the write of the string that aMakeData returns.
+/// Posts a write of the string that aMakeData returns.
 template <class MakeData>
 CmInt32 CFileThreadProxy::PostWrite(CmUint32 dwOffset, MakeData aMakeData) {
     CM_CHECK(HasThreads(), c_szThreads, CACHE_ERR_INVALID_STATE);
@@ -123,7 +123,7 @@ CmInt32 CFileThreadProxy::GiveData(CCmString&& strData, CmUint32 dwOffset) {
     return PostWrite(dwOffset, [&] { return std::move(strData); });
 }
 
-/// Posts the write of a copy, which takes a kept block if there is one.
+/// Posts a write of a copy of the bytes. The copy uses a block of CBlockStore if one is free.
 CmInt32 CFileThreadProxy::PostCopy(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     return PostWrite(dwOffset, [&] {
         // Twice the length at most, so that pending bytes are a fair measure of the memory used.
@@ -162,7 +162,7 @@ CmInt32 CFileThreadProxy::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, C
             pQueue->SendEvent(pEvent);
             if (aResult) return *aResult;
         }
-        m_pRWThread->Join();  // it was stopped, and does first what it has accepted
+        m_pRWThread->Join();  // the thread was stopped; it first does everything that was queued
     }
     return SyncRead_i(lpBuffer, dwOffset, dwLength);
 }
@@ -173,7 +173,8 @@ CmInt32 CFileThreadProxy::GetSize(std::uint64_t& qwSize) {
     return lOpenResult == CACHE_OK ? m_pFileOp->GetSize(qwSize) : lOpenResult;
 }
 
-/// Disposes of a refused event as the queue would: the caller has given it away.
+/// If there is no queue, disposes of the event as a stopped queue would, because the caller no
+/// longer owns it.
 CmInt32 CFileThreadProxy::SendToReader(ICmEvent* pEvent) {
     const CRefPtr<ICmEventQueue> pQueue = m_pRWThread ? m_pRWThread->GetEventQueue() : nullptr;
     if (pQueue) return pQueue->SendEvent(pEvent);
@@ -182,7 +183,7 @@ CmInt32 CFileThreadProxy::SendToReader(ICmEvent* pEvent) {
     return CACHE_ERR_INVALID_STATE;
 }
 
-/// Runs an operation of the inner file between the manager's bracket calls.
+/// Calls BeforeOperation of the manager, an operation of the next link, and AfterOperation.
 template <class Operation>
 CmInt32 CFileThreadProxy::Bracketed(Operation aOperation) {
     CCacheFileManager& aManager = CCacheFileManager::Instance();
@@ -252,7 +253,7 @@ void CFileThreadProxy::CheckSpace(CSpaceWatch& aWatch) {
         PostToCaller(new (std::nothrow) CLowSpaceEvent(m_pReceive.Get(), qwFree));
 }
 
-/// Posts pEvent, unless it is null for want of memory.
+/// Posts pEvent. Null means that there was no memory for the event; then nothing is reported.
 void CFileThreadProxy::PostToCaller(ICmEvent* pEvent) {
     if (!pEvent) return;
     if (const CRefPtr<ICmEventQueue> pQueue = m_pCallerThread->GetEventQueue())
@@ -261,8 +262,8 @@ void CFileThreadProxy::PostToCaller(ICmEvent* pEvent) {
         pEvent->OnDestorySelf();
 }
 
-/// Has failures of the sync thread reported to the receiver. Without memory for that the next call
-/// for the file returns them, as in synchronous mode.
+/// Lets failures of the sync thread be reported to the receiver. If there is no memory for this,
+/// the next call for the file returns them, as in synchronous mode.
 void CFileThreadProxy::ReportSyncs() {
     if (m_bReportsSyncs || !CSyncThread::IsOn() || !Ledger()) return;
     const CRefPtr<ISyncReport> pReport(new (std::nothrow) CSyncReport(
@@ -293,7 +294,7 @@ CmInt32 CFileThreadProxy::ReadData_i(const tagDataInfo& aDataInfo, unsigned char
                                      CmUint32 dwOffset, CmUint32 dwLength) {
     if (!m_pFileOp || !lpBuffer || !HasThreads()) {
         CM_ASSERTION(m_pFileOp && lpBuffer ? c_szThreads : "m_pFileOp.Get( )&&lpBuffer");
-        delete[] lpBuffer;  // accepted, but it cannot be delivered
+        delete[] lpBuffer;  // the read was accepted, but its data cannot be delivered
         return CACHE_ERR_INVALID_STATE;
     }
     CmInt32 lResult = CACHE_OK;

@@ -27,24 +27,24 @@ std::int32_t Guarded(Function aFunction) noexcept {
 /// Copies the host's struct. Returns false if it is null or smaller than this library's, or if a
 /// field that this library does not know is not 0.
 template <class Struct>
-bool TakeStruct(const Struct* pHost, Struct& aTaken) {
+bool CopyStruct(const Struct* pHost, Struct& aCopy) {
     if (!pHost || pHost->struct_size < sizeof(Struct)) return false;
     const auto* const pBytes = reinterpret_cast<const unsigned char*>(pHost);
     const bool bKnown = std::all_of(pBytes + sizeof(Struct), pBytes + pHost->struct_size,
                                     [](unsigned char by) { return by == 0; });
-    if (bKnown) aTaken = *pHost;
+    if (bKnown) aCopy = *pHost;
     return bKnown;
 }
 
 /// Fills the host's struct and keeps its struct_size. Fields that this library does not know become
 /// 0. Returns false if the struct is null or smaller than this library's.
 template <class Struct>
-bool GiveStruct(Struct aGiven, Struct* pHost) {
+bool FillStruct(Struct aFilled, Struct* pHost) {
     if (!pHost || pHost->struct_size < sizeof(Struct)) return false;
-    aGiven.struct_size = pHost->struct_size;
+    aFilled.struct_size = pHost->struct_size;
     std::memset(reinterpret_cast<unsigned char*>(pHost) + sizeof(Struct), 0,
                 pHost->struct_size - sizeof(Struct));
-    *pHost = aGiven;
+    *pHost = aFilled;
     return true;
 }
 

@@ -14,7 +14,7 @@ class CCallbacks {
  public:
     /// Copies the callbacks; null means none. Returns false if the struct is invalid.
     bool Take(const cachefile_callbacks* pCallbacks) {
-        return !pCallbacks || TakeStruct(pCallbacks, m_callbacks);
+        return !pCallbacks || CopyStruct(pCallbacks, m_callbacks);
     }
 
     bool WantsData() const { return m_callbacks.on_data; }

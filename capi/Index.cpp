@@ -39,12 +39,12 @@ int32_t cachefile_index_get_header(const cachefile_index* index,
                                    cachefile_container_header* header) {
     if (!index) return CACHEFILE_ERR_INVALID_ARG;
     const tagQXFFileHeader& aHeader = index->m_index.GetFileHeader();
-    cachefile_container_header aGiven = CACHEFILE_CONTAINER_HEADER_INIT;
-    aGiven.file_size = aHeader.dwFileSize;
-    aGiven.must_be_zero = aHeader.dwMustBeZero;
-    aGiven.entry_count = aHeader.dwEntryCount;
-    aGiven.index_type = aHeader.dwIndexType;
-    return capi::GiveStruct(aGiven, header) ? CACHEFILE_OK : CACHEFILE_ERR_INVALID_ARG;
+    cachefile_container_header aFilled = CACHEFILE_CONTAINER_HEADER_INIT;
+    aFilled.file_size = aHeader.dwFileSize;
+    aFilled.must_be_zero = aHeader.dwMustBeZero;
+    aFilled.entry_count = aHeader.dwEntryCount;
+    aFilled.index_type = aHeader.dwIndexType;
+    return capi::FillStruct(aFilled, header) ? CACHEFILE_OK : CACHEFILE_ERR_INVALID_ARG;
 }
 
 size_t cachefile_index_entry_count(const cachefile_index* index) {
@@ -57,18 +57,18 @@ int32_t cachefile_index_get_entry(const cachefile_index* index, size_t number,
     const tagIndexEntry& aFound = index->m_index.GetEntry(number);
     tagFileDescriber aDescriber{};
     TagToFileDescriber(aFound.aEntry, aDescriber);
-    cachefile_index_entry aGiven = CACHEFILE_INDEX_ENTRY_INIT;
-    aGiven.offset = aFound.dwOffset;
-    aGiven.entry_id = aFound.aEntry.dwEntryID;
-    aGiven.extra_info = aFound.aEntry.dwExtraInfo;
-    aGiven.data_offset = aFound.aEntry.dwDataOffset;
-    aGiven.noted_length = aFound.aEntry.dwStreamSize;
-    aGiven.next_offset = aFound.aEntry.dwNextOffset;
-    aGiven.tag = aFound.aEntry.wTag;
-    aGiven.data_type = aDescriber.wDataType;
-    aGiven.file_id = aDescriber.dwFileID;
-    aGiven.file_kind = aDescriber.byFileType;
-    return capi::GiveStruct(aGiven, entry) ? CACHEFILE_OK : CACHEFILE_ERR_INVALID_ARG;
+    cachefile_index_entry aFilled = CACHEFILE_INDEX_ENTRY_INIT;
+    aFilled.offset = aFound.dwOffset;
+    aFilled.entry_id = aFound.aEntry.dwEntryID;
+    aFilled.extra_info = aFound.aEntry.dwExtraInfo;
+    aFilled.data_offset = aFound.aEntry.dwDataOffset;
+    aFilled.noted_length = aFound.aEntry.dwStreamSize;
+    aFilled.next_offset = aFound.aEntry.dwNextOffset;
+    aFilled.tag = aFound.aEntry.wTag;
+    aFilled.data_type = aDescriber.wDataType;
+    aFilled.file_id = aDescriber.dwFileID;
+    aFilled.file_kind = aDescriber.byFileType;
+    return capi::FillStruct(aFilled, entry) ? CACHEFILE_OK : CACHEFILE_ERR_INVALID_ARG;
 }
 
 int32_t cachefile_index_stream_length(const cachefile_index* index, size_t number,

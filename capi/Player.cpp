@@ -12,7 +12,7 @@
 /// A play handler with the host's callbacks. The host creates and frees it and calls it on one
 /// thread.
 ///
-/// The play handler takes over the memory that it reads into, and may free it on either thread. So
+/// The play handler owns the memory that it reads into, and may free it on either thread. So
 /// each read goes into memory that is allocated here, and m_mapReads maps its address to the host's
 /// request. If a read is discarded without a report, its entry stays until the address is used
 /// again or the player is freed; it is never used. The object is not used after a callback, because
@@ -137,7 +137,7 @@ size_t cachefile_player_stream_count(const cachefile_player* player) {
 int32_t cachefile_player_get_stream(const cachefile_player* player, size_t index,
                                     cachefile_describer* describer) {
     if (!player || index >= player->m_vecStreams.size() ||
-        !capi::GiveDescriber(player->m_vecStreams[index], describer))
+        !capi::FillDescriber(player->m_vecStreams[index], describer))
         return CACHEFILE_ERR_INVALID_ARG;
     return CACHEFILE_OK;
 }

@@ -8,25 +8,25 @@
 namespace capi {
 
 inline bool TakeDescriber(const cachefile_describer* pHost, tagFileDescriber& aDescriber) {
-    cachefile_describer aTaken;
-    if (!TakeStruct(pHost, aTaken) || !IsZero(aTaken.reserved)) return false;
-    aDescriber = {aTaken.data_type, aTaken.file_kind, aTaken.file_id, aTaken.extra_info};
+    cachefile_describer aCopy;
+    if (!CopyStruct(pHost, aCopy) || !IsZero(aCopy.reserved)) return false;
+    aDescriber = {aCopy.data_type, aCopy.file_kind, aCopy.file_id, aCopy.extra_info};
     return true;
 }
 
-inline bool GiveDescriber(const tagFileDescriber& aDescriber, cachefile_describer* pHost) {
-    cachefile_describer aGiven = CACHEFILE_DESCRIBER_INIT;
-    aGiven.file_id = aDescriber.dwFileID;
-    aGiven.extra_info = aDescriber.dwExtraInfo;
-    aGiven.data_type = aDescriber.wDataType;
-    aGiven.file_kind = aDescriber.byFileType;
-    return GiveStruct(aGiven, pHost);
+inline bool FillDescriber(const tagFileDescriber& aDescriber, cachefile_describer* pHost) {
+    cachefile_describer aFilled = CACHEFILE_DESCRIBER_INIT;
+    aFilled.file_id = aDescriber.dwFileID;
+    aFilled.extra_info = aDescriber.dwExtraInfo;
+    aFilled.data_type = aDescriber.wDataType;
+    aFilled.file_kind = aDescriber.byFileType;
+    return FillStruct(aFilled, pHost);
 }
 
 inline bool TakeDataInfo(const cachefile_data_info* pHost, tagDataInfo& aDataInfo) {
-    cachefile_data_info aTaken;
-    if (!TakeStruct(pHost, aTaken) || !IsZero(aTaken.reserved)) return false;
-    aDataInfo = {aTaken.data_type, aTaken.file_id, aTaken.data_length, aTaken.file_kinds};
+    cachefile_data_info aCopy;
+    if (!CopyStruct(pHost, aCopy) || !IsZero(aCopy.reserved)) return false;
+    aDataInfo = {aCopy.data_type, aCopy.file_id, aCopy.data_length, aCopy.file_kinds};
     return true;
 }
 

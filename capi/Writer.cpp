@@ -22,7 +22,7 @@ struct cachefile_writer final : IFileOpSink, IFileSafetySink {
     void OnFileSynced(CmUint32 dwHandle, CmInt32 lResult) noexcept override {
         if (m_onSynced)
             m_onSynced(m_pSafetyUser, dwHandle, lResult);
-        else if (lResult != CACHE_OK)  // there was one when the sync was queued
+        else if (lResult != CACHE_OK)  // m_onSynced was removed after the sync was queued
             m_callbacks.Status(CCacheFileManager::Op_Write, lResult);
     }
 
@@ -138,17 +138,17 @@ int32_t cachefile_writer_losses(cachefile_writer* writer, uint32_t file, cachefi
         tagFileLosses aLosses;
         const CmInt32 lResult = writer->m_pHandler->GetFileLosses(file, aLosses);
         if (lResult != CACHE_OK) return lResult;
-        cachefile_losses aGiven = CACHEFILE_LOSSES_INIT;
-        aGiven.lost = aLosses.qwLost;
-        aGiven.pending = aLosses.qwPending;
-        aGiven.unsynced = aLosses.qwUnsynced;
-        aGiven.holes = aLosses.vecHoles.size();
-        aGiven.all_holes = aLosses.bAllHoles;
-        if (!capi::GiveStruct(aGiven, losses)) return CACHEFILE_ERR_INVALID_ARG;
-        const std::size_t nGiven = std::min(max_holes, aLosses.vecHoles.size());
+        cachefile_losses aFilled = CACHEFILE_LOSSES_INIT;
+        aFilled.lost = aLosses.qwLost;
+        aFilled.pending = aLosses.qwPending;
+        aFilled.unsynced = aLosses.qwUnsynced;
+        aFilled.holes = aLosses.vecHoles.size();
+        aFilled.all_holes = aLosses.bAllHoles;
+        if (!capi::FillStruct(aFilled, losses)) return CACHEFILE_ERR_INVALID_ARG;
+        const std::size_t nHoles = std::min(max_holes, aLosses.vecHoles.size());
         std::transform(
             aLosses.vecHoles.begin(),
-            aLosses.vecHoles.begin() + static_cast<std::ptrdiff_t>(nGiven), holes,
+            aLosses.vecHoles.begin() + static_cast<std::ptrdiff_t>(nHoles), holes,
             [](const tagFileHole& aHole) {
                 return cachefile_hole{aHole.qwOffset, aHole.qwLength, aHole.bInPlace ? 1 : 0, 0};
             });

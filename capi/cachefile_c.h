@@ -16,10 +16,10 @@
  *   CACHEFILE_ERR_INVALID_ARG, or 0 if it returns a value instead of a code. The destroy
  *   functions and cachefile_free accept null and do nothing. A comment says "may be null" if
  *   null is allowed.
- * - Handles: A handle is made by its create function and freed by its destroy function. Using
- *   it after that is an error that the library cannot detect.
- * - Ownership: The caller keeps the ownership of everything that it passes in. Strings, structs
- *   and the bytes of a write are copied during the call. The only exception is the buffer of
+ * - Handles: The create function creates a handle, and the destroy function frees it. Using it
+ *   after that is an error that the library cannot detect.
+ * - Ownership: The caller still owns everything that it passes in. Strings, structs and the
+ *   bytes of a write are copied during the call. The only exception is the buffer of
  *   cachefile_player_read, which must stay valid until the read has ended (see there). The
  *   library owns what it returns as a const pointer.
  * - Structs: Each struct begins with struct_size. Start from its _INIT macro, or set
@@ -115,31 +115,33 @@ CACHEFILE_API uint64_t cachefile_pending_bytes(void);
  * the start, means no limit. Any thread. */
 CACHEFILE_API void cachefile_set_pending_limit(uint64_t bytes);
 
-/** Brings what is written from now on to the disk, within this many milliseconds and the time of
- * one sync. A failed sync loses every byte since the last good one of the file and is reported as a
- * failed write: as CACHEFILE_OP_WRITE, or without CACHEFILE_ASYNC by the next write, sync or close
- * of the file, which does nothing else then. 0 ends it, as a shutdown does; what is unsynced is
- * synced first. CACHEFILE_ERR_INVALID_STATE in a forked child. Any thread. */
+/** Lets a thread of the library sync written files. From now on the bytes of a write are on the
+ * disk after this many milliseconds and the time of one sync. After a failed sync all bytes of the
+ * file since its last successful sync count as lost. The failure is reported as that of a write: as
+ * CACHEFILE_OP_WRITE, or without CACHEFILE_ASYNC by the next write, sync or close of the file,
+ * which then does nothing else. 0 ends the interval after all unsynced bytes are synced, and so
+ * does a shutdown. CACHEFILE_ERR_INVALID_STATE in a forked child. Any thread. */
 CACHEFILE_API int32_t cachefile_set_sync_interval(uint32_t milliseconds);
 
-/** How many bytes are written and not yet synced, in the whole process. Counted for files that are
- * written to while an interval is set or that were synced explicitly. Any thread. */
+/** Returns how many bytes are written and not yet synced, in the whole process. Only files count
+ * that are written to while an interval is set, or that were synced with cachefile_writer_sync. Any
+ * thread. */
 CACHEFILE_API uint64_t cachefile_unsynced_bytes(void);
 
-/** on non-zero: a host whose write returned CACHEFILE_ERR_TRY_AGAIN is woken once when the smallest
- * refused piece fits and the limit that refused it is at most half used. A wait returns, the
- * wake-up callback is called and the descriptor becomes readable, as for a result; runs do not
- * count it. 0, as at the start: the host tries again by itself. Any thread. */
+/** If on is not 0, a host whose write returned CACHEFILE_ERR_TRY_AGAIN is woken, once, when the
+ * smallest refused write fits and the limit that refused it is at most half used. A wait returns,
+ * the wake-up function is called and the descriptor becomes readable, as for a callback; runs do
+ * not count it. 0, the value at the start, means no wake-up. Any thread. */
 CACHEFILE_API void cachefile_set_room_wake_up(int32_t on);
 
-/** Limits for how many milliseconds gathered bytes stay in memory; 0, the value at the start, means
- * until the buffer is full. Asynchronous: they are passed on in the next call for any writer or
- * player on the caller thread or when its queue runs, and a host that only waits is woken in time.
- * Synchronous: they are passed on in the next call on the thread that wrote them. It is a flush
- * that is never refused and that changes no result. Any thread. */
+/** Sets how many milliseconds gathered bytes may stay in memory. 0, the value at the start, means
+ * until the buffer is full. In asynchronous mode the caller thread passes them on in the next call
+ * for any writer or player, or when its queue runs; a host that only waits is woken in time. In
+ * synchronous mode they are passed on in the next call on the thread that wrote them. Such a flush
+ * is never refused and does not change the result of the call. Any thread. */
 CACHEFILE_API void cachefile_set_gather_age(uint32_t milliseconds);
 
-/** Passes on what the calling thread has gathered for as long as the age or longer. For synchronous
+/** Passes on the gathered bytes of the calling thread that have reached the age. For synchronous
  * hosts that make no other call for a while. Any thread. */
 CACHEFILE_API void cachefile_flush_aged(void);
 
@@ -340,16 +342,17 @@ CACHEFILE_API int32_t cachefile_writer_flush(cachefile_writer* writer, uint32_t 
  * on_status reports a failure as CACHEFILE_OP_CLOSE. */
 CACHEFILE_API int32_t cachefile_writer_close(cachefile_writer* writer, uint32_t file);
 
-/** Passes on what is gathered and brings the file, its name and its directories to the disk.
- * Without CACHEFILE_ASYNC the result is that of the sync. With it, 0 means queued, and the result
- * comes as on_synced (cachefile_writer_set_safety), or without that function, if it failed, as
- * CACHEFILE_OP_WRITE. 4003, 4006: a write or the sync failed; after a failed sync the bytes since
- * the last good one count as lost. 4010: no such file, or the worker was stopped. */
+/** Writes the gathered bytes, and syncs the file, its name and its directories to the disk. In
+ * synchronous mode it returns the result. In asynchronous mode 0 means that the sync is queued, and
+ * on_synced (cachefile_writer_set_safety) reports the result; without that function only a failure
+ * is reported, as CACHEFILE_OP_WRITE. 4003, 4006: a write or the sync failed; after a failed sync
+ * the bytes since the last successful one count as lost. 4010: no such file, or the worker was
+ * stopped. */
 CACHEFILE_API int32_t cachefile_writer_sync(cachefile_writer* writer, uint32_t file);
 
 /** A place of a file where bytes are missing. If in_place is 0, an append of length bytes failed
- * there: what was appended later begins at offset. Otherwise a write at an offset or a sync failed,
- * and what the file has there is not certain. */
+ * there, and the next append began at offset. Otherwise a write at an offset or a sync failed, and
+ * the file may have the old bytes there or the new ones. */
 typedef struct cachefile_hole {
     uint64_t offset;
     uint64_t length;
@@ -357,45 +360,45 @@ typedef struct cachefile_hole {
     int32_t reserved;
 } cachefile_hole;
 
-/** What became of the bytes of an open file. */
+/** The lost, pending and unsynced bytes of an open file. */
 typedef struct cachefile_losses {
     size_t struct_size;
     uint64_t lost;     /**< after the call that took them had succeeded */
     uint64_t pending;  /**< accepted and not yet written */
     uint64_t unsynced; /**< written and not yet synced */
     size_t holes;      /**< how many holes are known: 1,024 at most */
-    int32_t all_holes; /**< 1 if they show all lost bytes */
+    int32_t all_holes; /**< 1 if the holes contain all lost bytes */
     int32_t reserved;
 } cachefile_losses;
 
 #define CACHEFILE_LOSSES_INIT \
     { sizeof(cachefile_losses), 0, 0, 0, 0, 0, 0 }
 
-/** Fills losses, and holes with the first of the file's holes, as many as there are and max_holes
- * allows. They are sorted by offset, and holes that touch are one. holes may be null if max_holes
- * is 0. 4010: no such file. */
+/** Fills losses, and fills holes with the first holes of the file, at most max_holes. They are
+ * sorted by offset, and adjacent ones are merged. holes may be null if max_holes is 0. 4010: no
+ * such file. */
 CACHEFILE_API int32_t cachefile_writer_losses(cachefile_writer* writer, uint32_t file,
                                               cachefile_losses* losses, cachefile_hole* holes,
                                               size_t max_holes);
 
-/** The result of a sync with CACHEFILE_ASYNC that returned 0. */
+/** Reports the result of a cachefile_writer_sync that was queued. */
 typedef void (*cachefile_on_synced)(void* user, uint32_t file, int32_t result);
 
-/** The free space of the writer's file system has fallen below the mark. Called once, and
- * again only after the space was at the mark or above it, or after the mark was set again. Without
- * CACHEFILE_ASYNC it is called inside a write. */
+/** Reports that the free space of the writer's file system is below the mark. It is called once,
+ * and again only after the free space was at the mark or above it, or after the mark was set again.
+ * In synchronous mode it is called inside a write. */
 typedef void (*cachefile_on_low_space)(void* user, uint64_t free_bytes);
 
-/** Sets the two functions above, in place of earlier ones; null is not called. low_space_mark is
- * the mark in bytes, 0 for none. The free space is looked at when something is written, at most
- * once a second. */
+/** Sets the two functions above and replaces earlier ones. A null function is not called.
+ * low_space_mark is the mark in bytes; 0 means none. The free space is queried by writes, at most
+ * once per second. */
 CACHEFILE_API int32_t cachefile_writer_set_safety(cachefile_writer* writer,
                                                   cachefile_on_synced on_synced,
                                                   cachefile_on_low_space on_low_space,
                                                   uint64_t low_space_mark, void* user);
 
-/** Returns the last result that was reported to on_status of this writer, including successes; 0
- * before the first. */
+/** Returns the last result that was reported to on_status of this writer, which may be a success.
+ * It is 0 before the first report. */
 CACHEFILE_API int32_t cachefile_writer_status(const cachefile_writer* writer);
 
 /* ---- Player: reads one recording back ---- */

@@ -27,5 +27,5 @@ set(DOXYGEN_HAVE_DOT NO)
 # Leaves out the headers that are installed only because other headers include them.
 set(api_headers ${cachefile_headers})
 list(FILTER api_headers EXCLUDE REGEX
-     "CmMutex|CmReference|CmThreadSafety")
+     "CmCallable|CmMutex|CmReference|CmThreadSafety")
 doxygen_add_docs(docs ${api_headers} docs/api.md)

@@ -7,25 +7,25 @@
 
 class CSpaceWatch;
 
-/// The host's callbacks. The host implements it, hands it to a handler's Initialize and keeps it
-/// alive until the handler's Destroy, after which the handler calls it no more.
+/// The host's callbacks. The host implements this interface, passes an object to a handler's
+/// Initialize and keeps the object until the handler's Destroy has returned.
 ///
-/// For files in asynchronous mode every call is made on the caller thread (CmCallerThread.h). In
-/// synchronous mode it is made inside the read that caused it. No lock of the library is held. A
-/// callback may make any call, including Destroy on its own handler and a shutdown.
+/// In asynchronous mode every call is made on the caller thread (CmCallerThread.h). In synchronous
+/// mode it is made inside the read that caused it. No lock of the library is held. A callback may
+/// call any operation, including Destroy of its own handler and a shutdown.
 class IFileOpSink {
  public:
-    /// The outcome of an asynchronous operation: of every open (aResult 0 on success), and of a
-    /// close, read or write only if it failed on the worker thread. It is not called for an
-    /// operation whose own call returned an error, and never in synchronous mode.
+    /// The result of an asynchronous operation. It is called for every open (aResult is 0 on
+    /// success), and for a close, read or write that failed on the worker thread. It is not called
+    /// for an operation whose own call returned an error, and never in synchronous mode.
     virtual void OnFileOpStatus(CCacheFileManager::LinkType aLinkType,
                                 CCacheFileManager::OpType aOpType, CmInt32 aResult) = 0;
 
-    /// The bytes of a read. lpData is the buffer that was given to the read (from array new); it
-    /// now belongs to the receiver, who frees it with array delete. dwLength counts the bytes read:
-    /// fewer than requested at the end of the file, 0 after it, and 0 too if an asynchronous read
-    /// failed, which OnFileOpStatus then reports with Op_Read. aDataInfo is the request's, valid
-    /// during the call.
+    /// The bytes of a read. lpData is the buffer that was passed to the read (from array new). The
+    /// receiver now owns it and frees it with array delete. dwLength is the number of bytes read:
+    /// fewer than requested at the end of the file, and 0 after it. It is also 0 if an asynchronous
+    /// read failed, which OnFileOpStatus then reports with Op_Read. aDataInfo is that of the
+    /// request and is valid during the call.
     virtual void OnDataReady(unsigned char* lpData, CmUint32 dwLength,
                              const tagDataInfo& aDataInfo) = 0;
 
@@ -37,8 +37,8 @@ class IFileOpSink {
 /// rules of IFileOpSink apply: the caller thread, no lock, and any call is allowed inside.
 class IFileSafetySink {
  public:
-    /// The result of a SyncFile in asynchronous mode that returned 0: 0 when everything that was
-    /// written to the file before is on the disk, or why it is not.
+    /// The result of a SyncFile in asynchronous mode that returned 0. lResult is 0 if everything
+    /// that was written to the file before is on the disk, otherwise the code of the failure.
     virtual void OnFileSynced(CmUint32 dwHandle, CmInt32 lResult) = 0;
 
     /// The free space of the recording's file system has fallen below the mark. Called once, and
@@ -51,8 +51,8 @@ class IFileSafetySink {
     ~IFileSafetySink() = default;
 };
 
-/// A receiver of the results of asynchronous files, which is a handler. It has a reference count,
-/// because proxies and queued results refer to it until the last result has been delivered.
+/// Receives the results of asynchronous files. The handlers implement it. It has a reference count,
+/// because proxies and queued results use it until the last result has been delivered.
 class CACHEFILE_API IFileOpStatus : public IFileOpSink,
                                     public CCmReferenceControlT<CCmMutexThread> {
  public:
@@ -61,10 +61,11 @@ class CACHEFILE_API IFileOpStatus : public IFileOpSink,
 
     ~IFileOpStatus() override;
 
-    // Additions follow the operations above. A receiver that does not sync ignores these.
+    // The operations above keep their order; new ones are added below. A receiver that does not
+    // sync ignores these.
 
     virtual void OnFileSynced(CmUint32 /*dwHandle*/, CmInt32 /*lResult*/) {}
     virtual void OnLowSpace(std::uint64_t /*qwFreeBytes*/) {}
-    /// What watches the free space for this receiver; null if nothing does.
+    /// The object that watches the free space for this receiver, or null.
     virtual CSpaceWatch* GetSpaceWatch() { return nullptr; }
 };

@@ -15,9 +15,9 @@ struct CHandlerDestroyer {
 ///
 ///     CHandlerPtr<CWriteFileHandler> pHandler(manager.CreateWriteFileHandler(12, 0));
 ///
-/// It is null if the manager returned null. Use it on the thread that drives the handler, because
-/// it calls Destroy there. It must be destroyed before the sink that was passed to Initialize.
-/// reset() destroys the handler earlier. Call it before CCacheFileManager::GetLostBytes, because
-/// Destroy writes the gathered bytes.
+/// It is null if the manager returned null. Use it only on the thread that drives the handler,
+/// because it calls Destroy on its own thread. It must be destroyed before the sink that was passed
+/// to Initialize. reset() destroys the handler earlier: call it before you read
+/// CCacheFileManager::GetLostBytes, because Destroy writes the gathered bytes.
 template <class HandlerT>
 using CHandlerPtr = std::unique_ptr<HandlerT, CHandlerDestroyer>;

@@ -2,9 +2,14 @@
 
 #include <new>
 
-#include "core/CacheFileManager.h"
 #include "platform/CmResult.h"
 #include "platform/CmTraceLine.h"
+
+namespace {
+
+constexpr char c_cSeparator = '\\';
+
+}  // namespace
 
 CmInt32 CHomeDir::OutOfMemory() const {
     TraceError(m_lpOperation, "->Low memory to change a directory", " this=", m_pObject);
@@ -13,19 +18,15 @@ CmInt32 CHomeDir::OutOfMemory() const {
 
 CmInt32 CHomeDir::Set(const CCmString& strNew) try {
     CCmString strResult(strNew);  // a copy, so that a failure leaves the directory as it was
-    if (!strResult.empty() && strResult.back() != CCacheFileManager::s_cWinPathSeparator)
-        strResult += CCacheFileManager::s_cWinPathSeparator;
+    if (!strResult.empty() && strResult.back() != c_cSeparator) strResult += c_cSeparator;
     m_strDirectory.swap(strResult);
     return CACHE_OK;
 } catch (const std::bad_alloc&) {
     return OutOfMemory();
 }
 
-CmInt32 CHomeDir::AppendRecord(CmUint32 dwRecordID) try {
-    CCmString strAdded(CCacheFileManager::Instance().GetTempHomeDir());
-    strAdded += std::to_string(dwRecordID);
-    strAdded += CCacheFileManager::s_cWinPathSeparator;
-    m_strDirectory += strAdded;
+CmInt32 CHomeDir::AppendRecord(const CCmString& strHome, CmUint32 dwRecordID) try {
+    m_strDirectory += strHome + std::to_string(dwRecordID) + c_cSeparator;
     return CACHE_OK;
 } catch (const std::bad_alloc&) {
     return OutOfMemory();

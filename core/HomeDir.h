@@ -2,22 +2,23 @@
 
 #include "platform/CmTypes.h"
 
-/// Forms the directories of the manager and the handlers.
+/// Changes the directories of the manager and the handlers.
 ///
-/// Used for one call on the stack of the thread that drives the handlers. It throws nothing: if
-/// there is no memory, the directory stays as it was, a line with the class, the operation and the
+/// An object is created for one call, on the stack of the thread that drives the handlers. It does
+/// not throw. If there is no memory, the directory is unchanged, a line with the operation and the
 /// object is traced, and the result is CACHE_ERR_OUT_OF_MEMORY.
 class CHomeDir {
  public:
-    /// lpOperation, "CLASS::OPERATION", must stay valid while this lives. strDirectory is changed.
+    /// The operations change strDirectory. lpOperation ("CLASS::OPERATION") is for trace lines; it
+    /// must stay valid while the object exists.
     CHomeDir(CCmString& strDirectory, const char* lpOperation, const void* pObject)
         : m_strDirectory(strDirectory), m_lpOperation(lpOperation), m_pObject(pObject) {}
 
     /// Sets the directory to strNew and appends a backslash, unless it is empty or ends with one.
     CmInt32 Set(const CCmString& strNew);
 
-    /// Appends the manager's home directory, the record identifier in decimal and a backslash.
-    CmInt32 AppendRecord(CmUint32 dwRecordID);
+    /// Appends strHome, the record identifier in decimal and a backslash.
+    CmInt32 AppendRecord(const CCmString& strHome, CmUint32 dwRecordID);
 
  private:
     CmInt32 OutOfMemory() const;

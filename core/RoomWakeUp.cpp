@@ -14,7 +14,7 @@ namespace {
 
 using Lock = std::lock_guard<std::mutex>;
 
-/// Firing it does nothing: the host is woken because an event is queued.
+/// Does nothing when it runs: the host is woken because an event is queued.
 class CRoomEvent final : public ICmEvent {
  public:
     CRoomEvent() : ICmEvent(0, Urgent, WakeUp) {}

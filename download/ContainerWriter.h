@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 
 #include "download/ContainerFormat.h"
+#include "platform/CmCallable.h"
 #include "platform/CmExport.h"
 #include "platform/CmTypes.h"
 
@@ -73,7 +73,7 @@ class CACHEFILE_API CContainerWriter {
 
     /// Receives how many bytes of the streams are written, and how many there are in all. Returns
     /// true to continue and false to cancel.
-    using Progress = std::function<bool(std::uint64_t qwDone, std::uint64_t qwTotal)>;
+    using Progress = CCmCallable<bool(std::uint64_t qwDone, std::uint64_t qwTotal)>;
 
     /// The same with a callback, which may be empty. Write calls it on the calling thread, with no
     /// lock held: once for each stream while the sizes are looked up (both numbers are 0 then),

@@ -45,10 +45,10 @@ bool CIndexReader::LoadBlock(CmUint32 dwOffset) {
 
 bool CCircleWatch::HasReturned(std::uint64_t qwOffset, std::size_t nKnown) {
     ++m_dwSteps;
-    if (qwOffset == m_qwThere) return true;
+    if (qwOffset == m_qwMark) return true;
     if (m_dwSteps < m_dwNextMove) return false;
-    m_qwThere = qwOffset;
-    m_nKnownThere = nKnown;
+    m_qwMark = qwOffset;
+    m_nKnownAtMark = nKnown;
     m_dwSteps = 0;
     m_dwNextMove = m_dwNextMove < 0x80000000 ? m_dwNextMove * 2 : m_dwNextMove;
     return false;

@@ -59,12 +59,14 @@ class CCircleWatch {
     /// true if the walk was at this offset before, and sets the two numbers below.
     bool HasReturned(std::uint64_t qwOffset, std::size_t nKnown);
 
-    CmUint32 GetLapLength() const { return m_dwSteps; }           ///< entries of one lap
-    std::size_t GetKnownBefore() const { return m_nKnownThere; }  ///< known entries before that lap
+    CmUint32 GetLapLength() const { return m_dwSteps; }  ///< entries of one lap
+    std::size_t GetKnownBefore() const {
+        return m_nKnownAtMark;
+    }  ///< known entries before that lap
 
  private:
-    std::uint64_t m_qwThere = 0;  // the offset to compare with; set by the first call
-    std::size_t m_nKnownThere = 0;
-    CmUint32 m_dwSteps = 0;     // since m_qwThere was set
-    CmUint32 m_dwNextMove = 1;  // m_qwThere is set again after this many
+    std::uint64_t m_qwMark = 0;  // the offset to compare with; set by the first call
+    std::size_t m_nKnownAtMark = 0;
+    CmUint32 m_dwSteps = 0;     // since m_qwMark was set
+    CmUint32 m_dwNextMove = 1;  // m_qwMark is set again after this many
 };

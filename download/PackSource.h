@@ -24,7 +24,7 @@ struct tagPackHeader {
     CmUint32 dwCBTimeStamp;
 };
 
-/// What the host of a container writer has given it so far.
+/// What the host has added to a container writer so far.
 struct tagPackPlan {
     CDescriberTable<tagPackStream> aStreams;
     CmUint32 dwIndexType = Index_Packed;

@@ -1,11 +1,17 @@
 #include "fileop/BufferDecorate.h"
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "fileop/BlockStore.h"
 #include "fileop/FileLedger.h"
 #include "platform/CmTraceLine.h"
+
+IFileOperation* CFileOperationFactory::CreateBufferDecorate(IFileOperation* pFile,
+                                                            CmUint32 dwBufferSize) {
+    return new (std::nothrow) CBufferDecorate(pFile, dwBufferSize);
+}
 
 CBufferDecorate::CBufferDecorate(IFileOperation* pFile, CmUint32 dwBufferSize)
     : m_pFile(pFile), m_dwBufferSize(dwBufferSize) {
@@ -99,7 +105,7 @@ CmInt32 CBufferDecorate::PassOn(std::size_t nAccepted) {
     const CmInt32 lResult =
         m_pFile->GiveData(std::move(m_strBuffer), CCacheFileManager::GetMaxDword());
     m_age.OnEmptied();
-    m_strBuffer.clear();  // the link below may have left the bytes, or any others, in it
+    m_strBuffer.clear();  // its contents are unspecified now
     if (m_strBuffer.capacity() > MaxKeptCapacity()) {
         CBlockStore::Instance().Give(std::move(m_strBuffer));
         CCmString().swap(m_strBuffer);  // frees it if the store has not taken it

@@ -37,7 +37,8 @@ class CBufferDecorate final : public IFileOperation {
     CmInt32 WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) override;
     CmInt32 GiveData(CCmString&& strData, CmUint32 dwOffset) override;
     std::uint64_t BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) override;
-    /// The failure of the passing on comes before that of the sync.
+    /// If the gathered bytes cannot be passed on, returns that failure, otherwise the result of the
+    /// sync.
     CmInt32 Sync(CmUint32 dwHandle) override;
     CFileLedger* Ledger() override { return m_pFile ? m_pFile->Ledger() : nullptr; }
     CmInt32 GetFreeSpace(std::uint64_t& qwBytes) override;

@@ -1,9 +1,5 @@
 #include "fileop/FileOperation.h"
 
-#include <new>
-
-#include "fileop/BufferDecorate.h"
-#include "fileop/LocalFile.h"
 #include "platform/CmEvent.h"
 #include "platform/CmNeverDestroyed.h"
 
@@ -19,13 +15,4 @@ CmInt32 IFileOperation::SendToReader(ICmEvent* pEvent) {
 
 CFileOperationFactory* CFileOperationFactory::Instance() {
     return &CmNeverDestroyed<CFileOperationFactory>();
-}
-
-IFileOperation* CFileOperationFactory::CreateLocalFile(int bIsDownloadFile) {
-    return new (std::nothrow) CLocalFile(bIsDownloadFile);
-}
-
-IFileOperation* CFileOperationFactory::CreateBufferDecorate(IFileOperation* pFile,
-                                                            CmUint32 dwBufferSize) {
-    return new (std::nothrow) CBufferDecorate(pFile, dwBufferSize);
 }

@@ -10,6 +10,10 @@
 #include "platform/CmFile.h"
 #include "platform/CmTraceLine.h"
 
+IFileOperation* CFileOperationFactory::CreateLocalFile(int bIsDownloadFile) {
+    return new (std::nothrow) CLocalFile(bIsDownloadFile);
+}
+
 CLocalFile::CLocalFile(int bIsDownloadFile)
     : m_bIsDownloadFile(bIsDownloadFile), m_pLedger(new (std::nothrow) CFileLedger) {
     TraceInfo("CLocalFile::CLocalFile, m_bIsDownloadFile ", m_bIsDownloadFile, " this=", this);
@@ -42,7 +46,7 @@ CmInt32 CLocalFile::OpenAt(const CCmString& strPath, int bWrite, const CmPlace& 
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 
-/// Makes the record if there is none. False if there is no memory for it.
+/// Creates the sync record if there is none. Returns false if there is no memory for it.
 bool CLocalFile::HasSyncRecord(const CmPlace& aPlace) try {
     if (!m_pSync) m_pSync = new CFileSync(m_hFD, m_pLedger.Get(), m_strFilePath, aPlace, m_written);
     return true;
@@ -109,7 +113,7 @@ CmInt32 CLocalFile::GiveData(CCmString&& strData, CmUint32 dwOffset) {
     return Write(strData.data(), strData.size(), dwOffset);
 }
 
-/// Writes all bytes and hands them to the system. Every form of writing ends here.
+/// Writes all bytes to the system. All operations that write call this function.
 CmInt32 CLocalFile::Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
     if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
@@ -148,7 +152,7 @@ CmInt32 CLocalFile::ReadData(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint3
     CM_CHECK(dwLength, "dwLength", CACHE_ERR_INVALID_ARG);
     std::size_t aSize = 0;
     const CmFile::ReadEnd aEnd = CmFile::ReadAt(m_hFD, dwOffset, lpBuffer, dwLength, aSize);
-    if (aEnd == CmFile::Read_NoSuchPlace) {
+    if (aEnd == CmFile::Read_BadPosition) {
         TraceError("CLocalFile::ReadData->Seek fileoffset error=", errno, " dwOffset=", dwOffset,
                    " this=", this);
         return CACHE_ERR_FAILED;

@@ -9,20 +9,19 @@
 
 /// A file of the local or a mounted file system: the last link of every chain.
 ///
-/// Owned by the previous link. It has no lock: one operation at a time, on any thread. Every write
-/// has reached the operating system when it returns. A failure is traced here, where the system is
-/// called, and returned as a code; the stream stays open.
+/// Owned by the previous link. It has no lock: one operation at a time, on any thread. When a write
+/// returns, its bytes are in the operating system. A failure is traced here, where the system is
+/// called, and its code is returned. The stream stays open.
 ///
 /// An append that fails is undone: the file is truncated to its previous size. If it is not a
 /// regular file, or another handle has appended in the meantime, it is not truncated, which is
 /// traced. A process that is killed between the write and the truncation leaves a part of the
 /// append. A failed write at an offset may leave a part of its bytes.
 ///
-/// While a sync interval is set, a written file has a record through which the sync thread syncs
-/// it; the file uses nothing of that thread.
+/// While a sync interval is set, a written file has a sync record, which the sync thread uses.
 class CLocalFile final : public IFileOperation {
  public:
-    /// bIsDownloadFile non-zero: the path given to Open is UTF-8 text on every system.
+    /// If bIsDownloadFile is non-zero, the path that Open receives is UTF-8 on every system.
     explicit CLocalFile(int bIsDownloadFile);
     ~CLocalFile() override;
 
@@ -53,7 +52,7 @@ class CLocalFile final : public IFileOperation {
     int m_bWrite = 1;
     std::FILE* m_hFD = nullptr;
     const int m_bIsDownloadFile;
-    const CRefPtr<CFileLedger> m_pLedger;  // null if there was no memory: then it can't be opened
-    CRefPtr<CFileSync> m_pSync;            // null until the file is to be synced
-    CFileRanges m_written{1};              // until then: what a sync that fails would lose
+    const CRefPtr<CFileLedger> m_pLedger;  // null if there was no memory; Open then fails
+    CRefPtr<CFileSync> m_pSync;            // null if the file need not be synced
+    CFileRanges m_written{1};  // without a sync record: the bytes that a failed sync would lose
 };

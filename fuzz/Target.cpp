@@ -50,6 +50,6 @@ MemoryDisk::File& TheFile() { return *MemoryDisk::Instance().m_mapNames[c_szPath
 
 void Require(bool bHolds, const char* lpWhat) {
     if (bHolds) return;
-    std::fprintf(stderr, "not so: %s\n", lpWhat);
+    std::fprintf(stderr, "check failed: %s\n", lpWhat);
     std::abort();
 }

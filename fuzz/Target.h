@@ -5,11 +5,11 @@
 
 #include "tests/disk/MemoryDisk.h"
 
-/// What both targets use.
+/// The parts that both targets use.
 
 constexpr char c_szPath[] = "any.container";
 
-/// The file under that name.
+/// The file with that name, on the disk in memory.
 MemoryDisk::File& TheFile();
 
 /// Makes that file from the bytes of a run. They are a container, but three fields of its header

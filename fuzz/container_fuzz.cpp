@@ -19,10 +19,10 @@ constexpr std::size_t c_nBudget = 1048576;
 class Sink final : public IFileOpSink {
  public:
     void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType, CmInt32) override {
-        Require(false, "a synchronous handler reports no status");
+        Require(false, "a synchronous handler makes no status callback");
     }
     void OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo&) override {
-        Require(!m_pData, "a read delivers once");
+        Require(!m_pData, "each read has one data callback");
         m_pData.reset(lpData);
         m_dwLength = dwLength;
     }
@@ -34,11 +34,11 @@ class Sink final : public IFileOpSink {
 class Run {
  public:
     explicit Run(std::uint64_t qwRandom) : m_qwRandom(qwRandom) {
-        Require(m_pHandler->Initialize(&m_sink) == 0, "the handler is initialised");
+        Require(m_pHandler->Initialize(&m_sink) == 0, "Initialize returns 0");
     }
     ~Run() {
         m_pHandler->Destroy();
-        Require(TheFile().nOpen == 0, "the file is closed in the end");
+        Require(TheFile().nOpen == 0, "the file is closed after Destroy");
     }
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
@@ -66,20 +66,25 @@ void Run::Open() {
     CheckEffort();
     const auto& vecWanted = m_reference.vecStreams;
     if (m_reference.bBrokenOff) {
-        Require(lResult == 0 || lResult == 4002 || lResult == 4006 || lResult == 4011, "the code");
+        Require(lResult == 0 || lResult == 4002 || lResult == 4006 || lResult == 4011,
+                "a long walk returns 0, 4002, 4006 or 4011");
         Require(vecStreams.size() >= vecWanted.size() && vecStreams.size() <= c_nBudget,
-                "the number of streams of a long walk");
-        Require((lResult == 4011) <= (vecStreams.size() == c_nBudget), "the budget is full");
+                "a long walk finds at least the streams of the reference");
+        Require((lResult == 4011) <= (vecStreams.size() == c_nBudget),
+                "4011 is returned only if the list of streams is full");
     } else {
-        Require(lResult == m_reference.lResult, "the code of the open");
-        Require(vecStreams.size() == vecWanted.size(), "the number of streams");
+        Require(lResult == m_reference.lResult, "the open returns the code of the reference");
+        Require(vecStreams.size() == vecWanted.size(),
+                "there are as many streams as in the reference");
         Require(m_pHandler->GetFileVersion() == m_reference.dwVersion &&
                     m_pHandler->GetCBTimeStamp() == m_reference.dwTimeStamp,
-                "version and time stamp");
+                "version and time stamp are those of the reference");
     }
     for (std::size_t i = 0; i < vecWanted.size(); ++i)
-        Require(vecStreams[i] == vecWanted[i].aDescriber, "a describer");
-    Require(m_pHandler->OpenDownloadedFile(c_szPath, vecStreams) == 4008, "it opens once");
+        Require(vecStreams[i] == vecWanted[i].aDescriber,
+                "each describer is that of the reference");
+    Require(m_pHandler->OpenDownloadedFile(c_szPath, vecStreams) == 4008,
+            "a second open returns 4008");
 }
 
 /// Checks that a circle is detected after a few rounds. The number of steps is proportional to the
@@ -103,7 +108,7 @@ void Run::ReadAll() {
     if (nStreams == 0) return;
     unsigned char aByte[1];
     Require(m_pHandler->ReadData(InfoOf(m_reference.vecStreams[0].aDescriber), aByte, 0, 1) == 4007,
-            "nothing is read after the close");
+            "a read after the close returns 4007");
 }
 
 /// The first call may fail at the bad bytes. All calls must return the same code.
@@ -113,8 +118,10 @@ void Run::CheckLengths() {
     for (std::size_t i = 0; i < nStreams; ++i) {
         const tagDataInfo aInfo = InfoOf(m_reference.vecStreams[i].aDescriber);
         CmUint32 dwLength = 0;
-        Require(m_pHandler->GetStreamLength(aInfo, dwLength) == 0, "a stream has a length");
-        Require(dwLength == m_reference.PlayedLength(*m_reference.Find(aInfo)), "the length");
+        Require(m_pHandler->GetStreamLength(aInfo, dwLength) == 0,
+                "the length of a known stream is returned");
+        Require(dwLength == m_reference.PlayedLength(*m_reference.Find(aInfo)),
+                "the length is that of the reference");
     }
 }
 
@@ -158,13 +165,14 @@ void Run::Read(const tagDataInfo& aInfo, std::uint64_t qwOffset, std::uint64_t q
         m_sink.m_pData.reset();
         return;
     }
-    Require(lResult == lWanted, "the code of a read");
-    Require((m_sink.m_pData != nullptr) == (lResult == 0), "bytes are delivered after 0 only");
+    Require(lResult == lWanted, "a read returns the code of the reference");
+    Require((m_sink.m_pData != nullptr) == (lResult == 0),
+            "a read has a data callback exactly if it returns 0");
     if (lResult != 0) return;
-    Require(m_sink.m_pData.get() == lpBuffer, "the buffer comes back");
+    Require(m_sink.m_pData.get() == lpBuffer, "the data callback has the buffer of the read");
     Require(m_sink.m_dwLength == strWanted.size() &&
                 std::memcmp(lpBuffer, strWanted.data(), strWanted.size()) == 0,
-            "the bytes of a read");
+            "a read returns the bytes of the reference");
     m_sink.m_pData.reset();
 }
 
@@ -173,7 +181,7 @@ void Run::Read(const tagDataInfo& aInfo, std::uint64_t qwOffset, std::uint64_t q
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* lpBytes, std::size_t dwSize) {
     static const bool s_bTraced =
         CCmT120Trace::instance()->SetSink([](CmInt32, const char*) {}) == 0;
-    Require(s_bTraced, "lines are made too");
+    Require(s_bTraced, "the trace sink is set");
     Run aRun(ShapeFile(lpBytes, dwSize));
     aRun.Open();
     aRun.ReadAll();

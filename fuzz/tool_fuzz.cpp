@@ -23,8 +23,8 @@ std::map<std::string, std::string> s_mapFiles;  // the extracted files by name
 // Functions of the tool that write files; these write into memory.
 COutputFile::COutputFile(std::filesystem::path aPath, bool bReplace)
     : m_path(std::move(aPath)), m_bReplace(bReplace) {
-    Require(!m_bReplace, "nobody has asked to write over files");
-    Require(s_mapFiles.emplace(m_path.filename().string(), "").second, "a file is written once");
+    Require(!m_bReplace, "files are not replaced unless that is requested");
+    Require(s_mapFiles.emplace(m_path.filename().string(), "").second, "each file is written once");
 }
 COutputFile::~COutputFile() = default;
 void COutputFile::Write(const void* lpData, std::size_t nLength) {
@@ -41,13 +41,14 @@ std::uint64_t Size() { return TheFile().strBytes.size(); }
 void CheckRegions(const tagRecording& aRecording) {
     std::uint64_t qwAt = 0;
     for (const tagRegion& aRegion : LayOutRegions(aRecording)) {
-        Require(aRegion.qwBegin < aRegion.qwEnd, "a region has bytes");
+        Require(aRegion.qwBegin < aRegion.qwEnd, "no region is empty");
         const bool bOverlap = aRegion.aKind == tagRegion::Overlap;
-        Require(bOverlap ? aRegion.qwEnd <= qwAt : aRegion.qwBegin == qwAt, "there are no holes");
+        Require(bOverlap ? aRegion.qwEnd <= qwAt : aRegion.qwBegin == qwAt,
+                "each region begins where the one before it ends, unless it is an overlap");
         if (!bOverlap) qwAt = aRegion.qwEnd;
     }
     const std::uint64_t qwDeclared = aRecording.pIndex->GetFileHeader().dwFileSize;
-    Require(qwAt == std::max(qwDeclared, Size()), "all is covered");
+    Require(qwAt == std::max(qwDeclared, Size()), "the regions cover the whole file");
 }
 
 /// bError: the check has found an error.
@@ -78,15 +79,16 @@ void CheckExtracted(const tagRecording& aRecording, bool bError) {
     int nExit = Exit_Damage;
     try {
         nExit = Extract(aOptions);
-        Require(qwSum <= Size(), "files that need more bytes than there are have to be allowed");
+        Require(qwSum <= Size(), "files that are together larger than the container are refused");
     } catch (const CFailure&) {
-        Require(qwSum > Size() && s_mapFiles.empty(), "nothing else is refused");
+        Require(qwSum > Size() && s_mapFiles.empty(),
+                "nothing else is refused, and a refusal writes no file");
         aOptions.bAllowOverlap = true;
         nExit = Extract(aOptions);
     }
-    Require(s_mapFiles == mapWanted, "the extracted files");
+    Require(s_mapFiles == mapWanted, "the extracted files have the bytes of the container");
     Require(nExit == Exit_Damage || (nExit == Exit_Done && !bError && !bMissing),
-            "what is missing is reported");
+            "extract reports damage if there is an error or bytes are missing");
 }
 
 }  // namespace
@@ -99,16 +101,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* lpBytes, std::size_t d
     try {
         aRecording = LoadRecording(c_szPath);
     } catch (const CFailure&) {
-        Require(!bHeader, "a container can be examined");
+        Require(!bHeader, "a file with a valid header can be examined");
         return 0;
     }
     const bool bError = Examine(aRecording).qwErrors > 0;
-    Require(bHeader || bError, "what is no container is an error");
+    Require(bHeader || bError, "a file without a valid header has an error");
     if (qwRandom % 8 == 0) {  // printing takes time
         tagDoctorOptions aOptions;
         aOptions.strPath = c_szPath;
         const int nDoctor = Doctor(aOptions);
-        Require(nDoctor == Exit_Damage || (nDoctor == Exit_Done && !bError), "the doctor's end");
+        Require(nDoctor == Exit_Damage || (nDoctor == Exit_Done && !bError),
+                "doctor reports damage if there is an error");
     }
     if (!bHeader) return 0;
     CheckRegions(aRecording);

@@ -11,7 +11,8 @@
 /// it.
 class CCmMessageBlock {
  public:
-    /// dwSize bytes at lpData, of which dwWritten hold data. bDontCopy is 1: no other kind exists.
+    /// dwSize bytes at lpData, of which dwWritten hold data. The third argument has to be 1,
+    /// because the bytes are never copied.
     CCmMessageBlock(CmUint32 dwSize, const unsigned char* lpData, int /*bDontCopy*/,
                     CmUint32 dwWritten)
         : m_lpData(lpData), m_dwEnd(dwWritten < dwSize ? dwWritten : dwSize) {}
@@ -31,8 +32,8 @@ class CCmMessageBlock {
     CmUint32 m_dwPosition = 0;
 };
 
-/// Reads little-endian fields in order from a block. After the first failed read every later one
-/// also fails: it leaves its destination as it was, and traces.
+/// Reads little-endian fields in order from a block. After the first failed read all later reads
+/// fail too: they trace, and do not change their destination.
 template <class BlockType>
 class CCmByteStreamT {
  public:
@@ -55,7 +56,7 @@ class CCmByteStreamT {
         return *this;
     }
 
-    // Written out, because compilers then turn each of them into one load; a loop was slower.
+    // Without a loop, because compilers then generate a single load.
     static CmUint32 ToNumber(const unsigned char (&aBytes)[2]) {
         return CmUint32{aBytes[0]} | CmUint32{aBytes[1]} << 8;
     }

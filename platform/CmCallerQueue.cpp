@@ -3,18 +3,19 @@
 #include <mutex>
 #include <utility>
 
-void CCmCallerQueue::SetWakeUp(std::function<void()> aWakeUp) {
+void CCmCallerQueue::SetWakeUp(CCmCallable<void()> aWakeUp) {
     m_wakeUp.Set(std::move(aWakeUp));
     bool bHasEvents = false;
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
         bHasEvents = m_bHasEvents;
     }
-    // The earlier callable may have been called for them, and no later event reports them again.
+    // An earlier callable may have been called for the events that wait. They cause no further
+    // call.
     if (bHasEvents) m_wakeUp.Call();
 }
 
-/// Stops first: an event posted after the disposal would stay for ever.
+/// Stops the queue first: an event that is posted after the others were freed would never be freed.
 void CCmCallerQueue::End() {
     Stop();
     DropWakeUps();
@@ -26,7 +27,7 @@ void CCmCallerQueue::DropWakeUps() {
     CloseDescriptor();
 }
 
-/// Opens the descriptor on the first request, so that hosts which use the callable need none.
+/// Opens the descriptor on the first call, because hosts that use the callable need none.
 int CCmCallerQueue::GetDescriptor() {
     std::lock_guard<std::mutex> aLock(m_mutex);
     if (!m_descriptor.IsOpen() && m_descriptor.Open() && m_bHasEvents) m_descriptor.Signal();

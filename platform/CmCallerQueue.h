@@ -1,33 +1,32 @@
 #pragma once
 
-#include <functional>
-
 #include "platform/CmCallSlot.h"
+#include "platform/CmCallable.h"
 #include "platform/CmEventQueue.h"
 #include "platform/CmSystem.h"
 
 /// The event queue of the caller thread. It informs the host, by a callable and a descriptor, when
 /// results begin to wait.
 ///
-/// Counted; the attached thread object and every poster hold references. Threads as for
+/// Counted: the attached thread object and every thread that posts hold references. Threads as for
 /// CCmEventQueue: the slot has its own lock, and the queue's mutex guards the descriptor.
 class CCmCallerQueue final : public CCmEventQueue {
  public:
     /// Installs the callable of CCmCallerThread::SetWakeUp. Throws std::bad_alloc with the earlier
     /// callable kept.
-    void SetWakeUp(std::function<void()> aWakeUp);
+    void SetWakeUp(CCmCallable<void()> aWakeUp);
 
-    /// The descriptor that is readable while anything waits; -1 if the system gives none.
+    /// Returns the descriptor that is readable while anything waits, or -1 if there is none.
     int GetDescriptor();
 
-    /// Refuses new events, forgets callable and descriptor, disposes of what waits.
+    /// Refuses new events, removes callable and descriptor, and frees the events that wait.
     void End();
 
-    /// Forgets callable and descriptor; what waits stays.
+    /// Removes callable and descriptor. The events that wait stay in the queue.
     void DropWakeUps();
 
-    /// As those of CCmEventQueue. The child closes its copies of the descriptor: taking a signal
-    /// out of it would take it from the parent.
+    /// As those of CCmEventQueue. The child closes its copies of the descriptor, because reading a
+    /// signal from it would remove the signal in the parent.
     void BeforeFork();
     void AfterForkInParent();
     void AfterForkInChild();
@@ -37,6 +36,6 @@ class CCmCallerQueue final : public CCmEventQueue {
     void OnHasEventsLocked(bool bHasEvents) override;
     void CloseDescriptor();
 
-    CCmCallSlot<std::function<void()>> m_wakeUp;
+    CCmCallSlot<CCmCallable<void()>> m_wakeUp;
     CCmWakeDescriptor m_descriptor;  // guarded by m_mutex
 };

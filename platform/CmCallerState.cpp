@@ -86,7 +86,7 @@ void CCmCallerState::AfterForkInChild() {
         m_pCurrent->AfterFork();
         m_pForkedQueue = nullptr;
         if (!m_pCurrent->IsCurrent()) {
-            m_pCurrent->AddReference();  // freeing it would run what the host gave to the parent
+            m_pCurrent->AddReference();  // never freed: this would run destructors of the host
             m_pCurrent = nullptr;
         }
     }

@@ -2,8 +2,8 @@
 
 #include "platform/CmAttachedThread.h"
 
-/// Knows which thread is attached. One object for the process, never destroyed. Any thread may call
-/// it: a mutex guards the attachment.
+/// Stores which thread is attached. One object for the process, never destroyed. Any thread may
+/// call it, because a mutex guards the attachment.
 class CCmCallerState {
  public:
     static CCmCallerState& Instance();
@@ -12,10 +12,10 @@ class CCmCallerState {
     CmInt32 Attach();
     CmInt32 Detach();
 
-    /// The attached thread, whichever it is; null if there is none.
+    /// Returns the attached thread, or null.
     CRefPtr<CCmAttachedThread> GetThread();
 
-    /// The queue if the calling thread is the attached one, else null.
+    /// Returns the queue if the calling thread is the attached one, otherwise null.
     CRefPtr<CCmCallerQueue> GetOwnQueue();
 
     /// See CCmCallerQueue.
@@ -26,8 +26,8 @@ class CCmCallerState {
     friend T& CmNeverDestroyed();
     CCmCallerState();
 
-    // Around a fork: neither the attachment nor its queue changes in between. A child whose parent
-    // had another thread attached has none.
+    // Called before and after a fork. The attachment and its queue do not change in between. If the
+    // attached thread is not the one that forks, the child has no attachment.
     void BeforeFork() CM_NO_LOCK_ANALYSIS;
     void AfterForkInParent() CM_NO_LOCK_ANALYSIS;
     void AfterForkInChild() CM_NO_LOCK_ANALYSIS;

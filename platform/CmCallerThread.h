@@ -1,7 +1,6 @@
 #pragma once
 
-#include <functional>
-
+#include "platform/CmCallable.h"
 #include "platform/CmExport.h"
 #include "platform/CmTypes.h"
 
@@ -48,7 +47,7 @@ class CACHEFILE_API CCmCallerThread {
     /// worker) and with no lock of the library held. It must not throw, wait for the caller thread
     /// or call back into the library. It is meant to post a message to the host's own loop. It may
     /// also be called when no result waits.
-    using WakeUp = std::function<void()>;
+    using WakeUp = CCmCallable<void()>;
 
     /// Installs aWakeUp, or removes it if it is empty. Returns when no call of the earlier one is
     /// running on another thread. If a result waits already, aWakeUp is called before this returns.

@@ -8,27 +8,28 @@
 
 /// A piece of work for the thread of an event queue.
 ///
-/// Made with new by the code that posts it. From then on the queue owns it, and disposes of it
-/// exactly once: after firing, refusing or dropping it. It is linked into the queue through its own
-/// fields, so posting takes no memory.
+/// The code that posts it creates it with new. After that the queue owns it and frees it exactly
+/// once: after it ran, when it is refused, or when the queue ends first. It has the link fields of
+/// the queue, so posting allocates no memory.
 class ICmEvent {
  public:
-    /// Whether anybody may be waiting for the outcome. A thread that has just had work may leave a
-    /// non-urgent event for a few milliseconds until it looks again (CmQueueRest.h).
+    /// Whether a thread may be waiting for the result. A non-urgent event does not wake a thread
+    /// that had work recently: the thread checks its queue again after a few milliseconds
+    /// (CmQueueRest.h).
     enum Urgency { Urgent, NotUrgent };
 
-    /// What a host notices of an event in its queue (CmCallerThread.h). A result is counted. A
-    /// wake-up is not counted and only ends the host's wait. Upkeep does neither.
+    /// How an event affects a host's queue (CmCallerThread.h). A result ends the host's wait and is
+    /// counted. A wake-up ends the wait and is not counted. Upkeep does neither.
     enum Kind { Result, WakeUp, Upkeep };
 
-    /// dwType is the platform's; events of this library pass 0.
+    /// dwType has no meaning in this library, whose events pass 0.
     explicit ICmEvent(CmUint32 dwType, Urgency aUrgency = Urgent, Kind aKind = Result)
         : m_dwType(dwType), m_urgency(aUrgency), m_kind(aKind) {}
 
-    /// Does the work, on the queue's thread. Its result reaches the caller of SendEvent only.
+    /// Does the work, on the queue's thread. Only SendEvent uses the result.
     virtual CmInt32 OnEventFire() = 0;
 
-    /// Disposal after firing; deletes the event. Never overridden.
+    /// Deletes the event. Never overridden.
     virtual void OnDestorySelf();
 
     virtual ~ICmEvent();
@@ -52,8 +53,8 @@ class ICmEvent {
     tagSendWait* m_pSender = nullptr;  // the thread that waits for it in SendEvent
 };
 
-/// Upkeep that a thread does at a given time or soon afterwards. A queue keeps one event of each
-/// key: the one with the highest number. It disposes of the others without firing them.
+/// Work that a thread does at a given time or soon afterwards. A queue keeps one event of each key:
+/// the one with the highest number. It frees the others, and they do not run.
 class ICmTimedEvent : public ICmEvent {
  public:
     using Time = std::chrono::steady_clock::time_point;
@@ -70,24 +71,23 @@ class ICmTimedEvent : public ICmEvent {
     ICmTimedEvent* m_pLater = nullptr;  // the next one in its queue
 };
 
-/// The queue through which a thread is given work. Counted; hold it in a CRefPtr while using it.
-/// Any thread may post and send.
+/// The queue of a thread's work. Counted: hold it in a CRefPtr while using it. Any thread may post
+/// and send.
 class ICmEventQueue : public CCmReferenceControlT<CCmMutexThread> {
  public:
-    /// Queues the event to be fired later on the queue's thread, after everything queued before
-    /// it. Never waits. Returns 0; on a stopped queue the event is disposed of and the result is
-    /// CACHE_ERR_INVALID_STATE. lOption is the platform's; this library passes 1.
+    /// Queues the event. It runs on the queue's thread after everything that was queued before.
+    /// Never waits. Returns 0. If the queue is stopped, frees the event and returns
+    /// CACHE_ERR_INVALID_STATE. lOption has no meaning in this library, which passes 1.
     virtual CmInt32 PostEvent(ICmEvent* pEvent, CmInt32 lOption) = 0;
 
-    /// Fires the event on the queue's thread after everything queued before it, waits until it
-    /// has been disposed of, and returns the result of its OnEventFire. On the queue's own thread
-    /// it fires at once. On a stopped queue the event is disposed of and the result is
-    /// CACHE_ERR_INVALID_STATE, without waiting.
+    /// Runs the event on the queue's thread after everything that was queued before, waits until
+    /// the event is freed, and returns the result of its OnEventFire. On the queue's own thread the
+    /// event runs immediately. If the queue is stopped, frees the event and returns
+    /// CACHE_ERR_INVALID_STATE without waiting.
     virtual CmInt32 SendEvent(ICmEvent* pEvent) = 0;
 
-    /// Fires the event on the queue's thread when its time has come, if the library runs that
-    /// thread. An event whose time has not come when the thread ends is disposed of without firing,
-    /// and so is one that another event of its key replaces. Result and ownership are those of
-    /// PostEvent.
+    /// Runs the event on the queue's thread at its time, if the library runs that thread. The event
+    /// is freed and does not run if the thread ends before that time, or if another event of its
+    /// key replaces it. Result and ownership are those of PostEvent.
     virtual CmInt32 PostTimedEvent(ICmTimedEvent* pEvent) = 0;
 };

@@ -2,8 +2,8 @@
 
 #include "platform/CmEvent.h"
 
-/// A chain of events linked through themselves, first in, first out. It owns nothing and has no
-/// lock: its user guards it and disposes of the events.
+/// A list of events, first in, first out. The events have the link fields. The list does not own
+/// the events and has no lock: its user guards it and frees the events.
 class CCmEventList {
  public:
     bool IsEmpty() const { return m_pFirst == nullptr; }

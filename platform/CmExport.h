@@ -1,8 +1,8 @@
 #pragma once
 
-/// CACHEFILE_API marks what the shared library exports to its hosts; everything else is hidden.
+/// CACHEFILE_API marks the names that the shared library exports. All others are hidden.
 /// CACHEFILE_BUILDING is defined while the library itself is compiled. CACHEFILE_STATIC is defined
-/// where the library is used as a static one, which exports nothing.
+/// if the library is static and exports nothing.
 #if defined(CACHEFILE_STATIC)
 #define CACHEFILE_API
 #elif defined(_WIN32)

@@ -28,15 +28,14 @@ enum OpenMode {
 };
 enum PathText { Path_Local, Path_Utf8 };  // the system's own encoding; UTF-8 everywhere
 
-/// Whether the path can be given to the system. An empty UTF-8 path cannot on any system, invalid
-/// UTF-8 cannot where the system has wide characters; everything else can.
+/// Returns whether the path can be passed to the system. An empty UTF-8 path cannot. Invalid UTF-8
+/// cannot if the system has wide characters. All other paths can.
 bool CanConvert(const CCmString& strPath, PathText aText);
 
-/// Opens an unbuffered stream without newline translation that child processes do not inherit.
-/// Only regular files and character devices are opened. Null with errno on failure.
-/// A path that CanConvert refuses gives null with errno 22 (invalid argument).
-/// May throw std::bad_alloc.
-/// If another process holds a lease on a regular file, waits until the lease is released.
+/// Opens an unbuffered stream without newline translation. Child processes do not inherit it. Only
+/// regular files and character devices are opened. If another process holds a lease on a regular
+/// file, waits until the lease is released. Returns null with errno on failure; errno is 22
+/// (invalid argument) if CanConvert returns false. May throw std::bad_alloc.
 std::FILE* Open(const CCmString& strPath, OpenMode aMode, PathText aText,
                 const CmPlace& aPlace = {});
 
@@ -60,7 +59,7 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool&
 enum ReadEnd {
     Read_Whole,        // all bytes were read
     Read_AtEnd,        // fewer bytes were read, up to the end of the file
-    Read_NoSuchPlace,  // no byte was read: there is no such position, or no such stream
+    Read_BadPosition,  // no byte was read: the position or the stream is not valid
     Read_Failed,       // failed before all bytes were read
 };
 

@@ -15,33 +15,34 @@
 
 namespace {
 
-/// The path as the system takes it, or null with errno. The only place where a backslash becomes a
-/// slash. It takes no memory, so that what is unfinished can be removed when there is none; longer
-/// paths than this the system doesn't take either.
+/// Converts a path to the form of the system. Get returns null, with errno set, if this fails. Only
+/// this class converts backslashes to slashes. It allocates no memory, so an unfinished file can be
+/// removed after an allocation has failed. The system accepts no paths that are longer than its
+/// buffer.
 class CNativePath {
  public:
     explicit CNativePath(const CCmString& strPath) {
         errno = 0;
-        // A zero byte inside would make it name another file.
+        // The system would read a path with a zero byte only up to that byte: another file.
         if (strPath.find('\0') != CCmString::npos)
             errno = EINVAL;
         else if (strPath.size() >= sizeof m_aText)
             errno = ENAMETOOLONG;
         else
-            m_bGood = true;
-        if (!m_bGood) return;
+            m_bValid = true;
+        if (!m_bValid) return;
         std::replace_copy(strPath.begin(), strPath.end(), m_aText, '\\', '/');
         m_aText[strPath.size()] = '\0';
     }
-    const char* Get() const { return m_bGood ? m_aText : nullptr; }
+    const char* Get() const { return m_bValid ? m_aText : nullptr; }
 
  private:
     char m_aText[PATH_MAX];
-    bool m_bGood = false;
+    bool m_bValid = false;
 };
 
-/// A FIFO would block and a directory can't hold bytes: only what can be read and written like a
-/// file is let through.
+/// Returns whether the file is a regular file or a character device. Others are refused: a FIFO
+/// would block, and a directory has no bytes.
 bool IsFileLike(int nFile) {
     struct stat aStatus;
     if (Repeated([&] { return ::fstat(nFile, &aStatus); }) != 0) return false;
@@ -63,8 +64,8 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
     return nullptr;
 }
 
-/// Returns the new position, or -1. The streams have no buffer, so the system can be called
-/// directly: the stream would call it more than once for each block.
+/// Returns the new position, or -1. The streams have no buffer, so the system is called directly.
+/// The stream itself would make more than one system call for each block.
 std::int64_t MoveTo(std::FILE* pStream, std::int64_t nPosition, int nWhence) {
     static_assert(sizeof(off_t) == 8, "positions are 64 bits wide");
     errno = 0;
@@ -73,11 +74,12 @@ std::int64_t MoveTo(std::FILE* pStream, std::int64_t nPosition, int nWhence) {
 
 struct tagDone {
     std::size_t dwDone;  // bytes
-    ssize_t nLast;       // what the last call gave
+    ssize_t nLast;       // the result of the last call
 };
 
-/// Has dwLength bytes transferred by as many calls as it takes: aCall gets how many are done and
-/// how many are left, and gives how many it did, 0 at an end, or -1.
+/// Transfers dwLength bytes with as many calls as are needed. aCall receives the number of bytes
+/// that are done and the number that remain. It returns the number of bytes that it transferred, 0
+/// at the end of the file, or -1.
 template <class Call>
 tagDone InParts(std::size_t dwLength, Call aCall) {
     errno = 0;
@@ -90,14 +92,14 @@ tagDone InParts(std::size_t dwLength, Call aCall) {
     return aDone;
 }
 
-/// Makes a call that takes a path and gives -1 on failure.
+/// Makes a system call that takes a path and returns -1 on failure.
 template <class Call>
 int WithPath(const CCmString& strPath, Call aCall) {
     const CNativePath aNative(strPath);
     return aNative.Get() ? Repeated([&] { return aCall(aNative.Get()); }) : -1;
 }
 
-/// The same for a call that also takes the directory where the path begins.
+/// The same for a call that also takes the directory to which the path is relative.
 template <class Call>
 int WithPlace(const CmPlace& aPlace, const CCmString& strPath, Call aCall) {
     const int nDirectory = aPlace.Directory() ? aPlace.Directory()->nFile : AT_FDCWD;
@@ -107,9 +109,9 @@ int WithPlace(const CmPlace& aPlace, const CCmString& strPath, Call aCall) {
     });
 }
 
-/// Opens a file that another process has a lease on, waiting until it gives that up. The path is
-/// looked up once, without opening what it leads to, so that only a regular file is waited for.
-/// Without /proc the failure stays that of an open that does not wait.
+/// Opens a file on which another process has a lease, and waits until the lease is released. The
+/// path is resolved first without opening the file, so that it waits only for a regular file.
+/// Without /proc it fails like an open that does not wait.
 int OpenLeased(int nDirectory, const char* lpPath, int nFlags) {
     const int nFound = Repeated([&] { return ::openat(nDirectory, lpPath, O_PATH | O_CLOEXEC); });
     int nFile = -1;
@@ -128,20 +130,20 @@ int OpenLeased(int nDirectory, const char* lpPath, int nFlags) {
     return nFile;
 }
 
-/// Without O_NONBLOCK the open of a FIFO waits for its other end.
+/// O_NONBLOCK, because the open of a FIFO would wait until another process opens it too.
 int OpenFile(int nDirectory, const char* lpPath, int nFlags) {
     const int nFile =
         Repeated([&] { return ::openat(nDirectory, lpPath, nFlags | O_NONBLOCK, 0666); });
     return nFile < 0 && errno == EWOULDBLOCK ? OpenLeased(nDirectory, lpPath, nFlags) : nFile;
 }
 
-/// The directory in which the last name of a path is.
+/// Returns the part of a path before its last name, with the separator; "." if there is none.
 CCmString DirectoryOf(const CCmString& strPath) {
     const std::size_t nSeparator = strPath.find_last_of("\\/");
     return nSeparator == CCmString::npos ? "." : strPath.substr(0, nSeparator + 1);
 }
 
-/// Makes a call that syncs. What cannot be synced by its kind counts as done.
+/// Makes a system call that syncs. It counts as successful if this kind of file cannot be synced.
 template <class Call>
 int Synced(Call aCall) {
     errno = 0;
@@ -228,8 +230,8 @@ ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::
     dwRead = aDone.dwDone;
     if (aDone.nLast > 0) return Read_Whole;
     if (aDone.nLast == 0) return Read_AtEnd;
-    const bool bNoPlace = errno == EBADF || errno == EINVAL || errno == ESPIPE;
-    return bNoPlace && dwRead == 0 ? Read_NoSuchPlace : Read_Failed;
+    const bool bBadPosition = errno == EBADF || errno == EINVAL || errno == ESPIPE;
+    return bBadPosition && dwRead == 0 ? Read_BadPosition : Read_Failed;
 }
 
 int Flush(std::FILE* pStream) {

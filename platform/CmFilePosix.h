@@ -6,11 +6,11 @@
 
 #include "platform/CmPlace.h"
 
-/// What the sources for POSIX systems share.
+/// Definitions that several sources for POSIX systems use.
 
-/// Makes a call of the system that gives -1 on failure, again while a signal interrupts it. Network
-/// and user-space file systems let signals interrupt any call. Not for closing: an interrupted
-/// close has closed.
+/// Makes a system call that returns -1 on failure, and repeats it while a signal interrupts it. On
+/// network and user-space file systems a signal can interrupt any call. Not for close: a close that
+/// was interrupted has closed the descriptor.
 template <class Call>
 auto Repeated(Call aCall) -> decltype(aCall()) {
     for (;;) {
@@ -19,12 +19,12 @@ auto Repeated(Call aCall) -> decltype(aCall()) {
     }
 }
 
-/// Which directory of which mount: two of them with the same values lead to the same files.
+/// Identifies a directory and its mount. Two directories with the same values have the same files.
 struct tagDirectoryId {
     std::uint64_t qwInode = 0;
     std::uint64_t qwMount = 0;
     std::uint64_t qwDevice = 0;
-    bool bKnown = false;  // false where the system does not give all of them
+    bool bKnown = false;  // false if the system does not report all three
 
     bool operator==(const tagDirectoryId& aOther) const {
         return bKnown && aOther.bKnown && qwInode == aOther.qwInode && qwMount == aOther.qwMount &&

@@ -18,18 +18,18 @@
 
 namespace {
 
-/// Large counts are handed to the runtime in parts: it takes no more than 2 GiB at a time.
-constexpr std::size_t c_nLargestPart = 0x40000000;
+/// The runtime transfers at most 2 GiB in one call, so larger transfers are divided.
+constexpr std::size_t c_nMaxBytesPerCall = 0x40000000;
 
-/// Whether the path ends where the system would think so. A zero byte inside would make it name
-/// another file.
+/// Returns whether the path has no zero byte, and otherwise sets errno. The system would read such
+/// a path only up to that byte, which may be the name of another file.
 bool IsWhole(const CCmString& strPath) {
     if (strPath.find('\0') == CCmString::npos) return true;
     errno = EINVAL;
     return false;
 }
 
-/// Text in the system's own characters; empty if it is empty or cannot be converted.
+/// Converts text to wide characters. Returns an empty string if it is empty or invalid.
 std::wstring ToWide(UINT nCodePage, DWORD dwFlags, const CCmString& strText) {
     if (strText.empty() || strText.size() > INT_MAX) return {};
     const int nLength = static_cast<int>(strText.size());
@@ -41,9 +41,10 @@ std::wstring ToWide(UINT nCodePage, DWORD dwFlags, const CCmString& strText) {
     return strWide;
 }
 
-/// The path in the system's own characters; empty, with errno 22, if it isn't UTF-8 or is empty.
+/// Converts a UTF-8 path to wide characters. Returns an empty string, with errno 22, if the path is
+/// empty or is not UTF-8.
 std::wstring WidePath(const CCmString& strPath) {
-    errno = EINVAL;  // for all that follows
+    errno = EINVAL;  // for each of the failures below
     return IsWhole(strPath) ? ToWide(CP_UTF8, MB_ERR_INVALID_CHARS, strPath) : std::wstring();
 }
 
@@ -56,13 +57,13 @@ bool IsFileLike(int nFile) {
     return false;
 }
 
-/// Transfers dwLength bytes by as many calls of aTransfer (bytes done so far, bytes wanted) as it
-/// takes, until one falls short. Returns how many were transferred.
+/// Transfers dwLength bytes with as many calls of aTransfer (bytes done so far, bytes to transfer)
+/// as are needed, until one transfers fewer. Returns the number of bytes that were transferred.
 template <class Transfer>
 std::size_t InParts(std::size_t dwLength, Transfer aTransfer) {
     std::size_t dwDone = 0;
     while (dwDone < dwLength) {
-        const std::size_t dwPart = std::min(dwLength - dwDone, c_nLargestPart);
+        const std::size_t dwPart = std::min(dwLength - dwDone, c_nMaxBytesPerCall);
         const std::size_t dwGot = aTransfer(dwDone, dwPart);
         dwDone += dwGot;
         if (dwGot < dwPart) break;
@@ -70,14 +71,14 @@ std::size_t InParts(std::size_t dwLength, Transfer aTransfer) {
     return dwDone;
 }
 
-/// How many bytes of the file lie behind the stream's position.
-std::size_t Left(std::FILE* pStream) {
-    const std::int64_t nLeft = ::_filelengthi64(::_fileno(pStream)) - ::_ftelli64(pStream);
-    return nLeft > 0 ? static_cast<std::size_t>(nLeft) : 0;
+/// Returns how many bytes the file has after the position of the stream.
+std::size_t BytesToEnd(std::FILE* pStream) {
+    const std::int64_t nBytes = ::_filelengthi64(::_fileno(pStream)) - ::_ftelli64(pStream);
+    return nBytes > 0 ? static_cast<std::size_t>(nBytes) : 0;
 }
 
 std::FILE* ToStream(int nFile, const char* lpMode) {
-    errno = 0;  // at the runtime's limit of streams _fdopen leaves it alone
+    errno = 0;  // _fdopen does not set it if the runtime has no free stream
     std::FILE* const pStream = IsFileLike(nFile) ? ::_fdopen(nFile, lpMode) : nullptr;
     if (pStream) {
         std::setvbuf(pStream, nullptr, _IONBF, 0);
@@ -89,7 +90,7 @@ std::FILE* ToStream(int nFile, const char* lpMode) {
     return nullptr;
 }
 
-/// Makes a call that takes a path as it is and gives -1 on failure.
+/// Makes a call that takes a path in the system's encoding and returns -1 on failure.
 template <class Call>
 int WithPath(const CCmString& strPath, Call aCall) {
     errno = 0;
@@ -108,8 +109,9 @@ int WithWidePath(const CCmString& strPath, Call aCall) try {
     return -1;
 }
 
-/// A path that begins in a directory that is held, in the system's own characters; empty, with
-/// errno, if that fails. Text in the system's encoding is converted as its own calls do.
+/// Converts a path that is relative to aDirectory to a whole path in wide characters. Returns an
+/// empty string, with errno set, on failure. Text in the system's encoding is converted as the
+/// system's own calls convert it.
 std::wstring PlacedPath(const CmPlace::tagDirectory& aDirectory, const CCmString& strPath,
                         CmFile::PathText aText) {
     errno = EINVAL;
@@ -121,8 +123,8 @@ std::wstring PlacedPath(const CmPlace::tagDirectory& aDirectory, const CCmString
     return aDirectory.strBase + strWide.substr(aDirectory.nReplaced);
 }
 
-/// Makes a call that takes a path in the system's encoding, or the same one with wide characters
-/// where the path begins in a directory that is held. Both give -1 on failure.
+/// Calls aCall with a path in the system's encoding. If the path is relative to a directory, calls
+/// aWide with the whole path instead. Both return -1 on failure.
 template <class Call, class WideCall>
 int WithPlace(const CmPlace& aPlace, const CCmString& strPath, Call aCall, WideCall aWide) try {
     errno = aPlace.Error();
@@ -215,7 +217,8 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
 int CutBack(std::FILE* pStream, std::int64_t nSize) {
     errno = 0;
     const int nFile = ::_fileno(pStream);
-    // Asked of the system: a write that the full disk cut off counts fewer bytes than were written.
+    // The position comes from the system, because a write that failed on a full disk returns fewer
+    // bytes than it has written.
     const std::int64_t nStopped = ::_lseeki64(nFile, 0, SEEK_CUR);
     if (nStopped == nSize) return 0;
     struct _stat64 aStatus;
@@ -228,9 +231,9 @@ int CutBack(std::FILE* pStream, std::int64_t nSize) {
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwWanted, bool& bEnd) {
     std::size_t dwLength = dwWanted;
     std::clearerr(pStream);
-    // The system looks at the whole buffer before it reads. Who asks for all there is, whatever
-    // its length, has a buffer for that and no more.
-    if (dwLength > c_nLargestPart) dwLength = std::min(dwLength, Left(pStream));
+    // The system checks the whole buffer before it reads. A caller that passes the largest length
+    // to read up to the end of the file may have a smaller buffer.
+    if (dwLength > c_nMaxBytesPerCall) dwLength = std::min(dwLength, BytesToEnd(pStream));
     errno = 0;
     const std::size_t dwRead = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
         return std::fread(static_cast<char*>(lpBuffer) + dwDone, 1, dwPart, pStream);
@@ -243,7 +246,7 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwWanted, bool&
 ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
                std::size_t& dwRead) {
     dwRead = 0;
-    if (Seek(pStream, nPosition) != 0) return Read_NoSuchPlace;
+    if (Seek(pStream, nPosition) != 0) return Read_BadPosition;
     bool bEnd = false;
     dwRead = Read(pStream, lpBuffer, dwLength, bEnd);
     if (dwRead == dwLength) return Read_Whole;
@@ -267,7 +270,8 @@ int Duplicate(std::FILE* /*pStream*/) {
     return -1;
 }
 
-/// Asks the system itself: the runtime's call holds up writes of other threads while it syncs.
+/// Calls the system directly, because the runtime's function blocks writes of other threads while
+/// it syncs.
 int SyncData(int nFile) {
     errno = 0;
     const HANDLE hFile = reinterpret_cast<HANDLE>(::_get_osfhandle(nFile));

@@ -5,12 +5,12 @@
 
 #include "platform/CmPlace.h"
 
-/// What the sources for Windows share.
+/// Definitions that several sources for Windows use.
 
-/// An errno for the failure of a call that doesn't set one, as the runtime would.
+/// Returns the errno for the system's last error, as the runtime would set it.
 int ErrnoFromSystem();
 
-/// What stands in place of the first nReplaced characters of a path.
+/// strBase replaces the first nReplaced characters of a path.
 struct CmPlace::tagDirectory {
     std::wstring strBase;
     std::size_t nReplaced;

@@ -14,7 +14,7 @@ class CM_CAPABILITY CCmMutexThread {
     std::mutex m_mutex;
 };
 
-/// A mutex that its holder may lock again; it is free after as many unlocks.
+/// A mutex that its owner may lock again. It is free after the same number of unlocks.
 class CM_CAPABILITY CCmMutexThreadRecursive {
  public:
     void Lock() CM_ACQUIRE() { m_mutex.lock(); }
@@ -24,7 +24,7 @@ class CM_CAPABILITY CCmMutexThreadRecursive {
     std::recursive_mutex m_mutex;
 };
 
-/// Holds a mutex from construction to destruction.
+/// Locks a mutex in its constructor and unlocks it in its destructor.
 template <class MutexType>
 class CM_SCOPED_CAPABILITY CCmMutexGuardT {
  public:

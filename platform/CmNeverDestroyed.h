@@ -2,9 +2,9 @@
 
 #include <new>
 
-/// The one T of the process. The first thread that uses it creates it. It is never destroyed, so
-/// that it can still be used while static objects of the host are destroyed. It takes no heap
-/// memory. T makes this function its friend when its constructor is private.
+/// Returns the only T of the process. The first call creates it. It is never destroyed, so that it
+/// can still be used while static objects of the host are destroyed. It uses no heap memory. If the
+/// constructor of T is private, T declares this function a friend.
 template <class T>
 T& CmNeverDestroyed() {
     alignas(T) static unsigned char s_storage[sizeof(T)];

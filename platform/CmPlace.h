@@ -4,28 +4,28 @@
 
 #include "platform/CmTypes.h"
 
-/// The directory where a relative path begins.
+/// The directory to which a relative path is relative.
 ///
-/// A value: whoever carries out an open on another thread, later, carries it along, so that the
-/// process may change its directory in between. Copies share what they hold, which the last one
-/// frees. One object is for one thread at a time; different ones may be used on different threads.
-/// A place that could not be taken is one too: every call with it fails with the reason.
+/// A file may be opened later, on another thread. The open then uses the directory that was current
+/// when it was requested, even if the process has changed its directory since. Copies share the
+/// system's descriptor, which is closed with the last copy. One object is for one thread at a time;
+/// copies may be used on different threads. If the directory could not be determined, every call
+/// that uses the object fails with that reason.
 class CmPlace {
  public:
     struct tagDirectory;  // differs by system
 
-    /// The current directory of the process at the time of each call. Holds nothing.
+    /// Means the current directory of the process at the time of each call. Holds no descriptor.
     CmPlace() = default;
 
-    /// The directory where strPath begins at this moment: where it is relative, the current one.
-    /// An absolute path needs none. Places of the same directory share one descriptor of the
-    /// system. May throw std::bad_alloc.
+    /// Returns the current directory if strPath is relative. An absolute path needs no directory.
+    /// Places of the same directory share one descriptor of the system. May throw std::bad_alloc.
     static CmPlace Take(const CCmString& strPath);
 
-    /// Null if nothing is held.
+    /// Null if it holds no directory.
     const tagDirectory* Directory() const { return m_pDirectory.get(); }
 
-    /// Why it could not be taken, an errno value; otherwise 0.
+    /// The errno of the failure if the directory could not be determined, otherwise 0.
     int Error() const { return m_nErrno; }
 
  private:

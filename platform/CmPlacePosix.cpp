@@ -12,19 +12,20 @@ namespace {
 
 using DirectoryPtr = std::shared_ptr<const CmPlace::tagDirectory>;
 
-/// Knows the directory that was opened last, so that opens which wait for the same one share its
-/// descriptor. It holds no reference: the directory is closed with its last place.
+/// Remembers the directory that was opened last, so that queued opens in the same directory share
+/// its descriptor. It holds no reference: the directory is closed with its last place.
 ///
-/// One object for the process, never destroyed. Any thread: the caller thread takes places, the
-/// worker drops them.
+/// One object for the process, never destroyed. Its mutex makes it safe for any thread: the caller
+/// thread creates places, and the worker frees them.
 class CLastDirectory {
  public:
-    /// The last directory if it is that one and still open, otherwise null.
+    /// Returns the last directory if it has this identity and is still open, otherwise null.
     DirectoryPtr Find(const tagDirectoryId& aId) {
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
-        // Its memory is valid: its destructor comes here before it ends. The lock is empty then.
-        // Nothing here may drop a last reference, as that destructor takes the mutex. Converting
-        // a weak pointer does, so the directory's own one points to a const directory already.
+        // The object is still in memory, because its destructor locks this mutex before it ends. In
+        // that case the weak pointer gives null. Nothing here may release a last reference, because
+        // the destructor would lock the mutex again. The conversion of a weak pointer to another
+        // type does that, so the weak pointer of the directory has the type that is needed.
         return m_pLast && m_pLast->aId == aId ? m_pLast->weak_from_this().lock() : nullptr;
     }
 
@@ -45,7 +46,7 @@ class CLastDirectory {
 
 CLastDirectory& LastDirectory() { return CmNeverDestroyed<CLastDirectory>(); }
 
-/// Of the file nFile, or of the current directory for AT_FDCWD.
+/// Returns the identity of the file nFile, or of the current directory for AT_FDCWD.
 tagDirectoryId IdOf([[maybe_unused]] int nFile) {
     tagDirectoryId aId;
 #ifdef STATX_MNT_ID
@@ -60,7 +61,7 @@ tagDirectoryId IdOf([[maybe_unused]] int nFile) {
     return aId;
 }
 
-/// Opens the current directory. -1 with errno on failure.
+/// Opens the current directory. Returns -1 with errno on failure.
 int OpenCurrent() {
     return Repeated([] { return ::openat(AT_FDCWD, ".", O_PATH | O_DIRECTORY | O_CLOEXEC); });
 }

@@ -10,7 +10,7 @@ namespace {
 
 bool IsSeparator(char cCharacter) { return cCharacter == '\\' || cCharacter == '/'; }
 
-/// The whole path of strPart, or an empty one with the system's last error.
+/// Returns the whole path of lpPart, or an empty one with the system's last error.
 std::wstring FullPath(const wchar_t* lpPart) {
     std::vector<wchar_t> vecPath(MAX_PATH);
     for (;;) {

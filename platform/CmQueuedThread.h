@@ -4,9 +4,9 @@
 #include "platform/CmThread.h"
 #include "platform/CmThreadNumber.h"
 
-/// What both kinds of thread objects share: a number and a queue that can be taken away. Events in
-/// the queue hold the thread object in turn, through the proxy of their file. Taking the queue away
-/// ends that circle of references.
+/// The base of both kinds of thread objects: a number, and a queue that can be removed. Events in
+/// the queue hold references to the thread object, through the proxy of their file. Removing the
+/// queue ends this circle of references.
 ///
 /// Any thread may call it: the number is constant, and the mutex guards the queue.
 class CCmQueuedThread : public ACmThread {
@@ -14,7 +14,7 @@ class CCmQueuedThread : public ACmThread {
     CRefPtr<ICmEventQueue> GetEventQueue() override;
     bool IsCurrent() const override { return CmCurrentThreadNumber() == m_dwNumber; }
 
-    /// Called before and after a fork. The queue is not taken away in between.
+    /// Called before and after a fork. The queue is not removed in between.
     void BeforeFork() CM_ACQUIRE(m_mutex) { m_mutex.Lock(); }
     void AfterFork() CM_RELEASE(m_mutex) { m_mutex.UnLock(); }
 
@@ -23,7 +23,7 @@ class CCmQueuedThread : public ACmThread {
 
     void SetQueue(CCmEventQueue* pQueue);
 
-    /// Returns the queue and forgets it; null if it was taken before.
+    /// Removes the queue and returns it; null if it was removed before.
     CRefPtr<CCmEventQueue> TakeQueue();
 
     const CmUint32 m_dwNumber;

@@ -6,15 +6,15 @@
 #include "platform/CmMutex.h"
 #include "platform/CmTypes.h"
 
-/// The base of shared objects: a 32-bit reference count that starts at 0. Any thread may take and
-/// drop references; the thread that drops the last one destroys the object. MutexType says for
-/// which threads the count is meant; for CCmMutexThread it is atomic.
+/// The base of shared objects: a 32-bit reference count that starts at 0. Any thread may add and
+/// release references, and the thread that releases the last one destroys the object. MutexType
+/// selects the kind of count; for CCmMutexThread it is atomic.
 template <class MutexType>
 class CCmReferenceControlT {
  public:
     CCmReferenceControlT() = default;
-    /// A copy starts with the same count as the original, because copying a counted object copies
-    /// its fields. The code that copies has to know who drops those references.
+    /// A copy starts with the count of the original, because copying a counted object copies its
+    /// fields. The code that makes the copy has to release these references.
     CCmReferenceControlT(const CCmReferenceControlT& aOther)
         : m_dwReference(aOther.m_dwReference.load(std::memory_order_relaxed)) {}
     CCmReferenceControlT& operator=(const CCmReferenceControlT& aOther) {
@@ -24,15 +24,15 @@ class CCmReferenceControlT {
         return *this;
     }
 
-    /// Pure: the count is useless by itself.
+    /// Pure, because the class is only a base of others.
     virtual ~CCmReferenceControlT() = 0;
 
-    /// Takes a reference and returns the new count.
+    /// Adds a reference and returns the new count.
     virtual CmUint32 AddReference() {
         return m_dwReference.fetch_add(1, std::memory_order_relaxed) + 1;
     }
 
-    /// Drops a reference and returns the new count. At 0 the object has been destroyed.
+    /// Releases a reference and returns the new count. If it is 0, the object has been destroyed.
     virtual CmUint32 ReleaseReference() {
         const CmUint32 dwLeft = m_dwReference.fetch_sub(1, std::memory_order_acq_rel) - 1;
         if (dwLeft == 0) OnReferenceDestory();
@@ -42,7 +42,7 @@ class CCmReferenceControlT {
     virtual CmUint32 GetReference() { return m_dwReference.load(std::memory_order_acquire); }
 
  protected:
-    /// Called once, by the release that reached 0. Deletes the object.
+    /// Called once, by the release that reaches 0. Deletes the object.
     virtual void OnReferenceDestory();
 
  private:
@@ -52,14 +52,15 @@ class CCmReferenceControlT {
 template <class MutexType>
 CCmReferenceControlT<MutexType>::~CCmReferenceControlT() = default;
 
-/// Out of line, because compilers that inline it into a release assume destructors that the object
-/// cannot have and warn about them. Exported, because classes of hosts that derive from an exported
-/// class need it.
+/// Not inline, because a compiler that inlines it into a release considers destructors that the
+/// object cannot have, and warns about them. Exported, because classes of a host that derive from
+/// an exported class need it.
 template <>
 CACHEFILE_API void CCmReferenceControlT<CCmMutexThread>::OnReferenceDestory();
 
-/// Holds one reference on a counted object, or nothing. The code that makes a new object (count 0)
-/// puts it into a CRefPtr at once. One CRefPtr is for one thread at a time, like a plain pointer.
+/// Holds one reference to a counted object, or nothing. The code that creates an object (its count
+/// is 0) puts it into a CRefPtr immediately. One CRefPtr is for one thread at a time, like a plain
+/// pointer.
 template <class T>
 class CRefPtr {
  public:
@@ -73,7 +74,7 @@ class CRefPtr {
         if (m_pObject) m_pObject->ReleaseReference();
     }
 
-    /// Takes the new reference before it drops the old one.
+    /// Adds the new reference before it releases the old one.
     CRefPtr& operator=(T* pObject) {
         if (pObject == m_pObject) return *this;
         if (pObject) pObject->AddReference();

@@ -24,17 +24,17 @@
     X(10001, CACHE_ERR_UNKNOWN_TAG, "unknown tag of a container entry")              \
     X(10011, CACHE_ERR_NO_ENTRY, "the lookup found nothing")
 
-/// 0 is success. 10001 and 10011 are used between the parts of the library and never reach a host.
+/// 0 is success. 10001 and 10011 are used only inside the library; no host receives them.
 enum CacheFileResult : CmInt32 {
 #define CACHEFILE_RESULT_ENUMERATOR(code, name, text) name = (code),
     CACHEFILE_RESULT_CODES(CACHEFILE_RESULT_ENUMERATOR)
 #undef CACHEFILE_RESULT_ENUMERATOR
 };
 
-/// The name of a code, "CACHE_ERR_DISK_FULL" for 4003; "unknown" for any other number.
-/// The text lives as long as the library. Any thread.
+/// Returns the name of a code, for example "CACHE_ERR_DISK_FULL" for 4003, or "unknown" for a
+/// number that is no code. The text is valid as long as the library is loaded. Any thread.
 CACHEFILE_API const char* CacheFileResultName(CmInt32 lResult);
 
-/// What a code means, in a short lower-case phrase; "unknown result code" for any other
-/// number. The text lives as long as the library. Any thread.
+/// Returns a short description of a code in lower case, or "unknown result code". The text is valid
+/// as long as the library is loaded. Any thread.
 CACHEFILE_API const char* CacheFileResultText(CmInt32 lResult);

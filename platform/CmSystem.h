@@ -2,10 +2,11 @@
 
 #include <cstdint>
 
-/// What the layer needs of the operating system besides files. One source file per system.
+/// The functions of the operating system that the library uses, except those for files. There is
+/// one source file for each system.
 
-/// A descriptor that a host can poll: readable after Signal until Clear. Not thread-safe; its owner
-/// locks. On systems without such descriptors Open returns false.
+/// A descriptor that a host can poll. It is readable from Signal until Clear. It is not
+/// thread-safe; its owner has a lock. On systems without such descriptors Open returns false.
 class CCmWakeDescriptor {
  public:
     CCmWakeDescriptor() = default;
@@ -25,10 +26,11 @@ class CCmWakeDescriptor {
     int m_nWriteEnd = -1;
 };
 
-/// While one of these lives, a thread that this thread creates starts with all signals blocked, so
-/// that the host's handlers run on the host's threads. Two kinds keep the mask of this thread: the
-/// synchronous faults, and TERM, INT, HUP and QUIT, which have to end a process whose other threads
-/// have all ended. No signal that this thread has blocked is unblocked.
+/// While an object of this class exists, threads that this thread creates start with their signals
+/// blocked, so that the host's signal handlers run on the host's threads. Two groups of signals
+/// keep the mask of this thread: synchronous faults, and TERM, INT, HUP and QUIT, which must end a
+/// process even if only the new thread is left. No signal is unblocked that this thread has
+/// blocked.
 class CCmSignalBlocker {
  public:
     CCmSignalBlocker();
@@ -46,13 +48,15 @@ class CCmSignalBlocker {
 std::int64_t CmCoarseTime();
 std::int64_t CmCoarseStep();
 
-/// Registers pHandler to be called when the process exits or the library is unloaded; handlers run
-/// in the reverse order of their registration. Returns whether it will be called. Windows returns
-/// false: a thread cannot be joined so late there, and the host shuts the library down itself.
+/// Registers pHandler to be called when the process exits or the library is unloaded. Handlers run
+/// in the reverse order of their registration. Returns whether it will be called. On Windows it
+/// returns false, because a thread cannot be joined at that time; the host must shut the library
+/// down itself.
 bool CmRegisterExitHandler(void (*pHandler)());
 
-/// Whether this process was forked from the one that registered the first exit handler. Exit
-/// handlers do nothing then: what they would wait for or free belongs to the parent.
+/// Returns whether this process was forked from the one that registered the first exit handler.
+/// Exit handlers then do nothing, because the threads and objects that they use belong to the
+/// parent.
 bool CmIsForkedChild();
 
 /// Registers three functions for every fork of the process: the first is called before it, the

@@ -56,7 +56,7 @@ void CCmWakeDescriptor::Close() {
 }
 
 void CCmWakeDescriptor::Signal() {
-    // A full pipe refuses the byte, but then it is readable already.
+    // The write fails if the pipe is full, but then the pipe is readable already.
     const char cByte = 1;
     while (::write(m_nWriteEnd, &cByte, 1) < 0 && errno == EINTR) {
     }
@@ -76,7 +76,7 @@ struct CCmSignalBlocker::tagSaved {
 
 CCmSignalBlocker::CCmSignalBlocker() {
     static_assert(sizeof(tagSaved) <= sizeof m_saved, "the saved mask has to fit");
-    // In storage of the object, so that the header needs no header of the system.
+    // The mask is in a byte array of the object, so that CmSystem.h includes no system header.
     tagSaved* const pSaved = new (m_saved) tagSaved;
     sigset_t aBlocked;
     ::sigfillset(&aBlocked);

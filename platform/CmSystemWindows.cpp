@@ -4,7 +4,7 @@
 
 #include "platform/CmSystem.h"
 
-// There are no descriptors to poll here: hosts post themselves a message from the wake-up callable.
+// Windows has no descriptors to poll. The wake-up callable of a host posts a message to its thread.
 
 bool CCmWakeDescriptor::Open() { return false; }
 
@@ -18,7 +18,7 @@ std::int64_t CmCoarseTime() { return static_cast<std::int64_t>(::GetTickCount64(
 
 std::int64_t CmCoarseStep() { return 16'000'000; }  // 64 steps a second
 
-// There are no signals here that could interrupt a thread.
+// Windows has no signals that interrupt a thread.
 
 CCmSignalBlocker::CCmSignalBlocker() = default;
 

@@ -18,7 +18,7 @@ CmInt32 CCmTaskThread::Start() {
     const CRefPtr<CCmEventQueue> pQueue(new (std::nothrow) CCmEventQueue);
     if (!pQueue) return CACHE_ERR_OUT_OF_MEMORY;
     SetQueue(pQueue.Get());
-    // The new thread gets what it uses by value: it may outlive this object.
+    // The new thread copies all that it uses, because it may run longer than this object exists.
     try {
         const CCmSignalBlocker aBlocker;
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutexJoin);

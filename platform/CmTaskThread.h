@@ -4,20 +4,20 @@
 
 #include "platform/CmQueuedThread.h"
 
-/// A thread that the library runs. It fires the events of its queue until it is stopped and the
-/// queue is empty.
+/// A thread of the library. It runs the events of its queue until it is stopped and the queue is
+/// empty.
 ///
-/// Counted; the thread manager and the files that use the thread hold references. Any thread may
-/// call it: a mutex guards the system's thread, which uses nothing of this object, so the object
-/// may be freed first.
+/// Counted: the thread manager and the files that use the thread hold references. Any thread may
+/// call it, because a mutex guards m_thread. The running thread does not use this object, so the
+/// object may be freed before the thread has ended.
 class CCmTaskThread final : public CCmQueuedThread {
  public:
-    /// pOnJoined is called after each Join that has waited, with no lock held.
+    /// pOnJoined is called, with no lock held, after each Join that has waited.
     explicit CCmTaskThread(void (*pOnJoined)(CCmTaskThread* pThread));
     ~CCmTaskThread() override;
 
-    /// Starts the thread. CACHE_ERR_OUT_OF_MEMORY, or CACHE_ERR_FAILED if the system refuses; the
-    /// object then has no queue.
+    /// Starts the thread. Returns 0, CACHE_ERR_OUT_OF_MEMORY, or CACHE_ERR_FAILED if the system
+    /// cannot start it. After a failure the object has no queue.
     CmInt32 Start();
 
     CmInt32 Stop(void* pTimeout) override;

@@ -44,9 +44,9 @@ void CCmThreadManager::ForgetJoined(CCmTaskThread* pThread) {
     *pLink = std::move(pForgotten->m_pEarlier);
 }
 
-/// Writes what was accepted, in case the host did not shut the library down. The sink, the wake-up
-/// callable and the descriptor belong to the host, which may have destroyed them already, so they
-/// are not used any more.
+/// Writes everything that was accepted, in case the host did not shut the library down. The sink,
+/// the wake-up callable and the descriptor belong to the host, which may have destroyed them
+/// already, so they are no longer used.
 void CCmThreadManager::OnProcessExit() {
     if (CmIsForkedChild()) return;
     CCmT120Trace::instance()->SetSink({});

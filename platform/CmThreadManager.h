@@ -5,8 +5,8 @@
 
 class CCmTaskThread;
 
-/// Makes threads and finds the existing ones. One object for the process, never destroyed. Any
-/// thread may call it: its mutex guards what it knows.
+/// Creates threads and finds the existing ones. One object for the process, never destroyed. Any
+/// thread may call it: a mutex guards its list.
 class CCmThreadManager {
  public:
     enum TFlag : CmInt32 { TF_NONE = 0, TF_JOINABLE = 1 };
@@ -14,17 +14,16 @@ class CCmThreadManager {
 
     static CCmThreadManager* Instance();
 
-    /// Creates and starts a thread with an event queue of its own, which runs the events posted to
-    /// it one at a time in posting order. 0, or a code with pThread null. Besides pThread the
-    /// manager holds a reference, until the thread has been joined. nPriority and nStack are
-    /// the platform's: 0 and -1 mean the defaults, the only values there are. The first thread
-    /// registers the exit handler of systems that have one (CmSystem.h); after that handler has run
-    /// no thread can be created.
+    /// Creates and starts a thread with an event queue. It runs the posted events one at a time in
+    /// the order of posting. Returns 0, or a code with pThread null. The manager also holds a
+    /// reference until the thread has been joined. nPriority has to be 0 and nStack -1, which mean
+    /// the defaults. The first thread registers the exit handler on systems that have one
+    /// (CmSystem.h). After that handler has run, no thread can be created.
     CmInt32 CreateUserTaskThread(CRefPtr<ACmThread>& pThread, TFlag aFlag, int nPriority,
                                  int nStack);
 
-    /// The existing thread of a type: Thread_Caller is the one that the host has attached
-    /// (CmCallerThread.h). Null if there is none.
+    /// Returns the existing thread of a type, or null. Thread_Caller is the one that the host has
+    /// attached (CmCallerThread.h).
     CRefPtr<ACmThread> GetThread(CmInt32 lType);
 
  private:
@@ -37,7 +36,7 @@ class CCmThreadManager {
     void ForgetJoined(CCmTaskThread* pThread);
 
     CCmMutexThread m_mutex;
-    /// Those that have not been joined, linked through themselves.
+    /// The first thread that has not been joined; the threads link to one another.
     CRefPtr<CCmTaskThread> m_pTaskThreads CM_GUARDED_BY(m_mutex);
     bool m_bExiting CM_GUARDED_BY(m_mutex) = false;
     bool m_bExitHandler CM_GUARDED_BY(m_mutex) = false;

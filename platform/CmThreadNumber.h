@@ -2,14 +2,15 @@
 
 #include "platform/CmTypes.h"
 
-/// The library's own thread numbers. They name the owner of an event queue, and unlike the system's
-/// identifiers they are never reused, so a number never comes to name another thread. Any thread.
+/// The library's own thread numbers. They identify the owner of an event queue. Unlike the system's
+/// identifiers they are never reused for another thread. Any thread.
 
-/// The number of the calling thread. Never 0.
+/// Returns the number of the calling thread, which is never 0.
 CmUint32 CmCurrentThreadNumber();
 
-/// A number that no thread has yet, for a thread that is about to be started.
+/// Returns a new number, for a thread that is about to be started.
 CmUint32 CmNewThreadNumber();
 
-/// Gives the calling thread a number from CmNewThreadNumber. The first thing a new thread does.
+/// Sets the number of the calling thread, which CmNewThreadNumber has returned. A new thread calls
+/// it first.
 void CmSetCurrentThreadNumber(CmUint32 dwNumber);

@@ -1,21 +1,21 @@
 #pragma once
 
-#include <functional>
-
+#include "platform/CmCallable.h"
 #include "platform/CmExport.h"
 #include "platform/CmTypes.h"
 
 /// The library's trace: lines of text, each with a level. A host installs a sink to receive them.
 ///
-/// One object for the process, never destroyed. Any thread may trace at any time; nothing the
-/// library does depends on a line being written. With no sink installed nothing is formatted.
+/// One object for the process, never destroyed. Any thread may trace at any time. The library's
+/// results do not depend on the sink. Without a sink no line is formatted.
 class CACHEFILE_API CCmT120Trace {
  public:
-    /// Receives one line without a line break. The text is valid during the call only. The sink
-    /// runs on the thread that traces (the host's or the worker), on both at once if both trace,
-    /// with no lock of the library held. It must not throw, wait for the caller thread or call back
-    /// into the library, but it may install another sink.
-    using Sink = std::function<void(CmInt32 lLevel, const char* lpText)>;
+    /// Receives one line without a line break. The text is valid only during the call. The sink
+    /// runs on the thread that traces (the host's or the worker), and on several threads at the
+    /// same time if they trace at the same time. No lock of the library is held. The sink must not
+    /// throw, wait for the caller thread or call the library, except that it may install another
+    /// sink.
+    using Sink = CCmCallable<void(CmInt32 lLevel, const char* lpText)>;
 
     enum : CmInt32 {
         Level_Error = 0,  ///< failures, failed checks
@@ -25,12 +25,12 @@ class CACHEFILE_API CCmT120Trace {
 
     static CCmT120Trace* instance();
 
-    /// Installs aSink for the lines up to lLevel; an empty one turns tracing off. Returns when no
-    /// call of an earlier sink is running on another thread. On CACHE_ERR_OUT_OF_MEMORY the earlier
-    /// sink stays. In a forked child it does not wait for threads of the parent.
+    /// Installs aSink for lines up to lLevel. An empty sink turns tracing off. Before it returns,
+    /// it waits for calls of an earlier sink on other threads to end; in a forked child, not for
+    /// threads of the parent. Returns 0, or CACHE_ERR_OUT_OF_MEMORY with the earlier sink kept.
     CmInt32 SetSink(Sink aSink, CmInt32 lLevel = Level_Info);
 
-    /// Whether a line of this level would reach a sink.
+    /// Returns whether a sink receives lines of this level.
     bool IsEnabled(CmInt32 lLevel) const noexcept;
 
     /// Passes one line to the sink if its level is enabled.

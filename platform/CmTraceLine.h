@@ -8,7 +8,7 @@
 /// Builds a line in a caller's buffer from parts that are streamed in order. Text that does not fit
 /// is cut.
 ///
-/// Lives on the stack of the thread that traces. It allocates nothing and cannot fail.
+/// It is a local variable of the thread that traces. It allocates no memory and cannot fail.
 class CACHEFILE_LOCAL CCmT120Trace::Text_Formator {
  public:
     /// lpBuffer (dwSize bytes, at least 1) must outlive the formator.
@@ -38,8 +38,8 @@ class CACHEFILE_LOCAL CCmT120Trace::Text_Formator {
 
 namespace cachefile_internal {
 
-/// Traces the parts as one line of the level. Formats only if a sink wants lines of this level, in
-/// a buffer on the stack, so a trace takes no memory.
+/// Traces the parts as one line of this level. If no sink receives lines of this level, it formats
+/// nothing. The line is built on the stack, so tracing allocates no memory.
 template <class... Parts>
 void Trace(CmInt32 lLevel, const Parts&... aParts) noexcept {
     if (!CCmT120Trace::instance()->IsEnabled(lLevel)) return;
@@ -66,8 +66,8 @@ void TraceInfo(const Parts&... aParts) noexcept {
 using cachefile_internal::TraceError;
 using cachefile_internal::TraceInfo;
 
-/// Traces that the check `text` has failed here. It stops nothing: the caller continues on its
-/// failure path. A macro, because the line names the source file and line of its use.
+/// Traces that the check `text` has failed, and continues. A macro, because the trace line has the
+/// file and line of its use.
 #define CM_ASSERTION(text) TraceError(__FILE__, ":", __LINE__, " Assert failed: ", text)
 
 /// Continues if the condition holds; otherwise traces the check's text and returns the code.

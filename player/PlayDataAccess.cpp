@@ -23,14 +23,14 @@ CmInt32 NoFile(const char* lpOperation, const char* lpLengthLabel, const tagData
     return CACHE_ERR_INVALID_STATE;
 }
 
-/// Whether a block begins a file that has a header, and holds all of it. A block that is too short
-/// leaves the capture to the next one.
+/// Whether a block begins with a complete entry file header. If it is shorter, the next block at
+/// offset 0 is examined instead.
 bool HoldsHeader(const tagDataInfo& aDataInfo, CmUint32 dwLength, CmUint32 dwOffset) {
     return dwOffset == 0 && aDataInfo.wDataType != c_wTypeWithoutHeader &&
            dwLength >= c_dwEntryFileHeaderSize;
 }
 
-/// The header at the start of lpData; zeros if it cannot be read, which is traced.
+/// Returns the header at the start of lpData. If it cannot be read, traces this and returns zeros.
 tagEntryFileHeader ReadHeader(const unsigned char* lpData, const CPlayFileHandler* pHandler) {
     tagEntryFileHeader aHeader{};
     if (BuildEntryFileHeader(lpData, aHeader) != CACHE_OK)
@@ -66,7 +66,7 @@ CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned
         m_dwCBTimeStamp = aHeader.dwCBTimeStamp;
         m_dwFileVersion = aHeader.dwFileVersion;
     }
-    // Links copy from the pointer, which must not be null even for no bytes.
+    // The links copy from the pointer, which must not be null even if there are no bytes.
     const char* const lpBytes = lpData ? reinterpret_cast<const char*>(lpData) : "";
     return pFile->WriteBytes(lpBytes, dwLength, dwOffset);
 }

@@ -39,7 +39,8 @@ CmInt32 CPlayFileHandler::Initialize(IFileOpSink* pSink) {
     m_pSink = pSink;
     m_LinkType = CCacheFileManager::Link_Local;
     m_OpType = CCacheFileManager::Op_Open;
-    return CHomeDir(m_strHomeDir, "CPlayFileHandler::Initialize", this).AppendRecord(m_dwRecordID);
+    return CHomeDir(m_strHomeDir, "CPlayFileHandler::Initialize", this)
+        .AppendRecord(CCacheFileManager::Instance().GetTempHomeDir(), m_dwRecordID);
 }
 
 void CPlayFileHandler::SetHomeDir(const CCmString& strHomeDir) {
@@ -56,7 +57,7 @@ CmInt32 CPlayFileHandler::OpenRecordFile(const CCmString& strFileName,
     const CRefPtr<IFileOperation> pFile =
         CFileChain::Build(FileChainKind::PlayRecord, m_bAsync, this);
     CM_CHECK(pFile, "pFile.Get( )", CACHE_ERR_OUT_OF_MEMORY);
-    // The list takes the file first: nothing may fail after the file has been opened.
+    // The file is added before it is opened, so that nothing can fail after a successful open.
     if (!m_pRecordFiles) m_pRecordFiles = std::make_unique<tagRecordFiles>();
     m_pRecordFiles->aTable.Add({aFileDescriber, pFile});
     const CmInt32 lResult = pFile->Open(strPath, bWrite);
@@ -100,12 +101,12 @@ CmInt32 CPlayFileHandler::Destroy() {
         delete m_pDownloadFile;  // stops the worker in asynchronous mode
         m_pDownloadFile = nullptr;
     } else if (m_bDownload && m_bAsync) {
-        // The same end as with a container, whether one was opened or not.
+        // Stops the worker although no container was opened, so that the end is always the same.
         CFileThreadManager* const pThreads = CFileThreadManager::Instance();
         pThreads->StopThread(pThreads->GetPrimaryNFSThread());
     }
     m_pRecordFiles.reset();
-    m_pSink = nullptr;  // after the files: callbacks of their closing still reach the sink
+    m_pSink = nullptr;  // after the closes, whose callbacks still go to the sink
     ReleaseReference();
     return CACHE_OK;
 }

@@ -4,8 +4,8 @@
 #include "fileop/FileOperation.h"
 #include "player/PlayFileHandler.h"
 
-/// The open record files of a play handler, in the order of opening. Apart from the handler's
-/// header, so that hosts need none of the headers that this one includes.
+/// The open record files of a play handler, in the order of opening. They are not in the handler's
+/// header, so that hosts do not include the headers that are needed here.
 struct CPlayFileHandler::tagRecordFiles {
     struct tagRecordFile {
         tagFileDescriber aDescriber;

@@ -24,7 +24,7 @@ TEST_F(Buffer, PassesAppendsOnWhenTheThresholdIsReached) {
     EXPECT_EQ(Below(), "Write 0123456789@end\nWrite <21>@end\n");
 }
 
-TEST_F(Buffer, EverythingElseKeepsItsPlaceBehindTheGatheredBytes) {
+TEST_F(Buffer, OtherCallsFollowTheGatheredBytesInOrder) {
     unsigned char aBytes[4];
     CmUint32 dwLength = 4;
     EXPECT_EQ(pTop->Open("p", 1), 0);
@@ -47,10 +47,10 @@ TEST_F(Buffer, EverythingElseKeepsItsPlaceBehindTheGatheredBytes) {
     EXPECT_EQ(Below(), "Write P7@end\nFlush\nClose\n");
 }
 
-TEST_F(Buffer, FailuresAreReturnedByTheCallThatCanOrTracedAndCounted) {
-    aScript.Fail([](const std::string& strCall, int) {
+TEST_F(Buffer, AFailedAppendIsReturnedOrCountedAsLost) {
+    aScript.aFault = [](const std::string& strCall) {
         return strCall == "Close" ? 4006 : strCall.find("@end") != strCall.npos ? 4003 : 0;
-    });
+    };
     Append("1234");
     EXPECT_EQ(Append("567890"), 4003);
     EXPECT_EQ(aLost.Take(), 4U) << "the failing call's own bytes are its caller's";

@@ -5,7 +5,7 @@
 using Bytes = HostModeTest;
 INSTANTIATE_BOTH_MODES(Bytes);
 
-TEST_P(Bytes, RandomCallsOnSeveralFilesGiveWhatAModelGives) {
+TEST_P(Bytes, RandomCallsGiveTheFilesOfAModel) {
     struct File {
         CCmString strName;
         CmUint32 dwHandle = 0;  // 0: closed

@@ -1,8 +1,10 @@
+#include <functional>
+#include <memory>
 #include <thread>
 
 #include "tests/support/HostTest.h"
 
-TEST(Callable, AnEarlierSinkIsWaitedForWhoeverReplacedIt) {
+TEST(Callable, ReplacingASinkWaitsForCallsOfAllEarlierSinks) {
     CCmT120Trace* const pTrace = CCmT120Trace::instance();
     Signal aInside, aGo;
     std::atomic<bool> bEnded{false};
@@ -38,4 +40,18 @@ TEST(Callable, ASinkGetsLinesOfItsOwnLevelOnly) {
     aTracing.join();
     pTrace->SetSink({});
     EXPECT_EQ(nWrong, 0);
+}
+
+TEST(Callable, NullsAreEmptyAndCopiesShareTheCallable) {
+    using Callable = CCmCallable<int(int)>;
+    using Function = int (*)(int);
+    EXPECT_FALSE(Callable{} || Callable{nullptr} || Callable{Function{}} ||
+                 Callable{std::function<int(int)>()});
+    const auto pOwned = std::make_shared<int>(2);
+    Callable aCallable([pOwned](int n) { return n + (*pOwned)++; });
+    const Callable aCopy = aCallable;
+    EXPECT_EQ(aCallable(1) + aCopy(1), 3 + 4);
+    EXPECT_EQ(Callable(Function([](int n) { return -n; }))(7), -7);
+    aCallable = {};
+    EXPECT_EQ(pOwned.use_count(), 2) << "the copy still holds the callable";
 }

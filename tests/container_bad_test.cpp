@@ -17,13 +17,13 @@ CCmString SmallContainer() {
     return strBytes;
 }
 
-using Bad = HostModeTest;
+using BadContainer = HostModeTest;
 
 }  // namespace
 
-INSTANTIATE_BOTH_MODES(Bad);
+INSTANTIATE_BOTH_MODES(BadContainer);
 
-TEST_P(Bad, CirclesEndWithTheirCountTheBudgetOrALapThatAddsNothing) {
+TEST_P(BadContainer, ACircleEndsAtItsCountTheBudgetOrARoundWithoutNewStreams) {
     const struct {
         unsigned nLeadIn, nLap;
         unsigned nKnownLeadIn, nKnownLap;  // how many of them have known tags; those are first
@@ -67,7 +67,7 @@ TEST_P(Bad, CirclesEndWithTheirCountTheBudgetOrALapThatAddsNothing) {
     }
 }
 
-TEST_P(Bad, AWalkOfUnknownEntriesEndsAtTheBudgetOfEntriesRead) {
+TEST_P(BadContainer, AWalkEndsAtTheBudgetOfUnknownEntries) {
     constexpr CmUint32 dwMost = 4'194'304;
     CCmString strHeader;
     for (const CmUint32 dwCount : {dwMost, dwMost + 1}) {
@@ -89,7 +89,7 @@ TEST_P(Bad, AWalkOfUnknownEntriesEndsAtTheBudgetOfEntriesRead) {
     }
 }
 
-TEST_P(Bad, EachFailureHasItsLineAndLeavesWhatCameBeforeReadable) {
+TEST_P(BadContainer, EachFailureIsTracedAndEarlierStreamsStayReadable) {
     const CCmString strGood = SmallContainer();
     const auto with32 = [&](unsigned nAt, CmUint32 dwValue) {
         CCmString strBytes = strGood;

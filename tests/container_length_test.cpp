@@ -14,7 +14,7 @@ class Length : public HostModeTest {
 };
 INSTANTIATE_BOTH_MODES(Length);
 
-TEST_P(Length, IsRefusedWithTheReason) {
+TEST_P(Length, AFailureReturnsItsReason) {
     const tagFileDescriber aDescriber = DescriberOf(268, 0, 0);
     CCmString strBytes;
     SetHeader(strBytes, 100, 1, 0);

@@ -47,7 +47,7 @@ class RoundTrip : public HostModeTest {
 
     /// Adds the stream in one of the four ways.
     CmInt32 AddTo(CContainerWriter& aWriter, const HandStream& aStream) {
-        const auto* const lpData = reinterpret_cast<const unsigned char*>(aStream.strBytes.data());
+        const unsigned char* const lpData = BytesOf(aStream.strBytes);
         const auto dwLength = static_cast<CmUint32>(aStream.strBytes.size());
         const auto wTag = static_cast<std::uint16_t>(aStream.wTag);
         const CCmString strFile = ".\\source" + std::to_string(m_nFiles++);

@@ -7,9 +7,7 @@
 class Writer : public HostTest {
  protected:
     CmInt32 Add(const tagFileDescriber& aDescriber, const CCmString& strBytes) {
-        return m_writer.AddStream(aDescriber,
-                                  reinterpret_cast<const unsigned char*>(strBytes.data()),
-                                  static_cast<CmUint32>(strBytes.size()));
+        return AddStream(m_writer, aDescriber, strBytes);
     }
 
     /// Expects that writing to .\c gives this code, traces these lines, and leaves no new file.
@@ -68,7 +66,7 @@ TEST_F(Writer, RefusesWhatTheFormatCannotHold) {
     EXPECT_EQ(Get32(ReadBytes("c"), 20), 0U) << "the index type is the one before";
 }
 
-TEST_F(Writer, TheConfStreamHoldsAHeaderAndGetsTheFields) {
+TEST_F(Writer, VersionAndTimeStampAreWrittenIntoTheConfStream) {
     ExpectRefused(4010, "CContainerWriter::Write->No stream this=*\n");
     EXPECT_EQ(Add({100, 2, 100, 0}, CCmString(71, 'x')), 4009);
     EXPECT_EQ(m_trace.TakeErrors(),
@@ -100,7 +98,7 @@ TEST_F(Writer, TheConfStreamHoldsAHeaderAndGetsTheFields) {
     EXPECT_EQ(m_trace.TakeErrors(), "");
 }
 
-TEST_F(Writer, BadSourcesLeaveWhatWasThereUntouched) {
+TEST_F(Writer, ABadSourceLeavesAnEarlierContainerUnchanged) {
     EXPECT_EQ(Add({8, 2, 8, 0}, "data"), 0);
     EXPECT_EQ(m_writer.AddTagStreamFile(256, 1, 0, ".\\source"), 0);
     const std::string strMissing =
@@ -123,7 +121,7 @@ TEST_F(Writer, BadSourcesLeaveWhatWasThereUntouched) {
     EXPECT_EQ(m_writer.Write(".\\c"), 0);
 }
 
-TEST_F(Writer, FourGigabytesAreTooMuch) {
+TEST_F(Writer, AContainerOfFourGigabytesIsRefused) {
     const auto makeFile = [](const char* lpName, std::uint64_t qwSize) {
         std::ofstream aFile(lpName, std::ios::binary);
         aFile.seekp(static_cast<std::streamoff>(qwSize - 1)).put('x');  // the rest is a hole
@@ -141,7 +139,7 @@ TEST_F(Writer, FourGigabytesAreTooMuch) {
     ExpectRefused(4009, strRefusal + ".\\two this=*\n");
 }
 
-TEST_F(Writer, APlaceThatCannotBeWrittenIsToldAndKept) {
+TEST_F(Writer, AFailedOutputIsTracedAndLeavesOtherFilesUnchanged) {
     EXPECT_EQ(Add({8, 2, 8, 0}, "data"), 0);
     EXPECT_EQ(m_writer.Write("missing\\c"), 4001);
     EXPECT_EQ(m_trace.TakeErrors(),
@@ -162,7 +160,7 @@ TEST_F(Writer, APlaceThatCannotBeWrittenIsToldAndKept) {
     EXPECT_FALSE(Exists("c.partial3"));
 }
 
-TEST_F(Writer, TheHostCanStopAtEveryCallAndSeesAllBytes) {
+TEST_F(Writer, TheProgressCallbackSeesAllBytesAndCanCancel) {
     WriteBytes("source", CCmString(150'000, 's'));
     WriteBytes("c", "an earlier container");
     EXPECT_EQ(Add({8, 2, 8, 0}, "data"), 0);

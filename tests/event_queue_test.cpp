@@ -21,9 +21,6 @@ class EventQueue : public HostTest {
         m_attached.reset();  // destroys pending events before the counters that they use
     }
 
-    static CRefPtr<ICmEventQueue> HostQueue() {
-        return CCmThreadManager::Instance()->GetThread(3)->GetEventQueue();
-    }
     ICmEvent* Event(TestEvent::Work aWork = nullptr) {
         return new TestEvent(m_counts, std::move(aWork));
     }
@@ -51,7 +48,7 @@ class EventQueue : public HostTest {
 
 }  // namespace
 
-TEST_F(EventQueue, SendingWaitsElsewhereAndFiresAtOnceOnTheOwnThread) {
+TEST_F(EventQueue, SendEventWaitsForAnotherThreadAndRunsAtOnceOnItsOwn) {
     m_pQueue->PostEvent(Note("posted "), 1);
     EXPECT_EQ(m_pQueue->SendEvent(Note("sent ", 42)), 42);
     EXPECT_EQ(RunOn(m_pThread,
@@ -65,7 +62,7 @@ TEST_F(EventQueue, SendingWaitsElsewhereAndFiresAtOnceOnTheOwnThread) {
     ExpectCounts(4, 4);
 }
 
-TEST_F(EventQueue, AStoppedThreadRunsWhatItHasAndRefusesTheRest) {
+TEST_F(EventQueue, AStoppedThreadRunsQueuedEventsAndRefusesNewOnes) {
     ThreadGate aGate(m_pThread);
     m_pQueue->PostEvent(Event([this] { return m_pThread->Join() == 4010 ? 0 : 1; }), 1);
     EXPECT_EQ(m_pThread->Stop(nullptr), 0);
@@ -80,7 +77,7 @@ TEST_F(EventQueue, AStoppedThreadRunsWhatItHasAndRefusesTheRest) {
     ExpectCounts(1, 3);
 }
 
-TEST_F(EventQueue, ARunTakesWhatWaitsAndANestedOneGoesOnWithIt) {
+TEST_F(EventQueue, ANestedRunContinuesTheOuterRun) {
     const CRefPtr<ICmEventQueue> pHost = HostQueue();
     pHost->PostEvent(Event([&] {
                          m_strFired += "a(";
@@ -102,7 +99,7 @@ TEST_F(EventQueue, ARunTakesWhatWaitsAndANestedOneGoesOnWithIt) {
     EXPECT_EQ(m_strFired, "a(b new ) next rest");
 }
 
-TEST_F(EventQueue, OneThreadAtATimeIsAttachedAndRepeatsNest) {
+TEST_F(EventQueue, OnlyOneThreadIsAttachedAndAttachCallsNest) {
     const CRefPtr<ACmThread> pHost = CCmThreadManager::Instance()->GetThread(3);
     const CRefPtr<ICmEventQueue> pQueue = HostQueue();
     EXPECT_EQ(CCmCallerThread::Attach(), 0);
@@ -131,7 +128,7 @@ TEST_F(EventQueue, OneThreadAtATimeIsAttachedAndRepeatsNest) {
     ExpectCounts(1, 3);
 }
 
-TEST_F(EventQueue, AThreadObjectStaysForWhoeverHoldsIt) {
+TEST_F(EventQueue, AThreadObjectLivesWhileItIsReferenced) {
     std::atomic<bool> bEnd{false};
     std::thread aOnlooker([&] {
         while (!bEnd) {
@@ -159,7 +156,7 @@ TEST_F(EventQueue, AThreadObjectStaysForWhoeverHoldsIt) {
     aOnlooker.join();
 }
 
-TEST_F(EventQueue, ASenderLearnsThatTheQueueWasDropped) {
+TEST_F(EventQueue, DetachingTheThreadEndsASend) {
     const CRefPtr<ICmEventQueue> pHost = HostQueue();
     Signal aWaits;
     CCmCallerThread::SetWakeUp([&] { aWaits.Raise(); });
@@ -170,7 +167,7 @@ TEST_F(EventQueue, ASenderLearnsThatTheQueueWasDropped) {
     ExpectCounts(0, 1);
 }
 
-TEST_F(EventQueue, WaitingEndsWithWhatComesIn) {
+TEST_F(EventQueue, AnEventEndsAWait) {
     CmUint32 dwCount = 99;
     EXPECT_EQ(CCmCallerThread::WaitAndRun(1, &dwCount), 0);
     EXPECT_EQ(dwCount, 0U);

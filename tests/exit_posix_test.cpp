@@ -13,7 +13,7 @@ namespace {
 
 void Require(bool bHolds, const char* lpWhat) {
     if (bHolds) return;
-    std::cerr << "not so: " << lpWhat << std::endl;
+    std::cerr << "check failed: " << lpWhat << std::endl;
     std::_Exit(2);
 }
 
@@ -23,7 +23,9 @@ bool s_bHostGone = false;
 class Sink final : public IFileOpSink {
  public:
     ~Sink() { s_bHostGone = true; }
-    void Use() { Require(!s_bHostGone && ++m_nUses > 0, "what the host gave is used in its life"); }
+    void Use() {
+        Require(!s_bHostGone && ++m_nUses > 0, "no callback runs after the end of its host");
+    }
     void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType, CmInt32) override {
         Use();
     }
@@ -45,12 +47,12 @@ void Record(IFileOpSink* pSink) {
     Require(s_pHandler->OpenWritingFile("a", dwHandle) == 0, "the open is queued");
     for (unsigned i = 0; i < 50; ++i) {
         const CCmString strBlock = Pattern(40'000, i);
-        const auto* const lpBlock = reinterpret_cast<const unsigned char*>(strBlock.data());
-        Require(s_pHandler->WriteData(dwHandle, lpBlock, 40'000, 0xFFFFFFFF) == 0, "queued");
+        Require(s_pHandler->WriteData(dwHandle, BytesOf(strBlock), 40'000, c_dwEnd) == 0,
+                "the write is queued");
     }
     s_dwFirstHandle = dwHandle;
     s_pHandler->SetHomeDir("missing\\x");
-    Require(s_pHandler->OpenWritingFile("b", dwHandle) == 0, "the bad open is queued");
+    Require(s_pHandler->OpenWritingFile("b", dwHandle) == 0, "the open that fails is queued");
 }
 
 /// The worker waits until the library has dropped the host's sink and callable, which are destroyed
@@ -91,7 +93,7 @@ void ReturnAfter(CmInt32 (*pEnd)(CmUint32 dwHandle)) {
     Record(&s_sink);
     const CmUint32 dwHandle = s_dwFirstHandle;
     Require(s_pHandler->WriteData(dwHandle, c_aTail, 4, 0xFFFFFFFF) == 0, "the tail is gathered");
-    Require(pEnd(dwHandle) == 0, "the end is queued");
+    Require(pEnd(dwHandle) == 0, "the close or Destroy is queued");
 }
 
 /// exit() from deep inside the library, with objects on the stack that are never destroyed.
@@ -118,7 +120,8 @@ void ExitAndOpenLate() {
     std::atexit([] {
         CmUint32 dwHandle = 0;
         Require(s_pHandler->OpenWritingFile("late", dwHandle) == 4010, "a late open is refused");
-        Require(s_pHandler->Destroy() == 0 && CacheFileShutdown() == 0, "a late shutdown");
+        Require(s_pHandler->Destroy() == 0 && CacheFileShutdown() == 0,
+                "a late Destroy and shutdown return 0");
     });
     CCmCallerThread::Attach();
     Record(&s_sink);

@@ -33,10 +33,6 @@ int LetGo() {
 
 class Fork : public HostTest {
  protected:
-    static CRefPtr<ICmEventQueue> HostQueue() {
-        return CCmThreadManager::Instance()->GetThread(3)->GetEventQueue();
-    }
-
     EventCounts m_counts;
 };
 
@@ -69,7 +65,7 @@ TEST_F(Fork, AChildFlushesNothingOfItsParentByAge) {
     for (const char* const lpName : {"a", "b"}) ExpectFile(Recording::PathOf(lpName), "parent");
 }
 
-TEST_F(Fork, AChildLetsGoOfTheHostWhateverOtherThreadsWereDoing) {
+TEST_F(Fork, AChildCanDetachWhileOtherThreadsAreBusy) {
     std::atomic<bool> bEnd{false};
     int nPosted = 0;
     const auto flood = [&, pQueue = HostQueue()] {
@@ -109,7 +105,7 @@ TEST_F(Fork, AChildLetsGoOfTheHostWhateverOtherThreadsWereDoing) {
     EXPECT_GT(nCalls, 0U);
 }
 
-TEST_F(Fork, AChildTakesNothingFromItsParent) {
+TEST_F(Fork, AChildRunsNoEventsOfItsParent) {
     int nDescriptor = -1;
     ASSERT_EQ(CCmCallerThread::GetWakeDescriptor(nDescriptor), 0);
     HostQueue()->PostEvent(new TestEvent(m_counts), 1);

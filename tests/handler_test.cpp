@@ -2,7 +2,7 @@
 
 using Handler = HostTest;
 
-TEST_F(Handler, HandlesThatNameNoFileAreRefusedAndTraced) {
+TEST_F(Handler, InvalidHandlesAreRefusedAndTraced) {
     Recording aRecording(Sync, nullptr);
     Recording aOther(Sync, nullptr);
     const CmUint32 dwClosed = aRecording.Open("a");
@@ -39,7 +39,7 @@ TEST_F(Handler, ACopyHasTheFieldsAndSharesTheFiles) {
     EXPECT_EQ(aRecording.Write(dwHandle, "x", 0), 4007);
 }
 
-TEST_F(Handler, DirectoriesAreComposedAsTold) {
+TEST_F(Handler, DirectoriesConsistOfTheHomeAndTheRecordId) {
     CCacheFileManager& aManager = CCacheFileManager::Instance();
     EXPECT_EQ(aManager.GetTempHomeDir(), ".\\kvr2\\");
     CWriteFileHandler* const pHandler = aManager.CreateWriteFileHandler(4294967295, Sync);

@@ -8,13 +8,12 @@
 
 using HostLoop = HostTest;
 
-TEST_F(HostLoop, IsWokenWhenResultsBeginToWaitAndCanPollADescriptorMeanwhile) {
+TEST_F(HostLoop, TheWakeUpAndTheDescriptorShowThatResultsWait) {
     EventCounts aCounts;
     int nDescriptor = -1, nWoken = 0;
     const auto install = [&] { return CCmCallerThread::SetWakeUp([&] { ++nWoken; }); };
     const auto post = [&](TestEvent::Work aWork = nullptr) {
-        return CCmThreadManager::Instance()->GetThread(3)->GetEventQueue()->PostEvent(
-            new TestEvent(aCounts, std::move(aWork)), 1);
+        return HostQueue()->PostEvent(new TestEvent(aCounts, std::move(aWork)), 1);
     };
     const auto expect = [&](int nTimes, bool bReadable, const char* lpWhen) {
         EXPECT_EQ(std::exchange(nWoken, 0), nTimes) << lpWhen;
@@ -86,7 +85,7 @@ TEST_F(HostLoop, TheDescriptorSignalsAnAgeAndRoom) {
     EXPECT_EQ(aRecording.Write(dwHandle, Pattern(40'000)), 0);
 }
 
-TEST_F(HostLoop, TheWorkerLeavesTheHostsSignalsToTheHost) {
+TEST_F(HostLoop, TheWorkerTakesNoSignalsOfTheHost) {
     const auto blocked = [](int nSignal) {
         sigset_t aMask;
         ::pthread_sigmask(SIG_BLOCK, nullptr, &aMask);

@@ -61,7 +61,7 @@ TEST_F(LocalFile, StateAndArgumentsAreCheckedInOrder) {
     ExpectFile("a", "");
 }
 
-TEST_F(LocalFile, AnOpenThatFailsGivesItsCode) {
+TEST_F(LocalFile, AFailedOpenReturnsItsCode) {
     const CCmString strNul(".\\a\0b", 5);
     const std::string strWriting = "CLocalFile::Open->Open write File Error=";
     const std::string strReading = "CLocalFile::Open->Open reading only File Error=";

@@ -4,7 +4,7 @@
 
 #include "tests/support/FileLink.h"
 
-TEST(FileHandles, FindTheirFilesAndKeepTheirOrderAfterTheyStartAgain) {
+TEST(FileHandles, KeepTheirFilesAndOrderWhenTheNumbersStartAgain) {
     std::atomic<std::uint64_t> aLastNumber{0xFFFFFFFD};
     std::vector<tagOpenFile> vecFiles;
     COpenFiles aFiles(vecFiles, aLastNumber);
@@ -13,10 +13,10 @@ TEST(FileHandles, FindTheirFilesAndKeepTheirOrderAfterTheyStartAgain) {
     const CmUint32 aHandles[] = {0xFFFFFFFE, 0xFFFFFFFF, 1, 2};
     for (int n = 0; n < 4; ++n) {
         if (n == 3) aLastNumber = 0x1FFFFFFFD;  // the next three numbers are in use, or 0
-        aScripts[n].Fail([&strClosed, n](const std::string& strCall, int) {
+        aScripts[n].aFault = [&strClosed, n](const std::string& strCall) {
             strClosed += strCall + std::to_string(n) + " ";
             return 0;
-        });
+        };
         EXPECT_EQ(aFiles.Add(new FileLink(aScripts[n], nullptr)), aHandles[n]);
     }
     EXPECT_FALSE(aFiles.Remove(3));

@@ -5,15 +5,13 @@
 
 namespace {
 
-const tagFileDescriber c_describer{100, 2, 100, 0};
-
 std::uint64_t Waiting() { return CCacheFileManager::GetPendingBytes(); }
 
 }  // namespace
 
 using Pending = HostTest;
 
-TEST_F(Pending, BytesCountFromTheHandingOverUntilTheWorkerIsDoneWithThem) {
+TEST_F(Pending, BytesArePendingUntilTheWorkerIsDoneWithThem) {
     Recording aGood(Async, &m_sink);
     Recording aBad(Async, &m_sink);
     Player aPlayer(Async, &m_sink);
@@ -28,8 +26,8 @@ TEST_F(Pending, BytesCountFromTheHandingOverUntilTheWorkerIsDoneWithThem) {
         EXPECT_EQ(aGood.Write(dwGood, "AB", 3), 0);
         EXPECT_EQ(Waiting(), 40'010U);
         EXPECT_EQ(aBad.Write(aBad.Open("a"), Pattern(50'000)), 0);  // the open fails on the worker
-        EXPECT_EQ(aPlayer.OpenFile("p", c_describer, 1), 0);
-        EXPECT_EQ(aPlayer.Write(InfoOf(c_describer), "played", 0), 0);
+        EXPECT_EQ(aPlayer.OpenFile("p", c_aStream, 1), 0);
+        EXPECT_EQ(aPlayer.Write(c_aInfo, "played", 0), 0);
         EXPECT_EQ(Waiting(), 90'016U);
     }
     Settle();
@@ -42,12 +40,12 @@ TEST_F(Pending, BytesCountFromTheHandingOverUntilTheWorkerIsDoneWithThem) {
     EXPECT_EQ(aGood.Write(dwGood, Pattern(70'000)), 4010) << "which no later try would change";
 }
 
-TEST_F(Pending, ALimitRefusesPiecesBeforeAnythingIsTakenOfThem) {
+TEST_F(Pending, ALimitRefusesWholePieces) {
     CCacheFileManager::SetPendingLimit(1);  // counts as 65,536
     Recording aRecording(Async, &m_sink);
     Player aPlayer(Async, &m_sink);
     const CmUint32 dwHandle = aRecording.Open("a");
-    EXPECT_EQ(aPlayer.OpenFile("p", c_describer, 1), 0);
+    EXPECT_EQ(aPlayer.OpenFile("p", c_aStream, 1), 0);
     CCmString strModel;
     {
         const ThreadGate aGate(Worker());
@@ -69,14 +67,14 @@ TEST_F(Pending, ALimitRefusesPiecesBeforeAnythingIsTakenOfThem) {
             EXPECT_EQ(Waiting(), aStep.qwPending);
             if (aStep.lResult == 0) Overwrite(strModel, strPiece, aStep.dwOffset);
         }
-        EXPECT_EQ(aPlayer.Write(InfoOf(c_describer), ConfBytes(1, 2), 0), 4013);
+        EXPECT_EQ(aPlayer.Write(c_aInfo, ConfBytes(1, 2), 0), 4013);
         EXPECT_EQ(aPlayer->GetCBTimeStamp(), 0U) << "nothing was taken of it";
         Recording aDirect(Sync, nullptr);
         EXPECT_EQ(aDirect.Write(aDirect.Open("sync"), Pattern(100'000)), 0);
         aRecording->FlushData(dwHandle);
         EXPECT_EQ(Waiting(), 98'303U) << "a flush is never refused";
         CCacheFileManager::SetPendingLimit(98'304);
-        EXPECT_EQ(aPlayer.Write(InfoOf(c_describer), "p", 0), 0);
+        EXPECT_EQ(aPlayer.Write(c_aInfo, "p", 0), 0);
     }
     Settle();
     EXPECT_EQ(Waiting(), 0U);

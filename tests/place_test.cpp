@@ -6,13 +6,7 @@ namespace fs = std::filesystem;
 using Place = HostModeTest;
 INSTANTIATE_BOTH_MODES(Place);
 
-namespace {
-
-constexpr tagFileDescriber c_describer{3, 2, 1003, 0};
-
-}  // namespace
-
-TEST_P(Place, IsTheDirectoryAtTheCallForEachOpen) {
+TEST_P(Place, ARelativePathMeansTheDirectoryAtTheCall) {
     const bool bAsync = GetParam() == Async;
     const fs::path aRoot = fs::current_path();
     CCmString strRoot = aRoot.string();
@@ -32,7 +26,7 @@ TEST_P(Place, IsTheDirectoryAtTheCallForEachOpen) {
             EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
         }
         fs::current_path(aRoot / "a");
-        EXPECT_EQ(aPlayer.OpenFile("played", c_describer, 1), 0);
+        EXPECT_EQ(aPlayer.OpenFile("played", c_aStream, 1), 0);
         aRecording->SetHomeDir("rec");
         EXPECT_EQ(aRecording.TryOpen("a"), bAsync ? 0 : 4001) << "the first component is not made";
         aRecording->SetHomeDir("");

@@ -6,7 +6,7 @@
 #include "tests/support/Events.h"
 #include "tests/support/TraceLog.h"
 
-TEST(Trace, TheFormatorTakesEveryTypeAndCutsWhatDoesntFit) {
+TEST(Trace, TheFormatterTakesEveryTypeAndTruncates) {
     using Formator = CCmT120Trace::Text_Formator;
     char aBuffer[256];
     Formator aText(aBuffer, sizeof aBuffer);

@@ -5,8 +5,6 @@ INSTANTIATE_BOTH_MODES(Play);
 
 namespace {
 
-constexpr tagDataInfo c_aInfo{8, 7008, 99, 2};
-constexpr tagFileDescriber c_aDescriber{8, 2, 7008, 5};
 constexpr char c_szNamed[] = " FileID=7008 DataType=8 FileType=2";
 constexpr auto c_aLocal = CCacheFileManager::Link_Local;
 
@@ -14,7 +12,7 @@ constexpr auto c_aLocal = CCacheFileManager::Link_Local;
 void PackContainer() {
     CContainerWriter aWriter;
     aWriter.SetFileHeader(3, 4);
-    aWriter.AddStream(c_aDescriber, reinterpret_cast<const unsigned char*>("abcdef"), 6);
+    EXPECT_EQ(AddStream(aWriter, c_aStream, "abcdef"), 0);
     EXPECT_EQ(aWriter.Write(".\\c"), 0);
 }
 
@@ -29,7 +27,7 @@ const std::string c_strContainer = "download/PlayDataFile.cpp";
 
 }  // namespace
 
-TEST_P(Play, RecordFilesRefuseWithCodesAndLines) {
+TEST_P(Play, InvalidCallsForRecordFilesReturnACodeAndAreTraced) {
     const bool bAsync = GetParam() == Async;
     Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
     EXPECT_EQ(aPlayer.Open("c"), 4010);
@@ -41,7 +39,7 @@ TEST_P(Play, RecordFilesRefuseWithCodesAndLines) {
                                         Refused("ReadData", " DataSize=") +
                                         Refused("SyncReadData", " DataSize="));
 
-    EXPECT_EQ(aPlayer.OpenFile("missing", c_aDescriber), bAsync ? 0 : 4001);
+    EXPECT_EQ(aPlayer.OpenFile("missing", c_aStream), bAsync ? 0 : 4001);
     Settle();
     EXPECT_EQ(m_sink.Take(), bAsync ? "Open 4001" : "");
     EXPECT_EQ(aPlayer->GetFileStatus(c_aLocal), bAsync ? 4001 : 0);
@@ -57,7 +55,6 @@ TEST_P(Play, RecordFilesRefuseWithCodesAndLines) {
                                 Refused("ReadData", " DataSize=") +
                                 Refused("SyncReadData", " DataSize=")));
 
-    std::filesystem::create_directories("kvr2/7");
     WriteBytes("kvr2/7/a", "there");
     const tagDataInfo aInfo{1, 1, 0, 1};
     EXPECT_EQ(aPlayer.OpenFile("a", {1, 1, 1, 0}), 0);
@@ -67,12 +64,17 @@ TEST_P(Play, RecordFilesRefuseWithCodesAndLines) {
     EXPECT_EQ(aPlayer->ReadData(aInfo, nullptr, 0, 1), 4009);
     EXPECT_EQ(aPlayer.Read(aInfo, 0, 0), 4009);
     EXPECT_EQ(aPlayer.SyncRead(aInfo, 0, 0), "4009");
+    CmUint32 dwOne = 1;
+    EXPECT_EQ(aPlayer->SyncReadData(aInfo, nullptr, 0, dwOne), 4009);
     const std::string strLink = bAsync ? "async/FileThreadProxy.cpp" : "fileop/LocalFile.cpp";
     const std::string strRead = "CPlayFileHandler::ReadData->Read data error4009 this=*\n";
+    const std::string strSyncRead = "CPlayFileHandler::SyncReadData->Read data error4009 this=*\n";
     EXPECT_EQ(m_trace.TakeErrors(),
               Assertion(c_strAccess, "lpData") + Assertion(strLink, "lpBuffer") + strRead +
                   Assertion(strLink, "dwLength") + strRead + Assertion(strLink, "dwLength") +
-                  "CPlayFileHandler::SyncReadData->Read data error4009 this=*\n");
+                  strSyncRead +
+                  Assertion(strLink, bAsync ? "lpBuffer&&m_pFileOp.Get( )" : "lpBuffer") +
+                  strSyncRead);
     ExpectFile("kvr2/7/a", "there");
 
     EXPECT_EQ(aPlayer.OpenFile("empty", {1, 1, 2, 0}, 1), 0);
@@ -90,7 +92,7 @@ TEST_P(Play, RecordFilesRefuseWithCodesAndLines) {
     EXPECT_EQ(m_sink.Take(), bAsync ? "Data 0, Read 4007" : "");
 }
 
-TEST_P(Play, ContainersRefuseWithCodesAndLines) {
+TEST_P(Play, InvalidCallsForContainersReturnACodeAndAreTraced) {
     PackContainer();
     Player aPlayer(GetParam(), &m_sink);
     EXPECT_EQ(aPlayer->GetReference(), 1U);
@@ -99,7 +101,7 @@ TEST_P(Play, ContainersRefuseWithCodesAndLines) {
     EXPECT_EQ(aPlayer->GetFileVersion(), 3U);
     EXPECT_EQ(aPlayer->GetCBTimeStamp(), 4U);
     EXPECT_EQ(aPlayer.Open("c"), 4008);
-    EXPECT_EQ(aPlayer.OpenFile("a", c_aDescriber, 1), 4010);
+    EXPECT_EQ(aPlayer.OpenFile("a", c_aStream, 1), 4010);
     EXPECT_EQ(aPlayer.Write(c_aInfo, "x", 0), 4010);
     const std::string strOpen = Assertion(c_strHandler, "!m_pDownloadFile");
     EXPECT_EQ(m_trace.TakeErrors(), strOpen + strOpen + Assertion(c_strAccess, "!m_pDownloadFile"));
@@ -128,7 +130,7 @@ TEST_P(Play, ContainersRefuseWithCodesAndLines) {
         std::string::npos);
 }
 
-TEST_P(Play, ContainersThatCannotBeOpened) {
+TEST_P(Play, AContainerThatCannotBeOpenedIsReported) {
     const struct {
         const char* lpPath;
         const char* lpLine;  // the line that the file link traces
@@ -191,7 +193,7 @@ TEST_P(Play, TheFirstBlockThatHoldsAHeaderGivesVersionAndTimeStamp) {
     EXPECT_EQ(m_trace.TakeErrors(), "");
 }
 
-TEST_P(Play, StatusAndDirectoryAreKeptAsTold) {
+TEST_P(Play, TheStatusIsKeptUntilInitialize) {
     Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
     const std::string strAssertion =
         Assertion(c_strHandler, "aLinkType == CCacheFileManager::Link_Local");

@@ -5,8 +5,6 @@ INSTANTIATE_BOTH_MODES(Read);
 
 namespace {
 
-constexpr tagDataInfo c_aInfo{8, 7008, 99, 2};
-
 /// A read and its expected result.
 struct ReadCase {
     CmUint32 dwOffset, dwLength;
@@ -16,7 +14,7 @@ struct ReadCase {
 
 }  // namespace
 
-TEST_P(Read, RunsOfAContainer) {
+TEST_P(Read, ReturnsAnyRangeOfAContainer) {
     // The header gives 70 bytes, but the file has 66. The stream begins at 60.
     CCmString strBytes(66, '#');
     SetHeader(strBytes, 70, 1, 0);
@@ -57,12 +55,11 @@ TEST_P(Read, RunsOfAContainer) {
     }
 }
 
-TEST_P(Read, RunsOfARecordFile) {
+TEST_P(Read, ReturnsAnyRangeOfARecordFile) {
     const CCmString strFile = Pattern(70'000);
-    std::filesystem::create_directories("kvr2/7");
     WriteBytes("kvr2/7/a", strFile);
     Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
-    ASSERT_EQ(aPlayer.OpenFile("a", {8, 2, 7008, 5}), 0);
+    ASSERT_EQ(aPlayer.OpenFile("a", c_aStream), 0);
     Settle();
     m_sink.Take();
     const struct {

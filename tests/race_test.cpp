@@ -2,7 +2,6 @@
 #include <atomic>
 #include <chrono>
 #include <map>
-#include <random>
 
 #include "async/FileThreadManager.h"
 #include "tests/support/Player.h"
@@ -13,12 +12,7 @@
 
 namespace {
 
-using Dice = std::minstd_rand;
-bool OneIn(Dice& aDice, unsigned n) { return aDice() / 8 % n == 0; }
-unsigned Below(Dice& aDice, std::size_t n) { return static_cast<unsigned>(aDice() / 8 % n); }
-
 constexpr std::size_t c_nFixture = 200'000;
-constexpr tagFileDescriber c_aStream{8, 2, 7008, 5};
 
 class Races;
 
@@ -26,9 +20,9 @@ class Races;
 /// was destroyed, or one too many, fails the test.
 class Actor : public IFileOpSink {
  public:
-    Actor(Races& aRaces, unsigned nSeed) : m_races(aRaces), m_dice(nSeed) {}
+    Actor(Races& aRaces, unsigned nSeed) : m_races(aRaces), m_random(nSeed) {}
 
-    virtual void Act(Dice& aDice) = 0;
+    virtual void Act(SeededRandom& aRandom) = 0;
     virtual void Destroy() { m_bEnded = true; }
 
     void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType aOpType,
@@ -45,7 +39,7 @@ class Actor : public IFileOpSink {
     void ActInside();
 
     Races& m_races;
-    Dice m_dice;  // for operations inside callbacks
+    SeededRandom m_random;  // for operations inside callbacks
     bool m_bEnded = false;
     int m_nOpens = 0;  // accepted and not yet reported
     int m_nReads = 0;
@@ -54,18 +48,16 @@ class Actor : public IFileOpSink {
 class Races : public HostTest {
  protected:
     Races() {
-        std::filesystem::create_directories("kvr2/7");
         WriteBytes("kvr2/7/fixture", m_strFixture);
         CContainerWriter aWriter;
-        aWriter.AddStream(c_aStream, reinterpret_cast<const unsigned char*>(m_strFixture.data()),
-                          c_nFixture);
+        EXPECT_EQ(AddStream(aWriter, c_aStream, m_strFixture), 0);
         EXPECT_EQ(aWriter.Write(".\\container"), 0);
         CCmT120Trace::instance()->SetSink({});  // there would be too many lines
     }
 
-    std::shared_ptr<Actor> NewActor(Dice& aDice);
-    void Step(Dice& aDice);
-    void FillAndShutDown(Dice& aDice);
+    std::shared_ptr<Actor> NewActor(SeededRandom& aRandom);
+    void Step(SeededRandom& aRandom);
+    void FillAndShutDown(SeededRandom& aRandom);
 
     /// Limits the work by time: a busy machine under a sanitizer does less.
     bool HasTime() const { return std::chrono::steady_clock::now() < m_end; }
@@ -74,9 +66,9 @@ class Races : public HostTest {
 
  public:
     /// Lets a random actor make a call, from the loop or from inside a callback.
-    void ActOnce(Dice& aDice) {
-        const std::shared_ptr<Actor> pActor = m_aActors[Below(aDice, m_aActors.size())];
-        if (pActor) pActor->Act(aDice);
+    void ActOnce(SeededRandom& aRandom) {
+        const std::shared_ptr<Actor> pActor = m_aActors[aRandom.Below(m_aActors.size())];
+        if (pActor) pActor->Act(aRandom);
     }
 
     const CCmString m_strFixture = Pattern(c_nFixture);
@@ -109,19 +101,19 @@ void Actor::OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataI
 
 void Actor::ActInside() {
     ++m_races.m_qwAnswers;
-    if (m_races.m_nInside >= 3 || !OneIn(m_dice, 4)) return;
+    if (m_races.m_nInside >= 3 || !m_random.OneIn(4)) return;
     ++m_races.m_nInside;
-    Dice aDice = m_dice;  // this object may be destroyed in the meantime
-    if (OneIn(aDice, 20))
+    SeededRandom aRandom = m_random;  // this object may be destroyed in the meantime
+    if (aRandom.OneIn(20))
         CacheFileShutdown();
-    else if (OneIn(aDice, 8))
+    else if (aRandom.OneIn(8))
         CCmCallerThread::RunPending();
-    else if (OneIn(aDice, 8))
+    else if (aRandom.OneIn(8))
         Destroy();
     else
-        for (unsigned i = Below(aDice, 4); i-- > 0;) m_races.ActOnce(aDice);
+        for (unsigned i = aRandom.Below(4); i-- > 0;) m_races.ActOnce(aRandom);
     --m_races.m_nInside;
-    m_dice = aDice;
+    m_random = aRandom;
 }
 
 class RecorderActor final : public Actor {
@@ -129,17 +121,17 @@ class RecorderActor final : public Actor {
     RecorderActor(Races& aRaces, unsigned nSeed, Mode aMode)
         : Actor(aRaces, nSeed), m_mode(aMode), m_recording(aMode, this) {}
 
-    void Act(Dice& aDice) override {
+    void Act(SeededRandom& aRandom) override {
         if (m_bEnded) return;
-        if (m_vecFiles.empty() || (m_vecFiles.size() < 12 && OneIn(aDice, 6))) return Open();
-        const std::size_t nFile = Below(aDice, m_vecFiles.size());
-        if (OneIn(aDice, 12)) {
+        if (m_vecFiles.empty() || (m_vecFiles.size() < 12 && aRandom.OneIn(6))) return Open();
+        const std::size_t nFile = aRandom.Below(m_vecFiles.size());
+        if (aRandom.OneIn(12)) {
             if (m_recording->CloseFile(m_vecFiles[nFile].first) == 0)
                 m_vecFiles.erase(m_vecFiles.begin() + static_cast<std::ptrdiff_t>(nFile));
-        } else if (OneIn(aDice, 3)) {
+        } else if (aRandom.OneIn(3)) {
             m_recording->FlushData(m_vecFiles[nFile].first);
         } else {
-            Write(m_vecFiles[nFile], Below(aDice, OneIn(aDice, 5) ? 40'000 : 500));
+            Write(m_vecFiles[nFile], aRandom.Below(aRandom.OneIn(5) ? 40'000 : 500));
         }
     }
 
@@ -178,13 +170,13 @@ class PlayerActor final : public Actor {
     PlayerActor(Races& aRaces, unsigned nSeed, Mode aMode, Player::Use aUse)
         : Actor(aRaces, nSeed), m_mode(aMode), m_player(aMode, this, aUse), m_use(aUse) {}
 
-    void Act(Dice& aDice) override {
+    void Act(SeededRandom& aRandom) override {
         if (m_bEnded) return;
         if (!m_bOpened) return Open();
-        if (OneIn(aDice, 40)) {
+        if (aRandom.OneIn(40)) {
             m_player->CloseAllRecordFiles();
         } else {
-            const CmUint32 dwOffset = Below(aDice, c_nFixture), dwLength = 1 + Below(aDice, 3000);
+            const CmUint32 dwOffset = aRandom.Below(c_nFixture), dwLength = 1 + aRandom.Below(3000);
             if (dwOffset + dwLength > c_nFixture) return;
             ++m_nReads;  // counted before, because a synchronous callback runs inside the call
             if (m_player.Read({8, 7008, dwOffset, 2}, dwOffset, dwLength) != 0) --m_nReads;
@@ -212,46 +204,45 @@ class PlayerActor final : public Actor {
     bool m_bOpened = false;
 };
 
-std::shared_ptr<Actor> Races::NewActor(Dice& aDice) {
-    const unsigned nSeed = static_cast<unsigned>(aDice());
-    const Mode aMode = OneIn(aDice, 5) ? Sync : Async;
-    if (OneIn(aDice, 3))
+std::shared_ptr<Actor> Races::NewActor(SeededRandom& aRandom) {
+    const unsigned nSeed = aRandom.Below(1U << 30);
+    const Mode aMode = aRandom.OneIn(5) ? Sync : Async;
+    if (aRandom.OneIn(3))
         return std::make_shared<PlayerActor>(*this, nSeed, aMode, Player::ForFiles);
-    if (OneIn(aDice, 5))
+    if (aRandom.OneIn(5))
         return std::make_shared<PlayerActor>(*this, nSeed, aMode, Player::ForDownload);
     return std::make_shared<RecorderActor>(*this, nSeed, aMode);
 }
 
-void Races::Step(Dice& aDice) {
-    std::shared_ptr<Actor>& pActor = m_aActors[Below(aDice, m_aActors.size())];
-    if (!pActor || OneIn(aDice, 60)) {
+void Races::Step(SeededRandom& aRandom) {
+    std::shared_ptr<Actor>& pActor = m_aActors[aRandom.Below(m_aActors.size())];
+    if (!pActor || aRandom.OneIn(60)) {
         if (pActor) m_vecEnded.push_back(pActor);
-        if (pActor && !OneIn(aDice, 3)) pActor->Destroy();  // or it is left with its open files
-        pActor = NewActor(aDice);
-    } else if (OneIn(aDice, 10)) {
+        if (pActor && !aRandom.OneIn(3)) pActor->Destroy();  // or it is left with its open files
+        pActor = NewActor(aRandom);
+    } else if (aRandom.OneIn(10)) {
         CCmCallerThread::RunPending();
-    } else if (OneIn(aDice, 300)) {
+    } else if (aRandom.OneIn(300)) {
         CacheFileShutdown();
     } else {
-        ActOnce(aDice);
+        ActOnce(aRandom);
     }
 }
 
 /// Shuts down with many requests in the worker's queue.
-void Races::FillAndShutDown(Dice& aDice) {
-    const auto pRecorder =
-        std::make_shared<RecorderActor>(*this, static_cast<unsigned>(aDice()), Async);
+void Races::FillAndShutDown(SeededRandom& aRandom) {
+    const auto pRecorder = std::make_shared<RecorderActor>(*this, aRandom.Below(1U << 30), Async);
     m_vecEnded.push_back(pRecorder);
     {
         ThreadGate aGate(Worker());
-        for (unsigned i = 0; i < 6000 && HasTime(); ++i) pRecorder->Act(aDice);
+        for (unsigned i = 0; i < 6000 && HasTime(); ++i) pRecorder->Act(aRandom);
     }
     CacheFileShutdown();
 }
 
 }  // namespace
 
-TEST_F(Races, EveryAnswerComesOnceAndEveryByteIsWrittenOrCounted) {
+TEST_F(Races, EveryCallbackComesOnceAndEveryByteIsWrittenOrCounted) {
     std::atomic<bool> bEnd{false};
     std::thread aOnlooker([&] {  // calls that any thread may make at any time
         std::atomic<unsigned> nLines{0};
@@ -264,11 +255,11 @@ TEST_F(Races, EveryAnswerComesOnceAndEveryByteIsWrittenOrCounted) {
             std::this_thread::yield();
         }
     });
-    SeededRandom aRandom;
+    SeededRandom aSeeds;
     for (int nRound = 0; nRound < 30 && HasTime(); ++nRound) {
-        Dice aDice(1 + aRandom.Below(1U << 30));
-        for (int nStep = 0; nStep < 1500 && HasTime(); ++nStep) Step(aDice);
-        FillAndShutDown(aDice);
+        SeededRandom aRandom(aSeeds.Below(1U << 30));
+        for (int nStep = 0; nStep < 1500 && HasTime(); ++nStep) Step(aRandom);
+        FillAndShutDown(aRandom);
         for (const auto& pActor : m_aActors)
             if (pActor) m_vecEnded.push_back(pActor);
         for (const auto& pActor : m_vecEnded) pActor->ExpectAnswered();

@@ -19,7 +19,7 @@ std::size_t SlotOf(Operation aOperation) {
 
 }  // namespace
 
-TEST(Slots, OfAFileKeepTheirOrderAndAdditionsFollow) {
+TEST(Slots, OfIFileOperationKeepTheirOrder) {
     const std::size_t aSlots[] = {
         SlotOf(&IFileOperation::AddReference), SlotOf(&IFileOperation::ReleaseReference),
         SlotOf(&IFileOperation::GetReference), SlotOf(&IFileOperation::Open),

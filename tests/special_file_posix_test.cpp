@@ -6,7 +6,7 @@
 #include "fileop/FileOperation.h"
 #include "tests/support/HostTest.h"
 
-TEST(SpecialFile, WhatCantHoldBytesIsRefusedWithoutWaiting) {
+TEST(SpecialFile, AFifoOrDirectoryIsRefusedWithoutWaiting) {
     TestDir aDir;
     TraceLog aTrace;
     ASSERT_EQ(::mkfifo("fifo", 0600), 0);

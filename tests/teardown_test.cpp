@@ -12,30 +12,28 @@ namespace {
 class Teardown : public HostTest {
  protected:
     Teardown() {
-        std::filesystem::create_directories("kvr2/7");
         WriteBytes("kvr2/7/a", "abcdef");
         CContainerWriter aWriter;
-        aWriter.AddStream({8, 2, 7008, 5}, reinterpret_cast<const unsigned char*>("abcdef"), 6);
+        EXPECT_EQ(AddStream(aWriter, c_aStream, "abcdef"), 0);
         EXPECT_EQ(aWriter.Write(".\\c"), 0);
     }
 
     /// A player that has the file or the container open.
     void Start(Player::Use aUse) {
         m_player.emplace(Async, &m_sink, aUse);
-        EXPECT_EQ(aUse == Player::ForDownload ? m_player->Open("c")
-                                              : m_player->OpenFile("a", {8, 2, 7008, 5}),
-                  0);
+        EXPECT_EQ(
+            aUse == Player::ForDownload ? m_player->Open("c") : m_player->OpenFile("a", c_aStream),
+            0);
         Settle();
         m_sink.Take();
     }
 
-    static constexpr tagDataInfo c_aInfo{8, 7008, 99, 2};
     std::optional<Player> m_player;
 };
 
 }  // namespace
 
-TEST_F(Teardown, ReadsUnderWayReachTheSinkOrNobody) {
+TEST_F(Teardown, PendingReadsAreDeliveredOrFreed) {
     const auto nothing = [] {};
     const auto detach = [&] { m_attached.reset(); };
     const auto destroy = [&] { m_player->Destroy(); };
@@ -69,7 +67,7 @@ TEST_F(Teardown, ReadsUnderWayReachTheSinkOrNobody) {
     }
 }
 
-TEST_F(Teardown, TheEndOfADownloadPlayerStopsTheWorkerUnderARecording) {
+TEST_F(Teardown, DestroyingADownloadPlayerStopsTheWorkerOfARecording) {
     CFileThreadManager* const pThreads = CFileThreadManager::Instance();
     CCmString strAll;
     for (unsigned i = 0; i < 20; ++i) strAll += Pattern(40'000, i);
@@ -115,7 +113,7 @@ TEST_F(Teardown, TheEndOfADownloadPlayerStopsTheWorkerUnderARecording) {
     }
 }
 
-TEST_F(Teardown, AShutdownRunsWhatWaitsRefusesOpensAndCanBeRepeated) {
+TEST_F(Teardown, AShutdownRunsTheQueueRefusesOpensAndCanBeRepeated) {
     Recording aRecording(Async, &m_sink);
     const CmUint32 dwHandle = aRecording.Open("r");
     EXPECT_EQ(aRecording.Write(dwHandle, Pattern(40'000)), 0);
@@ -134,7 +132,7 @@ TEST_F(Teardown, AShutdownRunsWhatWaitsRefusesOpensAndCanBeRepeated) {
     EXPECT_EQ(m_sink.Take(), "Open 0, Open 0");
 }
 
-TEST_F(Teardown, WithoutAnAttachedThreadAnOpenIsRefusedAndTracedWhy) {
+TEST_F(Teardown, AnOpenWithoutAnAttachedThreadIsRefusedAndTraced) {
     m_attached.reset();
     Recording aRecording(Async, &m_sink);
     EXPECT_EQ(aRecording.TryOpen("b"), 4010);

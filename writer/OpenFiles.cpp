@@ -37,7 +37,7 @@ bool COpenFiles::Remove(CmUint32 dwHandle) {
 }
 
 void COpenFiles::CloseAll() {
-    // Numbers follow the order of opening also where handles have started again.
+    // The order of the handles is not that of opening if they have started again from 1.
     std::sort(m_vecFiles.begin(), m_vecFiles.end(),
               [](const tagOpenFile& aLeft, const tagOpenFile& aRight) {
                   return aLeft.qwNumber < aRight.qwNumber;

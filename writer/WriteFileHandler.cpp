@@ -32,6 +32,15 @@ CmInt32 TakeSyncFailure(IFileOperation& aFile) {
     return pLedger ? pLedger->TakeSyncFailure() : CmInt32{CACHE_OK};
 }
 
+/// Returns the open file of the handle, which the handler keeps, or null. Without one it traces the
+/// line that begins with lpText.
+IFileOperation* FindFile(std::vector<tagOpenFile>& vecFiles, CmUint32 dwHandle, const char* lpText,
+                         const CWriteFileHandler* pHandler) {
+    IFileOperation* const pFile = FilesOf(vecFiles).Find(dwHandle);
+    if (!pFile) TraceError(lpText, dwHandle, " this=", pHandler);
+    return pFile;
+}
+
 }  // namespace
 
 CWriteFileHandler* CCacheFileManager::CreateWriteFileHandler(CmUint32 dwRecordID, int bAsync) {
@@ -58,7 +67,8 @@ CmInt32 CWriteFileHandler::Initialize(IFileOpSink* pSink) {
     m_pSink = pSink;
     m_LinkType = CCacheFileManager::Link_Local;
     m_OpType = CCacheFileManager::Op_Open;
-    return CHomeDir(m_strHomeDir, "CWriteFileHandler::Initialize", this).AppendRecord(m_dwRecordID);
+    return CHomeDir(m_strHomeDir, "CWriteFileHandler::Initialize", this)
+        .AppendRecord(CCacheFileManager::Instance().GetTempHomeDir(), m_dwRecordID);
 }
 
 void CWriteFileHandler::SetHomeDir(const CCmString& strHomeDir) {
@@ -75,7 +85,7 @@ CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint3
         CFileChain::Build(FileChainKind::WriteRecord, m_bAsync, this);
     if (!pFile) return NoMemoryToOpen(this);
     if (m_pPending) pFile->CountPendingIn(m_pPending.Get());
-    // The list takes the file first: nothing may fail after the file has been opened.
+    // The file is added before it is opened, so that nothing can fail after a successful open.
     const CmUint32 dwNew = FilesOf(m_vecWriteFiles).Add(pFile);
     const CmInt32 lResult = pFile->Open(strPath, 1);
     if (lResult != CACHE_OK) {
@@ -101,17 +111,15 @@ CmInt32 CWriteFileHandler::RemoveHandle(CmUint32 dwHandle) {
 CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpData,
                                      CmUint32 dwLength, CmUint32 dwOffset) {
     CM_CHECK(lpData, "lpData", CACHE_ERR_INVALID_ARG);
-    IFileOperation* pFile = nullptr;
-    if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) {
-        TraceError("CWriteFileHandler::WriteData->Bad file handle", dwHandle, " this=", this);
-        return CACHE_ERR_INVALID_STATE;
-    }
+    IFileOperation* const pFile =
+        FindFile(m_vecWriteFiles, dwHandle, "CWriteFileHandler::WriteData->Bad file handle", this);
+    if (!pFile) return CACHE_ERR_INVALID_STATE;
     CmInt32 lResult = TakeSyncFailure(*pFile);
     if (lResult != CACHE_OK) {
         TraceError("CWriteFileHandler::WriteData->Sync error=", lResult, " this=", this);
         return lResult;
     }
-    // Asked before anything is taken, so that the host can repeat the same call.
+    // Checked before any byte is taken, so that the host can repeat the same call.
     if (CPendingBytes::HasLimit(m_pPending.Get()))
         lResult =
             CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset), m_pPending.Get());
@@ -124,7 +132,7 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
         TraceError("CWriteFileHandler::WriteData->Write Data error=", lResult, " this=", this);
     std::uint64_t qwFree = 0;
     const bool bLow = m_pSpaceWatch && !m_bAsync && m_pSpaceWatch->HasFallen(*pFile, qwFree);
-    if (bLow) OnLowSpace(qwFree);  // comes last: the callback may destroy this handler
+    if (bLow) OnLowSpace(qwFree);  // last, because the callback may destroy this handler
     return lResult;
 }
 
@@ -142,38 +150,32 @@ CmInt32 CWriteFileHandler::SetPendingLimit(std::uint64_t qwBytes) {
 
 void CWriteFileHandler::FlushData(CmUint32 dwHandle) {
     const CAgedFlush aAgedFlush;
-    IFileOperation* pFile = nullptr;
-    if (Handle2Pointer(dwHandle, pFile) == CACHE_OK)
-        pFile->Flush();
-    else
-        TraceError("CWriteFileHandler::FlushData->Bad file handle=", dwHandle, " this=", this);
+    IFileOperation* const pFile =
+        FindFile(m_vecWriteFiles, dwHandle, "CWriteFileHandler::FlushData->Bad file handle=", this);
+    if (pFile) pFile->Flush();
 }
 
 CmInt32 CWriteFileHandler::CloseFile(CmUint32 dwHandle) {
     const CAgedFlush aAgedFlush;
-    IFileOperation* pFile = nullptr;
-    if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) {
-        TraceError("CWriteFileHandler::CloseFile->Bad file handle=", dwHandle, " this=", this);
-        return CACHE_ERR_INVALID_STATE;
-    }
+    IFileOperation* const pFile =
+        FindFile(m_vecWriteFiles, dwHandle, "CWriteFileHandler::CloseFile->Bad file handle=", this);
+    if (!pFile) return CACHE_ERR_INVALID_STATE;
     CmInt32 lResult = TakeSyncFailure(*pFile);
     if (lResult == CACHE_OK) lResult = pFile->Close();
     if (lResult != CACHE_OK) {
         TraceError("CWriteFileHandler::CloseFile->Close file error=", lResult, " this=", this);
         return lResult;
     }
-    // Queued requests hold the file, so removing it here cancels none of them.
+    // Queued requests hold references to the file, so they are still carried out.
     RemoveHandle(dwHandle);
     return CACHE_OK;
 }
 
 CmInt32 CWriteFileHandler::SyncFile(CmUint32 dwHandle) {
     const CAgedFlush aAgedFlush;
-    IFileOperation* pFile = nullptr;
-    if (Handle2Pointer(dwHandle, pFile) != CACHE_OK) {
-        TraceError("CWriteFileHandler::SyncFile->Bad file handle=", dwHandle, " this=", this);
-        return CACHE_ERR_INVALID_STATE;
-    }
+    IFileOperation* const pFile =
+        FindFile(m_vecWriteFiles, dwHandle, "CWriteFileHandler::SyncFile->Bad file handle=", this);
+    if (!pFile) return CACHE_ERR_INVALID_STATE;
     CmInt32 lResult = pFile->Sync(m_pSafetySink ? dwHandle : 0);
     const CmInt32 lEarlier = TakeSyncFailure(*pFile);
     if (lResult == CACHE_OK) lResult = lEarlier;
@@ -209,7 +211,7 @@ void CWriteFileHandler::OnFileSynced(CmUint32 dwHandle, CmInt32 lResult) {
     if (m_pSafetySink) m_pSafetySink->OnFileSynced(dwHandle, lResult);
 }
 
-/// Forgets the sinks first: what the closes report later must not reach them.
+/// Resets the sinks first, because results of the closes must not reach them.
 CmInt32 CWriteFileHandler::Destroy() {
     m_pSink = nullptr;
     m_pSafetySink = nullptr;

@@ -35,13 +35,13 @@ class MemoryDisk {
         enum Kind {
             Written,      ///< strBytes was written at qwOffset of the file
             Cut,          ///< the file was truncated to qwOffset bytes
-            Synced,       ///< the file was synced; if bWell is false, the sync failed
+            Synced,       ///< the file was synced; if bSucceeded is false, the sync failed
             Named,        ///< strPath now names nFile, which may be c_nDirectory or c_nNothing
-            NamesSynced,  ///< the directory strPath was synced; bWell as for Synced
+            NamesSynced,  ///< the directory strPath was synced; bSucceeded as for Synced
         };
         Kind aKind;
         int nFile = 0;
-        bool bWell = true;
+        bool bSucceeded = true;
         std::uint64_t qwOffset = 0;
         CCmString strBytes = {};
         CCmString strPath = {};

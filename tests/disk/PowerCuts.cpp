@@ -14,14 +14,14 @@ std::uint64_t Mix(std::uint64_t qwHash, std::uint64_t qwValue) {
 
 }  // namespace
 
-void PowerCuts::Cell::Set(int nValue) {
-    if (nValue == vecMay.back()) return;
-    vecMay.push_back(nValue);
+void PowerCuts::DiskValue::Set(int nValue) {
+    if (nValue == vecPossible.back()) return;
+    vecPossible.push_back(nValue);
     bDirty = true;
 }
 
-void PowerCuts::Cell::Sync(bool bWell) {
-    if (bDirty && bWell) vecMay = {vecMay.back()};
+void PowerCuts::DiskValue::Sync(bool bSucceeded) {
+    if (bDirty && bSucceeded) vecPossible = {vecPossible.back()};
     bDirty = false;
 }
 
@@ -31,14 +31,14 @@ void PowerCuts::Promise(const CCmString& strPath, Check aCheck) {
     m_vecPromised.push_back({aDisk.m_vecLog.size(), MemoryDisk::Key(strPath), std::move(aCheck)});
 }
 
-/// Adds the current contents of the pages with the bytes from nFrom to nTo to their cells.
+/// Adds the current contents of the pages with the bytes from nFrom to nTo to their values.
 void PowerCuts::KeepPages(File& aFile, std::size_t nFrom, std::size_t nTo) {
     if (aFile.vecPages.size() * c_nPage < nTo) aFile.vecPages.resize((nTo + c_nPage - 1) / c_nPage);
     for (std::size_t nPage = nFrom / c_nPage; nPage * c_nPage < nTo; ++nPage) {
         const std::size_t nAt = nPage * c_nPage;
-        const bool bThere = nAt < aFile.strBytes.size();
-        m_vecPages.push_back(bThere ? aFile.strBytes.substr(nAt, c_nPage) : CCmString());
-        aFile.vecPages[nPage].Set(bThere ? static_cast<int>(m_vecPages.size() - 1) : 0);
+        const bool bExists = nAt < aFile.strBytes.size();
+        m_vecPages.push_back(bExists ? aFile.strBytes.substr(nAt, c_nPage) : CCmString());
+        aFile.vecPages[nPage].Set(bExists ? static_cast<int>(m_vecPages.size() - 1) : 0);
     }
 }
 
@@ -58,8 +58,8 @@ void PowerCuts::Apply(const Change& aChange) {
             KeepPages(aFile, aChange.qwOffset, nSize);
             break;
         case Change::Synced:
-            aFile.aSize.Sync(aChange.bWell);
-            for (Cell& aPage : aFile.vecPages) aPage.Sync(aChange.bWell);
+            aFile.aSize.Sync(aChange.bSucceeded);
+            for (DiskValue& aPage : aFile.vecPages) aPage.Sync(aChange.bSucceeded);
             break;
         case Change::Named:
             m_mapNames[aChange.strPath].Set(aChange.nFile);
@@ -68,52 +68,42 @@ void PowerCuts::Apply(const Change& aChange) {
             for (auto& [strPath, aName] : m_mapNames) {
                 const std::size_t nAt = strPath.rfind('/');
                 if (strPath.substr(0, nAt == CCmString::npos ? 0 : nAt) == aChange.strPath)
-                    if (aChange.bWell) aName.Sync(true);
+                    if (aChange.bSucceeded) aName.Sync(true);
             }
             break;
     }
     aFile.aSize.Set(static_cast<int>(aFile.strBytes.size()));
 }
 
-/// The cells for which the disk may hold more than one value.
-std::vector<PowerCuts::Cell*> PowerCuts::OpenCells() {
-    std::vector<Cell*> vecOpen;
-    const auto aTake = [&](Cell& aCell) {
-        aCell.nPick = 0;
-        if (aCell.vecMay.size() > 1) vecOpen.push_back(&aCell);
+/// The pages, sizes and names of which the disk may hold more than one version.
+std::vector<PowerCuts::DiskValue*> PowerCuts::UncertainValues() {
+    std::vector<DiskValue*> vecUncertain;
+    const auto aTake = [&](DiskValue& aValue) {
+        aValue.nChosen = 0;
+        if (aValue.vecPossible.size() > 1) vecUncertain.push_back(&aValue);
     };
     for (auto& [strPath, aName] : m_mapNames) aTake(aName);
     for (auto& [nFile, aFile] : m_mapFiles) {
         aTake(aFile.aSize);
-        for (Cell& aPage : aFile.vecPages) aTake(aPage);
+        for (DiskValue& aPage : aFile.vecPages) aTake(aPage);
     }
-    return vecOpen;
+    return vecUncertain;
 }
 
 /// The file of that name on the chosen disk; null if there is none.
-const PowerCuts::File* PowerCuts::Look(const CCmString& strPath) {
+const PowerCuts::File* PowerCuts::FileAt(const CCmString& strPath) {
     for (std::size_t nAt = 0; (nAt = strPath.find('/', nAt)) != CCmString::npos; ++nAt)
-        if (m_mapNames[strPath.substr(0, nAt)].Picked() != MemoryDisk::c_nDirectory) return nullptr;
-    const int nFile = m_mapNames[strPath].Picked();
+        if (m_mapNames[strPath.substr(0, nAt)].Chosen() != MemoryDisk::c_nDirectory) return nullptr;
+    const int nFile = m_mapNames[strPath].Chosen();
     return nFile > 0 ? &m_mapFiles[nFile] : nullptr;
 }
 
-std::uint64_t PowerCuts::HashOf(int nPage, std::size_t nLength) {
-    std::uint64_t& qwHash = m_mapHashes[static_cast<std::uint64_t>(nPage) << 16 | nLength];
-    if (qwHash != 0) return qwHash;
-    CCmString strBytes = m_vecPages[static_cast<std::size_t>(nPage)];
-    strBytes.resize(nLength);
-    return qwHash = std::hash<CCmString>()(strBytes) | 1;
-}
-
+/// Two files that differ in a page or in the size have different hashes, except by chance.
 std::uint64_t PowerCuts::HashOf(const File& aFile) {
-    auto nLeft = static_cast<std::size_t>(aFile.aSize.Picked());
-    std::uint64_t qwHash = nLeft + 1;
-    for (std::size_t i = 0; nLeft > 0; ++i) {
-        const std::size_t nPart = std::min(nLeft, c_nPage);
-        qwHash = Mix(qwHash, HashOf(aFile.vecPages[i].Picked(), nPart));
-        nLeft -= nPart;
-    }
+    const auto nSize = static_cast<std::size_t>(aFile.aSize.Chosen());
+    std::uint64_t qwHash = nSize + 1;
+    for (std::size_t i = 0; i * c_nPage < nSize; ++i)
+        qwHash = Mix(qwHash, static_cast<std::uint64_t>(aFile.vecPages[i].Chosen()));
     return qwHash;
 }
 
@@ -123,21 +113,21 @@ std::string PowerCuts::CheckFile(const Promised& aPromised, const File* pFile,
     if (!m_setChecked.insert(Mix(qwHash, nPromise + 1)).second) return {};
     if (!pFile) return aPromised.aCheck(nullptr);
     CCmString strBytes;
-    const auto nSize = static_cast<std::size_t>(pFile->aSize.Picked());
+    const auto nSize = static_cast<std::size_t>(pFile->aSize.Chosen());
     for (std::size_t i = 0; strBytes.size() < nSize; ++i) {
-        strBytes += m_vecPages[static_cast<std::size_t>(pFile->vecPages[i].Picked())];
+        strBytes += m_vecPages[static_cast<std::size_t>(pFile->vecPages[i].Chosen())];
         strBytes.resize(std::min(nSize, (i + 1) * c_nPage));
     }
     return aPromised.aCheck(&strBytes);
 }
 
-/// Checks the disk that the cells have chosen.
+/// Checks the disk with the chosen versions.
 std::string PowerCuts::CheckDisk() {
     std::uint64_t qwDisk = 1;
     for (const auto& [strPath, aName] : m_mapNames) {
-        const File* const pFile = Look(strPath);
+        const File* const pFile = FileAt(strPath);
         const std::uint64_t qwFile = pFile ? HashOf(*pFile) : 0;
-        const bool bDirectory = aName.Picked() == MemoryDisk::c_nDirectory;
+        const bool bDirectory = aName.Chosen() == MemoryDisk::c_nDirectory;
         if (pFile || bDirectory) qwDisk = Mix(Mix(qwDisk, std::hash<CCmString>()(strPath)), qwFile);
         const auto it = m_mapPromised.find(strPath);
         if (it == m_mapPromised.end()) continue;
@@ -158,24 +148,25 @@ std::string PowerCuts::Find(SeededRandom& aRandom, std::size_t nMost) {
             m_mapPromised[itPromised->strPath] = &*itPromised;
             m_mapNames[itPromised->strPath];
         }
-        const std::vector<Cell*> vecOpen = OpenCells();
+        const std::vector<DiskValue*> vecUncertain = UncertainValues();
         std::size_t nAll = 1;
-        for (const Cell* const pCell : vecOpen)
-            nAll = std::min(nMost + 1, nAll * pCell->vecMay.size());
-        // All disks, if there are at most nMost. Otherwise first the disks on which only one cell
+        for (const DiskValue* const pValue : vecUncertain)
+            nAll = std::min(nMost + 1, nAll * pValue->vecPossible.size());
+        // All disks, if there are at most nMost. Otherwise first the disks on which only one item
         // has its newest value, and those on which only one has its oldest: they show most faults.
-        const std::size_t nOnes = nAll <= nMost ? 0 : std::min(nMost, 2 * vecOpen.size());
+        const std::size_t nOnes = nAll <= nMost ? 0 : std::min(nMost, 2 * vecUncertain.size());
         for (std::size_t nDisk = 0; nDisk < std::min(nAll, nMost); ++nDisk) {
             std::size_t nLeft = nDisk;
-            for (std::size_t i = 0; i < vecOpen.size(); ++i) {
-                const std::size_t nCount = vecOpen[i]->vecMay.size();
+            for (std::size_t i = 0; i < vecUncertain.size(); ++i) {
+                const std::size_t nCount = vecUncertain[i]->vecPossible.size();
                 if (nAll <= nMost) {
-                    vecOpen[i]->nPick = nLeft % nCount;
+                    vecUncertain[i]->nChosen = nLeft % nCount;
                     nLeft /= nCount;
                 } else if (nDisk < nOnes) {
-                    vecOpen[i]->nPick = (i == nDisk / 2) == (nDisk % 2 == 0) ? nCount - 1 : 0;
+                    vecUncertain[i]->nChosen =
+                        (i == nDisk / 2) == (nDisk % 2 == 0) ? nCount - 1 : 0;
                 } else {
-                    vecOpen[i]->nPick = aRandom.Below(static_cast<unsigned>(nCount));
+                    vecUncertain[i]->nChosen = aRandom.Below(static_cast<unsigned>(nCount));
                 }
             }
             strWrong = CheckDisk();

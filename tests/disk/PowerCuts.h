@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -33,19 +32,19 @@ class PowerCuts {
 
  private:
     /// A page, a size or a name, with all values that the disk may hold for it.
-    struct Cell {
-        std::vector<int> vecMay{0};
+    struct DiskValue {
+        std::vector<int> vecPossible{0};
         bool bDirty = false;
-        std::size_t nPick = 0;
+        std::size_t nChosen = 0;
 
         void Set(int nValue);
-        void Sync(bool bWell);
-        int Picked() const { return vecMay[nPick]; }
+        void Sync(bool bSucceeded);
+        int Chosen() const { return vecPossible[nChosen]; }
     };
     struct File {
         CCmString strBytes;  // as programs read them
-        Cell aSize;
-        std::vector<Cell> vecPages;  // their values are indexes of m_vecPages
+        DiskValue aSize;
+        std::vector<DiskValue> vecPages;  // their values are indexes of m_vecPages
     };
     struct Promised {
         std::size_t nFrom;
@@ -56,19 +55,17 @@ class PowerCuts {
 
     void Apply(const MemoryDisk::Change& aChange);
     void KeepPages(File& aFile, std::size_t nFrom, std::size_t nTo);
-    std::vector<Cell*> OpenCells();
+    std::vector<DiskValue*> UncertainValues();
     std::string CheckDisk();
     std::string CheckFile(const Promised& aPromised, const File* pFile, std::uint64_t qwHash);
-    const File* Look(const CCmString& strPath);
+    const File* FileAt(const CCmString& strPath);
     std::uint64_t HashOf(const File& aFile);
-    std::uint64_t HashOf(int nPage, std::size_t nLength);
 
     std::vector<Promised> m_vecPromised;
     std::map<CCmString, const Promised*> m_mapPromised;  // the promises at this point
-    std::map<CCmString, Cell> m_mapNames;  // values: File::nNumber, c_nNothing, c_nDirectory
+    std::map<CCmString, DiskValue> m_mapNames;  // values: File::nNumber, c_nNothing, c_nDirectory
     std::map<int, File> m_mapFiles;
     std::vector<CCmString> m_vecPages{{}};
-    std::unordered_map<std::uint64_t, std::uint64_t> m_mapHashes;  // of a page's first bytes
     std::unordered_set<std::uint64_t> m_setDisks;
     std::unordered_set<std::uint64_t> m_setChecked;  // hashes of a promise and a file
 };

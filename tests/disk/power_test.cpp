@@ -13,10 +13,7 @@ constexpr std::size_t c_nDisks = 10'000;  // at most so many are checked at each
 
 CmInt32 Pack(const CCmString& strPath, const CCmString& strBytes) {
     CContainerWriter aWriter;
-    EXPECT_EQ(
-        aWriter.AddStream({3, 2, 1003, 0}, reinterpret_cast<const unsigned char*>(strBytes.data()),
-                          static_cast<CmUint32>(strBytes.size())),
-        0);
+    EXPECT_EQ(AddStream(aWriter, {3, 2, 1003, 0}, strBytes), 0);
     return aWriter.Write(strPath);
 }
 

@@ -73,10 +73,8 @@ class Session final : public IFileOpSink {
     template <class Write>
     void DoWrite(FileModel& aModel, CmUint32 dwWords, CmUint32 dwHome, Write aWrite) {
         const CCmString& strPiece = aModel.NextPiece(dwWords, dwHome);
-        aModel.SetResult(Do([&] {
-            return aWrite(reinterpret_cast<const unsigned char*>(strPiece.data()),
-                          static_cast<CmUint32>(strPiece.size()));
-        }));
+        aModel.SetResult(
+            Do([&] { return aWrite(BytesOf(strPiece), static_cast<CmUint32>(strPiece.size())); }));
     }
 
     /// Reads from a file that contains strWhole, completely or only if no call failed.

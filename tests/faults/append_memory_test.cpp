@@ -1,5 +1,7 @@
+#include <thread>
 #include <vector>
 
+#include "tests/faults/Faults.h"
 #include "tests/faults/Memory.h"
 #include "tests/support/HostTest.h"
 
@@ -8,7 +10,7 @@
 using AppendMemory = HostModeTest;
 INSTANTIATE_BOTH_MODES(AppendMemory);
 
-TEST_P(AppendMemory, NothingBetweenBlocksAndOnePieceForABlock) {
+TEST_P(AppendMemory, AnAppendAllocatesNothingAndABlockAtMostOnce) {
     constexpr std::size_t c_nBlock = 32768;
     Recording aRecording(GetParam(), &m_sink);
     std::vector<CmUint32> vecHandles;
@@ -39,7 +41,7 @@ TEST_P(AppendMemory, NothingBetweenBlocksAndOnePieceForABlock) {
     }
 }
 
-TEST_P(AppendMemory, IsBoundedWhateverLengthsThePiecesOfManyStreamsHave) {
+TEST_P(AppendMemory, IsBoundedForAnyMixOfLengths) {
     constexpr std::size_t c_nStreams = 60;
     constexpr std::size_t c_nMost = 65536;       // a stream's memory between calls
     constexpr std::size_t c_nOneStream = 2048;   // file object, handle and C stream
@@ -79,7 +81,7 @@ TEST_P(AppendMemory, IsBoundedWhateverLengthsThePiecesOfManyStreamsHave) {
 
 using QueuedMemory = HostTest;
 
-TEST_F(QueuedMemory, IsAboutWhatCountsAsPending) {
+TEST_F(QueuedMemory, IsCloseToThePendingBytes) {
     constexpr std::size_t c_nOneWrite = 400;  // the request itself
     Recording aRecording(Async, &m_sink);
     const CmUint32 dwHandle = aRecording.Open("a");
@@ -92,4 +94,13 @@ TEST_F(QueuedMemory, IsAboutWhatCountsAsPending) {
     for (int i = 0; i < 1000; ++i) EXPECT_EQ(aRecording.Write(dwHandle, strPiece, 0), 0);
     EXPECT_EQ(CCacheFileManager::GetPendingBytes(), 100'000U);
     EXPECT_LE(Memory::StartPeak() - nBefore, 100'000 + 1000 * c_nOneWrite);
+}
+
+TEST_F(QueuedMemory, IsPendingUntilItIsWritten) {
+    Faults::SetWriteDelay(std::chrono::milliseconds(20));
+    Recording aRecording(Async, nullptr);
+    EXPECT_EQ(aRecording.Write(aRecording.Open("a"), Pattern(40'000)), 0);
+    while (CCacheFileManager::GetPendingBytes() > 0) std::this_thread::yield();
+    ExpectFile(Recording::PathOf("a"), Pattern(40'000));
+    Faults::SetWriteDelay({});
 }

@@ -15,7 +15,6 @@ CCmString Home() { return ".\\kvr2\\7\\"; }
 
 /// The directory of the sessions that read. It contains a record file of c_dwWhole bytes.
 CCmString MakeInput() {
-    std::filesystem::create_directories("kvr2/7");
     const CCmString strIn = Words(1, c_dwWhole / 4);
     WriteBytes(Home() + "in", strIn);
     return strIn;
@@ -145,8 +144,7 @@ void PackSession(Session& aHost) {
         std::optional<CContainerWriter> aWriter;
         aHost.Do([&] { return aWriter.emplace(), 0; });
         aWriter->SetFileHeader(1, 2);
-        const auto* const lpBytes = reinterpret_cast<const unsigned char*>(strIn.data());
-        lResult = aHost.Do([&] { return aWriter->AddStream(c_in, lpBytes, 1000); });
+        lResult = aHost.Do([&] { return aWriter->AddStream(c_in, BytesOf(strIn), 1000); });
         if (lResult == 0)
             lResult = aHost.Do([&] { return aWriter->AddStreamFile(c_out, Home() + "in"); });
         if (lResult == 0) lResult = aHost.Do([&] { return aWriter->Write(".\\packed"); });

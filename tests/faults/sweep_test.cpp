@@ -5,6 +5,7 @@
 #include "fileop/FileOperation.h"
 #include "tests/faults/Faults.h"
 #include "tests/faults/Session.h"
+#include "tests/support/Player.h"
 
 void WriteSession(Session& aHost);
 void PlayFilesSession(Session& aHost);
@@ -70,15 +71,12 @@ class Sweep : public testing::TestWithParam<Case> {
 
     /// Returns the number of allocations and open files that a session leaves.
     std::size_t CountLeft(const std::set<CmInt32>& aCodes, bool bLowMemory) {
-        const std::size_t nBefore = Memory::InUse() + CountOpenFiles();
+        const auto count = [] {
+            return Memory::InUse() + static_cast<std::size_t>(CountOpenFiles());
+        };
+        const std::size_t nBefore = count();
         Run(aCodes, bLowMemory);
-        if (HasFailure()) return 0;  // reporting a failure takes memory too
-        return Memory::InUse() + CountOpenFiles() - nBefore;
-    }
-
-    static std::size_t CountOpenFiles() {
-        const std::filesystem::directory_iterator aOpen("/dev/fd");
-        return static_cast<std::size_t>(std::distance(begin(aOpen), end(aOpen)));
+        return HasFailure() ? 0 : count() - nBefore;  // reporting a failure takes memory too
     }
 
     /// Makes the 1st, 2nd, 3rd ... call of a kind fail, until a session has no failure. After each
@@ -116,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(Sessions, Sweep, testing::ValuesIn(c_aCases),
 
 }  // namespace
 
-TEST_P(Sweep, OfTheSystemsCalls) {
+TEST_P(Sweep, OfSystemCallFailures) {
     std::string strMet;
     for (int nCall = 0; nCall < Faults::Call_Count; ++nCall) {
         const auto aCall = static_cast<Faults::Call>(nCall);
@@ -135,7 +133,7 @@ TEST_P(Sweep, OfTheSystemsCalls) {
     EXPECT_EQ(strMet, GetParam().lpMeets) << "the linker leads all of them here";
 }
 
-TEST_P(Sweep, OfTheRequestsForMemory) {
+TEST_P(Sweep, OfAllocationFailures) {
     for (const bool bForEver : {false, true}) {
         SCOPED_TRACE(bForEver ? "for ever" : "once");
         SweepAll(
@@ -144,7 +142,7 @@ TEST_P(Sweep, OfTheRequestsForMemory) {
     }
 }
 
-TEST(CFault, OfAllMemoryHasItsCode) {
+TEST(CInterfaceFault, WithoutMemoryReturnsOutOfMemory) {
     cachefile_packer* pPacker = nullptr;
     Memory::Arm(1, true);
     const std::int32_t lHome = cachefile_set_home_dir("a directory with a name that takes memory");
@@ -154,7 +152,7 @@ TEST(CFault, OfAllMemoryHasItsCode) {
     EXPECT_EQ(lPacker, CACHEFILE_ERR_OUT_OF_MEMORY);
 }
 
-TEST(OpenFault, OfALeasedFileIsWaitedFor) {
+TEST(OpenFault, OpeningIsRepeatedWhileAFileIsLeased) {
     const TestDir aDir;
     for (const int bWrite : {0, 1}) {
         WriteBytes("leased", "bytes");
@@ -166,10 +164,40 @@ TEST(OpenFault, OfALeasedFileIsWaitedFor) {
     }
 }
 
+using PlayFault = HostTest;
+
+TEST_F(PlayFault, AFailureOnTheWorkerIsTracedAndReported) {
+    Player aPlayer(Async, &m_sink, Player::ForFiles);
+    EXPECT_EQ(aPlayer.OpenFile("a", c_aStream, 1), 0);
+    EXPECT_EQ(aPlayer.Write(c_aInfo, Pattern(100), 0), 0);
+    Settle();
+    const std::pair<Faults::Call, std::function<CmInt32()>> aCases[] = {
+        {Faults::Call_write, [&] { return aPlayer.Write(c_aInfo, "lost", 0); }},
+        {Faults::Call_pread, [&] { return aPlayer.Read(c_aInfo, 5, 9); }},
+        {Faults::Call_fclose, [&] { return aPlayer->CloseAllRecordFiles(); }}};
+    for (const auto& [aCall, makeRequest] : aCases) {
+        Faults::Arm(aCall, 1, false, EIO);
+        EXPECT_EQ(makeRequest(), 0);
+        Settle();
+        EXPECT_EQ(Faults::Disarm(), 1);
+    }
+    EXPECT_EQ(m_sink.Take(), "Open 0, Write 4006, Data 0, Read 4006, Close 4006");
+    EXPECT_EQ(m_lost.Take(), 4U);
+    EXPECT_EQ(
+        m_trace.TakeErrors(),
+        "CLocalFile::WriteData->Write data error=5 m_hFD=* this=*\n"
+        "CLocalFile::ReadData->Read data error=5 dwLength=9 aSize=4 this=*\n"
+        "CFileThreadProxy::ReadData_i->read data error, ret=4006 dwOffset=5 dwLength=9 this=*\n"
+        "CReadEvent::OnEventFire->Read data error, ret=4006 m_dwFileOffset=5 m_dwLength=9 "
+        "this=*\n"
+        "CLocalFile::Close->Close File error=5 m_hFD=* this=*\n"
+        "COpenCloseEvent::OnEventFire->Close File error:.\\kvr2\\7\\a this=*\n");
+}
+
 using Fault = HostModeTest;
 INSTANTIATE_BOTH_MODES(Fault);
 
-TEST(PackFault, OfSyncingTheDirectoryIsReturnedAndTheFileKeepsItsName) {
+TEST(PackFault, AFailedDirectorySyncIsReturnedAndTheFileKeepsItsName) {
     const TestDir aDir;
     const struct {
         int nErrno;
@@ -177,8 +205,7 @@ TEST(PackFault, OfSyncingTheDirectoryIsReturnedAndTheFileKeepsItsName) {
     } aCases[] = {{EIO, 4006}, {ENOSPC, 4003}, {EINVAL, 0}, {ENOTSUP, 0}};
     for (const auto& aCase : aCases) {
         CContainerWriter aWriter;
-        const unsigned char aBytes[] = {1, 2, 3};
-        EXPECT_EQ(aWriter.AddStream({3, 2, 1003, 0}, aBytes, 3), 0);
+        EXPECT_EQ(AddStream(aWriter, {3, 2, 1003, 0}, "123"), 0);
         Faults::Arm(Faults::Call_fsync, 2, false, aCase.nErrno);
         EXPECT_EQ(aWriter.Write(".\\c"), aCase.lResult) << aCase.nErrno;
         EXPECT_EQ(Faults::Disarm(), 1);
@@ -188,7 +215,7 @@ TEST(PackFault, OfSyncingTheDirectoryIsReturnedAndTheFileKeepsItsName) {
     }
 }
 
-TEST_P(Fault, OfAnAppendIsUndoneWhereNobodyElseHasAppended) {
+TEST_P(Fault, APartialAppendIsTruncatedUnlessOthersHaveAppended) {
     constexpr char c_szStays[] = "CLocalFile::WriteData->A part of the append stays, error=";
     const CCmString strBlock = Pattern(40'000);
     const CCmString strHalf = strBlock.substr(0, 20'000);

@@ -69,7 +69,7 @@ class Copy:
                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                 start_new_session=True, env={**os.environ, **settings, "TMPDIR": scratch})
             try:
-                output, _ = process.communicate(timeout=20 + 10 * self.seconds.get(name, 60))
+                output, _ = process.communicate(timeout=60 + 10 * self.seconds.get(name, 60))
             except subprocess.TimeoutExpired:
                 return name + " (timeout)"
             finally:
@@ -92,7 +92,9 @@ def result_of(mutation, copy, targets, pattern, *likely):
     try:
         if not copy.build(targets):
             return "(does not compile)"
-        failures = map(copy.failure, copy.tests(pattern, *likely))
+        # A test that fails only once may have failed for another reason.
+        failures = (copy.failure(test) and copy.failure(test)
+                    for test in copy.tests(pattern, *likely))
         return next(filter(None, failures), "(survives)")
     finally:
         path.write_text(original)

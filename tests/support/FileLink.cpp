@@ -1,28 +1,14 @@
 #include "tests/support/FileLink.h"
 
-#include <utility>
-
-std::string LinkScript::Take() {
-    std::lock_guard<std::mutex> aLock(m_mutex);
-    return std::exchange(m_strLog, {});
-}
-
-void LinkScript::Fail(Fault aFault) {
-    std::lock_guard<std::mutex> aLock(m_mutex);
-    m_fault = std::move(aFault);
-}
-
 void LinkScript::FailAll(const std::string& strPrefix, CmInt32 lCode) {
-    Fail([=](const std::string& strCall, int) {
-        return strCall.compare(0, strPrefix.size(), strPrefix) == 0 ? lCode : 0;
-    });
+    aFault = [=](const std::string& strCall) {
+        return strCall.compare(0, strPrefix.size(), strPrefix) == 0 ? lCode : CACHE_OK;
+    };
 }
 
 CmInt32 LinkScript::Note(const std::string& strCall) {
-    std::lock_guard<std::mutex> aLock(m_mutex);
-    m_strLog += strCall + "\n";
-    m_thread = std::this_thread::get_id();
-    return m_fault && strCall != "Flush" ? m_fault(strCall, ++m_nCalls) : CmInt32{CACHE_OK};
+    strLog += strCall + "\n";
+    return aFault ? aFault(strCall) : CmInt32{CACHE_OK};
 }
 
 CmInt32 FileLink::Open(const CCmString& strPath, int bWrite) {

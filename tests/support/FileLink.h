@@ -1,40 +1,24 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
 #include <string>
-#include <thread>
+#include <utility>
 
 #include "fileop/FileOperation.h"
 
-/// The calls of a FileLink, and which of them must fail. Outlives the link.
+/// The calls of a FileLink, and which of them must fail. Outlives the link. For one thread.
 struct LinkScript {
     /// The calls since the last Take, one per line: "Open .\a 1", "Write abc@0", "Write
     /// <40000>@end", "Read 100@60", "Flush", "Close".
-    std::string Take();
-
-    /// Sets a function that receives a call as above and its number, counted from 1. (Flush cannot
-    /// fail and has no number.) If it returns a code other than 0, the call fails with it and is
-    /// not passed to the next link.
-    using Fault = std::function<CmInt32(const std::string& strCall, int nCall)>;
-
-    /// Takes effect with the next call, on any thread.
-    void Fail(Fault aFault);
-
+    std::string Take() { return std::exchange(strLog, {}); }
     /// Makes every call that begins with strPrefix fail.
     void FailAll(const std::string& strPrefix, CmInt32 lCode);
-
     CmInt32 Note(const std::string& strCall);
 
-    std::thread::id m_thread;  ///< the thread of the last call
-    bool m_bGone = false;      ///< the link has been destroyed
-
- private:
-    std::mutex m_mutex;
-    // All are guarded by m_mutex.
-    std::string m_strLog;
-    Fault m_fault;
-    int m_nCalls = 0;
+    std::string strLog;
+    /// Receives a call as above. If it returns a code other than 0, the call fails with it and is
+    /// not passed to the next link. (Flush cannot fail.)
+    std::function<CmInt32(const std::string& strCall)> aFault;
 };
 
 /// A link of the chain that records the calls and can make them fail. If there is no next link, all
@@ -42,7 +26,6 @@ struct LinkScript {
 class FileLink final : public IFileOperation {
  public:
     FileLink(LinkScript& aScript, IFileOperation* pBelow) : m_script(aScript), m_pBelow(pBelow) {}
-    ~FileLink() override { m_script.m_bGone = true; }
 
     CmInt32 Open(const CCmString& strPath, int bWrite) override;
     CmInt32 Close() override;

@@ -38,7 +38,14 @@ CCmString ReadBytes(const CCmString& strPath) {
 }
 
 void WriteBytes(const CCmString& strPath, const CCmString& strBytes) {
-    std::ofstream(Native(strPath), std::ios::binary) << strBytes;
+    const fs::path aPath = Native(strPath);
+    if (aPath.has_parent_path()) fs::create_directories(aPath.parent_path());
+    std::ofstream(aPath, std::ios::binary) << strBytes;
+}
+
+std::ptrdiff_t CountOpenFiles() {
+    const fs::directory_iterator aOpen("/dev/fd");
+    return std::distance(begin(aOpen), end(aOpen));
 }
 
 CCmString Pattern(std::size_t dwLength, unsigned nStart) {

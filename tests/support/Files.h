@@ -23,10 +23,15 @@ class TestDir {
 /// Exists accepts only ASCII, because some systems expect UTF-8 there.
 bool Exists(const CCmString& strPath);
 CCmString ReadBytes(const CCmString& strPath);  // "<no file>" if the file does not exist
-void WriteBytes(const CCmString& strPath, const CCmString& strBytes);
+void WriteBytes(const CCmString& strPath, const CCmString& strBytes);  // makes directories too
+std::ptrdiff_t CountOpenFiles();  // of this process, where the system has /dev/fd
 
 /// Returns dwLength bytes whose values depend on their position.
 CCmString Pattern(std::size_t dwLength, unsigned nStart = 0);
+
+inline const unsigned char* BytesOf(const CCmString& strBytes) {
+    return reinterpret_cast<const unsigned char*>(strBytes.data());
+}
 
 /// Applies a write to the bytes of a file; the offset 0xFFFFFFFF appends.
 void Overwrite(CCmString& strFile, const CCmString& strBytes, CmUint32 dwOffset);
@@ -40,7 +45,8 @@ class SeededRandom {
     SeededRandom() : SeededRandom(ChooseSeed()) {}
     explicit SeededRandom(unsigned nSeed) : m_engine(nSeed) {}
     static unsigned ChooseSeed();  // prints it
-    unsigned Below(unsigned nLimit) { return static_cast<unsigned>(m_engine() % nLimit); }
+    unsigned Below(std::size_t nLimit) { return static_cast<unsigned>(m_engine() % nLimit); }
+    bool OneIn(unsigned n) { return Below(n) == 0; }
     CCmString Bytes(unsigned nLength);
 
  private:

@@ -21,6 +21,10 @@ CRefPtr<ACmThread> HostTest::Worker() {
     return CFileThreadManager::Instance()->GetPrimaryNFSThread();
 }
 
+CRefPtr<ICmEventQueue> HostTest::HostQueue() {
+    return CCmThreadManager::Instance()->GetThread(3)->GetEventQueue();
+}
+
 void HostTest::Settle() {
     CmUint32 dwRun = 0;
     do {
@@ -49,12 +53,17 @@ CmInt32 Recording::TryOpen(const CCmString& strName) {
 }
 
 CmInt32 Recording::Write(CmUint32 dwHandle, const CCmString& strBytes, CmUint32 dwOffset) {
-    return m_pHandler->WriteData(dwHandle, reinterpret_cast<const unsigned char*>(strBytes.data()),
+    return m_pHandler->WriteData(dwHandle, BytesOf(strBytes),
                                  static_cast<CmUint32>(strBytes.size()), dwOffset);
 }
 
 void Recording::Destroy() {
     if (CWriteFileHandler* const pHandler = std::exchange(m_pHandler, nullptr)) pHandler->Destroy();
+}
+
+CmInt32 AddStream(CContainerWriter& aWriter, const tagFileDescriber& aDescriber,
+                  const CCmString& strBytes) {
+    return aWriter.AddStream(aDescriber, BytesOf(strBytes), static_cast<CmUint32>(strBytes.size()));
 }
 
 void ExpectFile(const CCmString& strPath, const CCmString& strBytes) {

@@ -42,6 +42,7 @@ class HostTest : public testing::Test {
     ~HostTest() override;
 
     static CRefPtr<ACmThread> Worker();
+    static CRefPtr<ICmEventQueue> HostQueue();  // of the attached thread
 
     /// Waits until the worker's queue is empty and runs the callbacks. The worker continues.
     static void Settle();
@@ -78,6 +79,9 @@ class Recording {
  private:
     CWriteFileHandler* m_pHandler;
 };
+
+CmInt32 AddStream(CContainerWriter& aWriter, const tagFileDescriber& aDescriber,
+                  const CCmString& strBytes);
 
 /// Expects a file with these bytes.
 void ExpectFile(const CCmString& strPath, const CCmString& strBytes);

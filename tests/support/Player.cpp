@@ -17,8 +17,8 @@ CmInt32 Player::OpenFile(const CCmString& strName, const tagFileDescriber& aDesc
 }
 
 CmInt32 Player::Write(const tagDataInfo& aInfo, const CCmString& strBytes, CmUint32 dwOffset) {
-    return m_pHandler->WriteData(aInfo, reinterpret_cast<const unsigned char*>(strBytes.data()),
-                                 static_cast<CmUint32>(strBytes.size()), dwOffset);
+    return m_pHandler->WriteData(aInfo, BytesOf(strBytes), static_cast<CmUint32>(strBytes.size()),
+                                 dwOffset);
 }
 
 CmInt32 Player::Read(const tagDataInfo& aInfo, CmUint32 dwOffset, CmUint32 dwLength,

@@ -5,6 +5,10 @@
 #include "tests/support/Containers.h"
 #include "tests/support/HostTest.h"
 
+/// The stream of most tests of players, and a request for it.
+constexpr tagFileDescriber c_aStream{8, 2, 7008, 5};
+constexpr tagDataInfo c_aInfo{8, 7008, 99, 2};
+
 /// A play handler. Its directory is .\kvr2\7\, where a Recording writes.
 class Player {
  public:

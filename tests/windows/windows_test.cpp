@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <optional>
 
 #include "tests/support/Player.h"
 
@@ -16,38 +15,6 @@ namespace {
 static_assert(std::is_same_v<CmInt32, long> && std::is_same_v<CmUint32, unsigned long>);
 
 class WindowsTest : public HostTest {};
-
-/// Another process, which never runs; it only holds files open that it shares with nobody.
-class OtherProcess {
- public:
-    OtherProcess() {
-        char aProgram[MAX_PATH];
-        GetModuleFileNameA(nullptr, aProgram, MAX_PATH);
-        STARTUPINFOA aStartup = {};
-        aStartup.cb = sizeof aStartup;
-        EXPECT_TRUE(CreateProcessA(aProgram, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED,
-                                   nullptr, nullptr, &aStartup, &m_process));
-    }
-    ~OtherProcess() {
-        TerminateProcess(m_process.hProcess, 0);
-        WaitForSingleObject(m_process.hProcess, INFINITE);
-        CloseHandle(m_process.hThread);
-        CloseHandle(m_process.hProcess);
-    }
-    OtherProcess(const OtherProcess&) = delete;
-    OtherProcess& operator=(const OtherProcess&) = delete;
-
-    bool Hold(const char* lpPath) {
-        const HANDLE hHere = CreateFileA(lpPath, GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                         FILE_ATTRIBUTE_NORMAL, nullptr);
-        HANDLE hThere = nullptr;
-        return DuplicateHandle(GetCurrentProcess(), hHere, m_process.hProcess, &hThere, 0, FALSE,
-                               DUPLICATE_SAME_ACCESS | DUPLICATE_CLOSE_SOURCE) != 0;
-    }
-
- private:
-    PROCESS_INFORMATION m_process = {};
-};
 
 }  // namespace
 
@@ -84,13 +51,14 @@ TEST_F(WindowsTest, ContainersReachUpToFourGigabytes) {
 TEST_F(WindowsTest, WhatCannotBeWrittenIsDenied) {
     std::filesystem::create_directories("kvr2/7/directory.dat");
     WriteBytes(".\\kvr2\\7\\held.dat", "theirs");
-    std::optional<OtherProcess> aOther(std::in_place);
-    ASSERT_TRUE(aOther->Hold("kvr2\\7\\held.dat"));
+    const HANDLE hHeld = CreateFileA("kvr2\\7\\held.dat", GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(hHeld, INVALID_HANDLE_VALUE);
     Recording aRecording(Sync, nullptr);
     EXPECT_EQ(aRecording.TryOpen("directory.dat"), 4012);
     EXPECT_EQ(aRecording.TryOpen("held.dat"), 4012);
     EXPECT_EQ(Player(Sync, nullptr).Open("\xFF\xFE not UTF-8"), 4006);
-    aOther.reset();
+    CloseHandle(hHeld);
     ExpectFile(".\\kvr2\\7\\held.dat", "theirs");
     EXPECT_EQ(aRecording.TryOpen("held.dat"), 0);
 }

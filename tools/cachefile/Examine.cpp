@@ -75,12 +75,12 @@ void CExaminer::ExamineHeader() {
 
 void CExaminer::ExamineSize() {
     const std::uint64_t qwSize = m_recording.qwSize;
-    const std::string strSays =
+    const std::string strSizes =
         "the header says " + ByteCount(m_qwDeclared) + ", the file has " + Grouped(qwSize);
     if (qwSize < m_qwDeclared)
-        m_findings.Add(Finding::FileTooShort, qwSize, [&] { return strSays; });
+        m_findings.Add(Finding::FileTooShort, qwSize, [&] { return strSizes; });
     if (qwSize > m_qwDeclared)
-        m_findings.Add(Finding::FileTooLong, m_qwDeclared, [&] { return strSays; });
+        m_findings.Add(Finding::FileTooLong, m_qwDeclared, [&] { return strSizes; });
 }
 
 /// The entries of a chain may be anywhere in the file and may overlap.

@@ -79,11 +79,11 @@ CmUint32 CByteExaminer::ExtentOf(std::size_t nIndex) const {
 /// writer has probably used these words for something else, and only that is reported.
 void CByteExaminer::ExamineLengths() {
     std::uint64_t qwNotes = 0, qwFitting = 0;
-    const auto aForEachNote = [&](auto aDo) {
+    const auto aForEachNote = [&](auto aOnNote) {
         for (std::size_t i = 0; i < m_recording.vecStreams.size(); ++i) {
             const CmUint32 dwNoted = m_index.GetEntry(i).aEntry.dwStreamSize;
             const CmUint32 dwExtent = ExtentOf(i);
-            if (dwNoted != 0 || dwExtent == 0) aDo(i, dwNoted, dwExtent);
+            if (dwNoted != 0 || dwExtent == 0) aOnNote(i, dwNoted, dwExtent);
         }
     };
     aForEachNote([&](std::size_t, CmUint32 dwNoted, CmUint32 dwExtent) {
@@ -125,7 +125,7 @@ void CByteExaminer::ExamineLength(std::size_t nIndex, CmUint32 dwExtent) {
 /// Looks for unused bytes. Those after the noted end of a stream are reported by ExamineLength.
 void CByteExaminer::ExamineGaps() {
     std::uint64_t qwCovered = c_dwFileHeaderSize;
-    const auto aCover = [&](std::uint64_t qwBegin, std::uint64_t qwEnd) {
+    const auto aMarkUsed = [&](std::uint64_t qwBegin, std::uint64_t qwEnd) {
         const std::uint64_t qwGapEnd = std::min(qwBegin, m_qwDeclared);
         if (qwGapEnd > qwCovered)
             m_findings.Add(Finding::Gap, qwCovered,
@@ -135,12 +135,12 @@ void CByteExaminer::ExamineGaps() {
     auto itEntry = m_vecEntries.begin();
     for (const auto& [dwStart, dwIndex] : m_vecStarts) {
         for (; itEntry != m_vecEntries.end() && itEntry->first <= dwStart; ++itEntry)
-            aCover(itEntry->first, std::uint64_t{itEntry->first} + c_dwEntrySize);
-        aCover(dwStart, std::uint64_t{dwStart} + ExtentOf(dwIndex));
+            aMarkUsed(itEntry->first, std::uint64_t{itEntry->first} + c_dwEntrySize);
+        aMarkUsed(dwStart, std::uint64_t{dwStart} + ExtentOf(dwIndex));
     }
     for (; itEntry != m_vecEntries.end(); ++itEntry)
-        aCover(itEntry->first, std::uint64_t{itEntry->first} + c_dwEntrySize);
-    aCover(m_qwDeclared, m_qwDeclared);
+        aMarkUsed(itEntry->first, std::uint64_t{itEntry->first} + c_dwEntrySize);
+    aMarkUsed(m_qwDeclared, m_qwDeclared);
 }
 
 }  // namespace

@@ -152,7 +152,7 @@ bool CNewFile::Close() {
 }
 
 void RemoveAbandoned(const std::filesystem::path& aPath) {
-    // The open succeeds only if nobody else has the file open. Closing it removes it.
+    // The open succeeds only if no other process has the file open. The close removes the file.
     const HANDLE hFile =
         ::CreateFileW(aPath.c_str(), DELETE, 0, nullptr, OPEN_EXISTING,
                       FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);

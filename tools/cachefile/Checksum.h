@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+/// Computes the XXH3-128 checksum of a sequence of bytes. Throws std::bad_alloc.
+class CChecksum {
+ public:
+    CChecksum();
+    ~CChecksum();
+    CChecksum(const CChecksum&) = delete;
+    CChecksum& operator=(const CChecksum&) = delete;
+
+    void Add(const void* lpData, std::size_t nLength);
+
+    /// The checksum of all bytes so far as 32 hexadecimal digits, as xxh128sum prints it.
+    std::string GetText() const;
+
+ private:
+    struct State;
+    std::unique_ptr<State> m_pState;
+};
