@@ -13,6 +13,8 @@ namespace {
 constexpr std::size_t c_nPiece = 1000;
 constexpr std::size_t c_nLargePiece = 65536;
 constexpr char c_szLimited[] = "cachefile async, limit 4 MiB";
+constexpr char c_szAsyncAge[] = "cachefile async, age 100 ms";
+constexpr char c_szSyncAge[] = "cachefile sync, age 100 ms";
 constexpr double c_dPacedRate = 0.4;  // bytes per nanosecond: 400 MB/s
 
 std::vector<std::string> Paths(const tagBench& aBench, std::size_t nFiles) {
@@ -97,6 +99,10 @@ Metrics RunBurst(const tagBench& aBench, const tagAppends& aAppends, const MakeA
             {"on the caller", dCaller / static_cast<double>(aAppends.nCount)}};
 }
 
+MakeAppender WithAge(bool bAsync) {
+    return [=](const auto& vecPaths) { return MakeLibrary(vecPaths, bAsync, c_qwNoLimit, 0, 100); };
+}
+
 std::vector<tagAppenderKind> AllKinds() {
     return {
         {"cachefile async", [](const auto& vecPaths) { return MakeLibrary(vecPaths, true); }},
@@ -129,6 +135,8 @@ void AddAppends(tagBench& aBench) {
     const tagAppends aLarge{4, c_nLargePiece, aBench.Amount(2'000)};
     for (const tagAppenderKind& aKind : AllKinds()) add("append, paced", aKind, aSmall, RunFast);
     add("append, paced", {"memcpy", MakeMemcpy}, aSmall, RunFast);
+    add("append, paced", {c_szAsyncAge, WithAge(true)}, aSmall, RunFast);
+    add("append, paced", {c_szSyncAge, WithAge(false)}, aSmall, RunFast);
     for (const tagAppenderKind& aKind : AllKinds()) add("append, burst", aKind, aSmall, RunBurst);
     add("append, burst",
         {"double buffer, whole pieces",
@@ -155,6 +163,10 @@ void AddAppends(tagBench& aBench) {
           "stdio 32 KiB", 0.35},
          {"asynchronous append, paced, p99.9", "p99.9", "append, paced", lpAsync, "append, paced",
           "stdio 32 KiB", 0.35},
+         {"asynchronous append, paced, with an age", "mean", "append, paced", c_szAsyncAge,
+          "append, paced", lpAsync, 1.05},
+         {"synchronous append, paced, with an age", "mean", "append, paced", c_szSyncAge,
+          "append, paced", lpSync, 1.05},
          {"asynchronous append, burst", "an append", "append, burst", lpAsync, "append, burst",
           "write, gathered", 1.0},
          {"asynchronous append, burst, limit 4 MiB", "an append", "append, burst", c_szLimited,

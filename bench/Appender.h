@@ -52,7 +52,8 @@ enum HandOver { HandOver_Sleeping, HandOver_Napping, HandOver_WholePieces };
 std::unique_ptr<IAppender> MakeHandOver(const std::vector<std::string>& vecPaths, HandOver aKind);
 std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync,
                                        std::uint64_t qwLimit = c_qwNoLimit,
-                                       std::uint32_t dwSyncInterval = 0);
+                                       std::uint32_t dwSyncInterval = 0,
+                                       std::uint32_t dwGatherAge = 0);
 #ifdef BENCH_SQLITE
 /// A row for each append, in WAL mode with synchronous=NORMAL.
 std::unique_ptr<IAppender> MakeSqliteAppender(const std::vector<std::string>& vecPaths);

@@ -10,11 +10,12 @@ namespace {
 class CLibraryAppender final : public IAppender, private IFileOpSink {
  public:
     CLibraryAppender(const std::vector<std::string>& vecPaths, bool bAsync, std::uint64_t qwLimit,
-                     CmUint32 dwSyncInterval)
+                     CmUint32 dwSyncInterval, CmUint32 dwGatherAge)
         : m_pHandler(CCacheFileManager::Instance().CreateWriteFileHandler(1, bAsync)) {
         Require(m_pHandler && m_attached.GetResult() == CACHE_OK, "a write handler");
         CCacheFileManager::SetPendingLimit(qwLimit);
         Require(CCacheFileManager::SetSyncInterval(dwSyncInterval) == CACHE_OK, "a sync interval");
+        CCacheFileManager::SetGatherAge(dwGatherAge);
         CCacheFileManager::SetRoomWakeUp(1);
         m_pHandler->Initialize(this);
         m_pHandler->SetHomeDir("");
@@ -40,6 +41,7 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
         m_pHandler->Destroy();
         CacheFileShutdown();  // writes everything that was accepted
         CCacheFileManager::SetSyncInterval(0);
+        CCacheFileManager::SetGatherAge(0);
         Require(CCacheFileManager::GetLostBytes() == 0, "all bytes written");
     }
 
@@ -60,6 +62,8 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
 }  // namespace
 
 std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync,
-                                       std::uint64_t qwLimit, std::uint32_t dwSyncInterval) {
-    return std::make_unique<CLibraryAppender>(vecPaths, bAsync, qwLimit, dwSyncInterval);
+                                       std::uint64_t qwLimit, std::uint32_t dwSyncInterval,
+                                       std::uint32_t dwGatherAge) {
+    return std::make_unique<CLibraryAppender>(vecPaths, bAsync, qwLimit, dwSyncInterval,
+                                              dwGatherAge);
 }

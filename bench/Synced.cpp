@@ -56,7 +56,7 @@ MakeAppender Stdio(double dSyncInterval) {
 }  // namespace
 
 void AddSyncedAppends(tagBench& aBench) {
-    const tagAppends aAppends{4, 1000, aBench.Amount(6'000)};
+    const tagAppends aAppends{4, 1000, aBench.Amount(20'000)};
     const char* const lpOff = "cachefile async, no sync";
     const char* const lpSecond = "cachefile async, sync 1 s";
     const char* const lpStdio = "stdio, fdatasync 1 s";

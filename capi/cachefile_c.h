@@ -385,8 +385,8 @@ CACHEFILE_API int32_t cachefile_writer_losses(cachefile_writer* writer, uint32_t
 typedef void (*cachefile_on_synced)(void* user, uint32_t file, int32_t result);
 
 /** Reports that the free space of the writer's file system is below the mark. It is called once,
- * and again only after the free space was at the mark or above it. In synchronous mode it is called
- * inside a write. */
+ * and again only after the free space was at the mark or above it, or after the mark was set again.
+ * In synchronous mode it is called inside a write. */
 typedef void (*cachefile_on_low_space)(void* user, uint64_t free_bytes);
 
 /** Sets the two functions above and replaces earlier ones. A null function is not called.

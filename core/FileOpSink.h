@@ -42,8 +42,9 @@ class IFileSafetySink {
     virtual void OnFileSynced(CmUint32 dwHandle, CmInt32 lResult) = 0;
 
     /// The free space of the recording's file system has fallen below the mark. Called once, and
-    /// again only after the free space was at the mark or above it. In synchronous mode it is
-    /// called at the end of the WriteData that has queried the free space.
+    /// again only after the free space was at the mark or above it, or after the mark was set
+    /// again. In synchronous mode it is called at the end of the WriteData that has queried the
+    /// free space.
     virtual void OnLowSpace(std::uint64_t qwFreeBytes) = 0;
 
  protected:

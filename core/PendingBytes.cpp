@@ -14,7 +14,7 @@ namespace {
 constexpr std::uint64_t c_qwMinLimit = 65536;
 
 /// Writes become urgent above this: 32 blocks, which is enough for the worker to write many of them
-/// after each nap, and no more memory than the store keeps for blocks anyway.
+/// after each short sleep, and no more memory than the store keeps for blocks anyway.
 constexpr std::uint64_t c_qwMaxNotUrgent = 1U << 20;
 
 /// Half the limit, so that the worker writes again before the host reaches it and is refused.
@@ -25,7 +25,7 @@ bool IsFarFromLimit(const CPendingCount& aCount, std::uint64_t qwBytes) {
 }  // namespace
 
 void CPendingCount::SetLimit(std::uint64_t qwBytes) {
-    m_qwLimit.store(std::max(qwBytes, c_qwMinLimit), std::memory_order_relaxed);
+    m_qwLimit.store(std::max(qwBytes, c_qwMinLimit));
 }
 
 CPendingCount& CPendingBytes::OfProcess() { return CmNeverDestroyed<CPendingCount>(); }

@@ -11,14 +11,15 @@
 /// A count of pending bytes and its limit: that of the process, or that of one handler.
 ///
 /// Counted, because the requests of a handler may outlive it. Any thread: the values are atomics.
-/// Nothing here can fail.
+/// Reducing the bytes, setting the limit and reading either are sequentially consistent:
+/// CRoomWakeUp depends on it so that no wake-up is missed. Nothing here can fail.
 class CPendingCount final : public CCmReferenceControlT<CCmMutexThread> {
  public:
     /// Values below 65,536 count as 65,536; the largest value means no limit.
     void SetLimit(std::uint64_t qwBytes);
     bool HasLimit() const { return GetLimit() != c_qwNoLimit; }
 
-    std::uint64_t GetLimit() const { return m_qwLimit.load(std::memory_order_relaxed); }
+    std::uint64_t GetLimit() const { return m_qwLimit.load(); }
     std::uint64_t GetBytes() const { return m_qwBytes.load(); }
 
     void Add(std::uint64_t qwBytes) { m_qwBytes.fetch_add(qwBytes, std::memory_order_relaxed); }
@@ -38,13 +39,13 @@ class CPendingCount final : public CCmReferenceControlT<CCmMutexThread> {
 };
 
 /// Bytes that were given to the worker thread, which has not finished with them. They count as
-/// pending (CCacheFileManager::GetPendingBytes) while this lives. A request has one as a member, so
-/// they are taken off the count once, whether the request runs, is refused or is dropped.
+/// pending (CCacheFileManager::GetPendingBytes) while this object exists. Each request has one as a
+/// member, so the bytes are subtracted once, whether the request runs, is refused or is dropped.
 ///
 /// Any thread: the counts are atomics. Nothing here can fail.
 class CPendingBytes {
  public:
-    /// pHandler is the handler's count, which is held, or null.
+    /// pHandler is the handler's count, or null if it has none. A reference to it is kept.
     CPendingBytes(std::uint64_t qwBytes, CPendingCount* pHandler);
     ~CPendingBytes();
     CPendingBytes(const CPendingBytes&) = delete;
@@ -58,14 +59,14 @@ class CPendingBytes {
         return pHandler || OfProcess().HasLimit();
     }
 
-    /// Returns 0 if qwBytes more stay within the host's limits, which 0 bytes always do;
-    /// CACHE_ERR_TRY_AGAIN if they will when less is pending; CACHE_ERR_OUT_OF_MEMORY if they are
-    /// more than a limit. Nothing is traced. If the host wants it, a refusal with the first code
-    /// wakes it later (CRoomWakeUp).
+    /// Returns 0 if qwBytes more fit within the host's limits; 0 bytes always fit. Returns
+    /// CACHE_ERR_TRY_AGAIN if they will fit when less is pending, and CACHE_ERR_OUT_OF_MEMORY if
+    /// they are more than a limit. Nothing is traced. After CACHE_ERR_TRY_AGAIN a host that has
+    /// turned it on is woken when they fit (CRoomWakeUp).
     static CmInt32 CheckRoom(std::uint64_t qwBytes, CPendingCount* pHandler);
 
-    /// How urgent a write of qwBytes more is. Nobody waits for a write, so it is urgent only when
-    /// what is pending uses much memory or comes near one of the host's limits.
+    /// How urgent a write of qwBytes more is. No thread waits for a write, so it is urgent only if
+    /// the pending bytes use much memory or come near one of the host's limits.
     static ICmEvent::Urgency GetUrgency(std::uint64_t qwBytes, const CPendingCount* pHandler);
 
  private:

@@ -18,7 +18,7 @@ using Lock = std::lock_guard<std::mutex>;
 class CRoomEvent final : public ICmEvent {
  public:
     CRoomEvent() : ICmEvent(0, Urgent, WakeUp) {}
-    ~CRoomEvent() override { CRoomWakeUp::Instance().OnWoken(); }
+    ~CRoomEvent() override { CRoomWakeUp::Instance().OnEventFreed(); }
     CmInt32 OnEventFire() override { return CACHE_OK; }
 };
 

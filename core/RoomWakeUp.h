@@ -28,10 +28,10 @@ using cachefile_internal::tagRefusal;
 /// One object for the process, never destroyed. Refusals are added on the caller thread. They are
 /// removed on the thread that finishes a write or changes a limit. A mutex guards them. While there
 /// is no refusal, finishing a write costs one load. A wake-up cannot be missed: the caller thread
-/// first adds the refusal and then reads the counts again, the other thread first reduces the
-/// counts and then looks for refusals, and these four steps are sequentially consistent. If there
-/// is no memory for the event, the next finished write tries again; if there is none for the
-/// refusal, the host is not woken.
+/// first adds the refusal and then reads counts and limits again. The other thread first reduces a
+/// count or changes a limit, and then checks for refusals. These four steps are sequentially
+/// consistent. If there is no memory for the event, the next finished write tries again; if there
+/// is none for the refusal, the host is not woken.
 class CRoomWakeUp {
  public:
     static CRoomWakeUp& Instance();
@@ -46,8 +46,8 @@ class CRoomWakeUp {
         if (s_bRefused.load()) Instance().WakeIfRoom();
     }
 
-    /// Called when the wake-up event is freed: the next one may be posted.
-    void OnWoken() { m_bPosted.store(false); }
+    /// Called when the wake-up event is freed. Then the next one may be posted.
+    void OnEventFreed() { m_bPosted.store(false); }
 
  private:
     template <class T>

@@ -47,7 +47,7 @@ CmInt32 CBufferDecorate::GiveData(CCmString&& strData, CmUint32 dwOffset) {
 
 CmInt32 CBufferDecorate::Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
     if (!m_pFile) return CACHE_ERR_NOT_OPEN;
-    m_age.Claim();
+    m_age.BeforeUse();
     const CmInt32 lResult = dwOffset == CCacheFileManager::GetMaxDword()
                                 ? Append(lpData, nLength)
                                 : WritePositioned(lpData, nLength, dwOffset);
@@ -63,7 +63,7 @@ CmInt32 CBufferDecorate::WritePositioned(const char* lpData, std::size_t nLength
 }
 
 std::uint64_t CBufferDecorate::BytesToQueue(std::uint64_t qwLength, CmUint32 dwOffset) {
-    m_age.Claim();
+    m_age.BeforeUse();
     const std::uint64_t qwTogether = m_strBuffer.size() + qwLength;
     const bool bGathers =
         dwOffset == CCacheFileManager::GetMaxDword() && qwTogether < m_dwBufferSize;
@@ -93,7 +93,7 @@ void CBufferDecorate::Enlarge(std::size_t nLength) {
     const bool bEmpty = m_strBuffer.empty();
     const std::size_t nNeeded = (bEmpty ? m_dwBufferSize : m_strBuffer.size()) + nLength;
     CCmString strLarger =
-        CBlockStore::Instance().Take(nNeeded, bEmpty ? MostBetweenCalls() : 2 * nNeeded);
+        CBlockStore::Instance().Take(nNeeded, bEmpty ? MaxKeptCapacity() : 2 * nNeeded);
     strLarger.append(m_strBuffer);
     m_strBuffer.swap(strLarger);
     CBlockStore::Instance().Give(std::move(strLarger));
@@ -106,7 +106,7 @@ CmInt32 CBufferDecorate::PassOn(std::size_t nAccepted) {
         m_pFile->GiveData(std::move(m_strBuffer), CCacheFileManager::GetMaxDword());
     m_age.OnEmptied();
     m_strBuffer.clear();  // its contents are unspecified now
-    if (m_strBuffer.capacity() > MostBetweenCalls()) {
+    if (m_strBuffer.capacity() > MaxKeptCapacity()) {
         CBlockStore::Instance().Give(std::move(m_strBuffer));
         CCmString().swap(m_strBuffer);  // frees it if the store has not taken it
     }
@@ -130,14 +130,14 @@ const CCmString& CBufferDecorate::GetFileName() {
 
 void CBufferDecorate::Flush() {
     if (!m_pFile) return;
-    m_age.Claim();
+    m_age.BeforeUse();
     if (!m_strBuffer.empty()) PassOn(m_strBuffer.size());
     m_pFile->Flush();
 }
 
 CmInt32 CBufferDecorate::Sync(CmUint32 dwHandle) {
     if (!m_pFile) return CACHE_ERR_NOT_OPEN;
-    m_age.Claim();
+    m_age.BeforeUse();
     const CmInt32 lPassedOn = m_strBuffer.empty() ? CmInt32{CACHE_OK} : PassOn(m_strBuffer.size());
     return lPassedOn != CACHE_OK ? lPassedOn : m_pFile->Sync(dwHandle);
 }

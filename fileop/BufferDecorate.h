@@ -55,7 +55,7 @@ class CBufferDecorate final : public IFileOperation {
     CmInt32 Append(const char* lpData, std::size_t nLength);
     void Enlarge(std::size_t nLength);
     CmInt32 PassOn(std::size_t nAccepted);
-    std::size_t MostBetweenCalls() const { return std::size_t{m_dwBufferSize} * 2; }
+    std::size_t MaxKeptCapacity() const { return std::size_t{m_dwBufferSize} * 2; }
 
     const CRefPtr<IFileOperation> m_pFile;
     const CmUint32 m_dwBufferSize;

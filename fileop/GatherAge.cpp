@@ -5,23 +5,23 @@
 std::atomic<CmUint32> CGatherAge::s_dwAge{0};
 
 CGatherAge::~CGatherAge() {
-    Withdraw();
+    RemoveFromList();
     if (!m_pList) return;
-    CRefPtr<CGatherList> pLeft;  // freed without the mutex
+    CRefPtr<CGatherList> pUnused;  // freed without the mutex
     const std::unique_lock<std::mutex> aLock(CGatherLists::Instance().Mutex());
-    pLeft = CGatherLists::Instance().Leave(*this);
+    pUnused = CGatherLists::Instance().RemoveFile(*this);
 }
 
 /// After the first gathered byte, and after a write that gathered nothing.
 void CGatherAge::AfterUnlisted(bool bHasGathered) {
-    if (bHasGathered) Enter();
+    if (bHasGathered) AddToList();
     if (!m_pList)
         FlushAged();
-    else if (m_pList->MustLook())
-        m_pList->Look();
+    else if (m_pList->MayHaveDueFile())
+        m_pList->FlushIfDue();
 }
 
-void CGatherAge::Enter() {
+void CGatherAge::AddToList() {
     // A file whose threads have ended does not decide which thread watches the list.
     const tagFileThreads aThreads = MayFlush() ? m_file.GetThreads() : tagFileThreads{};
     CRefPtr<CGatherList> pList;
@@ -29,7 +29,7 @@ void CGatherAge::Enter() {
     {
         const std::unique_lock<std::mutex> aLock(CGatherLists::Instance().Mutex());
         if (!m_pList) {
-            m_pList = CGatherLists::Instance().Own(true);
+            m_pList = CGatherLists::Instance().OfThisThread(true);
             if (!m_pList) return;
             ++m_pList->m_dwFiles;
         }
@@ -43,16 +43,16 @@ void CGatherAge::Enter() {
 
 /// Takes the file out of its list. If the list is another thread's, the file no longer belongs to
 /// it afterwards; a flush of the file that is running there is waited for first.
-void CGatherAge::Withdraw() {
+void CGatherAge::RemoveFromList() {
     if (!m_pList) return;
     const bool bMine = m_pList->IsMine();
     if (bMine && !m_bListed) return;
-    CRefPtr<CGatherList> pLeft;  // freed without the mutex
+    CRefPtr<CGatherList> pUnused;  // freed without the mutex
     CGatherLists& aLists = CGatherLists::Instance();
     std::unique_lock<std::mutex> aLock(aLists.Mutex());
     if (!bMine) aLists.WaitForFlush(aLock, *m_pList, *this);
     if (m_bListed) m_pList->Unlink(*this);
-    if (!bMine) pLeft = aLists.Leave(*this);
+    if (!bMine) pUnused = aLists.RemoveFile(*this);
 }
 
 /// False for an asynchronous file whose caller thread has been detached or whose worker has been
@@ -74,7 +74,7 @@ void CGatherAge::FlushAged() {
     CRefPtr<CGatherList> pList;
     {
         const std::unique_lock<std::mutex> aLock(CGatherLists::Instance().Mutex());
-        pList = CGatherLists::Instance().Own(false);
+        pList = CGatherLists::Instance().OfThisThread(false);
     }
     if (pList) pList->FlushDue();
 }

@@ -21,14 +21,15 @@ class CGatherAge {
 
     static bool IsOn() { return s_dwAge.load(std::memory_order_relaxed) != 0; }
 
-    /// Called before the buffer is used. After it no other thread flushes the file.
-    void Claim() {
-        if (m_pList && !m_pList->IsMine()) Withdraw();
+    /// Called before the buffer is used. If the file is in the list of another thread, it is
+    /// removed from it, so that the other thread does not flush the file.
+    void BeforeUse() {
+        if (m_pList && !m_pList->IsMine()) RemoveFromList();
     }
 
     /// Called when the buffer has become empty.
     void OnEmptied() {
-        if (m_bListed) Withdraw();
+        if (m_bListed) RemoveFromList();
         m_firstByte = {};
     }
 
@@ -37,8 +38,8 @@ class CGatherAge {
     void AfterWrite(HasGathered aHasGathered) {
         if (!m_bListed) {
             if (IsOn()) AfterUnlisted(aHasGathered());
-        } else if (m_pList->MustLook()) {
-            m_pList->Look();
+        } else if (m_pList->MayHaveDueFile()) {
+            m_pList->FlushIfDue();
         }
     }
 
@@ -51,8 +52,8 @@ class CGatherAge {
     friend class CGatherLists;
 
     void AfterUnlisted(bool bHasGathered);
-    void Enter();
-    void Withdraw();
+    void AddToList();
+    void RemoveFromList();
     bool MayFlush() const;
 
     static std::atomic<CmUint32> s_dwAge;  // in milliseconds, 0: none is set
@@ -63,6 +64,7 @@ class CGatherAge {
 
     // Guarded by the mutex of the lists.
     CGatherList::Clock::time_point m_firstByte;  // of the oldest byte; zero if there is none
+    bool m_bWithoutWorker = false;               // when it was linked
     CGatherAge* m_pEarlier = nullptr;
     CGatherAge* m_pLater = nullptr;
 };

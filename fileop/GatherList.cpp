@@ -33,21 +33,21 @@ class CGatherDueEvent final : public ICmEvent {
 /// Checks a list, on the worker. If the worker drops it unfired, its destructor ends the watch.
 class CGatherWatch final : public ICmTimedEvent {
  public:
-    CGatherWatch(CGatherList* pList, std::uint32_t dwWatch, Time aTime)
-        : ICmTimedEvent(aTime), m_pList(pList), m_dwWatch(dwWatch) {}
+    CGatherWatch(CGatherList* pList, std::uint64_t qwWatch, Time aTime)
+        : ICmTimedEvent(aTime, pList, qwWatch), m_pList(pList), m_qwWatch(qwWatch) {}
     ~CGatherWatch() override;
     CmInt32 OnEventFire() override;
 
  private:
     const CRefPtr<CGatherList> m_pList;
-    const std::uint32_t m_dwWatch;
+    const std::uint64_t m_qwWatch;
 };
 
 /// If this watch has neither fired nor been replaced, the thread of the list checks the clock from
 /// now on.
 CGatherWatch::~CGatherWatch() {
     const Lock aLock(Mutex());
-    if (!m_pList->m_bWatched || m_pList->m_dwWatch != m_dwWatch) return;
+    if (!m_pList->IsWatchedBy(m_qwWatch)) return;
     m_pList->EndWatch();
     if (m_pList->m_pFirst && CGatherAge::IsOn()) m_pList->StartClock();
 }
@@ -57,7 +57,7 @@ CmInt32 CGatherWatch::OnEventFire() {
     bool bWatch = false;
     {
         const Lock aLock(Mutex());
-        if (!m_pList->m_bWatched || m_pList->m_dwWatch != m_dwWatch) return CACHE_OK;
+        if (!m_pList->IsWatchedBy(m_qwWatch)) return CACHE_OK;
         m_pList->EndWatch();
         if (!m_pList->m_pFirst || !CGatherAge::IsOn()) return CACHE_OK;
         if (m_pList->DueTime() <= CGatherList::Clock::now()) {
@@ -88,6 +88,8 @@ bool CGatherList::Link(CGatherAge& aFile, const tagFileThreads& aThreads) {
     (pLater ? pLater->m_pEarlier : m_pLast) = &aFile;
     pLater = &aFile;
     aFile.m_bListed = true;
+    aFile.m_bWithoutWorker = !aThreads.pWorker;
+    if (aFile.m_bWithoutWorker) ++m_dwWithoutWorker;
     // The host may have detached its thread and attached it again: then the caller is another one.
     const bool bNewThreads = aThreads.pWorker && (aThreads.pWorker != m_pWorker.Get() ||
                                                   aThreads.pCaller != m_pCaller.Get());
@@ -96,37 +98,39 @@ bool CGatherList::Link(CGatherAge& aFile, const tagFileThreads& aThreads) {
         m_pWorker = aThreads.pWorker;
         m_pCaller = aThreads.pCaller;
     }
-    return (bNewThreads || m_pFirst == &aFile) && Update();
+    const bool bStartsClock = aFile.m_bWithoutWorker && m_state == Idle;
+    return (bNewThreads || bStartsClock || m_pFirst == &aFile) && Update();
 }
 
 void CGatherList::Unlink(CGatherAge& aFile) {
     (aFile.m_pEarlier ? aFile.m_pEarlier->m_pLater : m_pFirst) = aFile.m_pLater;
     (aFile.m_pLater ? aFile.m_pLater->m_pEarlier : m_pLast) = aFile.m_pEarlier;
     aFile.m_bListed = false;
+    if (aFile.m_bWithoutWorker) --m_dwWithoutWorker;
     if (!m_pFirst) m_state = Idle;
 }
 
-/// Decides how the list is checked next: by the worker (Watch has to be called), by the thread of
-/// the list, or not at all.
+/// Decides how the list is checked next: by the worker, by the thread of the list, by both or not
+/// at all. Returns whether Watch has to be called, because the worker would check too late. A watch
+/// that comes too early is kept: it starts the next one.
 bool CGatherList::Update() {
     m_state = Idle;
-    if (!m_pFirst || !CGatherAge::IsOn() || m_bWatched) return false;
-    if (m_pWorker) return true;
-    StartClock();
-    return false;
+    if (!m_pFirst || !CGatherAge::IsOn()) return false;
+    if (!m_pWorker || m_dwWithoutWorker > 0) StartClock();
+    return m_pWorker && DueTime() < m_watchTime;
 }
 
 /// Makes the thread of the list check the clock. The coarse clock may be one step behind the exact
 /// one, so the thread begins to check the exact clock one step earlier.
 void CGatherList::StartClock() {
     const std::chrono::nanoseconds aLeft = DueTime() - Clock::now();
-    m_nLookTime = CmCoarseTime() + aLeft.count() - CmCoarseStep();
+    m_nCheckTime = CmCoarseTime() + aLeft.count() - CmCoarseStep();
     m_state = UseClock;
 }
 
 void CGatherList::EndWatch() {
-    m_bWatched = false;
-    ++m_dwWatch;
+    m_watchTime = c_noWatch;
+    ++m_qwWatch;
 }
 
 void CGatherList::Watch() {
@@ -135,12 +139,12 @@ void CGatherList::Watch() {
     ICmTimedEvent* pEvent = nullptr;
     {
         const Lock aLock(Mutex());
-        if (m_bWatched || !m_pFirst) return;
+        if (!m_pFirst || DueTime() >= m_watchTime) return;
         if (!m_pWorker) return StartClock();
         pWorker = m_pWorker;
         EndWatch();
-        pEvent = new (std::nothrow) CGatherWatch(this, m_dwWatch, DueTime());
-        m_bWatched = pEvent != nullptr;
+        pEvent = new (std::nothrow) CGatherWatch(this, m_qwWatch, DueTime());
+        if (pEvent) m_watchTime = DueTime();
     }
     const CRefPtr<ICmEventQueue> pQueue = pWorker->GetEventQueue();
     if (pEvent && pQueue) {
@@ -149,7 +153,7 @@ void CGatherList::Watch() {
     }
     delete pEvent;
     const Lock aLock(Mutex());
-    if (m_bWatched || !m_pFirst) return;
+    if (IsWatched() || !m_pFirst) return;
     if (!pQueue && pWorker.Get() == m_pWorker.Get()) {  // it has been stopped
         m_pWorker = nullptr;
         pCaller = std::move(m_pCaller);
@@ -157,9 +161,9 @@ void CGatherList::Watch() {
     StartClock();
 }
 
-void CGatherList::Look() {
+void CGatherList::FlushIfDue() {
     if (m_state.load(std::memory_order_relaxed) == UseClock &&
-        CmCoarseTime() < m_nLookTime.load(std::memory_order_relaxed))
+        CmCoarseTime() < m_nCheckTime.load(std::memory_order_relaxed))
         return;
     FlushDue();
 }
@@ -192,7 +196,7 @@ void CGatherList::FlushDue() {
 
 /// In the child of a fork. The thread objects belong to the parent, so another reference is added
 /// to keep them from being freed here.
-void CGatherList::Forget() {
+void CGatherList::AfterForkInChild() {
     while (m_pFirst) Unlink(*m_pFirst);
     m_pFlushing = nullptr;
     EndWatch();

@@ -11,24 +11,24 @@ CGatherLists::CGatherLists() {
                            [] { Instance().AfterForkInChild(); });
 }
 
-CGatherList* CGatherLists::Own(bool bMake) {
+CGatherList* CGatherLists::OfThisThread(bool bCreate) {
     for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get())
         if (p->IsMine()) return p;
-    CGatherList* const pNew = bMake ? new (std::nothrow) CGatherList(CmThreadToken()) : nullptr;
+    CGatherList* const pNew = bCreate ? new (std::nothrow) CGatherList(CmThreadToken()) : nullptr;
     if (!pNew) return nullptr;
     pNew->m_pNext = std::move(m_pFirst);
     m_pFirst = pNew;
     return pNew;
 }
 
-CRefPtr<CGatherList> CGatherLists::Leave(CGatherAge& aFile) {
+CRefPtr<CGatherList> CGatherLists::RemoveFile(CGatherAge& aFile) {
     CGatherList* const pList = std::exchange(aFile.m_pList, nullptr);
     if (--pList->m_dwFiles > 0) return nullptr;
     CRefPtr<CGatherList>* pLink = &m_pFirst;
     while (pLink->Get() != pList) pLink = &(*pLink)->m_pNext;
-    CRefPtr<CGatherList> pLeft = std::move(*pLink);
-    *pLink = std::move(pLeft->m_pNext);
-    return pLeft;
+    CRefPtr<CGatherList> pUnused = std::move(*pLink);
+    *pLink = std::move(pUnused->m_pNext);
+    return pUnused;
 }
 
 void CGatherLists::WaitForFlush(std::unique_lock<std::mutex>& aLock, const CGatherList& aList,
@@ -41,23 +41,21 @@ void CGatherLists::WaitForFlush(std::unique_lock<std::mutex>& aLock, const CGath
 void CGatherLists::UpdateAll() {
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
-        for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get()) {
-            p->EndWatch();
-            p->m_bToWatch = p->Update();
-        }
+        for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get())
+            p->m_bNeedsWatch = p->Update();
     }
-    while (const CRefPtr<CGatherList> pList = TakeOneToWatch()) pList->Watch();
+    while (const CRefPtr<CGatherList> pList = TakeOneThatNeedsWatch()) pList->Watch();
 }
 
-CRefPtr<CGatherList> CGatherLists::TakeOneToWatch() {
+CRefPtr<CGatherList> CGatherLists::TakeOneThatNeedsWatch() {
     std::lock_guard<std::mutex> aLock(m_mutex);
     for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get())
-        if (std::exchange(p->m_bToWatch, false)) return p;
+        if (std::exchange(p->m_bNeedsWatch, false)) return p;
     return nullptr;
 }
 
 void CGatherLists::AfterForkInChild() {
-    for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get()) p->Forget();
+    for (CGatherList* p = m_pFirst.Get(); p; p = p->m_pNext.Get()) p->AfterForkInChild();
     new (&m_flushed) std::condition_variable;  // destroying it would wait for its waiters
     m_mutex.unlock();
 }

@@ -19,13 +19,13 @@ class CGatherLists {
 
     // Called with the mutex locked.
 
-    /// The list of the calling thread. If it has none, one is created if bMake is true; otherwise,
-    /// or if there is no memory, the result is null.
-    CGatherList* Own(bool bMake);
+    /// The list of the calling thread. If it has none, one is created if bCreate is true;
+    /// otherwise, or if there is no memory, the result is null.
+    CGatherList* OfThisThread(bool bCreate);
 
     /// Removes the file from its list. If it was the last file of the list, the list is returned;
     /// the caller releases it after it has unlocked the mutex.
-    CRefPtr<CGatherList> Leave(CGatherAge& aFile);
+    CRefPtr<CGatherList> RemoveFile(CGatherAge& aFile);
 
     /// Waits while the thread of aList is flushing the file.
     void WaitForFlush(std::unique_lock<std::mutex>& aLock, const CGatherList& aList,
@@ -36,7 +36,7 @@ class CGatherLists {
     void UpdateAll();
 
  private:
-    CRefPtr<CGatherList> TakeOneToWatch();
+    CRefPtr<CGatherList> TakeOneThatNeedsWatch();
     template <class T>
     friend T& CmNeverDestroyed();
     CGatherLists();

@@ -15,14 +15,14 @@
 /// destroy what they use as soon as Set has returned. Set does not wait if it is called from inside
 /// a call.
 ///
-/// It survives a fork if its owner has registered the three operations for that
-/// (CmRegisterForkHandlers): a child has only the thread that forked, and so only the calls of that
+/// It can be used after a fork if its owner calls the three operations for that
+/// (CmRegisterForkHandlers). A child has only the thread that forked, and so only the calls of that
 /// thread.
 template <class Function>
 class CCmCallSlot {
  public:
-    /// Installs aFunction, or nothing if it is empty; aOnSwap runs in the same step, under the
-    /// lock. Throws std::bad_alloc, with the old callable kept.
+    /// Installs aFunction, or removes the callable if aFunction is empty. aOnSwap runs in the same
+    /// step, with the lock held. If this throws std::bad_alloc, the old callable stays.
     template <class OnSwap>
     void Set(Function aFunction, OnSwap aOnSwap) {
         std::shared_ptr<const Entry> pEntry;
@@ -49,7 +49,7 @@ class CCmCallSlot {
     void BeforeFork() { m_mutex.lock(); }
     void AfterForkInParent() { m_mutex.unlock(); }
 
-    /// Forgets the calls on threads that the child does not have. What they hold stays in memory.
+    /// Removes the calls of threads that the child does not have. What they hold is not freed.
     void AfterForkInChild() {
         Running** pp = &m_pCalls;
         while (*pp) {

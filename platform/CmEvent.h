@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 
 #include "platform/CmReference.h"
 #include "platform/CmTypes.h"
@@ -52,17 +53,21 @@ class ICmEvent {
     tagSendWait* m_pSender = nullptr;  // the thread that waits for it in SendEvent
 };
 
-/// Work that a thread does at a given time or soon afterwards.
+/// Work that a thread does at a given time or soon afterwards. A queue keeps one event of each key:
+/// the one with the highest number. It frees the others, and they do not run.
 class ICmTimedEvent : public ICmEvent {
  public:
     using Time = std::chrono::steady_clock::time_point;
 
-    explicit ICmTimedEvent(Time aTime) : ICmEvent(0, NotUrgent, Upkeep), m_time(aTime) {}
+    ICmTimedEvent(Time aTime, const void* pKey, std::uint64_t qwNumber)
+        : ICmEvent(0, NotUrgent, Upkeep), m_time(aTime), m_pKey(pKey), m_qwNumber(qwNumber) {}
 
  private:
     friend class CCmEventQueue;
 
     const Time m_time;
+    const void* const m_pKey;
+    const std::uint64_t m_qwNumber;
     ICmTimedEvent* m_pLater = nullptr;  // the next one in its queue
 };
 
@@ -81,8 +86,8 @@ class ICmEventQueue : public CCmReferenceControlT<CCmMutexThread> {
     /// CACHE_ERR_INVALID_STATE without waiting.
     virtual CmInt32 SendEvent(ICmEvent* pEvent) = 0;
 
-    /// Runs the event on the queue's thread at its time, if the library runs that thread. If the
-    /// thread ends before that time, the event is freed and does not run. Result and ownership are
-    /// those of PostEvent.
+    /// Runs the event on the queue's thread at its time, if the library runs that thread. The event
+    /// is freed and does not run if the thread ends before that time, or if another event of its
+    /// key replaces it. Result and ownership are those of PostEvent.
     virtual CmInt32 PostTimedEvent(ICmTimedEvent* pEvent) = 0;
 };

@@ -26,21 +26,35 @@ CmInt32 CCmEventQueue::PostTimedEvent(ICmTimedEvent* pEvent) {
     return CACHE_ERR_INVALID_STATE;
 }
 
-/// Wakes a sleeping owner if it has to wake up earlier now. There are few timed events, one for
-/// each thread that waits for a time, so the list is searched.
+/// Wakes a sleeping owner if it has to wake up earlier now.
 bool CCmEventQueue::AppendTimed(ICmTimedEvent* pEvent) {
     bool bWake = false;
+    ICmTimedEvent* pReplaced = nullptr;
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
         if (m_bStopped) return false;
-        ICmTimedEvent** pp = &m_pTimed;
-        while (*pp && (*pp)->m_time <= pEvent->m_time) pp = &(*pp)->m_pLater;
-        pEvent->m_pLater = *pp;
-        *pp = pEvent;
-        bWake = m_pTimed == pEvent && m_rest.End(ICmEvent::NotUrgent);
+        pReplaced = LinkTimed(pEvent);
+        bWake = m_pTimed == pEvent && m_rest.EndWait(ICmEvent::NotUrgent);
     }
     if (bWake) m_rest.Wake();
+    if (pReplaced) pReplaced->OnDestorySelf();
     return true;
+}
+
+/// Inserts the event by its time, unless there is one of its key with a higher number. Returns the
+/// one that has to be disposed of, or null. There are few timed events, one for each thread that
+/// waits for a time, so the list is searched. With the lock.
+ICmTimedEvent* CCmEventQueue::LinkTimed(ICmTimedEvent* pEvent) {
+    ICmTimedEvent** pp = &m_pTimed;
+    while (*pp && (*pp)->m_pKey != pEvent->m_pKey) pp = &(*pp)->m_pLater;
+    ICmTimedEvent* const pSame = *pp;
+    if (pSame && pSame->m_qwNumber > pEvent->m_qwNumber) return pEvent;
+    if (pSame) *pp = pSame->m_pLater;
+    pp = &m_pTimed;
+    while (*pp && (*pp)->m_time <= pEvent->m_time) pp = &(*pp)->m_pLater;
+    pEvent->m_pLater = *pp;
+    *pp = pEvent;
+    return pSame;
 }
 
 /// Moves the timed events whose time has come to those that wait. With the lock.
@@ -77,8 +91,8 @@ bool CCmEventQueue::Append(ICmEvent* pEvent) {
         if (m_bStopped) return false;
         bFirst = m_waiting.IsEmpty();
         m_waiting.PushBack(pEvent);
-        m_rest.SetNews(true);
-        bWake = m_rest.End(pEvent->GetUrgency());
+        m_rest.SetHasWork(true);
+        bWake = m_rest.EndWait(pEvent->GetUrgency());
         SetHasEventsLocked(true);
     }
     // The event may have been disposed of by now, but not the queue: the poster holds a reference.
@@ -107,7 +121,7 @@ ICmEvent* CCmEventQueue::PopBatch() {
 void CCmEventQueue::TakeWaiting() {
     std::lock_guard<std::mutex> aLock(m_mutex);
     m_batch.TakeAll(m_waiting);
-    m_rest.SetNews(m_bStopped);
+    m_rest.SetHasWork(m_bStopped);
 }
 
 bool CCmEventQueue::RunWaiting(CmUint32& dwCount) {
@@ -157,9 +171,9 @@ void CCmEventQueue::Dispose(ICmEvent* pEvent, CmInt32 lResult) {
 
 bool CCmEventQueue::Wait() {
     if (!m_batch.IsEmpty()) return true;
-    m_rest.Linger();
+    m_rest.Poll();
     std::unique_lock<std::mutex> aLock(m_mutex);
-    if (m_rest.TakeNap() && IsNothingToDo()) m_rest.Nap(aLock);
+    if (m_rest.TakeFiredNotUrgent() && IsNothingToDo()) m_rest.SleepBriefly(aLock);
     for (QueueDueEvents(); IsNothingToDo(); QueueDueEvents()) {
         if (m_pTimed)
             m_rest.SleepUntil(aLock, m_pTimed->m_time);
@@ -171,7 +185,7 @@ bool CCmEventQueue::Wait() {
 
 bool CCmEventQueue::WaitUntil(Clock::time_point aLimit) {
     if (!m_batch.IsEmpty()) return true;
-    m_rest.Linger();
+    m_rest.Poll();
     std::unique_lock<std::mutex> aLock(m_mutex);
     while (IsNothingToDo() && m_rest.SleepUntil(aLock, aLimit)) {
     }
@@ -183,8 +197,8 @@ void CCmEventQueue::Stop() {
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
         m_bStopped = true;
-        m_rest.SetNews(true);
-        bWake = m_rest.End(ICmEvent::Urgent);
+        m_rest.SetHasWork(true);
+        bWake = m_rest.EndWait(ICmEvent::Urgent);
     }
     if (bWake) m_rest.Wake();
 }
@@ -192,7 +206,7 @@ void CCmEventQueue::Stop() {
 void CCmEventQueue::AfterForkInChild() {
     m_waiting = m_batch = CCmEventList();
     m_bHasEvents = false;
-    m_rest.SetNews(m_bStopped);
+    m_rest.SetHasWork(m_bStopped);
     m_rest.AfterForkInChild();
     new (&m_sent) std::condition_variable;  // destroying it would wait for its waiters
     m_mutex.unlock();

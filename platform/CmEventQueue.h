@@ -8,10 +8,11 @@
 
 /// The event queue of one thread, its owner.
 ///
-/// Counted; the owner's thread object and every poster hold references. Posters append to m_waiting
-/// under the lock. The owner takes the whole list under the lock and fires it outside. What it took
-/// stays in m_batch, so that a run from inside an event continues with it. No event is fired or
-/// disposed of with the lock held. Only a stopped queue refuses events.
+/// Reference-counted: the owner's thread object and every poster hold references. Posters append to
+/// m_waiting with the lock held. The owner takes the whole list with the lock held and fires its
+/// events without the lock. The events that it took stay in m_batch, so that a run from inside an
+/// event continues with them. No event is disposed of with the lock held. Only a stopped queue
+/// refuses events.
 class CCmEventQueue : public ICmEventQueue {
  public:
     CmInt32 PostEvent(ICmEvent* pEvent, CmInt32 lOption) override;
@@ -33,15 +34,15 @@ class CCmEventQueue : public ICmEventQueue {
     /// queue is stopped; CCmQueueRest decides how. Returns whether something is queued.
     bool Wait();
 
-    /// The same, but never naps and returns at aLimit at the latest: the host decides how long its
-    /// thread may wait.
+    /// The same, but it never sleeps past an event of any urgency, and returns at aLimit at the
+    /// latest: the host decides how long its thread may wait.
     bool WaitUntil(Clock::time_point aLimit);
 
     /// From now on events are refused. What is queued stays and can be run.
     void Stop();
 
-    /// Disposes of everything queued without firing it. The owner, or any thread once the owner
-    /// fires no more.
+    /// Disposes of everything queued without firing it. Called by the owner, or by any thread after
+    /// the owner has fired its last event.
     void DropWaiting();
 
  protected:
@@ -51,8 +52,9 @@ class CCmEventQueue : public ICmEventQueue {
     /// when an event has thrown and others are left.
     virtual void OnStoppedBeingEmpty() {}
 
-    /// Called around a fork: nothing changes in between. In the child the queue is empty and nobody
-    /// waits on it. Its events stay in memory: they hold what belongs to the parent, such as files.
+    /// Called before and after a fork. The queue does not change in between. In the child it is
+    /// empty, and no thread waits on it. Its events are not freed, because they hold objects of the
+    /// parent, such as files.
     void BeforeFork() { m_mutex.lock(); }
     void AfterForkInParent() { m_mutex.unlock(); }
     void AfterForkInChild();
@@ -63,7 +65,7 @@ class CCmEventQueue : public ICmEventQueue {
     std::mutex m_mutex;
 
     // Guarded by m_mutex.
-    bool m_bHasEvents = false;  // m_waiting or m_batch has any; OnHasEventsLocked has it
+    bool m_bHasEvents = false;  // m_waiting or m_batch has any
 
  private:
     bool Append(ICmEvent* pEvent);
@@ -74,6 +76,7 @@ class CCmEventQueue : public ICmEventQueue {
     void Dispose(ICmEvent* pEvent, CmInt32 lResult);
     void QueueDueEvents();
     bool AppendTimed(ICmTimedEvent* pEvent);
+    ICmTimedEvent* LinkTimed(ICmTimedEvent* pEvent);
     bool IsNothingToDo() const { return m_waiting.IsEmpty() && !m_bStopped; }
 
     CmUint32 m_dwOwner = 0;  // set before the queue is shared
@@ -82,10 +85,9 @@ class CCmEventQueue : public ICmEventQueue {
 
     // Guarded by m_mutex.
     CCmEventList m_waiting;
-    ICmTimedEvent* m_pTimed =
-        nullptr;  // those whose time has not come, in the order of their times
+    ICmTimedEvent* m_pTimed = nullptr;  // the first one whose time has not come, linked by time
     bool m_bStopped = false;
-    CCmQueueRest m_rest;  // says itself where it needs no lock
+    CCmQueueRest m_rest;  // some of its methods are called without the mutex
 
-    CCmEventList m_batch;  // the owner's
+    CCmEventList m_batch;  // used only by the owner
 };

@@ -169,6 +169,25 @@ TEST_F(AsyncAge, AHostThatOnlyWaitsIsWokenInTime) {
     EXPECT_EQ(CCmCallerThread::SetWakeUp({}), 0);
 }
 
+/// While the worker is in a slow operation, a list with a synchronous file is not left to it.
+TEST_F(AsyncAge, AStuckWorkerDelaysNoSynchronousFile) {
+    CCacheFileManager::SetGatherAge(1);
+    for (const bool bSyncFirst : {true, false}) {
+        Recording aRecording(Async, &m_sink);
+        Recording aDirect(Sync, nullptr);
+        const CmUint32 dwFile = aRecording.Open("a");
+        const CmUint32 dwDirect = aDirect.Open(bSyncFirst ? "first" : "second");
+        Settle();
+        const ThreadGate aGate(Worker());
+        EXPECT_EQ(aDirect.Write(dwDirect, bSyncFirst ? "s" : ""), 0);
+        EXPECT_EQ(aRecording.Write(dwFile, "x"), 0);
+        EXPECT_EQ(aDirect.Write(dwDirect, bSyncFirst ? "low" : "slow"), 0);
+        GrowOld();
+        EXPECT_EQ(aDirect.Write(dwDirect, ""), 0);
+        ExpectFile(Recording::PathOf(bSyncFirst ? "first" : "second"), "slow");
+    }
+}
+
 TEST_F(AsyncAge, ThereIsNoneAfterDetachOrShutdown) {
     CCacheFileManager::SetGatherAge(1);
     for (const bool bDetach : {true, false}) {

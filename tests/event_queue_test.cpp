@@ -1,6 +1,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "platform/CmEventQueue.h"
 #include "tests/support/HostTest.h"
 
 namespace {
@@ -181,4 +182,32 @@ TEST_F(EventQueue, AnEventEndsAWait) {
     const auto raise = [&] { return aFired.Raise(), 0; };
     m_pQueue->PostEvent(new TestEvent(m_counts, raise, ICmEvent::NotUrgent), 1);
     aFired.Wait();
+}
+
+TEST_F(EventQueue, OfTimedEventsWithOneKeyTheLastIsFired) {
+    struct Timed final : ICmTimedEvent {
+        Timed(EventCounts& aUsed, Signal& aSignal, int nHours, const void* pKey,
+              std::uint64_t qwNumber)
+            : ICmTimedEvent(CCmEventQueue::Clock::now() + std::chrono::hours(nHours), pKey,
+                            qwNumber),
+              aCounts(aUsed),
+              aFired(aSignal) {}
+        ~Timed() override { ++aCounts.nDisposed; }
+        CmInt32 OnEventFire() override { return ++aCounts.nFired, aFired.Raise(), 0; }
+        EventCounts& aCounts;
+        Signal& aFired;
+    };
+    Signal aFired;
+    const auto post = [&](int nHours, const void* pKey, std::uint64_t qwNumber) {
+        EXPECT_EQ(m_pQueue->PostTimedEvent(new Timed(m_counts, aFired, nHours, pKey, qwNumber)), 0);
+    };
+    EventCounts aOther;
+    for (unsigned i = 0; i < 5; ++i) post(i % 2 ? 1 : 2, this, i);
+    post(3, &aOther, 0);
+    post(0, this, 3);  // posted late: it is out of date
+    ExpectCounts(0, 5);
+    post(0, this, 5);
+    aFired.Wait();
+    RunOn(m_pThread, nullptr);
+    ExpectCounts(1, 7);
 }

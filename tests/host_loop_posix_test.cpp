@@ -54,6 +54,37 @@ TEST_F(HostLoop, TheWakeUpAndTheDescriptorShowThatResultsWait) {
     CCmCallerThread::RunPending();
 }
 
+TEST_F(HostLoop, TheDescriptorSignalsAnAgeAndRoom) {
+    Recording aRecording(Async, &m_sink);
+    const CmUint32 dwHandle = aRecording.Open("a");
+    Settle();
+    pollfd aPoll{-1, POLLIN, 0};
+    ASSERT_EQ(CCmCallerThread::GetWakeDescriptor(aPoll.fd), 0);
+    const auto wait = [&] {
+        CmUint32 dwRun = 99;
+        EXPECT_EQ(::poll(&aPoll, 1, 60'000), 1);
+        EXPECT_EQ(CCmCallerThread::RunPending(&dwRun), 0);
+        EXPECT_EQ(dwRun, 0U);
+        EXPECT_EQ(::poll(&aPoll, 1, 0), 0);
+    };
+    CCacheFileManager::SetGatherAge(20);
+    EXPECT_EQ(aRecording.Write(dwHandle, "slow"), 0);
+    wait();
+    Settle();
+    ExpectFile(Recording::PathOf("a"), "slow");
+
+    CCacheFileManager::SetGatherAge(0);
+    CCacheFileManager::SetRoomWakeUp(1);
+    CCacheFileManager::SetPendingLimit(1);  // counts as 65,536
+    ThreadGate aGate(Worker());
+    EXPECT_EQ(aRecording.Write(dwHandle, Pattern(65'536)), 0);
+    EXPECT_EQ(aRecording.Write(dwHandle, Pattern(40'000)), 4013);
+    EXPECT_EQ(::poll(&aPoll, 1, 0), 0);
+    aGate.Open();
+    wait();
+    EXPECT_EQ(aRecording.Write(dwHandle, Pattern(40'000)), 0);
+}
+
 TEST_F(HostLoop, TheWorkerTakesNoSignalsOfTheHost) {
     const auto blocked = [](int nSignal) {
         sigset_t aMask;

@@ -124,8 +124,10 @@ class CACHEFILE_API CWriteFileHandler : public IFileOpStatus {
     CmInt32 GetFileLosses(CmUint32 dwHandle, tagFileLosses& aLosses);
 
     /// Lets OnLowSpace of the safety sink be called when the file system of this handler's files
-    /// has less than qwBytes of free space. 0 ends this. The free space is queried by writes on the
-    /// worker, or in synchronous mode by WriteData, at most once per second. Returns 0 or 4011.
+    /// has less than qwBytes of free space. 0 ends this. If the free space is already below the
+    /// mark, it is reported once more, also after a report of an earlier mark. The free space is
+    /// queried by writes on the worker, or in synchronous mode by WriteData, at most once per
+    /// second. Returns 0 or 4011.
     CmInt32 SetLowSpaceMark(std::uint64_t qwBytes);
 
     /// Called by the files. They pass the call on to the safety sink.

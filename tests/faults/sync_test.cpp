@@ -313,6 +313,8 @@ TEST_P(SyncFault, LowSpaceIsReportedOnceUntilThereIsEnoughAgain) {
     };
     Faults::SetFreeSpace(999);
     EXPECT_EQ(writeFor(1100), "Low 999, ");
+    EXPECT_EQ(aRecording->SetLowSpaceMark(1000), 0);  // again
+    EXPECT_EQ(writeFor(1100), "Low 999, ");
     Faults::SetFreeSpace(1000);
     EXPECT_EQ(writeFor(1100), "");
     Faults::SetFreeSpace(5);
