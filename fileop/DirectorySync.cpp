@@ -37,22 +37,14 @@ COpenDirectories::COpenDirectories() {
 
 }  // namespace
 
-CDirectorySync::~CDirectorySync() { CmFile::CloseDescriptor(m_nDirectory); }
-
 std::uint64_t CDirectorySync::NewNumber() {
     std::lock_guard<std::mutex> aLock(m_mutex);
     return ++m_qwLast;
 }
 
-/// Takes ownership of the descriptor, even if it throws.
-CDirectorySync::tagTicket CDirectorySync::Take(int nDirectory, const CmFile::tagFileId& aId) {
-    std::shared_ptr<CDirectorySync> pNew;
-    try {
-        pNew = std::make_shared<CDirectorySync>(nDirectory, aId);
-    } catch (const std::bad_alloc&) {
-        CmFile::CloseDescriptor(nDirectory);
-        throw;
-    }
+CDirectorySync::tagTicket CDirectorySync::Take(CSyncDescriptor aDirectory,
+                                               const CmFile::tagFileId& aId) {
+    const auto pNew = std::make_shared<CDirectorySync>(std::move(aDirectory), aId);
     std::shared_ptr<CDirectorySync> pFound;  // declared before the lock: released after it
     COpenDirectories& aOpen = OpenDirectories();
     {
@@ -75,7 +67,7 @@ CDirectorySync::tagTicket CDirectorySync::Take(int nDirectory, const CmFile::tag
     return {std::move(pFound), qwNumber};
 }
 
-int CDirectorySync::TakeTickets(const CCmString& strPath, const CmPlace& aPlace, std::FILE* pStream,
+int CDirectorySync::TakeTickets(const CCmString& strPath, const CmPlace& aPlace, int nFile,
                                 std::vector<tagTicket>& vecTickets) {
     const char cSeparator = CCacheFileManager::s_cWinPathSeparator;
     const std::size_t nFirst = strPath.find(cSeparator);
@@ -84,10 +76,10 @@ int CDirectorySync::TakeTickets(const CCmString& strPath, const CmPlace& aPlace,
     while (nEnd != CCmString::npos && nEnd > nFirst) {
         const bool bFile = nEnd == strPath.size();
         CmFile::tagFileId aId;
-        const int nDirectory = CmFile::OpenDirectoryOf(strPath.substr(0, nEnd), aPlace,
-                                                       bFile ? pStream : nullptr, aId);
-        if (nDirectory >= 0)
-            vecTickets.push_back(Take(nDirectory, aId));
+        CSyncDescriptor aDirectory(
+            CmFile::OpenDirectoryOf(strPath.substr(0, nEnd), aPlace, bFile ? nFile : -1, aId));
+        if (aDirectory.Get() >= 0)
+            vecTickets.push_back(Take(std::move(aDirectory), aId));
         else if (nErrno == 0 && (bFile || errno != EACCES))
             nErrno = errno;
         nEnd = strPath.rfind(cSeparator, nEnd - 1);
@@ -102,7 +94,7 @@ int CDirectorySync::Sync(std::uint64_t qwNumber) {
     m_bSyncing = true;
     const std::uint64_t qwLast = m_qwLast;
     aLock.unlock();
-    const int nErrno = CmFile::SyncDirectory(m_nDirectory) == 0 ? 0 : (errno ? errno : EIO);
+    const int nErrno = CmFile::SyncDirectory(m_directory.Get()) == 0 ? 0 : (errno ? errno : EIO);
     aLock.lock();
     m_bSyncing = false;
     if (nErrno == 0) m_qwDone = std::max(m_qwDone, qwLast);

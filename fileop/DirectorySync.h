@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
+#include "fileop/SyncDescriptor.h"
 #include "platform/CmFile.h"
 
 /// An open directory with new names that are not synced yet. All files with a new name in the
@@ -16,9 +18,8 @@
 /// syncs again only if its ticket is newer.
 class CDirectorySync {
  public:
-    explicit CDirectorySync(int nDirectory, const CmFile::tagFileId& aId)
-        : m_nDirectory(nDirectory), m_id(aId) {}
-    ~CDirectorySync();
+    CDirectorySync(CSyncDescriptor aDirectory, const CmFile::tagFileId& aId)
+        : m_directory(std::move(aDirectory)), m_id(aId) {}
     CDirectorySync(const CDirectorySync&) = delete;
     CDirectorySync& operator=(const CDirectorySync&) = delete;
 
@@ -28,12 +29,12 @@ class CDirectorySync {
         std::uint64_t qwNumber;
     };
 
-    /// Adds the tickets for the names of strPath to vecTickets: that of the file, which pStream has
+    /// Adds the tickets for the names of strPath to vecTickets: that of the file, which nFile has
     /// open, and those of its directories except the first component, which is never created.
     /// Returns 0, or the errno of the first directory that could not be opened. A directory above
     /// that of the file is left out if the process may not read it, on the assumption that the
     /// process has not created a name there. May throw std::bad_alloc.
-    static int TakeTickets(const CCmString& strPath, const CmPlace& aPlace, std::FILE* pStream,
+    static int TakeTickets(const CCmString& strPath, const CmPlace& aPlace, int nFile,
                            std::vector<tagTicket>& vecTickets);
 
     /// Syncs the directory, unless a sync that began after the ticket qwNumber was created has
@@ -42,10 +43,10 @@ class CDirectorySync {
     int Sync(std::uint64_t qwNumber);
 
  private:
-    static tagTicket Take(int nDirectory, const CmFile::tagFileId& aId);
+    static tagTicket Take(CSyncDescriptor aDirectory, const CmFile::tagFileId& aId);
     std::uint64_t NewNumber();
 
-    const int m_nDirectory;
+    const CSyncDescriptor m_directory;
     const CmFile::tagFileId m_id;
 
     std::mutex m_mutex;

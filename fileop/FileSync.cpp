@@ -10,19 +10,14 @@
 
 CFileSync::CFileSync(std::FILE* pStream, CFileLedger* pLedger, const CCmString& strPath,
                      const CmPlace& aPlace, CFileRanges& aWritten)
-    : m_pLedger(pLedger), m_pStream(pStream) {
-    m_nDirectoryErrno = CDirectorySync::TakeTickets(strPath, aPlace, pStream, m_vecTickets);
-    if (m_nDirectoryErrno != 0)
-        TraceError("CFileSync::CFileSync->Open directory error=", m_nDirectoryErrno,
-                   " this=", this);
+    : m_pLedger(pLedger),
+      m_names(strPath, aPlace, CmFile::DescriptorOf(pStream)),
+      m_pStream(pStream) {
     m_pLedger->AddUnsynced(aWritten.Bytes());
     m_unsynced.Swap(aWritten);
 }
 
-CFileSync::~CFileSync() {
-    if (m_nDuplicate >= 0) CmFile::CloseDescriptor(m_nDuplicate);
-    m_pLedger->TakeUnsynced(m_unsynced.Bytes());
-}
+CFileSync::~CFileSync() { m_pLedger->TakeUnsynced(m_unsynced.Bytes()); }
 
 CmUint32 CFileSync::BeginWrite() {
     std::lock_guard<std::mutex> aLock(m_mutex);
@@ -71,17 +66,20 @@ void CFileSync::EndReports() {
 /// The stream's descriptor could be closed, and its number reused, while the sync thread uses it.
 /// So the sync thread uses a duplicate. If there is none, Close waits until the sync has ended.
 CFileSync::tagDescriptor CFileSync::TakeDescriptorLocked(bool bScheduled) {
-    if (!m_pStream) return {std::exchange(m_nDuplicate, -1), true};
-    if (!bScheduled) return {CmFile::DescriptorOf(m_pStream), false};
-    const int nDuplicate = CmFile::Duplicate(m_pStream);
-    if (nDuplicate >= 0) return {nDuplicate, true};
-    m_bBorrowed = true;
-    return {CmFile::DescriptorOf(m_pStream), false};
+    CSyncDescriptor aOwned;
+    if (!m_pStream)
+        aOwned = std::move(m_duplicate);
+    else if (bScheduled)
+        aOwned = CSyncDescriptor(CmFile::Duplicate(m_pStream));
+    const int nOwned = aOwned.Get();
+    if (nOwned >= 0 || !m_pStream) return {std::move(aOwned), nOwned};
+    m_bBorrowed = bScheduled;
+    return {{}, CmFile::DescriptorOf(m_pStream)};
 }
 
 CmInt32 CFileSync::Run(bool bScheduled) {
     CFileRanges aRanges(1);
-    tagDescriptor aDescriptor{-1, false};
+    tagDescriptor aDescriptor{{}, -1};
     {
         std::unique_lock<std::mutex> aLock(m_mutex);
         m_ended.wait(aLock, [&] { return !m_bSyncing; });
@@ -94,8 +92,7 @@ CmInt32 CFileSync::Run(bool bScheduled) {
     }
     int nErrno = SyncAll(aDescriptor.nFile);
     // A network file system may report here what the sync did not.
-    if (aDescriptor.bClose && CmFile::CloseDescriptor(aDescriptor.nFile) != 0 && nErrno == 0)
-        nErrno = errno ? errno : EIO;
+    if (aDescriptor.aOwned.Close() != 0 && nErrno == 0) nErrno = errno ? errno : EIO;
     Settle(nErrno, aRanges);
     const CmInt32 lResult =
         nErrno == 0 ? CmInt32{CACHE_OK} : SystemErrorToResult(nErrno, FileAction::Write);
@@ -112,11 +109,7 @@ CmInt32 CFileSync::Run(bool bScheduled) {
 /// does not refer to missing data.
 int CFileSync::SyncAll(int nFile) {
     if (CmFile::SyncData(nFile) != 0) return errno ? errno : EIO;
-    if (m_nDirectoryErrno != 0) return m_nDirectoryErrno;
-    for (const CDirectorySync::tagTicket& aTicket : m_vecTickets)
-        if (const int nErrno = aTicket.pDirectory->Sync(aTicket.qwNumber)) return nErrno;
-    m_vecTickets.clear();
-    return 0;
+    return m_names.Sync(nFile);
 }
 
 /// Records the result of a sync of aRanges: an errno, or 0.
@@ -139,15 +132,14 @@ void CFileSync::Settle(int nErrno, CFileRanges& aRanges) {
 }
 
 void CFileSync::StartWriteBack() {
-    tagDescriptor aDescriptor{-1, false};
+    CSyncDescriptor aOwned;
+    int nFile = -1;
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
-        aDescriptor = m_pStream ? tagDescriptor{CmFile::Duplicate(m_pStream), true}
-                                : tagDescriptor{m_nDuplicate, false};
+        if (m_pStream) aOwned = CSyncDescriptor(CmFile::Duplicate(m_pStream));
+        nFile = m_pStream ? aOwned.Get() : m_duplicate.Get();
     }
-    if (aDescriptor.nFile < 0) return;
-    CmFile::StartWriteBack(aDescriptor.nFile);
-    if (aDescriptor.bClose) CmFile::CloseDescriptor(aDescriptor.nFile);
+    if (nFile >= 0) CmFile::StartWriteBack(nFile);
 }
 
 void CFileSync::Close() {
@@ -157,14 +149,15 @@ void CFileSync::Close() {
         // A scheduled sync takes place even if the interval is being ended.
         bSync = (CSyncThread::IsOn() || m_bScheduled) && IsAnythingToSyncLocked();
     }
-    const int nDuplicate = bSync ? CmFile::Duplicate(m_pStream) : -1;
-    if (bSync && nDuplicate < 0) m_pLedger->ReportSync(Run(false), false);
+    CSyncDescriptor aDuplicate(bSync ? CmFile::Duplicate(m_pStream) : -1);
+    const bool bDuplicate = aDuplicate.Get() >= 0;
+    if (bSync && !bDuplicate) m_pLedger->ReportSync(Run(false), false);
     {
         std::unique_lock<std::mutex> aLock(m_mutex);
         m_ended.wait(aLock, [&] { return !m_bBorrowed; });
         m_pStream = nullptr;
-        m_nDuplicate = nDuplicate;
+        m_duplicate = std::move(aDuplicate);
     }
-    if (nDuplicate >= 0 && !Schedule()) SyncScheduled();  // the interval has just ended
+    if (bDuplicate && !Schedule()) SyncScheduled();  // the interval has just ended
     EndReports();
 }

@@ -3,10 +3,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <vector>
 
-#include "fileop/DirectorySync.h"
 #include "fileop/FileLedger.h"
+#include "fileop/NameSync.h"
+#include "fileop/SyncDescriptor.h"
 
 /// Syncs one open file. It records what was written since the last successful sync, and how many
 /// syncs have failed. All sync calls of the file go through it, because the system reports a failed
@@ -22,9 +22,9 @@
 /// ledger unless a call returns the code.
 class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
  public:
-    /// For a stream that was opened with that path and place. If a directory cannot be opened, all
-    /// syncs of the file fail with that errno. aWritten has the ranges that were written to the
-    /// stream before. They count as unsynced from now on, and aWritten becomes empty. Throws
+    /// For a stream that was opened with that path and place. As long as a directory of the path
+    /// cannot be opened, all syncs of the file fail. aWritten has the ranges that were written to
+    /// the stream before. They count as unsynced from now on, and aWritten becomes empty. Throws
     /// std::bad_alloc and leaves aWritten unchanged then.
     CFileSync(std::FILE* pStream, CFileLedger* pLedger, const CCmString& strPath,
               const CmPlace& aPlace, CFileRanges& aWritten);
@@ -60,8 +60,8 @@ class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
     friend class CSyncThread;
 
     struct tagDescriptor {
+        CSyncDescriptor aOwned;  // none if the stream's own is used
         int nFile;
-        bool bClose;
     };
 
     CmInt32 Run(bool bScheduled);
@@ -74,16 +74,15 @@ class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
     const CRefPtr<CFileLedger> m_pLedger;
 
     // Used only by the sync that is running.
-    std::vector<CDirectorySync::tagTicket> m_vecTickets;
-    int m_nDirectoryErrno = 0;
+    CNameSync m_names;
 
     std::mutex m_mutex;
     std::condition_variable m_ended;  // a sync has ended
     // Guarded by m_mutex.
-    std::FILE* m_pStream;      // null after the file has been closed
-    int m_nDuplicate = -1;     // of the descriptor, after that
-    bool m_bSyncing = false;   // a sync is running
-    bool m_bBorrowed = false;  // on the sync thread, with the stream's own descriptor
+    std::FILE* m_pStream;         // null after the file has been closed
+    CSyncDescriptor m_duplicate;  // of its descriptor, after that
+    bool m_bSyncing = false;      // a sync is running
+    bool m_bBorrowed = false;     // on the sync thread, with the stream's own descriptor
     bool m_bScheduled = false;
     bool m_bNewName = true;  // no sync has succeeded yet
     CmUint32 m_dwFailures = 0;

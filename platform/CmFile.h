@@ -98,11 +98,10 @@ struct tagFileId {
     }
 };
 
-/// Opens the directory that holds the name strPath, for SyncDirectory. If pStream is given, that
-/// name has to refer to its file, otherwise errno is 2 (not found). -1 on failure, with errno 0 on
-/// systems that do not sync directories. May throw std::bad_alloc.
-int OpenDirectoryOf(const CCmString& strPath, const CmPlace& aPlace, std::FILE* pStream,
-                    tagFileId& aId);
+/// Opens the directory that holds the name strPath, for SyncDirectory. If nFile is a descriptor,
+/// that name has to refer to its file, otherwise errno is 2 (not found). -1 on failure, with errno
+/// 0 on systems that do not sync directories. May throw std::bad_alloc.
+int OpenDirectoryOf(const CCmString& strPath, const CmPlace& aPlace, int nFile, tagFileId& aId);
 
 /// Waits until the disk has the names in the directory. Succeeds for kinds of directories that
 /// cannot be synced.

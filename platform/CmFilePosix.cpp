@@ -261,31 +261,30 @@ void StartWriteBack([[maybe_unused]] int nFile) {
 #endif
 }
 
-int OpenDirectoryOf(const CCmString& strPath, const CmPlace& aPlace, std::FILE* pStream,
-                    tagFileId& aId) {
+int OpenDirectoryOf(const CCmString& strPath, const CmPlace& aPlace, int nFile, tagFileId& aId) {
     struct stat aFound;
     struct stat aStatus;
-    const auto isStream = [&](int nDirectory, const char* lpPath) {
-        const bool bRead = ::fstatat(nDirectory, lpPath, &aFound, 0) == 0 &&
-                           ::fstat(::fileno(pStream), &aStatus) == 0;
+    const auto isFile = [&](int nPlace, const char* lpPath) {
+        const bool bRead =
+            ::fstatat(nPlace, lpPath, &aFound, 0) == 0 && ::fstat(nFile, &aStatus) == 0;
         if (!bRead) return -1;
         if (aFound.st_dev == aStatus.st_dev && aFound.st_ino == aStatus.st_ino) return 0;
         errno = ENOENT;
         return -1;
     };
-    if (pStream && WithPlace(aPlace, strPath, isStream) != 0) return -1;
+    if (nFile >= 0 && WithPlace(aPlace, strPath, isFile) != 0) return -1;
     const CCmString strDirectory = DirectoryOf(strPath);
-    const int nFile = WithPlace(aPlace, strDirectory, [](int nDirectory, const char* lpPath) {
-        return ::openat(nDirectory, lpPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int nDirectory = WithPlace(aPlace, strDirectory, [](int nPlace, const char* lpPath) {
+        return ::openat(nPlace, lpPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     });
-    if (nFile < 0 || Repeated([&] { return ::fstat(nFile, &aStatus); }) != 0) {
+    if (nDirectory < 0 || Repeated([&] { return ::fstat(nDirectory, &aStatus); }) != 0) {
         const int nReason = errno;
-        if (nFile >= 0) ::close(nFile);
+        if (nDirectory >= 0) ::close(nDirectory);
         errno = nReason;
         return -1;
     }
     aId = {aStatus.st_dev, aStatus.st_ino};
-    return nFile;
+    return nDirectory;
 }
 
 int SyncDirectory(int nDirectory) {

@@ -282,7 +282,7 @@ int SyncData(int nFile) {
 
 void StartWriteBack(int /*nFile*/) {}
 
-int OpenDirectoryOf(const CCmString& /*strPath*/, const CmPlace& /*aPlace*/, std::FILE* /*pStream*/,
+int OpenDirectoryOf(const CCmString& /*strPath*/, const CmPlace& /*aPlace*/, int /*nFile*/,
                     tagFileId& /*aId*/) {
     errno = 0;
     return -1;

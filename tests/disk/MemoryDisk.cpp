@@ -271,11 +271,12 @@ int CloseDescriptor(int nDescriptor) {
     return aCall.m_disk.m_mapDescriptors.erase(nDescriptor) == 1 ? aCall.Result() : Refuse(EBADF);
 }
 
-int OpenDirectoryOf(const CCmString& strPath, const CmPlace&, std::FILE* pStream, tagFileId& aId) {
+int OpenDirectoryOf(const CCmString& strPath, const CmPlace&, int nFile, tagFileId& aId) {
+    const MemoryDisk::FilePtr pFile = OpenedAs(nFile).pFile;
     CCall aCall({MemoryDisk::Op_SyncNames});
     const CCmString strKey = MemoryDisk::Key(strPath);
     if (aCall.Fails()) return -1;
-    if (pStream && aCall.Find(strKey) != Of(pStream).pFile) return Refuse(ENOENT);
+    if (nFile >= 0 && aCall.Find(strKey) != pFile) return Refuse(ENOENT);
     aId = {1, std::hash<CCmString>()(ParentOf(strKey))};
     return aCall.m_disk.AddDescriptor({nullptr, ParentOf(strKey)});
 }

@@ -189,13 +189,22 @@ TEST_P(SyncFault, SyncFileWritesWhatIsGatheredAndReturnsHowItWent) {
     Settle();
     std::filesystem::current_path("elsewhere");
     sync(dwOther, 4006);  // its name can't be found
-    std::filesystem::current_path("..");
     aRecording->SetSafetySink(nullptr);
     m_sink.Take();
     EXPECT_EQ(aRecording->SyncFile(dwOther), IsAsync() ? 0 : 4006);
     EXPECT_EQ(aRecording->SyncFile(99), 4010);
     Settle();
     EXPECT_EQ(m_sink.Take(), IsAsync() ? "Write 4006" : "");
+    std::filesystem::current_path("..");
+    aRecording->SetSafetySink(&aSafety);
+    sync(dwOther, 0);  // the name is found again
+    Set(c_dwHour);
+    // The file can be opened, but its directories cannot.
+    Faults::Arm(Faults::Call_openat, IsAsync() ? 3 : 2, true, EMFILE);
+    const CmUint32 dwLast = aSafety.m_dwFirst = aRecording.Open("c");
+    Settle();
+    EXPECT_GT(Faults::Disarm(), 0);
+    sync(dwLast, 0);
 }
 
 TEST_P(SyncFault, HolesShowWhereBytesAreMissing) {
