@@ -116,6 +116,11 @@ class CACHEFILE_API CCacheFileManager {
     /// with unsynced bytes is synced once more after its close, which does not change the result of
     /// the close.
     ///
+    /// On systems other than Windows the syncs keep descriptors open: one for each directory with
+    /// new names, until a file with a new name there is synced, and one for each closed file until
+    /// its last sync. While there are more than 64, files are synced without waiting; while there
+    /// are more than 256, a close syncs its file itself.
+    ///
     /// 0 ends the interval and syncs all unsynced bytes before the call returns. So do a shutdown
     /// and, on systems that have one, the exit handler. Returns 0, CACHE_ERR_OUT_OF_MEMORY or
     /// CACHE_ERR_FAILED if the thread cannot be started, or CACHE_ERR_INVALID_STATE in a forked

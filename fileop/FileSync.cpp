@@ -149,7 +149,8 @@ void CFileSync::Close() {
         // A scheduled sync takes place even if the interval is being ended.
         bSync = (CSyncThread::IsOn() || m_bScheduled) && IsAnythingToSyncLocked();
     }
-    CSyncDescriptor aDuplicate(bSync ? CmFile::Duplicate(m_pStream) : -1);
+    const bool bLater = bSync && !CSyncDescriptor::AreTooMany();
+    CSyncDescriptor aDuplicate(bLater ? CmFile::Duplicate(m_pStream) : -1);
     const bool bDuplicate = aDuplicate.Get() >= 0;
     if (bSync && !bDuplicate) m_pLedger->ReportSync(Run(false), false);
     {
@@ -159,5 +160,6 @@ void CFileSync::Close() {
         m_duplicate = std::move(aDuplicate);
     }
     if (bDuplicate && !Schedule()) SyncScheduled();  // the interval has just ended
+    if (CSyncDescriptor::AreMany()) CSyncThread::Instance().Wake();
     EndReports();
 }

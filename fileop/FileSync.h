@@ -44,8 +44,9 @@ class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
     /// Syncs the file, its name and its directories. Returns 0, 4003 or 4006.
     CmInt32 Sync();
     /// Called before the stream is closed. If an interval is set, the sync thread syncs the
-    /// unsynced bytes, through a duplicate of the descriptor; if there is no duplicate, this call
-    /// syncs them. If no interval is set, they are not synced and no longer count as unsynced.
+    /// unsynced bytes, through a duplicate of the descriptor. If there is no duplicate, or if too
+    /// many wait already, this call syncs them. If no interval is set, they are not synced and no
+    /// longer count as unsynced.
     void Close();
 
     // Called on the sync thread. SyncScheduled is also called on the thread that ends it.

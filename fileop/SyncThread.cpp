@@ -91,12 +91,17 @@ bool CSyncThread::Add(CFileSync* pRecord) {
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
         if (!IsOn()) return false;
-        bWake = m_fresh.IsEmpty() && m_started.IsEmpty();
+        bWake = (m_fresh.IsEmpty() && m_started.IsEmpty()) || CSyncDescriptor::AreMany();
         pRecord->m_since = Clock::now();
         m_fresh.PushBack(pRecord);
     }
     if (bWake) m_wake.notify_one();
     return true;
+}
+
+void CSyncThread::Wake() {
+    { const std::lock_guard<std::mutex> aLock(m_mutex); }  // it looks now, or waits already
+    m_wake.notify_one();
 }
 
 void CSyncThread::Run() {
@@ -109,21 +114,31 @@ void CSyncThread::Run() {
 /// Starts one write-back or runs one sync that is due, with the mutex unlocked meanwhile. Returns
 /// false if nothing is due.
 bool CSyncThread::RunNext(std::unique_lock<std::mutex>& aLock) {
-    const Clock::time_point aNow = Clock::now();
-    if (CRefPtr<CFileSync> pFresh = m_fresh.PopUntil(aNow - m_interval / 4)) {
+    const bool bAll = CSyncDescriptor::AreMany();
+    CRefPtr<CFileSync> pFresh =
+        m_fresh.PopUntil(bAll ? Clock::time_point::min() : Clock::now() - m_interval / 4);
+    if (pFresh) {
         aLock.unlock();
         pFresh->StartWriteBack();
         aLock.lock();
         m_started.PushBack(std::move(pFresh));
         return true;
     }
-    CRefPtr<CFileSync> pStarted = m_started.PopUntil(aNow - m_interval / 2);
-    if (!pStarted) return false;
+    CRefPtr<CFileSync> pDue = PopForSync(bAll);
+    if (!pDue) return false;
     aLock.unlock();
-    pStarted->SyncScheduled();
-    pStarted = nullptr;
+    pDue->SyncScheduled();
+    pDue = nullptr;
     aLock.lock();
     return true;
+}
+
+/// Removes and returns the first record whose sync is due, or with bAll the first record. Null if
+/// there is none. Called with the mutex locked.
+CRefPtr<CFileSync> CSyncThread::PopForSync(bool bAll) {
+    if (!bAll) return m_started.PopUntil(Clock::now() - m_interval / 2);
+    CRefPtr<CFileSync> pRecord = m_started.PopUntil(Clock::time_point::max());
+    return pRecord ? pRecord : m_fresh.PopUntil(Clock::time_point::max());
 }
 
 void CSyncThread::Sleep(std::unique_lock<std::mutex>& aLock) {
@@ -148,8 +163,7 @@ void CSyncThread::Finish() {
         CRefPtr<CFileSync> pRecord;
         {
             std::lock_guard<std::mutex> aLock(m_mutex);
-            pRecord = m_started.PopUntil(Clock::time_point::max());
-            if (!pRecord) pRecord = m_fresh.PopUntil(Clock::time_point::max());
+            pRecord = PopForSync(true);
         }
         if (!pRecord) return;
         pRecord->SyncScheduled();

@@ -31,7 +31,8 @@ class CSyncList {
 /// unsynced byte or has a new name. After a quarter of the interval the thread starts the
 /// write-back of the file, and after half of it the thread syncs the file, the oldest record first.
 /// The other half is left for the syncs of other files, so that the bytes are on the disk in time
-/// unless the disk is too slow for all files.
+/// unless the disk is too slow for all files. While many descriptors are open for syncs
+/// (CSyncDescriptor), every sync is due at once.
 ///
 /// Any thread may use it: the mutex guards the records and is not held during system calls. The
 /// sync thread uses descriptors, but no handler and no buffer. A failed sync affects only its file.
@@ -48,6 +49,9 @@ class CSyncThread {
 
     /// Adds a record to be synced in time. Returns false if no interval is set.
     bool Add(CFileSync* pRecord);
+
+    /// Lets the thread look again at what is due.
+    void Wake();
 
     /// Ends the interval and the thread. Then this call syncs the records that are left. Does
     /// nothing on the sync thread.
@@ -67,6 +71,7 @@ class CSyncThread {
     CmInt32 Start();
     void Run();
     bool RunNext(std::unique_lock<std::mutex>& aLock);
+    CRefPtr<CFileSync> PopForSync(bool bAll);
     void Sleep(std::unique_lock<std::mutex>& aLock);
 
     static void BeforeFork();

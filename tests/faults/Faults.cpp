@@ -22,6 +22,7 @@ std::atomic<int> s_nNth{c_nNever};
 std::atomic<bool> s_bForEver{false};
 std::atomic<int> s_nErrno{0};
 std::atomic<std::chrono::milliseconds> s_aWriteDelay{};
+std::atomic<std::chrono::milliseconds> s_aSyncDelay{};
 
 std::atomic<bool> s_bHoldSyncs{false};
 std::atomic<std::uint64_t> s_qwFreeSpace{0};
@@ -95,6 +96,8 @@ void SetFreeSpace(std::uint64_t qwBytes) { s_qwFreeSpace = qwBytes; }
 
 void SetWriteDelay(std::chrono::milliseconds aDelay) { s_aWriteDelay = aDelay; }
 
+void SetSyncDelay(std::chrono::milliseconds aDelay) { s_aSyncDelay = aDelay; }
+
 }  // namespace Faults
 
 // The linker calls __wrap_NAME for NAME, and NAME for __real_NAME.
@@ -122,6 +125,7 @@ int __wrap_fsync(int) {
 }  // skipped: no test needs the disk
 
 int __wrap_fdatasync(int) {
+    std::this_thread::sleep_for(s_aSyncDelay.load());
     while (s_bHoldSyncs) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return Fails(Faults::Call_fdatasync) ? -1 : 0;
 }

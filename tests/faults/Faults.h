@@ -51,7 +51,8 @@ void HoldSyncs(bool bHold);
 /// Which free space the system shows from now on.
 void SetFreeSpace(std::uint64_t qwBytes);
 
-/// Delays each write by this time.
+/// Delays each write, or each sync of a file's data, by this time.
 void SetWriteDelay(std::chrono::milliseconds aDelay);
+void SetSyncDelay(std::chrono::milliseconds aDelay);
 
 }  // namespace Faults

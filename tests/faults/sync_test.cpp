@@ -1,3 +1,4 @@
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -205,6 +206,27 @@ TEST_P(SyncFault, SyncFileWritesWhatIsGatheredAndReturnsHowItWent) {
     Settle();
     EXPECT_GT(Faults::Disarm(), 0);
     sync(dwLast, 0);
+}
+
+TEST_P(SyncFault, FilesThatWaitForTheirLastSyncDoNotUseUpTheDescriptors) {
+    rlimit aBefore;
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &aBefore), 0);
+    const rlimit aLimit{350, aBefore.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &aLimit), 0);
+    Set(c_dwHour);
+    Faults::SetSyncDelay(std::chrono::milliseconds(2));  // slower than the recorder
+    Recording aRecording(GetParam(), &m_sink);
+    for (int i = 0; i < 400; ++i) {
+        const CmUint32 dwHandle = aRecording.Open("d" + std::to_string(i) + "\\a");
+        EXPECT_EQ(aRecording.Write(dwHandle, "unsynced"), 0);
+        EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
+    }
+    Settle();
+    EXPECT_EQ(m_sink.Take().find_first_not_of("Open 0,"), std::string::npos);
+    EXPECT_EQ(m_lost.Take(), 0U);
+    WaitFor([] { return CCacheFileManager::GetUnsyncedBytes() <= 64 * 8; });
+    Faults::SetSyncDelay({});
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &aBefore), 0);
 }
 
 TEST_P(SyncFault, HolesShowWhereBytesAreMissing) {
