@@ -29,7 +29,9 @@ struct tagFileLosses {
     std::uint64_t qwLost = 0;
     std::uint64_t qwPending = 0;   ///< the file's part of CCacheFileManager::GetPendingBytes
     std::uint64_t qwUnsynced = 0;  ///< the file's part of CCacheFileManager::GetUnsyncedBytes
-    /// Sorted by offset. Adjacent holes are merged, and so are those of appends at one offset.
+    /// Sorted by offset. Adjacent holes are merged, and so are those of appends at one offset and
+    /// overlapping ones in place. So bytes that were lost twice, for example when a header was
+    /// written again, count twice in qwLost and once here.
     std::vector<tagFileHole> vecHoles;
     /// Non-zero if vecHoles contains all lost bytes. At most 1,024 holes of a file are kept; bytes
     /// that are lost later count in qwLost, and extend adjacent holes.

@@ -4,34 +4,38 @@
 #include <new>
 #include <utility>
 
-bool CFileRanges::IsTouching(const tagFileHole& aFirst, const tagFileHole& aSecond) const {
-    return aFirst.qwOffset + (m_bInPlace ? aFirst.qwLength : 0) == aSecond.qwOffset;
+std::uint64_t CFileRanges::EndOf(const tagFileHole& aRange) const {
+    return aRange.qwOffset + (m_bInPlace ? aRange.qwLength : 0);
 }
 
 void CFileRanges::Add(std::uint64_t qwOffset, std::uint64_t qwLength, std::size_t nMost) noexcept {
     if (qwLength == 0) return;
     m_qwBytes += qwLength;
-    const tagFileHole aNew{qwOffset, qwLength, m_bInPlace};
-    auto itNext = std::upper_bound(m_vecRanges.begin(), m_vecRanges.end(), aNew,
-                                   [](const tagFileHole& aLeft, const tagFileHole& aRight) {
-                                       return aLeft.qwOffset < aRight.qwOffset;
-                                   });
-    const bool bBefore = itNext != m_vecRanges.begin() && IsTouching(*(itNext - 1), aNew);
-    const bool bAfter = itNext != m_vecRanges.end() && IsTouching(aNew, *itNext);
-    if (bBefore) {
-        (itNext - 1)->qwLength += qwLength + (bAfter ? itNext->qwLength : 0);
-        if (bAfter) m_vecRanges.erase(itNext);
-    } else if (bAfter) {
-        itNext->qwOffset = qwOffset;
-        itNext->qwLength += qwLength;
-    } else {
-        try {
-            m_bComplete = m_bComplete && m_vecRanges.size() < nMost;
-            if (m_bComplete) m_vecRanges.insert(itNext, aNew);
-        } catch (const std::bad_alloc&) {
-            m_bComplete = false;
+    tagFileHole aNew{qwOffset, qwLength, m_bInPlace};
+    // Those that the new one touches or overlaps. The ends are sorted too, as no two overlap.
+    const auto itFirst = std::lower_bound(
+        m_vecRanges.begin(), m_vecRanges.end(), qwOffset,
+        [&](const tagFileHole& aRange, std::uint64_t qwAt) { return EndOf(aRange) < qwAt; });
+    auto itEnd = itFirst;
+    for (; itEnd != m_vecRanges.end() && itEnd->qwOffset <= EndOf(aNew); ++itEnd)
+        Join(aNew, *itEnd);
+    try {
+        if (itFirst != itEnd) {
+            *itFirst = aNew;
+            m_vecRanges.erase(itFirst + 1, itEnd);
+        } else if (m_bComplete = m_bComplete && m_vecRanges.size() < nMost; m_bComplete) {
+            m_vecRanges.insert(itFirst, aNew);
         }
+    } catch (const std::bad_alloc&) {
+        m_bComplete = false;
     }
+}
+
+/// Extends aRange by aOther, which touches or overlaps it.
+void CFileRanges::Join(tagFileHole& aRange, const tagFileHole& aOther) const {
+    const std::uint64_t qwEnd = std::max(EndOf(aRange), EndOf(aOther));
+    aRange.qwOffset = std::min(aRange.qwOffset, aOther.qwOffset);
+    aRange.qwLength = m_bInPlace ? qwEnd - aRange.qwOffset : aRange.qwLength + aOther.qwLength;
 }
 
 void CFileRanges::AddAll(const CFileRanges& aOther, std::size_t nMost) noexcept {

@@ -4,16 +4,18 @@
 
 #include "core/FileLosses.h"
 
-/// Ranges of a file, sorted, and the sum of their bytes. Ranges that touch become one.
+/// Ranges of a file, sorted, and the sum of the bytes that were added. Ranges that touch or overlap
+/// become one.
 ///
-/// A value without a lock. Adding never fails: where there is no memory, or too many ranges, only
-/// the sum grows.
+/// A value without a lock. Adding never fails: if there is no memory, or if there are too many
+/// ranges, only the sum grows.
 class CFileRanges {
  public:
     static constexpr std::size_t c_nMost = 1024;
 
-    /// bInPlace non-zero: the bytes take up a place in the file, and ranges touch where one ends
-    /// and the other begins. 0: they are missing there, and those at one offset are one.
+    /// bInPlace non-zero: the bytes are in the file. A range is joined with one that begins where
+    /// it ends, or that overlaps it; the sum counts the common bytes twice. 0: the bytes are
+    /// missing at the offset, and ranges at the same offset are joined.
     explicit CFileRanges(int bInPlace) : m_bInPlace(bInPlace) {}
 
     /// At most nMost ranges are kept.
@@ -31,7 +33,8 @@ class CFileRanges {
     const std::vector<tagFileHole>& Get() const { return m_vecRanges; }
 
  private:
-    bool IsTouching(const tagFileHole& aFirst, const tagFileHole& aSecond) const;
+    std::uint64_t EndOf(const tagFileHole& aRange) const;
+    void Join(tagFileHole& aRange, const tagFileHole& aOther) const;
 
     const int m_bInPlace;
     std::uint64_t m_qwBytes = 0;

@@ -315,7 +315,27 @@ TEST(FileLedger, PutsAHoleWherePendingBytesWillEnd) {
     EXPECT_EQ(aLosses.qwPending, 0U);
 }
 
-TEST(FileLedger, JoinsRangesThatTouchAndKeepsALimitedNumber) {
+TEST(FileLedger, JoinsRangesThatTouchOrOverlapAndKeepsALimitedNumber) {
+    // Ranges are joined as a map of their bytes shows.
+    SeededRandom aRandom;
+    for (int nSet = 0; nSet < 200; ++nSet) {
+        std::string strBytes(60, '.'), strRanges = strBytes;
+        CFileRanges aSome(1);
+        std::uint64_t qwSum = 0;
+        for (unsigned i = aRandom.Below(8); i > 0; --i) {
+            const unsigned nAt = aRandom.Below(50), nLength = aRandom.Below(10);
+            aSome.Add(nAt, nLength);
+            strBytes.replace(nAt, nLength, nLength, 'x');
+            qwSum += nLength;
+        }
+        for (const tagFileHole& aRange : aSome.Get()) {
+            const std::uint64_t qwBefore = std::max<std::uint64_t>(aRange.qwOffset, 1) - 1;
+            EXPECT_EQ(strRanges.find('x', qwBefore), std::string::npos) << "not joined";
+            strRanges.replace(aRange.qwOffset, aRange.qwLength, aRange.qwLength, 'x');
+        }
+        EXPECT_EQ(strRanges, strBytes);
+        EXPECT_EQ(aSome.Bytes(), qwSum);
+    }
     CFileRanges aRanges(1);
     for (std::uint64_t i = 0; i < 1025; ++i) aRanges.Add(1024 * 20 - i * 20, 10);
     EXPECT_FALSE(aRanges.IsComplete());
