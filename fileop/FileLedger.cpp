@@ -19,15 +19,19 @@ std::uint64_t CCacheFileManager::GetUnsyncedBytes() { return CFileLedger::GetUns
 
 CFileLedger::~CFileLedger() { TakeSyncFailure(); }
 
+std::atomic<std::uint64_t>& CFileLedger::PendingOf(CmUint32 dwOffset) {
+    return IsAppend(dwOffset) ? m_qwPendingAppends : m_qwPendingInPlace;
+}
+
 void CFileLedger::Queue(std::uint64_t qwLength, CmUint32 dwOffset) {
-    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
-    m_qwPending += qwLength;
-    if (IsAppend(dwOffset)) m_qwPendingAppends += qwLength;
+    PendingOf(dwOffset).fetch_add(qwLength, std::memory_order_relaxed);
 }
 
 void CFileLedger::LeaveQueueLocked(std::uint64_t qwLength, CmUint32 dwOffset) {
-    m_qwPending -= std::min(m_qwPending, qwLength);  // in synchronous mode nothing was queued
-    if (IsAppend(dwOffset)) m_qwPendingAppends -= std::min(m_qwPendingAppends, qwLength);
+    std::atomic<std::uint64_t>& aPending = PendingOf(dwOffset);
+    // In synchronous mode nothing was queued.
+    aPending.fetch_sub(std::min(aPending.load(std::memory_order_relaxed), qwLength),
+                       std::memory_order_relaxed);
 }
 
 void CFileLedger::Unqueue(std::uint64_t qwLength, CmUint32 dwOffset) {
@@ -134,7 +138,7 @@ tagFileLosses CFileLedger::Get() {
     tagFileLosses aLosses;
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     aLosses.qwLost = m_missing.Bytes() + m_damaged.Bytes();
-    aLosses.qwPending = m_qwPending;
+    aLosses.qwPending = m_qwPendingAppends + m_qwPendingInPlace;
     aLosses.qwUnsynced = m_qwUnsynced;
     aLosses.vecHoles = m_missing.Get();
     aLosses.vecHoles.insert(aLosses.vecHoles.end(), m_damaged.Get().begin(), m_damaged.Get().end());

@@ -20,9 +20,9 @@ class ISyncReport : public CCmReferenceControlT<CCmMutexThread> {
 ///
 /// Created by the local file at the end of the chain, and shared with the CFileSync of the file,
 /// which may outlive the file. Any thread may use it: the host's thread, the worker and the sync
-/// thread change it with its mutex locked. No system call is made with the mutex locked, and
-/// gathering does not lock it. Only Get can fail. Bytes that are lost here are added to the lost
-/// bytes of the process too.
+/// thread change it with its mutex locked; only Queue changes an atomic instead. No system call is
+/// made with the mutex locked, and gathering does not lock it. Only Get can fail. Bytes that are
+/// lost here are added to the lost bytes of the process too.
 class CFileLedger final : public CCmReferenceControlT<CCmMutexThread> {
  public:
     ~CFileLedger() override;
@@ -72,6 +72,7 @@ class CFileLedger final : public CCmReferenceControlT<CCmMutexThread> {
     static std::uint64_t GetUnsyncedBytes() { return s_qwUnsynced.load(std::memory_order_relaxed); }
 
  private:
+    std::atomic<std::uint64_t>& PendingOf(CmUint32 dwOffset);
     void LeaveQueueLocked(std::uint64_t qwLength, CmUint32 dwOffset) CM_NO_LOCK_ANALYSIS;
     void LoseInPlaceLocked(const CFileRanges& aRanges) CM_NO_LOCK_ANALYSIS;
     void LoseAppendLocked(std::uint64_t qwOffset, std::uint64_t qwLength) CM_NO_LOCK_ANALYSIS;
@@ -79,10 +80,13 @@ class CFileLedger final : public CCmReferenceControlT<CCmMutexThread> {
     static std::atomic<CmUint32> s_dwFailures;
     static std::atomic<std::uint64_t> s_qwUnsynced;
 
+    // Passed to the worker. The thread of the file adds to them without the mutex, so that a block
+    // needs it only once. They are reduced with the mutex locked.
+    std::atomic<std::uint64_t> m_qwPendingAppends{0};
+    std::atomic<std::uint64_t> m_qwPendingInPlace{0};
+
     CCmMutexThread m_mutex;
-    std::uint64_t m_qwEnd CM_GUARDED_BY(m_mutex) = 0;             // where the next append goes
-    std::uint64_t m_qwPending CM_GUARDED_BY(m_mutex) = 0;         // passed to the worker
-    std::uint64_t m_qwPendingAppends CM_GUARDED_BY(m_mutex) = 0;  // the appends among them
+    std::uint64_t m_qwEnd CM_GUARDED_BY(m_mutex) = 0;  // where the next append goes
     std::uint64_t m_qwUnsynced CM_GUARDED_BY(m_mutex) = 0;
     CFileRanges m_missing CM_GUARDED_BY(m_mutex){0};
     CFileRanges m_damaged CM_GUARDED_BY(m_mutex){1};
