@@ -11,10 +11,11 @@ constexpr CmUint32 c_dwBlockSize = 32768;
 
 }  // namespace
 
-CRefPtr<IFileOperation> CFileChain::Build(FileChainKind aKind, int bAsync,
+CRefPtr<IFileOperation> CFileChain::Build(FileChainKind aKind, int bWrite, int bAsync,
                                           IFileOpStatus* pReceive) {
     CFileOperationFactory* const pFactory = CFileOperationFactory::Instance();
     CRefPtr<IFileOperation> pTop = pFactory->CreateLocalFile(aKind == FileChainKind::Download);
+    if (pTop && bWrite && !pTop->CreateLedger()) return nullptr;
     if (pTop && bAsync) {
         CFileThreadManager* const pThreads = CFileThreadManager::Instance();
         const CRefPtr<ACmThread> pCallerThread = pThreads->GetCallerThread();

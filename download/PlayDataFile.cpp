@@ -61,7 +61,7 @@ CmInt32 CDownloadFileHandler::OpenDownloadedFile(const CCmString& strFilePath,
     TraceInfo("CDownloadFileHandler::OpenDownloadedFile->Open downloaded file=", strFilePath,
               " this=", this);
     vecFileDescriber.clear();
-    m_pFileOp = CFileChain::Build(FileChainKind::Download, m_bAsync, m_pParent);
+    m_pFileOp = CFileChain::Build(FileChainKind::Download, 0, m_bAsync, m_pParent);
     if (!m_pFileOp) {
         TraceError("CDownloadFileHandler::OpenDownloadedFile->Low memory to open file, file=",
                    strFilePath, " this=", this);

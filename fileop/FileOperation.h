@@ -99,9 +99,14 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     /// failure is reported, as that of a write.
     virtual CmInt32 Sync(CmUint32 /*dwHandle*/) { return CACHE_ERR_FAILED; }
 
-    /// The ledger that counts the file's lost, pending and unsynced bytes, or null. Any thread may
-    /// use it. Valid while the link exists.
+    /// The ledger that counts the file's lost, pending and unsynced bytes; null for a file that is
+    /// opened for reading. Any thread may use it. Valid while the link exists.
     virtual CFileLedger* Ledger() { return nullptr; }
+
+    /// Creates the ledger of a file that will be opened for writing. Called before Open, and before
+    /// another thread may call Ledger. Returns false if there is no memory, or if the link has no
+    /// ledger.
+    virtual bool CreateLedger() { return false; }
 
     /// Sets qwBytes to the free space of the file's file system. Thread and failures as for
     /// GetSize.

@@ -14,8 +14,7 @@ IFileOperation* CFileOperationFactory::CreateLocalFile(int bIsDownloadFile) {
     return new (std::nothrow) CLocalFile(bIsDownloadFile);
 }
 
-CLocalFile::CLocalFile(int bIsDownloadFile)
-    : m_bIsDownloadFile(bIsDownloadFile), m_pLedger(new (std::nothrow) CFileLedger) {
+CLocalFile::CLocalFile(int bIsDownloadFile) : m_bIsDownloadFile(bIsDownloadFile) {
     TraceInfo("CLocalFile::CLocalFile, m_bIsDownloadFile ", m_bIsDownloadFile, " this=", this);
 }
 
@@ -27,10 +26,10 @@ CmInt32 CLocalFile::Open(const CCmString& strPath, int bWrite) {
 
 CmInt32 CLocalFile::OpenAt(const CCmString& strPath, int bWrite, const CmPlace& aPlace) try {
     Close();  // does nothing unless a file is open
-    if (!m_pLedger) return CACHE_ERR_OUT_OF_MEMORY;
     m_bWrite = bWrite;
     m_strFilePath = strPath;
     if (m_bWrite) {
+        if (!CLocalFile::CreateLedger()) return CACHE_ERR_OUT_OF_MEMORY;
         const CmInt32 lResult = CFilePathBuilder::BuildPath(m_strFilePath, aPlace);
         if (lResult != CACHE_OK) return lResult;
     }
@@ -44,6 +43,11 @@ CmInt32 CLocalFile::OpenAt(const CCmString& strPath, int bWrite, const CmPlace& 
     return CACHE_OK;
 } catch (const std::bad_alloc&) {
     return CACHE_ERR_OUT_OF_MEMORY;
+}
+
+bool CLocalFile::CreateLedger() {
+    if (!m_pLedger) m_pLedger = new (std::nothrow) CFileLedger;
+    return bool{m_pLedger};
 }
 
 /// Creates the sync record if there is none. Returns false if there is no memory for it.

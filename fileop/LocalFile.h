@@ -39,6 +39,8 @@ class CLocalFile final : public IFileOperation {
     CmInt32 GetSize(std::uint64_t& qwSize) override;
     CmInt32 Sync(CmUint32 dwHandle) override;
     CFileLedger* Ledger() override { return m_pLedger.Get(); }
+    /// Without this call an Open for writing creates the ledger.
+    bool CreateLedger() override;
     CmInt32 GetFreeSpace(std::uint64_t& qwBytes) override;
 
  private:
@@ -52,7 +54,7 @@ class CLocalFile final : public IFileOperation {
     int m_bWrite = 1;
     std::FILE* m_hFD = nullptr;
     const int m_bIsDownloadFile;
-    const CRefPtr<CFileLedger> m_pLedger;  // null if there was no memory; Open then fails
-    CRefPtr<CFileSync> m_pSync;            // null if the file need not be synced
+    CRefPtr<CFileLedger> m_pLedger;  // null for a file that is opened for reading
+    CRefPtr<CFileSync> m_pSync;      // null if the file need not be synced
     CFileRanges m_written{1};  // without a sync record: the bytes that a failed sync would lose
 };

@@ -55,7 +55,7 @@ CmInt32 CPlayFileHandler::OpenRecordFile(const CCmString& strFileName,
     CM_CHECK(!m_pDownloadFile, "!m_pDownloadFile", CACHE_ERR_INVALID_STATE);
     const CCmString strPath = m_strHomeDir + strFileName;
     const CRefPtr<IFileOperation> pFile =
-        CFileChain::Build(FileChainKind::PlayRecord, m_bAsync, this);
+        CFileChain::Build(FileChainKind::PlayRecord, bWrite, m_bAsync, this);
     CM_CHECK(pFile, "pFile.Get( )", CACHE_ERR_OUT_OF_MEMORY);
     // The file is added before it is opened, so that nothing can fail after a successful open.
     if (!m_pRecordFiles) m_pRecordFiles = std::make_unique<tagRecordFiles>();

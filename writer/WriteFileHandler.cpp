@@ -82,7 +82,7 @@ CmInt32 CWriteFileHandler::OpenWritingFile(const CCmString& strFileName, CmUint3
     dwHandle = 0;
     const CCmString strPath = m_strHomeDir + strFileName;
     const CRefPtr<IFileOperation> pFile =
-        CFileChain::Build(FileChainKind::WriteRecord, m_bAsync, this);
+        CFileChain::Build(FileChainKind::WriteRecord, 1, m_bAsync, this);
     if (!pFile) return NoMemoryToOpen(this);
     if (m_pPending) pFile->CountPendingIn(m_pPending.Get());
     // The file is added before it is opened, so that nothing can fail after a successful open.

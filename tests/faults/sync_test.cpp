@@ -300,6 +300,7 @@ TEST_P(SyncFault, HostsInCSeeTheSame) {
 
 TEST(FileLedger, PutsAHoleWherePendingBytesWillEnd) {
     const CRefPtr<IFileOperation> pFile = CFileOperationFactory::Instance()->CreateLocalFile(0);
+    ASSERT_TRUE(pFile->CreateLedger());
     CFileLedger& aLedger = *pFile->Ledger();
     aLedger.Written(0, 1000, c_dwEnd);
     aLedger.Queue(10, c_dwEnd);
