@@ -139,6 +139,9 @@ void Ledger::Step(SeededRandom& aRandom, CWriteFileHandler& aHandler) {
         CCacheFileManager::SetPendingLimit(aRandom.Below(2) ? 100'000 : c_qwNoLimit);
     } else if (nWhat == 6) {
         aHandler.SyncFile(m_vecFiles[aRandom.Below(nFiles)].dwHandle);
+    } else if (nWhat == 7) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));  // an age, if one is set
+        CCacheFileManager::FlushAged();
     } else if (nWhat == 5 && aRandom.Below(10) == 0) {
         CacheFileShutdown();
     } else if (nFiles > 0) {
@@ -207,6 +210,7 @@ void Ledger::RunSession(unsigned nSeed) {
     const unsigned aRates[] = {0, 80, 10};
     Faults aFaults(nSeed + 1, aRates[aRandom.Below(3)]);
     MemoryDisk::Instance().m_fault = std::ref(aFaults);
+    CCacheFileManager::SetGatherAge(aRandom.Below(2));
     {
         Recording aRecording(GetParam(), &m_sink);
         for (unsigned i = 10 + aRandom.Below(50); i > 0; --i)
@@ -216,6 +220,7 @@ void Ledger::RunSession(unsigned nSeed) {
     }
     CacheFileShutdown();
     CCacheFileManager::SetPendingLimit(c_qwNoLimit);
+    CCacheFileManager::SetGatherAge(0);
     EXPECT_EQ(CountMissing(aFaults), m_lost.Take()) << "missing, counted as lost";
     EXPECT_EQ(CCacheFileManager::GetPendingBytes(), 0U);
     m_sink.Take();
