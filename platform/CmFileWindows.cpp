@@ -270,14 +270,18 @@ int Duplicate(std::FILE* /*pStream*/) {
     return -1;
 }
 
-/// Calls the system directly, because the runtime's function blocks writes of other threads while
-/// it syncs.
+/// Syncs through another handle if the system gives one. The runtime's function, and a sync through
+/// the handle of the stream, block writes of other threads until the sync ends.
 int SyncData(int nFile) {
     errno = 0;
     const HANDLE hFile = reinterpret_cast<HANDLE>(::_get_osfhandle(nFile));
-    if (::GetFileType(hFile) != FILE_TYPE_DISK || ::FlushFileBuffers(hFile)) return 0;
-    errno = ErrnoFromSystem();
-    return -1;
+    if (::GetFileType(hFile) != FILE_TYPE_DISK) return 0;
+    const HANDLE hOwn = ::ReOpenFile(hFile, GENERIC_WRITE,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, 0);
+    const bool bOwn = hOwn != INVALID_HANDLE_VALUE;
+    if (!::FlushFileBuffers(bOwn ? hOwn : hFile)) errno = ErrnoFromSystem();
+    if (bOwn) ::CloseHandle(hOwn);
+    return errno == 0 ? 0 : -1;
 }
 
 void StartWriteBack(int /*nFile*/) {}
