@@ -129,6 +129,11 @@ CmInt32 CFileLedger::TakeSyncFailure() {
     return std::exchange(m_lSyncFailure, CACHE_OK);
 }
 
+CmInt32 CFileLedger::TakeSyncFailureOf(IFileOperation& aFile) {
+    CFileLedger* const pLedger = HasSyncFailure() ? aFile.Ledger() : nullptr;
+    return pLedger ? pLedger->TakeSyncFailure() : CmInt32{CACHE_OK};
+}
+
 CmInt32 CFileLedger::TakeReportedFailure() {
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     return std::exchange(m_lReportedFailure, CACHE_OK);

@@ -57,8 +57,11 @@ class CFileLedger final : public CCmReferenceControlT<CCmMutexThread> {
     /// bLast: this was the last sync after the close, so the reference to that object is released,
     /// on the thread that reports.
     void ReportSync(CmInt32 lResult, bool bLast);
-    /// Returns the code that ReportSync has kept and clears it; 0 if there is none.
+    /// Returns the code that ReportSync has kept and clears it; 0 if there is none. A call of a
+    /// handler returns it instead of doing anything. While no file has such a code, the second form
+    /// costs one load.
     CmInt32 TakeSyncFailure();
+    static CmInt32 TakeSyncFailureOf(IFileOperation& aFile);
     /// Whether such a code may be kept for any file. Costs one load.
     static bool HasSyncFailure() { return s_dwFailures.load(std::memory_order_relaxed) > 0; }
 

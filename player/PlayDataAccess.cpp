@@ -1,6 +1,7 @@
 #include "core/PendingBytes.h"
 #include "download/ContainerFormat.h"
 #include "download/PlayDataFile.h"
+#include "fileop/FileLedger.h"
 #include "fileop/FileOperation.h"
 #include "fileop/GatherAge.h"
 #include "platform/CmTraceLine.h"
@@ -58,8 +59,9 @@ CmInt32 CPlayFileHandler::WriteData(const tagDataInfo& aDataInfo, const unsigned
         return NoFile("WriteData", " DataLen=", aDataInfo, this);
     CM_CHECK(pFile, "pFile", CACHE_ERR_INVALID_STATE);
     CM_CHECK(lpData || dwLength == 0, "lpData", CACHE_ERR_INVALID_ARG);
-    const CmInt32 lResult =
-        CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset), nullptr);
+    CmInt32 lResult = CFileLedger::TakeSyncFailureOf(*pFile);
+    if (lResult == CACHE_OK)
+        lResult = CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset), nullptr);
     if (lResult != CACHE_OK) return lResult;
     if (m_dwCBTimeStamp == 0 && HoldsHeader(aDataInfo, dwLength, dwOffset)) {
         const tagEntryFileHeader aHeader = ReadHeader(lpData, this);

@@ -26,12 +26,6 @@ CmInt32 NoMemoryToOpen(const CWriteFileHandler* pHandler) {
     return CACHE_ERR_OUT_OF_MEMORY;
 }
 
-/// Returns the code of a failed sync that the file's next call has to return, once; otherwise 0.
-CmInt32 TakeSyncFailure(IFileOperation& aFile) {
-    CFileLedger* const pLedger = CFileLedger::HasSyncFailure() ? aFile.Ledger() : nullptr;
-    return pLedger ? pLedger->TakeSyncFailure() : CmInt32{CACHE_OK};
-}
-
 /// Returns the open file of the handle, which the handler keeps, or null. Without one it traces the
 /// line that begins with lpText.
 IFileOperation* FindFile(std::vector<tagOpenFile>& vecFiles, CmUint32 dwHandle, const char* lpText,
@@ -114,7 +108,7 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
     IFileOperation* const pFile =
         FindFile(m_vecWriteFiles, dwHandle, "CWriteFileHandler::WriteData->Bad file handle", this);
     if (!pFile) return CACHE_ERR_INVALID_STATE;
-    CmInt32 lResult = TakeSyncFailure(*pFile);
+    CmInt32 lResult = CFileLedger::TakeSyncFailureOf(*pFile);
     if (lResult != CACHE_OK) {
         TraceError("CWriteFileHandler::WriteData->Sync error=", lResult, " this=", this);
         return lResult;
@@ -160,7 +154,7 @@ CmInt32 CWriteFileHandler::CloseFile(CmUint32 dwHandle) {
     IFileOperation* const pFile =
         FindFile(m_vecWriteFiles, dwHandle, "CWriteFileHandler::CloseFile->Bad file handle=", this);
     if (!pFile) return CACHE_ERR_INVALID_STATE;
-    CmInt32 lResult = TakeSyncFailure(*pFile);
+    CmInt32 lResult = CFileLedger::TakeSyncFailureOf(*pFile);
     if (lResult == CACHE_OK) lResult = pFile->Close();
     if (lResult != CACHE_OK) {
         TraceError("CWriteFileHandler::CloseFile->Close file error=", lResult, " this=", this);
@@ -177,7 +171,7 @@ CmInt32 CWriteFileHandler::SyncFile(CmUint32 dwHandle) {
         FindFile(m_vecWriteFiles, dwHandle, "CWriteFileHandler::SyncFile->Bad file handle=", this);
     if (!pFile) return CACHE_ERR_INVALID_STATE;
     CmInt32 lResult = pFile->Sync(m_pSafetySink ? dwHandle : 0);
-    const CmInt32 lEarlier = TakeSyncFailure(*pFile);
+    const CmInt32 lEarlier = CFileLedger::TakeSyncFailureOf(*pFile);
     if (lResult == CACHE_OK) lResult = lEarlier;
     if (lResult != CACHE_OK)
         TraceError("CWriteFileHandler::SyncFile->Sync file error=", lResult, " this=", this);

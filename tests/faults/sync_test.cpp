@@ -10,7 +10,7 @@
 #include "fileop/FileLedger.h"
 #include "fileop/FileOperation.h"
 #include "tests/faults/Faults.h"
-#include "tests/support/HostTest.h"
+#include "tests/support/Player.h"
 
 namespace {
 
@@ -139,6 +139,22 @@ TEST_P(SyncFault, AFailedSyncLosesEveryByteOnceAndIsReportedOnce) {
         EXPECT_EQ(m_lost.Take(), 0U) << "what follows is synced";
         EXPECT_EQ(m_sink.Take(), "");
     }
+}
+
+TEST_P(SyncFault, AFailedSyncOfAFileThatAPlayerWritesIsReportedOnce) {
+    constexpr tagFileDescriber c_describer{100, 2, 100, 0};
+    Set(c_dwHour);
+    Faults::Arm(Faults::Call_fdatasync, 1, false, EIO);
+    Player aPlayer(GetParam(), &m_sink, Player::ForFiles);
+    EXPECT_EQ(aPlayer.OpenFile("a", c_describer, 1), 0);
+    EXPECT_EQ(aPlayer.Write(InfoOf(c_describer), Pattern(40'000), c_dwEnd), 0);
+    Settle();
+    m_sink.Take();
+    Set(10);
+    WaitForLoss(40'000, "Write 4006");
+    WaitFor([&] { return CFileLedger::HasSyncFailure() || IsAsync(); });
+    for (const CmInt32 lResult : {IsAsync() ? 0 : 4006, 0})
+        EXPECT_EQ(aPlayer.Write(InfoOf(c_describer), "more", c_dwEnd), lResult);
 }
 
 TEST_P(SyncFault, TheLastSyncOfAClosedFileCountsAndIsReported) {
