@@ -22,10 +22,10 @@ using cachefile_internal::FileChainKind;
 class CFileChain {
  public:
     /// Builds the chain of one file. The handler pReceive receives the results if the chain is
-    /// asynchronous. bWrite is that of the Open that follows. An asynchronous chain uses the current
-    /// caller thread and the R/W thread, which is started if necessary. If one of them is missing,
-    /// the chain is still built, and its Open returns CACHE_ERR_INVALID_STATE; a missing caller
-    /// thread is traced. Returns null if there is no memory for one of the links.
+    /// asynchronous. bWrite is that of the Open that follows. An asynchronous chain uses the
+    /// current caller thread and the R/W thread, which is started if necessary. If one of them is
+    /// missing, the chain is still built, and its Open returns CACHE_ERR_INVALID_STATE; a missing
+    /// caller thread is traced. Returns null if there is no memory for one of the links.
     static CRefPtr<IFileOperation> Build(FileChainKind aKind, int bWrite, int bAsync,
                                          IFileOpStatus* pReceive);
 };

@@ -93,7 +93,7 @@ CmInt32 CFileSync::Run(bool bScheduled) {
     int nErrno = SyncAll(aDescriptor.nFile);
     // A network file system may report here what the sync did not.
     if (aDescriptor.aOwned.Close() != 0 && nErrno == 0) nErrno = errno ? errno : EIO;
-    Settle(nErrno, aRanges);
+    RecordResult(nErrno, aRanges);
     const CmInt32 lResult =
         nErrno == 0 ? CmInt32{CACHE_OK} : SystemErrorToResult(nErrno, FileAction::Write);
     if (bScheduled) m_pLedger->ReportSync(lResult, false);
@@ -113,7 +113,7 @@ int CFileSync::SyncAll(int nFile) {
 }
 
 /// Records the result of a sync of aRanges: an errno, or 0.
-void CFileSync::Settle(int nErrno, CFileRanges& aRanges) {
+void CFileSync::RecordResult(int nErrno, CFileRanges& aRanges) {
     if (nErrno == 0) {
         {
             std::lock_guard<std::mutex> aLock(m_mutex);

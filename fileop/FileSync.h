@@ -68,7 +68,7 @@ class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
     CmInt32 Run(bool bScheduled);
     tagDescriptor TakeDescriptorLocked(bool bScheduled);
     int SyncAll(int nFile);
-    void Settle(int nErrno, CFileRanges& aRanges);
+    void RecordResult(int nErrno, CFileRanges& aRanges);
     void EndReports();
     bool IsAnythingToSyncLocked() const { return m_unsynced.Bytes() > 0 || m_bNewName; }
 
