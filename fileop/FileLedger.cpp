@@ -86,7 +86,7 @@ void CFileLedger::AddUnsynced(std::uint64_t qwLength) {
     m_qwUnsynced += qwLength;
 }
 
-void CFileLedger::TakeUnsynced(std::uint64_t qwLength) {
+void CFileLedger::RemoveUnsynced(std::uint64_t qwLength) {
     s_qwUnsynced.fetch_sub(qwLength, std::memory_order_relaxed);
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     m_qwUnsynced -= qwLength;
@@ -98,7 +98,7 @@ void CFileLedger::LoseUnsynced(const CFileRanges& aRanges) {
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
         LoseInPlaceLocked(aRanges);
     }
-    TakeUnsynced(aRanges.Bytes());
+    RemoveUnsynced(aRanges.Bytes());
 }
 
 void CFileLedger::SetReport(ISyncReport* pReport) {

@@ -46,7 +46,7 @@ class CFileLedger final : public CCmReferenceControlT<CCmMutexThread> {
     /// For CFileSync: written bytes become unsynced; unsynced bytes stop counting as unsynced;
     /// unsynced bytes are lost.
     void AddUnsynced(std::uint64_t qwLength);
-    void TakeUnsynced(std::uint64_t qwLength);
+    void RemoveUnsynced(std::uint64_t qwLength);
     void LoseUnsynced(const CFileRanges& aRanges);
 
     /// Sets the object that reports failures of syncs, in asynchronous mode.

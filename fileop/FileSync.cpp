@@ -17,7 +17,7 @@ CFileSync::CFileSync(std::FILE* pStream, CFileLedger* pLedger, const CCmString& 
     m_unsynced.Swap(aWritten);
 }
 
-CFileSync::~CFileSync() { m_pLedger->TakeUnsynced(m_unsynced.Bytes()); }
+CFileSync::~CFileSync() { m_pLedger->RemoveUnsynced(m_unsynced.Bytes()); }
 
 CmUint32 CFileSync::BeginWrite() {
     std::lock_guard<std::mutex> aLock(m_mutex);
@@ -119,7 +119,7 @@ void CFileSync::RecordResult(int nErrno, CFileRanges& aRanges) {
             std::lock_guard<std::mutex> aLock(m_mutex);
             m_bNewName = false;
         }
-        return m_pLedger->TakeUnsynced(aRanges.Bytes());
+        return m_pLedger->RemoveUnsynced(aRanges.Bytes());
     }
     TraceError("CFileSync::Sync->Sync file error=", nErrno, " this=", this);
     {
