@@ -53,7 +53,8 @@ void CFileLedger::LoseQueued(std::uint64_t qwLength, CmUint32 dwOffset) {
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     LeaveQueueLocked(qwLength, dwOffset);
     if (IsAppend(dwOffset)) {
-        m_missing.MoveUp(m_qwEnd, qwLength);  // later holes were placed after these bytes
+        m_missing.ShiftTowardsStart(m_qwEnd,
+                                    qwLength);  // later holes were placed after these bytes
         LoseAppendLocked(m_qwEnd, qwLength);
     } else {
         aRange.Add(dwOffset, qwLength);

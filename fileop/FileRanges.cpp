@@ -46,7 +46,7 @@ void CFileRanges::AddAll(const CFileRanges& aOther, std::size_t nMost) noexcept 
     m_bComplete = m_bComplete && aOther.m_bComplete;
 }
 
-void CFileRanges::MoveUp(std::uint64_t qwOffset, std::uint64_t qwLength) noexcept {
+void CFileRanges::ShiftTowardsStart(std::uint64_t qwOffset, std::uint64_t qwLength) noexcept {
     for (tagFileHole& aRange : m_vecRanges)
         if (aRange.qwOffset > qwOffset)
             aRange.qwOffset -= std::min(qwLength, aRange.qwOffset - qwOffset);

@@ -23,7 +23,7 @@ class CFileRanges {
     void AddAll(const CFileRanges& aOther, std::size_t nMost = c_nMost) noexcept;
 
     /// Moves the ranges that begin after qwOffset by qwLength towards the beginning.
-    void MoveUp(std::uint64_t qwOffset, std::uint64_t qwLength) noexcept;
+    void ShiftTowardsStart(std::uint64_t qwOffset, std::uint64_t qwLength) noexcept;
 
     void Clear() noexcept;
     void Swap(CFileRanges& aOther) noexcept;  // of the same kind
