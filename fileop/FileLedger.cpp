@@ -40,11 +40,11 @@ void CFileLedger::Unqueue(std::uint64_t qwLength, CmUint32 dwOffset) {
 }
 
 void CFileLedger::LoseAppendLocked(std::uint64_t qwOffset, std::uint64_t qwLength) {
-    m_missing.Add(qwOffset, qwLength, CFileRanges::c_nMost - m_damaged.Get().size());
+    m_missing.Add(qwOffset, qwLength, CFileRanges::c_nMaxRanges - m_damaged.Get().size());
 }
 
 void CFileLedger::LoseInPlaceLocked(const CFileRanges& aRanges) {
-    m_damaged.AddAll(aRanges, CFileRanges::c_nMost - m_missing.Get().size());
+    m_damaged.AddAll(aRanges, CFileRanges::c_nMaxRanges - m_missing.Get().size());
 }
 
 void CFileLedger::LoseQueued(std::uint64_t qwLength, CmUint32 dwOffset) {

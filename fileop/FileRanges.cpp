@@ -8,7 +8,7 @@ std::uint64_t CFileRanges::EndOf(const tagFileHole& aRange) const {
     return aRange.qwOffset + (m_bInPlace ? aRange.qwLength : 0);
 }
 
-void CFileRanges::Add(std::uint64_t qwOffset, std::uint64_t qwLength, std::size_t nMost) noexcept {
+void CFileRanges::Add(std::uint64_t qwOffset, std::uint64_t qwLength, std::size_t nMax) noexcept {
     if (qwLength == 0) return;
     m_qwBytes += qwLength;
     tagFileHole aNew{qwOffset, qwLength, m_bInPlace};
@@ -23,7 +23,7 @@ void CFileRanges::Add(std::uint64_t qwOffset, std::uint64_t qwLength, std::size_
         if (itFirst != itEnd) {
             *itFirst = aNew;
             m_vecRanges.erase(itFirst + 1, itEnd);
-        } else if (m_bComplete = m_bComplete && m_vecRanges.size() < nMost; m_bComplete) {
+        } else if (m_bComplete = m_bComplete && m_vecRanges.size() < nMax; m_bComplete) {
             m_vecRanges.insert(itFirst, aNew);
         }
     } catch (const std::bad_alloc&) {
@@ -38,10 +38,10 @@ void CFileRanges::Join(tagFileHole& aRange, const tagFileHole& aOther) const {
     aRange.qwLength = m_bInPlace ? qwEnd - aRange.qwOffset : aRange.qwLength + aOther.qwLength;
 }
 
-void CFileRanges::AddAll(const CFileRanges& aOther, std::size_t nMost) noexcept {
+void CFileRanges::AddAll(const CFileRanges& aOther, std::size_t nMax) noexcept {
     const std::uint64_t qwBytes = m_qwBytes + aOther.m_qwBytes;
     for (const tagFileHole& aRange : aOther.m_vecRanges)
-        Add(aRange.qwOffset, aRange.qwLength, nMost);
+        Add(aRange.qwOffset, aRange.qwLength, nMax);
     m_qwBytes = qwBytes;
     m_bComplete = m_bComplete && aOther.m_bComplete;
 }

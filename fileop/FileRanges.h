@@ -11,16 +11,17 @@
 /// ranges, only the sum grows.
 class CFileRanges {
  public:
-    static constexpr std::size_t c_nMost = 1024;
+    static constexpr std::size_t c_nMaxRanges = 1024;
 
     /// bInPlace non-zero: the bytes are in the file. A range is joined with one that begins where
     /// it ends, or that overlaps it; the sum counts the common bytes twice. 0: the bytes are
     /// missing at the offset, and ranges at the same offset are joined.
     explicit CFileRanges(int bInPlace) : m_bInPlace(bInPlace) {}
 
-    /// At most nMost ranges are kept.
-    void Add(std::uint64_t qwOffset, std::uint64_t qwLength, std::size_t nMost = c_nMost) noexcept;
-    void AddAll(const CFileRanges& aOther, std::size_t nMost = c_nMost) noexcept;
+    /// At most nMax ranges are kept.
+    void Add(std::uint64_t qwOffset, std::uint64_t qwLength,
+             std::size_t nMax = c_nMaxRanges) noexcept;
+    void AddAll(const CFileRanges& aOther, std::size_t nMax = c_nMaxRanges) noexcept;
 
     /// Moves the ranges that begin after qwOffset by qwLength towards the beginning.
     void ShiftTowardsStart(std::uint64_t qwOffset, std::uint64_t qwLength) noexcept;
