@@ -108,12 +108,12 @@ void CSyncThread::Run() {
     t_bIsSyncThread = true;
     std::unique_lock<std::mutex> aLock(m_mutex);
     while (!m_bStop)
-        if (!RunNext(aLock)) Sleep(aLock);
+        if (!ProcessDueRecord(aLock)) Sleep(aLock);
 }
 
 /// Starts one write-back or runs one sync that is due, with the mutex unlocked meanwhile. Returns
 /// false if nothing is due.
-bool CSyncThread::RunNext(std::unique_lock<std::mutex>& aLock) {
+bool CSyncThread::ProcessDueRecord(std::unique_lock<std::mutex>& aLock) {
     const bool bAll = CSyncDescriptor::AreMany();
     CRefPtr<CFileSync> pFresh =
         m_fresh.PopUntil(bAll ? Clock::time_point::min() : Clock::now() - m_interval / 4);

@@ -70,7 +70,7 @@ class CSyncThread {
 
     CmInt32 Start();
     void Run();
-    bool RunNext(std::unique_lock<std::mutex>& aLock);
+    bool ProcessDueRecord(std::unique_lock<std::mutex>& aLock);
     CRefPtr<CFileSync> PopForSync(bool bAll);
     void Sleep(std::unique_lock<std::mutex>& aLock);
 
