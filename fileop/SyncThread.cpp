@@ -24,7 +24,7 @@ CRefPtr<CFileSync> CSyncList::PopUntil(Time aTime) {
     return pRecord;
 }
 
-void CSyncList::Forget() {
+void CSyncList::ClearWithoutFreeing() {
     if (m_pFirst) m_pFirst->AddReference();
     m_pFirst = nullptr;
 }
@@ -182,8 +182,8 @@ void CSyncThread::AfterForkInChild() {
     CSyncThread& aSelf = Instance();
     s_bOn = false;
     aSelf.m_bForkedChild = true;
-    aSelf.m_fresh.Forget();
-    aSelf.m_started.Forget();
+    aSelf.m_fresh.ClearWithoutFreeing();
+    aSelf.m_started.ClearWithoutFreeing();
     new (&aSelf.m_thread) std::thread;  // there is none to join or detach
     new (&aSelf.m_wake) std::condition_variable;
     new (&aSelf.m_mutexControl) std::mutex;

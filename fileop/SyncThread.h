@@ -18,7 +18,7 @@ class CSyncList {
     /// Removes and returns the first record if its time is aTime or earlier; otherwise null.
     CRefPtr<CFileSync> PopUntil(Time aTime);
     Time FirstTime() const { return m_pFirst->m_since; }
-    void Forget();  // empties the list without freeing the records
+    void ClearWithoutFreeing();  // empties the list without freeing the records
 
  private:
     CRefPtr<CFileSync> m_pFirst;
