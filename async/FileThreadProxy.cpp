@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "async/FileEvents.h"
-#include "async/SyncReport.h"
+#include "async/SyncReporter.h"
 #include "fileop/BlockStore.h"
 #include "fileop/SyncThread.h"
 #include "platform/CmTraceLine.h"
@@ -264,10 +264,10 @@ void CFileThreadProxy::PostToCaller(ICmEvent* pEvent) {
 /// the next call for the file returns them, as in synchronous mode.
 void CFileThreadProxy::ReportSyncs() {
     if (m_bReportsSyncs || !CSyncThread::IsOn() || !Ledger()) return;
-    const CRefPtr<ISyncReport> pReport(new (std::nothrow) CSyncReport(
+    const CRefPtr<ISyncReporter> pReporter(new (std::nothrow) CSyncReporter(
         m_pRWThread.Get(), m_pCallerThread.Get(), m_pReceive.Get(), m_LinkType));
-    Ledger()->SetReport(pReport.Get());
-    m_bReportsSyncs = bool{pReport};
+    Ledger()->SetReporter(pReporter.Get());
+    m_bReportsSyncs = bool{pReporter};
 }
 
 CmInt32 CFileThreadProxy::GetFreeSpace(std::uint64_t& qwBytes) {

@@ -102,26 +102,26 @@ void CFileLedger::LoseUnsynced(const CFileRanges& aRanges) {
     RemoveUnsynced(aRanges.Bytes());
 }
 
-void CFileLedger::SetReport(ISyncReport* pReport) {
-    const CRefPtr<ISyncReport> pNew(pReport);
+void CFileLedger::SetReporter(ISyncReporter* pReporter) {
+    const CRefPtr<ISyncReporter> pNew(pReporter);
     CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
-    m_pReport = pNew;
+    m_pReporter = pNew;
 }
 
 void CFileLedger::ReportSync(CmInt32 lResult, bool bLast) {
-    CRefPtr<ISyncReport> pReport;
+    CRefPtr<ISyncReporter> pReporter;
     {
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
-        pReport = bLast ? std::move(m_pReport) : m_pReport;
-        if (!pReport && !bLast && lResult != CACHE_OK) {
+        pReporter = bLast ? std::move(m_pReporter) : m_pReporter;
+        if (!pReporter && !bLast && lResult != CACHE_OK) {
             if (m_lSyncFailure == CACHE_OK) s_dwFailures.fetch_add(1, std::memory_order_relaxed);
             m_lSyncFailure = lResult;
         }
-        if (pReport && lResult != CACHE_OK) m_lReportedFailure = lResult;
+        if (pReporter && lResult != CACHE_OK) m_lReportedFailure = lResult;
     }
-    if (!pReport || (lResult == CACHE_OK && !bLast)) return;
-    ISyncReport& aReport = *pReport;
-    aReport.Report(std::move(pReport), lResult);
+    if (!pReporter || (lResult == CACHE_OK && !bLast)) return;
+    ISyncReporter& aReporter = *pReporter;
+    aReporter.Report(std::move(pReporter), lResult);
 }
 
 CmInt32 CFileLedger::TakeSyncFailure() {

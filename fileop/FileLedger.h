@@ -8,11 +8,11 @@
 class IFileOperation;
 
 /// Reports the failure of a sync that no call returns, in asynchronous mode. Reference-counted.
-class ISyncReport : public CCmReferenceControlT<CCmMutexThread> {
+class ISyncReporter : public CCmReferenceControlT<CCmMutexThread> {
  public:
     /// Reports Op_Write with the code to the host; for CACHE_OK it reports nothing. pSelf is a
     /// reference to this object, which is released on the thread that reports. Any thread.
-    virtual void Report(CRefPtr<ISyncReport> pSelf, CmInt32 lResult) = 0;
+    virtual void Report(CRefPtr<ISyncReporter> pSelf, CmInt32 lResult) = 0;
 };
 
 /// Records how many bytes of one open file are pending, unsynced and lost, and where bytes are
@@ -50,9 +50,9 @@ class CFileLedger final : public CCmReferenceControlT<CCmMutexThread> {
     void LoseUnsynced(const CFileRanges& aRanges);
 
     /// Sets the object that reports failures of syncs, in asynchronous mode.
-    void SetReport(ISyncReport* pReport);
+    void SetReporter(ISyncReporter* pReporter);
 
-    /// Reports the failure of a sync through the object of SetReport, and keeps the code for
+    /// Reports the failure of a sync through the object of SetReporter, and keeps the code for
     /// TakeReportedFailure. If there is no such object, the code is kept for TakeSyncFailure.
     /// bLast: this was the last sync after the close, so the reference to that object is released,
     /// on the thread that reports.
@@ -95,5 +95,5 @@ class CFileLedger final : public CCmReferenceControlT<CCmMutexThread> {
     CFileRanges m_damaged CM_GUARDED_BY(m_mutex){1};
     CmInt32 m_lSyncFailure CM_GUARDED_BY(m_mutex) = 0;
     CmInt32 m_lReportedFailure CM_GUARDED_BY(m_mutex) = 0;
-    CRefPtr<ISyncReport> m_pReport CM_GUARDED_BY(m_mutex);
+    CRefPtr<ISyncReporter> m_pReporter CM_GUARDED_BY(m_mutex);
 };

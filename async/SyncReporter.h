@@ -11,16 +11,16 @@
 /// Owned by the file's ledger and by queued events. It holds a reference to the handler, so the
 /// handler lives until the last sync of its files has ended. It is constant after construction, so
 /// any thread may use it. If there is no memory for an event, nothing is reported.
-class CSyncReport final : public ISyncReport {
+class CSyncReporter final : public ISyncReporter {
  public:
-    CSyncReport(ACmThread* pRWThread, ACmThread* pCallerThread, IFileOpStatus* pReceive,
-                CCacheFileManager::LinkType aLinkType)
+    CSyncReporter(ACmThread* pRWThread, ACmThread* pCallerThread, IFileOpStatus* pReceive,
+                  CCacheFileManager::LinkType aLinkType)
         : m_pRWThread(pRWThread),
           m_pCallerThread(pCallerThread),
           m_pReceive(pReceive),
           m_LinkType(aLinkType) {}
 
-    void Report(CRefPtr<ISyncReport> pSelf, CmInt32 lResult) override;
+    void Report(CRefPtr<ISyncReporter> pSelf, CmInt32 lResult) override;
 
     /// Posts Op_Write with the code to the caller thread, unless the code is 0.
     void PostStatus(CmInt32 lResult);

@@ -1,4 +1,4 @@
-#include "async/SyncReport.h"
+#include "async/SyncReporter.h"
 
 #include <new>
 #include <utility>
@@ -11,28 +11,28 @@ namespace {
 /// there.
 class CSyncReportEvent final : public ICmEvent {
  public:
-    CSyncReportEvent(CRefPtr<ISyncReport> pReport, CmInt32 lResult)
-        : ICmEvent(0), m_pReport(std::move(pReport)), m_lResult(lResult) {}
+    CSyncReportEvent(CRefPtr<ISyncReporter> pReporter, CmInt32 lResult)
+        : ICmEvent(0), m_pReporter(std::move(pReporter)), m_lResult(lResult) {}
     CmInt32 OnEventFire() override {
-        static_cast<CSyncReport&>(*m_pReport).PostStatus(m_lResult);
+        static_cast<CSyncReporter&>(*m_pReporter).PostStatus(m_lResult);
         return CACHE_OK;
     }
 
  private:
-    const CRefPtr<ISyncReport> m_pReport;
+    const CRefPtr<ISyncReporter> m_pReporter;
     const CmInt32 m_lResult;
 };
 
 }  // namespace
 
-void CSyncReport::Report(CRefPtr<ISyncReport> pSelf, CmInt32 lResult) {
+void CSyncReporter::Report(CRefPtr<ISyncReporter> pSelf, CmInt32 lResult) {
     const CRefPtr<ICmEventQueue> pQueue = m_pRWThread->GetEventQueue();
     if (!pQueue) return PostStatus(lResult);
     ICmEvent* const pEvent = new (std::nothrow) CSyncReportEvent(std::move(pSelf), lResult);
     if (pEvent) pQueue->PostEvent(pEvent, c_lPostOption);
 }
 
-void CSyncReport::PostStatus(CmInt32 lResult) {
+void CSyncReporter::PostStatus(CmInt32 lResult) {
     const CRefPtr<ICmEventQueue> pQueue = m_pCallerThread->GetEventQueue();
     ICmEvent* const pEvent =
         pQueue && lResult != CACHE_OK
