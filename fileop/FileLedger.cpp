@@ -10,6 +10,12 @@ namespace {
 
 bool IsAppend(CmUint32 dwOffset) { return dwOffset == CCacheFileManager::GetMaxDword(); }
 
+/// The reporter gets the reference, so that it is released on the thread that reports.
+void PassOn(CRefPtr<ISyncReporter> pReporter, CmInt32 lResult) {
+    ISyncReporter& aReporter = *pReporter;
+    aReporter.Report(std::move(pReporter), lResult);
+}
+
 }  // namespace
 
 std::atomic<CmUint32> CFileLedger::s_dwFailures{0};
@@ -108,20 +114,29 @@ void CFileLedger::SetReporter(ISyncReporter* pReporter) {
     m_pReporter = pNew;
 }
 
-void CFileLedger::ReportSync(CmInt32 lResult, bool bLast) {
+void CFileLedger::ReportSync(CmInt32 lResult) {
+    if (lResult == CACHE_OK) return;
     CRefPtr<ISyncReporter> pReporter;
     {
         CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
-        pReporter = bLast ? std::move(m_pReporter) : m_pReporter;
-        if (!pReporter && !bLast && lResult != CACHE_OK) {
+        pReporter = m_pReporter;
+        if (pReporter) {
+            m_lReportedFailure = lResult;
+        } else {
             if (m_lSyncFailure == CACHE_OK) s_dwFailures.fetch_add(1, std::memory_order_relaxed);
             m_lSyncFailure = lResult;
         }
-        if (pReporter && lResult != CACHE_OK) m_lReportedFailure = lResult;
     }
-    if (!pReporter || (lResult == CACHE_OK && !bLast)) return;
-    ISyncReporter& aReporter = *pReporter;
-    aReporter.Report(std::move(pReporter), lResult);
+    if (pReporter) PassOn(std::move(pReporter), lResult);
+}
+
+void CFileLedger::ReleaseReporter() {
+    CRefPtr<ISyncReporter> pReporter;
+    {
+        CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+        pReporter = std::move(m_pReporter);
+    }
+    if (pReporter) PassOn(std::move(pReporter), CACHE_OK);
 }
 
 CmInt32 CFileLedger::TakeSyncFailure() {

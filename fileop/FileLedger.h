@@ -51,12 +51,14 @@ class CFileLedger final : public CCmReferenceControlT<CCmMutexThread> {
 
     /// Sets the object that reports failures of syncs, in asynchronous mode.
     void SetReporter(ISyncReporter* pReporter);
-
-    /// Reports the failure of a sync through the object of SetReporter, and keeps the code for
+    /// Reports the failure of a sync through that object, and keeps the code for
     /// TakeReportedFailure. If there is no such object, the code is kept for TakeSyncFailure.
-    /// bLast: this was the last sync after the close, so the reference to that object is released,
-    /// on the thread that reports.
-    void ReportSync(CmInt32 lResult, bool bLast);
+    /// Nothing is reported for 0.
+    void ReportSync(CmInt32 lResult);
+    /// Releases the reference to that object, on the thread that reports. Called after the last
+    /// sync of a closed file.
+    void ReleaseReporter();
+
     /// Returns the code that ReportSync has kept and clears it; 0 if there is none. A call of a
     /// handler returns it instead of doing anything. While no file has such a code, the second form
     /// costs one load.

@@ -51,16 +51,16 @@ CmInt32 CFileSync::Sync() { return Run(false); }
 
 void CFileSync::SyncScheduled() {
     Run(true);
-    EndReports();
+    ReleaseReporterAtEnd();
 }
 
-/// After the last sync of a file that has been closed.
-void CFileSync::EndReports() {
+/// Releases the reporter if this was the last sync of a file that has been closed.
+void CFileSync::ReleaseReporterAtEnd() {
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
         if (m_pStream || m_bSyncing || m_bScheduled) return;
     }
-    m_pLedger->ReportSync(CACHE_OK, true);
+    m_pLedger->ReleaseReporter();
 }
 
 /// The stream's descriptor could be closed, and its number reused, while the sync thread uses it.
@@ -96,7 +96,7 @@ CmInt32 CFileSync::Run(bool bScheduled) {
     RecordResult(nErrno, aRanges);
     const CmInt32 lResult =
         nErrno == 0 ? CmInt32{CACHE_OK} : SystemErrorToResult(nErrno, FileAction::Write);
-    if (bScheduled) m_pLedger->ReportSync(lResult, false);
+    if (bScheduled) m_pLedger->ReportSync(lResult);
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
         m_bSyncing = m_bBorrowed = false;
@@ -152,7 +152,7 @@ void CFileSync::Close() {
     const bool bLater = bSync && !CSyncDescriptor::AreTooMany();
     CSyncDescriptor aDuplicate(bLater ? CmFile::Duplicate(m_pStream) : -1);
     const bool bDuplicate = aDuplicate.Get() >= 0;
-    if (bSync && !bDuplicate) m_pLedger->ReportSync(Run(false), false);
+    if (bSync && !bDuplicate) m_pLedger->ReportSync(Run(false));
     {
         std::unique_lock<std::mutex> aLock(m_mutex);
         m_ended.wait(aLock, [&] { return !m_bBorrowed; });
@@ -161,5 +161,5 @@ void CFileSync::Close() {
     }
     if (bDuplicate && !Schedule()) SyncScheduled();  // the interval has just ended
     if (CSyncDescriptor::AreMany()) CSyncThread::Instance().Wake();
-    EndReports();
+    ReleaseReporterAtEnd();
 }

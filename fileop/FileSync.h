@@ -69,7 +69,7 @@ class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
     tagDescriptor TakeDescriptorLocked(bool bScheduled);
     int SyncAll(int nFile);
     void RecordResult(int nErrno, CFileRanges& aRanges);
-    void EndReports();
+    void ReleaseReporterAtEnd();
     bool IsAnythingToSyncLocked() const { return m_unsynced.Bytes() > 0 || m_bNewName; }
 
     const CRefPtr<CFileLedger> m_pLedger;
