@@ -192,4 +192,9 @@ TEST_F(Writer, TheProgressCallbackSeesAllBytesAndCanCancel) {
     EXPECT_EQ(m_trace.TakeErrors(), "");
     EXPECT_EQ(m_writer.Write(".\\c", [](std::uint64_t, std::uint64_t) { return true; }), 0);
     EXPECT_EQ(ReadBytes("c").size(), c_nHeader + 2 * c_nEntry + 150'004);
+    const auto grow = [](std::uint64_t, std::uint64_t) {
+        std::ofstream("source", std::ios::app) << 'x';
+        return true;
+    };
+    EXPECT_NE(m_writer.Write(".\\c", grow), 0) << "the source grows while it is copied";
 }

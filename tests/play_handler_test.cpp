@@ -82,6 +82,8 @@ TEST_P(Play, InvalidCallsForRecordFilesReturnACodeAndAreTraced) {
         EXPECT_EQ(aPlayer->WriteData({1, 2, 0, 1}, nullptr, 0, dwOffset), 0);
     Settle();
     ExpectFile("kvr2/7/empty", "");
+    EXPECT_EQ(aPlayer.Write({1, 2, 0, 1}, "x", c_dwEnd), 0);
+    ExpectFile("kvr2/7/empty", bAsync ? "" : "x");  // a synchronous player gathers nothing
     EXPECT_EQ(m_trace.TakeErrors(), "");
 
     m_sink.Take();

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,6 +46,7 @@ TEST(SpecialFile, AReadOrSeekThatFailsIsTraced) {
     const int nFile = ::dup(0);
     ::close(nFile);  // the next file that is opened gets this number
     ASSERT_EQ(pClosed->Open("\\dev\\null", 0), 0);
+    EXPECT_EQ(::fcntl(nFile, F_GETFD), FD_CLOEXEC) << "programs that the host starts inherit it";
     ::close(nFile);
     EXPECT_EQ(pClosed->ReadData(aBuffer, 7, dwLength), 4006);
     EXPECT_EQ(pClosed->Close(), 4006);
