@@ -14,6 +14,30 @@ namespace {
 
 // The commands. Each runs while the command line is parsed, and sets the exit code of the tool.
 
+void AddLimits(CLI::App& aCommand, tagLimits& aLimits) {
+    AddTime(aCommand, "--duration", aLimits.qwDuration, "End after this time");
+    AddSize(aCommand, "--max-bytes", aLimits.qwMaxBytes,
+            "End when this many bytes of all streams were read");
+    AddSize(aCommand, "--min-free", aLimits.qwMinFree,
+            "End before less than this is free on the disk");
+    aCommand
+        .add_option_function<std::string>(
+            "--split",
+            [&aLimits](const std::string& strValue) {
+                aLimits.qwSplitBytes = ParseSize(strValue).value_or(0);
+                aLimits.qwSplitTime = ParseTime(strValue).value_or(0);
+            },
+            "Continue in the next recording number after this many bytes or this time")
+        ->check([](const std::string& strValue) {
+            return ParseSize(strValue) || ParseTime(strValue)
+                       ? ""
+                       : "'" + strValue +
+                             "' is neither a size such as 10M nor a time such as 10min";
+        })
+        ->type_name("SIZE|TIME")
+        ->option_text("SIZE|TIME");
+}
+
 void AddRecord(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagRecordOptions>();
     CLI::App& aCommand = *aTool.add_subcommand(
@@ -35,7 +59,19 @@ void AddRecord(CLI::App& aTool, int& nExit) {
         ->check(CLI::Range(1, 16777216))
         ->type_name("BYTES")
         ->option_text("BYTES [32768]");
-    aCommand.add_flag("--sync", pOptions->aPlan.bSync, "Write without a worker thread");
+    AddInterval(aCommand, "--flush", pOptions->dwFlush,
+                "Write gathered bytes after this time; off: when a block is full");
+    AddInterval(aCommand, "--sync", pOptions->dwSync,
+                "Sync written bytes to the disk after this time, or off");
+    AddLimits(aCommand, pOptions->aLimits);
+    aCommand
+        .add_option("--on-full", pOptions->aPlan.bWaitWhenFull,
+                    "What a stream does when the disk is full: stop or wait for space")
+        ->transform(
+            CLI::CheckedTransformer(std::map<std::string, bool>{{"stop", false}, {"wait", true}}))
+        ->type_name("stop|wait")
+        ->option_text("stop|wait [stop]");
+    aCommand.add_flag("--no-worker", pOptions->aPlan.bSync, "Write without a worker thread");
     AddForce(aCommand, pOptions->bForce);
     AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);

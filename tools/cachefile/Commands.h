@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "download/ContainerFormat.h"
+#include "tools/cachefile/Limits.h"
 #include "tools/cachefile/Progress.h"
 #include "tools/cachefile/Recorder.h"
 
@@ -14,6 +15,9 @@
 
 struct tagRecordOptions {
     tagPlan aPlan{0, "kvr2", false};
+    tagLimits aLimits;
+    CmUint32 dwFlush = 1000;  ///< milliseconds; 0: off
+    CmUint32 dwSync = 1000;   ///< milliseconds; 0: off
     std::vector<std::string> vecStreams;
     std::size_t nPiece = 32768;
     bool bForce = false;
