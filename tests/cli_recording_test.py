@@ -17,6 +17,7 @@ from cli_test import DAMAGE, DONE, FAILED, WINDOWS, Cli, not_on_windows
 
 STREAM = "4:7004:4"
 FILE = "4_7004-4.dat"
+NOTES = "kvr2/7/recording.json"
 CONTENT = random.Random(7).randbytes(200001)
 
 
@@ -29,7 +30,7 @@ class Recording(Cli):
         return self.run_tool(exit_code, "record", str(number), "--stream", STREAM + "=" + source,
                              *arguments, **options)
 
-    def notes(self, name="kvr2/7/recording.json"):
+    def notes(self, name=NOTES):
         return json.loads(self.read(name))
 
     def state(self, number=7):
@@ -58,7 +59,7 @@ class Notes(Recording):
         stream, = notes["streams"]
         self.assertEqual([stream[key] for key in ("stream", "file", "source", "bytes", "lost_bytes", "holes")],
                          [STREAM, FILE, "in", 200001, 0, []])
-        os.remove(self.path("kvr2/7/recording.json"))
+        os.remove(self.path(NOTES))
         self.assertIsNone(self.state())
         with self.start_recorder("--force") as process:
             self.assertEqual((self.state(), self.notes()["state"]), ("being recorded", "open"))
@@ -72,7 +73,7 @@ class Notes(Recording):
         self.record(DONE, 7)
         notes = self.notes()
         notes["note"] = notes["streams"][0]["note"] = ["ü"]
-        self.make("kvr2/7/recording.json", json.dumps(notes).encode())
+        self.make(NOTES, json.dumps(notes).encode())
         self.run_tool(DONE, "record", "7", "--stream", "1:1001:2=in")
         self.assertEqual(self.notes()["note"], ["ü"])
         self.assertEqual(self.notes()["streams"][0], notes["streams"][0])
@@ -81,7 +82,7 @@ class Notes(Recording):
         self.assertEqual(self.notes("out/recording.json")["streams"], [notes["streams"][0]])
         # A kept stream that was never closed keeps the recording open.
         notes["streams"][0]["bytes"] = None
-        self.make("kvr2/7/recording.json", json.dumps(notes).encode())
+        self.make(NOTES, json.dumps(notes).encode())
         self.run_tool(DONE, "record", "7", "--force", "--stream", "1:1001:2=in")
         self.assertEqual(self.notes()["state"], "open")
 
@@ -103,9 +104,54 @@ class Notes(Recording):
         self.make("kvr2/7/1_1001-2.dat", b"")
         self.run_tool(DAMAGE, "pack", "kvr2/7", "-o", "new", "--force")
 
+    def test_doctor_compares_a_directory_with_its_notes(self):
+        self.record(DONE, 7)
+        self.assertEqual(self.run_json(DONE, "doctor", "kvr2/7", "--deep")["findings"], [])
+        damages = {
+            "size-differs": lambda file: os.truncate(file, 99),
+            "checksum-differs": lambda file: self.make(file, CONTENT[::-1]),
+            "file-missing": os.remove,
+            "link": lambda file: (os.rename(file, file + ".x"), os.symlink(file + ".x", file)),
+            "not-a-file": lambda file: (os.remove(file), os.mkdir(file)),
+            "not-closed": lambda file: self.make(NOTES, self.read(NOTES).replace(b"closed", b"open")),
+            "notes-unusable": lambda file: self.make(NOTES, b"{"),
+            "not-packable": lambda file: self.make("kvr2/7/4_7004-2.dat", b"")}
+        for code, damage in damages.items():
+            shutil.rmtree(self.path("kvr2"))
+            self.record(DONE, 7)
+            damage(self.path("kvr2/7/" + FILE))
+            found = self.run_json(DAMAGE, "doctor", "kvr2/7", "--deep")["findings"]
+            self.assertIn(code, [finding["code"] for finding in found])
+            if code == "checksum-differs":
+                self.run_tool(DONE, "doctor", "kvr2/7")
+
+    @not_on_windows("its recorder waits in the read of its input")
+    def test_watch_shows_a_recording_until_its_end(self):
+        with self.start_recorder() as process, self.start("info", "kvr2/7", "--watch", "--json") as watch:
+            lines = [watch.stdout.readline()]
+            process.stdin.write(CONTENT)
+            process.stdin.close()
+            *_, before, last = map(json.loads, lines + watch.stdout.readlines())
+            self.assertEqual((before["being_recorded"], last["being_recorded"]), (True, False))
+            self.assertEqual(last["streams"][0]["bytes"], 200002)
+            self.assertEqual(watch.wait(100), DONE)
+
+    @not_on_windows("its recorder waits in the read of its input")
+    def test_play_follows_a_recorder_to_its_end(self):
+        with self.start_recorder() as process, self.start("play", "kvr2/7", "--stream", STREAM,
+                                                          "--follow") as player:
+            self.assertEqual(player.stdout.read(1), b"x")
+            process.stdin.write(CONTENT)
+            process.stdin.flush()
+            self.assertEqual(player.stdout.read(100000), CONTENT[:100000])
+            process.stdin.write(b"end")
+            process.stdin.close()
+            self.assertEqual(player.stdout.read(), CONTENT[100000:] + b"end")
+            self.assertEqual((process.wait(100), player.wait(100)), (DONE, DONE))
+
     def test_malicious_notes_only_give_a_warning(self):
         self.record(DONE, 7)
-        good = self.read("kvr2/7/recording.json")
+        good = self.read(NOTES)
         cases = [b"", b"{", b"[]", b"\xff\xfe", b"[" * 500000, good[:-9], b'{"a":' * 100000,
                  good.replace(b'"version": 1', b'"version": 2'), good.replace(b'"closed"', b"[]"),
                  good.replace(b"200001,", b"-1,"), good.replace(b"200001,", b"1e99,"),
@@ -114,14 +160,14 @@ class Notes(Recording):
                  json.dumps({**json.loads(good), "streams": json.loads(good)["streams"] * 2}).encode()]
         for case in cases:
             with self.subTest(case[:80]):
-                self.make("kvr2/7/recording.json", case)
+                self.make(NOTES, case)
                 self.assertIn("cannot be used", self.run_tool(DONE, "info", "kvr2/7")[1])
                 self.assertIn("not used", self.run_tool(DONE, "pack", "kvr2/7", "-o", "p", "--force")[1])
         self.assertIn("is replaced", self.record(DONE, 7, "--force")[1])
         self.assertEqual(self.state(), "closed")
         if not WINDOWS:
-            os.remove(self.path("kvr2/7/recording.json"))
-            os.mkfifo(self.path("kvr2/7/recording.json"))
+            os.remove(self.path(NOTES))
+            os.mkfifo(self.path(NOTES))
             self.assertIn("not a regular file", self.run_tool(DONE, "info", "kvr2/7")[1])
 
 

@@ -122,7 +122,7 @@ class Usage(Cli):
             info plain
             map rec/7
             extract rec/7 -o out
-            doctor rec/7
+            doctor rec
             pack missing -o out
             pack rec -o out
             record 7 --stream 4:7004:4=missing

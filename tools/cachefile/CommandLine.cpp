@@ -93,6 +93,8 @@ void AddPlay(CLI::App& aTool, int& nExit) {
     aCommand.add_option("--length", pOptions->qwLength, "Stop after this many bytes")
         ->transform(NumberValidator())
         ->type_name("BYTES");
+    aCommand.add_flag("--follow", pOptions->bFollow,
+                      "Continue with what is recorded until the recorder ends");
     AddExample(aCommand, "cachefile play kvr2/7 --stream 4:7004:4 > voice.raw");
     aCommand.callback([pOptions, &nExit] { nExit = Play(*pOptions); });
 }
@@ -102,6 +104,8 @@ void AddInfo(CLI::App& aTool, int& nExit) {
     CLI::App& aCommand =
         *aTool.add_subcommand("info", "Show the properties and the streams of a recording");
     AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    aCommand.add_flag("--watch", pOptions->bWatch,
+                      "Show a directory once a second until its recorder ends");
     AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile info kvr2/7");
     aCommand.callback([pOptions, &nExit] { nExit = Info(*pOptions); });
@@ -195,8 +199,10 @@ void AddPack(CLI::App& aTool, int& nExit) {
 
 void AddDoctor(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagDoctorOptions>();
-    CLI::App& aCommand = *aTool.add_subcommand("doctor", "Report what is wrong with a container");
-    AddPath(aCommand, pOptions->strPath, "A container");
+    CLI::App& aCommand = *aTool.add_subcommand("doctor", "Report what is wrong with a recording");
+    AddPath(aCommand, pOptions->strPath, "A container or a recording directory");
+    aCommand.add_flag("--deep", pOptions->bDeep,
+                      "Read the files of a directory and compare their checksums");
     aCommand.add_flag("--all", pOptions->bAll,
                       "Show all findings, not only the first 100 of each code");
     AddJson(aCommand, pOptions->bJson);

@@ -10,6 +10,7 @@
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/StreamTable.h"
 #include "tools/cachefile/System.h"
+#include "tools/cachefile/Watch.h"
 
 namespace {
 
@@ -164,6 +165,7 @@ void PrintRecordings(const tagInfoOptions& aOptions,
 }  // namespace
 
 int Info(const tagInfoOptions& aOptions) {
+    if (aOptions.bWatch) return Watch(aOptions);
     const tagRecording aRecording = RequireRecording(aOptions.strPath);
     if (!aRecording.IsContainer() && aRecording.vecStreams.empty()) {
         const auto mapRecordings = LoadRecordings(aOptions.strPath);

@@ -18,7 +18,7 @@ void CPackNotes::AddDirectory(const tagRecording& aRecording) {
         Warn("the notes of " + strPath + " are not used: " + m_notes.strFault);
     const RecordingState aState = StateOfDirectory(aDirectory, m_notes);
     if (aState == RecordingState::Recording)
-        Warn(strPath + " is being recorded: each stream is packed up to its present length");
+        Warn(strPath + " is being recorded; a stream that grows while it is packed is an error");
     if (aState == RecordingState::NotClosed)
         Warn(strPath + " was not closed: the ends of its streams may be missing");
     if (m_notes.aDocument.is_null()) return;

@@ -23,9 +23,10 @@ _cachefile()
     case $command in
         "") options="--help --verbose --version" ;;
         record) options="$common --stream --home --piece --flush --sync --duration --max-bytes --min-free --split --on-full --no-worker --force --json --progress" ;;
-        play) options="$common --stream --offset --length" ;;
-        info | list) options="$common --json" ;;
-        doctor) options="$common --json --all" ;;
+        play) options="$common --stream --offset --length --follow" ;;
+        list) options="$common --json" ;;
+        info) options="$common --json --watch" ;;
+        doctor) options="$common --json --all --deep" ;;
         map) options="$common --output --force --json" ;;
         extract) options="$common --output --stream --allow-overlap --force --json --progress" ;;
         pack) options="$common --output --stream --skip-unpackable --index --version --timestamp --verify --force --json --progress" ;;
