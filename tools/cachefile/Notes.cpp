@@ -158,7 +158,8 @@ Json SelectNotes(const tagNotes& aNotes,
 }
 
 void SaveNotes(const std::filesystem::path& aFile, const Json& aDocument) {
-    RemoveAbandoned(aFile);
+    const std::filesystem::path aDirectory = aFile.has_parent_path() ? aFile.parent_path() : ".";
+    RemoveAbandoned(aDirectory, {aFile.filename().u8string()});
     COutputFile aOutput(aFile, true);
     const std::string strText = aDocument.dump(2, ' ', false, Json::error_handler_t::replace);
     aOutput.Write(strText.data(), strText.size());
