@@ -14,6 +14,30 @@ namespace {
 
 // The commands. Each runs while the command line is parsed, and sets the exit code of the tool.
 
+void AddLimits(CLI::App& aCommand, tagLimits& aLimits) {
+    AddTime(aCommand, "--duration", aLimits.qwDuration, "End after this time");
+    AddSize(aCommand, "--max-bytes", aLimits.qwMaxBytes,
+            "End when this many bytes of all streams were read");
+    AddSize(aCommand, "--min-free", aLimits.qwMinFree,
+            "End before less than this is free on the disk");
+    aCommand
+        .add_option_function<std::string>(
+            "--split",
+            [&aLimits](const std::string& strValue) {
+                aLimits.qwSplitBytes = ParseSize(strValue).value_or(0);
+                aLimits.qwSplitTime = ParseTime(strValue).value_or(0);
+            },
+            "Continue in the next recording number after this many bytes or this time")
+        ->check([](const std::string& strValue) {
+            return ParseSize(strValue) || ParseTime(strValue)
+                       ? ""
+                       : "'" + strValue +
+                             "' is neither a size such as 10M nor a time such as 10min";
+        })
+        ->type_name("SIZE|TIME")
+        ->option_text("SIZE|TIME");
+}
+
 void AddRecord(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagRecordOptions>();
     CLI::App& aCommand = *aTool.add_subcommand(
@@ -35,7 +59,19 @@ void AddRecord(CLI::App& aTool, int& nExit) {
         ->check(CLI::Range(1, 16777216))
         ->type_name("BYTES")
         ->option_text("BYTES [32768]");
-    aCommand.add_flag("--sync", pOptions->aPlan.bSync, "Write without a worker thread");
+    AddInterval(aCommand, "--flush", pOptions->dwFlush,
+                "Write gathered bytes after this time; off: when a block is full");
+    AddInterval(aCommand, "--sync", pOptions->dwSync,
+                "Sync written bytes to the disk after this time, or off");
+    AddLimits(aCommand, pOptions->aLimits);
+    aCommand
+        .add_option("--on-full", pOptions->aPlan.bWaitWhenFull,
+                    "What a stream does when the disk is full: stop or wait for space")
+        ->transform(
+            CLI::CheckedTransformer(std::map<std::string, bool>{{"stop", false}, {"wait", true}}))
+        ->type_name("stop|wait")
+        ->option_text("stop|wait [stop]");
+    aCommand.add_flag("--no-worker", pOptions->aPlan.bSync, "Write without a worker thread");
     AddForce(aCommand, pOptions->bForce);
     AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
@@ -57,6 +93,8 @@ void AddPlay(CLI::App& aTool, int& nExit) {
     aCommand.add_option("--length", pOptions->qwLength, "Stop after this many bytes")
         ->transform(NumberValidator())
         ->type_name("BYTES");
+    aCommand.add_flag("--follow", pOptions->bFollow,
+                      "Continue with what is recorded until the recorder ends");
     AddExample(aCommand, "cachefile play kvr2/7 --stream 4:7004:4 > voice.raw");
     aCommand.callback([pOptions, &nExit] { nExit = Play(*pOptions); });
 }
@@ -66,6 +104,8 @@ void AddInfo(CLI::App& aTool, int& nExit) {
     CLI::App& aCommand =
         *aTool.add_subcommand("info", "Show the properties and the streams of a recording");
     AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    aCommand.add_flag("--watch", pOptions->bWatch,
+                      "Show a directory once a second until its recorder ends");
     AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile info kvr2/7");
     aCommand.callback([pOptions, &nExit] { nExit = Info(*pOptions); });
@@ -159,8 +199,10 @@ void AddPack(CLI::App& aTool, int& nExit) {
 
 void AddDoctor(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagDoctorOptions>();
-    CLI::App& aCommand = *aTool.add_subcommand("doctor", "Report what is wrong with a container");
-    AddPath(aCommand, pOptions->strPath, "A container");
+    CLI::App& aCommand = *aTool.add_subcommand("doctor", "Report what is wrong with a recording");
+    AddPath(aCommand, pOptions->strPath, "A container or a recording directory");
+    aCommand.add_flag("--deep", pOptions->bDeep,
+                      "Read the files of a directory and compare their checksums");
     aCommand.add_flag("--all", pOptions->bAll,
                       "Show all findings, not only the first 100 of each code");
     AddJson(aCommand, pOptions->bJson);

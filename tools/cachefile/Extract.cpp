@@ -2,10 +2,12 @@
 #include <filesystem>
 #include <set>
 
+#include "tools/cachefile/Checksum.h"
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Examine.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
+#include "tools/cachefile/Notes.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Streams.h"
@@ -31,6 +33,14 @@ Selection SelectNamed(const tagExtractOptions& aOptions, const tagRecording& aRe
             vecSelected.push_back(pStream);
     }
     return vecSelected;
+}
+
+/// The notes beside the container. Streams are compared with them.
+tagNotes LoadContainerNotes(const tagExtractOptions& aOptions) {
+    tagNotes aNotes = LoadNotes(NotesOfContainer(System::NativePath(aOptions.strPath)));
+    if (aNotes.aState == tagNotes::Bad)
+        Warn("the notes of " + Printable(aOptions.strPath) + " are not used: " + aNotes.strFault);
+    return aNotes;
 }
 
 /// Selects every stream that no earlier entry hides. Warns of what is left out, and then sets
@@ -64,10 +74,11 @@ class CExtraction {
         : m_options(aOptions),
           m_recording(aRecording),
           m_vecSelected(std::move(vecSelected)),
+          m_notes(LoadContainerNotes(aOptions)),
           m_directory(System::NativePath(aOptions.strDirectory)),
           m_progress(aOptions.aProgress, "extract", CountBytes()) {}
 
-    /// Returns whether bytes are missing.
+    /// Returns whether bytes are missing or differ from the notes.
     bool Run() {
         RequireReasonableSize();
         Prepare();
@@ -76,6 +87,7 @@ class CExtraction {
                 Extract(*pStream);
             else
                 ReportAllMissing(*pStream);
+        WriteNotes();
         m_progress.Finish(m_qwDone);
         return m_bMissing;
     }
@@ -120,7 +132,30 @@ class CExtraction {
             if (std::filesystem::equivalent(aPath, aInput, aError))
                 throw CFailure("the container itself would be overwritten");
         }
+        if (!m_notes.mapStreams.empty())
+            RequireFree(NotesOfDirectory(m_directory), m_options.bForce);
         RemoveAbandoned(m_directory, setNames);
+    }
+
+    /// The files become a recording directory with the notes of their streams.
+    void WriteNotes() const {
+        if (m_notes.mapStreams.empty()) return;
+        Json aDocument = m_notes.aDocument;
+        aDocument[Noted::c_szStreams] = SelectNotes(m_notes, [&](const std::string& strStream) {
+            return std::any_of(m_vecSelected.begin(), m_vecSelected.end(),
+                               [&](const tagStream* p) { return p->Name() == strStream; });
+        });
+        SaveNotes(NotesOfDirectory(m_directory), aDocument);
+    }
+
+    void CompareWithNotes(const tagStream& aStream, std::uint64_t qwCopied,
+                          const CChecksum& aChecksum) {
+        const tagNotedStream* const pNoted = m_notes.Find(aStream.Name());
+        const std::string strFault =
+            pNoted ? NoteFault(*pNoted, qwCopied, aChecksum.GetText()) : "";
+        if (strFault.empty()) return;
+        m_bMissing = true;
+        Warn(aStream.Name() + " differs from the notes of the recording: " + strFault);
     }
 
     void ReportMissing(const tagStream& aStream, const std::string& strWhat) {
@@ -135,12 +170,13 @@ class CExtraction {
     }
 
     void Extract(const tagStream& aStream);
-    std::uint64_t Copy(const tagStream& aStream, COutputFile& aFile);
+    std::uint64_t Copy(const tagStream& aStream, COutputFile& aFile, CChecksum& aChecksum);
     void AddRow(const tagStream& aStream, std::uint64_t qwCopied, bool bFile);
 
     const tagExtractOptions& m_options;
     const tagRecording& m_recording;
     const Selection m_vecSelected;
+    const tagNotes m_notes;
     const std::filesystem::path m_directory;
     CProgress m_progress;
     CTable m_table{{{"STREAM", CTable::Left},
@@ -156,8 +192,10 @@ class CExtraction {
 void CExtraction::Extract(const tagStream& aStream) {
     const std::string strName = StreamFileName(aStream.aDescriber);
     COutputFile aFile(m_directory / strName, m_options.bForce);
-    const std::uint64_t qwCopied = Copy(aStream, aFile);
+    CChecksum aChecksum;
+    const std::uint64_t qwCopied = Copy(aStream, aFile, aChecksum);
     aFile.Finish();
+    CompareWithNotes(aStream, qwCopied, aChecksum);
     const std::uint64_t qwMissing = aStream.qwExtent - qwCopied;
     if (qwMissing > 0)
         ReportMissing(aStream, Grouped(qwMissing) + " of " + Grouped(aStream.qwExtent) +
@@ -186,7 +224,8 @@ void CExtraction::AddRow(const tagStream& aStream, std::uint64_t qwCopied, bool 
 }
 
 /// Copies the bytes of the stream up to the first that is missing or cannot be read.
-std::uint64_t CExtraction::Copy(const tagStream& aStream, COutputFile& aFile) {
+std::uint64_t CExtraction::Copy(const tagStream& aStream, COutputFile& aFile,
+                                CChecksum& aChecksum) {
     std::uint64_t qwCopied = 0;
     while (qwCopied < aStream.qwPresent) {
         if (System::IsInterrupted()) throw Interrupted();
@@ -196,6 +235,7 @@ std::uint64_t CExtraction::Copy(const tagStream& aStream, COutputFile& aFile) {
         if (lResult != CACHE_OK) Warn(ResultText("cannot read " + aStream.Name(), lResult));
         if (lResult != CACHE_OK || dwPart == 0) break;
         aFile.Write(m_vecBlock.data(), dwPart);
+        aChecksum.Add(m_vecBlock.data(), dwPart);
         qwCopied += dwPart;
         m_qwDone += dwPart;
         m_progress.Show(m_qwDone);

@@ -6,9 +6,11 @@
 #include "tools/cachefile/Examine.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
+#include "tools/cachefile/Notes.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/StreamTable.h"
 #include "tools/cachefile/System.h"
+#include "tools/cachefile/Watch.h"
 
 namespace {
 
@@ -19,13 +21,47 @@ std::size_t CountReachable(const tagRecording& aRecording) {
     return nCount;
 }
 
-Json ToJson(const tagRecording& aRecording) {
+const char* StateName(RecordingState aState) {
+    static const char* const s_aNames[] = {"unknown", "being recorded", "closed", "not closed"};
+    return s_aNames[static_cast<int>(aState)];
+}
+
+/// What the notes of a recording say, and the state of a directory.
+struct tagNoted {
+    explicit tagNoted(const tagRecording& aRecording) {
+        const std::filesystem::path aPath = System::NativePath(aRecording.strPath);
+        const bool bContainer = aRecording.IsContainer();
+        aNotes = LoadNotes(bContainer ? NotesOfContainer(aPath) : NotesOfDirectory(aPath));
+        if (!bContainer) aState = StateOfDirectory(aPath, aNotes);
+        if (aNotes.aState == tagNotes::Bad)
+            Warn("the notes of " + Printable(aRecording.strPath) +
+                 " cannot be used: " + aNotes.strFault);
+    }
+
+    Json Field(const char* lpName) const {
+        return aNotes.aDocument.is_object() ? aNotes.aDocument.value(lpName, Json()) : Json();
+    }
+    /// The same as text for a terminal; empty if it is not a text.
+    std::string Text(const char* lpName) const {
+        const Json aField = Field(lpName);
+        return aField.is_string() ? Printable(aField.get<std::string>()) : "";
+    }
+
+    tagNotes aNotes;
+    RecordingState aState = RecordingState::Unknown;
+};
+
+Json ToJson(const tagRecording& aRecording, const tagNoted& aNoted) {
     Json aDocument = NewDocument("info");
     const bool bContainer = aRecording.IsContainer();
     const tagQXFFileHeader aHeader =
         bContainer ? aRecording.pIndex->GetFileHeader() : tagQXFFileHeader{};
     aDocument["path"] = aRecording.strPath;
     aDocument["kind"] = bContainer ? "container" : "directory";
+    aDocument["state"] =
+        aNoted.aState == RecordingState::Unknown ? Json(nullptr) : Json(StateName(aNoted.aState));
+    for (const char* const lpName : {"started", "ended", "reason"})
+        aDocument[lpName] = aNoted.Field(lpName);
     aDocument["size"] = aRecording.qwSize;
     aDocument["declared_size"] = bContainer ? Json(aHeader.dwFileSize) : Json(nullptr);
     aDocument["file_version"] = Known(aRecording.dwFileVersion);
@@ -62,9 +98,18 @@ void PrintContainerFields(const tagRecording& aRecording) {
                               (nRead == aHeader.dwEntryCount ? "" : ", read " + Grouped(nRead)));
 }
 
-void PrintText(const tagRecording& aRecording) {
+void PrintNotes(const tagNoted& aNoted) {
+    if (aNoted.aState != RecordingState::Unknown) PrintField("state", StateName(aNoted.aState));
+    for (const char* const lpName : {"started", "ended", "reason"}) {
+        const std::string strText = aNoted.Text(lpName);
+        if (!strText.empty()) PrintField(lpName, strText);
+    }
+}
+
+void PrintText(const tagRecording& aRecording, const tagNoted& aNoted) {
     const bool bContainer = aRecording.IsContainer();
     PrintField(bContainer ? "container" : "directory", Printable(aRecording.strPath));
+    PrintNotes(aNoted);
     PrintField("size", Size(aRecording.qwSize));
     PrintField("file version", Text(aRecording.dwFileVersion));
     PrintField("CB time stamp", Text(aRecording.dwCBTimeStamp));
@@ -92,20 +137,24 @@ std::map<CmUint32, tagRecording> LoadRecordings(const std::string& strPath) {
 
 void PrintRecordings(const tagInfoOptions& aOptions,
                      const std::map<CmUint32, tagRecording>& mapRecordings) {
-    CTable aTable(
-        {{"RECORDING", CTable::Left}, {"STREAMS", CTable::Right}, {"BYTES", CTable::Right}});
+    CTable aTable({{"RECORDING", CTable::Left},
+                   {"STREAMS", CTable::Right},
+                   {"BYTES", CTable::Right},
+                   {"STATE", CTable::Left}});
     Json aDocument = NewDocument("info");
     aDocument["path"] = aOptions.strPath;
     aDocument["kind"] = "recordings";
     aDocument["recordings"] = Json::array();
     for (const auto& [dwNumber, aRecording] : mapRecordings) {
         const std::size_t nStreams = aRecording.vecStreams.size();
+        const char* const lpState = StateName(tagNoted(aRecording).aState);
         aTable.Add({Printable(aRecording.strPath), std::to_string(nStreams),
-                    std::to_string(aRecording.qwSize)});
+                    std::to_string(aRecording.qwSize), lpState});
         aDocument["recordings"].push_back({{"record_id", dwNumber},
                                            {"path", aRecording.strPath},
                                            {"streams", nStreams},
-                                           {"size", aRecording.qwSize}});
+                                           {"size", aRecording.qwSize},
+                                           {"state", lpState}});
     }
     if (aOptions.bJson)
         PrintDocument(aDocument);
@@ -116,6 +165,7 @@ void PrintRecordings(const tagInfoOptions& aOptions,
 }  // namespace
 
 int Info(const tagInfoOptions& aOptions) {
+    if (aOptions.bWatch) return Watch(aOptions);
     const tagRecording aRecording = RequireRecording(aOptions.strPath);
     if (!aRecording.IsContainer() && aRecording.vecStreams.empty()) {
         const auto mapRecordings = LoadRecordings(aOptions.strPath);
@@ -124,10 +174,11 @@ int Info(const tagInfoOptions& aOptions) {
             return Exit_Done;
         }
     }
+    const tagNoted aNoted(aRecording);
     if (aOptions.bJson)
-        PrintWithStreams(ToJson(aRecording), aRecording);
+        PrintWithStreams(ToJson(aRecording, aNoted), aRecording);
     else
-        PrintText(aRecording);
+        PrintText(aRecording, aNoted);
     FinishOutput();
     WarnOfStreams(aRecording);
     return ReportDamage(aRecording);

@@ -6,6 +6,7 @@
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
+#include "tools/cachefile/PackNotes.h"
 #include "tools/cachefile/Packing.h"
 #include "tools/cachefile/Recording.h"
 #include "tools/cachefile/Streams.h"
@@ -31,12 +32,13 @@ bool IsPacked(const tagPackOptions& aOptions, const Selection& setWanted, const 
 
 /// mapSeen has the directory of each stream that was added before.
 void AddSource(tagPacking& aPacking, std::map<std::string, std::string>& mapSeen,
-               const tagStream& aStream, const std::string& strDirectory) {
+               CPackNotes& aNotes, const tagStream& aStream, const std::string& strDirectory) {
     const auto [it, bNew] = mapSeen.try_emplace(aStream.Name(), strDirectory);
     if (!bNew)
         throw CFailure(aStream.Name() + " is in " + Printable(it->second) + " and in " +
                        Printable(strDirectory));
-    aPacking.vecSources.push_back({aStream.aDescriber, strDirectory, aStream.qwExtent});
+    aPacking.vecSources.push_back(
+        {aStream.aDescriber, strDirectory, aStream.qwExtent, aNotes.AddStream(aStream)});
 }
 
 void RequireWanted(const Selection& setWanted, const Selection& setFound) {
@@ -46,7 +48,7 @@ void RequireWanted(const Selection& setWanted, const Selection& setFound) {
 }
 
 /// Adds one directory after another, so that the streams of each are together.
-tagPacking Collect(const tagPackOptions& aOptions) {
+tagPacking Collect(const tagPackOptions& aOptions, CPackNotes& aNotes) {
     tagPacking aPacking;
     Selection setWanted, setFound;
     std::map<std::string, std::string> mapSeen;
@@ -55,12 +57,13 @@ tagPacking Collect(const tagPackOptions& aOptions) {
     tagPackHeader aHeader{0, 0};
     for (const std::string& strDirectory : aOptions.vecDirectories) {
         const tagRecording aRecording = LoadDirectory(strDirectory);
+        aNotes.AddDirectory(aRecording);
         for (const std::string& strName : aRecording.vecOtherFiles)
             Warn(Printable(strDirectory + "/" + strName) + " is left out: it is not a record file");
         for (const tagStream& aStream : aRecording.vecStreams) {
             setFound.insert(aStream.Name());
             if (IsPacked(aOptions, setWanted, aStream, strDirectory))
-                AddSource(aPacking, mapSeen, aStream, strDirectory);
+                AddSource(aPacking, mapSeen, aNotes, aStream, strDirectory);
         }
         if (aRecording.dwFileVersion)
             aHeader = {*aRecording.dwFileVersion, *aRecording.dwCBTimeStamp};
@@ -109,14 +112,18 @@ void PrintResult(const tagPackOptions& aOptions, const tagPacking& aPacking) {
 }  // namespace
 
 int Pack(const tagPackOptions& aOptions) {
-    const tagPacking aPacking = Collect(aOptions);
-    RequireSafeOutput(aOptions, aPacking);
     const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
+    CPackNotes aNotes(aOutput);
+    const tagPacking aPacking = Collect(aOptions, aNotes);
+    RequireSafeOutput(aOptions, aPacking);
+    RequireFree(aNotes.GetFile(), aOptions.bForce);
     RemoveAbandoned(aOutput);
     CPartialName aPartial(aOutput);
     WriteContainer(aPacking, aPartial);
     if (aOptions.bVerify) VerifyContainer(aPacking, aPartial.GetPath());
     GiveName(aPartial.GetPath(), aOutput, aOptions.bForce);
+    aNotes.Write(aPacking.aHeader.has_value());
     PrintResult(aOptions, aPacking);
-    return Exit_Done;
+    FinishOutput();
+    return aNotes.HasDamage() ? Exit_Damage : Exit_Done;
 }

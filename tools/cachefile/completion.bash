@@ -14,15 +14,19 @@ _cachefile()
         --progress) mapfile -t COMPREPLY < <(compgen -W "auto always never json" -- "$word"); return ;;
         --index) mapfile -t COMPREPLY < <(compgen -W "0 1" -- "$word"); return ;;
         --home | --dir) compopt -o filenames; mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
+        --on-full) mapfile -t COMPREPLY < <(compgen -W "stop wait" -- "$word"); return ;;
+        --flush | --sync) mapfile -t COMPREPLY < <(compgen -W "1s off" -- "$word"); return ;;
+        --duration | --max-bytes | --min-free | --split) return ;;
         --piece | --size | --rounds | --offset | --length | --timestamp) return ;;
     esac
     local options
     case $command in
         "") options="--help --verbose --version" ;;
-        record) options="$common --stream --home --piece --sync --force --json --progress" ;;
-        play) options="$common --stream --offset --length" ;;
-        info | list) options="$common --json" ;;
-        doctor) options="$common --json --all" ;;
+        record) options="$common --stream --home --piece --flush --sync --duration --max-bytes --min-free --split --on-full --no-worker --force --json --progress" ;;
+        play) options="$common --stream --offset --length --follow" ;;
+        list) options="$common --json" ;;
+        info) options="$common --json --watch" ;;
+        doctor) options="$common --json --all --deep" ;;
         map) options="$common --output --force --json" ;;
         extract) options="$common --output --stream --allow-overlap --force --json --progress" ;;
         pack) options="$common --output --stream --skip-unpackable --index --version --timestamp --verify --force --json --progress" ;;
