@@ -30,7 +30,7 @@ WINDOWS = PROGRAM.endswith(".exe")
 EMULATOR = os.environ.get("EMULATOR", "").split()
 with open(PROGRAM, "rb") as program:  # a sanitizer uses additional memory
     SANITIZED = re.search(rb"__[at]san_init", program.read()) is not None
-COMMANDS = "record play info list map extract pack doctor bench".split()
+COMMANDS = "record play info list map extract pack doctor sums bench".split()
 
 
 def not_on_windows(reason):
@@ -700,6 +700,46 @@ class Pack(Cli):
         _, error = self.run_tool(DAMAGE, "extract", "hidden", "-o", "hidden.out")
         self.assertIn("entry 4 is left out", error)
         self.run_tool(FAILED, "extract", "hidden", "-o", "hidden.out")  # it is there already
+
+
+class Sums(Cli):
+    # The checksums of THREE's streams, made with xxh128sum.
+    KNOWN = {"1_1001-2.dat": "7d09cdccbc6bead248fb02115fe96a8a",
+             "100_100-2.dat": "402881b5c94f2d943d8cd125864d76c8",
+             "4_7004-4.dat": "6de12b6a3b1ec2ce8e1895d72b62739e"}
+
+    def known(self, as_json):
+        if as_json:
+            streams = [{"file": name, "xxh3_128": value} for name, value in self.KNOWN.items()]
+            return json.dumps({"version": 1, "streams": [*streams, {"file": 7}, 7], "new": []}).encode()
+        return "".join("%s  %s\n" % (value, name) for name, value in self.KNOWN.items()).encode()
+
+    def test_sums_are_those_of_common_tools_and_find_a_changed_byte(self):
+        self.make_recording()
+        good = container(THREE)
+        self.make("good", good)
+        self.make("lines", self.known(False))
+        for path in "good", "rec/7":
+            lines = self.run_tool(DONE, "sums", path)[0].splitlines()
+            self.assertEqual(sorted(lines), sorted(self.known(False).splitlines()))
+        self.make("good.recording.json", self.known(True))
+        changed = {"none": good, "a byte": good[:125] + b"b" + good[126:], "cut": good[:300],
+                   "gone": container(THREE[:2]), "more": container(THREE + [(269, 7, b"")])}
+        for name, wanted in [("none", "vvv"), ("a byte", "dvv"), ("cut", "vvd"), ("gone", "vvm"),
+                             ("more", "vvvn")]:
+            self.make("good", changed[name])
+            exit_code = DONE if name in ("none", "more") else DAMAGE
+            for known in [], ["--known", "lines"]:
+                rows = self.run_json(exit_code, "sums", "good", "--check", *known)["streams"]
+                self.assertEqual("".join(row["result"][0] for row in rows), wanted, name)
+
+    def test_what_has_no_checksums_is_refused(self):
+        self.make("good", container(THREE))
+        self.run_tool(FAILED, "sums", "good", "--check")
+        for text in b"", b"{", b"[" * 100000, b"\xff" * 99, b'{"streams": 7}', b'{"streams": []}':
+            self.make("known", text)
+            self.run_tool(FAILED, "sums", "good", "--check", "--known", "known")
+        self.run_tool(FAILED, "sums", "good", "--check", "--known", ".")
 
 
 class Docs(Cli):

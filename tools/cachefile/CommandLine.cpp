@@ -168,6 +168,29 @@ void AddDoctor(CLI::App& aTool, int& nExit) {
     aCommand.callback([pOptions, &nExit] { nExit = Doctor(*pOptions); });
 }
 
+CLI::Option* AddKnown(CLI::App& aCommand, std::string& strKnown) {
+    return aCommand
+        .add_option(
+            "--known", strKnown,
+            "The file with the known checksums, a recording.json or the output of sums; the "
+            "default is the recording.json of the recording")
+        ->check(PathValidator())
+        ->type_name("FILE");
+}
+
+void AddSums(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagSumsOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "sums", "Write the checksums of the streams, or compare them with known ones");
+    AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    aCommand.add_flag("--check", pOptions->bCheck, "Compare with the known checksums");
+    AddKnown(aCommand, pOptions->strKnown)->needs("--check");
+    AddJson(aCommand, pOptions->bJson);
+    AddProgress(aCommand, pOptions->aProgress);
+    AddExample(aCommand, "cachefile sums talk.container --check");
+    aCommand.callback([pOptions, &nExit] { nExit = Sums(*pOptions); });
+}
+
 void AddBench(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagBenchOptions>();
     CLI::App& aCommand = *aTool.add_subcommand(
@@ -229,6 +252,7 @@ void AddEverything(CLI::App& aTool, int& nExit) {
     AddExtract(aTool, nExit);
     AddPack(aTool, nExit);
     AddDoctor(aTool, nExit);
+    AddSums(aTool, nExit);
     AddBench(aTool, nExit);
 }
 

@@ -91,6 +91,16 @@ struct tagDoctorOptions {
 /// Reports what is wrong with a container.
 int Doctor(const tagDoctorOptions& aOptions);
 
+struct tagSumsOptions {
+    std::string strPath;
+    std::string strKnown;  ///< where the known checksums are; empty: beside the recording
+    bool bCheck = false;
+    bool bJson = false;
+    ProgressMode aProgress = ProgressMode::Auto;
+};
+/// Writes or checks the checksums of the streams.
+int Sums(const tagSumsOptions& aOptions);
+
 struct tagBenchOptions {
     std::uint64_t qwMebibytes = 64;
     std::size_t nPiece = 4096;
