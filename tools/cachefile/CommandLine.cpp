@@ -191,6 +191,27 @@ void AddSums(CLI::App& aTool, int& nExit) {
     aCommand.callback([pOptions, &nExit] { nExit = Sums(*pOptions); });
 }
 
+void AddRecover(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagRecoverOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "recover", "Write what can be recovered of a damaged recording to a new one");
+    AddPath(aCommand, pOptions->strPath,
+            "A damaged container, or a recording directory that was not closed");
+    aCommand
+        .add_option("-o,--output", pOptions->strOutput,
+                    "The new directory, or with --container the new container")
+        ->check(PathValidator())
+        ->required()
+        ->type_name("PATH");
+    aCommand.add_flag("--container", pOptions->bContainer,
+                      "Write a container and not a directory of record files");
+    AddKnown(aCommand, pOptions->strKnown);
+    AddJson(aCommand, pOptions->bJson);
+    AddProgress(aCommand, pOptions->aProgress);
+    AddExample(aCommand, "cachefile recover damaged.container -o recovered");
+    aCommand.callback([pOptions, &nExit] { nExit = Recover(*pOptions); });
+}
+
 void AddBench(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagBenchOptions>();
     CLI::App& aCommand = *aTool.add_subcommand(
@@ -253,6 +274,7 @@ void AddEverything(CLI::App& aTool, int& nExit) {
     AddPack(aTool, nExit);
     AddDoctor(aTool, nExit);
     AddSums(aTool, nExit);
+    AddRecover(aTool, nExit);
     AddBench(aTool, nExit);
 }
 
