@@ -210,6 +210,50 @@ void AddDoctor(CLI::App& aTool, int& nExit) {
     aCommand.callback([pOptions, &nExit] { nExit = Doctor(*pOptions); });
 }
 
+CLI::Option* AddKnown(CLI::App& aCommand, std::string& strKnown) {
+    return aCommand
+        .add_option(
+            "--known", strKnown,
+            "The file with the known checksums, a recording.json or the output of sums; the "
+            "default is the recording.json of the recording")
+        ->check(PathValidator())
+        ->type_name("FILE");
+}
+
+void AddSums(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagSumsOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "sums", "Write the checksums of the streams, or compare them with known ones");
+    AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    aCommand.add_flag("--check", pOptions->bCheck, "Compare with the known checksums");
+    AddKnown(aCommand, pOptions->strKnown)->needs("--check");
+    AddJson(aCommand, pOptions->bJson);
+    AddProgress(aCommand, pOptions->aProgress);
+    AddExample(aCommand, "cachefile sums talk.container --check");
+    aCommand.callback([pOptions, &nExit] { nExit = Sums(*pOptions); });
+}
+
+void AddRecover(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagRecoverOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "recover", "Write what can be recovered of a damaged recording to a new one");
+    AddPath(aCommand, pOptions->strPath,
+            "A damaged container, or a recording directory that was not closed");
+    aCommand
+        .add_option("-o,--output", pOptions->strOutput,
+                    "The new directory, or with --container the new container")
+        ->check(PathValidator())
+        ->required()
+        ->type_name("PATH");
+    aCommand.add_flag("--container", pOptions->bContainer,
+                      "Write a container and not a directory of record files");
+    AddKnown(aCommand, pOptions->strKnown);
+    AddJson(aCommand, pOptions->bJson);
+    AddProgress(aCommand, pOptions->aProgress);
+    AddExample(aCommand, "cachefile recover damaged.container -o recovered");
+    aCommand.callback([pOptions, &nExit] { nExit = Recover(*pOptions); });
+}
+
 void AddBench(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagBenchOptions>();
     CLI::App& aCommand = *aTool.add_subcommand(
@@ -271,6 +315,8 @@ void AddEverything(CLI::App& aTool, int& nExit) {
     AddExtract(aTool, nExit);
     AddPack(aTool, nExit);
     AddDoctor(aTool, nExit);
+    AddSums(aTool, nExit);
+    AddRecover(aTool, nExit);
     AddBench(aTool, nExit);
 }
 

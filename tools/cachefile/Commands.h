@@ -98,6 +98,27 @@ struct tagDoctorOptions {
 /// Reports what is wrong with a container or a recording directory.
 int Doctor(const tagDoctorOptions& aOptions);
 
+struct tagSumsOptions {
+    std::string strPath;
+    std::string strKnown;  ///< where the known checksums are; empty: beside the recording
+    bool bCheck = false;
+    bool bJson = false;
+    ProgressMode aProgress = ProgressMode::Auto;
+};
+/// Writes or checks the checksums of the streams.
+int Sums(const tagSumsOptions& aOptions);
+
+struct tagRecoverOptions {
+    std::string strPath;
+    std::string strOutput;
+    std::string strKnown;     ///< where the known checksums are; empty: beside the recording
+    bool bContainer = false;  ///< write a container and not a directory
+    bool bJson = false;
+    ProgressMode aProgress = ProgressMode::Auto;
+};
+/// Writes what can be recovered of a damaged container, or of a directory that was not closed.
+int Recover(const tagRecoverOptions& aOptions);
+
 struct tagBenchOptions {
     std::uint64_t qwMebibytes = 64;
     std::size_t nPiece = 4096;

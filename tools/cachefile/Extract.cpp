@@ -10,19 +10,12 @@
 #include "tools/cachefile/Notes.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
+#include "tools/cachefile/Selection.h"
+#include "tools/cachefile/StreamBytes.h"
 #include "tools/cachefile/Streams.h"
 #include "tools/cachefile/System.h"
 
 namespace {
-
-constexpr std::uint64_t c_qwBlock = 262144;
-
-using Selection = std::vector<const tagStream*>;
-
-/// No byte of a stream can be extracted if the file ends before it starts.
-bool CanExtract(const tagStream& aStream, const tagRecording& aRecording) {
-    return aStream.qwPresent > 0 || aStream.qwOffset <= aRecording.qwSize;
-}
 
 Selection SelectNamed(const tagExtractOptions& aOptions, const tagRecording& aRecording) {
     Selection vecSelected;
@@ -41,30 +34,6 @@ tagNotes LoadContainerNotes(const tagExtractOptions& aOptions) {
     if (aNotes.aState == tagNotes::Bad)
         Warn("the notes of " + Printable(aOptions.strPath) + " are not used: " + aNotes.strFault);
     return aNotes;
-}
-
-/// Selects every stream that no earlier entry hides. Warns of what is left out, and then sets
-/// bLeftOut.
-Selection SelectAll(const tagRecording& aRecording, bool& bLeftOut) {
-    Selection vecSelected;
-    const std::uint64_t qwDeclared = aRecording.pIndex->GetFileHeader().dwFileSize;
-    if (aRecording.qwSize > qwDeclared)
-        Warn(Grouped(aRecording.qwSize - qwDeclared) +
-             " bytes after the end given in the header belong to no stream that starts before it");
-    bLeftOut = aRecording.qwSize > qwDeclared;
-    for (const tagStream& aStream : aRecording.vecStreams) {
-        const auto nNumber = std::to_string(&aStream - aRecording.vecStreams.data() + 1);
-        if (!aStream.bKnown)
-            Warn("entry " + nNumber + " is left out: its tag " + std::to_string(*aStream.wTag) +
-                 " is unknown");
-        else if (aStream.nHiddenBy != 0)
-            Warn("entry " + nNumber + " is left out: entry " + std::to_string(aStream.nHiddenBy) +
-                 " is for the same stream " + aStream.Name());
-        else
-            vecSelected.push_back(&aStream);
-    }
-    bLeftOut = bLeftOut || vecSelected.size() < aRecording.vecStreams.size();
-    return vecSelected;
 }
 
 class CExtraction {
@@ -184,7 +153,6 @@ class CExtraction {
                     {"BYTES", CTable::Right},
                     {"MISSING", CTable::Right}}};
     Json m_streams = Json::array();
-    std::vector<unsigned char> m_vecBlock = std::vector<unsigned char>(c_qwBlock);
     std::uint64_t m_qwDone = 0;
     bool m_bMissing = false;
 };
@@ -226,21 +194,11 @@ void CExtraction::AddRow(const tagStream& aStream, std::uint64_t qwCopied, bool 
 /// Copies the bytes of the stream up to the first that is missing or cannot be read.
 std::uint64_t CExtraction::Copy(const tagStream& aStream, COutputFile& aFile,
                                 CChecksum& aChecksum) {
-    std::uint64_t qwCopied = 0;
-    while (qwCopied < aStream.qwPresent) {
-        if (System::IsInterrupted()) throw Interrupted();
-        auto dwPart = static_cast<CmUint32>(std::min(aStream.qwPresent - qwCopied, c_qwBlock));
-        const CmInt32 lResult =
-            m_recording.pIndex->ReadData(aStream.qwOffset + qwCopied, m_vecBlock.data(), dwPart);
-        if (lResult != CACHE_OK) Warn(ResultText("cannot read " + aStream.Name(), lResult));
-        if (lResult != CACHE_OK || dwPart == 0) break;
-        aFile.Write(m_vecBlock.data(), dwPart);
-        aChecksum.Add(m_vecBlock.data(), dwPart);
-        qwCopied += dwPart;
-        m_qwDone += dwPart;
-        m_progress.Show(m_qwDone);
-    }
-    return qwCopied;
+    return ReadStream(m_recording, aStream, [&](const unsigned char* lpData, std::size_t nLength) {
+        aFile.Write(lpData, nLength);
+        aChecksum.Add(lpData, nLength);
+        m_progress.Show(m_qwDone += nLength);
+    });
 }
 
 }  // namespace

@@ -30,13 +30,15 @@ _cachefile()
         map) options="$common --output --force --json" ;;
         extract) options="$common --output --stream --allow-overlap --force --json --progress" ;;
         pack) options="$common --output --stream --skip-unpackable --index --version --timestamp --verify --force --json --progress" ;;
+        sums) options="$common --check --known --json --progress" ;;
+        recover) options="$common --output --container --known --json --progress" ;;
         bench) options="$common --size --piece --rounds --dir --json" ;;
     esac
     if [[ $word == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
     elif [[ -z $command ]]; then
         mapfile -t COMPREPLY < <(
-            compgen -W "record play info list map extract pack doctor bench" -- "$word")
+            compgen -W "record play info list map extract pack doctor sums recover bench" -- "$word")
     elif [[ $before != --stream && $command != record && $command != bench ]]; then
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
