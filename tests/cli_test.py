@@ -442,10 +442,10 @@ class Show(Cli):
         document = self.run_json(DONE, "info", "rec")
         self.assertEqual(document["kind"], "recordings")
         self.assertEqual(document["recordings"], [
-            {"record_id": 7, "path": "rec/7", "streams": 3, "size": 472},
-            {"record_id": 12, "path": "rec/12", "streams": 1, "size": 2}])
+            {"record_id": 7, "path": "rec/7", "streams": 3, "size": 472, "state": "unknown"},
+            {"record_id": 12, "path": "rec/12", "streams": 1, "size": 2, "state": "unknown"}])
         lines = self.run_tool(DONE, "info", "rec")[0].decode().splitlines()
-        self.assertEqual([line.split() for line in lines[-2:]], [["rec/7", "3", "472"], ["rec/12", "1", "2"]])
+        self.assertEqual([line.split() for line in lines[-2:]], [["rec/7", "3", "472", "unknown"], ["rec/12", "1", "2", "unknown"]])
         os.mkdir(self.path("rec/7/8_8-2.dat"))
         output, error = self.run_tool(DONE, "list", "rec/7")
         self.assertNotIn(b"8:8:2", output)
