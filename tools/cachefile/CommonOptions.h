@@ -69,7 +69,7 @@ inline void AddTime(CLI::App& aCommand, const std::string& strName, std::uint64_
 }
 
 /// A time of one second that can be changed or switched off (0).
-inline void AddInterval(CLI::App& aCommand, const std::string& strName, std::uint32_t& dwTime,
+inline void AddInterval(CLI::App& aCommand, const std::string& strName, CmUint32& dwTime,
                         const std::string& strHelp) {
     const auto aParse = [](std::string_view strText) {
         return strText == "off" ? std::optional<std::uint64_t>(0) : ParseTime(strText);
