@@ -518,8 +518,16 @@ class Show(Cli):
                           ["s", "88", "1000", "stream"], ["S", "1088", "1000", "stream"],
                           ["x", "2088", "500", "missing"]])
         self.run_tool(DAMAGE, "map", "good", "-o", "map.svg")
-        rectangles = xml.etree.ElementTree.parse(self.path("map.svg")).getroot().findall("{*}rect")
-        self.assertEqual(len(rectangles), 1 + len(lines))
+        parts = [rect.get("class").split()[-1] for rect in
+                 xml.etree.ElementTree.parse(self.path("map.svg")).getroot().findall("{*}rect")]
+        bar = ["header", "index", "stream1", "stream2", "missing"]
+        self.assertEqual(parts, ["paper", *bar, *bar])  # the bar and its legend
+        self.run_tool(DAMAGE, "map", "good", "-o", "map.html")
+        data = re.search(r"= ({facts:.*?});\n", self.read("map.html").decode(), re.S).group(1)
+        data = json.loads(re.sub(r"^({?)(\w+): ", r'\1"\2": ', data, flags=re.M))
+        self.assertEqual([region[1:3] for region in data["regions"]],
+                         [[int(line.split()[1]), sum(map(int, line.split()[1:3]))] for line in lines])
+        self.assertEqual([finding[1] for finding in data["findings"]], ["file-too-short", "longer-than-noted"])
         regions = self.run_json(DAMAGE, "map", "good")["regions"]
         self.assertEqual([[str(region["offset"]), str(region["bytes"]), region["kind"]]
                           for region in regions], [line.split()[1:4] for line in lines])
@@ -530,6 +538,9 @@ class Show(Cli):
 
 class Pack(Cli):
     def test_there_and_back(self):
+        self.make("many", container([(268, n, b"x" * (n % 7 * 40)) for n in range(5000)]))
+        self.run_tool(DONE, "map", "many", "-o", "many.svg")
+        self.assertLess(len(self.read("many.svg")), 200000)
         self.make_recording()
         self.make("more/20_5020-1.dat", b"")
         for index_type in ("0", "1"):

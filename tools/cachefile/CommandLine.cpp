@@ -82,15 +82,17 @@ void AddList(CLI::App& aTool, int& nExit) {
 
 void AddMap(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagMapOptions>();
-    CLI::App& aCommand =
-        *aTool.add_subcommand("map", "Draw the layout of a container, on the terminal or as SVG");
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "map", "Draw the layout of a container, on the terminal or as a file");
     AddPath(aCommand, pOptions->strPath, "A container");
-    aCommand.add_option("-o,--output", pOptions->strOutput, "Write the drawing to this SVG file")
+    aCommand
+        .add_option("-o,--output", pOptions->strOutput,
+                    "Write a picture (SVG) or a page (HTML) to this file")
         ->check(PathValidator())
-        ->type_name("FILE.svg");
+        ->type_name("FILE.svg|html");
     AddForce(aCommand, pOptions->bForce);
     AddJson(aCommand, pOptions->bJson);
-    AddExample(aCommand, "cachefile map talk.container -o talk.svg");
+    AddExample(aCommand, "cachefile map talk.container -o talk.html");
     aCommand.callback([pOptions, &nExit] { nExit = Map(*pOptions); });
 }
 

@@ -52,7 +52,7 @@ struct tagMapOptions {
     bool bForce = false;
     bool bJson = false;
 };
-/// Draws the layout of a container, on the terminal or as SVG.
+/// Draws the layout of a container, on the terminal, as SVG or as a page.
 int Map(const tagMapOptions& aOptions);
 
 struct tagExtractOptions {
