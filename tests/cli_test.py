@@ -544,6 +544,24 @@ class Pack(Cli):
         self.make_recording()
         self.make("more/20_5020-1.dat", b"")
         for index_type in ("0", "1"):
+    def test_recordings_are_merged_under_other_names(self):
+        for directory in "ab":
+            self.make(directory + "/4_7004-4.dat", directory.encode())
+            self.make(directory + "/100_100-2.dat", CONF)
+        pack = ["pack", "a", "b", "-o", "packed", "--verify", "--force"]
+        for options, streams, warnings in [
+                (["--renumber"], {"4:7004:4": b"a", "4:8004:4": b"b", "100:100:2": CONF}, 1),
+                (["--stream", "4:7004:4", "--rename", "b/4:7004:4=4:4:4"],
+                 {"4:7004:4": b"a", "4:4:4": b"b"}, 0)]:
+            error = self.run_tool(DONE, *pack, *options)[1]
+            self.assertEqual(len(error.splitlines()), warnings)
+            names = self.run_tool(DONE, "list", "packed", "--names")[0].decode().split()
+            self.assertEqual({name: self.run_tool(DONE, "play", "packed", "--stream", name)[0]
+                              for name in names}, streams)
+        for wrong in ([], ["--renumber", "--rename", "c/4:7004:4=4:4:4"],
+                      ["--renumber", "--rename", "4:7004:4=4:5:4"]):
+            self.run_tool(FAILED, *pack, *wrong)
+
             self.run_tool(DONE, "pack", "rec/7", "more", "-o", "packed", "--index", index_type,
                           "--verify", "--force")
             output, _ = self.run_tool(DONE, "extract", "packed", "-o", "out", "--force")

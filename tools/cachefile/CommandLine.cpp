@@ -139,6 +139,12 @@ void AddPack(CLI::App& aTool, int& nExit) {
         ->transform(NumberValidator())
         ->check(CLI::IsMember(std::vector<CmUint32>{Index_Packed, Index_Chained}))
         ->type_name("0|1")
+    AddEach(
+        aCommand, "--rename", pOptions->vecRenames,
+        "Pack a stream, perhaps only that of one directory, under another name; may be repeated")
+        ->type_name("[DIR/]STREAM=STREAM");
+    aCommand.add_flag("--renumber", pOptions->bRenumber,
+                      "Give streams of the same name in several directories the next free ids");
         ->option_text("0|1");
     aCommand
         .add_option("--version", pOptions->dwFileVersion,

@@ -72,6 +72,8 @@ struct tagPackOptions {
     std::string strOutput;
     std::vector<std::string> vecStreams;  ///< empty: all
     bool bSkipUnpackable = false;
+    std::vector<std::string> vecRenames;  ///< [DIR/]FROM=TO
+    bool bRenumber = false;
     CmUint32 dwIndexType = Index_Packed;
     std::optional<CmUint32> dwFileVersion;
     std::optional<CmUint32> dwCBTimeStamp;

@@ -1,4 +1,3 @@
-#include <map>
 #include <set>
 
 #include "tools/cachefile/Commands.h"
@@ -8,6 +7,7 @@
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Packing.h"
 #include "tools/cachefile/Recording.h"
+#include "tools/cachefile/Renaming.h"
 #include "tools/cachefile/Streams.h"
 #include "tools/cachefile/System.h"
 
@@ -15,13 +15,12 @@ namespace {
 
 using Selection = std::set<std::string>;
 
-/// Whether a stream is packed. A stream that no container can hold is an error, or is left out.
-bool IsPacked(const tagPackOptions& aOptions, const Selection& setWanted, const tagStream& aStream,
-              const std::string& strDirectory) {
-    if (!setWanted.empty() && setWanted.count(aStream.Name()) == 0) return false;
-    const std::string strFault = PackFault(aStream.aDescriber, aStream.qwExtent);
+/// A stream that no container can hold is an error, or is left out.
+bool CanBePacked(const tagPackOptions& aOptions, const tagPackSource& aSource) {
+    const std::string strFault = PackFault(aSource.aPacked, aSource.qwSize);
     if (strFault.empty()) return true;
-    const std::string strName = aStream.Name() + " of " + Printable(strDirectory);
+    const std::string strName =
+        StreamName(aSource.aPacked) + " of " + Printable(aSource.strDirectory);
     if (!aOptions.bSkipUnpackable)
         throw CFailure("cannot pack " + strName + ": " + strFault +
                        " (use `--skip-unpackable` to leave such streams out)");
@@ -29,14 +28,12 @@ bool IsPacked(const tagPackOptions& aOptions, const Selection& setWanted, const 
     return false;
 }
 
-/// mapSeen has the directory of each stream that was added before.
-void AddSource(tagPacking& aPacking, std::map<std::string, std::string>& mapSeen,
-               const tagStream& aStream, const std::string& strDirectory) {
-    const auto [it, bNew] = mapSeen.try_emplace(aStream.Name(), strDirectory);
-    if (!bNew)
-        throw CFailure(aStream.Name() + " is in " + Printable(it->second) + " and in " +
-                       Printable(strDirectory));
-    aPacking.vecSources.push_back({aStream.aDescriber, strDirectory, aStream.qwExtent});
+void AddSource(tagPacking& aPacking, CRenaming& aRenaming, tagPackSource aSource) {
+    if (aRenaming.Take(aSource.aPacked, aSource.strDirectory))
+        aPacking.vecSources.push_back(aSource);
+    else
+        Warn(StreamName(aSource.aPacked) + " of " + Printable(aSource.strDirectory) +
+             " is left out: a container has only one");
 }
 
 void RequireWanted(const Selection& setWanted, const Selection& setFound) {
@@ -49,7 +46,7 @@ void RequireWanted(const Selection& setWanted, const Selection& setFound) {
 tagPacking Collect(const tagPackOptions& aOptions) {
     tagPacking aPacking;
     Selection setWanted, setFound;
-    std::map<std::string, std::string> mapSeen;
+    CRenaming aRenaming(aOptions.vecRenames, aOptions.bRenumber);
     for (const std::string& strStream : aOptions.vecStreams)
         setWanted.insert(StreamName(RequireStream(strStream)));
     tagPackHeader aHeader{0, 0};
@@ -59,13 +56,17 @@ tagPacking Collect(const tagPackOptions& aOptions) {
             Warn(Printable(strDirectory + "/" + strName) + " is left out: it is not a record file");
         for (const tagStream& aStream : aRecording.vecStreams) {
             setFound.insert(aStream.Name());
-            if (IsPacked(aOptions, setWanted, aStream, strDirectory))
-                AddSource(aPacking, mapSeen, aStream, strDirectory);
+            if (!setWanted.empty() && setWanted.count(aStream.Name()) == 0) continue;
+            const tagPackSource aSource{aStream.aDescriber,
+                                        aRenaming.Apply(aStream.aDescriber, strDirectory),
+                                        strDirectory, aStream.qwExtent};
+            if (CanBePacked(aOptions, aSource)) AddSource(aPacking, aRenaming, aSource);
         }
         if (aRecording.dwFileVersion)
             aHeader = {*aRecording.dwFileVersion, *aRecording.dwCBTimeStamp};
     }
     RequireWanted(setWanted, setFound);
+    aRenaming.RequireUsed();
     if (aPacking.vecSources.empty()) throw CFailure("there is no record file to pack");
     aPacking.dwIndexType = aOptions.dwIndexType;
     aPacking.aProgress = aOptions.aProgress;
@@ -87,20 +88,32 @@ void RequireSafeOutput(const tagPackOptions& aOptions, const tagPacking& aPackin
             throw CFailure(Printable(aOptions.strOutput) + " is one of the files to be packed");
 }
 
+void PrintRenamed(const tagPacking& aPacking) {
+    for (const tagPackSource& aSource : aPacking.vecSources) {
+        const std::string strFrom = StreamName(aSource.aDescriber);
+        const std::string strTo = StreamName(aSource.aPacked);
+        if (strFrom != strTo)
+            Print(Printable(aSource.strDirectory) + "/" + strFrom + " is " + strTo + "\n");
+    }
+}
+
 void PrintResult(const tagPackOptions& aOptions, const tagPacking& aPacking) {
-    if (!aOptions.bJson)
+    if (!aOptions.bJson) {
+        PrintRenamed(aPacking);
         return Print("packed " + Grouped(aPacking.vecSources.size()) +
                      (aPacking.vecSources.size() == 1 ? " stream, " : " streams, ") +
                      Grouped(aPacking.CountBytes()) + " bytes" +
                      (aOptions.bVerify ? ", read back and compared" : "") + ": " +
                      Printable(aOptions.strOutput) + "\n");
+    }
     Json aDocument = NewDocument("pack");
     aDocument["output"] = aOptions.strOutput;
     aDocument["bytes"] = aPacking.CountBytes();
     aDocument["verified"] = aOptions.bVerify;
     aDocument["streams"] = Json::array();
     for (const tagPackSource& aSource : aPacking.vecSources)
-        aDocument["streams"].push_back({{"stream", StreamName(aSource.aDescriber)},
+        aDocument["streams"].push_back({{"stream", StreamName(aSource.aPacked)},
+                                        {"packed_from", StreamName(aSource.aDescriber)},
                                         {"directory", aSource.strDirectory},
                                         {"bytes", aSource.qwSize}});
     PrintDocument(aDocument);
