@@ -420,6 +420,12 @@ class Show(Cli):
                               for stream in document["streams"]],
                              [("1:1001:2", 256, 100), ("4:7004:4", 268, 300), ("100:100:2", 274, 72)])
         self.assertEqual((directory["kind"], directory["index_type"]), ("directory", None))
+        if not WINDOWS:  # a process cannot replace its list of temporary directories there
+            there = {**os.environ, "TMPDIR": self.path("rec")}
+            piped = self.run_json(DONE, "info", "-", input=self.read("packed"), env=there)
+            self.assertEqual(piped, {**packed, "path": "-"})
+            self.run_tool(FAILED, "list", "-", input=b"no container, but longer than a header", env=there)
+            self.assertEqual(os.listdir(self.path("rec")), ["7"])
         self.assertEqual((packed["kind"], packed["index_type"], packed["entry_count"],
                           packed["size"], packed["declared_size"]), ("container", 0, 3, 592, 592))
         self.assertEqual(self.run_json(DONE, "list", "packed")["streams"], packed["streams"])
@@ -433,6 +439,7 @@ class Show(Cli):
         self.make_recording()
         self.make("rec/12/4_7004-4.dat", b"12")
         self.make("rec/08/4_7004-4.dat", b"not a number of a recording")
+        self.assertEqual({**document, "schema": "cachefile.list"}, self.run_json(DONE, "list", "rec"))
         self.make("rec/notes/4_7004-4.dat", b"")
         self.make("rec/9", b"a file")
         document = self.run_json(DONE, "info", "rec")

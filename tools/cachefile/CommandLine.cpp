@@ -65,7 +65,9 @@ void AddInfo(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagInfoOptions>();
     CLI::App& aCommand =
         *aTool.add_subcommand("info", "Show the properties and the streams of a recording");
-    AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    AddPath(aCommand, pOptions->strPath,
+            "A recording directory, a container, - for one from a pipe, or a directory of "
+            "recordings");
     AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile info kvr2/7");
     aCommand.callback([pOptions, &nExit] { nExit = Info(*pOptions); });
@@ -73,8 +75,12 @@ void AddInfo(CLI::App& aTool, int& nExit) {
 
 void AddList(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagListOptions>();
-    CLI::App& aCommand = *aTool.add_subcommand("list", "List the streams of a recording");
-    AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "list", "List the streams of a recording, or the recordings of a directory");
+    AddPath(aCommand, pOptions->strPath,
+            "A recording directory, a container, - for one from a pipe, or a directory of "
+            "recordings");
+    aCommand.add_flag("--names", pOptions->bNames, "Print only the names of the streams");
     AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile list talk.container");
     aCommand.callback([pOptions, &nExit] { nExit = List(*pOptions); });
@@ -133,18 +139,18 @@ void AddPack(CLI::App& aTool, int& nExit) {
     AddEach(aCommand, "--stream", pOptions->vecStreams,
             "Only this stream, as TYPE:ID:KIND; may be repeated")
         ->type_name("STREAM");
-    aCommand.add_flag("--skip-unpackable", pOptions->bSkipUnpackable,
-                      "Skip streams that no container can hold");
-    aCommand.add_option("--index", pOptions->dwIndexType, "Index type: 0 packed, 1 chained")
-        ->transform(NumberValidator())
-        ->check(CLI::IsMember(std::vector<CmUint32>{Index_Packed, Index_Chained}))
-        ->type_name("0|1")
     AddEach(
         aCommand, "--rename", pOptions->vecRenames,
         "Pack a stream, perhaps only that of one directory, under another name; may be repeated")
         ->type_name("[DIR/]STREAM=STREAM");
     aCommand.add_flag("--renumber", pOptions->bRenumber,
                       "Give streams of the same name in several directories the next free ids");
+    aCommand.add_flag("--skip-unpackable", pOptions->bSkipUnpackable,
+                      "Skip streams that no container can hold");
+    aCommand.add_option("--index", pOptions->dwIndexType, "Index type: 0 packed, 1 chained")
+        ->transform(NumberValidator())
+        ->check(CLI::IsMember(std::vector<CmUint32>{Index_Packed, Index_Chained}))
+        ->type_name("0|1")
         ->option_text("0|1");
     aCommand
         .add_option("--version", pOptions->dwFileVersion,

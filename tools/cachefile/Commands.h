@@ -41,9 +41,10 @@ int Info(const tagInfoOptions& aOptions);
 
 struct tagListOptions {
     std::string strPath;
+    bool bNames = false;  ///< only the names
     bool bJson = false;
 };
-/// Lists the streams of a recording.
+/// Lists the streams of a recording, or the recordings of a directory.
 int List(const tagListOptions& aOptions);
 
 struct tagMapOptions {
@@ -71,9 +72,9 @@ struct tagPackOptions {
     std::vector<std::string> vecDirectories;
     std::string strOutput;
     std::vector<std::string> vecStreams;  ///< empty: all
-    bool bSkipUnpackable = false;
     std::vector<std::string> vecRenames;  ///< [DIR/]FROM=TO
     bool bRenumber = false;
+    bool bSkipUnpackable = false;
     CmUint32 dwIndexType = Index_Packed;
     std::optional<CmUint32> dwFileVersion;
     std::optional<CmUint32> dwCBTimeStamp;

@@ -1,14 +1,11 @@
-#include <charconv>
-#include <filesystem>
-#include <map>
-
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Examine.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
+#include "tools/cachefile/Recordings.h"
+#include "tools/cachefile/ShownRecording.h"
 #include "tools/cachefile/StreamTable.h"
-#include "tools/cachefile/System.h"
 
 namespace {
 
@@ -74,56 +71,12 @@ void PrintText(const tagRecording& aRecording) {
     PrintStreams(aRecording);
 }
 
-/// A directory of recordings: its subdirectories that are named like one, in order of number.
-std::map<CmUint32, tagRecording> LoadRecordings(const std::string& strPath) {
-    std::map<CmUint32, tagRecording> mapRecordings;
-    std::error_code aError;
-    std::filesystem::directory_iterator it(System::NativePath(strPath), aError);
-    for (; !aError && it != std::filesystem::directory_iterator(); it.increment(aError)) {
-        const std::string strName = it->path().filename().u8string();
-        CmUint32 dwNumber = 0;
-        std::from_chars(strName.data(), strName.data() + strName.size(), dwNumber);
-        std::error_code aIgnored;
-        if (std::to_string(dwNumber) == strName && it->is_directory(aIgnored))
-            mapRecordings[dwNumber] = LoadDirectory(strPath + "/" + strName);
-    }
-    return mapRecordings;
-}
-
-void PrintRecordings(const tagInfoOptions& aOptions,
-                     const std::map<CmUint32, tagRecording>& mapRecordings) {
-    CTable aTable(
-        {{"RECORDING", CTable::Left}, {"STREAMS", CTable::Right}, {"BYTES", CTable::Right}});
-    Json aDocument = NewDocument("info");
-    aDocument["path"] = aOptions.strPath;
-    aDocument["kind"] = "recordings";
-    aDocument["recordings"] = Json::array();
-    for (const auto& [dwNumber, aRecording] : mapRecordings) {
-        const std::size_t nStreams = aRecording.vecStreams.size();
-        aTable.Add({Printable(aRecording.strPath), std::to_string(nStreams),
-                    std::to_string(aRecording.qwSize)});
-        aDocument["recordings"].push_back({{"record_id", dwNumber},
-                                           {"path", aRecording.strPath},
-                                           {"streams", nStreams},
-                                           {"size", aRecording.qwSize}});
-    }
-    if (aOptions.bJson)
-        PrintDocument(aDocument);
-    else
-        aTable.Print();
-}
-
 }  // namespace
 
 int Info(const tagInfoOptions& aOptions) {
-    const tagRecording aRecording = RequireRecording(aOptions.strPath);
-    if (!aRecording.IsContainer() && aRecording.vecStreams.empty()) {
-        const auto mapRecordings = LoadRecordings(aOptions.strPath);
-        if (!mapRecordings.empty()) {
-            PrintRecordings(aOptions, mapRecordings);
-            return Exit_Done;
-        }
-    }
+    const CShownRecording aShown(aOptions.strPath);
+    const tagRecording& aRecording = aShown.Get();
+    if (PrintRecordings("info", aRecording, aOptions.bJson)) return Exit_Done;
     if (aOptions.bJson)
         PrintWithStreams(ToJson(aRecording), aRecording);
     else
