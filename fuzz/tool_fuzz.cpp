@@ -9,10 +9,11 @@
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Layout.h"
 #include "tools/cachefile/OutputFile.h"
+#include "tools/cachefile/Recovery.h"
 #include "tools/cachefile/Streams.h"
 
-// The tool checks the input as a container and extracts it. The extracted files are compared with
-// the bytes of the input.
+// The tool checks the input as a container, recovers its streams, and extracts it. The extracted
+// files are compared with the bytes of the input.
 
 namespace {
 
@@ -91,6 +92,17 @@ void CheckExtracted(const tagRecording& aRecording, bool bError) {
             "extract reports damage if there is an error or bytes are missing");
 }
 
+void CheckRecovery(const tagRecording& aRecording) {
+    std::uint64_t qwSum = 0;
+    for (const tagPiece& a : RecoverContainer(aRecording, {}).vecPieces) {
+        if (a.aState == tagPiece::Missing) continue;
+        Require(a.qwPresent == 0 || a.qwOffset + a.qwPresent <= Size(), "its bytes exist");
+        Require(a.aState != tagPiece::Verified, "there are no checksums");
+        qwSum += a.qwPresent;
+    }
+    Require(qwSum <= 4 * Size(), "what is recovered is bounded");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* lpBytes, std::size_t dwSize) {
@@ -113,6 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* lpBytes, std::size_t d
         Require(nDoctor == Exit_Damage || (nDoctor == Exit_Done && !bError),
                 "doctor reports damage if there is an error");
     }
+    CheckRecovery(aRecording);
     if (!bHeader) return 0;
     CheckRegions(aRecording);
     CheckExtracted(aRecording, bError);

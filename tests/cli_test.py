@@ -30,7 +30,7 @@ WINDOWS = PROGRAM.endswith(".exe")
 EMULATOR = os.environ.get("EMULATOR", "").split()
 with open(PROGRAM, "rb") as program:  # a sanitizer uses additional memory
     SANITIZED = re.search(rb"__[at]san_init", program.read()) is not None
-COMMANDS = "record play info list map extract pack doctor bench".split()
+COMMANDS = "record play info list map extract pack doctor sums recover bench".split()
 
 
 def not_on_windows(reason):
@@ -105,6 +105,10 @@ class Usage(Cli):
             record -1 --stream 4:7004:4=plain
             record 4294967296 --stream 4:7004:4=plain
             record 010x --stream 4:7004:4=plain
+            record 7 --sync 1 --stream 4:7004:4=plain
+            record 7 --min-free -1K --stream 4:7004:4=plain
+            record 7 --split 10m --stream 4:7004:4=plain
+            record 7 --on-full go --stream 4:7004:4=plain
             record 7 --home '' --stream 4:7004:4=plain
             record 7 --stream 4:1:4=plain --stream 4:1:4=plain
             record 7 --stream 4:1:4=- --stream 4:2:4=-
@@ -118,7 +122,7 @@ class Usage(Cli):
             info plain
             map rec/7
             extract rec/7 -o out
-            doctor rec/7
+            doctor rec
             pack missing -o out
             pack rec -o out
             record 7 --stream 4:7004:4=missing
@@ -158,7 +162,7 @@ class Usage(Cli):
     @not_on_windows("bash starts no Windows program")
     def test_completion_runs_in_bash(self):
         self.make("some file", container(THREE))
-        for words, wanted in [(["re"], ["record"]), (["pack", "--v"], ["--version", "--verify"]),
+        for words, wanted in [(["re"], ["record", "recover"]), (["pack", "--v"], ["--version", "--verify"]),
                               (["pack", "--index", ""], ["0", "1"]), (["info", "so"], ["some file"]),
                               (["play", "some file", "--stream", "1", ":", "1001", ":"], ["2"])]:
             quoted = " ".join("'%s'" % word for word in [PROGRAM, *words])
@@ -232,7 +236,7 @@ class Record(Cli):
     def test_what_is_recorded_can_be_played_whatever_its_name_is(self):
         content = os.urandom(200001)
         self.make("Größe 录音 🎧", content)
-        for number, mode in enumerate([[], ["--sync"], ["--piece", "1000"]]):
+        for number, mode in enumerate([[], ["--no-worker"], ["--piece", "1000"]]):
             with self.subTest(mode):
                 document = self.run_json(DONE, "record", str(number), "--home", "new/ß录🎧", *mode,
                                          "--stream", "4:7004:4=Größe 录音 🎧",
@@ -268,7 +272,7 @@ class Record(Cli):
     @not_on_windows("there is no limit to the size of a file")
     def test_a_failed_stream_is_reported_with_its_reason_and_all_its_bytes(self):
         self.make("in", b"x" * 300000)
-        for number, mode in enumerate([[], ["--sync"]]):
+        for number, mode in enumerate([[], ["--no-worker"]]):
             output, error = self.run_tool(
                 DAMAGE, "record", str(number), "--stream", "4:7004:4=in", "--stream", "1:1001:2=-", *mode,
                 "--json", "--progress=json", input=b"y" * 50000,
@@ -294,7 +298,7 @@ class Record(Cli):
         os.mkfifo(self.path("fifo"))
         self.make("large", b"x" * 200000)
         self.make("small", b"y" * 90000)
-        for number, mode in enumerate([[], ["--sync"]]):
+        for number, mode in enumerate([[], ["--no-worker"]]):
             process = self.start(
                 "record", str(number), "--stream", "4:7004:4=fifo", "--stream", "1:1001:2=large",
                 "--stream", "3:3003:2=small", *mode, preexec_fn=limit_files_to(100000))
@@ -319,7 +323,7 @@ class Record(Cli):
             _, error = self.run_tool(FAILED, "record", "7", "--stream", *options)
             self.assertRegex(error, "another process is recording|already exists")
         self.assertEqual(self.run_json(DONE, "info", "kvr2/7")["reachable_streams"], 1)
-        self.assertEqual(self.run_tool(DONE, "pack", "kvr2/7", "-o", "packed")[1], "")
+        self.assertIn("is being recorded", self.run_tool(DONE, "pack", "kvr2/7", "-o", "packed")[1])
         first.kill()
         first.communicate()
         self.assertTrue(os.path.exists(self.path("kvr2/7/recording.lock")))
@@ -363,9 +367,9 @@ class Record(Cli):
                                               "tag has its type, kind and id"])
 
     def test_a_signal_ends_it_with_everything_written(self):
-        cases = [(signal.SIGINT, []), (signal.SIGTERM, []), (signal.SIGTERM, ["--sync"])]
+        cases = [(signal.SIGINT, []), (signal.SIGTERM, []), (signal.SIGTERM, ["--no-worker"])]
         if WINDOWS:  # which has only Ctrl-C
-            cases = [(signal.SIGINT, []), (signal.SIGINT, ["--sync"])]
+            cases = [(signal.SIGINT, []), (signal.SIGINT, ["--no-worker"])]
         for number, (which, mode) in enumerate(cases):
             with self.subTest(which, mode=mode):
                 if not WINDOWS:
@@ -442,10 +446,10 @@ class Show(Cli):
         self.assertEqual({**document, "schema": "cachefile.list"}, self.run_json(DONE, "list", "rec"))
         self.assertEqual(document["kind"], "recordings")
         self.assertEqual(document["recordings"], [
-            {"record_id": 7, "path": "rec/7", "streams": 3, "size": 472},
-            {"record_id": 12, "path": "rec/12", "streams": 1, "size": 2}])
+            {"record_id": 7, "path": "rec/7", "streams": 3, "size": 472, "state": "unknown"},
+            {"record_id": 12, "path": "rec/12", "streams": 1, "size": 2, "state": "unknown"}])
         lines = self.run_tool(DONE, "info", "rec")[0].decode().splitlines()
-        self.assertEqual([line.split() for line in lines[-2:]], [["rec/7", "3", "472"], ["rec/12", "1", "2"]])
+        self.assertEqual([line.split() for line in lines[-2:]], [["rec/7", "3", "472", "unknown"], ["rec/12", "1", "2", "unknown"]])
         os.mkdir(self.path("rec/7/8_8-2.dat"))
         output, error = self.run_tool(DONE, "list", "rec/7")
         self.assertNotIn(b"8:8:2", output)
@@ -733,6 +737,131 @@ class Pack(Cli):
         _, error = self.run_tool(DAMAGE, "extract", "hidden", "-o", "hidden.out")
         self.assertIn("entry 4 is left out", error)
         self.run_tool(FAILED, "extract", "hidden", "-o", "hidden.out")  # it is there already
+
+
+class Sums(Cli):
+    # The checksums of THREE's streams, made with xxh128sum.
+    KNOWN = {"1_1001-2.dat": "7d09cdccbc6bead248fb02115fe96a8a",
+             "100_100-2.dat": "402881b5c94f2d943d8cd125864d76c8",
+             "4_7004-4.dat": "6de12b6a3b1ec2ce8e1895d72b62739e"}
+
+    @classmethod
+    def known(cls, as_json):
+        if as_json:
+            streams = [{"file": name, "xxh3_128": value} for name, value in cls.KNOWN.items()]
+            return json.dumps({"version": 1, "streams": [*streams, {"file": 7}, 7], "new": []}).encode()
+        return "".join("%s  %s\n" % (value, name) for name, value in cls.KNOWN.items()).encode()
+
+    def test_sums_are_those_of_common_tools_and_find_a_changed_byte(self):
+        self.make_recording()
+        good = container(THREE)
+        self.make("good", good)
+        self.make("lines", self.known(False))
+        for path in "good", "rec/7":
+            lines = self.run_tool(DONE, "sums", path)[0].splitlines()
+            self.assertEqual(sorted(lines), sorted(self.known(False).splitlines()))
+        self.make("good.recording.json", self.known(True))
+        changed = {"none": good, "a byte": good[:125] + b"b" + good[126:], "cut": good[:300],
+                   "gone": container(THREE[:2]), "more": container(THREE + [(269, 7, b"")])}
+        for name, wanted in [("none", "vvv"), ("a byte", "dvv"), ("cut", "vvd"), ("gone", "vvm"),
+                             ("more", "vvvn")]:
+            self.make("good", changed[name])
+            exit_code = DONE if name in ("none", "more") else DAMAGE
+            for known in [], ["--known", "lines"]:
+                rows = self.run_json(exit_code, "sums", "good", "--check", *known)["streams"]
+                self.assertEqual("".join(row["result"][0] for row in rows), wanted, name)
+
+    def test_what_has_no_checksums_is_refused(self):
+        self.make("good", container(THREE))
+        self.run_tool(FAILED, "sums", "good", "--check")
+        for text in b"", b"{", b"[" * 100000, b"\xff" * 99, b'{"streams": 7}', b'{"streams": []}':
+            self.make("known", text)
+            self.run_tool(FAILED, "sums", "good", "--check", "--known", "known")
+        self.run_tool(FAILED, "sums", "good", "--check", "--known", ".")
+
+
+class Recover(Cli):
+    def recover(self, exit_code, content, *options):
+        """Returns {stream: (state, found by, bytes of its file)}."""
+        self.make("bad", content)
+        shutil.rmtree(self.path("new"), ignore_errors=True)
+        rows = self.run_json(exit_code, "recover", "bad", "-o", "new", *options)["streams"]
+        self.assertEqual(sorted(os.listdir(self.path("new"))), sorted(r["file"] for r in rows if r["file"]))
+        return {row["stream"]: (row["state"], row["found_by"],
+                                row["file"] and self.read("new/" + row["file"])) for row in rows}
+
+    def test_what_each_kind_of_damage_leaves(self):
+        for content, exit_code, finder, sizes in [
+                (container(THREE), DONE, "index", (100, 72, 300)),
+                (container(THREE, count=1), DONE, "search", (100, 72, 300)),
+                (container(THREE, header={8: 0, 20: 9}), DONE, "search", (100, 72, 300)),
+                (container(THREE, 1, entries={0: {"next": 0xFFFFFF00}}), DONE, "search", (100, 72, 300)),
+                (container(THREE, count=9), DAMAGE, "index", (100, 72, 300)),
+                (container(THREE, cut=10), DAMAGE, "index", (100, 72, 290)),
+                (container(THREE, cut=301), DAMAGE, "index", (100, 71, None))]:
+            found = self.recover(exit_code, content)
+            self.assertEqual(found["4:7004:4"][1], finder)
+            self.assertEqual(tuple(file and len(file) for _, _, file in
+                                   (found["1:1001:2"], found["100:100:2"], found["4:7004:4"])), sizes)
+
+    def test_checksums_verify_and_find_streams(self):
+        good = container(THREE)
+        self.make("good", good)
+        self.make("known", self.run_tool(DONE, "sums", "good", "--json")[0])
+        for name, content, exit_code, wanted in [
+                ("whole", good, DONE, ("verified", "index", THREE[0][2])),
+                ("entry lost", good[:24] + bytes(32) + good[56:], DONE,
+                 ("verified", "checksum", THREE[0][2])),
+                ("wrong name", container([(256, 2, THREE[0][2]), *THREE[1:]]), DONE,
+                 ("verified", "checksum", THREE[0][2])),
+                ("byte", good[:130] + b"b" + good[131:], DAMAGE,
+                 ("damaged", "index", good[120:130] + b"b" + good[131:220]))]:
+            found = self.recover(exit_code, content, "--known", "known")
+            self.assertEqual(found["1:1001:2"], wanted, name)
+
+    def test_two_streams_of_a_name_and_the_container_form(self):
+        self.make("bad", DAMAGED["same stream twice"][0])
+        self.run_tool(DAMAGE, "recover", "bad", "-o", "new")
+        self.assertEqual((self.read("new/4_7004-4.dat"), self.read("new/4_7004-4.dat.2")),
+                         (THREE[2][2], b"d"))
+        self.run_tool(DAMAGE, "recover", "bad", "-o", "packed", "--container")
+        self.assertEqual(self.run_tool(DONE, "doctor", "packed")[0], b"")
+        self.assertEqual(self.run_tool(DONE, "play", "packed", "--stream", "4:7004:4")[0], THREE[2][2])
+
+    def test_it_overwrites_nothing_and_leaves_nothing_behind(self):
+        self.make("bad", container(THREE, cut=10))
+        self.make("lost", container(THREE)[:24])
+        self.make("old", b"old")
+        before = sorted(os.listdir(self.directory))
+        for arguments in ["bad", "-o", "old"], ["lost", "-o", "new"], ["bad", "-o", "no/new"]:
+            self.run_tool(FAILED, "recover", *arguments)
+        self.assertEqual(sorted(os.listdir(self.directory)), before)
+        self.make("new.9.partial.new/1_1001-2.dat", b"left by a killed run")
+        self.run_tool(DAMAGE, "recover", "bad", "-o", "new")
+        self.assertEqual(sorted(os.listdir(self.directory)), sorted([*before, "new"]))
+
+    def test_many_entries_on_the_same_bytes_fill_no_disk(self):
+        count = 1000
+        streams = [(268, n + 1, b"") for n in range(count)] + [(256, 1, os.urandom(100000))]
+        start = 24 + 32 * (count + 1)
+        everywhere = {n: {"offset": start, "length": 100000} for n in range(count)}
+        found = self.recover(DAMAGE, container(streams, entries=everywhere))
+        written = sum(len(file) for _, _, file in found.values() if file)
+        self.assertLessEqual(written, 4 * (start + 100000))
+        self.assertEqual(len(found), count + 1)
+
+    def test_a_directory_that_was_not_closed(self):
+        self.make_recording()
+        self.make("rec/7/recording.lock", b"")
+        self.run_tool(DONE, "recover", "rec/7", "-o", "new")
+        for name in "1_1001-2.dat", "4_7004-4.dat", "100_100-2.dat":
+            self.assertEqual(self.read("new/" + name), self.read("rec/7/" + name))
+        self.make("known", Sums.known(True))
+        self.make("rec/7/4_7004-4.dat", b"other")
+        os.remove(self.path("rec/7/1_1001-2.dat"))
+        rows = self.run_json(DAMAGE, "recover", "rec/7", "-o", "next", "--known", "known")["streams"]
+        self.assertEqual({row["stream"]: row["state"] for row in rows},
+                         {"1:1001:2": "missing", "4:7004:4": "damaged", "100:100:2": "verified"})
 
 
 class Docs(Cli):

@@ -3,6 +3,15 @@
 #define XXH_INLINE_ALL  // the header alone, without a library to link
 #include <xxhash.h>
 
+#include <fstream>
+#include <vector>
+
+namespace {
+
+constexpr std::size_t c_nBlock = 262144;
+
+}  // namespace
+
 struct CChecksum::State {
     XXH3_state_t aState;
 };
@@ -24,4 +33,17 @@ std::string CChecksum::GetText() const {
     for (const unsigned char by : aBytes.digest)
         strText.append({"0123456789abcdef"[by >> 4], "0123456789abcdef"[by & 15]});
     return strText;
+}
+
+std::string ChecksumOfFile(const std::filesystem::path& aFile,
+                           const std::function<void()>& aEachBlock) {
+    std::ifstream aStream(aFile, std::ios::binary);
+    std::vector<char> vecBlock(c_nBlock);
+    CChecksum aChecksum;
+    while (aStream) {
+        if (aEachBlock) aEachBlock();
+        aStream.read(vecBlock.data(), static_cast<std::streamsize>(vecBlock.size()));
+        aChecksum.Add(vecBlock.data(), static_cast<std::size_t>(aStream.gcount()));
+    }
+    return aStream.eof() && !aStream.bad() ? aChecksum.GetText() : "";
 }

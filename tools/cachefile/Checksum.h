@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -21,3 +23,8 @@ class CChecksum {
     struct State;
     std::unique_ptr<State> m_pState;
 };
+
+/// The checksum of a file, or an empty text if it cannot be read. aEachBlock, if it is given, is
+/// called for each block, and what it throws passes through.
+std::string ChecksumOfFile(const std::filesystem::path& aFile,
+                           const std::function<void()>& aEachBlock = {});

@@ -14,6 +14,30 @@ namespace {
 
 // The commands. Each runs while the command line is parsed, and sets the exit code of the tool.
 
+void AddLimits(CLI::App& aCommand, tagLimits& aLimits) {
+    AddTime(aCommand, "--duration", aLimits.qwDuration, "End after this time");
+    AddSize(aCommand, "--max-bytes", aLimits.qwMaxBytes,
+            "End when this many bytes of all streams were read");
+    AddSize(aCommand, "--min-free", aLimits.qwMinFree,
+            "End before less than this is free on the disk");
+    aCommand
+        .add_option_function<std::string>(
+            "--split",
+            [&aLimits](const std::string& strValue) {
+                aLimits.qwSplitBytes = ParseSize(strValue).value_or(0);
+                aLimits.qwSplitTime = ParseTime(strValue).value_or(0);
+            },
+            "Continue in the next recording number after this many bytes or this time")
+        ->check([](const std::string& strValue) {
+            return ParseSize(strValue) || ParseTime(strValue)
+                       ? ""
+                       : "'" + strValue +
+                             "' is neither a size such as 10M nor a time such as 10min";
+        })
+        ->type_name("SIZE|TIME")
+        ->option_text("SIZE|TIME");
+}
+
 void AddRecord(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagRecordOptions>();
     CLI::App& aCommand = *aTool.add_subcommand(
@@ -35,7 +59,19 @@ void AddRecord(CLI::App& aTool, int& nExit) {
         ->check(CLI::Range(1, 16777216))
         ->type_name("BYTES")
         ->option_text("BYTES [32768]");
-    aCommand.add_flag("--sync", pOptions->aPlan.bSync, "Write without a worker thread");
+    AddInterval(aCommand, "--flush", pOptions->dwFlush,
+                "Write gathered bytes after this time; off: when a block is full");
+    AddInterval(aCommand, "--sync", pOptions->dwSync,
+                "Sync written bytes to the disk after this time, or off");
+    AddLimits(aCommand, pOptions->aLimits);
+    aCommand
+        .add_option("--on-full", pOptions->aPlan.bWaitWhenFull,
+                    "What a stream does when the disk is full: stop or wait for space")
+        ->transform(
+            CLI::CheckedTransformer(std::map<std::string, bool>{{"stop", false}, {"wait", true}}))
+        ->type_name("stop|wait")
+        ->option_text("stop|wait [stop]");
+    aCommand.add_flag("--no-worker", pOptions->aPlan.bSync, "Write without a worker thread");
     AddForce(aCommand, pOptions->bForce);
     AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
@@ -57,6 +93,8 @@ void AddPlay(CLI::App& aTool, int& nExit) {
     aCommand.add_option("--length", pOptions->qwLength, "Stop after this many bytes")
         ->transform(NumberValidator())
         ->type_name("BYTES");
+    aCommand.add_flag("--follow", pOptions->bFollow,
+                      "Continue with what is recorded until the recorder ends");
     AddExample(aCommand, "cachefile play kvr2/7 --stream 4:7004:4 > voice.raw");
     aCommand.callback([pOptions, &nExit] { nExit = Play(*pOptions); });
 }
@@ -68,6 +106,8 @@ void AddInfo(CLI::App& aTool, int& nExit) {
     AddPath(aCommand, pOptions->strPath,
             "A recording directory, a container, - for one from a pipe, or a directory of "
             "recordings");
+    aCommand.add_flag("--watch", pOptions->bWatch,
+                      "Show a directory once a second until its recorder ends");
     AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile info kvr2/7");
     aCommand.callback([pOptions, &nExit] { nExit = Info(*pOptions); });
@@ -173,13 +213,59 @@ void AddPack(CLI::App& aTool, int& nExit) {
 
 void AddDoctor(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagDoctorOptions>();
-    CLI::App& aCommand = *aTool.add_subcommand("doctor", "Report what is wrong with a container");
-    AddPath(aCommand, pOptions->strPath, "A container");
+    CLI::App& aCommand = *aTool.add_subcommand("doctor", "Report what is wrong with a recording");
+    AddPath(aCommand, pOptions->strPath, "A container or a recording directory");
+    aCommand.add_flag("--deep", pOptions->bDeep,
+                      "Read the files of a directory and compare their checksums");
     aCommand.add_flag("--all", pOptions->bAll,
                       "Show all findings, not only the first 100 of each code");
     AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile doctor damaged.container");
     aCommand.callback([pOptions, &nExit] { nExit = Doctor(*pOptions); });
+}
+
+CLI::Option* AddKnown(CLI::App& aCommand, std::string& strKnown) {
+    return aCommand
+        .add_option(
+            "--known", strKnown,
+            "The file with the known checksums, a recording.json or the output of sums; the "
+            "default is the recording.json of the recording")
+        ->check(PathValidator())
+        ->type_name("FILE");
+}
+
+void AddSums(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagSumsOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "sums", "Write the checksums of the streams, or compare them with known ones");
+    AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    aCommand.add_flag("--check", pOptions->bCheck, "Compare with the known checksums");
+    AddKnown(aCommand, pOptions->strKnown)->needs("--check");
+    AddJson(aCommand, pOptions->bJson);
+    AddProgress(aCommand, pOptions->aProgress);
+    AddExample(aCommand, "cachefile sums talk.container --check");
+    aCommand.callback([pOptions, &nExit] { nExit = Sums(*pOptions); });
+}
+
+void AddRecover(CLI::App& aTool, int& nExit) {
+    const auto pOptions = std::make_shared<tagRecoverOptions>();
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "recover", "Write what can be recovered of a damaged recording to a new one");
+    AddPath(aCommand, pOptions->strPath,
+            "A damaged container, or a recording directory that was not closed");
+    aCommand
+        .add_option("-o,--output", pOptions->strOutput,
+                    "The new directory, or with --container the new container")
+        ->check(PathValidator())
+        ->required()
+        ->type_name("PATH");
+    aCommand.add_flag("--container", pOptions->bContainer,
+                      "Write a container and not a directory of record files");
+    AddKnown(aCommand, pOptions->strKnown);
+    AddJson(aCommand, pOptions->bJson);
+    AddProgress(aCommand, pOptions->aProgress);
+    AddExample(aCommand, "cachefile recover damaged.container -o recovered");
+    aCommand.callback([pOptions, &nExit] { nExit = Recover(*pOptions); });
 }
 
 void AddBench(CLI::App& aTool, int& nExit) {
@@ -243,6 +329,8 @@ void AddEverything(CLI::App& aTool, int& nExit) {
     AddExtract(aTool, nExit);
     AddPack(aTool, nExit);
     AddDoctor(aTool, nExit);
+    AddSums(aTool, nExit);
+    AddRecover(aTool, nExit);
     AddBench(aTool, nExit);
 }
 

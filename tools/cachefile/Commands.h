@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "download/ContainerFormat.h"
+#include "tools/cachefile/Limits.h"
 #include "tools/cachefile/Progress.h"
 #include "tools/cachefile/Recorder.h"
 
@@ -14,6 +15,9 @@
 
 struct tagRecordOptions {
     tagPlan aPlan{0, "kvr2", false};
+    tagLimits aLimits;
+    CmUint32 dwFlush = 1000;  ///< milliseconds; 0: off
+    CmUint32 dwSync = 1000;   ///< milliseconds; 0: off
     std::vector<std::string> vecStreams;
     std::size_t nPiece = 32768;
     bool bForce = false;
@@ -28,6 +32,7 @@ struct tagPlayOptions {
     std::string strStream;
     std::uint64_t qwOffset = 0;
     std::optional<std::uint64_t> qwLength;
+    bool bFollow = false;  ///< of a directory: until the recorder ends
 };
 /// Writes the bytes of a stream to standard output.
 int Play(const tagPlayOptions& aOptions);
@@ -35,6 +40,7 @@ int Play(const tagPlayOptions& aOptions);
 struct tagInfoOptions {
     std::string strPath;
     bool bJson = false;
+    bool bWatch = false;  ///< of a directory: once a second, until the recorder ends
 };
 /// Shows the properties and the streams of a recording.
 int Info(const tagInfoOptions& aOptions);
@@ -89,10 +95,32 @@ int Pack(const tagPackOptions& aOptions);
 struct tagDoctorOptions {
     std::string strPath;
     bool bJson = false;
-    bool bAll = false;  ///< show all findings of each code
+    bool bAll = false;   ///< show all findings of each code
+    bool bDeep = false;  ///< of a directory: read its files and compare their checksums
 };
-/// Reports what is wrong with a container.
+/// Reports what is wrong with a container or a recording directory.
 int Doctor(const tagDoctorOptions& aOptions);
+
+struct tagSumsOptions {
+    std::string strPath;
+    std::string strKnown;  ///< where the known checksums are; empty: beside the recording
+    bool bCheck = false;
+    bool bJson = false;
+    ProgressMode aProgress = ProgressMode::Auto;
+};
+/// Writes or checks the checksums of the streams.
+int Sums(const tagSumsOptions& aOptions);
+
+struct tagRecoverOptions {
+    std::string strPath;
+    std::string strOutput;
+    std::string strKnown;     ///< where the known checksums are; empty: beside the recording
+    bool bContainer = false;  ///< write a container and not a directory
+    bool bJson = false;
+    ProgressMode aProgress = ProgressMode::Auto;
+};
+/// Writes what can be recovered of a damaged container, or of a directory that was not closed.
+int Recover(const tagRecoverOptions& aOptions);
 
 struct tagBenchOptions {
     std::uint64_t qwMebibytes = 64;

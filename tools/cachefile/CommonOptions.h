@@ -4,11 +4,14 @@
 #include <charconv>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/cachefile/Progress.h"
 #include "tools/cachefile/System.h"
+#include "tools/cachefile/Units.h"
 
 // Values and options that several commands share. Only CommandLine.cpp includes this header, since
 // CLI11 takes long to compile.
@@ -36,6 +39,47 @@ inline const CLI::Validator& NumberValidator() {
     return s_aValidator;
 }
 
+/// Replaces a text by the number that aParse returns for it.
+inline CLI::Validator NumberOf(std::optional<std::uint64_t> (*aParse)(std::string_view),
+                               const std::string& strForm) {
+    return CLI::Validator(
+        [=](std::string& strText) -> std::string {
+            const std::optional<std::uint64_t> qwNumber = aParse(strText);
+            if (!qwNumber) return "'" + strText + "' is not " + strForm;
+            strText = std::to_string(*qwNumber);
+            return {};
+        },
+        "");
+}
+
+inline void AddSize(CLI::App& aCommand, const std::string& strName, std::uint64_t& qwBytes,
+                    const std::string& strHelp) {
+    aCommand.add_option(strName, qwBytes, strHelp)
+        ->transform(NumberOf(ParseSize, "a size such as 4096, 64K or 10M"))
+        ->type_name("SIZE")
+        ->option_text("SIZE");
+}
+
+inline void AddTime(CLI::App& aCommand, const std::string& strName, std::uint64_t& qwTime,
+                    const std::string& strHelp) {
+    aCommand.add_option(strName, qwTime, strHelp)
+        ->transform(NumberOf(ParseTime, "a time such as 500ms, 10s, 5min or 2h"))
+        ->type_name("TIME")
+        ->option_text("TIME");
+}
+
+/// A time of one second that can be changed or switched off (0).
+inline void AddInterval(CLI::App& aCommand, const std::string& strName, std::uint32_t& dwTime,
+                        const std::string& strHelp) {
+    const auto aParse = [](std::string_view strText) {
+        return strText == "off" ? std::optional<std::uint64_t>(0) : ParseTime(strText);
+    };
+    aCommand.add_option(strName, dwTime, strHelp)
+        ->transform(NumberOf(aParse, "off or a time such as 500ms or 10s"))
+        ->type_name("TIME")
+        ->option_text("TIME|off [1s]");
+}
+
 inline void AddPath(CLI::App& aCommand, std::string& strPath, const std::string& strHelp) {
     aCommand.add_option("PATH", strPath, strHelp)
         ->required()
@@ -52,10 +96,11 @@ inline void AddForce(CLI::App& aCommand, bool& bForce) {
 }
 
 inline void AddProgress(CLI::App& aCommand, ProgressMode& aMode) {
-    static const std::map<std::string, ProgressMode> s_mapModes = {{"auto", ProgressMode::Auto},
-                                                                   {"always", ProgressMode::Always},
-                                                                   {"never", ProgressMode::Never},
-                                                                   {"json", ProgressMode::Json}};
+    static const std::map<std::string, ProgressMode> s_mapModes = {
+        {"auto", ProgressMode::Auto},
+        {"always", ProgressMode::Always},
+        {"never", ProgressMode::Never},
+        {"json", ProgressMode::JsonLines}};
     aCommand
         .add_option("--progress", aMode,
                     "Show progress on standard error: auto (on a terminal), always, never or json")

@@ -1,8 +1,10 @@
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Examine.h"
+#include "tools/cachefile/ExamineDirectory.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
+#include "tools/cachefile/System.h"
 
 namespace {
 
@@ -44,15 +46,26 @@ void PrintText(const tagFindings& aFindings) {
                 "and " + Grouped(a.qwFolded) + " more from here on (use `--all` to show them)");
 }
 
+tagFindings FindAll(const tagDoctorOptions& aOptions, const tagRecording& aRecording) {
+    const std::uint64_t qwMax = aOptions.bAll ? c_qwAllOfACode : c_qwMaxOfACode;
+    if (aRecording.IsContainer() && aOptions.bDeep)
+        throw CFailure("--deep: " + Printable(aOptions.strPath) + " is not a recording directory",
+                       Exit_Usage);
+    if (aRecording.IsContainer()) return Examine(aRecording, qwMax);
+    const std::filesystem::path aPath = System::NativePath(aOptions.strPath);
+    const tagNotes aNotes = LoadNotes(NotesOfDirectory(aPath));
+    if (StateOfDirectory(aPath, aNotes) == RecordingState::Recording)
+        Warn(Printable(aOptions.strPath) + " is being recorded: it is not compared with its notes");
+    if (aRecording.vecStreams.empty() && aNotes.aState == tagNotes::None)
+        throw CFailure(Printable(aOptions.strPath) + " has no record files");
+    return ExamineDirectory(aRecording, aNotes, aOptions.bDeep, qwMax);
+}
+
 }  // namespace
 
 int Doctor(const tagDoctorOptions& aOptions) {
     const tagRecording aRecording = LoadRecording(aOptions.strPath);
-    if (!aRecording.IsContainer())
-        throw CFailure(Printable(aOptions.strPath) +
-                       " is a recording directory; only containers have an index to examine");
-    const tagFindings aFindings =
-        Examine(aRecording, aOptions.bAll ? c_qwAllOfACode : c_qwMaxOfACode);
+    const tagFindings aFindings = FindAll(aOptions, aRecording);
     if (aOptions.bJson)
         PrintJson(aOptions, aFindings);
     else

@@ -2,25 +2,20 @@
 #include <filesystem>
 #include <set>
 
+#include "tools/cachefile/Checksum.h"
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Examine.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
+#include "tools/cachefile/Notes.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
+#include "tools/cachefile/Selection.h"
+#include "tools/cachefile/StreamBytes.h"
 #include "tools/cachefile/Streams.h"
 #include "tools/cachefile/System.h"
 
 namespace {
-
-constexpr std::uint64_t c_qwBlock = 262144;
-
-using Selection = std::vector<const tagStream*>;
-
-/// No byte of a stream can be extracted if the file ends before it starts.
-bool CanExtract(const tagStream& aStream, const tagRecording& aRecording) {
-    return aStream.qwPresent > 0 || aStream.qwOffset <= aRecording.qwSize;
-}
 
 Selection SelectNamed(const tagExtractOptions& aOptions, const tagRecording& aRecording) {
     Selection vecSelected;
@@ -33,28 +28,12 @@ Selection SelectNamed(const tagExtractOptions& aOptions, const tagRecording& aRe
     return vecSelected;
 }
 
-/// Selects every stream that no earlier entry hides. Warns of what is left out, and then sets
-/// bLeftOut.
-Selection SelectAll(const tagRecording& aRecording, bool& bLeftOut) {
-    Selection vecSelected;
-    const std::uint64_t qwDeclared = aRecording.pIndex->GetFileHeader().dwFileSize;
-    if (aRecording.qwSize > qwDeclared)
-        Warn(Grouped(aRecording.qwSize - qwDeclared) +
-             " bytes after the end given in the header belong to no stream that starts before it");
-    bLeftOut = aRecording.qwSize > qwDeclared;
-    for (const tagStream& aStream : aRecording.vecStreams) {
-        const auto nNumber = std::to_string(&aStream - aRecording.vecStreams.data() + 1);
-        if (!aStream.bKnown)
-            Warn("entry " + nNumber + " is left out: its tag " + std::to_string(*aStream.wTag) +
-                 " is unknown");
-        else if (aStream.nHiddenBy != 0)
-            Warn("entry " + nNumber + " is left out: entry " + std::to_string(aStream.nHiddenBy) +
-                 " is for the same stream " + aStream.Name());
-        else
-            vecSelected.push_back(&aStream);
-    }
-    bLeftOut = bLeftOut || vecSelected.size() < aRecording.vecStreams.size();
-    return vecSelected;
+/// The notes beside the container. Streams are compared with them.
+tagNotes LoadContainerNotes(const tagExtractOptions& aOptions) {
+    tagNotes aNotes = LoadNotes(NotesOfContainer(System::NativePath(aOptions.strPath)));
+    if (aNotes.aState == tagNotes::Bad)
+        Warn("the notes of " + Printable(aOptions.strPath) + " are not used: " + aNotes.strFault);
+    return aNotes;
 }
 
 class CExtraction {
@@ -64,10 +43,11 @@ class CExtraction {
         : m_options(aOptions),
           m_recording(aRecording),
           m_vecSelected(std::move(vecSelected)),
+          m_notes(LoadContainerNotes(aOptions)),
           m_directory(System::NativePath(aOptions.strDirectory)),
           m_progress(aOptions.aProgress, "extract", CountBytes()) {}
 
-    /// Returns whether bytes are missing.
+    /// Returns whether bytes are missing or differ from the notes.
     bool Run() {
         RequireReasonableSize();
         Prepare();
@@ -76,6 +56,7 @@ class CExtraction {
                 Extract(*pStream);
             else
                 ReportAllMissing(*pStream);
+        WriteNotes();
         m_progress.Finish(m_qwDone);
         return m_bMissing;
     }
@@ -120,7 +101,30 @@ class CExtraction {
             if (std::filesystem::equivalent(aPath, aInput, aError))
                 throw CFailure("the container itself would be overwritten");
         }
+        if (!m_notes.mapStreams.empty())
+            RequireFree(NotesOfDirectory(m_directory), m_options.bForce);
         RemoveAbandoned(m_directory, setNames);
+    }
+
+    /// The files become a recording directory with the notes of their streams.
+    void WriteNotes() const {
+        if (m_notes.mapStreams.empty()) return;
+        Json aDocument = m_notes.aDocument;
+        aDocument[Noted::c_szStreams] = SelectNotes(m_notes, [&](const std::string& strStream) {
+            return std::any_of(m_vecSelected.begin(), m_vecSelected.end(),
+                               [&](const tagStream* p) { return p->Name() == strStream; });
+        });
+        SaveNotes(NotesOfDirectory(m_directory), aDocument);
+    }
+
+    void CompareWithNotes(const tagStream& aStream, std::uint64_t qwCopied,
+                          const CChecksum& aChecksum) {
+        const tagNotedStream* const pNoted = m_notes.Find(aStream.Name());
+        const std::string strFault =
+            pNoted ? NoteFault(*pNoted, qwCopied, aChecksum.GetText()) : "";
+        if (strFault.empty()) return;
+        m_bMissing = true;
+        Warn(aStream.Name() + " differs from the notes of the recording: " + strFault);
     }
 
     void ReportMissing(const tagStream& aStream, const std::string& strWhat) {
@@ -135,12 +139,13 @@ class CExtraction {
     }
 
     void Extract(const tagStream& aStream);
-    std::uint64_t Copy(const tagStream& aStream, COutputFile& aFile);
+    std::uint64_t Copy(const tagStream& aStream, COutputFile& aFile, CChecksum& aChecksum);
     void AddRow(const tagStream& aStream, std::uint64_t qwCopied, bool bFile);
 
     const tagExtractOptions& m_options;
     const tagRecording& m_recording;
     const Selection m_vecSelected;
+    const tagNotes m_notes;
     const std::filesystem::path m_directory;
     CProgress m_progress;
     CTable m_table{{{"STREAM", CTable::Left},
@@ -148,7 +153,6 @@ class CExtraction {
                     {"BYTES", CTable::Right},
                     {"MISSING", CTable::Right}}};
     Json m_streams = Json::array();
-    std::vector<unsigned char> m_vecBlock = std::vector<unsigned char>(c_qwBlock);
     std::uint64_t m_qwDone = 0;
     bool m_bMissing = false;
 };
@@ -156,8 +160,10 @@ class CExtraction {
 void CExtraction::Extract(const tagStream& aStream) {
     const std::string strName = StreamFileName(aStream.aDescriber);
     COutputFile aFile(m_directory / strName, m_options.bForce);
-    const std::uint64_t qwCopied = Copy(aStream, aFile);
+    CChecksum aChecksum;
+    const std::uint64_t qwCopied = Copy(aStream, aFile, aChecksum);
     aFile.Finish();
+    CompareWithNotes(aStream, qwCopied, aChecksum);
     const std::uint64_t qwMissing = aStream.qwExtent - qwCopied;
     if (qwMissing > 0)
         ReportMissing(aStream, Grouped(qwMissing) + " of " + Grouped(aStream.qwExtent) +
@@ -186,21 +192,13 @@ void CExtraction::AddRow(const tagStream& aStream, std::uint64_t qwCopied, bool 
 }
 
 /// Copies the bytes of the stream up to the first that is missing or cannot be read.
-std::uint64_t CExtraction::Copy(const tagStream& aStream, COutputFile& aFile) {
-    std::uint64_t qwCopied = 0;
-    while (qwCopied < aStream.qwPresent) {
-        if (System::IsInterrupted()) throw Interrupted();
-        auto dwPart = static_cast<CmUint32>(std::min(aStream.qwPresent - qwCopied, c_qwBlock));
-        const CmInt32 lResult =
-            m_recording.pIndex->ReadData(aStream.qwOffset + qwCopied, m_vecBlock.data(), dwPart);
-        if (lResult != CACHE_OK) Warn(ResultText("cannot read " + aStream.Name(), lResult));
-        if (lResult != CACHE_OK || dwPart == 0) break;
-        aFile.Write(m_vecBlock.data(), dwPart);
-        qwCopied += dwPart;
-        m_qwDone += dwPart;
-        m_progress.Show(m_qwDone);
-    }
-    return qwCopied;
+std::uint64_t CExtraction::Copy(const tagStream& aStream, COutputFile& aFile,
+                                CChecksum& aChecksum) {
+    return ReadStream(m_recording, aStream, [&](const unsigned char* lpData, std::size_t nLength) {
+        aFile.Write(lpData, nLength);
+        aChecksum.Add(lpData, nLength);
+        m_progress.Show(m_qwDone += nLength);
+    });
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ constexpr tagKind c_aKinds[] = {
     CACHEFILE_FINDINGS(CACHEFILE_FINDING)
 #undef CACHEFILE_FINDING
 };
-static_assert(std::size(c_aKinds) == c_nFindingKinds, "UnknownTag is the last kind");
+static_assert(std::size(c_aKinds) == c_nFindingKinds, "ChecksumDiffers is the last kind");
 
 }  // namespace
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-/// All kinds of findings: X(name, severity, code). An Error means that a reader refuses the
-/// container or that bytes are missing. A Warning means that a correct writer would not have
-/// written this. Programs use the codes, so they must not change.
+/// All kinds of findings: X(name, severity, code), those of containers first. An Error means that a
+/// reader refuses the container or that bytes are missing or changed. A Warning means that a
+/// correct writer would not have written this. Programs use the codes, so they must not change.
 #define CACHEFILE_FINDINGS(X)                           \
     X(HeaderCutOff, Error, "header-cut-off")            \
     X(HeaderSizeZero, Error, "header-size-zero")        \
@@ -29,14 +29,23 @@
     X(NotedLengths, Warning, "noted-lengths")           \
     X(Gap, Warning, "gap")                              \
     X(EntryHidden, Warning, "entry-hidden")             \
-    X(UnknownTag, Warning, "unknown-tag")
+    X(UnknownTag, Warning, "unknown-tag")               \
+    X(NotesUnusable, Warning, "notes-unusable")         \
+    X(NotClosed, Warning, "not-closed")                 \
+    X(Link, Warning, "link")                            \
+    X(NotAFile, Warning, "not-a-file")                  \
+    X(NotPackable, Warning, "not-packable")             \
+    X(FileMissing, Error, "file-missing")               \
+    X(SizeDiffers, Error, "size-differs")               \
+    X(FileUnreadable, Error, "file-unreadable")         \
+    X(ChecksumDiffers, Error, "checksum-differs")
 
 enum class Finding {
 #define CACHEFILE_FINDING(name, severity, code) name,
     CACHEFILE_FINDINGS(CACHEFILE_FINDING)
 #undef CACHEFILE_FINDING
 };
-constexpr std::size_t c_nFindingKinds = static_cast<std::size_t>(Finding::UnknownTag) + 1;
+constexpr std::size_t c_nFindingKinds = static_cast<std::size_t>(Finding::ChecksumDiffers) + 1;
 
 enum class Severity { Warning, Error };
 

@@ -4,8 +4,10 @@
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/Recordings.h"
+#include "tools/cachefile/ShownNotes.h"
 #include "tools/cachefile/ShownRecording.h"
 #include "tools/cachefile/StreamTable.h"
+#include "tools/cachefile/Watch.h"
 
 namespace {
 
@@ -16,13 +18,17 @@ std::size_t CountReachable(const tagRecording& aRecording) {
     return nCount;
 }
 
-Json ToJson(const tagRecording& aRecording) {
+Json ToJson(const tagRecording& aRecording, const tagShownNotes& aNotes) {
     Json aDocument = NewDocument("info");
     const bool bContainer = aRecording.IsContainer();
     const tagQXFFileHeader aHeader =
         bContainer ? aRecording.pIndex->GetFileHeader() : tagQXFFileHeader{};
     aDocument["path"] = aRecording.strPath;
     aDocument["kind"] = bContainer ? "container" : "directory";
+    aDocument["state"] =
+        aNotes.aState == RecordingState::Unknown ? Json(nullptr) : Json(StateName(aNotes.aState));
+    for (const char* const lpName : {"started", "ended", "reason"})
+        aDocument[lpName] = aNotes.Field(lpName);
     aDocument["size"] = aRecording.qwSize;
     aDocument["declared_size"] = bContainer ? Json(aHeader.dwFileSize) : Json(nullptr);
     aDocument["file_version"] = Known(aRecording.dwFileVersion);
@@ -59,9 +65,18 @@ void PrintContainerFields(const tagRecording& aRecording) {
                               (nRead == aHeader.dwEntryCount ? "" : ", read " + Grouped(nRead)));
 }
 
-void PrintText(const tagRecording& aRecording) {
+void PrintNotes(const tagShownNotes& aNotes) {
+    if (aNotes.aState != RecordingState::Unknown) PrintField("state", StateName(aNotes.aState));
+    for (const char* const lpName : {"started", "ended", "reason"}) {
+        const std::string strText = aNotes.Text(lpName);
+        if (!strText.empty()) PrintField(lpName, strText);
+    }
+}
+
+void PrintText(const tagRecording& aRecording, const tagShownNotes& aNotes) {
     const bool bContainer = aRecording.IsContainer();
     PrintField(bContainer ? "container" : "directory", Printable(aRecording.strPath));
+    PrintNotes(aNotes);
     PrintField("size", Size(aRecording.qwSize));
     PrintField("file version", Text(aRecording.dwFileVersion));
     PrintField("CB time stamp", Text(aRecording.dwCBTimeStamp));
@@ -74,13 +89,15 @@ void PrintText(const tagRecording& aRecording) {
 }  // namespace
 
 int Info(const tagInfoOptions& aOptions) {
+    if (aOptions.bWatch) return Watch(aOptions);
     const CShownRecording aShown(aOptions.strPath);
     const tagRecording& aRecording = aShown.Get();
     if (PrintRecordings("info", aRecording, aOptions.bJson)) return Exit_Done;
+    const tagShownNotes aNotes(aRecording);
     if (aOptions.bJson)
-        PrintWithStreams(ToJson(aRecording), aRecording);
+        PrintWithStreams(ToJson(aRecording, aNotes), aRecording);
     else
-        PrintText(aRecording);
+        PrintText(aRecording, aNotes);
     FinishOutput();
     WarnOfStreams(aRecording);
     return ReportDamage(aRecording);

@@ -90,7 +90,7 @@ void GiveName(const std::filesystem::path& aFrom, const std::filesystem::path& a
     System::Rename(aFrom, aTo, bReplace, aError);
     if (!aError) return;
     std::error_code aIgnored;
-    std::filesystem::remove(aFrom, aIgnored);
+    std::filesystem::remove_all(aFrom, aIgnored);
     if (aError == std::errc::file_exists) ThrowExists(aTo);
     throw CFailure("cannot write " + Printable(aTo.u8string()) + ": " + aError.message());
 }
@@ -123,7 +123,7 @@ CPartialName::CPartialName(const std::filesystem::path& aPath)
 
 CPartialName::~CPartialName() {
     std::error_code aIgnored;
-    std::filesystem::remove(m_path, aIgnored);
+    std::filesystem::remove_all(m_path, aIgnored);
     std::filesystem::remove(m_locked, aIgnored);
 }
 
@@ -138,7 +138,7 @@ void RemoveAbandoned(const std::filesystem::path& aDirectory,
         std::error_code aIgnored;
         System::RemoveAbandoned(aLocked);
         if (!std::filesystem::exists(std::filesystem::symlink_status(aLocked, aIgnored)))
-            std::filesystem::remove(it->path(), aIgnored);
+            std::filesystem::remove_all(it->path(), aIgnored);
     }
 }
 

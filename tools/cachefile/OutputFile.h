@@ -34,9 +34,9 @@ class COutputFile {
     System::CNewFile m_file;
 };
 
-/// A name for such a file that other code writes: NAME.PID.partial.new beside the locked, empty
-/// file NAME.PID.partial. That code may also make files whose names begin with this one. The
-/// destructor removes NAME.PID.partial.new and NAME.PID.partial.
+/// A name for such a file, or directory, that other code writes: NAME.PID.partial.new beside the
+/// locked, empty file NAME.PID.partial. That code may also make files whose names begin with this
+/// one. The destructor removes NAME.PID.partial.new and NAME.PID.partial.
 class CPartialName {
  public:
     /// Throws CFailure if the locked file cannot be made.
@@ -63,5 +63,6 @@ void RemoveAbandoned(const std::filesystem::path& aPath);
 /// Throws CFailure if the path exists and bReplace is false, or if it is not a regular file.
 void RequireFree(const std::filesystem::path& aPath, bool bReplace);
 
-/// Gives a complete file its name. On failure the file is removed and CFailure is thrown.
+/// Gives a complete file or directory its name. A directory replaces nothing. On failure it is
+/// removed and CFailure is thrown.
 void GiveName(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace);

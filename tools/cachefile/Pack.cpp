@@ -5,6 +5,7 @@
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
+#include "tools/cachefile/PackNotes.h"
 #include "tools/cachefile/Packing.h"
 #include "tools/cachefile/Recording.h"
 #include "tools/cachefile/Renaming.h"
@@ -13,7 +14,7 @@
 
 namespace {
 
-using Selection = std::set<std::string>;
+using StreamNames = std::set<std::string>;
 
 /// A stream that no container can hold is an error, or is left out.
 bool CanBePacked(const tagPackOptions& aOptions, const tagPackSource& aSource) {
@@ -28,30 +29,33 @@ bool CanBePacked(const tagPackOptions& aOptions, const tagPackSource& aSource) {
     return false;
 }
 
-void AddSource(tagPacking& aPacking, CRenaming& aRenaming, tagPackSource aSource) {
-    if (aRenaming.Take(aSource.aPacked, aSource.strDirectory))
-        aPacking.vecSources.push_back(aSource);
-    else
-        Warn(StreamName(aSource.aPacked) + " of " + Printable(aSource.strDirectory) +
-             " is left out: a container has only one");
+/// The notes of a stream get the name that it has in the container.
+void AddSource(tagPacking& aPacking, CRenaming& aRenaming, CPackNotes& aNotes,
+               tagPackSource aSource) {
+    if (!aRenaming.Take(aSource.aPacked, aSource.strDirectory))
+        return Warn(StreamName(aSource.aPacked) + " of " + Printable(aSource.strDirectory) +
+                    " is left out: a container has only one");
+    aSource.strChecksum = aNotes.AddStream(aSource.aDescriber, aSource.aPacked);
+    aPacking.vecSources.push_back(aSource);
 }
 
-void RequireWanted(const Selection& setWanted, const Selection& setFound) {
+void RequireWanted(const StreamNames& setWanted, const StreamNames& setFound) {
     for (const std::string& strName : setWanted)
         if (setFound.count(strName) == 0)
             throw CFailure("there is no record file of the stream " + strName);
 }
 
 /// Adds one directory after another, so that the streams of each are together.
-tagPacking Collect(const tagPackOptions& aOptions) {
+tagPacking Collect(const tagPackOptions& aOptions, CPackNotes& aNotes) {
     tagPacking aPacking;
-    Selection setWanted, setFound;
+    StreamNames setWanted, setFound;
     CRenaming aRenaming(aOptions.vecRenames, aOptions.bRenumber);
     for (const std::string& strStream : aOptions.vecStreams)
         setWanted.insert(StreamName(RequireStream(strStream)));
     tagPackHeader aHeader{0, 0};
     for (const std::string& strDirectory : aOptions.vecDirectories) {
         const tagRecording aRecording = LoadDirectory(strDirectory);
+        aNotes.AddDirectory(aRecording);
         for (const std::string& strName : aRecording.vecOtherFiles)
             Warn(Printable(strDirectory + "/" + strName) + " is left out: it is not a record file");
         for (const tagStream& aStream : aRecording.vecStreams) {
@@ -59,8 +63,8 @@ tagPacking Collect(const tagPackOptions& aOptions) {
             if (!setWanted.empty() && setWanted.count(aStream.Name()) == 0) continue;
             const tagPackSource aSource{aStream.aDescriber,
                                         aRenaming.Apply(aStream.aDescriber, strDirectory),
-                                        strDirectory, aStream.qwExtent};
-            if (CanBePacked(aOptions, aSource)) AddSource(aPacking, aRenaming, aSource);
+                                        strDirectory, aStream.qwExtent, ""};
+            if (CanBePacked(aOptions, aSource)) AddSource(aPacking, aRenaming, aNotes, aSource);
         }
         if (aRecording.dwFileVersion)
             aHeader = {*aRecording.dwFileVersion, *aRecording.dwCBTimeStamp};
@@ -122,14 +126,18 @@ void PrintResult(const tagPackOptions& aOptions, const tagPacking& aPacking) {
 }  // namespace
 
 int Pack(const tagPackOptions& aOptions) {
-    const tagPacking aPacking = Collect(aOptions);
-    RequireSafeOutput(aOptions, aPacking);
     const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
+    CPackNotes aNotes(aOutput);
+    const tagPacking aPacking = Collect(aOptions, aNotes);
+    RequireSafeOutput(aOptions, aPacking);
+    RequireFree(aNotes.GetFile(), aOptions.bForce);
     RemoveAbandoned(aOutput);
     CPartialName aPartial(aOutput);
     WriteContainer(aPacking, aPartial);
     if (aOptions.bVerify) VerifyContainer(aPacking, aPartial.GetPath());
     GiveName(aPartial.GetPath(), aOutput, aOptions.bForce);
+    aNotes.Write(aPacking.aHeader.has_value());
     PrintResult(aOptions, aPacking);
-    return Exit_Done;
+    FinishOutput();
+    return aNotes.HasDamage() ? Exit_Damage : Exit_Done;
 }

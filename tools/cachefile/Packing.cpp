@@ -7,6 +7,7 @@
 #include "download/ContainerWriter.h"
 #include "platform/CmResult.h"
 #include "tools/HostPath.h"
+#include "tools/cachefile/Checksum.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
@@ -80,16 +81,21 @@ class CVerification {
         std::ifstream aFile(
             System::NativePath(aSource.strDirectory) / StreamFileName(aSource.aDescriber),
             std::ios::binary);
+        CChecksum aChecksum;
         std::vector<char> vecBytes;
         for (std::uint64_t qwAt = 0; qwAt < aSource.qwSize; qwAt += vecBytes.size()) {
             if (System::IsInterrupted()) throw Interrupted();
             vecBytes.resize(static_cast<std::size_t>(std::min(c_qwBlock, aSource.qwSize - qwAt)));
             if (!aFile.read(vecBytes.data(), static_cast<std::streamsize>(vecBytes.size())))
                 Differs(aSource);
+            aChecksum.Add(vecBytes.data(), vecBytes.size());
             if (qwAt == 0) SetHeader(m_packing, aSource, vecBytes);
             if (!HasBytes(aSource, qwAt, vecBytes)) Differs(aSource);
             m_progress.Show(m_qwDone += vecBytes.size());
         }
+        if (!aSource.strChecksum.empty() && aSource.strChecksum != aChecksum.GetText())
+            throw CFailure("verification failed: the file of " + StreamName(aSource.aDescriber) +
+                           " has another checksum than it was closed with; nothing was written");
     }
 
     bool HasBytes(const tagPackSource& aSource, std::uint64_t qwAt,

@@ -17,6 +17,7 @@ struct tagPackSource {
     tagFileDescriber aPacked;  // its name in the container
     std::string strDirectory;
     std::uint64_t qwSize;
+    std::string strChecksum;  ///< that the file was noted with, or empty
 };
 
 /// The fields to set in the header of the conf stream.
@@ -39,5 +40,6 @@ struct tagPacking {
 void WriteContainer(const tagPacking& aPacking, const CPartialName& aPartial);
 
 /// Reads the container back through the play handler and compares every stream with its file.
-/// Throws CFailure at the first difference, and Interrupted.
+/// Compares each file with its checksum too. Throws CFailure at the first difference, and
+/// Interrupted.
 void VerifyContainer(const tagPacking& aPacking, const std::filesystem::path& aPath);

@@ -59,7 +59,7 @@ void CProgress::Draw(std::uint64_t qwDone, const std::string& strNote) {
     const double dRate = dSeconds > 0 ? static_cast<double>(qwDone) / dSeconds : 0;
     const std::uint64_t qwLeft = m_qwTotal > qwDone ? m_qwTotal - qwDone : 0;
     const double dLeft = dRate > 0 ? static_cast<double>(qwLeft) / dRate : 0;
-    if (m_mode == ProgressMode::Json)
+    if (m_mode == ProgressMode::JsonLines)
         DrawJson(qwDone, dRate, dLeft, strNote);
     else
         DrawLine(qwDone, dRate, dLeft, strNote);

@@ -6,8 +6,8 @@
 #include <string>
 
 /// How standard error shows the progress of long work. Auto: as a line that is redrawn, if it is a
-/// terminal. Always: the same on any output. Json: one object per line, for programs.
-enum class ProgressMode { Auto, Always, Never, Json };
+/// terminal. Always: the same on any output. JsonLines: one object per line, for programs.
+enum class ProgressMode { Auto, Always, Never, JsonLines };
 
 /// Shows the progress of one piece of work, with rate and time left, at most 10 times a second.
 class CProgress {

@@ -1,5 +1,6 @@
 #include "tools/cachefile/Recorder.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "async/Shutdown.h"
@@ -44,6 +45,7 @@ CmInt32 CRecorder::Open() {
         if (System::IsInterrupted()) throw Interrupted();
         Note(CCmCallerThread::WaitAndRun(c_dwTickMilliseconds));
     }
+    m_bOpen = m_lFailure == CACHE_OK;
     return m_lFailure;
 }
 
@@ -51,12 +53,39 @@ void CRecorder::Write(const unsigned char* lpData, std::size_t nLength) {
     if (m_lFailure != CACHE_OK) return;
     m_qwBytes += nLength;
     ++m_qwPieces;
-    Note(m_pHandler->WriteData(m_dwHandle, lpData, static_cast<CmUint32>(nLength),
-                               CCacheFileManager::GetMaxDword()));
+    m_checksum.Add(lpData, nLength);
+    const CmInt32 lResult = m_pHandler->WriteData(
+        m_dwHandle, lpData, static_cast<CmUint32>(nLength), CCacheFileManager::GetMaxDword());
+    Note(lResult);
+    if (lResult != CACHE_OK && m_plan.bSync) AddHole();
+}
+
+void CRecorder::AddHole() {
+    m_pHandler->FlushData(m_dwHandle);
+    tagFileLosses aLosses;
+    m_pHandler->GetFileLosses(m_dwHandle, aLosses);
+    const std::uint64_t qwKnown = aLosses.qwLost + m_qwRefused;
+    const std::uint64_t qwMissing = CountLostBytes();
+    if (qwMissing <= qwKnown) return;
+    m_vecRefused.push_back({CountStoredBytes(), qwMissing - qwKnown, 0});
+    m_qwRefused += qwMissing - qwKnown;
+}
+
+void CRecorder::AddRefusedToLosses() {
+    auto& vecHoles = m_losses.vecHoles;
+    m_losses.qwLost += m_qwRefused;
+    vecHoles.insert(vecHoles.end(), m_vecRefused.begin(), m_vecRefused.end());
+    std::stable_sort(vecHoles.begin(), vecHoles.end(),
+                     [](const auto& a, const auto& b) { return a.qwOffset < b.qwOffset; });
 }
 
 void CRecorder::Close() {
-    if (m_dwHandle != 0) Note(m_pHandler->CloseFile(m_dwHandle));
+    if (m_dwHandle == 0) return;
+    m_pHandler->FlushData(m_dwHandle);
+    while (m_pHandler->GetFileLosses(m_dwHandle, m_losses) == CACHE_OK && m_losses.qwPending > 0)
+        CCmCallerThread::WaitAndRun(c_dwPauseMilliseconds);
+    AddRefusedToLosses();
+    Note(m_pHandler->CloseFile(m_dwHandle));
     m_dwHandle = 0;
 }
 
@@ -82,6 +111,11 @@ std::uint64_t CRecorder::CountLostBytes() const {
     return m_qwBytes > qwStored ? m_qwBytes - qwStored : 0;
 }
 
+std::string CRecorder::FindChecksum() const {
+    if (CountStoredBytes() == m_qwBytes && m_losses.qwLost == 0) return m_checksum.GetText();
+    return ChecksumOfFile(GetPath());
+}
+
 void CRecorder::OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType aOpType,
                                CmInt32 aResult) {
     if (aOpType == CCacheFileManager::Op_Open) m_bOpenReported = true;
@@ -93,7 +127,10 @@ void CRecorder::OnDataReady(unsigned char* lpData, CmUint32, const tagDataInfo&)
 }
 
 void CRecorder::Note(CmInt32 lResult) {
-    if (m_lFailure == CACHE_OK) m_lFailure = lResult;
+    if (m_plan.bWaitWhenFull && m_bOpen && lResult == CACHE_ERR_DISK_FULL)
+        m_bFull = true;
+    else if (m_lFailure == CACHE_OK)
+        m_lFailure = lResult;
 }
 
 void HoldBack() {

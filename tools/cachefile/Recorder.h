@@ -3,8 +3,10 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "core/FileOpSink.h"
+#include "tools/cachefile/Checksum.h"
 #include "writer/WriteFileHandler.h"
 
 /// Its destructor shuts the library down, which writes all accepted bytes.
@@ -20,6 +22,7 @@ struct tagPlan {
     CmUint32 dwRecordID;
     std::string strHome;
     bool bSync;
+    bool bWaitWhenFull = false;  ///< a full disk is no failure of a stream
 
     std::string Directory() const;  ///< home/ID, as the user would write it
 };
@@ -37,10 +40,16 @@ class CRecorder : private IFileOpSink {
     /// Opens the record file and waits for the result.
     CmInt32 Open();
 
+    /// Whether the disk was full. With bWaitWhenFull the caller then stops writing until there is
+    /// space, and calls Resume.
+    bool IsFull() const { return m_bFull; }
+    void Resume() { m_bFull = false; }
+
     /// Writes the bytes in one piece. Does nothing after a failure.
     void Write(const unsigned char* lpData, std::size_t nLength);
 
-    /// Ends the stream. In asynchronous mode the file is complete after a shutdown.
+    /// Ends the stream. Waits until its bytes are written or lost, so that GetLosses is complete.
+    /// In asynchronous mode the file is complete after a shutdown.
     void Close();
 
     const tagFileDescriber& GetDescriber() const { return m_describer; }
@@ -56,6 +65,11 @@ class CRecorder : private IFileOpSink {
     /// file is complete, bytes that are still to be written count as lost.
     std::uint64_t CountStoredBytes() const;
     std::uint64_t CountLostBytes() const;
+    const tagFileLosses& GetLosses() const { return m_losses; }  ///< until Close
+
+    /// The checksum of the complete file. If bytes were lost the file is read for it, and the text
+    /// is empty if that fails.
+    std::string FindChecksum() const;
 
  private:
     void OnFileOpStatus(CCacheFileManager::LinkType aLinkType, CCacheFileManager::OpType aOpType,
@@ -63,6 +77,9 @@ class CRecorder : private IFileOpSink {
     void OnDataReady(unsigned char* lpData, CmUint32 dwLength,
                      const tagDataInfo& aDataInfo) override;
     void Note(CmInt32 lResult);
+    /// In synchronous mode a write that fails is no loss to the library, but its bytes are missing.
+    void AddHole();
+    void AddRefusedToLosses();
 
     struct Destroyer {
         void operator()(CWriteFileHandler* pHandler) const { pHandler->Destroy(); }
@@ -72,10 +89,16 @@ class CRecorder : private IFileOpSink {
     const tagFileDescriber m_describer;
     CmUint32 m_dwHandle = 0;
     bool m_bOpenReported = false;
+    bool m_bOpen = false;
+    bool m_bFull = false;
     std::string m_strFileObject;  // of the library, in its trace lines
     CmInt32 m_lFailure = 0;
     std::uint64_t m_qwBytes = 0;
     std::uint64_t m_qwPieces = 0;
+    CChecksum m_checksum;  // of the bytes passed to Write
+    tagFileLosses m_losses;
+    std::vector<tagFileHole> m_vecRefused;  // that AddHole has found
+    std::uint64_t m_qwRefused = 0;          // their bytes
     std::unique_ptr<CWriteFileHandler, Destroyer> m_pHandler;
 };
 

@@ -8,6 +8,7 @@
 #include "tools/HostPath.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Layout.h"
+#include "tools/cachefile/Notes.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/Streams.h"
 #include "tools/cachefile/System.h"
@@ -85,7 +86,7 @@ tagRecording LoadDirectory(const std::string& strPath) {
         const std::uint64_t qwSize = bFile ? it->file_size(aSizeError) : 0;
         if (aDescriber && bFile && !aSizeError)
             aRecording.vecStreams.push_back(RecordFile(*aDescriber, qwSize));
-        else if (strName != c_szRecordingLock)
+        else if (strName != c_szRecordingLock && strName != c_szNotes)
             (aDescriber ? aRecording.vecNotFiles : aRecording.vecOtherFiles).push_back(strName);
     }
     if (aError) throw CFailure("cannot read " + Printable(strPath) + ": " + aError.message());

@@ -6,6 +6,7 @@
 
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
+#include "tools/cachefile/ShownNotes.h"
 #include "tools/cachefile/System.h"
 
 namespace {
@@ -27,11 +28,14 @@ std::map<CmUint32, tagRecording> LoadRecordings(const std::string& strPath) {
 }
 
 void PrintTable(const std::map<CmUint32, tagRecording>& mapRecordings) {
-    CTable aTable(
-        {{"RECORDING", CTable::Left}, {"STREAMS", CTable::Right}, {"BYTES", CTable::Right}});
+    CTable aTable({{"RECORDING", CTable::Left},
+                   {"STREAMS", CTable::Right},
+                   {"BYTES", CTable::Right},
+                   {"STATE", CTable::Left}});
     for (const auto& [dwNumber, aRecording] : mapRecordings)
         aTable.Add({Printable(aRecording.strPath), std::to_string(aRecording.vecStreams.size()),
-                    std::to_string(aRecording.qwSize)});
+                    std::to_string(aRecording.qwSize),
+                    StateName(tagShownNotes(aRecording).aState)});
     aTable.Print();
 }
 
@@ -53,7 +57,8 @@ bool PrintRecordings(const std::string& strCommand, const tagRecording& aDirecto
         aDocument["recordings"].push_back({{"record_id", dwNumber},
                                            {"path", aRecording.strPath},
                                            {"streams", aRecording.vecStreams.size()},
-                                           {"size", aRecording.qwSize}});
+                                           {"size", aRecording.qwSize},
+                                           {"state", StateName(tagShownNotes(aRecording).aState)}});
     PrintDocument(aDocument);
     return true;
 }

@@ -22,7 +22,7 @@ void CopyInput(System::CInput& aInput, System::CNewFile& aFile) {
         if (nRead == -1) ThrowErrno("cannot read standard input");
         if (nRead > 0 && !aFile.Write(vecBlock.data(), static_cast<std::size_t>(nRead)))
             ThrowErrno("cannot write a temporary file");
-        System::WaitForInputs({&aInput}, -1, vecReady);
+        System::WaitForInputs({&aInput}, -1, -1, vecReady);
         if (System::IsInterrupted()) throw Interrupted();
     }
 }
@@ -31,7 +31,7 @@ void CopyInput(System::CInput& aInput, System::CNewFile& aFile) {
 void CopyInputTo(const std::filesystem::path& aPath) {
     System::CInput aInput;
     System::CNewFile aFile;
-    if (!aInput.Open("-")) ThrowErrno("cannot read standard input");
+    if (!aInput.Open(c_szStandardInput)) ThrowErrno("cannot read standard input");
     if (!aFile.Create(aPath)) ThrowErrno("cannot create a temporary file");
     CopyInput(aInput, aFile);
     if (!aFile.Close()) ThrowErrno("cannot write a temporary file");
@@ -40,7 +40,7 @@ void CopyInputTo(const std::filesystem::path& aPath) {
 }  // namespace
 
 CShownRecording::CShownRecording(const std::string& strPath) {
-    if (strPath != "-") {
+    if (strPath != c_szStandardInput) {
         m_recording = RequireRecording(strPath);
         return;
     }

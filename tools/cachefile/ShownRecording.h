@@ -6,6 +6,9 @@
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Recording.h"
 
+/// The path that stands for standard input.
+constexpr char c_szStandardInput[] = "-";
+
 /// A recording that a command only shows. For the path "-" it is a container that is read from
 /// standard input into a temporary file, which is removed with the object. Lives on the stack of
 /// the command. The constructor throws CFailure, and Interrupted.

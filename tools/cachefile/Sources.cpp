@@ -1,15 +1,44 @@
 #include "tools/cachefile/Sources.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <optional>
 #include <set>
+#include <thread>
 
 #include "download/ContainerFormat.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Recording.h"
+
+namespace {
+
+constexpr int c_nLockTries = 4;
+constexpr std::chrono::milliseconds c_aLockPause(30);
+
+}  // namespace
+
+void tagSource::BeginPart(const tagPlan& aPlan) {
+    pRecorder = std::make_unique<CRecorder>(aPlan, aDescriber);
+    bFileMade = bRecorded = false;
+}
+
+void tagSource::EndPart() {
+    aEarlierParts = GetTotals();
+    pRecorder.reset();
+}
+
+tagTotals tagSource::GetTotals() const {
+    tagTotals aTotals = aEarlierParts;
+    if (!pRecorder) return aTotals;
+    aTotals.qwTaken += pRecorder->GetBytes();
+    aTotals.qwStored += pRecorder->CountStoredBytes();
+    aTotals.qwLost += pRecorder->CountLostBytes();
+    aTotals.qwPieces += pRecorder->GetPieces();
+    return aTotals;
+}
 
 Sources MakeSources(const tagRecordOptions& aOptions) {
     Sources vecSources;
@@ -24,32 +53,49 @@ Sources MakeSources(const tagRecordOptions& aOptions) {
             throw CFailure("the stream " + StreamName(aDescriber) + " is given twice", Exit_Usage);
         if (!setInputs.insert(strInput).second && strInput == "-")
             throw CFailure("only one stream can be read from standard input", Exit_Usage);
-        vecSources.push_back(std::make_unique<tagSource>(aOptions.aPlan, aDescriber, strInput));
+        vecSources.push_back(std::make_unique<tagSource>(aDescriber, strInput));
     }
     return vecSources;
 }
 
-void OpenInputs(const tagRecordOptions& aOptions, const Sources& vecSources) {
+void OpenInputs(const Sources& vecSources) {
     for (const auto& pSource : vecSources)
         if (!pSource->aInput.Open(pSource->strPath))
             throw CFailure("cannot open " + Printable(pSource->strPath) + ": " +
                            std::strerror(errno));
-    for (const auto& pTarget : vecSources)
-        for (const auto& pInput : vecSources)
-            if (pInput->aInput.IsFile(pTarget->aRecorder.GetPath()))
-                throw CFailure(Printable(pInput->strPath) + " would be overwritten");
-    for (const auto& pTarget : vecSources)
-        RequireFree(pTarget->aRecorder.GetPath(), aOptions.bForce);
 }
 
-void LockDirectory(const tagPlan& aPlan, System::CFileLock& aLock) {
+void RequireInputsKept(const Sources& vecSources, bool bReplace) {
+    for (const auto& pTarget : vecSources)
+        for (const auto& pInput : vecSources)
+            if (pTarget->pRecorder && pInput->aInput.IsFile(pTarget->pRecorder->GetPath()))
+                throw CFailure(Printable(pInput->strPath) + " would be overwritten");
+    for (const auto& pTarget : vecSources)
+        if (pTarget->pRecorder) RequireFree(pTarget->pRecorder->GetPath(), bReplace);
+}
+
+namespace {
+
+/// Tries again, because a process that only looks at the lock has it for a moment.
+System::CFileLock::Outcome TakeLock(const std::filesystem::path& aPath,
+                                    std::optional<System::CFileLock>& aLock) {
+    for (int nTry = 1;; ++nTry) {
+        const auto aOutcome = aLock.emplace().Take(aPath);
+        if (aOutcome != System::CFileLock::Held || nTry == c_nLockTries) return aOutcome;
+        std::this_thread::sleep_for(c_aLockPause);
+    }
+}
+
+}  // namespace
+
+void LockDirectory(const tagPlan& aPlan, std::optional<System::CFileLock>& aLock) {
     const std::filesystem::path aDirectory = System::NativePath(aPlan.Directory());
     std::error_code aError;
     std::filesystem::create_directories(aDirectory, aError);
     if (!std::filesystem::is_directory(aDirectory))
         throw CFailure("cannot create the directory " + Printable(aPlan.Directory()) +
                        (aError ? ": " + aError.message() : ""));
-    const auto aOutcome = aLock.Take(aDirectory / c_szRecordingLock);
+    const auto aOutcome = TakeLock(aDirectory / c_szRecordingLock, aLock);
     if (aOutcome == System::CFileLock::Held)
         throw CFailure("another process is recording into " + Printable(aPlan.Directory()));
     if (aOutcome == System::CFileLock::Unknown)
@@ -60,7 +106,8 @@ void LockDirectory(const tagPlan& aPlan, System::CFileLock& aLock) {
 CRecordFiles::CRecordFiles(const tagRecordOptions& aOptions, const Sources& vecSources)
     : m_vecSources(vecSources) {
     for (const auto& pSource : vecSources) {
-        const std::filesystem::path aPath = pSource->aRecorder.GetPath();
+        if (!pSource->pRecorder) continue;
+        const std::filesystem::path aPath = pSource->pRecorder->GetPath();
         pSource->bFileMade = System::MakeNewFile(aPath);
         if (pSource->bFileMade || (aOptions.bForce && errno == EEXIST)) continue;
         const std::string strReason = std::strerror(errno);
@@ -73,8 +120,9 @@ CRecordFiles::CRecordFiles(const tagRecordOptions& aOptions, const Sources& vecS
 void CRecordFiles::RemoveUnused() const {
     std::error_code aIgnored;
     for (const auto& pSource : m_vecSources)
-        if (pSource->bFileMade && !pSource->bRecorded && pSource->aRecorder.CountStoredBytes() == 0)
-            std::filesystem::remove(pSource->aRecorder.GetPath(), aIgnored);
+        if (pSource->pRecorder && pSource->bFileMade && !pSource->bRecorded &&
+            pSource->pRecorder->CountStoredBytes() == 0)
+            std::filesystem::remove(pSource->pRecorder->GetPath(), aIgnored);
 }
 
 std::uint64_t CountInput(const Sources& vecSources) {
@@ -87,11 +135,10 @@ std::uint64_t CountInput(const Sources& vecSources) {
     return qwTotal;
 }
 
-void WarnOfUnpackable(const Sources& vecSources) {
+void WarnOfUnpackable(const Sources& vecSources, bool bSplit) {
     for (const auto& pSource : vecSources) {
-        const std::string strFault =
-            PackFault(pSource->aRecorder.GetDescriber(), c_dwEntryFileHeaderSize);
+        const std::string strFault = PackFault(pSource->aDescriber, c_dwEntryFileHeaderSize);
         if (!strFault.empty()) Warn(pSource->Name() + " cannot be packed later: " + strFault);
-        pSource->WarnOnceOfSize(pSource->aInput.CountUnread().value_or(0));
+        if (!bSplit) pSource->WarnOnceOfSize(pSource->aInput.CountUnread().value_or(0));
     }
 }

@@ -83,6 +83,10 @@ class CFileLock {
     /// the lock. Unknown, with errno: the file cannot be created, or its file system has no locks.
     Outcome Take(const std::filesystem::path& aPath);
 
+    /// Whether any process has the lock now. Creates nothing. A Take of another process at the same
+    /// moment may return Held.
+    static bool IsHeld(const std::filesystem::path& aPath);
+
  private:
     std::intptr_t m_nFile = -1;
 };
@@ -121,9 +125,11 @@ class CInput {
     bool m_bOwned = false;
 };
 
-/// Waits until one of the inputs can be read, the other descriptor (-1: none) is readable, or the
-/// process is interrupted. Sets for each input whether it can be read. Windows cannot wait for
-/// several inputs: there all count as readable, and the read waits.
-void WaitForInputs(const std::vector<CInput*>& vecInputs, int nOther, std::vector<bool>& vecReady);
+/// Waits until one of the inputs can be read, the other descriptor (-1: none) is readable, the
+/// process is interrupted, or the time (in milliseconds, -1: any) has passed. Sets for each input
+/// whether it can be read. Windows cannot wait for several inputs: there all count as readable, and
+/// the read waits, for any time.
+void WaitForInputs(const std::vector<CInput*>& vecInputs, int nOther, int nMilliseconds,
+                   std::vector<bool>& vecReady);
 
 }  // namespace System

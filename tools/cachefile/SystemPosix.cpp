@@ -178,6 +178,14 @@ CFileLock::Outcome CFileLock::Take(const std::filesystem::path& aPath) {
     return errno == EWOULDBLOCK ? Held : Unknown;
 }
 
+bool CFileLock::IsHeld(const std::filesystem::path& aPath) {
+    const int nFile = ::open(aPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (nFile < 0) return false;
+    const bool bHeld = ::flock(nFile, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    ::close(nFile);
+    return bHeld;
+}
+
 namespace {
 
 void RenameOnly(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
@@ -250,13 +258,15 @@ long long CInput::Read(unsigned char* lpBuffer, std::size_t nLength) {
     return errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK ? -2 : -1;
 }
 
-void WaitForInputs(const std::vector<CInput*>& vecInputs, int nOther, std::vector<bool>& vecReady) {
+void WaitForInputs(const std::vector<CInput*>& vecInputs, int nOther, int nMilliseconds,
+                   std::vector<bool>& vecReady) {
     std::vector<struct pollfd> vecPolled;
     for (const CInput* pInput : vecInputs)
         vecPolled.push_back({pInput->GetDescriptor(), POLLIN, 0});
     vecPolled.push_back({nOther, POLLIN, 0});
     vecPolled.push_back({s_aWakePipe[0], POLLIN, 0});
-    const int nReady = ::poll(vecPolled.data(), static_cast<nfds_t>(vecPolled.size()), -1);
+    const int nReady =
+        ::poll(vecPolled.data(), static_cast<nfds_t>(vecPolled.size()), nMilliseconds);
     vecReady.assign(vecInputs.size(), false);
     for (std::size_t i = 0; nReady > 0 && i < vecInputs.size(); ++i)
         vecReady[i] = vecPolled[i].revents != 0;

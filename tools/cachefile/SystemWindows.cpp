@@ -177,6 +177,18 @@ CFileLock::Outcome CFileLock::Take(const std::filesystem::path& aPath) {
     return dwError == ERROR_LOCK_VIOLATION || dwError == ERROR_IO_PENDING ? Held : Unknown;
 }
 
+bool CFileLock::IsHeld(const std::filesystem::path& aPath) {
+    const HANDLE hFile = ::CreateFileW(aPath.c_str(), GENERIC_READ,
+                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                       nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (hFile == INVALID_HANDLE_VALUE) return false;
+    OVERLAPPED aPlace = {};
+    const bool bTaken = ::LockFileEx(hFile, LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &aPlace) != 0;
+    const DWORD dwError = ::GetLastError();
+    ::CloseHandle(hFile);
+    return !bTaken && (dwError == ERROR_LOCK_VIOLATION || dwError == ERROR_IO_PENDING);
+}
+
 void Rename(const std::filesystem::path& aFrom, const std::filesystem::path& aTo, bool bReplace,
             std::error_code& aError) {
     aError.clear();
@@ -233,8 +245,9 @@ long long CInput::Read(unsigned char* lpBuffer, std::size_t nLength) {
     return nRead < 0 && errno == EINTR ? -2 : nRead;
 }
 
-void WaitForInputs(const std::vector<CInput*>& vecInputs, int /*nOther*/,
+void WaitForInputs(const std::vector<CInput*>& vecInputs, int /*nOther*/, int nMilliseconds,
                    std::vector<bool>& vecReady) {
+    if (vecInputs.empty() && nMilliseconds > 0) ::Sleep(static_cast<DWORD>(nMilliseconds));
     vecReady.assign(vecInputs.size(), true);
 }
 

@@ -37,6 +37,9 @@ _cachefile()
         --progress) mapfile -t COMPREPLY < <(compgen -W "auto always never json" -- "$word"); return ;;
         --index) mapfile -t COMPREPLY < <(compgen -W "0 1" -- "$word"); return ;;
         --home | --dir) compopt -o filenames; mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
+        --on-full) mapfile -t COMPREPLY < <(compgen -W "stop wait" -- "$word"); return ;;
+        --flush | --sync) mapfile -t COMPREPLY < <(compgen -W "1s off" -- "$word"); return ;;
+        --duration | --max-bytes | --min-free | --split) return ;;
         --piece | --size | --rounds | --offset | --length | --timestamp) return ;;
     esac
     if [[ $word == -* ]]; then

@@ -46,6 +46,11 @@ function __cachefile_complete
             printf '%s\n' 0 1
         case --home --dir
             __fish_complete_directories
+        case --on-full
+            printf '%s\n' stop wait
+        case --flush --sync
+            printf '%s\n' 1s off
+        case --duration --max-bytes --min-free --split
         case --piece --size --rounds --offset --length --timestamp
         case '*'
             if string match -q -- '-*' (commandline -ct)

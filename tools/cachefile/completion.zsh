@@ -37,6 +37,9 @@ _cachefile() {
         --progress) compadd auto always never json; return ;;
         --index) compadd 0 1; return ;;
         --home | --dir) _files -/; return ;;
+        --on-full) compadd stop wait; return ;;
+        --flush | --sync) compadd 1s off; return ;;
+        --duration | --max-bytes | --min-free | --split) return ;;
         --piece | --size | --rounds | --offset | --length | --timestamp) return ;;
     esac
     if [[ $PREFIX == -* ]]; then

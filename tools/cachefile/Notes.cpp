@@ -1,0 +1,183 @@
+#include "tools/cachefile/Notes.h"
+
+#include <fstream>
+
+#include "tools/cachefile/Output.h"
+#include "tools/cachefile/OutputFile.h"
+#include "tools/cachefile/Recording.h"
+#include "tools/cachefile/Streams.h"
+#include "tools/cachefile/System.h"
+
+namespace {
+
+constexpr char c_szSchema[] = "recording";
+constexpr std::uintmax_t c_nMaxSize = 64 << 20;
+constexpr std::size_t c_nMaxDepth = 32;
+constexpr std::size_t c_nChecksumDigits = 32;
+
+/// The parser takes much more memory than the text for each nested array.
+bool IsTooDeep(const std::string& strText) {
+    std::size_t nDepth = 0;
+    bool bInText = false;
+    for (std::size_t i = 0; i < strText.size(); ++i) {
+        const char c = strText[i];
+        if (bInText && c == '\\')
+            ++i;
+        else if (c == '"')
+            bInText = !bInText;
+        else if (!bInText && (c == '[' || c == '{') && ++nDepth > c_nMaxDepth)
+            return true;
+        else if (!bInText && (c == ']' || c == '}') && nDepth > 0)
+            --nDepth;
+    }
+    return false;
+}
+
+/// Returns why the file cannot be read, or an empty text.
+std::string ReadText(const std::filesystem::path& aFile, std::string& strText) {
+    std::error_code aError;
+    const std::uintmax_t nSize = std::filesystem::file_size(aFile, aError);
+    if (aError) return aError.message();
+    if (nSize > c_nMaxSize) return "it is too large";
+    std::ifstream aStream(aFile, std::ios::binary);
+    strText.resize(static_cast<std::size_t>(nSize));
+    aStream.read(strText.data(), static_cast<std::streamsize>(nSize));
+    return aStream ? "" : "it cannot be read";
+}
+
+const Json& Field(const Json& aObject, const char* lpName) {
+    static const Json s_null;
+    const auto it = aObject.find(lpName);
+    return it == aObject.end() ? s_null : *it;
+}
+
+bool IsChecksum(const std::string& strText) {
+    return strText.size() == c_nChecksumDigits &&
+           strText.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+/// Returns false if the fields of a stream are not as described.
+bool TakeStream(const Json& aStream, tagNotes& aNotes) {
+    if (!aStream.is_object()) return false;
+    const Json& aName = Field(aStream, Noted::c_szStream);
+    const Json& aBytes = Field(aStream, Noted::c_szBytes);
+    const Json& aChecksum = Field(aStream, Noted::c_szChecksum);
+    if (!aName.is_string()) return false;
+    const auto aDescriber = ParseStreamName(aName.get<std::string>());
+    if (!aDescriber || (!aBytes.is_null() && !aBytes.is_number_unsigned())) return false;
+    tagNotedStream aNoted;
+    if (!aBytes.is_null()) aNoted.qwBytes = aBytes.get<std::uint64_t>();
+    if (!aChecksum.is_null()) {
+        if (!aChecksum.is_string() || !IsChecksum(aChecksum.get<std::string>())) return false;
+        aNoted.strChecksum = aChecksum.get<std::string>();
+    }
+    return aNotes.mapStreams.try_emplace(StreamName(*aDescriber), aNoted).second;
+}
+
+/// Returns what is wrong with the document, or an empty text.
+std::string TakeDocument(tagNotes& aNotes) {
+    const Json& aDocument = aNotes.aDocument;
+    if (!aDocument.is_object()) return "it is not a JSON object";
+    const Json aWanted = NewDocument(c_szSchema);
+    for (const char* const lpName : {"schema", "version"})
+        if (Field(aDocument, lpName) != aWanted[lpName])
+            return std::string("its ") + lpName + " is not " + aWanted[lpName].dump();
+    const Json& aState = Field(aDocument, Noted::c_szState);
+    if (aState != Noted::c_szOpen && aState != Noted::c_szClosed) return "its state is unknown";
+    const Json& aStreams = Field(aDocument, Noted::c_szStreams);
+    if (!aStreams.is_array()) return "it has no list of streams";
+    for (const Json& aStream : aStreams)
+        if (!TakeStream(aStream, aNotes)) return "one of its streams is malformed or given twice";
+    aNotes.aState = aState == Noted::c_szOpen ? tagNotes::Open : tagNotes::Closed;
+    return {};
+}
+
+std::string Take(const std::filesystem::path& aFile, tagNotes& aNotes) {
+    std::string strText;
+    const std::string strFault = ReadText(aFile, strText);
+    if (!strFault.empty()) return strFault;
+    if (IsTooDeep(strText)) return "it is nested too deeply";
+    aNotes.aDocument = Json::parse(strText, nullptr, false);
+    if (aNotes.aDocument.is_discarded()) return "it is not JSON";
+    return TakeDocument(aNotes);
+}
+
+}  // namespace
+
+const tagNotedStream* tagNotes::Find(const std::string& strStream) const {
+    const auto it = mapStreams.find(strStream);
+    return it == mapStreams.end() ? nullptr : &it->second;
+}
+
+std::filesystem::path NotesOfDirectory(const std::filesystem::path& aDirectory) {
+    return aDirectory / c_szNotes;
+}
+
+std::filesystem::path NotesOfContainer(const std::filesystem::path& aContainer) {
+    std::filesystem::path aPath = aContainer;
+    return aPath += std::string(".") + c_szNotes;
+}
+
+tagNotes LoadNotes(const std::filesystem::path& aFile) {
+    std::error_code aError;
+    tagNotes aNotes;
+    const auto aStatus = std::filesystem::status(aFile, aError);
+    if (aStatus.type() == std::filesystem::file_type::not_found) return aNotes;
+    // Reading a pipe would wait for its writer.
+    aNotes.strFault = std::filesystem::is_regular_file(aStatus) ? Take(aFile, aNotes)
+                                                                : "it is not a regular file";
+    if (aNotes.strFault.empty()) return aNotes;
+    tagNotes aBad;
+    aBad.aState = tagNotes::Bad;
+    aBad.strFault = aNotes.strFault;
+    return aBad;
+}
+
+RecordingState StateOfDirectory(const std::filesystem::path& aDirectory, const tagNotes& aNotes) {
+    if (System::CFileLock::IsHeld(aDirectory / c_szRecordingLock)) return RecordingState::Recording;
+    if (aNotes.aState == tagNotes::Closed) return RecordingState::Closed;
+    return aNotes.aState == tagNotes::Open ? RecordingState::NotClosed : RecordingState::Unknown;
+}
+
+std::string NoteFault(const tagNotedStream& aNoted, std::uint64_t qwBytes,
+                      const std::string& strChecksum) {
+    if (aNoted.qwBytes && *aNoted.qwBytes != qwBytes)
+        return "it has " + Grouped(qwBytes) + " bytes instead of " + Grouped(*aNoted.qwBytes);
+    const bool bBoth = !strChecksum.empty() && !aNoted.strChecksum.empty();
+    return bBoth && strChecksum != aNoted.strChecksum ? "its checksum is another one" : "";
+}
+
+Json SelectNotes(const tagNotes& aNotes,
+                 const std::function<bool(const std::string& strStream)>& aWanted) {
+    Json aSelected = Json::array();
+    if (aNotes.mapStreams.empty()) return aSelected;
+    for (const Json& aStream : aNotes.aDocument[Noted::c_szStreams])
+        if (aWanted(StreamName(*ParseStreamName(aStream[Noted::c_szStream].get<std::string>()))))
+            aSelected.push_back(aStream);
+    return aSelected;
+}
+
+void NameStream(Json& aStream, const tagFileDescriber& aDescriber) {
+    aStream[Noted::c_szStream] = StreamName(aDescriber);
+    aStream["type"] = aDescriber.wDataType;
+    aStream["id"] = aDescriber.dwFileID;
+    aStream["kind"] = aDescriber.byFileType;
+    aStream["file"] = StreamFileName(aDescriber);
+}
+
+void SaveNotes(const std::filesystem::path& aFile, const Json& aDocument) {
+    const std::filesystem::path aDirectory = aFile.has_parent_path() ? aFile.parent_path() : ".";
+    RemoveAbandoned(aDirectory, {aFile.filename().u8string()});
+    COutputFile aOutput(aFile, true);
+    const std::string strText = aDocument.dump(2, ' ', false, Json::error_handler_t::replace);
+    aOutput.Write(strText.data(), strText.size());
+    aOutput.Write("\n", 1);
+    aOutput.Finish();
+}
+
+Json NewNotes() {
+    Json aDocument = NewDocument(c_szSchema);
+    aDocument[Noted::c_szState] = Noted::c_szOpen;
+    aDocument[Noted::c_szStreams] = Json::array();
+    return aDocument;
+}

@@ -1,0 +1,75 @@
+#include "tools/cachefile/PackNotes.h"
+
+#include "tools/cachefile/Output.h"
+#include "tools/cachefile/Streams.h"
+#include "tools/cachefile/System.h"
+
+namespace {
+
+constexpr std::uint16_t c_wConfType = 100;
+
+}  // namespace
+
+void CPackNotes::AddDirectory(const tagRecording& aRecording) {
+    const std::filesystem::path aDirectory = System::NativePath(aRecording.strPath);
+    const std::string strPath = Printable(aRecording.strPath);
+    m_notes = LoadNotes(NotesOfDirectory(aDirectory));
+    if (m_notes.aState == tagNotes::Bad)
+        Warn("the notes of " + strPath + " are not used: " + m_notes.strFault);
+    const RecordingState aState = StateOfDirectory(aDirectory, m_notes);
+    if (aState == RecordingState::Recording)
+        Warn(strPath + " is being recorded; a stream that grows while it is packed is an error");
+    if (aState == RecordingState::NotClosed)
+        Warn(strPath + " was not closed: the ends of its streams may be missing");
+    if (m_notes.aDocument.is_null()) return;
+    if (m_document.is_null()) {
+        m_document = m_notes.aDocument;
+        m_document[Noted::c_szStreams] = Json::array();
+    }
+    if (aState != RecordingState::Closed) m_document[Noted::c_szState] = Noted::c_szOpen;
+    if (aState != RecordingState::Recording) Compare(aRecording);
+}
+
+void CPackNotes::Compare(const tagRecording& aRecording) {
+    const std::string strOf = " of " + Printable(aRecording.strPath);
+    const auto aReport = [&](const std::string& strText) {
+        m_bDamage = true;
+        Warn(strText);
+    };
+    for (const auto& [strStream, aNoted] : m_notes.mapStreams) {
+        const tagStream* const pStream = aRecording.Find(*ParseStreamName(strStream));
+        if (!pStream) {
+            aReport(strStream + strOf + " has no record file, but is in the notes");
+            continue;
+        }
+        const std::string strFault = NoteFault(aNoted, pStream->qwExtent, "");
+        if (!strFault.empty()) aReport(strStream + strOf + " differs from the notes: " + strFault);
+    }
+}
+
+std::string CPackNotes::AddStream(const tagFileDescriber& aDescriber,
+                                  const tagFileDescriber& aPacked) {
+    const std::string strName = StreamName(aDescriber);
+    const tagNotedStream* const pNoted = m_notes.Find(strName);
+    if (!pNoted) return {};
+    const auto aWanted = [&](const std::string& strStream) { return strStream == strName; };
+    for (Json& aNotes : SelectNotes(m_notes, aWanted)) {
+        NameStream(aNotes, aPacked);
+        m_document[Noted::c_szStreams].push_back(std::move(aNotes));
+    }
+    return pNoted->strChecksum;
+}
+
+void CPackNotes::Write(bool bHeaderChanged) {
+    std::error_code aIgnored;
+    if (m_document.is_null()) {
+        std::filesystem::remove(m_file, aIgnored);
+        return;
+    }
+    for (Json& aStream : m_document[Noted::c_szStreams])
+        if (bHeaderChanged &&
+            ParseStreamName(aStream[Noted::c_szStream].get<std::string>())->wDataType ==
+                c_wConfType)
+            aStream.erase(Noted::c_szChecksum);
+    SaveNotes(m_file, m_document);
+}

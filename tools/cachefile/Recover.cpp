@@ -1,0 +1,116 @@
+#include <algorithm>
+#include <filesystem>
+
+#include "tools/cachefile/Commands.h"
+#include "tools/cachefile/Exit.h"
+#include "tools/cachefile/JsonDocument.h"
+#include "tools/cachefile/KnownChecksums.h"
+#include "tools/cachefile/Output.h"
+#include "tools/cachefile/RecoveryOutput.h"
+#include "tools/cachefile/System.h"
+
+namespace {
+
+const char* StateName(tagPiece::State aState) {
+    static const char* const s_aNames[] = {"verified", "unverified", "damaged", "missing"};
+    return s_aNames[aState];
+}
+
+const char* FinderName(tagPiece::Finder aFinder) {
+    static const char* const s_aNames[] = {"index", "search", "checksum"};
+    return s_aNames[aFinder];
+}
+
+Style StyleOf(tagPiece::State aState) {
+    if (aState == tagPiece::Verified) return Style::Green;
+    return aState == tagPiece::Unverified ? Style::Plain : Style::Red;
+}
+
+bool IsLost(const tagPiece& aPiece) {
+    return aPiece.aState == tagPiece::Damaged || aPiece.aState == tagPiece::Missing;
+}
+
+/// The bytes of a piece that are in the output.
+std::uint64_t Recovered(const tagPiece& aPiece) {
+    return aPiece.aState == tagPiece::Missing ? 0 : aPiece.qwPresent;
+}
+
+void PrintText(const tagRecovery& aRecovery) {
+    CTable aTable({{"STREAM", CTable::Left},
+                   {"FILE", CTable::Left},
+                   {"BYTES", CTable::Right},
+                   {"MISSING", CTable::Right},
+                   {"STATE", CTable::Left},
+                   {"FOUND BY", CTable::Left}});
+    for (const tagPiece& a : aRecovery.vecPieces) {
+        for (const std::string& strFault : a.vecFaults) Warn(a.Name() + ": " + strFault);
+        const bool bMissing = a.aState == tagPiece::Missing;
+        aTable.Add({a.Name(), bMissing ? "-" : a.strFile.c_str(), std::to_string(Recovered(a)),
+                    std::to_string(a.qwMissing),
+                    CTable::Cell(StateName(a.aState), StyleOf(a.aState)), FinderName(a.aFinder)});
+    }
+    aTable.Print();
+}
+
+void PrintJson(const tagRecoverOptions& aOptions, const tagRecovery& aRecovery) {
+    Json aDocument = NewDocument("recover");
+    aDocument["path"] = aOptions.strPath;
+    aDocument["output"] = aOptions.strOutput;
+    aDocument["kind"] = aOptions.bContainer ? "container" : "directory";
+    aDocument["losses"] = aRecovery.vecLosses;
+    PrintDocument(aDocument, "streams", aRecovery.vecPieces.size(), [&](std::size_t i) {
+        const tagPiece& a = aRecovery.vecPieces[i];
+        const bool bFile = a.aState != tagPiece::Missing && !aOptions.bContainer;
+        return Json{
+            {"stream", a.Name()},           {"file", bFile ? Json(a.strFile) : Json(nullptr)},
+            {"bytes", Recovered(a)},        {"missing_bytes", a.qwMissing},
+            {"state", StateName(a.aState)}, {"found_by", FinderName(a.aFinder)},
+            {"reasons", a.vecFaults}};
+    });
+}
+
+void RequireNew(const tagRecoverOptions& aOptions) {
+    std::error_code aIgnored;
+    if (std::filesystem::exists(
+            std::filesystem::symlink_status(System::NativePath(aOptions.strOutput), aIgnored)))
+        throw CFailure(Printable(aOptions.strOutput) +
+                       " already exists (`recover` overwrites nothing)");
+}
+
+/// Keeps recorders away while the record files are read. Does nothing if no recorder has locked the
+/// directory before.
+void LockAgainstRecorders(const tagRecoverOptions& aOptions, System::CFileLock& aLock) {
+    const auto aPath = System::NativePath(aOptions.strPath) / c_szRecordingLock;
+    std::error_code aIgnored;
+    if (!std::filesystem::exists(aPath, aIgnored)) return;
+    if (aLock.Take(aPath) == System::CFileLock::Held)
+        throw CFailure(Printable(aOptions.strPath) + " is being recorded");
+}
+
+int Report(const tagRecoverOptions& aOptions, const tagRecovery& aRecovery) {
+    if (aOptions.bJson)
+        PrintJson(aOptions, aRecovery);
+    else
+        PrintText(aRecovery);
+    FinishOutput();
+    for (const std::string& strLoss : aRecovery.vecLosses)
+        Warn(Printable(aOptions.strPath) + ": " + strLoss);
+    const bool bLost = std::any_of(aRecovery.vecPieces.begin(), aRecovery.vecPieces.end(), IsLost);
+    return bLost || !aRecovery.vecLosses.empty() ? Exit_Damage : Exit_Done;
+}
+
+}  // namespace
+
+int Recover(const tagRecoverOptions& aOptions) {
+    RequireNew(aOptions);
+    const tagRecording aRecording = LoadRecording(aOptions.strPath);
+    System::CFileLock aLock;
+    if (!aRecording.IsContainer()) LockAgainstRecorders(aOptions, aLock);
+    const KnownStreams mapKnown =
+        FindKnownStreams(aOptions.strPath, aRecording.IsContainer(), aOptions.strKnown);
+    tagRecovery aRecovery = aRecording.IsContainer() ? RecoverContainer(aRecording, mapKnown)
+                                                     : RecoverDirectory(aRecording, mapKnown);
+    WriteRecovery(aRecording, aRecovery, System::NativePath(aOptions.strOutput),
+                  aOptions.bContainer, aOptions.aProgress);
+    return Report(aOptions, aRecovery);
+}
