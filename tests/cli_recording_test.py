@@ -86,6 +86,18 @@ class Notes(Recording):
         self.run_tool(DONE, "record", "7", "--force", "--stream", "1:1001:2=in")
         self.assertEqual(self.notes()["state"], "open")
 
+    def test_streams_keep_their_notes_under_new_names(self):
+        self.make("other", b"other")
+        self.record(DONE, 7)
+        self.record(DONE, 8, source="other")
+        self.run_tool(DONE, "pack", "kvr2/7", "kvr2/8", "-o", "packed", "--renumber", "--verify")
+        self.run_tool(DONE, "sums", "packed", "--check")
+        self.run_tool(DONE, "extract", "packed", "-o", "out")
+        self.assertEqual([[stream[key] for key in ("stream", "id", "file", "bytes", "source")]
+                          for stream in self.notes("out/recording.json")["streams"]],
+                         [[STREAM, 7004, FILE, len(CONTENT), "in"],
+                          ["4:8004:4", 8004, "4_8004-4.dat", 5, "other"]])
+
     def test_what_differs_from_the_notes_is_damage(self):
         self.record(DONE, 7)
         self.run_tool(DONE, "pack", "kvr2/7", "-o", "good", "--verify")

@@ -145,11 +145,9 @@ class Usage(Cli):
         self.assertEqual(json.loads(error)["message"], "unknown command 'fly' (see `--help`)")
         self.assertEqual(sorted(os.listdir(self.directory)), ["plain", "rec"])
 
-    def test_help_man_page_and_completion_tell_of_everything(self):
+    def test_help_and_man_page_describe_everything(self):
         with open(MAN_PAGE) as file:
             man = file.read().replace("\\-", "-")
-        with open(COMPLETION) as file:
-            completion = file.read()
         self.assertRegex(self.run_tool(DONE, "--version")[0], rb"^cachefile \d+\.\d+\.\d+\n$")
         self.assertTrue(all(name in self.run_tool(DONE, "--help")[0].decode() for name in COMMANDS))
         for name in COMMANDS:
@@ -157,23 +155,22 @@ class Usage(Cli):
             self.assertIn("Example:\n  ", text)
             self.assertIn("cachefile " + name, text)
             section = re.search(r"\n\.SS .?" + name + r"\b(.*?)\n\.S[SH]", man, re.S).group(1)
-            line = re.search(r"\n\s+(?:\w+ \| )*" + name + r"(?: \| \w+)*\) options=\"(.*?)\"",
-                             completion).group(1)
             for option in re.findall(r"(--[a-z-]+)", text.split("Options:")[1]):
                 if option != "--help":
                     self.assertIn(option, section, name)
-                    self.assertIn(option, line, name)
 
+    @not_on_windows("bash starts no Windows program")
     def test_completion_runs_in_bash(self):
-        self.make("some file", b"")
-        for words, wanted in [(["rec"], ["record", "recover"]), (["pack", "--v"], ["--verbose", "--version", "--verify"]),
-                              (["pack", "--index", ""], ["0", "1"]), (["info", "so"], ["some file"])]:
-            quoted = " ".join("'%s'" % word for word in ["cachefile", *words])
+        self.make("some file", container(THREE))
+        for words, wanted in [(["re"], ["record", "recover"]), (["pack", "--v"], ["--version", "--verify"]),
+                              (["pack", "--index", ""], ["0", "1"]), (["info", "so"], ["some file"]),
+                              (["play", "some file", "--stream", "1", ":", "1001", ":"], ["2"])]:
+            quoted = " ".join("'%s'" % word for word in [PROGRAM, *words])
             script = ("source '%s'; compopt() { :; }; COMP_WORDS=(%s); COMP_CWORD=%d; _cachefile; "
                       "printf '%%s\\n' \"${COMPREPLY[@]}\"" % (COMPLETION, quoted, len(words)))
             output = subprocess.run(["bash", "-c", script], cwd=self.directory,
                                     stdout=subprocess.PIPE, check=True).stdout.decode()
-            self.assertEqual(output.splitlines(), wanted, words)
+            self.assertEqual(sorted(output.splitlines()), sorted(wanted), words)
 
 
 class Output(Cli):
@@ -427,6 +424,12 @@ class Show(Cli):
         self.assertEqual((packed["kind"], packed["index_type"], packed["entry_count"],
                           packed["size"], packed["declared_size"]), ("container", 0, 3, 592, 592))
         self.assertEqual(self.run_json(DONE, "list", "packed")["streams"], packed["streams"])
+        if not WINDOWS:  # a process cannot replace its list of temporary directories there
+            there = {**os.environ, "TMPDIR": self.path("rec")}
+            piped = self.run_json(DONE, "info", "-", input=self.read("packed"), env=there)
+            self.assertEqual(piped, {**packed, "path": "-"})
+            self.run_tool(FAILED, "list", "-", input=b"no container, but longer than a header", env=there)
+            self.assertEqual(os.listdir(self.path("rec")), ["7"])
         os.remove(self.path("rec/7/100_100-2.dat"))
         self.assertIsNone(self.run_json(DONE, "info", "rec/7")["cb_time_stamp"])
         lines = self.run_tool(DONE, "list", "packed")[0].decode().splitlines()
@@ -440,6 +443,7 @@ class Show(Cli):
         self.make("rec/notes/4_7004-4.dat", b"")
         self.make("rec/9", b"a file")
         document = self.run_json(DONE, "info", "rec")
+        self.assertEqual({**document, "schema": "cachefile.list"}, self.run_json(DONE, "list", "rec"))
         self.assertEqual(document["kind"], "recordings")
         self.assertEqual(document["recordings"], [
             {"record_id": 7, "path": "rec/7", "streams": 3, "size": 472, "state": "unknown"},
@@ -522,17 +526,46 @@ class Show(Cli):
                           ["s", "88", "1000", "stream"], ["S", "1088", "1000", "stream"],
                           ["x", "2088", "500", "missing"]])
         self.run_tool(DAMAGE, "map", "good", "-o", "map.svg")
-        rectangles = xml.etree.ElementTree.parse(self.path("map.svg")).getroot().findall("{*}rect")
-        self.assertEqual(len(rectangles), 1 + len(lines))
+        parts = [rect.get("class").split()[-1] for rect in
+                 xml.etree.ElementTree.parse(self.path("map.svg")).getroot().findall("{*}rect")]
+        bar = ["header", "index", "stream1", "stream2", "missing"]
+        self.assertEqual(parts, ["paper", *bar, *bar])  # the bar and its legend
+        self.run_tool(DAMAGE, "map", "good", "-o", "map.html")
+        data = re.search(r"= ({facts:.*?});\n", self.read("map.html").decode(), re.S).group(1)
+        data = json.loads(re.sub(r"^({?)(\w+): ", r'\1"\2": ', data, flags=re.M))
+        self.assertEqual([region[1:3] for region in data["regions"]],
+                         [[int(line.split()[1]), sum(map(int, line.split()[1:3]))] for line in lines])
+        self.assertEqual([finding[1] for finding in data["findings"]], ["file-too-short", "longer-than-noted"])
         regions = self.run_json(DAMAGE, "map", "good")["regions"]
         self.assertEqual([[str(region["offset"]), str(region["bytes"]), region["kind"]]
                           for region in regions], [line.split()[1:4] for line in lines])
         self.assertEqual((regions[3]["entry"], regions[3]["stream"]), (2, "3:1003:2"))
         self.run_tool(FAILED, "map", "good", "-o", "map.svg")
         self.run_tool(DAMAGE, "map", "good", "-o", "map.svg", "--force")
+        self.make("many", container([(268, n, b"x" * (n % 7 * 40)) for n in range(5000)]))
+        self.run_tool(DONE, "map", "many", "-o", "many.svg")
+        self.assertLess(len(self.read("many.svg")), 200000)
 
 
 class Pack(Cli):
+    def test_recordings_are_merged_under_other_names(self):
+        for directory in "ab":
+            self.make(directory + "/4_7004-4.dat", directory.encode())
+            self.make(directory + "/100_100-2.dat", CONF)
+        pack = ["pack", "a", "b", "-o", "packed", "--verify", "--force"]
+        for options, streams, warnings in [
+                (["--renumber"], {"4:7004:4": b"a", "4:8004:4": b"b", "100:100:2": CONF}, 1),
+                (["--stream", "4:7004:4", "--rename", "b/4:7004:4=4:4:4"],
+                 {"4:7004:4": b"a", "4:4:4": b"b"}, 0)]:
+            error = self.run_tool(DONE, *pack, *options)[1]
+            self.assertEqual(len(error.splitlines()), warnings)
+            names = self.run_tool(DONE, "list", "packed", "--names")[0].decode().split()
+            self.assertEqual({name: self.run_tool(DONE, "play", "packed", "--stream", name)[0]
+                              for name in names}, streams)
+        for wrong in ([], ["--renumber", "--rename", "c/4:7004:4=4:4:4"],
+                      ["--renumber", "--rename", "4:7004:4=4:5:4"]):
+            self.run_tool(FAILED, *pack, *wrong)
+
     def test_there_and_back(self):
         self.make_recording()
         self.make("more/20_5020-1.dat", b"")

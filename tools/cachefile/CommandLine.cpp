@@ -103,7 +103,9 @@ void AddInfo(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagInfoOptions>();
     CLI::App& aCommand =
         *aTool.add_subcommand("info", "Show the properties and the streams of a recording");
-    AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    AddPath(aCommand, pOptions->strPath,
+            "A recording directory, a container, - for one from a pipe, or a directory of "
+            "recordings");
     aCommand.add_flag("--watch", pOptions->bWatch,
                       "Show a directory once a second until its recorder ends");
     AddJson(aCommand, pOptions->bJson);
@@ -113,8 +115,12 @@ void AddInfo(CLI::App& aTool, int& nExit) {
 
 void AddList(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagListOptions>();
-    CLI::App& aCommand = *aTool.add_subcommand("list", "List the streams of a recording");
-    AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "list", "List the streams of a recording, or the recordings of a directory");
+    AddPath(aCommand, pOptions->strPath,
+            "A recording directory, a container, - for one from a pipe, or a directory of "
+            "recordings");
+    aCommand.add_flag("--names", pOptions->bNames, "Print only the names of the streams");
     AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile list talk.container");
     aCommand.callback([pOptions, &nExit] { nExit = List(*pOptions); });
@@ -122,15 +128,17 @@ void AddList(CLI::App& aTool, int& nExit) {
 
 void AddMap(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagMapOptions>();
-    CLI::App& aCommand =
-        *aTool.add_subcommand("map", "Draw the layout of a container, on the terminal or as SVG");
+    CLI::App& aCommand = *aTool.add_subcommand(
+        "map", "Draw the layout of a container, on the terminal or as a file");
     AddPath(aCommand, pOptions->strPath, "A container");
-    aCommand.add_option("-o,--output", pOptions->strOutput, "Write the drawing to this SVG file")
+    aCommand
+        .add_option("-o,--output", pOptions->strOutput,
+                    "Write a picture (SVG) or a page (HTML) to this file")
         ->check(PathValidator())
-        ->type_name("FILE.svg");
+        ->type_name("FILE.svg|html");
     AddForce(aCommand, pOptions->bForce);
     AddJson(aCommand, pOptions->bJson);
-    AddExample(aCommand, "cachefile map talk.container -o talk.svg");
+    AddExample(aCommand, "cachefile map talk.container -o talk.html");
     aCommand.callback([pOptions, &nExit] { nExit = Map(*pOptions); });
 }
 
@@ -171,6 +179,12 @@ void AddPack(CLI::App& aTool, int& nExit) {
     AddEach(aCommand, "--stream", pOptions->vecStreams,
             "Only this stream, as TYPE:ID:KIND; may be repeated")
         ->type_name("STREAM");
+    AddEach(
+        aCommand, "--rename", pOptions->vecRenames,
+        "Pack a stream, perhaps only that of one directory, under another name; may be repeated")
+        ->type_name("[DIR/]STREAM=STREAM");
+    aCommand.add_flag("--renumber", pOptions->bRenumber,
+                      "Give streams of the same name in several directories the next free ids");
     aCommand.add_flag("--skip-unpackable", pOptions->bSkipUnpackable,
                       "Skip streams that no container can hold");
     aCommand.add_option("--index", pOptions->dwIndexType, "Index type: 0 packed, 1 chained")

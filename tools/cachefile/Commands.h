@@ -47,9 +47,10 @@ int Info(const tagInfoOptions& aOptions);
 
 struct tagListOptions {
     std::string strPath;
+    bool bNames = false;  ///< only the names
     bool bJson = false;
 };
-/// Lists the streams of a recording.
+/// Lists the streams of a recording, or the recordings of a directory.
 int List(const tagListOptions& aOptions);
 
 struct tagMapOptions {
@@ -58,7 +59,7 @@ struct tagMapOptions {
     bool bForce = false;
     bool bJson = false;
 };
-/// Draws the layout of a container, on the terminal or as SVG.
+/// Draws the layout of a container, on the terminal, as SVG or as a page.
 int Map(const tagMapOptions& aOptions);
 
 struct tagExtractOptions {
@@ -77,6 +78,8 @@ struct tagPackOptions {
     std::vector<std::string> vecDirectories;
     std::string strOutput;
     std::vector<std::string> vecStreams;  ///< empty: all
+    std::vector<std::string> vecRenames;  ///< [DIR/]FROM=TO
+    bool bRenumber = false;
     bool bSkipUnpackable = false;
     CmUint32 dwIndexType = Index_Packed;
     std::optional<CmUint32> dwFileVersion;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <tuple>
+#include <utility>
 
 #include "platform/CmResult.h"
 #include "tools/cachefile/Exit.h"
@@ -144,5 +145,8 @@ std::vector<tagRegion> LayOutRegions(const tagRecording& aRecording) {
     aSweep.FillUpTo(aRecording.qwSize);
     if (qwDeclared > aRecording.qwSize)
         aSweep.Add(tagRegion::Missing, aRecording.qwSize, qwDeclared, 0);
-    return aSweep.vecRegions;
+    std::size_t nTurn = 0;
+    for (tagRegion& aRegion : aSweep.vecRegions)
+        if (aRegion.aKind == tagRegion::Stream) aRegion.nTurn = ++nTurn;
+    return std::move(aSweep.vecRegions);
 }

@@ -18,7 +18,8 @@ struct tagRegion {
     Kind aKind;
     std::uint64_t qwBegin;
     std::uint64_t qwEnd;
-    std::size_t nStream;  ///< Stream and Overlap: number of the entry, or 0
+    std::size_t nStream;    ///< Stream and Overlap: number of the entry, or 0
+    std::size_t nTurn = 0;  ///< Stream: 1 for the first one in the file, 2 for the next
 };
 
 const char* RegionName(tagRegion::Kind aKind);

@@ -157,6 +157,14 @@ Json SelectNotes(const tagNotes& aNotes,
     return aSelected;
 }
 
+void NameStream(Json& aStream, const tagFileDescriber& aDescriber) {
+    aStream[Noted::c_szStream] = StreamName(aDescriber);
+    aStream["type"] = aDescriber.wDataType;
+    aStream["id"] = aDescriber.dwFileID;
+    aStream["kind"] = aDescriber.byFileType;
+    aStream["file"] = StreamFileName(aDescriber);
+}
+
 void SaveNotes(const std::filesystem::path& aFile, const Json& aDocument) {
     const std::filesystem::path aDirectory = aFile.has_parent_path() ? aFile.parent_path() : ".";
     RemoveAbandoned(aDirectory, {aFile.filename().u8string()});

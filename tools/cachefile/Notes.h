@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "core/DataInfo.h"
 #include "tools/cachefile/JsonDocument.h"
 
 // The notes of a recording: what its recorder knew about it. They are the file recording.json of a
@@ -49,6 +50,9 @@ std::string NoteFault(const tagNotedStream& aNoted, std::uint64_t qwBytes,
 /// The notes of the streams, by TYPE:ID:KIND, that aWanted selects, as they are in the document.
 Json SelectNotes(const tagNotes& aNotes,
                  const std::function<bool(const std::string& strStream)>& aWanted);
+
+/// Sets the fields of the notes of a stream that have its name, and that of its record file.
+void NameStream(Json& aStream, const tagFileDescriber& aDescriber);
 
 /// Replaces the file: a new one is written and synced, and then renamed. Throws CFailure; the old
 /// file is then unchanged.

@@ -1,4 +1,3 @@
-#include <map>
 #include <set>
 
 #include "tools/cachefile/Commands.h"
@@ -9,20 +8,20 @@
 #include "tools/cachefile/PackNotes.h"
 #include "tools/cachefile/Packing.h"
 #include "tools/cachefile/Recording.h"
+#include "tools/cachefile/Renaming.h"
 #include "tools/cachefile/Streams.h"
 #include "tools/cachefile/System.h"
 
 namespace {
 
-using Selection = std::set<std::string>;
+using StreamNames = std::set<std::string>;
 
-/// Whether a stream is packed. A stream that no container can hold is an error, or is left out.
-bool IsPacked(const tagPackOptions& aOptions, const Selection& setWanted, const tagStream& aStream,
-              const std::string& strDirectory) {
-    if (!setWanted.empty() && setWanted.count(aStream.Name()) == 0) return false;
-    const std::string strFault = PackFault(aStream.aDescriber, aStream.qwExtent);
+/// A stream that no container can hold is an error, or is left out.
+bool CanBePacked(const tagPackOptions& aOptions, const tagPackSource& aSource) {
+    const std::string strFault = PackFault(aSource.aPacked, aSource.qwSize);
     if (strFault.empty()) return true;
-    const std::string strName = aStream.Name() + " of " + Printable(strDirectory);
+    const std::string strName =
+        StreamName(aSource.aPacked) + " of " + Printable(aSource.strDirectory);
     if (!aOptions.bSkipUnpackable)
         throw CFailure("cannot pack " + strName + ": " + strFault +
                        " (use `--skip-unpackable` to leave such streams out)");
@@ -30,18 +29,17 @@ bool IsPacked(const tagPackOptions& aOptions, const Selection& setWanted, const 
     return false;
 }
 
-/// mapSeen has the directory of each stream that was added before.
-void AddSource(tagPacking& aPacking, std::map<std::string, std::string>& mapSeen,
-               CPackNotes& aNotes, const tagStream& aStream, const std::string& strDirectory) {
-    const auto [it, bNew] = mapSeen.try_emplace(aStream.Name(), strDirectory);
-    if (!bNew)
-        throw CFailure(aStream.Name() + " is in " + Printable(it->second) + " and in " +
-                       Printable(strDirectory));
-    aPacking.vecSources.push_back(
-        {aStream.aDescriber, strDirectory, aStream.qwExtent, aNotes.AddStream(aStream)});
+/// The notes of a stream get the name that it has in the container.
+void AddSource(tagPacking& aPacking, CRenaming& aRenaming, CPackNotes& aNotes,
+               tagPackSource aSource) {
+    if (!aRenaming.Take(aSource.aPacked, aSource.strDirectory))
+        return Warn(StreamName(aSource.aPacked) + " of " + Printable(aSource.strDirectory) +
+                    " is left out: a container has only one");
+    aSource.strChecksum = aNotes.AddStream(aSource.aDescriber, aSource.aPacked);
+    aPacking.vecSources.push_back(aSource);
 }
 
-void RequireWanted(const Selection& setWanted, const Selection& setFound) {
+void RequireWanted(const StreamNames& setWanted, const StreamNames& setFound) {
     for (const std::string& strName : setWanted)
         if (setFound.count(strName) == 0)
             throw CFailure("there is no record file of the stream " + strName);
@@ -50,8 +48,8 @@ void RequireWanted(const Selection& setWanted, const Selection& setFound) {
 /// Adds one directory after another, so that the streams of each are together.
 tagPacking Collect(const tagPackOptions& aOptions, CPackNotes& aNotes) {
     tagPacking aPacking;
-    Selection setWanted, setFound;
-    std::map<std::string, std::string> mapSeen;
+    StreamNames setWanted, setFound;
+    CRenaming aRenaming(aOptions.vecRenames, aOptions.bRenumber);
     for (const std::string& strStream : aOptions.vecStreams)
         setWanted.insert(StreamName(RequireStream(strStream)));
     tagPackHeader aHeader{0, 0};
@@ -62,13 +60,17 @@ tagPacking Collect(const tagPackOptions& aOptions, CPackNotes& aNotes) {
             Warn(Printable(strDirectory + "/" + strName) + " is left out: it is not a record file");
         for (const tagStream& aStream : aRecording.vecStreams) {
             setFound.insert(aStream.Name());
-            if (IsPacked(aOptions, setWanted, aStream, strDirectory))
-                AddSource(aPacking, mapSeen, aNotes, aStream, strDirectory);
+            if (!setWanted.empty() && setWanted.count(aStream.Name()) == 0) continue;
+            const tagPackSource aSource{aStream.aDescriber,
+                                        aRenaming.Apply(aStream.aDescriber, strDirectory),
+                                        strDirectory, aStream.qwExtent, ""};
+            if (CanBePacked(aOptions, aSource)) AddSource(aPacking, aRenaming, aNotes, aSource);
         }
         if (aRecording.dwFileVersion)
             aHeader = {*aRecording.dwFileVersion, *aRecording.dwCBTimeStamp};
     }
     RequireWanted(setWanted, setFound);
+    aRenaming.RequireUsed();
     if (aPacking.vecSources.empty()) throw CFailure("there is no record file to pack");
     aPacking.dwIndexType = aOptions.dwIndexType;
     aPacking.aProgress = aOptions.aProgress;
@@ -90,20 +92,32 @@ void RequireSafeOutput(const tagPackOptions& aOptions, const tagPacking& aPackin
             throw CFailure(Printable(aOptions.strOutput) + " is one of the files to be packed");
 }
 
+void PrintRenamed(const tagPacking& aPacking) {
+    for (const tagPackSource& aSource : aPacking.vecSources) {
+        const std::string strFrom = StreamName(aSource.aDescriber);
+        const std::string strTo = StreamName(aSource.aPacked);
+        if (strFrom != strTo)
+            Print(Printable(aSource.strDirectory) + "/" + strFrom + " is " + strTo + "\n");
+    }
+}
+
 void PrintResult(const tagPackOptions& aOptions, const tagPacking& aPacking) {
-    if (!aOptions.bJson)
+    if (!aOptions.bJson) {
+        PrintRenamed(aPacking);
         return Print("packed " + Grouped(aPacking.vecSources.size()) +
                      (aPacking.vecSources.size() == 1 ? " stream, " : " streams, ") +
                      Grouped(aPacking.CountBytes()) + " bytes" +
                      (aOptions.bVerify ? ", read back and compared" : "") + ": " +
                      Printable(aOptions.strOutput) + "\n");
+    }
     Json aDocument = NewDocument("pack");
     aDocument["output"] = aOptions.strOutput;
     aDocument["bytes"] = aPacking.CountBytes();
     aDocument["verified"] = aOptions.bVerify;
     aDocument["streams"] = Json::array();
     for (const tagPackSource& aSource : aPacking.vecSources)
-        aDocument["streams"].push_back({{"stream", StreamName(aSource.aDescriber)},
+        aDocument["streams"].push_back({{"stream", StreamName(aSource.aPacked)},
+                                        {"packed_from", StreamName(aSource.aDescriber)},
                                         {"directory", aSource.strDirectory},
                                         {"bytes", aSource.qwSize}});
     PrintDocument(aDocument);

@@ -47,12 +47,16 @@ void CPackNotes::Compare(const tagRecording& aRecording) {
     }
 }
 
-std::string CPackNotes::AddStream(const tagStream& aStream) {
-    const tagNotedStream* const pNoted = m_notes.Find(aStream.Name());
+std::string CPackNotes::AddStream(const tagFileDescriber& aDescriber,
+                                  const tagFileDescriber& aPacked) {
+    const std::string strName = StreamName(aDescriber);
+    const tagNotedStream* const pNoted = m_notes.Find(strName);
     if (!pNoted) return {};
-    const auto aWanted = [&](const std::string& strStream) { return strStream == aStream.Name(); };
-    for (Json& aNotes : SelectNotes(m_notes, aWanted))
+    const auto aWanted = [&](const std::string& strStream) { return strStream == strName; };
+    for (Json& aNotes : SelectNotes(m_notes, aWanted)) {
+        NameStream(aNotes, aPacked);
         m_document[Noted::c_szStreams].push_back(std::move(aNotes));
+    }
     return pNoted->strChecksum;
 }
 

@@ -16,8 +16,9 @@ class CPackNotes {
     /// Reads the notes of a directory, and compares its record files with them.
     void AddDirectory(const tagRecording& aRecording);
 
-    /// Adds the notes of a stream of the last directory. Returns its checksum, or an empty text.
-    std::string AddStream(const tagStream& aStream);
+    /// Adds the notes of a stream of the last directory, with the name that it has in the
+    /// container. Returns its checksum, or an empty text.
+    std::string AddStream(const tagFileDescriber& aDescriber, const tagFileDescriber& aPacked);
 
     /// Whether a record file differs from the notes of its directory.
     bool HasDamage() const { return m_bDamage; }

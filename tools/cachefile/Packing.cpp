@@ -37,7 +37,7 @@ std::string LibraryPath(const tagPackSource& aSource) {
 
 void AddSources(CContainerWriter& aWriter, const tagPacking& aPacking) {
     for (const tagPackSource& aSource : aPacking.vecSources) {
-        const CmInt32 lResult = aWriter.AddStreamFile(aSource.aDescriber, LibraryPath(aSource));
+        const CmInt32 lResult = aWriter.AddStreamFile(aSource.aPacked, LibraryPath(aSource));
         if (lResult != CACHE_OK) ThrowPacking(aPacking, aWriter.GetLastFailure(), lResult);
     }
 }
@@ -50,7 +50,7 @@ void PutWord(std::vector<char>& vecBytes, std::size_t nAt, CmUint32 dwWord) {
 void SetHeader(const tagPacking& aPacking, const tagPackSource& aSource,
                std::vector<char>& vecBytes) {
     tagMRFD aEntry{};
-    if (!aPacking.aHeader || FileDescriberToTag(aSource.aDescriber, aEntry) != CACHE_OK ||
+    if (!aPacking.aHeader || FileDescriberToTag(aSource.aPacked, aEntry) != CACHE_OK ||
         aEntry.wTag != c_wConfTag)
         return;
     PutWord(vecBytes, c_dwFileVersionOffset, aPacking.aHeader->dwFileVersion);
@@ -76,7 +76,7 @@ class CVerification {
         const tagPackSource& aSource = m_packing.vecSources[nIndex];
         if (nIndex >= m_recording.vecStreams.size()) Differs(aSource);
         const tagStream& aStream = m_recording.vecStreams[nIndex];
-        if (aStream.Name() != StreamName(aSource.aDescriber) || aStream.qwPresent != aSource.qwSize)
+        if (aStream.Name() != StreamName(aSource.aPacked) || aStream.qwPresent != aSource.qwSize)
             Differs(aSource);
         std::ifstream aFile(
             System::NativePath(aSource.strDirectory) / StreamFileName(aSource.aDescriber),
@@ -101,14 +101,14 @@ class CVerification {
     bool HasBytes(const tagPackSource& aSource, std::uint64_t qwAt,
                   const std::vector<char>& vecBytes) {
         const auto dwLength = static_cast<CmUint32>(vecBytes.size());
-        return m_player.Read(aSource.aDescriber, qwAt, dwLength) == CACHE_OK &&
+        return m_player.Read(aSource.aPacked, qwAt, dwLength) == CACHE_OK &&
                m_player.GetLength() == dwLength &&
                std::equal(vecBytes.begin(), vecBytes.end(),
                           reinterpret_cast<const char*>(m_player.GetData()));
     }
 
     [[noreturn]] static void Differs(const tagPackSource& aSource) {
-        throw CFailure("verification failed: " + StreamName(aSource.aDescriber) +
+        throw CFailure("verification failed: " + StreamName(aSource.aPacked) +
                        " in the container differs from its file; nothing was written");
     }
 

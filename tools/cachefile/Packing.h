@@ -14,6 +14,7 @@
 
 struct tagPackSource {
     tagFileDescriber aDescriber;
+    tagFileDescriber aPacked;  // its name in the container
     std::string strDirectory;
     std::uint64_t qwSize;
     std::string strChecksum;  ///< that the file was noted with, or empty

@@ -23,11 +23,11 @@ std::string Now() {
 }
 
 Json OpenStream(const tagSource& aSource) {
-    const tagFileDescriber& aDescriber = aSource.aDescriber;
-    return {{Noted::c_szStream, aSource.Name()},  {"type", aDescriber.wDataType},
-            {"id", aDescriber.dwFileID},          {"kind", aDescriber.byFileType},
-            {"file", StreamFileName(aDescriber)}, {"source", aSource.strPath},
-            {Noted::c_szBytes, nullptr}};
+    Json aStream;
+    NameStream(aStream, aSource.aDescriber);
+    aStream["source"] = aSource.strPath;
+    aStream[Noted::c_szBytes] = nullptr;
+    return aStream;
 }
 
 Json Holes(const tagFileLosses& aLosses) {

@@ -105,7 +105,7 @@ void PackPieces(const tagRecovery& aRecovery, const std::filesystem::path& aDire
     for (const tagPiece& aPiece : aRecovery.vecPieces)
         if (aPiece.aState != tagPiece::Missing)
             aPacking.vecSources.push_back(
-                {aPiece.aDescriber, aDirectory.string(), aPiece.qwPresent, ""});
+                {aPiece.aDescriber, aPiece.aDescriber, aDirectory.string(), aPiece.qwPresent, ""});
     CPartialName aPartial(aOutput);
     WriteContainer(aPacking, aPartial);
     VerifyContainer(aPacking, aPartial.GetPath());

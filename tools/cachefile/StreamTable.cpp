@@ -68,6 +68,8 @@ void ForEachRow(const tagRecording& aRecording, Take aTake) {
 
 }  // namespace
 
+std::string StateText(const tagStream& aStream) { return State(aStream).first; }
+
 void PrintStreams(const tagRecording& aRecording) {
     const bool bContainer = aRecording.IsContainer();
     CTable aTable({{"#", CTable::Right},

@@ -3,6 +3,9 @@
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Recording.h"
 
+/// Whether a player can read the stream, or why not: the state in the table.
+std::string StateText(const tagStream& aStream);
+
 /// Prints the streams of a recording, one per line.
 void PrintStreams(const tagRecording& aRecording);
 

@@ -1,16 +1,39 @@
-# Bash completion for cachefile.
+# Bash completion for cachefile. Commands and options come from its --help.
+
+# Prints the names in a section of the help.
+_cachefile_help()
+{
+    "${@:2}" --help 2>/dev/null |
+        sed -n "/^$1:/,/^[^ ]/s/^ \{1,\}\(-.,\)\{0,1\}\([a-z-]\{1,\}\).*/\2/p"
+}
+
 _cachefile()
 {
-    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command="" i
-    local common="--help --verbose"
-    for ((i = 1; i < COMP_CWORD; ++i)); do
-        case ${COMP_WORDS[i]} in
-            -*) ;;
-            *) command=${COMP_WORDS[i]}; break ;;
-        esac
+    local words=() command="" i part
+    # Bash splits the names of streams at their colons.
+    for part in "${COMP_WORDS[@]:0:COMP_CWORD + 1}"; do
+        if ((${#words[@]} > 1)) && [[ $part == : || ${words[-1]} == *: ]]; then
+            words[-1]+=$part
+        else
+            words+=("$part")
+        fi
+    done
+    local word=${words[-1]} before=${words[-2]}
+    for ((i = 1; i < ${#words[@]} - 1; ++i)); do
+        [[ ${words[i]} == -* ]] || { command=${words[i]}; break; }
     done
     COMPREPLY=()
     case $before in
+        --stream | --rename)
+            [[ $before$command == --streamrecord ]] && return
+            mapfile -t COMPREPLY < <(compgen -W "$(
+                for part in "${words[@]:2}"; do
+                    part=${part//\\/}
+                    [[ -f $part || -d $part ]] && "${words[0]}" list "$part" --names 2>/dev/null
+                done)" -- "$word")
+            # Bash replaces only what follows the last colon.
+            [[ $word == *:* ]] && COMPREPLY=("${COMPREPLY[@]#"${word%:*}":}")
+            return ;;
         --progress) mapfile -t COMPREPLY < <(compgen -W "auto always never json" -- "$word"); return ;;
         --index) mapfile -t COMPREPLY < <(compgen -W "0 1" -- "$word"); return ;;
         --home | --dir) compopt -o filenames; mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
@@ -19,27 +42,13 @@ _cachefile()
         --duration | --max-bytes | --min-free | --split) return ;;
         --piece | --size | --rounds | --offset | --length | --timestamp) return ;;
     esac
-    local options
-    case $command in
-        "") options="--help --verbose --version" ;;
-        record) options="$common --stream --home --piece --flush --sync --duration --max-bytes --min-free --split --on-full --no-worker --force --json --progress" ;;
-        play) options="$common --stream --offset --length --follow" ;;
-        list) options="$common --json" ;;
-        info) options="$common --json --watch" ;;
-        doctor) options="$common --json --all --deep" ;;
-        map) options="$common --output --force --json" ;;
-        extract) options="$common --output --stream --allow-overlap --force --json --progress" ;;
-        pack) options="$common --output --stream --skip-unpackable --index --version --timestamp --verify --force --json --progress" ;;
-        sums) options="$common --check --known --json --progress" ;;
-        recover) options="$common --output --container --known --json --progress" ;;
-        bench) options="$common --size --piece --rounds --dir --json" ;;
-    esac
     if [[ $word == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
+        mapfile -t COMPREPLY < <(
+            compgen -W "$(_cachefile_help Options "${words[0]}" $command)" -- "$word")
     elif [[ -z $command ]]; then
         mapfile -t COMPREPLY < <(
-            compgen -W "record play info list map extract pack doctor sums recover bench" -- "$word")
-    elif [[ $before != --stream && $command != record && $command != bench ]]; then
+            compgen -W "$(_cachefile_help Subcommands "${words[0]}")" -- "$word")
+    elif [[ $command != bench ]]; then
         compopt -o filenames
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
     fi
