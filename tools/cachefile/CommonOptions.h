@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/CmTypes.h"
 #include "tools/cachefile/Progress.h"
 #include "tools/cachefile/System.h"
 #include "tools/cachefile/Units.h"
