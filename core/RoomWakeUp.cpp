@@ -26,7 +26,7 @@ class CRoomEvent final : public ICmEvent {
 /// pieces before the next refusal. For the other limit it is enough that the write fits: other
 /// handlers may keep that one more than half used all the time.
 bool HasRoom(const tagRefusal& aRefusal) {
-    const CPendingCount& aProcess = CPendingBytes::OfProcess();
+    const CPendingCount& aProcess = CPendingCount::OfProcess();
     const CPendingCount* const pHandler = aRefusal.pHandler.Get();
     const CPendingCount& aRefusing = aRefusal.bByProcess ? aProcess : *pHandler;
     if (aRefusing.GetBytes() == 0) return true;
