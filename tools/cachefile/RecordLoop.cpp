@@ -98,9 +98,9 @@ void CRecordLoop::ReadPiece(tagSource& aSource) {
     const std::size_t nWanted = m_limits.Clip(m_vecPiece.size(), aSource.pRecorder->GetBytes());
     if (nWanted == 0) return;  // another stream has reached the limit
     const long long nRead = aSource.aInput.Read(m_vecPiece.data(), nWanted);
-    if (nRead == -2) return;
+    if (nRead == System::CInput::Read_NothingYet) return;
     if (nRead > 0) return Take(aSource, static_cast<std::size_t>(nRead));
-    if (nRead < 0) {
+    if (nRead == System::CInput::Read_Failed) {
         aSource.bRecorded = false;
         Report(aSource, "cannot read " + Printable(aSource.strPath) + ": " + std::strerror(errno));
     }

@@ -65,7 +65,7 @@ void OpenInputs(const Sources& vecSources) {
                            std::strerror(errno));
 }
 
-void RequireInputsKept(const Sources& vecSources, bool bReplace) {
+void RequireNothingOverwritten(const Sources& vecSources, bool bReplace) {
     for (const auto& pTarget : vecSources)
         for (const auto& pInput : vecSources)
             if (pTarget->pRecorder && pInput->aInput.IsFile(pTarget->pRecorder->GetPath()))
