@@ -10,8 +10,12 @@
 
 namespace {
 
-constexpr int c_nSpaceLook = 250;  // milliseconds between looks for space on a full disk
+/// Milliseconds between looks for space on a full disk. The system reports no freed space.
+constexpr int c_nSpaceLook = 250;
+
+/// Eight blocks. With less, a stream would stop again after its first write.
 constexpr std::uint64_t c_qwSpaceToResume = 256 << 10;
+
 constexpr std::uint64_t c_qwGatherBlock = 32768;  // what the library gathers for each stream
 
 }  // namespace
@@ -89,6 +93,7 @@ int CRecordLoop::GetTimeout(bool bPaused) const {
         nTimeout = nTimeout < 0 ? nMilliseconds : std::min(nTimeout, nMilliseconds);
     };
     if (bPaused) aAtMost(c_nSpaceLook);
+    // In synchronous mode only this loop flushes old bytes, even while no input is ready.
     if (m_options.aPlan.bSync && m_options.dwFlush > 0)
         aAtMost(static_cast<int>(std::min<CmUint32>(m_options.dwFlush, 1000)));
     return nTimeout;
