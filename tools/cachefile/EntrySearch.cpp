@@ -126,7 +126,7 @@ std::uint64_t CEntrySearch::FirstData() {
 void CEntrySearch::Search(std::uint64_t qwEnd) {
     std::uint64_t qwAt = c_dwFileHeaderSize, qwLast = qwAt;
     std::size_t nKept = 0;
-    unsigned char aBlock[2048 * c_dwEntrySize];  // 64 KiB: larger reads are hardly faster
+    unsigned char aBlock[2048 * c_dwEntrySize];  // 64 KiB, so 2 MiB take 32 reads
     while (qwAt < qwEnd && qwAt - qwLast < c_qwMaxUnsuccessful * c_dwEntrySize) {
         CmUint32 dwRead = sizeof aBlock;
         if (m_index.ReadData(qwAt, aBlock, dwRead) != CACHE_OK || dwRead < c_dwEntrySize) return;

@@ -41,7 +41,8 @@ void CRecordLoop::Run() {
     m_progress.Finish(m_qwDone, NoteLoss());
 }
 
-/// Returns why the recording ends.
+/// Returns why the recording ends. Callbacks run after each round, so a failure is reported before
+/// the next one.
 std::string CRecordLoop::ReadInputs() {
     std::vector<tagSource*> vecReady;
     while (!System::IsInterrupted()) {
@@ -173,7 +174,7 @@ void CRecordLoop::BeginPart(CmUint32 dwNumber) {
 
 void CRecordLoop::EndPart(const std::string& strReason) {
     m_pPart->Close();
-    ReportFailures();
+    ReportFailures();  // before the losses below, because a failure has the reason of its losses
     tagPartResult aResult{m_pPart->GetNumber(), 0, strReason};
     for (const auto& pSource : m_vecSources) {
         if (!pSource->pRecorder) continue;

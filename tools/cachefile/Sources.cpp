@@ -15,6 +15,7 @@
 
 namespace {
 
+/// Together about 100 ms, which is much longer than a process needs to look at the lock.
 constexpr int c_nLockTries = 4;
 constexpr std::chrono::milliseconds c_aLockPause(30);
 
