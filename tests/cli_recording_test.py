@@ -13,7 +13,7 @@ import threading
 import time
 import unittest
 
-from cli_test import DAMAGE, DONE, FAILED, WINDOWS, Cli, not_on_windows
+from cli_test import DAMAGE, DONE, FAILED, WINDOWS, Cli
 
 STREAM = "4:7004:4"
 FILE = "4_7004-4.dat"
@@ -137,7 +137,6 @@ class Notes(Recording):
             if code == "checksum-differs":
                 self.run_tool(DONE, "doctor", "kvr2/7")
 
-    @not_on_windows("its recorder waits in the read of its input")
     def test_watch_shows_a_recording_until_its_end(self):
         with self.start_recorder() as process, self.start("info", "kvr2/7", "--watch", "--json") as watch:
             first = json.loads(watch.stdout.readline())
@@ -151,7 +150,6 @@ class Notes(Recording):
             self.assertEqual(last["streams"][0]["bytes"], 200002)
             self.assertEqual(watch.wait(100), DONE)
 
-    @not_on_windows("its recorder waits in the read of its input")
     def test_a_recording_is_packed_while_it_grows(self):
         with self.start_recorder() as process:
             ended = threading.Event()
@@ -180,7 +178,6 @@ class Notes(Recording):
         self.assertEqual(sum(samples["bytes"]), self.notes()["streams"][0]["bytes"])
         self.assertLessEqual((len(samples["bytes"]) - 1) * samples["interval_ms"], samples["duration_ms"])
 
-    @not_on_windows("its recorder waits in the read of its input")
     def test_play_follows_a_recorder_to_its_end(self):
         with self.start_recorder() as process, self.start("play", "kvr2/7", "--stream", STREAM,
                                                           "--follow") as player:
@@ -226,7 +223,6 @@ class Limits(Recording):
         self.assertEqual(self.bytes_of(0, 0), CONTENT[:51200])
         self.assertEqual(self.bytes_of(1, 2), CONTENT)
 
-    @not_on_windows("the tool waits in the read of its input")
     def test_time_passes_while_an_input_waits(self):
         for mode in [], ["--no-worker"]:
             with self.start_recorder("--duration", "1s", "--force", *mode) as process:

@@ -91,8 +91,8 @@ int CRecordLoop::GetTimeout(bool bPaused) const {
     };
     aAtMost(m_limits.GetTimeout());
     if (bPaused) aAtMost(c_nSpaceLook);
-    if (m_options.aPlan.bSync && m_options.dwFlush > 0)
-        aAtMost(static_cast<int>(std::min<CmUint32>(m_options.dwFlush, CStatusFile::c_nInterval)));
+    if (m_nWake < 0 && m_options.dwFlush > 0)  // nobody wakes the loop when bytes are to be flushed
+        aAtMost(static_cast<int>(m_options.dwFlush / 10 + 1));
     return nTimeout;
 }
 
