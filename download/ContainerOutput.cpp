@@ -126,7 +126,8 @@ CmInt32 CContainerOutput::WriteEntry(std::size_t nIndex) {
     return Written(m_file.Append(aBytes, sizeof aBytes));
 }
 
-/// The source is opened a second time, and must still have the size that was laid out.
+/// The source is opened a second time. It must still have the size that was laid out, unless its
+/// length was given.
 CmInt32 CContainerOutput::WriteData(std::size_t nIndex) {
     const tagPackStream& aStream = m_plan.aStreams[nIndex];
     CPackSource aSource(aStream);
@@ -134,7 +135,7 @@ CmInt32 CContainerOutput::WriteData(std::size_t nIndex) {
     if (lResult != CACHE_OK) return KeepSourceFailure(aStream, c_szUnreadable, errno, lResult);
     lResult = CopyBytes(aSource, nIndex);
     unsigned char byNext = 0;
-    if (lResult == CACHE_OK && aSource.Read(&byNext, 1) != 0)
+    if (lResult == CACHE_OK && !aStream.dwLength && aSource.Read(&byNext, 1) != 0)
         return KeepSourceFailure(
             aStream, c_szGrew, 0,
             ReportSystemError(this, "Source has grown", aStream.strPath, FileAction::Write));

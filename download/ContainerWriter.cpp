@@ -24,11 +24,13 @@ CmInt32 Refuse(CContainerWriter::tagFailure& aFailure, const char* lpReason, CmI
     return lResult;
 }
 
-/// Where the host has the bytes of a stream: in the file *pPath, or in memory if it is null.
+/// Where the host has the bytes of a stream: in the file *pPath, which may have more bytes than the
+/// stream if bPart is true, or in memory if pPath is null.
 struct tagGiven {
     const unsigned char* lpData;
     CmUint32 dwLength;
     const CCmString* pPath;
+    bool bPart = false;
 
     bool IsAcceptable() const { return pPath ? !pPath->empty() : lpData || dwLength == 0; }
 };
@@ -89,8 +91,9 @@ CmInt32 CContainerPacker::AddEntry(const tagMRFD& aEntry, const tagGiven& aGiven
         return Refuse(m_failure, c_szNoTag, CACHE_ERR_INVALID_ARG);
     }
     Refuse(m_failure, "", CACHE_OK);
-    if (aGiven.pPath)
-        aStream.strPath = *aGiven.pPath;
+    if (aGiven.pPath) aStream.strPath = *aGiven.pPath;
+    if (aGiven.bPart)
+        aStream.dwLength = aGiven.dwLength;
     else if (aGiven.lpData)
         aStream.strBytes.assign(reinterpret_cast<const char*>(aGiven.lpData), aGiven.dwLength);
     return Add(std::move(aStream));
@@ -102,8 +105,9 @@ CmInt32 CContainerPacker::AddEntry(const tagMRFD& aEntry, const tagGiven& aGiven
 CmInt32 CContainerPacker::Add(tagPackStream aStream) {
     const tagFileDescriber& aDescriber = aStream.aDescriber;
     const tagDataInfo aWanted{aDescriber.wDataType, aDescriber.dwFileID, 0, aDescriber.byFileType};
-    const bool bShortConf = aStream.IsConf() && aStream.strPath.empty() &&
-                            aStream.strBytes.size() < c_dwEntryFileHeaderSize;
+    const std::size_t nKnown = aStream.dwLength.value_or(aStream.strBytes.size());
+    const bool bShortConf = aStream.IsConf() && (aStream.strPath.empty() || aStream.dwLength) &&
+                            nKnown < c_dwEntryFileHeaderSize;
     if (m_plan.aStreams.Find(aWanted) || bShortConf) {
         TraceError("CContainerWriter::AddStream->",
                    (bShortConf ? "Conf stream without header" : "Stream added twice"),
@@ -186,6 +190,12 @@ CmInt32 CContainerWriter::AddStreamFile(const tagFileDescriber& aDescriber,
                                         const CCmString& strPath) {
     if (!m_pPacker) return CACHE_ERR_OUT_OF_MEMORY;
     return m_pPacker->AddDescribed(aDescriber, {nullptr, 0, &strPath});
+}
+
+CmInt32 CContainerWriter::AddStreamFile(const tagFileDescriber& aDescriber,
+                                        const CCmString& strPath, CmUint32 dwLength) {
+    if (!m_pPacker) return CACHE_ERR_OUT_OF_MEMORY;
+    return m_pPacker->AddDescribed(aDescriber, {nullptr, dwLength, &strPath, true});
 }
 
 CmInt32 CContainerWriter::AddTagStream(std::uint16_t wTag, CmUint32 dwEntryID, CmUint32 dwExtraInfo,

@@ -50,6 +50,11 @@ class CACHEFILE_API CContainerWriter {
     /// above. Write reports a file that is missing or too short.
     CmInt32 AddStreamFile(const tagFileDescriber& aDescriber, const CCmString& strPath);
 
+    /// The same for a file that may still grow: the stream is its first dwLength bytes. Write reads
+    /// no byte after them. 4009 also for a conf stream with dwLength below 72.
+    CmInt32 AddStreamFile(const tagFileDescriber& aDescriber, const CCmString& strPath,
+                          CmUint32 dwLength);
+
     /// The same two by tag, entry id and extra value. 4009 for an unknown tag.
     CmInt32 AddTagStream(std::uint16_t wTag, CmUint32 dwEntryID, CmUint32 dwExtraInfo,
                          const unsigned char* lpData, CmUint32 dwLength);
@@ -67,8 +72,9 @@ class CACHEFILE_API CContainerWriter {
     ///
     /// 4009: the container would be larger than 4 GiB - 1, or a conf file is shorter than 72 bytes.
     /// 4010: no stream was added. 4001, 4003, 4004, 4006, 4012: a file could not be read or
-    /// written, a source changed its size while it was read, or the path is empty. 4011: out of
-    /// memory, or one stream too many together with the conf stream of SetFileHeader.
+    /// written, a source changed its size while it was read or is shorter than its given length, or
+    /// the path is empty. 4011: out of memory, or one stream too many together with the conf stream
+    /// of SetFileHeader.
     CmInt32 Write(const CCmString& strPath);
 
     /// Receives how many bytes of the streams are written, and how many there are in all. Returns

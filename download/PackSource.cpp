@@ -13,7 +13,8 @@ CmInt32 CPackSource::Open() {
 
 CmInt32 CPackSource::GetSize(std::uint64_t& qwSize) {
     qwSize = m_stream.strBytes.size();
-    if (!m_pStream) return CACHE_OK;
+    if (m_stream.dwLength) qwSize = *m_stream.dwLength;
+    if (!m_pStream || m_stream.dwLength) return CACHE_OK;
     const std::int64_t nSize = CmFile::Size(m_pStream.get());
     if (nSize < 0)
         return ReportSystemError(this, "Size of source", m_stream.strPath, FileAction::Write);

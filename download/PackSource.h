@@ -8,12 +8,14 @@
 #include "download/ContainerFormat.h"
 #include "download/FileStreamPtr.h"
 
-/// A stream to be packed. Its bytes are those of the file strPath, or strBytes if that is empty.
+/// A stream to be packed. Its bytes are those of the file strPath, or the first *dwLength of them;
+/// or strBytes if strPath is empty.
 struct tagPackStream {
     tagFileDescriber aDescriber;
     tagMRFD aEntry;
     CCmString strBytes;
     CCmString strPath;
+    std::optional<CmUint32> dwLength = {};
 
     bool IsConf() const { return aEntry.wTag == c_wConfTag; }
 };
@@ -41,7 +43,8 @@ class CPackSource {
 
     CmInt32 Open();
 
-    /// The number of bytes. Call it before the first Read: it moves the position of the file.
+    /// The number of bytes to be packed. Call it before the first Read: it moves the position of
+    /// the file.
     CmInt32 GetSize(std::uint64_t& qwSize);
 
     /// Returns how many bytes were read. Fewer than nLength mean the end, where IsAtEnd returns

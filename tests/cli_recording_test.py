@@ -13,7 +13,7 @@ import threading
 import time
 import unittest
 
-from cli_test import DAMAGE, DONE, FAILED, WINDOWS, Cli, not_on_windows
+from cli_test import DAMAGE, DONE, FAILED, WINDOWS, Cli
 
 STREAM = "4:7004:4"
 FILE = "4_7004-4.dat"
@@ -137,18 +137,47 @@ class Notes(Recording):
             if code == "checksum-differs":
                 self.run_tool(DONE, "doctor", "kvr2/7")
 
-    @not_on_windows("its recorder waits in the read of its input")
     def test_watch_shows_a_recording_until_its_end(self):
         with self.start_recorder() as process, self.start("info", "kvr2/7", "--watch", "--json") as watch:
-            lines = [watch.stdout.readline()]
+            first = json.loads(watch.stdout.readline())
             process.stdin.write(CONTENT)
             process.stdin.close()
-            *_, before, last = map(json.loads, lines + watch.stdout.readlines())
+            *_, before, last = [first, *map(json.loads, watch.stdout.readlines())]
+            self.assertEqual([first[key] for key in ("pending_bytes", "lost_bytes")], [0, 0])
+            self.assertIsNone(last["lost_bytes"])
+            self.assertEqual([name for name in os.listdir(self.path("kvr2/7")) if "status" in name], [])
             self.assertEqual((before["being_recorded"], last["being_recorded"]), (True, False))
             self.assertEqual(last["streams"][0]["bytes"], 200002)
             self.assertEqual(watch.wait(100), DONE)
 
-    @not_on_windows("its recorder waits in the read of its input")
+    def test_a_recording_is_packed_while_it_grows(self):
+        with self.start_recorder() as process:
+            ended = threading.Event()
+
+            def feed():
+                while not ended.is_set():
+                    process.stdin.write(CONTENT)
+
+            feeder = threading.Thread(target=feed)
+            feeder.start()
+            sizes = []
+            for _ in range(5):
+                document = self.run_json(DONE, "pack", "kvr2/7", "-o", "packed", "--verify", "--force")
+                stream, = document["streams"]
+                self.assertTrue(stream["being_recorded"])
+                sizes.append(stream["bytes"])
+            warning = self.run_tool(DONE, "pack", "kvr2/7", "-o", "packed", "--force")[1]
+            ended.set()
+            feeder.join()
+            self.assertIn("each stream is packed up to the length it has now", warning)
+            process.communicate(timeout=100)
+        self.assertEqual(sizes, sorted(set(sizes)), "it has grown between them")
+        packed, _ = self.run_tool(DONE, "play", "packed", "--stream", STREAM)
+        self.assertEqual(packed, self.read("kvr2/7/" + FILE)[:len(packed)])
+        samples = self.notes()["streams"][0]["samples"]
+        self.assertEqual(sum(samples["bytes"]), self.notes()["streams"][0]["bytes"])
+        self.assertLessEqual((len(samples["bytes"]) - 1) * samples["interval_ms"], samples["duration_ms"])
+
     def test_play_follows_a_recorder_to_its_end(self):
         with self.start_recorder() as process, self.start("play", "kvr2/7", "--stream", STREAM,
                                                           "--follow") as player:
@@ -194,7 +223,6 @@ class Limits(Recording):
         self.assertEqual(self.bytes_of(0, 0), CONTENT[:51200])
         self.assertEqual(self.bytes_of(1, 2), CONTENT)
 
-    @not_on_windows("the tool waits in the read of its input")
     def test_time_passes_while_an_input_waits(self):
         for mode in [], ["--no-worker"]:
             with self.start_recorder("--duration", "1s", "--force", *mode) as process:

@@ -532,11 +532,15 @@ class Show(Cli):
                  xml.etree.ElementTree.parse(self.path("map.svg")).getroot().findall("{*}rect")]
         bar = ["header", "index", "stream1", "stream2", "missing"]
         self.assertEqual(parts, ["paper", *bar, *bar])  # the bar and its legend
+        noted = {"stream": "1:1001:2", "samples": {"bytes": [1, 2]}, "holes": "</script>"}
+        self.make("good.recording.json", json.dumps(
+            {"schema": "cachefile.recording", "version": 1, "state": "open", "streams": [noted]}).encode())
         self.run_tool(DAMAGE, "map", "good", "-o", "map.html")
         data = re.search(r"= ({facts:.*?});\n", self.read("map.html").decode(), re.S).group(1)
         data = json.loads(re.sub(r"^({?)(\w+): ", r'\1"\2": ', data, flags=re.M))
         self.assertEqual([region[1:3] for region in data["regions"]],
                          [[int(line.split()[1]), sum(map(int, line.split()[1:3]))] for line in lines])
+        self.assertEqual(data["noted"], [{**noted, "all_holes": None, "lost_bytes": None}])
         self.assertEqual([finding[1] for finding in data["findings"]], ["file-too-short", "longer-than-noted"])
         regions = self.run_json(DAMAGE, "map", "good")["regions"]
         self.assertEqual([[str(region["offset"]), str(region["bytes"]), region["kind"]]

@@ -197,4 +197,13 @@ TEST_F(Writer, TheProgressCallbackSeesAllBytesAndCanCancel) {
         return true;
     };
     EXPECT_NE(m_writer.Write(".\\c", grow), 0) << "the source grows while it is copied";
+
+    CContainerWriter aPart;
+    EXPECT_EQ(aPart.AddStreamFile({100, 2, 100, 0}, ".\\source", 71), 4009);
+    EXPECT_EQ(aPart.AddStreamFile({4, 4, 7004, 0}, ".\\source", 140'000), 0);
+    EXPECT_EQ(aPart.Write(".\\c", grow), 0);
+    EXPECT_EQ(ReadBytes("c").substr(c_nHeader + c_nEntry), ReadBytes("source").substr(0, 140'000));
+    std::filesystem::resize_file("source", 139'999);
+    EXPECT_EQ(aPart.Write(".\\c"), 4006);
+    EXPECT_STREQ(aPart.GetLastFailure().lpReason, "it has become shorter while it was packed");
 }

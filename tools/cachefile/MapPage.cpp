@@ -4,6 +4,7 @@
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/MapSvg.h"
 #include "tools/cachefile/Output.h"
+#include "tools/cachefile/ShownNotes.h"
 #include "tools/cachefile/StreamTable.h"
 #include "tools/cachefile/System.h"
 #include "tools/cachefile/Xml.h"
@@ -25,6 +26,20 @@ std::string Rows(std::size_t nRows, MakeRow aMakeRow) {
     for (std::size_t i = 0; i < nRows; ++i)
         strRows += (i == 0 ? "\n" : ",\n") + ForScript(aMakeRow(i));
     return strRows + "]";
+}
+
+/// The fields of the notes that the page draws. It checks them, since anyone may have written them.
+std::string RecordedRows(const tagRecording& aRecording) {
+    const tagShownNotes aNotes(aRecording);
+    const auto aNoted =
+        SelectNotes(aNotes.aNotes, [](const std::string& /*strStream*/) { return true; });
+    return Rows(aNoted.size(), [&](std::size_t i) {
+        Json aRow = Json::object();
+        for (const char* const lpName :
+             {Noted::c_szStream, Noted::c_szSamples, "holes", "all_holes", "lost_bytes"})
+            aRow[lpName] = aNoted[i].value(lpName, Json());
+        return aRow;
+    });
 }
 
 std::string Data(const tagRecording& aRecording, const std::vector<tagRegion>& vecRegions) {
@@ -55,7 +70,7 @@ std::string Data(const tagRecording& aRecording, const std::vector<tagRegion>& v
                     return {SeverityName(aFinding.aSeverity), aFinding.lpCode, aFinding.qwOffset,
                             aFinding.strMessage};
                 }) +
-           "}";
+           ",\nnoted: " + RecordedRows(aRecording) + "}";
 }
 
 void Replace(std::string& strPage, const std::string& strWord, const std::string& strContent) {

@@ -92,17 +92,21 @@ std::string TakeDocument(tagNotes& aNotes) {
     return {};
 }
 
-std::string Take(const std::filesystem::path& aFile, tagNotes& aNotes) {
-    std::string strText;
-    const std::string strFault = ReadText(aFile, strText);
-    if (!strFault.empty()) return strFault;
-    if (IsTooDeep(strText)) return "it is nested too deeply";
-    aNotes.aDocument = Json::parse(strText, nullptr, false);
-    if (aNotes.aDocument.is_discarded()) return "it is not JSON";
-    return TakeDocument(aNotes);
-}
-
 }  // namespace
+
+Json ReadJson(const std::filesystem::path& aFile, std::string& strFault) {
+    // Reading a pipe would wait for its writer.
+    std::error_code aError;
+    std::string strText;
+    strFault = std::filesystem::is_regular_file(aFile, aError) ? ReadText(aFile, strText)
+                                                               : "it is not a regular file";
+    if (strFault.empty() && IsTooDeep(strText)) strFault = "it is nested too deeply";
+    if (!strFault.empty()) return {};
+    Json aDocument = Json::parse(strText, nullptr, false);
+    if (!aDocument.is_discarded()) return aDocument;
+    strFault = "it is not JSON";
+    return {};
+}
 
 const tagNotedStream* tagNotes::Find(const std::string& strStream) const {
     const auto it = mapStreams.find(strStream);
@@ -123,9 +127,8 @@ tagNotes LoadNotes(const std::filesystem::path& aFile) {
     tagNotes aNotes;
     const auto aStatus = std::filesystem::status(aFile, aError);
     if (aStatus.type() == std::filesystem::file_type::not_found) return aNotes;
-    // Reading a pipe would wait for its writer.
-    aNotes.strFault = std::filesystem::is_regular_file(aStatus) ? Take(aFile, aNotes)
-                                                                : "it is not a regular file";
+    aNotes.aDocument = ReadJson(aFile, aNotes.strFault);
+    if (aNotes.strFault.empty()) aNotes.strFault = TakeDocument(aNotes);
     if (aNotes.strFault.empty()) return aNotes;
     tagNotes aBad;
     aBad.aState = tagNotes::Bad;
@@ -133,8 +136,12 @@ tagNotes LoadNotes(const std::filesystem::path& aFile) {
     return aBad;
 }
 
+bool IsBeingRecorded(const std::filesystem::path& aDirectory) {
+    return System::CFileLock::IsHeld(aDirectory / c_szRecordingLock);
+}
+
 RecordingState StateOfDirectory(const std::filesystem::path& aDirectory, const tagNotes& aNotes) {
-    if (System::CFileLock::IsHeld(aDirectory / c_szRecordingLock)) return RecordingState::Recording;
+    if (IsBeingRecorded(aDirectory)) return RecordingState::Recording;
     if (aNotes.aState == tagNotes::Closed) return RecordingState::Closed;
     return aNotes.aState == tagNotes::Open ? RecordingState::NotClosed : RecordingState::Unknown;
 }

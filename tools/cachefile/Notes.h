@@ -42,6 +42,10 @@ std::filesystem::path NotesOfContainer(const std::filesystem::path& aContainer);
 /// checked. Throws only std::bad_alloc.
 tagNotes LoadNotes(const std::filesystem::path& aFile);
 
+/// Reads a JSON file that anyone may have written: its size and nesting are limited. On failure it
+/// sets strFault to the reason and returns null. Throws only std::bad_alloc.
+Json ReadJson(const std::filesystem::path& aFile, std::string& strFault);
+
 /// Why a stream differs from its notes, or an empty text. strChecksum may be empty, if it is not
 /// known.
 std::string NoteFault(const tagNotedStream& aNoted, std::uint64_t qwBytes,
@@ -61,6 +65,7 @@ void SaveNotes(const std::filesystem::path& aFile, const Json& aDocument);
 /// What a recording directory is at this moment. Recording: a recorder has it locked. Unknown: it
 /// has no notes that can be read, and is not locked.
 enum class RecordingState { Unknown, Recording, Closed, NotClosed };
+bool IsBeingRecorded(const std::filesystem::path& aDirectory);
 RecordingState StateOfDirectory(const std::filesystem::path& aDirectory, const tagNotes& aNotes);
 
 /// Notes without streams, in the state "open".
@@ -75,4 +80,5 @@ constexpr char c_szStreams[] = "streams";
 constexpr char c_szStream[] = "stream";
 constexpr char c_szBytes[] = "bytes";
 constexpr char c_szChecksum[] = "xxh3_128";
+constexpr char c_szSamples[] = "samples";
 }  // namespace Noted

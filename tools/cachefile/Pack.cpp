@@ -54,8 +54,10 @@ tagPacking Collect(const tagPackOptions& aOptions, CPackNotes& aNotes) {
         setWanted.insert(StreamName(RequireStream(strStream)));
     tagPackHeader aHeader{0, 0};
     for (const std::string& strDirectory : aOptions.vecDirectories) {
+        // The recorder may end at any time, so the lock is looked at before the sizes too.
+        const bool bHeld = IsBeingRecorded(System::NativePath(strDirectory));
         const tagRecording aRecording = LoadDirectory(strDirectory);
-        aNotes.AddDirectory(aRecording);
+        const bool bGrows = aNotes.AddDirectory(aRecording, bHeld);
         for (const std::string& strName : aRecording.vecOtherFiles)
             Warn(Printable(strDirectory + "/" + strName) + " is left out: it is not a record file");
         for (const tagStream& aStream : aRecording.vecStreams) {
@@ -63,7 +65,10 @@ tagPacking Collect(const tagPackOptions& aOptions, CPackNotes& aNotes) {
             if (!setWanted.empty() && setWanted.count(aStream.Name()) == 0) continue;
             const tagPackSource aSource{aStream.aDescriber,
                                         aRenaming.Apply(aStream.aDescriber, strDirectory),
-                                        strDirectory, aStream.qwExtent, ""};
+                                        strDirectory,
+                                        aStream.qwExtent,
+                                        "",
+                                        bGrows};
             if (CanBePacked(aOptions, aSource)) AddSource(aPacking, aRenaming, aNotes, aSource);
         }
         if (aRecording.dwFileVersion)
@@ -119,7 +124,8 @@ void PrintResult(const tagPackOptions& aOptions, const tagPacking& aPacking) {
         aDocument["streams"].push_back({{"stream", StreamName(aSource.aPacked)},
                                         {"packed_from", StreamName(aSource.aDescriber)},
                                         {"directory", aSource.strDirectory},
-                                        {"bytes", aSource.qwSize}});
+                                        {"bytes", aSource.qwSize},
+                                        {"being_recorded", aSource.bGrows}});
     PrintDocument(aDocument);
 }
 

@@ -10,24 +10,27 @@ constexpr std::uint16_t c_wConfType = 100;
 
 }  // namespace
 
-void CPackNotes::AddDirectory(const tagRecording& aRecording) {
+bool CPackNotes::AddDirectory(const tagRecording& aRecording, bool bHeld) {
     const std::filesystem::path aDirectory = System::NativePath(aRecording.strPath);
     const std::string strPath = Printable(aRecording.strPath);
     m_notes = LoadNotes(NotesOfDirectory(aDirectory));
     if (m_notes.aState == tagNotes::Bad)
         Warn("the notes of " + strPath + " are not used: " + m_notes.strFault);
-    const RecordingState aState = StateOfDirectory(aDirectory, m_notes);
-    if (aState == RecordingState::Recording)
-        Warn(strPath + " is being recorded; a stream that grows while it is packed is an error");
+    const RecordingState aState =
+        bHeld ? RecordingState::Recording : StateOfDirectory(aDirectory, m_notes);
+    const bool bGrows = aState == RecordingState::Recording;
+    if (bGrows)
+        Warn(strPath + " is being recorded: each stream is packed up to the length it has now");
     if (aState == RecordingState::NotClosed)
         Warn(strPath + " was not closed: the ends of its streams may be missing");
-    if (m_notes.aDocument.is_null()) return;
+    if (m_notes.aDocument.is_null()) return bGrows;
     if (m_document.is_null()) {
         m_document = m_notes.aDocument;
         m_document[Noted::c_szStreams] = Json::array();
     }
     if (aState != RecordingState::Closed) m_document[Noted::c_szState] = Noted::c_szOpen;
-    if (aState != RecordingState::Recording) Compare(aRecording);
+    if (!bGrows) Compare(aRecording);
+    return bGrows;
 }
 
 void CPackNotes::Compare(const tagRecording& aRecording) {

@@ -13,8 +13,9 @@ class CPackNotes {
     explicit CPackNotes(const std::filesystem::path& aContainer)
         : m_file(NotesOfContainer(aContainer)) {}
 
-    /// Reads the notes of a directory, and compares its record files with them.
-    void AddDirectory(const tagRecording& aRecording);
+    /// Reads the notes of a directory, and compares its record files with them. bHeld: it was being
+    /// recorded before its files were listed. Returns whether their sizes may be old ones.
+    bool AddDirectory(const tagRecording& aRecording, bool bHeld);
 
     /// Adds the notes of a stream of the last directory, with the name that it has in the
     /// container. Returns its checksum, or an empty text.

@@ -37,7 +37,11 @@ std::string LibraryPath(const tagPackSource& aSource) {
 
 void AddSources(CContainerWriter& aWriter, const tagPacking& aPacking) {
     for (const tagPackSource& aSource : aPacking.vecSources) {
-        const CmInt32 lResult = aWriter.AddStreamFile(aSource.aPacked, LibraryPath(aSource));
+        const CCmString strPath = LibraryPath(aSource);
+        const CmInt32 lResult = aSource.bGrows
+                                    ? aWriter.AddStreamFile(aSource.aPacked, strPath,
+                                                            static_cast<CmUint32>(aSource.qwSize))
+                                    : aWriter.AddStreamFile(aSource.aPacked, strPath);
         if (lResult != CACHE_OK) ThrowPacking(aPacking, aWriter.GetLastFailure(), lResult);
     }
 }

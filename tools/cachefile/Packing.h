@@ -18,6 +18,7 @@ struct tagPackSource {
     std::string strDirectory;
     std::uint64_t qwSize;
     std::string strChecksum;  ///< of the file in the notes of its directory, or empty
+    bool bGrows = false;      ///< it is being recorded; its first qwSize bytes are packed
 };
 
 /// The fields to set in the header of the conf stream.

@@ -47,6 +47,7 @@ std::string CRecordLoop::ReadInputs() {
     std::vector<tagSource*> vecReady;
     while (!System::IsInterrupted()) {
         ReportFailures();
+        m_pPart->UpdateStatus();
         if (const char* const lpReason = m_limits.FindEnd()) return lpReason;
         if (!Wait(vecReady)) return HasGoodSource() ? "inputs-ended" : "failed";
         for (tagSource* const pSource : vecReady)
@@ -87,16 +88,17 @@ bool CRecordLoop::Wait(std::vector<tagSource*>& vecReady) {
     return true;
 }
 
-/// In milliseconds; -1 if nothing is to be done before an input or the library wakes the loop.
+/// In milliseconds. The status is written once a second.
 int CRecordLoop::GetTimeout(bool bPaused) const {
-    int nTimeout = m_limits.GetTimeout();
+    int nTimeout = CStatusFile::c_nInterval;
     const auto aAtMost = [&](int nMilliseconds) {
-        nTimeout = nTimeout < 0 ? nMilliseconds : std::min(nTimeout, nMilliseconds);
+        if (nMilliseconds >= 0) nTimeout = std::min(nTimeout, nMilliseconds);
     };
+    aAtMost(m_limits.GetTimeout());
     if (bPaused) aAtMost(c_nSpaceLook);
-    // In synchronous mode only this loop flushes old bytes, even while no input is ready.
-    if (m_options.aPlan.bSync && m_options.dwFlush > 0)
-        aAtMost(static_cast<int>(std::min<CmUint32>(m_options.dwFlush, 1000)));
+    // Without a descriptor to wake it, only this loop flushes old bytes, even while no input is ready.
+    if (m_nWake < 0 && m_options.dwFlush > 0)
+        aAtMost(static_cast<int>(m_options.dwFlush / 10 + 1));
     return nTimeout;
 }
 
@@ -117,6 +119,7 @@ void CRecordLoop::ReadPiece(tagSource& aSource) {
 void CRecordLoop::Take(tagSource& aSource, std::size_t nLength) {
     if (m_limits.IsPartFull(aSource.pRecorder->GetBytes())) BeginNextPart(aSource, nLength);
     aSource.pRecorder->Write(m_vecPiece.data(), nLength);
+    aSource.aSamples->Add(CSamples::Clock::now(), nLength);
     m_limits.Count(nLength);
     aSource.WarnOnceOfSize(aSource.pRecorder->GetBytes());
     HoldBack();

@@ -39,7 +39,7 @@ Json Holes(const tagFileLosses& aLosses) {
     return aHoles;
 }
 
-Json ClosedStream(const tagSource& aSource) {
+Json ClosedStream(const tagSource& aSource, const Json& aSamples) {
     const CRecorder& aRecorder = *aSource.pRecorder;
     const std::string strChecksum = aRecorder.FindChecksum();
     Json aStream = OpenStream(aSource);
@@ -49,6 +49,7 @@ Json ClosedStream(const tagSource& aSource) {
     aStream["pieces"] = aRecorder.GetPieces();
     aStream["holes"] = Holes(aRecorder.GetLosses());
     aStream["all_holes"] = aRecorder.GetLosses().bAllHoles != 0;
+    aStream[Noted::c_szSamples] = aSamples;
     aStream["error"] = aSource.strError.empty() ? Json(nullptr) : Json(aSource.strError);
     aStream[Noted::c_szChecksum] = strChecksum.empty() ? Json(nullptr) : Json(strChecksum);
     return aStream;
@@ -100,11 +101,13 @@ void CRecordNotes::Close(const std::string& strReason) {
     m_bClosed = true;
     m_document["ended"] = Now();
     m_document["reason"] = strReason;
+    const auto aNow = CSamples::Clock::now();
     Json aStreams = m_kept;
     for (const auto& pSource : m_vecSources)
         if (pSource->pRecorder &&
             (pSource->bRecorded || pSource->pRecorder->CountStoredBytes() > 0))
-            aStreams.push_back(ClosedStream(*pSource));
+            aStreams.push_back(
+                ClosedStream(*pSource, pSource->aSamples->ToJson(m_document["started"], aNow)));
     Save(m_bAllKeptClosed ? Noted::c_szClosed : Noted::c_szOpen, std::move(aStreams));
 }
 

@@ -22,9 +22,10 @@ void SetSafety(const tagRecordOptions& aOptions) {
 CRecordPart::CRecordPart(const tagRecordOptions& aOptions, CmUint32 dwNumber, Sources& vecSources)
     : m_plan(WithNumber(aOptions.aPlan, dwNumber)), m_vecSources(vecSources) {
     for (const auto& pSource : vecSources)
-        if (!pSource->bEnded) pSource->BeginPart(m_plan);
+        if (!pSource->bEnded) pSource->BeginPart(m_plan, vecSources.size());
     RequireNothingOverwritten(vecSources, aOptions.bForce);
     LockDirectory(m_plan, m_lock);
+    m_status.emplace(GetDirectory(), vecSources);
     m_files.emplace(aOptions, vecSources);
     m_notes.emplace(m_plan, vecSources);
     m_notes->Open();

@@ -5,6 +5,7 @@
 
 #include "tools/cachefile/RecordNotes.h"
 #include "tools/cachefile/Sources.h"
+#include "tools/cachefile/Status.h"
 
 /// One recording directory that is being made. Without --split a recording has one part.
 ///
@@ -23,6 +24,9 @@ class CRecordPart {
     CmUint32 GetNumber() const { return m_plan.dwRecordID; }
     std::filesystem::path GetDirectory() const { return System::NativePath(m_plan.Directory()); }
 
+    /// Call it at least once a second: other processes can read the status of the recording.
+    void UpdateStatus() { m_status->Update(); }
+
     /// Closes all streams and shuts the library down. When it returns, all accepted bytes are in
     /// the files or lost.
     void Close();
@@ -36,6 +40,7 @@ class CRecordPart {
     const tagPlan m_plan;
     Sources& m_vecSources;
     std::optional<System::CFileLock> m_lock;
+    std::optional<CStatusFile> m_status;
     std::optional<CRecordFiles> m_files;
     std::optional<CRecordNotes> m_notes;
     std::optional<Shutdown> m_shutdown;  // destroyed first

@@ -79,6 +79,14 @@ void CRecorder::AddRefusedToLosses() {
                      [](const auto& a, const auto& b) { return a.qwOffset < b.qwOffset; });
 }
 
+tagFileLosses CRecorder::GetPresentLosses() const {
+    if (m_dwHandle == 0) return m_losses;
+    tagFileLosses aLosses;
+    m_pHandler->GetFileLosses(m_dwHandle, aLosses);
+    aLosses.qwLost += m_qwRefused;
+    return aLosses;
+}
+
 void CRecorder::Close() {
     if (m_dwHandle == 0) return;
     m_pHandler->FlushData(m_dwHandle);

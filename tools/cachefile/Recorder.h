@@ -67,6 +67,10 @@ class CRecorder : private IFileOpSink {
     std::uint64_t CountLostBytes() const;
     const tagFileLosses& GetLosses() const { return m_losses; }  ///< until Close
 
+    /// While the stream is recorded: how many bytes wait for the worker, and how many are lost.
+    std::uint64_t CountPendingBytes() const { return GetPresentLosses().qwPending; }
+    std::uint64_t CountKnownLosses() const { return GetPresentLosses().qwLost; }
+
     /// The checksum of the complete file. If bytes were lost the file is read for it, and the text
     /// is empty if that fails.
     std::string FindChecksum() const;
@@ -80,6 +84,7 @@ class CRecorder : private IFileOpSink {
     /// In synchronous mode a write that fails is no loss to the library, but its bytes are missing.
     void AddHole();
     void AddRefusedToLosses();
+    tagFileLosses GetPresentLosses() const;
 
     struct Destroyer {
         void operator()(CWriteFileHandler* pHandler) const { pHandler->Destroy(); }

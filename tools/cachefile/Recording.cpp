@@ -57,6 +57,11 @@ tagStream RecordFile(const tagFileDescriber& aDescriber, std::uint64_t qwSize) {
     return aStream;
 }
 
+bool IsOfTheTool(const std::string& strName) {
+    return strName == c_szRecordingLock || strName == c_szNotes || strName == c_szStatus ||
+           strName == c_szNewStatus;
+}
+
 }  // namespace
 
 const tagStream* tagRecording::Find(const tagFileDescriber& aDescriber) const {
@@ -83,7 +88,7 @@ tagRecording LoadDirectory(const std::string& strPath) {
         const std::uint64_t qwSize = bFile ? it->file_size(aSizeError) : 0;
         if (aDescriber && bFile && !aSizeError)
             aRecording.vecStreams.push_back(RecordFile(*aDescriber, qwSize));
-        else if (strName != c_szRecordingLock && strName != c_szNotes)
+        else if (!IsOfTheTool(strName))
             (aDescriber ? aRecording.vecNotFiles : aRecording.vecOtherFiles).push_back(strName);
     }
     if (aError) throw CFailure("cannot read " + Printable(strPath) + ": " + aError.message());

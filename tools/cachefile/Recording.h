@@ -11,6 +11,10 @@
 /// The file in a recording directory that a recorder keeps locked while it runs.
 constexpr char c_szRecordingLock[] = "recording.lock";
 
+/// The status of a recording that is being made (Status.h), and its name while it is written.
+constexpr char c_szStatus[] = "recording.status.json";
+constexpr char c_szNewStatus[] = "recording.status.json.new";
+
 /// The properties of a recording, found without reading its streams.
 struct tagRecording {
     std::string strPath;                      ///< as the user wrote it

@@ -21,8 +21,9 @@ constexpr std::chrono::milliseconds c_aLockPause(30);
 
 }  // namespace
 
-void tagSource::BeginPart(const tagPlan& aPlan) {
+void tagSource::BeginPart(const tagPlan& aPlan, std::size_t nSources) {
     pRecorder = std::make_unique<CRecorder>(aPlan, aDescriber);
+    aSamples.emplace(nSources, CSamples::Clock::now());
     bFileMade = bRecorded = false;
 }
 

@@ -8,6 +8,7 @@
 
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Recorder.h"
+#include "tools/cachefile/Samples.h"
 #include "tools/cachefile/Streams.h"
 #include "tools/cachefile/System.h"
 
@@ -29,7 +30,8 @@ struct tagSource {
 
     std::string Name() const { return StreamName(aDescriber); }
 
-    void BeginPart(const tagPlan& aPlan);
+    /// nSources: how many sources there are.
+    void BeginPart(const tagPlan& aPlan, std::size_t nSources);
     /// Adds the closed part to the totals and frees the recorder.
     void EndPart();
     /// Those of the present part are included.
@@ -51,6 +53,7 @@ struct tagSource {
     const std::string strPath;
     System::CInput aInput;
     std::unique_ptr<CRecorder> pRecorder;  // null if the present part does not have the stream
+    std::optional<CSamples> aSamples;      // of the present part
     tagTotals aEarlierParts;
     bool bEnded = false;
     bool bFileMade = false;  // by this process; the file did not exist before

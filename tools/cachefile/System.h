@@ -133,8 +133,8 @@ class CInput {
 
 /// Waits until one of the inputs can be read, the other descriptor (-1: none) is readable, the
 /// process is interrupted, or the time (in milliseconds, -1: any) has passed. Sets for each input
-/// whether it can be read. Windows cannot wait for several inputs: there all count as readable, and
-/// the read waits until its input has data or ends.
+/// whether it can be read. On Windows it looks at the inputs a hundred times a second, and nOther
+/// is not used.
 void WaitForInputs(const std::vector<CInput*>& vecInputs, int nOther, int nMilliseconds,
                    std::vector<bool>& vecReady);
 

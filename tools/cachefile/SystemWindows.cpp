@@ -246,10 +246,36 @@ long long CInput::Read(unsigned char* lpBuffer, std::size_t nLength) {
     return errno == EINTR ? Read_NothingYet : Read_Failed;
 }
 
+namespace {
+
+/// Pipes are looked at. A console may be readable because of an event that is no text; the read
+/// then waits for a line. All other files can be read at once.
+bool CanRead(int nFile) {
+    const auto hFile = reinterpret_cast<HANDLE>(::_get_osfhandle(nFile));
+    DWORD dwAvailable = 0, dwMode = 0;
+    if (::GetFileType(hFile) == FILE_TYPE_PIPE)  // the read of a broken pipe reports its end
+        return !::PeekNamedPipe(hFile, nullptr, 0, nullptr, &dwAvailable, nullptr) ||
+               dwAvailable > 0;
+    return !::GetConsoleMode(hFile, &dwMode) || ::WaitForSingleObject(hFile, 0) == WAIT_OBJECT_0;
+}
+
+}  // namespace
+
+/// No call of the system waits for pipes, so they are looked at again and again.
 void WaitForInputs(const std::vector<CInput*>& vecInputs, int /*nOther*/, int nMilliseconds,
                    std::vector<bool>& vecReady) {
-    if (vecInputs.empty() && nMilliseconds > 0) ::Sleep(static_cast<DWORD>(nMilliseconds));
-    vecReady.assign(vecInputs.size(), true);
+    constexpr DWORD c_dwLook = 10;  // milliseconds
+    const ULONGLONG qwBegin = ::GetTickCount64();
+    vecReady.assign(vecInputs.size(), false);
+    for (bool bReady = false;; ::Sleep(c_dwLook)) {
+        for (std::size_t i = 0; i < vecInputs.size(); ++i) {
+            vecReady[i] = CanRead(vecInputs[i]->GetDescriptor());
+            bReady = bReady || vecReady[i];
+        }
+        const ULONGLONG qwPassed = ::GetTickCount64() - qwBegin;
+        if (bReady || IsInterrupted()) return;
+        if (nMilliseconds >= 0 && qwPassed >= static_cast<ULONGLONG>(nMilliseconds)) return;
+    }
 }
 
 }  // namespace System

@@ -8,6 +8,7 @@
 #include "tools/cachefile/Notes.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/Recording.h"
+#include "tools/cachefile/Status.h"
 #include "tools/cachefile/System.h"
 
 namespace {
@@ -45,43 +46,65 @@ class CWatch {
             const bool bGrown = it != m_mapBytes.end() && aStream.qwExtent > it->second;
             return bGrown ? static_cast<double>(aStream.qwExtent - it->second) / dSeconds : 0;
         };
+        const auto aStatus = bHeld ? LoadStatus(m_directory) : std::nullopt;
         if (m_options.bJson)
-            PrintJson(aRecording, bHeld, aRate);
+            PrintJson(aRecording, bHeld, aStatus, aRate);
         else
-            PrintText(aRecording, bHeld, aRate);
+            PrintText(aRecording, bHeld, aStatus, aRate);
         m_last = aNow;
         for (const tagStream& aStream : aRecording.vecStreams)
             m_mapBytes[aStream.Name()] = aStream.qwExtent;
     }
 
     template <class Rate>
-    void PrintJson(const tagRecording& aRecording, bool bHeld, Rate aRate) const {
+    void PrintJson(const tagRecording& aRecording, bool bHeld,
+                   const std::optional<tagStatus>& aStatus, Rate aRate) const {
         const auto qwFree = FreeSpace(m_directory);
         Json aDocument = NewDocument("watch");
         aDocument["path"] = m_options.strPath;
         aDocument["being_recorded"] = bHeld;
         aDocument["free_bytes"] = qwFree ? Json(*qwFree) : Json(nullptr);
+        const auto aAdd = [&](Json& aJson, const tagStatusBytes& aBytes) {
+            aJson["pending_bytes"] = aStatus ? Json(aBytes.qwPending) : Json(nullptr);
+            aJson["lost_bytes"] = aStatus ? Json(aBytes.qwLost) : Json(nullptr);
+        };
+        const tagStatus aShown = aStatus.value_or(tagStatus{});
+        aAdd(aDocument, aShown.aTotal);
         aDocument["streams"] = Json::array();
-        for (const tagStream& aStream : aRecording.vecStreams)
-            aDocument["streams"].push_back(
-                {{"stream", aStream.Name()},
-                 {"bytes", aStream.qwExtent},
-                 {"bytes_per_second", static_cast<std::uint64_t>(aRate(aStream))}});
+        for (const tagStream& aStream : aRecording.vecStreams) {
+            Json aJson = {{"stream", aStream.Name()},
+                          {"bytes", aStream.qwExtent},
+                          {"bytes_per_second", static_cast<std::uint64_t>(aRate(aStream))}};
+            aAdd(aJson, aShown.Find(aStream.Name()));
+            aDocument["streams"].push_back(std::move(aJson));
+        }
         Print(aDocument.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
     }
 
     template <class Rate>
-    void PrintText(const tagRecording& aRecording, bool bHeld, Rate aRate) const {
+    void PrintText(const tagRecording& aRecording, bool bHeld,
+                   const std::optional<tagStatus>& aStatus, Rate aRate) const {
         const auto qwFree = FreeSpace(m_directory);
         if (System::IsOutputTerminal()) Print(c_szClearTerminal);
         Print(Printable(m_options.strPath) + (bHeld ? " is being recorded, " : ", ") +
               ByteSize(static_cast<double>(aRecording.qwSize)) +
               (qwFree ? ", " + ByteSize(static_cast<double>(*qwFree)) + " free" : "") + "\n");
-        CTable aTable(
-            {{"STREAM", CTable::Left}, {"BYTES", CTable::Right}, {"RATE", CTable::Right}});
-        for (const tagStream& aStream : aRecording.vecStreams)
-            aTable.Add({aStream.Name(), std::to_string(aStream.qwExtent),
-                        ByteSize(aRate(aStream)) + "/s"});
+        CTable aTable({{"STREAM", CTable::Left},
+                       {"BYTES", CTable::Right},
+                       {"RATE", CTable::Right},
+                       {"PENDING", CTable::Right},
+                       {"LOST", CTable::Right}});
+        for (const tagStream& aStream : aRecording.vecStreams) {
+            const tagStatusBytes aBytes =
+                aStatus ? aStatus->Find(aStream.Name()) : tagStatusBytes{};
+            const std::string strPending = aStatus ? std::to_string(aBytes.qwPending) : "-";
+            const std::string strLost = aStatus ? std::to_string(aBytes.qwLost) : "-";
+            aTable.Add({aStream.Name(),
+                        std::to_string(aStream.qwExtent),
+                        ByteSize(aRate(aStream)) + "/s",
+                        strPending,
+                        {strLost, aBytes.qwLost ? Style::Red : Style::Plain}});
+        }
         aTable.Print();
     }
 
