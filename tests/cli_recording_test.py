@@ -183,6 +183,42 @@ class Notes(Recording):
             self.assertIn("not a regular file", self.run_tool(DONE, "info", "kvr2/7")[1])
 
 
+class Recover(Recording):
+    def test_what_was_recovered_has_notes_and_is_verified_only_if_its_original_was(self):
+        self.make("other", b"other")
+        self.record(DONE, 7)
+        self.run_tool(DONE, "record", "7", "--stream", "1:1001:2=other")
+        self.run_tool(DONE, "pack", "kvr2/7", "-o", "good")
+        self.make("kvr2/7/" + FILE, CONTENT[:-1])
+        self.make("bad", self.read("good").replace(b"other", b"Other"))
+        self.make("bad.recording.json", self.read("good.recording.json"))
+        for source, damaged in ("kvr2/7", STREAM), ("bad", "1:1001:2"):
+            found = self.run_json(DAMAGE, "recover", source, "-o", "new." + source[:3])["streams"]
+            self.assertEqual({row["stream"] for row in found if row["state"] == "damaged"}, {damaged})
+            new = "new." + source[:3]
+            streams = self.notes(new + "/recording.json")["streams"]
+            self.assertEqual({stream["stream"]: stream["recovered"] for stream in streams},
+                             {row["stream"]: row["state"] for row in found})
+            self.assertEqual(self.run_json(DONE, "info", new)["state"], "recovered")
+            self.run_tool(DONE, "doctor", new, "--deep")
+            again = self.run_json(DONE, "recover", new, "-o", new + ".2", "--container")["streams"]
+            self.assertEqual({row["stream"] for row in again if row["state"] == "verified"},
+                             {row["stream"] for row in found if row["stream"] != damaged})
+            self.run_tool(DONE, "pack", new, "-o", new + ".packed", "--verify")
+            self.assertEqual([self.notes(new + end + ".recording.json")["state"] for end in (".2", ".packed")],
+                             ["recovered"] * 2)
+
+    @not_on_windows("its recorder waits in the read of its input")
+    def test_a_recording_that_was_killed_but_none_that_is_being_made(self):
+        with self.start_recorder() as process:
+            self.assertIn("is being recorded", self.run_tool(FAILED, "recover", "kvr2/7", "-o", "new")[1])
+            process.kill()
+        self.assertIn("was not closed", self.run_tool(DAMAGE, "recover", "kvr2/7", "-o", "new")[1])
+        self.assertEqual(self.read("new/" + FILE), b"x")
+        self.make(NOTES, b"{")
+        self.assertIn("cannot be used", self.run_tool(DONE, "recover", "kvr2/7", "-o", "other")[1])
+
+
 class Limits(Recording):
     def test_limits_end_it_cleanly(self):
         for number, (reason, options) in enumerate([

@@ -26,7 +26,11 @@ void CPackNotes::AddDirectory(const tagRecording& aRecording) {
         m_document = m_notes.aDocument;
         m_document[Noted::c_szStreams] = Json::array();
     }
-    if (aState != RecordingState::Closed) m_document[Noted::c_szState] = Noted::c_szOpen;
+    Json& aNoted = m_document[Noted::c_szState];
+    if (aState == RecordingState::Recovered && aNoted == Noted::c_szClosed)
+        aNoted = Noted::c_szRecovered;
+    if (aState != RecordingState::Closed && aState != RecordingState::Recovered)
+        aNoted = Noted::c_szOpen;
     if (aState != RecordingState::Recording) Compare(aRecording);
 }
 
