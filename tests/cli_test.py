@@ -782,8 +782,10 @@ class Sums(Cli):
     @classmethod
     def known(cls, as_json):
         if as_json:
-            streams = [{"file": name, "xxh3_128": value} for name, value in cls.KNOWN.items()]
-            return json.dumps({"version": 1, "streams": [*streams, {"file": 7}, 7], "new": []}).encode()
+            streams = [{"stream": re.sub("[_-]", ":", name[:-4]), "xxh3_128": value, "new": []}
+                       for name, value in cls.KNOWN.items()]
+            return json.dumps({"schema": "cachefile.recording", "version": 1, "state": "closed",
+                               "streams": streams, "new": []}).encode()
         return "".join("%s  %s\n" % (value, name) for name, value in cls.KNOWN.items()).encode()
 
     def test_sums_are_those_of_common_tools_and_find_a_changed_byte(self):
@@ -820,7 +822,8 @@ class Recover(Cli):
         self.make("bad", content)
         shutil.rmtree(self.path("new"), ignore_errors=True)
         rows = self.run_json(exit_code, "recover", "bad", "-o", "new", *options)["streams"]
-        self.assertEqual(sorted(os.listdir(self.path("new"))), sorted(r["file"] for r in rows if r["file"]))
+        self.assertEqual(sorted(os.listdir(self.path("new"))),
+                         sorted([*(r["file"] for r in rows if r["file"]), "recording.json"]))
         return {row["stream"]: (row["state"], row["found_by"],
                                 row["file"] and self.read("new/" + row["file"])) for row in rows}
 
@@ -860,6 +863,10 @@ class Recover(Cli):
                          (THREE[2][2], b"d"))
         self.run_tool(DAMAGE, "recover", "bad", "-o", "packed", "--container")
         self.assertEqual(self.run_tool(DONE, "doctor", "packed")[0], b"")
+        os.remove(self.path("packed"))
+        self.run_tool(FAILED, "recover", "bad", "-o", "packed", "--container")  # its notes exist
+        os.rename(self.path("packed.recording.json"), self.path("old.recording.json"))
+        self.run_tool(DAMAGE, "recover", "bad", "-o", "packed", "--container")
         self.assertEqual(self.run_tool(DONE, "play", "packed", "--stream", "4:7004:4")[0], THREE[2][2])
 
     def test_it_overwrites_nothing_and_leaves_nothing_behind(self):

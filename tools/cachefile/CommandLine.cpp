@@ -76,7 +76,12 @@ void AddRecord(CLI::App& aTool, int& nExit) {
     AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
     AddExample(aCommand, "microphone | cachefile record 7 --stream 4:7004:4=-");
-    aCommand.callback([pOptions, &nExit] { nExit = Record(*pOptions); });
+    aCommand.callback([pOptions, &nExit] {
+        // The recorder writes itself, so that it knows at once which bytes the file has.
+        pOptions->aPlan.bSync = pOptions->aPlan.bSync || pOptions->aPlan.bWaitWhenFull;
+        pOptions->aPlan.bSyncToDisk = pOptions->dwSync > 0;
+        nExit = Record(*pOptions);
+    });
 }
 
 void AddPlay(CLI::App& aTool, int& nExit) {

@@ -1,7 +1,12 @@
 #include "tools/cachefile/Notes.h"
 
+#include <algorithm>
+#include <cctype>
 #include <fstream>
+#include <sstream>
+#include <utility>
 
+#include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Recording.h"
@@ -11,6 +16,7 @@
 namespace {
 
 constexpr char c_szSchema[] = "recording";
+constexpr char c_szSumsSchema[] = "sums";
 constexpr std::uintmax_t c_nMaxSize = 64 << 20;
 constexpr std::size_t c_nMaxDepth = 32;
 constexpr std::size_t c_nChecksumDigits = 32;
@@ -36,6 +42,9 @@ bool IsTooDeep(const std::string& strText) {
 /// Returns why the file cannot be read, or an empty text.
 std::string ReadText(const std::filesystem::path& aFile, std::string& strText) {
     std::error_code aError;
+    // Reading a pipe would wait for its writer.
+    if (!std::filesystem::is_regular_file(aFile, aError))
+        return aError ? aError.message() : "it is not a regular file";
     const std::uintmax_t nSize = std::filesystem::file_size(aFile, aError);
     if (aError) return aError.message();
     if (nSize > c_nMaxSize) return "it is too large";
@@ -57,7 +66,7 @@ bool IsChecksum(const std::string& strText) {
 }
 
 /// Returns false if the fields of a stream are not as described.
-bool TakeStream(const Json& aStream, tagNotes& aNotes) {
+bool TakeStream(const Json& aStream, NotedStreams& mapStreams) {
     if (!aStream.is_object()) return false;
     const Json& aName = Field(aStream, Noted::c_szStream);
     const Json& aBytes = Field(aStream, Noted::c_szBytes);
@@ -71,41 +80,73 @@ bool TakeStream(const Json& aStream, tagNotes& aNotes) {
         if (!aChecksum.is_string() || !IsChecksum(aChecksum.get<std::string>())) return false;
         aNoted.strChecksum = aChecksum.get<std::string>();
     }
-    return aNotes.mapStreams.try_emplace(StreamName(*aDescriber), aNoted).second;
+    return mapStreams.try_emplace(StreamName(*aDescriber), aNoted).second;
 }
 
-/// Returns what is wrong with the document, or an empty text.
-std::string TakeDocument(tagNotes& aNotes) {
-    const Json& aDocument = aNotes.aDocument;
+/// These return what is wrong, or an empty text.
+
+std::string TakeStreams(const Json& aDocument, const char* lpSchema, NotedStreams& mapStreams) {
     if (!aDocument.is_object()) return "it is not a JSON object";
-    const Json aWanted = NewDocument(c_szSchema);
+    const Json aWanted = NewDocument(lpSchema);
     for (const char* const lpName : {"schema", "version"})
         if (Field(aDocument, lpName) != aWanted[lpName])
             return std::string("its ") + lpName + " is not " + aWanted[lpName].dump();
-    const Json& aState = Field(aDocument, Noted::c_szState);
-    if (aState != Noted::c_szOpen && aState != Noted::c_szClosed) return "its state is unknown";
     const Json& aStreams = Field(aDocument, Noted::c_szStreams);
     if (!aStreams.is_array()) return "it has no list of streams";
     for (const Json& aStream : aStreams)
-        if (!TakeStream(aStream, aNotes)) return "one of its streams is malformed or given twice";
-    aNotes.aState = aState == Noted::c_szOpen ? tagNotes::Open : tagNotes::Closed;
+        if (!TakeStream(aStream, mapStreams))
+            return "one of its streams is malformed or given twice";
     return {};
+}
+
+std::string TakeState(tagNotes& aNotes) {
+    const Json& aState = Field(aNotes.aDocument, Noted::c_szState);
+    for (const auto& [lpName, aKnown] : {std::pair(Noted::c_szOpen, tagNotes::Open),
+                                         std::pair(Noted::c_szClosed, tagNotes::Closed),
+                                         std::pair(Noted::c_szRecovered, tagNotes::Recovered)})
+        if (aState == lpName) aNotes.aState = aKnown;
+    return aNotes.aState == tagNotes::None ? "its state is unknown" : "";
+}
+
+std::string Parse(const std::string& strText, Json& aDocument) {
+    if (IsTooDeep(strText)) return "it is nested too deeply";
+    aDocument = Json::parse(strText, nullptr, false);
+    return aDocument.is_discarded() ? "it is not JSON" : "";
+}
+
+std::string Take(const std::filesystem::path& aFile, tagNotes& aNotes) {
+    std::string strFault;
+    aNotes.aDocument = ReadJson(aFile, strFault);
+    if (strFault.empty()) strFault = TakeStreams(aNotes.aDocument, c_szSchema, aNotes.mapStreams);
+    return strFault.empty() ? TakeState(aNotes) : strFault;
+}
+
+/// Lines are CHECKSUM, two spaces, and the path of a file. Others are ignored.
+NotedStreams TakeLines(const std::string& strText) {
+    NotedStreams mapStreams;
+    std::istringstream aText(strText);
+    for (std::string strLine; std::getline(aText, strLine);) {
+        if (!strLine.empty() && strLine.back() == '\r') strLine.pop_back();
+        if (strLine.size() < c_nChecksumDigits + 2) continue;
+        std::string strChecksum = strLine.substr(0, c_nChecksumDigits);
+        std::transform(strChecksum.begin(), strChecksum.end(), strChecksum.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        const std::string strFile = strLine.substr(c_nChecksumDigits + 2);
+        const auto aDescriber = ParseStreamFileName(strFile.substr(strFile.find_last_of('/') + 1));
+        if (aDescriber && IsChecksum(strChecksum))
+            mapStreams[StreamName(*aDescriber)] = {std::nullopt, strChecksum};
+    }
+    return mapStreams;
 }
 
 }  // namespace
 
 Json ReadJson(const std::filesystem::path& aFile, std::string& strFault) {
-    // Reading a pipe would wait for its writer.
-    std::error_code aError;
     std::string strText;
-    strFault = std::filesystem::is_regular_file(aFile, aError) ? ReadText(aFile, strText)
-                                                               : "it is not a regular file";
-    if (strFault.empty() && IsTooDeep(strText)) strFault = "it is nested too deeply";
-    if (!strFault.empty()) return {};
-    Json aDocument = Json::parse(strText, nullptr, false);
-    if (!aDocument.is_discarded()) return aDocument;
-    strFault = "it is not JSON";
-    return {};
+    Json aDocument;
+    strFault = ReadText(aFile, strText);
+    if (strFault.empty()) strFault = Parse(strText, aDocument);
+    return strFault.empty() ? aDocument : Json();
 }
 
 const tagNotedStream* tagNotes::Find(const std::string& strStream) const {
@@ -127,8 +168,7 @@ tagNotes LoadNotes(const std::filesystem::path& aFile) {
     tagNotes aNotes;
     const auto aStatus = std::filesystem::status(aFile, aError);
     if (aStatus.type() == std::filesystem::file_type::not_found) return aNotes;
-    aNotes.aDocument = ReadJson(aFile, aNotes.strFault);
-    if (aNotes.strFault.empty()) aNotes.strFault = TakeDocument(aNotes);
+    aNotes.strFault = Take(aFile, aNotes);
     if (aNotes.strFault.empty()) return aNotes;
     tagNotes aBad;
     aBad.aState = tagNotes::Bad;
@@ -140,9 +180,26 @@ bool IsBeingRecorded(const std::filesystem::path& aDirectory) {
     return System::CFileLock::IsHeld(aDirectory / c_szRecordingLock);
 }
 
+NotedStreams LoadStreams(const std::string& strPath) {
+    std::string strText;
+    const std::string strFault = ReadText(System::NativePath(strPath), strText);
+    if (!strFault.empty()) throw CFailure("cannot read " + Printable(strPath) + ": " + strFault);
+    Json aDocument;
+    const bool bJson = Parse(strText, aDocument).empty();
+    for (const char* const lpSchema : {c_szSchema, c_szSumsSchema}) {
+        NotedStreams mapStreams;
+        if (bJson && TakeStreams(aDocument, lpSchema, mapStreams).empty()) return mapStreams;
+    }
+    const NotedStreams mapStreams = TakeLines(strText);
+    if (mapStreams.empty())
+        throw CFailure(Printable(strPath) + " has no checksums and is no recording.json");
+    return mapStreams;
+}
+
 RecordingState StateOfDirectory(const std::filesystem::path& aDirectory, const tagNotes& aNotes) {
     if (IsBeingRecorded(aDirectory)) return RecordingState::Recording;
     if (aNotes.aState == tagNotes::Closed) return RecordingState::Closed;
+    if (aNotes.aState == tagNotes::Recovered) return RecordingState::Recovered;
     return aNotes.aState == tagNotes::Open ? RecordingState::NotClosed : RecordingState::Unknown;
 }
 

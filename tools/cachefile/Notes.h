@@ -20,16 +20,18 @@ struct tagNotedStream {
     std::optional<std::uint64_t> qwBytes;  ///< none until the recording is closed
     std::string strChecksum;               ///< 32 hexadecimal digits, or empty
 };
+using NotedStreams = std::map<std::string, tagNotedStream>;  ///< by TYPE:ID:KIND
 
 /// The notes as they were read. Other files are never read because of what the notes say.
 struct tagNotes {
     /// Bad: the file cannot be read or is not as described.
-    enum State { None, Bad, Open, Closed };
+    /// Recovered: `recover` made the recording.
+    enum State { None, Bad, Open, Closed, Recovered };
 
     State aState = None;
-    std::string strFault;                              ///< why they are bad
-    std::map<std::string, tagNotedStream> mapStreams;  ///< by TYPE:ID:KIND
-    Json aDocument;                                    ///< with the fields that are not known here
+    std::string strFault;  ///< why they are bad
+    NotedStreams mapStreams;
+    Json aDocument;  ///< with the fields that are not known here
 
     const tagNotedStream* Find(const std::string& strStream) const;
 };
@@ -45,6 +47,10 @@ tagNotes LoadNotes(const std::filesystem::path& aFile);
 /// Reads a JSON file that anyone may have written: its size and nesting are limited. On failure it
 /// sets strFault to the reason and returns null. Throws only std::bad_alloc.
 Json ReadJson(const std::filesystem::path& aFile, std::string& strFault);
+
+/// Reads the streams and checksums of a file that the user names: notes, what `sums --json` writes,
+/// or lines as `sums` and xxh128sum write them. Throws CFailure if it is none of these.
+NotedStreams LoadStreams(const std::string& strPath);
 
 /// Why a stream differs from its notes, or an empty text. strChecksum may be empty, if it is not
 /// known.
@@ -64,7 +70,7 @@ void SaveNotes(const std::filesystem::path& aFile, const Json& aDocument);
 
 /// What a recording directory is at this moment. Recording: a recorder has it locked. Unknown: it
 /// has no notes that can be read, and is not locked.
-enum class RecordingState { Unknown, Recording, Closed, NotClosed };
+enum class RecordingState { Unknown, Recording, Closed, NotClosed, Recovered };
 bool IsBeingRecorded(const std::filesystem::path& aDirectory);
 RecordingState StateOfDirectory(const std::filesystem::path& aDirectory, const tagNotes& aNotes);
 
@@ -76,6 +82,7 @@ namespace Noted {
 constexpr char c_szState[] = "state";
 constexpr char c_szOpen[] = "open";
 constexpr char c_szClosed[] = "closed";
+constexpr char c_szRecovered[] = "recovered";
 constexpr char c_szStreams[] = "streams";
 constexpr char c_szStream[] = "stream";
 constexpr char c_szBytes[] = "bytes";

@@ -28,7 +28,11 @@ bool CPackNotes::AddDirectory(const tagRecording& aRecording, bool bHeld) {
         m_document = m_notes.aDocument;
         m_document[Noted::c_szStreams] = Json::array();
     }
-    if (aState != RecordingState::Closed) m_document[Noted::c_szState] = Noted::c_szOpen;
+    Json& aNoted = m_document[Noted::c_szState];
+    if (aState == RecordingState::Recovered && aNoted == Noted::c_szClosed)
+        aNoted = Noted::c_szRecovered;
+    if (aState != RecordingState::Closed && aState != RecordingState::Recovered)
+        aNoted = Noted::c_szOpen;
     if (!bGrows) Compare(aRecording);
     return bGrows;
 }

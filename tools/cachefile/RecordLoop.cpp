@@ -13,9 +13,6 @@ namespace {
 /// Milliseconds between looks for space on a full disk. The system reports no freed space.
 constexpr int c_nSpaceLook = 250;
 
-/// Eight blocks. With less, a stream would stop again after its first write.
-constexpr std::uint64_t c_qwSpaceToResume = 256 << 10;
-
 constexpr std::uint64_t c_qwGatherBlock = 32768;  // what the library gathers for each stream
 
 }  // namespace
@@ -48,7 +45,10 @@ std::string CRecordLoop::ReadInputs() {
     while (!System::IsInterrupted()) {
         ReportFailures();
         m_pPart->UpdateStatus();
-        if (const char* const lpReason = m_limits.FindEnd()) return lpReason;
+        if (const char* const lpReason = m_limits.FindEnd()) {
+            if (lpReason == std::string("max-bytes")) WaitForSpace();
+            return lpReason;
+        }
         if (!Wait(vecReady)) return HasGoodSource() ? "inputs-ended" : "failed";
         for (tagSource* const pSource : vecReady)
             if (!System::IsInterrupted()) ReadPiece(*pSource);
@@ -72,7 +72,7 @@ bool CRecordLoop::Wait(std::vector<tagSource*>& vecReady) {
     bool bPaused = false;
     for (const auto& pSource : m_vecSources) {
         if (pSource->bEnded) continue;
-        if (IsPaused(*pSource)) {
+        if (IsPaused(*pSource) || MustWaitForOthers(*pSource)) {
             bPaused = true;
             continue;
         }
@@ -96,9 +96,9 @@ int CRecordLoop::GetTimeout(bool bPaused) const {
     };
     aAtMost(m_limits.GetTimeout());
     if (bPaused) aAtMost(c_nSpaceLook);
-    // Without a descriptor to wake it, only this loop flushes old bytes, even while no input is ready.
-    if (m_nWake < 0 && m_options.dwFlush > 0)
-        aAtMost(static_cast<int>(m_options.dwFlush / 10 + 1));
+    // Without a descriptor to wake it, only this loop flushes old bytes, even while no input is
+    // ready.
+    if (m_nWake < 0 && m_options.dwFlush > 0) aAtMost(static_cast<int>(m_options.dwFlush / 10 + 1));
     return nTimeout;
 }
 
@@ -112,6 +112,8 @@ void CRecordLoop::ReadPiece(tagSource& aSource) {
         aSource.bRecorded = false;
         Report(aSource, "cannot read " + Printable(aSource.strPath) + ": " + std::strerror(errno));
     }
+    aSource.pRecorder->WriteKept();
+    if (nRead == 0 && aSource.pRecorder->IsFull()) return;  // the end is read again later
     aSource.End();
 }
 
@@ -144,16 +146,42 @@ void CRecordLoop::Report(tagSource& aSource, const std::string& strError) {
 
 /// Whether the stream waits for space on a full disk. Reports when that begins and ends.
 bool CRecordLoop::IsPaused(tagSource& aSource) {
-    if (!aSource.pRecorder->IsFull()) return false;
-    const bool bSpace = FreeSpace(m_pPart->GetDirectory()).value_or(0) >= c_qwSpaceToResume;
-    if (bSpace) aSource.pRecorder->Resume();
-    if (bSpace == aSource.bPaused) {
+    CRecorder& aRecorder = *aSource.pRecorder;
+    const std::chrono::milliseconds aAge(m_options.dwFlush);
+    if (aRecorder.IsFull() || (aAge.count() > 0 && aRecorder.HasKeptFor(aAge)))
+        aRecorder.WriteKept();
+    if (aRecorder.IsFull() != aSource.bPaused) {
+        aSource.bPaused = aRecorder.IsFull();
         m_progress.Erase();
         Warn("recording " + aSource.Name() +
-             (bSpace ? " goes on" : " waits: no space left on the device"));
-        aSource.bPaused = !bSpace;
+             (aSource.bPaused ? " waits: no space left on the device" : " goes on"));
     }
-    return !bSpace;
+    return aSource.bPaused;
+}
+
+/// The next part begins when the files of this one have all bytes.
+bool CRecordLoop::MustWaitForOthers(const tagSource& aSource) {
+    return m_options.aPlan.bWaitWhenFull && m_limits.IsPartFull(aSource.pRecorder->GetBytes()) &&
+           WriteKept();
+}
+
+/// Returns whether the disk is full for one of the streams.
+bool CRecordLoop::WriteKept() {
+    for (const auto& pSource : m_vecSources)
+        if (pSource->pRecorder) pSource->pRecorder->WriteKept();
+    return std::any_of(m_vecSources.begin(), m_vecSources.end(), [](const auto& pSource) {
+        return pSource->pRecorder && pSource->pRecorder->IsFull();
+    });
+}
+
+/// Returns when everything that was read is written, or when the process is interrupted.
+void CRecordLoop::WaitForSpace() {
+    std::vector<bool> vecReady;
+    while (!System::IsInterrupted() && WriteKept()) {
+        for (const auto& pSource : m_vecSources)
+            if (!pSource->bEnded) IsPaused(*pSource);
+        System::WaitForInputs({}, -1, c_nSpaceLook, vecReady);
+    }
 }
 
 /// Adds the failures to the progress, and returns them as text.

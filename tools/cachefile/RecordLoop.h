@@ -41,6 +41,9 @@ class CRecordLoop {
     void ReportFailures();
     void Report(tagSource& aSource, const std::string& strError);
     bool IsPaused(tagSource& aSource);
+    bool MustWaitForOthers(const tagSource& aSource);
+    bool WriteKept();
+    void WaitForSpace();
     std::string NoteLoss();
     void BeginPart(CmUint32 dwNumber);
     void EndPart(const std::string& strReason);

@@ -71,7 +71,7 @@ CRecordNotes::CRecordNotes(const tagPlan& aPlan, const Sources& vecSources)
     m_bNew = aEarlier.aState == tagNotes::None;
     if (aEarlier.aState == tagNotes::Bad)
         Warn(Printable(m_file.u8string()) + " is replaced: " + aEarlier.strFault);
-    if (aEarlier.aState == tagNotes::Open || aEarlier.aState == tagNotes::Closed) {
+    if (!aEarlier.aDocument.is_null()) {
         m_document = aEarlier.aDocument;
         for (const Json& aStream : m_document[Noted::c_szStreams])
             if (!IsRecorded(vecSources, aStream)) m_kept.push_back(aStream);

@@ -19,6 +19,8 @@ constexpr CmUint32 c_dwTickMilliseconds = 50;  // between looks for an interrupt
 constexpr std::uint64_t c_qwMaxPending = 8 << 20;
 constexpr CmUint32 c_dwPauseMilliseconds = 2;
 
+constexpr std::size_t c_nBlock = 32768;  // what the library writes at once
+
 }  // namespace
 
 Shutdown::~Shutdown() { CacheFileShutdown(); }
@@ -45,7 +47,6 @@ CmInt32 CRecorder::Open() {
         if (System::IsInterrupted()) throw Interrupted();
         Note(CCmCallerThread::WaitAndRun(c_dwTickMilliseconds));
     }
-    m_bOpen = m_lFailure == CACHE_OK;
     return m_lFailure;
 }
 
@@ -54,10 +55,45 @@ void CRecorder::Write(const unsigned char* lpData, std::size_t nLength) {
     m_qwBytes += nLength;
     ++m_qwPieces;
     m_checksum.Add(lpData, nLength);
+    if (!m_plan.bWaitWhenFull) return WriteNow(lpData, nLength);
+    if (m_vecKept.empty()) m_keptSince = std::chrono::steady_clock::now();
+    m_vecKept.insert(m_vecKept.end(), lpData, lpData + nLength);
+    if (m_vecKept.size() >= c_nBlock) WriteKept();
+}
+
+void CRecorder::WriteNow(const unsigned char* lpData, std::size_t nLength) {
     const CmInt32 lResult = m_pHandler->WriteData(
         m_dwHandle, lpData, static_cast<CmUint32>(nLength), CCacheFileManager::GetMaxDword());
     Note(lResult);
     if (lResult != CACHE_OK && m_plan.bSync) AddHole();
+}
+
+void CRecorder::WriteKept() {
+    if (m_vecKept.empty() || m_lFailure != CACHE_OK) return;
+    const CmInt32 lResult = AppendKept();
+    m_bFull = lResult == CACHE_ERR_DISK_FULL;
+    if (!m_bFull) Note(lResult);
+    if (lResult == CACHE_OK) m_vecKept.clear();
+}
+
+/// Appends all kept bytes, or none. A flush returns no code. If it fails, a sync, which flushes
+/// too, returns the code.
+CmInt32 CRecorder::AppendKept() {
+    const std::uint64_t qwBefore = CountStoredBytes();
+    for (const bool bSync : {false, true}) {
+        const CmInt32 lResult = m_pHandler->WriteData(m_dwHandle, m_vecKept.data(),
+                                                      static_cast<CmUint32>(m_vecKept.size()),
+                                                      CCacheFileManager::GetMaxDword());
+        if (lResult != CACHE_OK) return lResult;
+        if (bSync) return m_pHandler->SyncFile(m_dwHandle);
+        m_pHandler->FlushData(m_dwHandle);
+        if (CountStoredBytes() == qwBefore + m_vecKept.size()) break;
+    }
+    return CACHE_OK;
+}
+
+bool CRecorder::HasKeptFor(std::chrono::milliseconds aTime) const {
+    return !m_vecKept.empty() && std::chrono::steady_clock::now() - m_keptSince >= aTime;
 }
 
 void CRecorder::AddHole() {
@@ -83,18 +119,39 @@ tagFileLosses CRecorder::GetPresentLosses() const {
     if (m_dwHandle == 0) return m_losses;
     tagFileLosses aLosses;
     m_pHandler->GetFileLosses(m_dwHandle, aLosses);
-    aLosses.qwLost += m_qwRefused;
+    // The library counts bytes as lost that this recorder has kept and writes again.
+    aLosses.qwLost =
+        m_plan.bWaitWhenFull ? CountUnsyncedLosses(aLosses) : aLosses.qwLost + m_qwRefused;
     return aLosses;
 }
 
 void CRecorder::Close() {
     if (m_dwHandle == 0) return;
+    WriteKept();
     m_pHandler->FlushData(m_dwHandle);
-    while (m_pHandler->GetFileLosses(m_dwHandle, m_losses) == CACHE_OK && m_losses.qwPending > 0)
-        CCmCallerThread::WaitAndRun(c_dwPauseMilliseconds);
+    if (m_plan.bSyncToDisk) Note(m_pHandler->SyncFile(m_dwHandle));
+    WaitUntilWritten();
     AddRefusedToLosses();
+    if (m_plan.bWaitWhenFull) AddKeptToLosses();
     Note(m_pHandler->CloseFile(m_dwHandle));
     m_dwHandle = 0;
+}
+
+void CRecorder::WaitUntilWritten() {
+    const auto aIsWaiting = [&] {
+        return m_losses.qwPending > 0 || (m_plan.bSyncToDisk && m_losses.qwUnsynced > 0);
+    };
+    while (m_pHandler->GetFileLosses(m_dwHandle, m_losses) == CACHE_OK && aIsWaiting())
+        CCmCallerThread::WaitAndRun(c_dwPauseMilliseconds);
+}
+
+void CRecorder::AddKeptToLosses() {
+    auto& vecHoles = m_losses.vecHoles;
+    vecHoles.erase(std::remove_if(vecHoles.begin(), vecHoles.end(),
+                                  [](const tagFileHole& a) { return a.bInPlace == 0; }),
+                   vecHoles.end());
+    if (!m_vecKept.empty()) vecHoles.push_back({CountStoredBytes(), m_vecKept.size(), 0});
+    m_losses.qwLost = m_vecKept.size() + CountUnsyncedLosses(m_losses);
 }
 
 std::filesystem::path CRecorder::GetPath() const {
@@ -116,7 +173,14 @@ std::uint64_t CRecorder::CountStoredBytes() const {
 
 std::uint64_t CRecorder::CountLostBytes() const {
     const std::uint64_t qwStored = CountStoredBytes();
-    return m_qwBytes > qwStored ? m_qwBytes - qwStored : 0;
+    return (m_qwBytes > qwStored ? m_qwBytes - qwStored : 0) + CountUnsyncedLosses(m_losses);
+}
+
+std::uint64_t CRecorder::CountUnsyncedLosses(const tagFileLosses& aLosses) {
+    std::uint64_t qwLost = 0;
+    for (const tagFileHole& aHole : aLosses.vecHoles)
+        if (aHole.bInPlace != 0) qwLost += aHole.qwLength;
+    return qwLost;
 }
 
 std::string CRecorder::FindChecksum() const {
@@ -135,10 +199,7 @@ void CRecorder::OnDataReady(unsigned char* lpData, CmUint32, const tagDataInfo&)
 }
 
 void CRecorder::Note(CmInt32 lResult) {
-    if (m_plan.bWaitWhenFull && m_bOpen && lResult == CACHE_ERR_DISK_FULL)
-        m_bFull = true;
-    else if (m_lFailure == CACHE_OK)
-        m_lFailure = lResult;
+    if (m_lFailure == CACHE_OK) m_lFailure = lResult;
 }
 
 void HoldBack() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -22,7 +23,8 @@ struct tagPlan {
     CmUint32 dwRecordID;
     std::string strHome;
     bool bSync;
-    bool bWaitWhenFull = false;  ///< on a full disk a stream waits and does not fail
+    bool bWaitWhenFull = false;  ///< on a full disk a stream waits and does not fail; needs bSync
+    bool bSyncToDisk = false;    ///< the end of a stream waits until the disk has its bytes
 
     std::string Directory() const;  ///< home/ID, as the user would write it
 };
@@ -40,16 +42,22 @@ class CRecorder : private IFileOpSink {
     /// Opens the record file and waits for the result.
     CmInt32 Open();
 
-    /// Whether the disk was full. With bWaitWhenFull the caller then stops writing until there is
-    /// space, and calls Resume.
-    bool IsFull() const { return m_bFull; }
-    void Resume() { m_bFull = false; }
-
     /// Writes the bytes in one piece. Does nothing after a failure.
+    ///
+    /// With bWaitWhenFull the recorder keeps the bytes until the file has them. It writes them when
+    /// they fill a block, and when the caller calls WriteKept.
     void Write(const unsigned char* lpData, std::size_t nLength);
 
-    /// Ends the stream. Waits until its bytes are written or lost, so that GetLosses is complete.
-    /// In asynchronous mode the file is complete after a shutdown.
+    /// Writes the kept bytes. While the disk is full, they stay kept and IsFull returns true: the
+    /// caller then writes nothing more, and calls this when there is space. So nothing is lost.
+    void WriteKept();
+    bool IsFull() const { return m_bFull; }
+    /// Whether bytes have been kept for that time.
+    bool HasKeptFor(std::chrono::milliseconds aTime) const;
+
+    /// Ends the stream. Waits until its bytes are written or lost, and with bSyncToDisk until they
+    /// are on the disk or lost, so that GetLosses is complete. In asynchronous mode the file is
+    /// complete after a shutdown. Bytes that are still kept because the disk is full are lost.
     void Close();
 
     const tagFileDescriber& GetDescriber() const { return m_describer; }
@@ -61,8 +69,9 @@ class CRecorder : private IFileOpSink {
     std::uint64_t GetBytes() const { return m_qwBytes; }
     std::uint64_t GetPieces() const { return m_qwPieces; }
 
-    /// How many bytes the file has, and how many bytes passed to Write it does not have. Until the
-    /// file is complete, bytes that are still to be written count as lost.
+    /// How many bytes the file has, and how many bytes passed to Write it does not have, or may not
+    /// have on the disk because a sync failed. Until the file is complete, bytes that are still to
+    /// be written count as lost.
     std::uint64_t CountStoredBytes() const;
     std::uint64_t CountLostBytes() const;
     const tagFileLosses& GetLosses() const { return m_losses; }  ///< until Close
@@ -85,6 +94,12 @@ class CRecorder : private IFileOpSink {
     void AddHole();
     void AddRefusedToLosses();
     tagFileLosses GetPresentLosses() const;
+    void WriteNow(const unsigned char* lpData, std::size_t nLength);
+    CmInt32 AppendKept();
+    void WaitUntilWritten();
+    /// Kept bytes that were lost to the library are written again.
+    void AddKeptToLosses();
+    static std::uint64_t CountUnsyncedLosses(const tagFileLosses& aLosses);
 
     struct Destroyer {
         void operator()(CWriteFileHandler* pHandler) const { pHandler->Destroy(); }
@@ -94,9 +109,10 @@ class CRecorder : private IFileOpSink {
     const tagFileDescriber m_describer;
     CmUint32 m_dwHandle = 0;
     bool m_bOpenReported = false;
-    bool m_bOpen = false;
     bool m_bFull = false;
-    std::string m_strFileObject;  // of the library, in its trace lines
+    std::vector<unsigned char> m_vecKept;
+    std::chrono::steady_clock::time_point m_keptSince;  // if there are any
+    std::string m_strFileObject;                        // of the library, in its trace lines
     CmInt32 m_lFailure = 0;
     std::uint64_t m_qwBytes = 0;
     std::uint64_t m_qwPieces = 0;

@@ -4,17 +4,12 @@
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
-#include "tools/cachefile/KnownChecksums.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/RecoveryOutput.h"
+#include "tools/cachefile/ShownNotes.h"
 #include "tools/cachefile/System.h"
 
 namespace {
-
-const char* StateName(tagPiece::State aState) {
-    static const char* const s_aNames[] = {"verified", "unverified", "damaged", "missing"};
-    return s_aNames[aState];
-}
 
 const char* FinderName(tagPiece::Finder aFinder) {
     static const char* const s_aNames[] = {"index", "search", "checksum"};
@@ -47,7 +42,8 @@ void PrintText(const tagRecovery& aRecovery) {
         const bool bMissing = a.aState == tagPiece::Missing;
         aTable.Add({a.Name(), bMissing ? "-" : a.strFile.c_str(), std::to_string(Recovered(a)),
                     std::to_string(a.qwMissing),
-                    CTable::Cell(StateName(a.aState), StyleOf(a.aState)), FinderName(a.aFinder)});
+                    CTable::Cell(PieceStateName(a.aState), StyleOf(a.aState)),
+                    FinderName(a.aFinder)});
     }
     aTable.Print();
 }
@@ -61,19 +57,20 @@ void PrintJson(const tagRecoverOptions& aOptions, const tagRecovery& aRecovery) 
     PrintDocument(aDocument, "streams", aRecovery.vecPieces.size(), [&](std::size_t i) {
         const tagPiece& a = aRecovery.vecPieces[i];
         const bool bFile = a.aState != tagPiece::Missing && !aOptions.bContainer;
-        return Json{
-            {"stream", a.Name()},           {"file", bFile ? Json(a.strFile) : Json(nullptr)},
-            {"bytes", Recovered(a)},        {"missing_bytes", a.qwMissing},
-            {"state", StateName(a.aState)}, {"found_by", FinderName(a.aFinder)},
-            {"reasons", a.vecFaults}};
+        return Json{{"stream", a.Name()},
+                    {"file", bFile ? Json(a.strFile) : Json(nullptr)},
+                    {"bytes", Recovered(a)},
+                    {"missing_bytes", a.qwMissing},
+                    {"state", PieceStateName(a.aState)},
+                    {"found_by", FinderName(a.aFinder)},
+                    {"reasons", a.vecFaults}};
     });
 }
 
-void RequireNew(const tagRecoverOptions& aOptions) {
+void RequireNew(const std::filesystem::path& aPath) {
     std::error_code aIgnored;
-    if (std::filesystem::exists(
-            std::filesystem::symlink_status(System::NativePath(aOptions.strOutput), aIgnored)))
-        throw CFailure(Printable(aOptions.strOutput) +
+    if (std::filesystem::exists(std::filesystem::symlink_status(aPath, aIgnored)))
+        throw CFailure(Printable(aPath.u8string()) +
                        " already exists (`recover` overwrites nothing)");
 }
 
@@ -102,15 +99,19 @@ int Report(const tagRecoverOptions& aOptions, const tagRecovery& aRecovery) {
 }  // namespace
 
 int Recover(const tagRecoverOptions& aOptions) {
-    RequireNew(aOptions);
+    const std::filesystem::path aOutput = System::NativePath(aOptions.strOutput);
+    RequireNew(aOutput);
+    if (aOptions.bContainer) RequireNew(NotesOfContainer(aOutput));
     const tagRecording aRecording = LoadRecording(aOptions.strPath);
     System::CFileLock aLock;
     if (!aRecording.IsContainer()) LockAgainstRecorders(aOptions, aLock);
-    const KnownStreams mapKnown =
-        FindKnownStreams(aOptions.strPath, aRecording.IsContainer(), aOptions.strKnown);
+    const tagNotes aNotes = tagShownNotes(aRecording).aNotes;
+    const NotedStreams mapKnown =
+        aOptions.strKnown.empty() ? aNotes.mapStreams : LoadStreams(aOptions.strKnown);
     tagRecovery aRecovery = aRecording.IsContainer() ? RecoverContainer(aRecording, mapKnown)
                                                      : RecoverDirectory(aRecording, mapKnown);
-    WriteRecovery(aRecording, aRecovery, System::NativePath(aOptions.strOutput),
-                  aOptions.bContainer, aOptions.aProgress);
+    if (!aRecording.IsContainer() && aNotes.aState == tagNotes::Open)
+        aRecovery.vecLosses.push_back("it was not closed: the ends of its streams may be missing");
+    WriteRecovery(aRecording, aNotes, aRecovery, aOutput, aOptions.bContainer, aOptions.aProgress);
     return Report(aOptions, aRecovery);
 }

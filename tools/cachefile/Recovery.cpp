@@ -33,23 +33,38 @@ void Judge(tagPiece& aPiece, std::uint64_t qwSize) {
 }
 
 /// Adds what is known to have existed but was not found.
-void AddMissing(tagRecovery& aRecovery, const KnownStreams& mapKnown) {
+void AddMissing(tagRecovery& aRecovery, const NotedStreams& mapKnown) {
     std::set<std::string> setFound;
-    for (const tagPiece& aPiece : aRecovery.vecPieces)
-        setFound.insert(StreamFileName(aPiece.aDescriber));
-    for (const auto& [strFile, aKnown] : mapKnown) {
-        if (setFound.count(strFile) > 0) continue;
+    for (const tagPiece& aPiece : aRecovery.vecPieces) setFound.insert(aPiece.Name());
+    for (const auto& [strName, aKnown] : mapKnown) {
+        if (setFound.count(strName) > 0) continue;
         tagPiece aPiece;
-        aPiece.aDescriber = *ParseStreamFileName(strFile);
-        aPiece.qwMissing = aKnown.qwSize.value_or(0);
+        aPiece.aDescriber = *ParseStreamName(strName);
+        aPiece.qwMissing = aKnown.qwBytes.value_or(0);
         aPiece.aState = tagPiece::Missing;
         aPiece.vecFaults.push_back("it was not found");
         aRecovery.vecPieces.push_back(std::move(aPiece));
     }
 }
 
+/// Reads the record file if its checksum is known. The piece has a checksum then if both agree.
+void CompareFile(const tagRecording& aRecording, const tagNotedStream& aKnown, tagPiece& aPiece) {
+    if (aKnown.qwBytes && *aKnown.qwBytes > aPiece.qwPresent)
+        aPiece.qwMissing = *aKnown.qwBytes - aPiece.qwPresent;
+    CChecksum aChecksum;
+    if (!aKnown.strChecksum.empty())
+        ReadPiece(aRecording, aPiece, [&](const unsigned char* lpData, std::size_t nLength) {
+            aChecksum.Add(lpData, nLength);
+        });
+    const std::string strFault = NoteFault(aKnown, aPiece.qwPresent, aChecksum.GetText());
+    if (strFault.empty())
+        aPiece.strChecksum = aKnown.strChecksum;
+    else if (aPiece.qwMissing == 0)
+        aPiece.vecFaults.push_back(strFault);
+}
+
 /// If every known stream is verified, the signs of other losses do not matter.
-void ForgetLosses(tagRecovery& aRecovery, const KnownStreams& mapKnown) {
+void ForgetLosses(tagRecovery& aRecovery, const NotedStreams& mapKnown) {
     const auto nVerified = static_cast<std::size_t>(
         std::count_if(aRecovery.vecPieces.begin(), aRecovery.vecPieces.end(),
                       [](const tagPiece& a) { return a.aState == tagPiece::Verified; }));
@@ -59,7 +74,7 @@ void ForgetLosses(tagRecovery& aRecovery, const KnownStreams& mapKnown) {
 /// Turns the salvaged streams of a container into pieces. Those with a known checksum come first.
 class CContainerRecovery {
  public:
-    CContainerRecovery(const tagRecording& aRecording, const KnownStreams& mapKnown)
+    CContainerRecovery(const tagRecording& aRecording, const NotedStreams& mapKnown)
         : m_recording(aRecording),
           m_mapKnown(mapKnown),
           m_salvage(SalvageStreams(*aRecording.pIndex)),
@@ -68,8 +83,8 @@ class CContainerRecovery {
     tagRecovery Run() {
         m_recovery.vecLosses = m_salvage.vecLosses;
         for (std::size_t i = 0; i < m_vecTaken.size(); ++i) TakeIfVerified(i);
-        for (const auto& [strFile, aKnown] : m_mapKnown)
-            if (m_mapNames.count(strFile) == 0) FindByChecksum(strFile, aKnown);
+        for (const auto& [strName, aKnown] : m_mapKnown)
+            if (m_mapNames.count(strName) == 0) FindByChecksum(strName, aKnown);
         for (std::size_t i = 0; i < m_vecTaken.size(); ++i)
             if (!m_vecTaken[i]) TakeUnverified(m_salvage.vecStreams[i]);
         std::stable_sort(m_recovery.vecPieces.begin(), m_recovery.vecPieces.end(),
@@ -84,9 +99,9 @@ class CContainerRecovery {
                      const std::string& strChecksum);
     void TakeIfVerified(std::size_t nIndex);
     void CollectPlaces();
-    void FindByChecksum(const std::string& strFile, const tagKnownStream& aKnown);
+    void FindByChecksum(const std::string& strName, const tagNotedStream& aKnown);
     void TakeUnverified(const tagSalvagedStream& aStream);
-    void AddVerified(const std::string& strFile, std::uint64_t qwOffset, std::uint64_t qwLength,
+    void AddVerified(const std::string& strName, std::uint64_t qwOffset, std::uint64_t qwLength,
                      tagPiece::Finder aFinder);
     bool IsInBudget(std::uint64_t& qwUsed, std::uint64_t qwMore) const {
         if (qwMore > c_qwMaxTimes * m_recording.qwSize - qwUsed) return false;
@@ -96,7 +111,7 @@ class CContainerRecovery {
     void Add(tagPiece aPiece);
 
     const tagRecording& m_recording;
-    const KnownStreams& m_mapKnown;
+    const NotedStreams& m_mapKnown;
     const tagSalvage m_salvage;
     std::vector<bool> m_vecTaken;                // the salvaged streams that are verified
     std::map<std::string, unsigned> m_mapNames;  // how many pieces have a name
@@ -112,6 +127,7 @@ class CContainerRecovery {
 /// Reads bytes only if all of them exist and the budget allows it.
 bool CContainerRecovery::HasChecksum(std::uint64_t qwOffset, std::uint64_t qwLength,
                                      const std::string& strChecksum) {
+    if (strChecksum.empty()) return false;
     const bool bThere = qwOffset <= m_recording.qwSize && qwLength <= m_recording.qwSize - qwOffset;
     if (qwLength > 0 && !bThere) return false;  // an empty stream may begin anywhere
     if (!IsInBudget(m_qwRead, qwLength)) return false;
@@ -125,17 +141,17 @@ bool CContainerRecovery::HasChecksum(std::uint64_t qwOffset, std::uint64_t qwLen
 void CContainerRecovery::Add(tagPiece aPiece) {
     const std::string strFile = StreamFileName(aPiece.aDescriber);
     if (aPiece.aState != tagPiece::Missing) {
-        const unsigned nSame = ++m_mapNames[strFile];
+        const unsigned nSame = ++m_mapNames[aPiece.Name()];
         aPiece.strFile = nSame == 1 ? strFile : strFile + "." + std::to_string(nSame);
     }
     m_recovery.vecPieces.push_back(std::move(aPiece));
 }
 
-void CContainerRecovery::AddVerified(const std::string& strFile, std::uint64_t qwOffset,
+void CContainerRecovery::AddVerified(const std::string& strName, std::uint64_t qwOffset,
                                      std::uint64_t qwLength, tagPiece::Finder aFinder) {
     tagPiece aPiece;
-    aPiece.aDescriber = *ParseStreamFileName(strFile);
-    aPiece.strChecksum = m_mapKnown.at(strFile).strChecksum;
+    aPiece.aDescriber = *ParseStreamName(strName);
+    aPiece.strChecksum = m_mapKnown.at(strName).strChecksum;
     aPiece.qwOffset = qwOffset;
     aPiece.qwPresent = qwLength;
     aPiece.aState = tagPiece::Verified;
@@ -147,13 +163,13 @@ void CContainerRecovery::AddVerified(const std::string& strFile, std::uint64_t q
 
 void CContainerRecovery::TakeIfVerified(std::size_t nIndex) {
     const tagSalvagedStream& a = m_salvage.vecStreams[nIndex];
-    const std::string strFile = StreamFileName(a.aDescriber);
-    const auto itKnown = m_mapKnown.find(strFile);
-    if (itKnown == m_mapKnown.end() || m_mapNames.count(strFile) > 0) return;
-    const std::uint64_t qwLength = itKnown->second.qwSize.value_or(a.qwLength);
+    const std::string strName = StreamName(a.aDescriber);
+    const auto itKnown = m_mapKnown.find(strName);
+    if (itKnown == m_mapKnown.end() || m_mapNames.count(strName) > 0) return;
+    const std::uint64_t qwLength = itKnown->second.qwBytes.value_or(a.qwLength);
     if (!HasChecksum(a.qwOffset, qwLength, itKnown->second.strChecksum)) return;
     m_vecTaken[nIndex] = true;
-    AddVerified(strFile, a.qwOffset, qwLength,
+    AddVerified(strName, a.qwOffset, qwLength,
                 a.bSearched ? tagPiece::BySearch : tagPiece::ByIndex);
 }
 
@@ -167,14 +183,14 @@ void CContainerRecovery::CollectPlaces() {
 
 /// Looks where other streams begin and end, and where unused bytes begin: the name of an entry may
 /// be damaged, or the entry may be lost.
-void CContainerRecovery::FindByChecksum(const std::string& strFile, const tagKnownStream& aKnown) {
-    if (!aKnown.qwSize) return;
+void CContainerRecovery::FindByChecksum(const std::string& strName, const tagNotedStream& aKnown) {
+    if (!aKnown.qwBytes || aKnown.strChecksum.empty()) return;
     if (m_setPlaces.empty()) CollectPlaces();
     for (const std::uint64_t qwPlace : m_setPlaces) {
         if (++m_nTries > c_nMaxTries) return;
-        if (m_setVerified.count({qwPlace, *aKnown.qwSize}) == 0 &&
-            HasChecksum(qwPlace, *aKnown.qwSize, aKnown.strChecksum))
-            return AddVerified(strFile, qwPlace, *aKnown.qwSize, tagPiece::ByChecksum);
+        if (m_setVerified.count({qwPlace, *aKnown.qwBytes}) == 0 &&
+            HasChecksum(qwPlace, *aKnown.qwBytes, aKnown.strChecksum))
+            return AddVerified(strName, qwPlace, *aKnown.qwBytes, tagPiece::ByChecksum);
     }
 }
 
@@ -186,12 +202,19 @@ void CContainerRecovery::TakeUnverified(const tagSalvagedStream& aStream) {
     aPiece.qwMissing = aStream.qwLength - aStream.qwPresent;
     aPiece.aFinder = aStream.bSearched ? tagPiece::BySearch : tagPiece::ByIndex;
     aPiece.vecFaults = aStream.vecFaults;
-    const std::string strFile = StreamFileName(aStream.aDescriber);
+    const std::string strName = StreamName(aStream.aDescriber);
     if (m_setVerified.count({aStream.qwOffset, aStream.qwPresent}) > 0) return;
-    if (!m_setUnverified.insert({strFile, aStream.qwOffset, aStream.qwPresent}).second) return;
-    if (m_mapKnown.count(strFile) > 0) aPiece.vecFaults.push_back("its checksum differs");
+    if (!m_setUnverified.insert({strName, aStream.qwOffset, aStream.qwPresent}).second) return;
+    const auto itKnown = m_mapKnown.find(strName);
+    if (itKnown != m_mapKnown.end()) {
+        const std::string strFault =
+            itKnown->second.strChecksum.empty()
+                ? NoteFault(itKnown->second, aPiece.qwPresent + aPiece.qwMissing, "")
+                : "its checksum differs";
+        if (!strFault.empty()) aPiece.vecFaults.push_back(strFault);
+    }
     Judge(aPiece, m_recording.qwSize);
-    if (m_mapNames.count(strFile) > 0 && aPiece.aState != tagPiece::Missing) {
+    if (m_mapNames.count(strName) > 0 && aPiece.aState != tagPiece::Missing) {
         aPiece.vecFaults.push_back("another entry names the same stream");
         aPiece.aState = tagPiece::Damaged;
     }
@@ -206,31 +229,28 @@ void CContainerRecovery::TakeUnverified(const tagSalvagedStream& aStream) {
 
 std::string tagPiece::Name() const { return StreamName(aDescriber); }
 
-tagRecovery RecoverContainer(const tagRecording& aRecording, const KnownStreams& mapKnown) {
+const char* PieceStateName(tagPiece::State aState) {
+    static const char* const s_aNames[] = {"verified", "unverified", "damaged", "missing"};
+    return s_aNames[aState];
+}
+
+tagRecovery RecoverContainer(const tagRecording& aRecording, const NotedStreams& mapKnown) {
     return CContainerRecovery(aRecording, mapKnown).Run();
 }
 
-tagRecovery RecoverDirectory(const tagRecording& aRecording, const KnownStreams& mapKnown) {
+tagRecovery RecoverDirectory(const tagRecording& aRecording, const NotedStreams& mapKnown) {
     tagRecovery aRecovery;
     for (const tagStream& aStream : aRecording.vecStreams) {
         tagPiece aPiece;
         aPiece.aDescriber = aStream.aDescriber;
         aPiece.strFile = StreamFileName(aStream.aDescriber);
         aPiece.qwPresent = aStream.qwPresent;
-        const auto itKnown = mapKnown.find(aPiece.strFile);
-        if (itKnown != mapKnown.end()) {
-            CChecksum aChecksum;
-            ReadPiece(aRecording, aPiece, [&](const unsigned char* lpData, std::size_t nLength) {
-                aChecksum.Add(lpData, nLength);
-            });
-            aPiece.strChecksum = itKnown->second.strChecksum;
-            if (aChecksum.GetText() != aPiece.strChecksum)
-                aPiece.vecFaults.push_back("its checksum differs");
-        }
+        const auto itKnown = mapKnown.find(aPiece.Name());
+        const bool bKnown = itKnown != mapKnown.end();
+        if (bKnown) CompareFile(aRecording, itKnown->second, aPiece);
         Judge(aPiece, aRecording.qwSize);
         if (aPiece.aState == tagPiece::Missing) aPiece.strFile.clear();
-        if (itKnown != mapKnown.end() && aPiece.vecFaults.empty())
-            aPiece.aState = tagPiece::Verified;
+        if (bKnown && !aPiece.strChecksum.empty()) aPiece.aState = tagPiece::Verified;
         aRecovery.vecPieces.push_back(std::move(aPiece));
     }
     for (const std::string& strName : aRecording.vecNotFiles)

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/cachefile/KnownChecksums.h"
+#include "tools/cachefile/Notes.h"
 #include "tools/cachefile/Recording.h"
 #include "tools/cachefile/StreamBytes.h"
 
@@ -37,6 +37,9 @@ struct tagPiece {
     std::string strChecksum;             ///< of its bytes, if it is verified
 };
 
+/// "verified" and so on, as it is shown and noted.
+const char* PieceStateName(tagPiece::State aState);
+
 struct tagRecovery {
     std::vector<tagPiece> vecPieces;
     std::vector<std::string> vecLosses;  ///< signs that more is lost than the pieces say
@@ -45,8 +48,8 @@ struct tagRecovery {
 /// Finds the streams and reads those with a known checksum. The bytes of all pieces together are at
 /// most 4 times the size of the container, however much its entries overlap, and so are the bytes
 /// that are read. Throws CFailure and Interrupted.
-tagRecovery RecoverContainer(const tagRecording& aRecording, const KnownStreams& mapKnown);
-tagRecovery RecoverDirectory(const tagRecording& aRecording, const KnownStreams& mapKnown);
+tagRecovery RecoverContainer(const tagRecording& aRecording, const NotedStreams& mapKnown);
+tagRecovery RecoverDirectory(const tagRecording& aRecording, const NotedStreams& mapKnown);
 
 /// Reads the bytes of a piece.
 std::uint64_t ReadPiece(const tagRecording& aRecording, const tagPiece& aPiece,

@@ -9,6 +9,7 @@
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Packing.h"
+#include "tools/cachefile/RecoveryNotes.h"
 #include "tools/cachefile/Streams.h"
 #include "tools/cachefile/System.h"
 
@@ -120,7 +121,7 @@ void RequireSomething(const tagRecovery& aRecovery) {
 
 }  // namespace
 
-void WriteRecovery(const tagRecording& aRecording, tagRecovery& aRecovery,
+void WriteRecovery(const tagRecording& aRecording, const tagNotes& aNotes, tagRecovery& aRecovery,
                    const std::filesystem::path& aOutput, bool bContainer, ProgressMode aMode) {
     if (bContainer) LeaveOutUnpackable(aRecovery);
     RequireSomething(aRecovery);
@@ -136,6 +137,11 @@ void WriteRecovery(const tagRecording& aRecording, tagRecovery& aRecovery,
         for (tagPiece& aPiece : aRecovery.vecPieces)
             if (aPiece.aState != tagPiece::Missing) aWriter.Write(aPiece);
     }
-    if (bContainer) return PackPieces(aRecovery, aPartial.GetPath(), aOutput, aMode);
+    const Json aDocument = MakeRecoveryNotes(aRecording, aNotes, aRecovery);
+    if (bContainer) {
+        PackPieces(aRecovery, aPartial.GetPath(), aOutput, aMode);
+        return SaveNotes(NotesOfContainer(aOutput), aDocument);
+    }
+    SaveNotes(NotesOfDirectory(aPartial.GetPath()), aDocument);
     GiveName(aPartial.GetPath(), aOutput, false);
 }

@@ -5,7 +5,8 @@
 #include "tools/cachefile/System.h"
 
 const char* StateName(RecordingState aState) {
-    static const char* const s_aNames[] = {"unknown", "being recorded", "closed", "not closed"};
+    static const char* const s_aNames[] = {"unknown", "being recorded", "closed", "not closed",
+                                           "recovered"};
     return s_aNames[static_cast<int>(aState)];
 }
 

@@ -5,9 +5,9 @@
 #include "tools/cachefile/Examine.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
-#include "tools/cachefile/KnownChecksums.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/Selection.h"
+#include "tools/cachefile/ShownNotes.h"
 #include "tools/cachefile/StreamBytes.h"
 #include "tools/cachefile/Streams.h"
 
@@ -16,7 +16,7 @@ namespace {
 /// Computes the checksums of a recording, and compares them with the known ones for --check.
 class CSums {
  public:
-    CSums(const tagSumsOptions& aOptions, const tagRecording& aRecording, KnownStreams mapKnown)
+    CSums(const tagSumsOptions& aOptions, const tagRecording& aRecording, NotedStreams mapKnown)
         : m_options(aOptions),
           m_recording(aRecording),
           m_mapKnown(std::move(mapKnown)),
@@ -30,7 +30,7 @@ class CSums {
                 Sum(*pStream);
             else
                 Incomplete(*pStream);
-        for (const auto& [strFile, aKnown] : m_mapKnown) AddMissing(strFile, aKnown);
+        for (const auto& [strName, aKnown] : m_mapKnown) AddMissing(strName, aKnown);
         m_progress.Finish(m_qwDone);
         return m_bBad || bLeftOut;
     }
@@ -50,16 +50,19 @@ class CSums {
         Warn(aStream.Name() + " is incomplete");
         m_bBad = true;
     }
-    void AddMissing(const std::string& strFile, const tagKnownStream& aKnown) {
+    void AddMissing(const std::string& strName, const tagNotedStream& aKnown) {
         m_bBad = true;
-        AddRow(strFile, Json(nullptr), 0, aKnown.strChecksum, "missing");
+        AddRow(*ParseStreamName(strName), Json(nullptr), 0, Expected(aKnown), "missing");
     }
-    void AddRow(const std::string& strFile, const Json& aChecksum, std::uint64_t qwBytes,
+    static Json Expected(const tagNotedStream& aKnown) {
+        return aKnown.strChecksum.empty() ? Json(nullptr) : Json(aKnown.strChecksum);
+    }
+    void AddRow(const tagFileDescriber& aDescriber, const Json& aChecksum, std::uint64_t qwBytes,
                 const Json& aExpected, const char* lpResult);
 
     const tagSumsOptions& m_options;
     const tagRecording& m_recording;
-    KnownStreams m_mapKnown;  // without those that were compared
+    NotedStreams m_mapKnown;  // without those that were compared
     CProgress m_progress;
     CTable m_table{{{"STREAM", CTable::Left},
                     {"FILE", CTable::Left},
@@ -79,21 +82,25 @@ void CSums::Sum(const tagStream& aStream) {
             m_progress.Show(m_qwDone += nLength);
         });
     if (qwRead < aStream.qwExtent) Incomplete(aStream);
-    const std::string strFile = StreamFileName(aStream.aDescriber);
     const std::string strChecksum = aChecksum.GetText();
-    const auto itKnown = m_mapKnown.find(strFile);
-    if (itKnown == m_mapKnown.end())
-        return AddRow(strFile, strChecksum, qwRead, Json(nullptr), "no checksum");
-    const bool bSame = itKnown->second.strChecksum == strChecksum;
-    m_bBad = m_bBad || !bSame;
-    AddRow(strFile, strChecksum, qwRead, itKnown->second.strChecksum,
-           bSame ? "verified" : "differs");
-    m_mapKnown.erase(itKnown);
+    tagNotedStream aKnown;
+    const auto itKnown = m_mapKnown.find(aStream.Name());
+    if (itKnown != m_mapKnown.end()) {
+        aKnown = itKnown->second;
+        m_mapKnown.erase(itKnown);
+    }
+    const bool bSame = aKnown.strChecksum == strChecksum;
+    m_bBad = m_bBad || !(bSame || aKnown.strChecksum.empty());
+    AddRow(aStream.aDescriber, strChecksum, qwRead, Expected(aKnown),
+           bSame                        ? "verified"
+           : aKnown.strChecksum.empty() ? "no checksum"
+                                        : "differs");
 }
 
-void CSums::AddRow(const std::string& strFile, const Json& aChecksum, std::uint64_t qwBytes,
+void CSums::AddRow(const tagFileDescriber& aDescriber, const Json& aChecksum, std::uint64_t qwBytes,
                    const Json& aExpected, const char* lpResult) {
-    const std::string strName = StreamName(*ParseStreamFileName(strFile));
+    const std::string strName = StreamName(aDescriber);
+    const std::string strFile = StreamFileName(aDescriber);
     if (m_options.bJson)
         m_streams.push_back({{"stream", strName},
                              {"file", strFile},
@@ -108,11 +115,12 @@ void CSums::AddRow(const std::string& strFile, const Json& aChecksum, std::uint6
         m_strLines += aChecksum.get<std::string>() + "  " + strFile + "\n";
 }
 
-KnownStreams RequireKnown(const tagSumsOptions& aOptions, const tagRecording& aRecording) {
+NotedStreams RequireKnown(const tagSumsOptions& aOptions, const tagRecording& aRecording) {
     if (!aOptions.bCheck) return {};
-    KnownStreams mapKnown =
-        FindKnownStreams(aOptions.strPath, aRecording.IsContainer(), aOptions.strKnown);
-    if (!mapKnown.empty()) return mapKnown;
+    NotedStreams mapKnown = aOptions.strKnown.empty() ? tagShownNotes(aRecording).aNotes.mapStreams
+                                                      : LoadStreams(aOptions.strKnown);
+    for (const auto& [strName, aKnown] : mapKnown)
+        if (!aKnown.strChecksum.empty()) return mapKnown;
     throw CFailure("there are no checksums of " + Printable(aOptions.strPath) +
                    " (use `--known` to name a file)");
 }
