@@ -13,6 +13,9 @@ namespace {
 constexpr std::size_t c_nPiece = 1000;
 constexpr std::size_t c_nLargePiece = 65536;
 constexpr char c_szLimited[] = "cachefile async, limit 4 MiB";
+constexpr char c_szRoom[] = "cachefile async, limit 512 KiB";
+constexpr char c_szPolled[] = "cachefile async, limit 512 KiB, polling";
+constexpr std::uint64_t c_qwSmallLimit = 512U << 10;
 constexpr char c_szAsyncAge[] = "cachefile async, age 100 ms";
 constexpr char c_szSyncAge[] = "cachefile sync, age 100 ms";
 constexpr double c_dPacedRate = 0.4;  // bytes per nanosecond: 400 MB/s
@@ -100,13 +103,16 @@ Metrics RunBurst(const tagBench& aBench, const tagAppends& aAppends, const MakeA
 }
 
 MakeAppender WithAge(bool bAsync) {
-    return [=](const auto& vecPaths) { return MakeLibrary(vecPaths, bAsync, c_qwNoLimit, 0, 100); };
+    tagLibraryUse aUse;
+    aUse.bAsync = bAsync;
+    aUse.dwGatherAge = 100;
+    return Library(aUse);
 }
 
 std::vector<tagAppenderKind> AllKinds() {
     return {
-        {"cachefile async", [](const auto& vecPaths) { return MakeLibrary(vecPaths, true); }},
-        {"cachefile sync", [](const auto& vecPaths) { return MakeLibrary(vecPaths, false); }},
+        {"cachefile async", Library({true})},
+        {"cachefile sync", Library({false})},
         {"stdio 32 KiB", [](const auto& vecPaths) { return MakeStdio(vecPaths); }},
         {"write, gathered", MakeGather},
         {"double buffer",
@@ -142,9 +148,11 @@ void AddAppends(tagBench& aBench) {
         {"double buffer, whole pieces",
          [](const auto& vecPaths) { return MakeHandOver(vecPaths, HandOver_WholePieces); }},
         aSmall, RunBurst);
-    add("append, burst",
-        {c_szLimited, [](const auto& vecPaths) { return MakeLibrary(vecPaths, true, c_qwLimit); }},
-        aSmall, RunBurst);
+    for (const tagAppenderKind& aKind :
+         {tagAppenderKind{c_szLimited, Library({true, c_qwLimit})},
+          tagAppenderKind{c_szRoom, Library({true, c_qwSmallLimit})},
+          tagAppenderKind{c_szPolled, Library({true, c_qwSmallLimit, false})}})
+        add("append, burst", aKind, aSmall, RunBurst);
     for (const tagAppenderKind& aKind : AllKinds())
         add("append 64 KiB, paced", aKind, aLarge, RunFast);
     add("append 64 KiB, paced", {"write", MakeDirect}, aLarge, RunFast);
@@ -171,6 +179,10 @@ void AddAppends(tagBench& aBench) {
           "write, gathered", 1.0},
          {"asynchronous append, burst, limit 4 MiB", "an append", "append, burst", c_szLimited,
           "append, burst", "write, gathered", 1.0},
+         {"asynchronous append, burst, limit 512 KiB", "an append", "append, burst", c_szRoom,
+          "append, burst", lpAsync, 1.15},
+         {"asynchronous append, burst, woken when there is room", "an append", "append, burst",
+          c_szRoom, "append, burst", c_szPolled, 0.5},
          {"synchronous append, burst", "an append", "append, burst", lpSync, "append, burst",
           "write, gathered", 1.1},
          {"asynchronous append of 64 KiB, paced, mean", "mean", "append 64 KiB, paced", lpAsync,

@@ -50,10 +50,15 @@ std::unique_ptr<IAppender> MakeDirect(const std::vector<std::string>& vecPaths);
 std::unique_ptr<IAppender> MakeMemcpy(const std::vector<std::string>& vecPaths);
 enum HandOver { HandOver_Sleeping, HandOver_Napping, HandOver_WholePieces };
 std::unique_ptr<IAppender> MakeHandOver(const std::vector<std::string>& vecPaths, HandOver aKind);
-std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync,
-                                       std::uint64_t qwLimit = c_qwNoLimit,
-                                       std::uint32_t dwSyncInterval = 0,
-                                       std::uint32_t dwGatherAge = 0);
+/// How the library is used. Times are in milliseconds, and 0 switches a feature off.
+struct tagLibraryUse {
+    bool bAsync = true;
+    std::uint64_t qwLimit = c_qwNoLimit;  // of pending bytes
+    bool bRoomWakeUp = true;              // if false, a refused host tries again every millisecond
+    std::uint32_t dwSyncInterval = 0;
+    std::uint32_t dwGatherAge = 0;
+};
+MakeAppender Library(const tagLibraryUse& aUse);
 #ifdef BENCH_SQLITE
 /// A row for each append, in WAL mode with synchronous=NORMAL.
 std::unique_ptr<IAppender> MakeSqliteAppender(const std::vector<std::string>& vecPaths);

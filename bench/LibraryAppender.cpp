@@ -9,14 +9,15 @@ namespace {
 /// refuses an append.
 class CLibraryAppender final : public IAppender, private IFileOpSink {
  public:
-    CLibraryAppender(const std::vector<std::string>& vecPaths, bool bAsync, std::uint64_t qwLimit,
-                     CmUint32 dwSyncInterval, CmUint32 dwGatherAge)
-        : m_pHandler(CCacheFileManager::Instance().CreateWriteFileHandler(1, bAsync)) {
+    CLibraryAppender(const std::vector<std::string>& vecPaths, const tagLibraryUse& aUse)
+        : m_dwWait(aUse.bRoomWakeUp ? 1000 : 1),
+          m_pHandler(CCacheFileManager::Instance().CreateWriteFileHandler(1, aUse.bAsync)) {
         Require(m_pHandler && m_attached.GetResult() == CACHE_OK, "a write handler");
-        CCacheFileManager::SetPendingLimit(qwLimit);
-        Require(CCacheFileManager::SetSyncInterval(dwSyncInterval) == CACHE_OK, "a sync interval");
-        CCacheFileManager::SetGatherAge(dwGatherAge);
-        CCacheFileManager::SetRoomWakeUp(1);
+        CCacheFileManager::SetPendingLimit(aUse.qwLimit);
+        Require(CCacheFileManager::SetSyncInterval(aUse.dwSyncInterval) == CACHE_OK,
+                "a sync interval");
+        CCacheFileManager::SetGatherAge(aUse.dwGatherAge);
+        CCacheFileManager::SetRoomWakeUp(aUse.bRoomWakeUp ? 1 : 0);
         m_pHandler->Initialize(this);
         m_pHandler->SetHomeDir("");
         for (const std::string& strPath : vecPaths) {
@@ -24,7 +25,7 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
             Require(m_pHandler->OpenWritingFile(HostPath(strPath), m_vecHandles.back()) == CACHE_OK,
                     "OpenWritingFile");
         }
-        while (bAsync && m_nOpened < vecPaths.size()) CCmCallerThread::WaitAndRun(1000);
+        while (aUse.bAsync && m_nOpened < vecPaths.size()) CCmCallerThread::WaitAndRun(1000);
     }
     void Append(std::size_t nFile, const char* lpData, std::size_t nLength) override {
         for (;;) {
@@ -33,7 +34,7 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
                 static_cast<CmUint32>(nLength), CCacheFileManager::GetMaxDword());
             if (lResult == CACHE_OK) return;
             Require(lResult == CACHE_ERR_TRY_AGAIN, "WriteData");
-            CCmCallerThread::WaitAndRun(1000);
+            CCmCallerThread::WaitAndRun(m_dwWait);
         }
     }
     void Finish() override {
@@ -53,6 +54,7 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
     }
     void OnDataReady(unsigned char*, CmUint32, const tagDataInfo&) override {}
 
+    const CmUint32 m_dwWait;  // for room, in milliseconds
     CCmCallerThreadGuard m_attached;
     CWriteFileHandler* const m_pHandler;
     std::vector<CmUint32> m_vecHandles;
@@ -61,9 +63,6 @@ class CLibraryAppender final : public IAppender, private IFileOpSink {
 
 }  // namespace
 
-std::unique_ptr<IAppender> MakeLibrary(const std::vector<std::string>& vecPaths, bool bAsync,
-                                       std::uint64_t qwLimit, std::uint32_t dwSyncInterval,
-                                       std::uint32_t dwGatherAge) {
-    return std::make_unique<CLibraryAppender>(vecPaths, bAsync, qwLimit, dwSyncInterval,
-                                              dwGatherAge);
+MakeAppender Library(const tagLibraryUse& aUse) {
+    return [=](const auto& vecPaths) { return std::make_unique<CLibraryAppender>(vecPaths, aUse); };
 }

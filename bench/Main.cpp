@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <random>
 #include <thread>
+#include <vector>
 
 #include "bench/Bench.h"
 #include "bench/Clock.h"
@@ -62,17 +64,20 @@ void AllowManyFiles() {
 }
 
 /// Runs all contestants once per repetition, so that a slow phase of the machine slows all of them.
+/// The order is another one in each repetition, because a contestant also pays for what the one
+/// before it left in the caches and on the disk.
 void RunAll(tagBench& aBench) {
-    const auto wanted = [&](const tagContestant& aContestant) {
-        return aContestant.strWorkload.find(aBench.aOptions.strOnly) != std::string::npos;
-    };
+    std::vector<tagContestant*> vecWanted;
+    for (tagContestant& aContestant : aBench.vecContestants)
+        if (aContestant.strWorkload.find(aBench.aOptions.strOnly) != std::string::npos)
+            vecWanted.push_back(&aContestant);
+    std::mt19937 aRandom(1);  // all runs have the same orders
     for (int n = 0; n < aBench.aOptions.nRepetitions; ++n) {
         std::fprintf(stderr, "repetition %d of %d\n", n + 1, aBench.aOptions.nRepetitions);
-        for (tagContestant& aContestant : aBench.vecContestants) {
-            if (!wanted(aContestant)) continue;
-            for (const auto& [strMetric, dValue] : aContestant.aRun())
-                aContestant.mapValues[strMetric].push_back(dValue);
-        }
+        std::shuffle(vecWanted.begin(), vecWanted.end(), aRandom);
+        for (tagContestant* const pContestant : vecWanted)
+            for (const auto& [strMetric, dValue] : pContestant->aRun())
+                pContestant->mapValues[strMetric].push_back(dValue);
     }
 }
 

@@ -43,7 +43,7 @@ int RunMemory(const tagBenchOptions& aOptions) {
     const std::string strPiece(1000, 'x');
     const long nBefore = StatusOf("VmRSS:");
     std::ofstream("/proc/self/clear_refs") << "5\n";  // resets the peak
-    const auto pAppender = MakeLibrary(vecPaths, true, c_qwLimit);
+    const auto pAppender = Library({true, c_qwLimit})(vecPaths);
     for (std::size_t i = 0; i < 200'000; ++i)
         pAppender->Append(i % vecPaths.size(), strPiece.data(), strPiece.size());
     pAppender->Finish();

@@ -43,10 +43,10 @@ class CDiskUser {
     const pid_t m_nProcess;
 };
 
-MakeAppender Library(std::uint32_t dwSyncInterval) {
-    return [=](const auto& vecPaths) {
-        return MakeLibrary(vecPaths, true, c_qwNoLimit, dwSyncInterval);
-    };
+MakeAppender Synced(std::uint32_t dwSyncInterval) {
+    tagLibraryUse aUse;
+    aUse.dwSyncInterval = dwSyncInterval;
+    return Library(aUse);
 }
 
 MakeAppender Stdio(double dSyncInterval) {
@@ -61,9 +61,9 @@ void AddSyncedAppends(tagBench& aBench) {
     const char* const lpSecond = "cachefile async, sync 1 s";
     const char* const lpStdio = "stdio, fdatasync 1 s";
     const tagAppenderKind aKinds[] = {
-        {lpOff, Library(0)},
-        {lpSecond, Library(1000)},
-        {"cachefile async, sync 100 ms", Library(100)},
+        {lpOff, Synced(0)},
+        {lpSecond, Synced(1000)},
+        {"cachefile async, sync 100 ms", Synced(100)},
         {lpStdio, Stdio(1)},
         {"stdio, fdatasync 100 ms", Stdio(0.1)},
 #ifdef BENCH_SQLITE

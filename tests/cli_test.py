@@ -7,6 +7,7 @@ A Windows program (.exe) is run by the command in the environment variable EMULA
 
 import contextlib
 import fcntl
+import itertools
 import json
 import os
 import re
@@ -18,6 +19,7 @@ import signal
 import struct
 import subprocess
 import sys
+import threading
 import time
 import unittest
 import xml.etree.ElementTree
@@ -566,6 +568,27 @@ class Pack(Cli):
                       ["--renumber", "--rename", "4:7004:4=4:5:4"]):
             self.run_tool(FAILED, *pack, *wrong)
 
+    def test_verification_finds_a_source_that_changes(self):
+        self.make("changing/4_7004-4.dat", bytes(4_000_000))
+        ended = threading.Event()
+
+        def change():
+            with open(self.path("changing/4_7004-4.dat"), "r+b", buffering=0) as file:
+                for n in itertools.cycle(range(256)):
+                    os.pwrite(file.fileno(), bytes([n]) * 4_000_000, 0)
+                    if ended.is_set():
+                        return
+
+        thread = threading.Thread(target=change)
+        thread.start()
+        try:
+            _, error = self.run_tool(FAILED, "pack", "changing", "-o", "packed", "--verify")
+        finally:
+            ended.set()
+            thread.join()
+        self.assertIn("differs from its file; nothing was written", error)
+        self.assertEqual(os.listdir(self.directory), ["changing"])
+
     def test_there_and_back(self):
         self.make_recording()
         self.make("more/20_5020-1.dat", b"")
@@ -737,6 +760,13 @@ class Pack(Cli):
         _, error = self.run_tool(DAMAGE, "extract", "hidden", "-o", "hidden.out")
         self.assertIn("entry 4 is left out", error)
         self.run_tool(FAILED, "extract", "hidden", "-o", "hidden.out")  # it is there already
+        same = {"offset": 24 + 9 * 32, "length": 1000}
+        self.make("bomb", container([(268, n, b"x" * 1000 * (n == 0)) for n in range(9)],
+                                    entries={n: same for n in range(9)}))
+        _, error = self.run_tool(FAILED, "extract", "bomb", "-o", "bomb.out")
+        self.assertIn("would need 9,000 bytes", error)
+        self.assertFalse(os.path.exists(self.path("bomb.out")))
+        self.run_tool(DONE, "extract", "bomb", "-o", "bomb.out", "--allow-overlap")
 
 
 class Sums(Cli):
