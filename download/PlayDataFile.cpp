@@ -150,7 +150,7 @@ CmInt32 CDownloadFileHandler::CKeeper::Add(const tagMRFDInfo& aInfo, CmUint32 dw
 /// entry takes its own or fails.
 void CDownloadFileHandler::CKeeper::Reserve(CmUint32 dwLeft) try {
     const std::size_t nKnown = m_handler.m_vecMRFD.Size();
-    m_nCapacity = std::min(std::max(c_nMinCapacity, 8 * nKnown), nKnown + dwLeft);
+    m_nCapacity = std::min<std::size_t>(std::max(c_nMinCapacity, 8 * nKnown), nKnown + dwLeft);
     m_vecFileDescriber.reserve(m_nCapacity);
     m_handler.m_vecMRFD.Reserve(m_nCapacity);
 } catch (const std::bad_alloc&) {

@@ -64,7 +64,9 @@ void CheckExtracted(const tagRecording& aRecording, bool bError) {
         if (!a.bKnown || !setSeen.insert(strName).second) continue;
         bMissing = bMissing || a.qwOffset > Size();
         if (a.qwOffset > Size()) continue;
-        const std::string strThere = aFile.strBytes.substr(a.qwOffset, a.qwExtent);
+        const auto nThere = static_cast<std::size_t>(std::min(a.qwExtent, Size() - a.qwOffset));
+        const std::string strThere =
+            aFile.strBytes.substr(static_cast<std::size_t>(a.qwOffset), nThere);
         const bool bBad = std::max(a.qwOffset, aFile.qwBadFrom) <
                           std::min(a.qwOffset + strThere.size(), aFile.qwBadTo);
         bMissing = bMissing || bBad || strThere.size() < a.qwExtent;

@@ -92,6 +92,31 @@ tagDone InParts(std::size_t dwLength, Call aCall) {
     return aDone;
 }
 
+/// Reads of more bytes are limited to what remains of the file. Smaller ones save the system call
+/// that asks for it.
+constexpr std::size_t c_nMaxUnlimitedRead = 0x40000000;
+
+/// Returns how many bytes a read of dwLength bytes at nPosition asks the system for. Some systems
+/// check the whole buffer before they read: those with 32 bits, and emulators. A caller that passes
+/// the largest length to read up to the end of the file may have a smaller buffer.
+std::size_t UpToEnd(int nFile, std::int64_t nPosition, std::size_t dwLength) {
+    struct stat aStatus;
+    if (dwLength <= c_nMaxUnlimitedRead || nPosition < 0 ||
+        Repeated([&] { return ::fstat(nFile, &aStatus); }) != 0 || !S_ISREG(aStatus.st_mode))
+        return dwLength;
+    const auto nRest = std::max<std::int64_t>(aStatus.st_size - nPosition, 0);
+    return static_cast<std::size_t>(std::min<std::uint64_t>(dwLength, std::uint64_t(nRest)));
+}
+
+/// Reads dwPart bytes of the dwLength bytes that the caller asks for. If that is less, the end of
+/// the file follows.
+template <class Call>
+tagDone ReadInParts(std::size_t dwLength, std::size_t dwPart, Call aCall) {
+    tagDone aDone = InParts(dwPart, aCall);
+    if (aDone.nLast > 0 && dwPart < dwLength) aDone.nLast = 0;
+    return aDone;
+}
+
 /// Makes a system call that takes a path and returns -1 on failure.
 template <class Call>
 int WithPath(const CCmString& strPath, Call aCall) {
@@ -214,19 +239,25 @@ int CutBack(std::FILE* pStream, std::int64_t nSize) {
 }
 
 std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool& bEnd) {
-    const tagDone aDone = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
-        return ::read(::fileno(pStream), static_cast<char*>(lpBuffer) + dwDone, dwPart);
-    });
+    const int nFile = ::fileno(pStream);
+    const bool bLarge = dwLength > c_nMaxUnlimitedRead;
+    const std::int64_t nPosition = bLarge ? MoveTo(pStream, 0, SEEK_CUR) : 0;
+    const auto aRead = [&](std::size_t dwDone, std::size_t dwPart) {
+        return ::read(nFile, static_cast<char*>(lpBuffer) + dwDone, dwPart);
+    };
+    const tagDone aDone = ReadInParts(dwLength, UpToEnd(nFile, nPosition, dwLength), aRead);
     bEnd = aDone.nLast == 0;
     return aDone.dwDone;
 }
 
 ReadEnd ReadAt(std::FILE* pStream, std::int64_t nPosition, void* lpBuffer, std::size_t dwLength,
                std::size_t& dwRead) {
-    const tagDone aDone = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
-        return ::pread(::fileno(pStream), static_cast<char*>(lpBuffer) + dwDone, dwPart,
+    const int nFile = ::fileno(pStream);
+    const auto aRead = [&](std::size_t dwDone, std::size_t dwPart) {
+        return ::pread(nFile, static_cast<char*>(lpBuffer) + dwDone, dwPart,
                        nPosition + static_cast<off_t>(dwDone));
-    });
+    };
+    const tagDone aDone = ReadInParts(dwLength, UpToEnd(nFile, nPosition, dwLength), aRead);
     dwRead = aDone.dwDone;
     if (aDone.nLast > 0) return Read_Whole;
     if (aDone.nLast == 0) return Read_AtEnd;

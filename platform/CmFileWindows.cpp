@@ -71,10 +71,11 @@ std::size_t InParts(std::size_t dwLength, Transfer aTransfer) {
     return dwDone;
 }
 
-/// Returns how many bytes the file has after the position of the stream.
-std::size_t BytesToEnd(std::FILE* pStream) {
+/// Returns how many bytes the file has after the position of the stream. A std::size_t with 32 bits
+/// cannot hold every such number.
+std::uint64_t BytesToEnd(std::FILE* pStream) {
     const std::int64_t nBytes = ::_filelengthi64(::_fileno(pStream)) - ::_ftelli64(pStream);
-    return nBytes > 0 ? static_cast<std::size_t>(nBytes) : 0;
+    return nBytes > 0 ? static_cast<std::uint64_t>(nBytes) : 0;
 }
 
 std::FILE* ToStream(int nFile, const char* lpMode) {
@@ -233,7 +234,8 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwWanted, bool&
     std::clearerr(pStream);
     // The system checks the whole buffer before it reads. A caller that passes the largest length
     // to read up to the end of the file may have a smaller buffer.
-    if (dwLength > c_nMaxBytesPerCall) dwLength = std::min(dwLength, BytesToEnd(pStream));
+    if (dwLength > c_nMaxBytesPerCall)
+        dwLength = static_cast<std::size_t>(std::min<std::uint64_t>(dwLength, BytesToEnd(pStream)));
     errno = 0;
     const std::size_t dwRead = InParts(dwLength, [&](std::size_t dwDone, std::size_t dwPart) {
         return std::fread(static_cast<char*>(lpBuffer) + dwDone, 1, dwPart, pStream);

@@ -16,6 +16,8 @@ TEST_F(Pending, BytesArePendingUntilTheWorkerIsDoneWithThem) {
     Recording aBad(Async, &m_sink);
     Player aPlayer(Async, &m_sink);
     aBad->SetHomeDir("nowhere\\");
+    CCacheFileManager::SetPendingLimit(std::uint64_t{1} << 32);  // far above all that follows
+    EXPECT_EQ(aGood->SetPendingLimit(std::uint64_t{1} << 32), 0);
     const CmUint32 dwGood = aGood.Open("a");
     {
         const ThreadGate aGate(Worker());

@@ -85,7 +85,7 @@ int Remove(const CCmString& strPath) {
 }
 
 void CutTo(CCall& aCall, MemoryDisk::File& aFile, std::uint64_t qwSize) {
-    aFile.strBytes.resize(qwSize);
+    aFile.strBytes.resize(static_cast<std::size_t>(qwSize));
     aCall.m_disk.Note({Change::Cut, aFile.nNumber, true, qwSize});
 }
 
@@ -192,8 +192,9 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
     if (dwDone == 0) return 0;
     CCmString strPart(static_cast<const char*>(lpData), dwDone);
     CCmString& strBytes = aStream.pFile->strBytes;
-    strBytes.resize(std::max<std::size_t>(strBytes.size(), aStream.qwPosition + dwDone));
-    strBytes.replace(aStream.qwPosition, dwDone, strPart);
+    const auto dwFrom = static_cast<std::size_t>(aStream.qwPosition);
+    strBytes.resize(std::max(strBytes.size(), dwFrom + dwDone));
+    strBytes.replace(dwFrom, dwDone, strPart);
     aCall.m_disk.Note(
         {Change::Written, aStream.pFile->nNumber, true, aStream.qwPosition, std::move(strPart)});
     aStream.qwPosition += dwDone;
@@ -225,7 +226,7 @@ std::size_t Read(std::FILE* pStream, void* lpBuffer, std::size_t dwLength, bool&
         return Refuse(EIO), 0;
     }
     const auto dwCount = static_cast<std::size_t>(qwTo - qwFrom);
-    aFile.strBytes.copy(static_cast<char*>(lpBuffer), dwCount, qwFrom);
+    aFile.strBytes.copy(static_cast<char*>(lpBuffer), dwCount, static_cast<std::size_t>(qwFrom));
     aFile.qwBytesRead += dwCount;
     Of(pStream).qwPosition = qwTo;
     return dwCount;

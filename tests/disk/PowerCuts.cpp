@@ -45,17 +45,18 @@ void PowerCuts::KeepPages(File& aFile, std::size_t nFrom, std::size_t nTo) {
 void PowerCuts::Apply(const Change& aChange) {
     File& aFile = m_mapFiles[aChange.nFile];
     const std::size_t nSize = aFile.strBytes.size();
+    const auto nOffset = static_cast<std::size_t>(aChange.qwOffset);
     switch (aChange.aKind) {
         case Change::Written: {
-            const std::size_t nEnd = aChange.qwOffset + aChange.strBytes.size();
+            const std::size_t nEnd = nOffset + aChange.strBytes.size();
             aFile.strBytes.resize(std::max(nSize, nEnd));
-            aFile.strBytes.replace(aChange.qwOffset, aChange.strBytes.size(), aChange.strBytes);
-            KeepPages(aFile, aChange.qwOffset, nEnd);
+            aFile.strBytes.replace(nOffset, aChange.strBytes.size(), aChange.strBytes);
+            KeepPages(aFile, nOffset, nEnd);
             break;
         }
         case Change::Cut:
-            aFile.strBytes.resize(aChange.qwOffset);
-            KeepPages(aFile, aChange.qwOffset, nSize);
+            aFile.strBytes.resize(nOffset);
+            KeepPages(aFile, nOffset, nSize);
             break;
         case Change::Synced:
             aFile.aSize.Sync(aChange.bSucceeded);

@@ -117,7 +117,7 @@ void RecordingPowerCut::PromiseAll(File& aFile, Recording& aRecording) {
     aFile.vecSynced.assign(aFile.strBytes.size(), true);
     for (const tagFileHole& aHole : aLosses.vecHoles)
         for (std::uint64_t i = 0; i < aHole.qwLength; ++i)
-            aFile.vecSynced[aHole.qwOffset + i] = false;
+            aFile.vecSynced[static_cast<std::size_t>(aHole.qwOffset + i)] = false;
     Promise(aFile);
 }
 

@@ -4,8 +4,8 @@
 usage: check_exports.py LIBRARY EXPORTS.TXT [--write]
 
 The list is the same on every system: names are compared independently of the types that a system
-uses for 32- and 64-bit integers. Type information and thunks depend on the compiler and are left
-out.
+uses for 32- and 64-bit integers. A library with 32 bits has one type less, so widths are not compared
+there. Type information and thunks depend on the compiler and are left out.
 """
 import re
 import subprocess
@@ -13,7 +13,7 @@ import sys
 
 
 def windows_names(library):
-    text = subprocess.check_output(["x86_64-w64-mingw32-objdump", "-p", library], text=True)
+    text = subprocess.check_output(["objdump", "-p", library], text=True)
     table = text[text.index("[Ordinal/Name Pointer]"):]
     return re.findall(r"^\s*\[.*\s(\S+)$", table.split("\n\n")[0], re.M)[1:]
 
@@ -30,6 +30,19 @@ def same_integers(name, windows):
     for long_name, short_name in spelled:
         name = re.sub(r"\b%s\b" % long_name, short_name, name)
     return name
+
+
+def has_32_bits(library):
+    with open(library, "rb") as file:
+        head = file.read(4096)
+    if head.startswith(b"\x7fELF"):
+        return head[4] == 1
+    pe = head.find(b"PE\0\0")
+    return head[pe + 4:pe + 6] == b"\x4c\x01"
+
+
+def without_widths(names):
+    return sorted(re.sub(r"\b([iu])(32|64)\b", r"\1", name) for name in names)
 
 
 def exported(library):
@@ -50,6 +63,8 @@ def main():
         return 0
     with open(list_path) as wanted_file:
         wanted = wanted_file.read().splitlines()
+    if has_32_bits(library):
+        names, wanted = without_widths(names), without_widths(wanted)
     for name in sorted(set(wanted) - set(names)):
         print("missing:", name)
     for name in sorted(set(names) - set(wanted)):

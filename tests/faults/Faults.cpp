@@ -100,6 +100,23 @@ void SetSyncDelay(std::chrono::milliseconds aDelay) { s_aSyncDelay = aDelay; }
 
 }  // namespace Faults
 
+// With a 32-bit long, the system's calls with 64-bit positions have other names.
+#if __SIZEOF_LONG__ == 4
+#define __wrap_fcntl __wrap_fcntl64
+#define __real_fcntl __real_fcntl64
+#define __wrap_fstat __wrap_fstat64
+#define __real_fstat __real_fstat64
+#define __wrap_fstatvfs __wrap_fstatvfs64
+#define __wrap_ftruncate __wrap_ftruncate64
+#define __real_ftruncate __real_ftruncate64
+#define __wrap_lseek __wrap_lseek64
+#define __real_lseek __real_lseek64
+#define __wrap_openat __wrap_openat64
+#define __real_openat __real_openat64
+#define __wrap_pread __wrap_pread64
+#define __real_pread __real_pread64
+#endif
+
 // The linker calls __wrap_NAME for NAME, and NAME for __real_NAME.
 #define FAULT_WRAP(type, name, parameters, failure, arguments) \
     type __real_##name parameters;                             \

@@ -346,9 +346,11 @@ TEST(FileLedger, JoinsRangesThatTouchOrOverlapAndKeepsALimitedNumber) {
             qwSum += nLength;
         }
         for (const tagFileHole& aRange : aSome.Get()) {
-            const std::uint64_t qwBefore = std::max<std::uint64_t>(aRange.qwOffset, 1) - 1;
-            EXPECT_EQ(strRanges.find('x', qwBefore), std::string::npos) << "not joined";
-            strRanges.replace(aRange.qwOffset, aRange.qwLength, aRange.qwLength, 'x');
+            const auto nAt = static_cast<std::size_t>(aRange.qwOffset);
+            const auto nLength = static_cast<std::size_t>(aRange.qwLength);
+            EXPECT_EQ(strRanges.find('x', nAt > 0 ? nAt - 1 : 0), std::string::npos)
+                << "not joined";
+            strRanges.replace(nAt, nLength, nLength, 'x');
         }
         EXPECT_EQ(strRanges, strBytes);
         EXPECT_EQ(aSome.Bytes(), qwSum);

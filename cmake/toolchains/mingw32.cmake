@@ -1,0 +1,3 @@
+# Builds for 32-bit Windows.
+set(CMAKE_SYSTEM_PROCESSOR i686)
+include(${CMAKE_CURRENT_LIST_DIR}/debian-mingw.cmake)
