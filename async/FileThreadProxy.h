@@ -8,6 +8,8 @@
 #include "fileop/FileOperation.h"
 #include "platform/CmThread.h"
 
+class CResultPoster;
+
 /// Queues the operations of a file for the R/W thread, and reports their results to a handler on
 /// the caller thread.
 ///
@@ -100,8 +102,12 @@ class CFileThreadProxy final : public IFileOperation {
     CCacheFileManager::LinkType GetLinkType() const { return m_LinkType; }
 
  private:
+    // Texts of the checks.
+    static constexpr char c_szThreads[] = "m_pRWThread && m_pCallerThread";
+    static constexpr char c_szFile[] = "m_pFileOp.Get( )";
+
     void ReportSyncs();
-    void PostToCaller(ICmEvent* pEvent);
+    CResultPoster Results() const;
     CmInt32 ReadInner(unsigned char* lpBuffer, CmUint32 dwOffset, CmUint32& dwLength);
     bool HasThreads() const { return m_pRWThread && m_pCallerThread; }
     bool IsLinkUsable() const;
@@ -110,7 +116,6 @@ class CFileThreadProxy final : public IFileOperation {
     std::uintptr_t ReceiverKey() const {
         return reinterpret_cast<std::uintptr_t>(m_pReceive.Get());
     }
-    void DeliverData(unsigned char* lpBuffer, CmUint32 dwLength, const tagDataInfo& aDataInfo);
 
     CmInt32 PostCopy(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
     template <class MakeData>

@@ -3,7 +3,7 @@
 #include <new>
 #include <utility>
 
-#include "async/FileEvents.h"
+#include "async/ResultPoster.h"
 
 namespace {
 
@@ -33,11 +33,7 @@ void CSyncReporter::Report(CRefPtr<ISyncReporter> pSelf, CmInt32 lResult) {
 }
 
 void CSyncReporter::PostStatus(CmInt32 lResult) {
-    const CRefPtr<ICmEventQueue> pQueue = m_pCallerThread->GetEventQueue();
-    ICmEvent* const pEvent =
-        pQueue && lResult != CACHE_OK
-            ? new (std::nothrow) CFileStatusEvent(
-                  m_pReceive.Get(), tagFileStatus{m_LinkType, CCacheFileManager::Op_Write, lResult})
-            : nullptr;
-    if (pEvent) pQueue->PostEvent(pEvent, c_lPostOption);
+    if (lResult == CACHE_OK) return;
+    CResultPoster(m_pCallerThread.Get(), m_pReceive.Get())
+        .PostStatus({m_LinkType, CCacheFileManager::Op_Write, lResult});
 }

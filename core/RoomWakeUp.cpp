@@ -12,8 +12,6 @@
 
 namespace {
 
-using Lock = std::lock_guard<std::mutex>;
-
 /// Does nothing when it runs: the host is woken because an event is queued.
 class CRoomEvent final : public ICmEvent {
  public:
@@ -26,7 +24,7 @@ class CRoomEvent final : public ICmEvent {
 /// pieces before the next refusal. For the other limit it is enough that the write fits: other
 /// handlers may keep that one more than half used all the time.
 bool HasRoom(const tagRefusal& aRefusal) {
-    const CPendingCount& aProcess = CPendingBytes::OfProcess();
+    const CPendingCount& aProcess = CPendingCount::OfProcess();
     const CPendingCount* const pHandler = aRefusal.pHandler.Get();
     const CPendingCount& aRefusing = aRefusal.bByProcess ? aProcess : *pHandler;
     if (aRefusing.GetBytes() == 0) return true;
@@ -48,7 +46,7 @@ CRoomWakeUp::CRoomWakeUp() {
 
 void CRoomWakeUp::SetOn(bool bOn) {
     CRefPtr<ACmThread> pCaller;  // released without the mutex
-    const Lock aLock(m_mutex);
+    const std::lock_guard<std::mutex> aLock(m_mutex);
     s_bOn.store(bOn);
     if (bOn) return;
     m_vecRefusals.clear();
@@ -67,7 +65,7 @@ void CRoomWakeUp::OnRefused(const tagRefusal& aRefusal) {
 void CRoomWakeUp::Add(const tagRefusal& aNew) try {
     CRefPtr<ACmThread> pCaller =
         CCmThreadManager::Instance()->GetThread(CCmThreadManager::Thread_Caller);
-    const Lock aLock(m_mutex);
+    const std::lock_guard<std::mutex> aLock(m_mutex);
     if (!s_bOn.load()) return;
     const auto it =
         std::find_if(m_vecRefusals.begin(), m_vecRefusals.end(), [&](const tagRefusal& aRefusal) {
@@ -87,7 +85,7 @@ void CRoomWakeUp::WakeIfRoom() {
     CRefPtr<ACmThread> pCaller;
     ICmEvent* pEvent = nullptr;
     {
-        const Lock aLock(m_mutex);
+        const std::lock_guard<std::mutex> aLock(m_mutex);
         const auto it = std::partition(m_vecRefusals.begin(), m_vecRefusals.end(),
                                        [](const auto& aRefusal) { return !HasRoom(aRefusal); });
         if (it == m_vecRefusals.end()) return;

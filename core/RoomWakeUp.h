@@ -5,7 +5,7 @@
 #include <mutex>
 #include <vector>
 
-#include "core/PendingBytes.h"
+#include "core/PendingCount.h"
 #include "platform/CmThread.h"
 
 namespace cachefile_internal {

@@ -19,7 +19,6 @@ CIndexWalk::End CIndexWalk::Run() {
     while (m_dwLeft > 0) {
         if (m_bWatching && m_watch.HasReturned(m_qwOffset, m_nKnown)) {
             if (m_circles == Circles_End) return End_Circle;
-            m_bWatching = false;
             const End aEnd = SkipLaps();
             if (aEnd != End_Complete || m_dwLeft == 0) return aEnd;
         }
@@ -59,7 +58,8 @@ CIndexWalk::End CIndexWalk::TakeEntry(tagWalkEntry& aEntry) {
 }
 
 /// The walk is in a circle. What the remaining whole laps would add is known without reading them
-/// again: nothing, or the known entries of the last lap, repeated up to the budget.
+/// again: nothing, or the known entries of the last lap, repeated up to the budget. Fewer entries
+/// than one lap are left then, so the walk does not return to the same entry again.
 CIndexWalk::End CIndexWalk::SkipLaps() {
     const std::size_t nBegin = m_watch.GetKnownBefore();
     const std::size_t nEnd = m_nKnown;

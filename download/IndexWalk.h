@@ -83,7 +83,7 @@ class CIndexWalk {
     const Circles m_circles;
     CIndexReader m_reader;
     CCircleWatch m_watch;
-    bool m_bWatching;
+    const bool m_bWatching;
     CmUint32 m_dwLeft;
     CmUint32 m_dwRead = 0;
     std::size_t m_nKnown = 0;

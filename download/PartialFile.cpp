@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t c_nBlockSize = 65536;  // per write call; an index entry has only 32 bytes
+constexpr std::size_t c_nWriteSize = 65536;  // per write call; an index entry has only 32 bytes
 
 // Other processes may be using some of the names. If this many exist, they are not being removed,
 // and Create fails.
@@ -18,7 +18,7 @@ constexpr int c_nMaxNames = 1000;
 }  // namespace
 
 CPartialFile::CPartialFile(const CCmString& strPath) : m_strPath(strPath) {
-    m_vecGathered.reserve(c_nBlockSize);
+    m_vecGathered.reserve(c_nWriteSize);
 }
 
 CPartialFile::~CPartialFile() {
@@ -45,11 +45,11 @@ bool CPartialFile::TryCreate() {
 
 CmInt32 CPartialFile::Append(const unsigned char* lpData, std::size_t nLength) {
     while (nLength > 0) {
-        const std::size_t nPart = std::min(nLength, c_nBlockSize - m_vecGathered.size());
+        const std::size_t nPart = std::min(nLength, c_nWriteSize - m_vecGathered.size());
         m_vecGathered.insert(m_vecGathered.end(), lpData, lpData + nPart);
         lpData += nPart;
         nLength -= nPart;
-        if (m_vecGathered.size() < c_nBlockSize) break;
+        if (m_vecGathered.size() < c_nWriteSize) break;
         const CmInt32 lResult = WriteGathered();
         if (lResult != CACHE_OK) return lResult;
     }

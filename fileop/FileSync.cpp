@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <utility>
 
-#include "fileop/SyncThread.h"
 #include "fileop/SystemError.h"
 #include "platform/CmResult.h"
 #include "platform/CmTraceLine.h"

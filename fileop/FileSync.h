@@ -1,12 +1,11 @@
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
 #include "fileop/FileLedger.h"
 #include "fileop/NameSync.h"
-#include "fileop/SyncDescriptor.h"
+#include "fileop/SyncThread.h"
 
 /// Syncs one open file. It records what was written since the last successful sync, and how many
 /// syncs have failed. All sync calls of the file go through it, because the system reports a failed
@@ -20,7 +19,7 @@
 /// After a failed sync all bytes since the last successful one count as lost and no longer as
 /// unsynced; they are not synced again. The failure is traced here. It is reported through the
 /// ledger unless a call returns the code.
-class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
+class CFileSync final : public CSyncRecord {
  public:
     /// For a stream that was opened with that path and place. As long as a directory of the path
     /// cannot be opened, all syncs of the file fail. aWritten has the ranges that were written to
@@ -49,17 +48,10 @@ class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
     /// longer count as unsynced.
     void Close();
 
-    // Called on the sync thread. SyncScheduled is also called on the thread that ends it.
-
-    /// Lets the system start to write the file's data to the disk, without waiting.
-    void StartWriteBack();
-    /// Syncs the file if there is anything to sync, and reports a failure.
-    void SyncScheduled();
+    void StartWriteBack() override;
+    void SyncScheduled() override;
 
  private:
-    friend class CSyncList;
-    friend class CSyncThread;
-
     struct tagDescriptor {
         CSyncDescriptor aOwned;  // none if the stream's own is used
         int nFile;
@@ -88,8 +80,4 @@ class CFileSync final : public CCmReferenceControlT<CCmMutexThread> {
     bool m_bNewName = true;  // no sync has succeeded yet
     CmUint32 m_dwFailures = 0;
     CFileRanges m_unsynced{1};
-
-    // Guarded by the mutex of the sync thread.
-    CRefPtr<CFileSync> m_pNext;
-    std::chrono::steady_clock::time_point m_since;
 };

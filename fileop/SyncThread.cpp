@@ -11,15 +11,15 @@
 #include "platform/CmSystem.h"
 #include "platform/CmTrace.h"
 
-void CSyncList::PushBack(CRefPtr<CFileSync> pRecord) {
-    CFileSync* const pLast = pRecord.Get();
+void CSyncList::PushBack(CRefPtr<CSyncRecord> pRecord) {
+    CSyncRecord* const pLast = pRecord.Get();
     (m_pFirst ? m_pLast->m_pNext : m_pFirst) = std::move(pRecord);
     m_pLast = pLast;
 }
 
-CRefPtr<CFileSync> CSyncList::PopUntil(Time aTime) {
+CRefPtr<CSyncRecord> CSyncList::PopUntil(Time aTime) {
     if (!m_pFirst || m_pFirst->m_since > aTime) return nullptr;
-    CRefPtr<CFileSync> pRecord = std::move(m_pFirst);
+    CRefPtr<CSyncRecord> pRecord = std::move(m_pFirst);
     m_pFirst = std::move(pRecord->m_pNext);
     return pRecord;
 }
@@ -86,7 +86,7 @@ CmInt32 CSyncThread::Start() {
     }
 }
 
-bool CSyncThread::Add(CFileSync* pRecord) {
+bool CSyncThread::Add(CSyncRecord* pRecord) {
     bool bWake = false;
     {
         std::lock_guard<std::mutex> aLock(m_mutex);
@@ -115,7 +115,7 @@ void CSyncThread::Run() {
 /// false if nothing is due.
 bool CSyncThread::ProcessDueRecord(std::unique_lock<std::mutex>& aLock) {
     const bool bAll = CSyncDescriptor::AreMany();
-    CRefPtr<CFileSync> pFresh =
+    CRefPtr<CSyncRecord> pFresh =
         m_fresh.PopUntil(bAll ? Clock::time_point::min() : Clock::now() - m_interval / 4);
     if (pFresh) {
         aLock.unlock();
@@ -124,7 +124,7 @@ bool CSyncThread::ProcessDueRecord(std::unique_lock<std::mutex>& aLock) {
         m_started.PushBack(std::move(pFresh));
         return true;
     }
-    CRefPtr<CFileSync> pDue = PopForSync(bAll);
+    CRefPtr<CSyncRecord> pDue = PopForSync(bAll);
     if (!pDue) return false;
     aLock.unlock();
     pDue->SyncScheduled();
@@ -135,9 +135,9 @@ bool CSyncThread::ProcessDueRecord(std::unique_lock<std::mutex>& aLock) {
 
 /// Removes and returns the first record whose sync is due, or with bAll the first record. Null if
 /// there is none. Called with the mutex locked.
-CRefPtr<CFileSync> CSyncThread::PopForSync(bool bAll) {
+CRefPtr<CSyncRecord> CSyncThread::PopForSync(bool bAll) {
     if (!bAll) return m_started.PopUntil(Clock::now() - m_interval / 2);
-    CRefPtr<CFileSync> pRecord = m_started.PopUntil(Clock::time_point::max());
+    CRefPtr<CSyncRecord> pRecord = m_started.PopUntil(Clock::time_point::max());
     return pRecord ? pRecord : m_fresh.PopUntil(Clock::time_point::max());
 }
 
@@ -160,7 +160,7 @@ void CSyncThread::Finish() {
     m_wake.notify_one();
     if (m_thread.joinable()) m_thread.join();
     for (;;) {
-        CRefPtr<CFileSync> pRecord;
+        CRefPtr<CSyncRecord> pRecord;
         {
             std::lock_guard<std::mutex> aLock(m_mutex);
             pRecord = PopForSync(true);

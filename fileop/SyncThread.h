@@ -1,11 +1,31 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
 
-#include "fileop/FileSync.h"
+#include "fileop/SyncDescriptor.h"
+#include "platform/CmReference.h"
+
+/// A file that waits for the sync thread (CFileSync). The sync thread calls the operations; so does
+/// the thread that ends the sync thread.
+class CSyncRecord : public CCmReferenceControlT<CCmMutexThread> {
+ public:
+    /// Lets the system start to write the file's data to the disk, without waiting.
+    virtual void StartWriteBack() = 0;
+    /// Syncs the file if there is anything to sync, and reports a failure.
+    virtual void SyncScheduled() = 0;
+
+ private:
+    friend class CSyncList;
+    friend class CSyncThread;
+
+    // Guarded by the mutex of the sync thread.
+    CRefPtr<CSyncRecord> m_pNext;
+    std::chrono::steady_clock::time_point m_since;
+};
 
 /// A list of records in the order of their times, linked through members of the records. It has no
 /// lock: CSyncThread guards it.
@@ -14,15 +34,15 @@ class CSyncList {
     using Time = std::chrono::steady_clock::time_point;
 
     bool IsEmpty() const { return !m_pFirst; }
-    void PushBack(CRefPtr<CFileSync> pRecord);
+    void PushBack(CRefPtr<CSyncRecord> pRecord);
     /// Removes and returns the first record if its time is aTime or earlier; otherwise null.
-    CRefPtr<CFileSync> PopUntil(Time aTime);
+    CRefPtr<CSyncRecord> PopUntil(Time aTime);
     Time FirstTime() const { return m_pFirst->m_since; }
     void ClearWithoutFreeing();  // empties the list without freeing the records
 
  private:
-    CRefPtr<CFileSync> m_pFirst;
-    CFileSync* m_pLast = nullptr;
+    CRefPtr<CSyncRecord> m_pFirst;
+    CSyncRecord* m_pLast = nullptr;
 };
 
 /// The sync thread, which syncs written files while a sync interval is set.
@@ -48,7 +68,7 @@ class CSyncThread {
     CmInt32 SetInterval(CmUint32 dwMilliseconds);
 
     /// Adds a record to be synced in time. Returns false if no interval is set.
-    bool Add(CFileSync* pRecord);
+    bool Add(CSyncRecord* pRecord);
 
     /// Lets the thread look again at what is due.
     void Wake();
@@ -71,7 +91,7 @@ class CSyncThread {
     CmInt32 Start();
     void Run();
     bool ProcessDueRecord(std::unique_lock<std::mutex>& aLock);
-    CRefPtr<CFileSync> PopForSync(bool bAll);
+    CRefPtr<CSyncRecord> PopForSync(bool bAll);
     void Sleep(std::unique_lock<std::mutex>& aLock);
 
     static void BeforeFork();

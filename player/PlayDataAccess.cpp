@@ -5,7 +5,8 @@
 #include "fileop/FileOperation.h"
 #include "fileop/GatherAge.h"
 #include "platform/CmTraceLine.h"
-#include "player/RecordFiles.h"
+#include "player/PlayFileHandler.h"
+#include "player/PlayedFiles.h"
 
 /// The data operations of the play handler: reads and writes of record files and of a container.
 

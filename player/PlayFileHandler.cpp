@@ -8,7 +8,7 @@
 #include "download/PlayDataFile.h"
 #include "fileop/GatherAge.h"
 #include "platform/CmTraceLine.h"
-#include "player/RecordFiles.h"
+#include "player/PlayedFiles.h"
 
 CPlayFileHandler* CCacheFileManager::CreatePlayFileHandler(CmUint32 dwRecordID, int bDownload,
                                                            int bAsync) {
@@ -58,7 +58,7 @@ CmInt32 CPlayFileHandler::OpenRecordFile(const CCmString& strFileName,
         CFileChain::Build(FileChainKind::PlayRecord, bWrite, m_bAsync, this);
     CM_CHECK(pFile, "pFile.Get( )", CACHE_ERR_OUT_OF_MEMORY);
     // The file is added before it is opened, so that nothing can fail after a successful open.
-    if (!m_pRecordFiles) m_pRecordFiles = std::make_unique<tagRecordFiles>();
+    if (!m_pRecordFiles) m_pRecordFiles = std::make_unique<cachefile_internal::tagPlayedFiles>();
     m_pRecordFiles->aTable.Add({aFileDescriber, pFile});
     const CmInt32 lResult = pFile->Open(strPath, bWrite);
     if (lResult != CACHE_OK) {

@@ -8,6 +8,9 @@
 
 class CDownloadFileHandler;
 class IFileOperation;
+namespace cachefile_internal {
+struct tagPlayedFiles;
+}
 
 /// Reads one recording back: from record files that the host opens by name and describes, or from
 /// one downloaded container.
@@ -138,8 +141,6 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
     CmInt32 DataInfo2FileHandler(const tagDataInfo& aDataInfo, IFileOperation*& pFile) const;
 
  private:
-    struct tagRecordFiles;
-
     const CmUint32 m_dwRecordID;
     const int m_bDownload;
     const int m_bAsync;
@@ -149,7 +150,8 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
     CmInt32 m_lStatus = 0;
     CCmString m_strHomeDir;
     CDownloadFileHandler* m_pDownloadFile = nullptr;  // owned
-    std::unique_ptr<tagRecordFiles> m_pRecordFiles;   // created by the first open
+    // Created by the first open.
+    std::unique_ptr<cachefile_internal::tagPlayedFiles> m_pRecordFiles;
     CmUint32 m_dwCBTimeStamp = 0;
     CmUint32 m_dwFileVersion = 0;
 };

@@ -7,18 +7,21 @@
 TEST(Callable, ReplacingASinkWaitsForCallsOfAllEarlierSinks) {
     CCmT120Trace* const pTrace = CCmT120Trace::instance();
     Signal aInside, aGo;
-    std::atomic<bool> bEnded{false};
-    pTrace->SetSink([&](CmInt32, const char*) {
+    std::atomic<bool> bFreed{false};
+    const auto freeSlowly = [&](void*) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        bFreed = true;
+    };
+    pTrace->SetSink([&, pHeld = std::shared_ptr<void>(nullptr, freeSlowly)](CmInt32, const char*) {
         pTrace->SetSink([](CmInt32, const char*) {});
         aInside.Raise();
         aGo.Wait();
-        bEnded = true;
     });
     std::thread aTracing([&] { pTrace->trace_string(CCmT120Trace::Level_Error, "line"); });
     aInside.Wait();
     std::thread aSetting([&] {
         pTrace->SetSink({});
-        EXPECT_TRUE(bEnded) << "after SetSink the first sink is no longer used";
+        EXPECT_TRUE(bFreed) << "after SetSink the first sink and what it holds no longer exist";
     });
     aGo.Raise();
     aSetting.join();

@@ -1,6 +1,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "tests/support/Player.h"
 
 using Limits = HostModeTest;
@@ -21,6 +23,8 @@ TEST_P(Limits, ARecordFileGrowsPastFourGigabytes) {
     EXPECT_EQ(aRecording->CloseFile(dwHandle), 0);
     Settle();
     EXPECT_EQ(m_sink.Take(), GetParam() == Async ? "Open 0, Write 4006" : "");
+    CCacheFileManager::AddLostBytes(0x100000000);
+    EXPECT_EQ(m_lost.Take(), 0x100000000U + (GetParam() == Async ? 3 : 0));
     EXPECT_NE(m_trace.TakeErrors().find("error=22 dwOffset=2147483648"), std::string::npos);
 
     Player aPlayer(GetParam(), &m_sink);
@@ -107,6 +111,10 @@ TEST_P(Limits, NamesAndPathsMayHaveTheLengthThatTheSystemAllows) {
         EXPECT_EQ(aRecording.TryOpen(strName), bAsync ? 0 : lResult);
         Settle();
         EXPECT_EQ(m_sink.Take(), bAsync ? "Open " + std::to_string(lResult) : "");
+        const bool bTooLong =
+            m_trace.TakeErrors().find("File Error=" + std::to_string(ENAMETOOLONG)) !=
+            std::string::npos;
+        EXPECT_EQ(bTooLong, lResult != 0);
     };
     open(".\\kvr2", CCmString(255, 'n'), 0);
     open(".\\kvr2", CCmString(256, 'n'), 4006);

@@ -119,7 +119,13 @@ TEST_F(Teardown, AShutdownRunsTheQueueRefusesOpensAndCanBeRepeated) {
     EXPECT_EQ(aRecording.Write(dwHandle, Pattern(40'000)), 0);
     CmInt32 lInside = 0;
     m_sink.m_onStatus = [&] { lInside = aRecording.TryOpen("refused"); };
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(CacheFileShutdown(), 0);
+    EventCounts aCounts;
+    HostQueue()->PostEvent(
+        new TestEvent(aCounts, [&] { return HostQueue()->PostEvent(new TestEvent(aCounts), 1); }),
+        1);
+    EXPECT_EQ(CacheFileShutdown(), 0);
+    EXPECT_EQ(aCounts.nFired, 2) << "events that are posted by the last ones run too";
+    EXPECT_EQ(CacheFileShutdown(), 0);
     EXPECT_EQ(lInside, 4010);
     EXPECT_EQ(m_sink.Take(), "Open 0");
     ExpectFile(Recording::PathOf("r"), Pattern(40'000));

@@ -5,7 +5,8 @@
 #include <functional>
 
 /// Makes system calls of the library fail. The linker replaces these calls (--wrap). A write or
-/// read that must fail transfers half of its bytes, and the next one fails.
+/// read that must fail transfers half of its bytes, and the next one fails; a write without an
+/// error (errno 0) returns 0 then.
 namespace Faults {
 
 /// X(function, return value on failure)

@@ -28,6 +28,7 @@ TEST_F(ThreadMemory, AttachingAndDetachingLeavesNothing) {
     ExpectNoGrowth(3000, [this] { Reattach(); });
     CmUint32 dwHandle = 0;
     std::optional<Recording> aRecording;
+    const std::size_t nBytes = Memory::StartPeak();
     ExpectNoGrowth(200, [&] {  // files hold their threads until they are closed
         aRecording.emplace(Async, nullptr);
         for (const char* lpName : {"a", "b"}) {
@@ -39,4 +40,12 @@ TEST_F(ThreadMemory, AttachingAndDetachingLeavesNothing) {
         EXPECT_EQ((*aRecording)->CloseFile(dwHandle), 4010);
         aRecording.reset();
     });
+    CacheFileShutdown();  // the close has returned a block to the store
+    EXPECT_LT(Memory::StartPeak(), nBytes + 32768) << "a shutdown frees the blocks that are kept";
+}
+
+TEST_F(ThreadMemory, AFailedOpenLeavesNothing) {
+    std::filesystem::create_directories("kvr2/7/directory");
+    Recording aRecording(Sync, nullptr);
+    ExpectNoGrowth(100, [&] { EXPECT_EQ(aRecording.TryOpen("directory"), 4006); });
 }

@@ -8,6 +8,7 @@
 
 namespace {
 
+/// Per read. An interrupt is noticed between two reads.
 constexpr std::size_t c_nBlock = 262144;
 
 }  // namespace

@@ -24,7 +24,7 @@ class CChecksum {
     std::unique_ptr<State> m_pState;
 };
 
-/// The checksum of a file, or an empty text if it cannot be read. aEachBlock, if it is given, is
-/// called for each block, and what it throws passes through.
+/// The checksum of a file, or an empty text if it cannot be read. If aEachBlock is given,
+/// it is called after each block; its exceptions propagate.
 std::string ChecksumOfFile(const std::filesystem::path& aFile,
                            const std::function<void()>& aEachBlock = {});

@@ -94,7 +94,7 @@ void AddPlay(CLI::App& aTool, int& nExit) {
         ->transform(NumberValidator())
         ->type_name("BYTES");
     aCommand.add_flag("--follow", pOptions->bFollow,
-                      "Continue with what is recorded until the recorder ends");
+                      "Continue with new bytes until the recorder ends");
     AddExample(aCommand, "cachefile play kvr2/7 --stream 4:7004:4 > voice.raw");
     aCommand.callback([pOptions, &nExit] { nExit = Play(*pOptions); });
 }
@@ -104,7 +104,7 @@ void AddInfo(CLI::App& aTool, int& nExit) {
     CLI::App& aCommand =
         *aTool.add_subcommand("info", "Show the properties and the streams of a recording");
     AddPath(aCommand, pOptions->strPath,
-            "A recording directory, a container, - for one from a pipe, or a directory of "
+            "A recording directory, a container (-: from standard input), or a directory of "
             "recordings");
     aCommand.add_flag("--watch", pOptions->bWatch,
                       "Show a directory once a second until its recorder ends");
@@ -118,7 +118,7 @@ void AddList(CLI::App& aTool, int& nExit) {
     CLI::App& aCommand = *aTool.add_subcommand(
         "list", "List the streams of a recording, or the recordings of a directory");
     AddPath(aCommand, pOptions->strPath,
-            "A recording directory, a container, - for one from a pipe, or a directory of "
+            "A recording directory, a container (-: from standard input), or a directory of "
             "recordings");
     aCommand.add_flag("--names", pOptions->bNames, "Print only the names of the streams");
     AddJson(aCommand, pOptions->bJson);
@@ -179,9 +179,8 @@ void AddPack(CLI::App& aTool, int& nExit) {
     AddEach(aCommand, "--stream", pOptions->vecStreams,
             "Only this stream, as TYPE:ID:KIND; may be repeated")
         ->type_name("STREAM");
-    AddEach(
-        aCommand, "--rename", pOptions->vecRenames,
-        "Pack a stream, perhaps only that of one directory, under another name; may be repeated")
+    AddEach(aCommand, "--rename", pOptions->vecRenames,
+            "Pack a stream, or only that of one directory, under another name; may be repeated")
         ->type_name("[DIR/]STREAM=STREAM");
     aCommand.add_flag("--renumber", pOptions->bRenumber,
                       "Give streams of the same name in several directories the next free ids");

@@ -32,7 +32,7 @@ struct tagPlayOptions {
     std::string strStream;
     std::uint64_t qwOffset = 0;
     std::optional<std::uint64_t> qwLength;
-    bool bFollow = false;  ///< of a directory: until the recorder ends
+    bool bFollow = false;  ///< continue until the recorder of the directory ends
 };
 /// Writes the bytes of a stream to standard output.
 int Play(const tagPlayOptions& aOptions);
@@ -40,7 +40,7 @@ int Play(const tagPlayOptions& aOptions);
 struct tagInfoOptions {
     std::string strPath;
     bool bJson = false;
-    bool bWatch = false;  ///< of a directory: once a second, until the recorder ends
+    bool bWatch = false;  ///< show a directory once a second until its recorder ends
 };
 /// Shows the properties and the streams of a recording.
 int Info(const tagInfoOptions& aOptions);
@@ -96,7 +96,7 @@ struct tagDoctorOptions {
     std::string strPath;
     bool bJson = false;
     bool bAll = false;   ///< show all findings of each code
-    bool bDeep = false;  ///< of a directory: read its files and compare their checksums
+    bool bDeep = false;  ///< read the files of a directory and compare their checksums
 };
 /// Reports what is wrong with a container or a recording directory.
 int Doctor(const tagDoctorOptions& aOptions);

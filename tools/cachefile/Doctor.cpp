@@ -18,7 +18,7 @@ void PrintJson(const tagDoctorOptions& aOptions, const tagFindings& aFindings) {
         aDocument["totals"].push_back({{"severity", SeverityName(aTotal.aSeverity)},
                                        {"code", aTotal.lpCode},
                                        {"count", aTotal.qwCount},
-                                       {"folded", aTotal.qwFolded}});
+                                       {"folded", aTotal.qwOnlyCounted}});
     PrintDocument(aDocument, "findings", aFindings.vecFindings.size(), [&](std::size_t i) {
         const tagFinding& aFinding = aFindings.vecFindings[i];
         return Json{{"severity", SeverityName(aFinding.aSeverity)},
@@ -40,10 +40,10 @@ void PrintText(const tagFindings& aFindings) {
     for (const tagFinding& a : aFindings.vecFindings)
         PrintLine(a.aSeverity, a.lpCode, a.qwOffset, a.strMessage);
     for (const tagTotal& a : aFindings.vecTotals)
-        if (a.qwFolded > 0)
-            PrintLine(
-                a.aSeverity, a.lpCode, a.qwFirstFolded,
-                "and " + Grouped(a.qwFolded) + " more from here on (use `--all` to show them)");
+        if (a.qwOnlyCounted > 0)
+            PrintLine(a.aSeverity, a.lpCode, a.qwFirstCountedOffset,
+                      "and " + Grouped(a.qwOnlyCounted) +
+                          " more from here on (use `--all` to show them)");
 }
 
 tagFindings FindAll(const tagDoctorOptions& aOptions, const tagRecording& aRecording) {

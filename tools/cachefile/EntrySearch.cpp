@@ -7,7 +7,9 @@
 
 namespace {
 
-constexpr std::uint64_t c_qwMaxUnsuccessful = 65536;  // places in a row without an entry
+/// Places in a row without an entry, 2 MiB. Damage of an index is usually a few sectors or pages.
+/// A longer search would read the data of streams, which can look like entries.
+constexpr std::uint64_t c_qwMaxUnsuccessful = 65536;
 constexpr std::uint64_t c_qwNoLimit = std::numeric_limits<std::uint64_t>::max();
 
 std::uint64_t NotedEnd(const tagMRFD& aEntry) {
@@ -18,7 +20,8 @@ bool Contains(const std::vector<std::uint64_t>& vecSorted, std::uint64_t qwValue
     return std::binary_search(vecSorted.begin(), vecSorted.end(), qwValue);
 }
 
-/// Bytes that look like an entry which the writer of an index has put at dwOffset.
+/// Bytes that look like an entry which the writer of an index has put at dwOffset. The data of an
+/// entry comes after the entry.
 bool LooksLikeEntry(const tagMRFD& aEntry, CmUint32 dwOffset) {
     const CmUint32 dwNext = dwOffset + c_dwEntrySize;
     return aEntry.dwDataOffset >= dwNext &&
@@ -34,6 +37,8 @@ class CEntrySearch {
         TakeFollowed();
         Search(m_index.GetEndOfWalk() == CContainerIndex::Walk_Complete ? FirstData()
                                                                         : c_qwNoLimit);
+        // The entries that were found show better where the data begins. Those that were found
+        // after that place are data that only looks like entries.
         const std::uint64_t qwFirstData = FirstData();
         Remove([&](const tagFoundEntry& a) { return a.bSearched && a.dwOffset >= qwFirstData; });
         m_found.nStray += RemoveStray(qwFirstData);
@@ -75,7 +80,7 @@ void CEntrySearch::TakeFollowed() {
     for (std::size_t i = 0; i < m_index.GetEntryCount(); ++i) {
         const tagIndexEntry& aEntry = m_index.GetEntry(i);
         m_vecFollowed.push_back(aEntry.dwOffset);
-        if (aEntry.dwOffset >= c_dwFileHeaderSize)
+        if (aEntry.dwOffset >= c_dwFileHeaderSize)  // a damaged chain may lead into the header
             Add(aEntry.dwOffset, aEntry.aEntry, false);
         else
             ++m_found.nStray;
@@ -121,7 +126,7 @@ std::uint64_t CEntrySearch::FirstData() {
 void CEntrySearch::Search(std::uint64_t qwEnd) {
     std::uint64_t qwAt = c_dwFileHeaderSize, qwLast = qwAt;
     std::size_t nKept = 0;
-    unsigned char aBlock[2048 * c_dwEntrySize];
+    unsigned char aBlock[2048 * c_dwEntrySize];  // 64 KiB, so 2 MiB take 32 reads
     while (qwAt < qwEnd && qwAt - qwLast < c_qwMaxUnsuccessful * c_dwEntrySize) {
         CmUint32 dwRead = sizeof aBlock;
         if (m_index.ReadData(qwAt, aBlock, dwRead) != CACHE_OK || dwRead < c_dwEntrySize) return;
@@ -147,6 +152,8 @@ std::size_t CEntrySearch::RemoveStray(std::uint64_t qwFirstData) {
         if (aNeighbours.EndsExactly(a))
             vecData.push_back({a.aEntry.dwDataOffset, NotedEnd(a.aEntry)});
     std::sort(vecData.begin(), vecData.end());
+    // Streams may overlap. With the largest end so far, one lookup shows whether any covers a
+    // place.
     for (std::size_t i = 1; i < vecData.size(); ++i)
         vecData[i].second = std::max(vecData[i].second, vecData[i - 1].second);
     const bool bPacked = m_index.GetFileHeader().dwIndexType == Index_Packed;

@@ -24,7 +24,7 @@ static_assert(std::size(c_aKinds) == c_nFindingKinds, "ChecksumDiffers is the la
 bool CFindingList::Count(Finding aFinding, std::uint64_t qwOffset) {
     tagTotal& aTotal = m_aTotals[static_cast<std::size_t>(aFinding)];
     if (aTotal.qwCount++ < m_qwMax) return true;
-    if (aTotal.qwFolded++ == 0) aTotal.qwFirstFolded = qwOffset;
+    if (aTotal.qwOnlyCounted++ == 0) aTotal.qwFirstCountedOffset = qwOffset;
     return false;
 }
 

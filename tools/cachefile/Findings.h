@@ -63,8 +63,8 @@ struct tagTotal {
     Severity aSeverity;
     const char* lpCode;
     std::uint64_t qwCount;
-    std::uint64_t qwFolded;       ///< how many of them, the last ones, are not among the findings
-    std::uint64_t qwFirstFolded;  ///< the offset of the first of these
+    std::uint64_t qwOnlyCounted;  ///< how many of them, the last ones, are not in vecFindings
+    std::uint64_t qwFirstCountedOffset;  ///< the offset of the first of these
 };
 
 /// What an examination found. A damaged container may have as many findings as entries, so most

@@ -7,11 +7,6 @@
 
 // The places of the parts of a container.
 
-/// The streams of an index, with what can be derived about them: where the bytes of each end
-/// (CContainerIndex::GetStreamExtent), and which earlier entry hides it. Throws CFailure if there
-/// is not enough memory.
-std::vector<tagStream> LayOutStreams(const CContainerIndex& aIndex);
-
 /// A run of bytes of a container, never empty.
 struct tagRegion {
     enum Kind { Header, Index, Stream, Gap, Overlap, Missing };

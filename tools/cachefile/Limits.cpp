@@ -10,8 +10,14 @@ namespace {
 
 constexpr std::uint64_t c_qwNoLimit = std::numeric_limits<std::uint64_t>::max();
 constexpr std::uint64_t c_qwLongestStream = c_qwPlayable - 1;
-constexpr std::uint64_t c_qwLeastStep = 65536;  // between looks at the free space
+
+/// The fewest bytes between two looks at the free space, so that a recording near its limit does
+/// not make a system call for every few bytes.
+constexpr std::uint64_t c_qwLeastStep = 65536;
 constexpr auto c_aLookInterval = std::chrono::seconds(1);
+
+/// In milliseconds. A wait takes an int, and one wake-up an hour costs nothing.
+constexpr std::uint64_t c_qwLongestWait = 3600000;
 
 std::uint64_t Difference(std::uint64_t qwA, std::uint64_t qwB) { return qwA > qwB ? qwA - qwB : 0; }
 
@@ -55,7 +61,7 @@ bool CLimits::IsSpaceLow() {
         Difference(Difference(*qwFree, qwNotWritten), m_limits.qwMinFree);
     m_qwLookAt = m_qwTotal + qwUsable / 2;
     m_lookTime = aNow + c_aLookInterval;
-    return qwUsable < 2 * c_qwLeastStep;
+    return qwUsable < 2 * c_qwLeastStep;  // a step may be read before the next look
 }
 
 std::uint64_t CLimits::GetPartRoom(std::uint64_t qwStream) const {
@@ -85,7 +91,8 @@ int CLimits::GetTimeout() const {
     if (m_limits.qwDuration == 0) return -1;
     const std::uint64_t qwLeft =
         Difference(m_limits.qwDuration, Milliseconds(Clock::now() - m_begin));
-    return static_cast<int>(std::min<std::uint64_t>(qwLeft + 1, 3600000));
+    // One more, because Milliseconds rounds down and the loop would wake too early.
+    return static_cast<int>(std::min(qwLeft + 1, c_qwLongestWait));
 }
 
 std::optional<std::uint64_t> FreeSpace(const std::filesystem::path& aDirectory) {

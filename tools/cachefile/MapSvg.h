@@ -12,7 +12,7 @@
 std::string DescribeRegion(const tagRegion& aRegion, const tagRecording& aRecording);
 
 /// The class of a region's colour. Streams have four, in turn, and neighbours differ in lightness
-/// too. Damage has a pattern besides its colour, so that nobody needs to see the colour.
+/// too. Damage also has a pattern, so that it can be recognised without its colour.
 std::string MapClass(const tagRegion& aRegion);
 
 /// The style sheet of these classes, for light and dark surroundings.

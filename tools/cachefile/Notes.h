@@ -55,7 +55,7 @@ std::string NoteFault(const tagNotedStream& aNoted, std::uint64_t qwBytes,
 Json SelectNotes(const tagNotes& aNotes,
                  const std::function<bool(const std::string& strStream)>& aWanted);
 
-/// Sets the fields of the notes of a stream that have its name, and that of its record file.
+/// Sets the fields of a stream's notes that contain its name and the name of its record file.
 void NameStream(Json& aStream, const tagFileDescriber& aDescriber);
 
 /// Replaces the file: a new one is written and synced, and then renamed. Throws CFailure; the old

@@ -8,7 +8,7 @@
 
 /// Adds bytes to standard output; FinishOutput writes what is still buffered. Throws CFailure if
 /// standard output cannot be written. After its reader has closed it, both do nothing, so that the
-/// command still finds its exit code.
+/// command continues and returns its own exit code.
 void Print(std::string_view strText);
 void FinishOutput();
 bool IsOutputClosed();
@@ -24,7 +24,7 @@ bool HasColours();
 /// The text between the codes of its style; unchanged if there are no colours.
 std::string Paint(std::string_view strText, Style aStyle);
 
-/// The text with control characters replaced, so that a terminal does not obey them.
+/// The text with control characters replaced, so that a terminal does not interpret them.
 std::string Printable(std::string_view strText);
 
 /// "12,345,678"

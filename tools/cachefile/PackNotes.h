@@ -6,8 +6,8 @@
 /// Compares the directories that are packed with their notes, and makes the notes of the container
 /// from them.
 ///
-/// It lives on the stack of the pack command, and only one thread uses it. What it finds is warned
-/// of; only Write throws.
+/// It lives on the stack of the pack command, and only one thread uses it. It warns of
+/// differences. Only Write throws.
 class CPackNotes {
  public:
     explicit CPackNotes(const std::filesystem::path& aContainer)

@@ -17,7 +17,7 @@ struct tagPackSource {
     tagFileDescriber aPacked;  // its name in the container
     std::string strDirectory;
     std::uint64_t qwSize;
-    std::string strChecksum;  ///< that the file was noted with, or empty
+    std::string strChecksum;  ///< of the file in the notes of its directory, or empty
     bool bGrows = false;      ///< it is being recorded; its first qwSize bytes are packed
 };
 

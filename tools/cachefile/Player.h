@@ -9,8 +9,8 @@
 /// Reads streams through the play handler, as a host does, in synchronous mode.
 class CPlayer : private IFileOpSink {
  public:
-    /// Opens a container; of a damaged one the streams that can be read. Of a directory it opens
-    /// the record file of *pStream. Throws CFailure.
+    /// Opens a container, or the record file of *pStream in a directory. Of a damaged container the
+    /// streams before the damage can be read. Throws CFailure.
     CPlayer(const tagRecording& aRecording, const tagFileDescriber* pStream);
     virtual ~CPlayer();
     CPlayer(const CPlayer&) = delete;

@@ -10,7 +10,7 @@
 namespace {
 
 constexpr auto c_aInterval = std::chrono::milliseconds(100);
-constexpr std::size_t c_nBar = 24;
+constexpr std::size_t c_nBar = 24;  // columns, so that the line fits into 80
 
 ProgressMode Resolve(ProgressMode aMode) {
     if (aMode != ProgressMode::Auto) return aMode;
@@ -43,7 +43,7 @@ void CProgress::SetFields(std::map<std::string, std::uint64_t> mapFields) {
 void CProgress::Show(std::uint64_t qwDone, const std::string& strNote) {
     if (m_mode == ProgressMode::Never) return;
     const Clock::time_point aNow = Clock::now();
-    const bool bNewNote = m_bNoted == strNote.empty();
+    const bool bNewNote = m_bNoted == strNote.empty();  // a note has appeared or disappeared
     if (aNow < m_due && !bNewNote) return;
     m_bNoted = !strNote.empty();
     m_due = aNow + c_aInterval;
@@ -94,6 +94,7 @@ void CProgress::DrawLine(std::uint64_t qwDone, double dRate, double dLeft,
     if (m_qwTotal > 0) strLine += "  " + MinutesAndSeconds(dLeft) + " left";
     if (!strNote.empty()) strLine += "  " + strNote;
     const std::size_t nColumns = strLine.size();
+    // Spaces overwrite the end of a longer line that was drawn before.
     strLine.resize(std::max(nColumns, m_nDrawn), ' ');
     std::fprintf(stderr, "\r%s", strLine.c_str());
     std::fflush(stderr);

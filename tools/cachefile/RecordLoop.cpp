@@ -10,8 +10,12 @@
 
 namespace {
 
-constexpr int c_nSpaceLook = 250;  // milliseconds between looks for space on a full disk
+/// Milliseconds between looks for space on a full disk. The system reports no freed space.
+constexpr int c_nSpaceLook = 250;
+
+/// Eight blocks. With less, a stream would stop again after its first write.
 constexpr std::uint64_t c_qwSpaceToResume = 256 << 10;
+
 constexpr std::uint64_t c_qwGatherBlock = 32768;  // what the library gathers for each stream
 
 }  // namespace
@@ -37,7 +41,8 @@ void CRecordLoop::Run() {
     m_progress.Finish(m_qwDone, NoteLoss());
 }
 
-/// Returns why the recording ends.
+/// Returns why the recording ends. Callbacks run after each round, so a failure is reported before
+/// the next one.
 std::string CRecordLoop::ReadInputs() {
     std::vector<tagSource*> vecReady;
     while (!System::IsInterrupted()) {
@@ -91,8 +96,8 @@ int CRecordLoop::GetTimeout(bool bPaused) const {
     };
     aAtMost(m_limits.GetTimeout());
     if (bPaused) aAtMost(c_nSpaceLook);
-    if (m_nWake < 0 && m_options.dwFlush > 0)  // nobody wakes the loop when bytes are to be flushed
-        aAtMost(static_cast<int>(m_options.dwFlush / 10 + 1));
+    // Where nobody wakes this loop, only it flushes old bytes, even while no input is ready.
+    if (m_nWake < 0 && m_options.dwFlush > 0) aAtMost(static_cast<int>(m_options.dwFlush / 10 + 1));
     return nTimeout;
 }
 
@@ -100,9 +105,9 @@ void CRecordLoop::ReadPiece(tagSource& aSource) {
     const std::size_t nWanted = m_limits.Clip(m_vecPiece.size(), aSource.pRecorder->GetBytes());
     if (nWanted == 0) return;  // another stream has reached the limit
     const long long nRead = aSource.aInput.Read(m_vecPiece.data(), nWanted);
-    if (nRead == -2) return;
+    if (nRead == System::CInput::Read_NothingYet) return;
     if (nRead > 0) return Take(aSource, static_cast<std::size_t>(nRead));
-    if (nRead < 0) {
+    if (nRead == System::CInput::Read_Failed) {
         aSource.bRecorded = false;
         Report(aSource, "cannot read " + Printable(aSource.strPath) + ": " + std::strerror(errno));
     }
@@ -171,7 +176,7 @@ void CRecordLoop::BeginPart(CmUint32 dwNumber) {
 
 void CRecordLoop::EndPart(const std::string& strReason) {
     m_pPart->Close();
-    ReportFailures();
+    ReportFailures();  // before the losses below, because a failure has the reason of its losses
     tagPartResult aResult{m_pPart->GetNumber(), 0, strReason};
     for (const auto& pSource : m_vecSources) {
         if (!pSource->pRecorder) continue;

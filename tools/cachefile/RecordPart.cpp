@@ -23,7 +23,7 @@ CRecordPart::CRecordPart(const tagRecordOptions& aOptions, CmUint32 dwNumber, So
     : m_plan(WithNumber(aOptions.aPlan, dwNumber)), m_vecSources(vecSources) {
     for (const auto& pSource : vecSources)
         if (!pSource->bEnded) pSource->BeginPart(m_plan, vecSources.size());
-    RequireInputsKept(vecSources, aOptions.bForce);
+    RequireNothingOverwritten(vecSources, aOptions.bForce);
     LockDirectory(m_plan, m_lock);
     m_status.emplace(GetDirectory(), vecSources);
     m_files.emplace(aOptions, vecSources);

@@ -13,8 +13,8 @@
 /// sources outlive it; their recorders are those of this part.
 class CRecordPart {
  public:
-    /// Locks the directory, creates the record files and opens them. Throws CFailure, and then
-    /// nothing that it created is left but the directory with its lock file; Interrupted as well.
+    /// Locks the directory, creates the record files and opens them. Throws CFailure and
+    /// Interrupted; then it leaves only the directory with its lock file.
     CRecordPart(const tagRecordOptions& aOptions, CmUint32 dwNumber, Sources& vecSources);
     /// Shuts the library down. Unless WriteNotes was called, the notes stay "open".
     ~CRecordPart();
@@ -31,8 +31,7 @@ class CRecordPart {
     /// the files or lost.
     void Close();
 
-    /// Writes the notes of the closed part. Returns false if they cannot be written, which it warns
-    /// of.
+    /// Writes the notes of the closed part. Warns and returns false if they cannot be written.
     bool WriteNotes(const std::string& strReason);
 
  private:

@@ -22,7 +22,7 @@ struct tagPlan {
     CmUint32 dwRecordID;
     std::string strHome;
     bool bSync;
-    bool bWaitWhenFull = false;  ///< a full disk is no failure of a stream
+    bool bWaitWhenFull = false;  ///< on a full disk a stream waits and does not fail
 
     std::string Directory() const;  ///< home/ID, as the user would write it
 };

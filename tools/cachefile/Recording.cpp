@@ -7,7 +7,6 @@
 
 #include "tools/HostPath.h"
 #include "tools/cachefile/Exit.h"
-#include "tools/cachefile/Layout.h"
 #include "tools/cachefile/Notes.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/Streams.h"
@@ -64,8 +63,6 @@ bool IsOfTheTool(const std::string& strName) {
 }
 
 }  // namespace
-
-std::string tagStream::Name() const { return bKnown ? StreamName(aDescriber) : "?"; }
 
 const tagStream* tagRecording::Find(const tagFileDescriber& aDescriber) const {
     const auto aKey = [](const tagFileDescriber& a) {

@@ -13,7 +13,11 @@
 
 namespace {
 
+/// Damaged entries may overlap so that each of thousands has most of the container. In a good
+/// container each byte belongs to one stream, so this leaves room for some that are found twice.
 constexpr std::uint64_t c_qwMaxTimes = 4;
+
+/// The budget of bytes does not limit the tries for short streams. This many reads take seconds.
 constexpr std::size_t c_nMaxTries = 1000000;
 
 /// qwSize is the size of the file. A stream that begins at its very end may have been empty.

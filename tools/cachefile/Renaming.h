@@ -13,11 +13,12 @@ class CRenaming {
     /// Each rule is [DIR/]FROM=TO; bRenumber gives names that are taken the next free id.
     CRenaming(const std::vector<std::string>& vecRules, bool bRenumber);
 
-    /// The name of a stream of a directory after the rules, which is not taken yet by this.
+    /// Returns the name that the rules give to a stream of a directory. Does not take the name.
     tagFileDescriber Apply(const tagFileDescriber& aDescriber, const std::string& strDirectory);
 
-    /// Takes a name for a stream of a directory, or the next free one. Returns false if it is taken
-    /// and no other id is possible. Throws if it is taken and the ids must stay.
+    /// Takes a name for a stream of a directory, so that no other stream gets it. If the name is
+    /// taken already, takes the one with the next free id, and returns false if there is none.
+    /// Without bRenumber, throws instead.
     bool Take(tagFileDescriber& aDescriber, const std::string& strDirectory);
 
     /// Throws if a rule has matched no stream.

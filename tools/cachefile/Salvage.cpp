@@ -33,6 +33,7 @@ class CSalvager {
         FindOverlaps();
         FindUnused();
         FindLosses();
+        // If several streams have one name, the caller prefers the first of them.
         std::stable_sort(m_salvage.vecStreams.begin(), m_salvage.vecStreams.end(),
                          [](const tagSalvagedStream& a, const tagSalvagedStream& b) {
                              return std::tie(a.nDoubt, a.bSearched) <
@@ -80,11 +81,14 @@ std::uint64_t CSalvager::NextBound(std::size_t nIndex) const {
     const std::uint64_t qwStart = m_found.vecEntries[nIndex].aEntry.dwDataOffset;
     const auto itNext =
         std::upper_bound(m_vecStarts.begin(), m_vecStarts.end(), std::pair(qwStart, nIndex));
+    // A stream past the declared end shows that this number, too, may be damaged.
     std::uint64_t qwEnd = qwStart <= m_qwDeclared ? m_qwDeclared : std::max(qwStart, m_qwSize);
     if (itNext != m_vecStarts.end()) qwEnd = std::min(qwEnd, itNext->first);
     return FirstFrom(m_vecEntries, qwStart, qwEnd);
 }
 
+/// Not every writer notes lengths in this word. A length that leads exactly to another part is no
+/// coincidence. Without one, the words count as lengths if most of them are possible.
 bool CSalvager::AreNotesUsed() const {
     std::size_t nNotes = 0, nFitting = 0;
     for (std::size_t i = 0; i < m_found.vecEntries.size(); ++i) {
@@ -98,11 +102,14 @@ bool CSalvager::AreNotesUsed() const {
     return nNotes > 0 && 2 * nFitting >= nNotes;
 }
 
+/// Prefers the noted length to the next bound, because a damaged offset of another entry may have
+/// moved that bound.
 std::uint64_t CSalvager::Length(std::size_t nIndex, std::vector<std::string>& vecFaults) const {
     const tagMRFD& aEntry = m_found.vecEntries[nIndex].aEntry;
     const std::uint64_t qwEnd = std::max(m_qwDeclared, m_qwSize);
     const std::uint64_t qwBytes = NextBound(nIndex) - aEntry.dwDataOffset;
     if (!m_bNotes) return qwBytes;
+    // A writer puts empty streams at the end. Elsewhere 0 means that no length was noted.
     if (aEntry.dwStreamSize == 0 && aEntry.dwDataOffset >= m_qwSize) return 0;
     const bool bFits = aEntry.dwDataOffset + std::uint64_t{aEntry.dwStreamSize} <= qwEnd;
     if (aEntry.dwStreamSize != 0 && (bFits || qwBytes == 0)) return aEntry.dwStreamSize;
@@ -110,6 +117,7 @@ std::uint64_t CSalvager::Length(std::size_t nIndex, std::vector<std::string>& ve
     return qwBytes;
 }
 
+/// Damage rarely changes an entry so that it fits exactly between its neighbours.
 int CSalvager::Doubt(const tagFoundEntry& aFound) const {
     return 2 - m_neighbours.EndsExactly(aFound) - m_neighbours.StartsExactly(aFound);
 }
@@ -161,7 +169,7 @@ void CSalvager::FindUnused() {
         vecUsed.push_back({qwEntry, qwEntry + c_dwEntrySize});
     for (const tagSalvagedStream& a : m_salvage.vecStreams)
         vecUsed.push_back({a.qwOffset, a.qwOffset + a.qwPresent});
-    vecUsed.push_back({m_qwSize, m_qwSize});
+    vecUsed.push_back({m_qwSize, m_qwSize});  // so that the last unused bytes are found too
     std::sort(vecUsed.begin(), vecUsed.end());
     std::uint64_t qwCovered = 0;
     for (const auto& [qwBegin, qwEnd] : vecUsed) {

@@ -8,7 +8,7 @@
 using Selection = std::vector<const tagStream*>;
 
 /// Every stream of a recording that no earlier entry hides. Warns of what is left out, and then
-/// sets bLeftOut. Of a directory nothing is left out.
+/// sets bLeftOut. Nothing is left out of a directory.
 Selection SelectAll(const tagRecording& aRecording, bool& bLeftOut);
 
 /// No byte of a stream can be extracted if the file ends before it starts.

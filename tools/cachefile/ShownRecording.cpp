@@ -18,12 +18,14 @@ constexpr std::size_t c_nBlock = 1 << 20;
 void CopyInput(System::CInput& aInput, System::CNewFile& aFile) {
     std::vector<unsigned char> vecBlock(c_nBlock);
     std::vector<bool> vecReady;
-    for (long long nRead = -2; nRead != 0; nRead = aInput.Read(vecBlock.data(), vecBlock.size())) {
-        if (nRead == -1) ThrowErrno("cannot read standard input");
-        if (nRead > 0 && !aFile.Write(vecBlock.data(), static_cast<std::size_t>(nRead)))
-            ThrowErrno("cannot write a temporary file");
+    for (;;) {
         System::WaitForInputs({&aInput}, -1, -1, vecReady);
         if (System::IsInterrupted()) throw Interrupted();
+        const long long nRead = aInput.Read(vecBlock.data(), vecBlock.size());
+        if (nRead == System::CInput::Read_End) return;
+        if (nRead == System::CInput::Read_Failed) ThrowErrno("cannot read standard input");
+        if (nRead > 0 && !aFile.Write(vecBlock.data(), static_cast<std::size_t>(nRead)))
+            ThrowErrno("cannot write a temporary file");
     }
 }
 

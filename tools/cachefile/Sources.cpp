@@ -15,6 +15,7 @@
 
 namespace {
 
+/// Together about 100 ms, which is much longer than a process needs to look at the lock.
 constexpr int c_nLockTries = 4;
 constexpr std::chrono::milliseconds c_aLockPause(30);
 
@@ -66,7 +67,7 @@ void OpenInputs(const Sources& vecSources) {
                            std::strerror(errno));
 }
 
-void RequireInputsKept(const Sources& vecSources, bool bReplace) {
+void RequireNothingOverwritten(const Sources& vecSources, bool bReplace) {
     for (const auto& pTarget : vecSources)
         for (const auto& pInput : vecSources)
             if (pTarget->pRecorder && pInput->aInput.IsFile(pTarget->pRecorder->GetPath()))

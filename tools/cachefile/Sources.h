@@ -69,8 +69,8 @@ Sources MakeSources(const tagRecordOptions& aOptions);
 
 void OpenInputs(const Sources& vecSources);
 
-/// Throws if an input would be overwritten, or another file without bReplace.
-void RequireInputsKept(const Sources& vecSources, bool bReplace);
+/// Throws if a record file is also an input, or if bReplace is false and a record file exists.
+void RequireNothingOverwritten(const Sources& vecSources, bool bReplace);
 
 /// Creates the directory and locks it against other recorders while aLock exists.
 void LockDirectory(const tagPlan& aPlan, std::optional<System::CFileLock>& aLock);

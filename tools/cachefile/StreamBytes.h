@@ -6,9 +6,9 @@
 
 #include "tools/cachefile/Recording.h"
 
-// Reading the bytes of streams in blocks. Functions return how many bytes were read: all of them,
-// or those before the first that is missing or cannot be read, which is warned of. They throw
-// Interrupted, and what aTake throws.
+// Reading the bytes of streams in blocks. Functions return how many bytes they have read. If a byte
+// is missing or cannot be read, they warn and return the number of bytes before it. They throw
+// Interrupted. Exceptions of aTake propagate.
 
 /// Receives one block after another.
 using TakeBytes = std::function<void(const unsigned char* lpData, std::size_t nLength)>;

@@ -114,8 +114,14 @@ class CInput {
     /// Whether aPath is the same file, even under another name.
     bool IsFile(const std::filesystem::path& aPath) const;
 
-    /// Reads the available bytes, at most nLength, and returns their number. Returns 0 at the end,
-    /// -1 with errno on failure, -2 if there are none yet.
+    /// What Read returns if it has read no bytes.
+    enum : long long {
+        Read_End = 0,
+        Read_Failed = -1,      ///< with errno
+        Read_NothingYet = -2,  ///< the pipe is empty, or a signal interrupted the call
+    };
+
+    /// Reads the available bytes, at most nLength, and returns their number, or one of the above.
     long long Read(unsigned char* lpBuffer, std::size_t nLength);
 
     int GetDescriptor() const { return m_nFile; }

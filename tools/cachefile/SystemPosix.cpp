@@ -255,7 +255,8 @@ bool CInput::IsFile(const std::filesystem::path& aPath) const {
 long long CInput::Read(unsigned char* lpBuffer, std::size_t nLength) {
     const ssize_t nRead = ::read(m_nFile, lpBuffer, nLength);
     if (nRead >= 0) return nRead;
-    return errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK ? -2 : -1;
+    const bool bNothingYet = errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK;
+    return bNothingYet ? Read_NothingYet : Read_Failed;
 }
 
 void WaitForInputs(const std::vector<CInput*>& vecInputs, int nOther, int nMilliseconds,

@@ -242,7 +242,8 @@ long long CInput::Read(unsigned char* lpBuffer, std::size_t nLength) {
     const unsigned int nPart =
         nLength < 0x40000000 ? static_cast<unsigned int>(nLength) : 0x40000000;
     const int nRead = ::_read(m_nFile, lpBuffer, nPart);
-    return nRead < 0 && errno == EINTR ? -2 : nRead;
+    if (nRead >= 0) return nRead;
+    return errno == EINTR ? Read_NothingYet : Read_Failed;
 }
 
 namespace {

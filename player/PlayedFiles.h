@@ -2,11 +2,12 @@
 
 #include "core/DescriberTable.h"
 #include "fileop/FileOperation.h"
-#include "player/PlayFileHandler.h"
+
+namespace cachefile_internal {
 
 /// The open record files of a play handler, in the order of opening. They are not in the handler's
 /// header, so that hosts do not include the headers that are needed here.
-struct CPlayFileHandler::tagRecordFiles {
+struct tagPlayedFiles {
     struct tagRecordFile {
         tagFileDescriber aDescriber;
         CRefPtr<IFileOperation> pFile;
@@ -14,3 +15,5 @@ struct CPlayFileHandler::tagRecordFiles {
 
     CDescriberTable<tagRecordFile> aTable;
 };
+
+}  // namespace cachefile_internal
