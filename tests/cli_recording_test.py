@@ -41,6 +41,8 @@ class Recording(Cli):
 
     def start_recorder(self, *arguments):
         """Starts a recorder, and returns when it has written a byte."""
+        if WINDOWS:
+            self.skipTest("the emulator cannot look at a pipe of its host: the recorder waits in the read")
         process = self.start("record", "7", "--stream", STREAM + "=-", "--flush", "10ms", *arguments)
         process.stdin.write(b"x")
         process.stdin.flush()
@@ -128,6 +130,8 @@ class Notes(Recording):
             "not-closed": lambda file: self.make(NOTES, self.read(NOTES).replace(b"closed", b"open")),
             "notes-unusable": lambda file: self.make(NOTES, b"{"),
             "not-packable": lambda file: self.make("kvr2/7/4_7004-2.dat", b"")}
+        if WINDOWS:
+            del damages["link"]  # the emulator hides that a file is a link of its host
         for code, damage in damages.items():
             shutil.rmtree(self.path("kvr2"))
             self.record(DONE, 7)

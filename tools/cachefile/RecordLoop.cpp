@@ -96,8 +96,7 @@ int CRecordLoop::GetTimeout(bool bPaused) const {
     };
     aAtMost(m_limits.GetTimeout());
     if (bPaused) aAtMost(c_nSpaceLook);
-    // Without a descriptor to wake it, only this loop flushes old bytes, even while no input is
-    // ready.
+    // Where nobody wakes this loop, only it flushes old bytes, even while no input is ready.
     if (m_nWake < 0 && m_options.dwFlush > 0) aAtMost(static_cast<int>(m_options.dwFlush / 10 + 1));
     return nTimeout;
 }

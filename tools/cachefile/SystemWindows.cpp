@@ -253,7 +253,9 @@ namespace {
 bool CanRead(int nFile) {
     const auto hFile = reinterpret_cast<HANDLE>(::_get_osfhandle(nFile));
     DWORD dwAvailable = 0, dwMode = 0;
-    if (::GetFileType(hFile) == FILE_TYPE_PIPE)  // the read of a broken pipe reports its end
+    // The read of a broken pipe reports its end. Wine cannot look at a pipe of its host system (the
+    // error is ERROR_INVALID_HANDLE), so there the read waits.
+    if (::GetFileType(hFile) == FILE_TYPE_PIPE)
         return !::PeekNamedPipe(hFile, nullptr, 0, nullptr, &dwAvailable, nullptr) ||
                dwAvailable > 0;
     return !::GetConsoleMode(hFile, &dwMode) || ::WaitForSingleObject(hFile, 0) == WAIT_OBJECT_0;
