@@ -3,7 +3,16 @@
 #include <utility>
 
 #include "fileop/BlockStore.h"
+#include "platform/CmFile.h"
 #include "platform/CmTraceLine.h"
+
+namespace {
+
+/// The largest number of bytes that are appended together. The host gets their memory back only
+/// after the last of them is written.
+constexpr std::size_t c_nMaxJoined = 512U << 10;
+
+}  // namespace
 
 COpenCloseEvent::COpenCloseEvent(CFileThreadProxy* pAsyncFileOp, const CCmString& strFilePath,
                                  int bOpen, int bWrite)
@@ -86,7 +95,8 @@ CWriteEvent::CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmS
 }
 
 CWriteEvent::~CWriteEvent() {
-    if (m_pLedger && !m_bFired) m_pLedger->Unqueue(m_strData.size(), m_dwFileOffset);
+    if (m_pLedger && !m_bFired && m_result != CACHE_OK)
+        m_pLedger->Unqueue(m_strData.size(), m_dwFileOffset);
     CBlockStore::Instance().Give(std::move(m_strData));
 }
 
@@ -94,7 +104,9 @@ CmInt32 CWriteEvent::OnEventFire() {
     CM_CHECK(m_pAsyncFileOp, "m_pAsyncFileOp.Get( )", CACHE_ERR_INVALID_STATE);
     m_bFired = true;
     if (m_pSpaceWatch) m_pAsyncFileOp->CheckSpace(*m_pSpaceWatch);
-    const CmInt32 lResult = m_pAsyncFileOp->WriteData_i(m_strData, m_dwFileOffset);
+    if (!m_result) AppendWithFollowing();
+    const CmInt32 lResult =
+        m_result ? *m_result : m_pAsyncFileOp->WriteData_i(m_strData, m_dwFileOffset);
     if (lResult == CACHE_OK) return lResult;
     // The call that passed the bytes has returned 0 already, so the failure is counted here.
     if (m_pLedger)
@@ -104,6 +116,34 @@ CmInt32 CWriteEvent::OnEventFire() {
     m_pAsyncFileOp->PostFileStatus(m_pAsyncFileOp->GetLinkType(), CCacheFileManager::Op_Write,
                                    lResult);
     return lResult;
+}
+
+bool CWriteEvent::IsAppendTo(const CFileThreadProxy* pFile) const {
+    return m_pAsyncFileOp.Get() == pFile && m_dwFileOffset == CCacheFileManager::GetMaxDword() &&
+           !m_strData.empty();
+}
+
+/// Appends the bytes together with those of the following events, if there are any that append to
+/// the same file.
+void CWriteEvent::AppendWithFollowing() {
+    CWriteEvent* aEvents[CmFile::c_nMaxBlocks];
+    CmFile::tagBlock aBlocks[CmFile::c_nMaxBlocks];
+    std::size_t nCount = 0;
+    std::size_t nBytes = 0;
+    const auto add = [&](CWriteEvent* p) {
+        const std::size_t nLength = p->m_strData.size();
+        if (nCount == CmFile::c_nMaxBlocks || nLength > c_nMaxJoined - nBytes) return false;
+        aEvents[nCount] = p;
+        aBlocks[nCount++] = {p->m_strData.data(), nLength};
+        nBytes += nLength;
+        return true;
+    };
+    for (CWriteEvent* p = this; p && p->IsAppendTo(m_pAsyncFileOp.Get()) && add(p);)
+        p = dynamic_cast<CWriteEvent*>(p->GetFollowing());
+    if (nCount < 2) return;
+    const tagAppended aDone = m_pAsyncFileOp->AppendBlocks_i(aBlocks, nCount);
+    for (std::size_t i = 0; i < aDone.nBlocks; ++i) aEvents[i]->m_result = CACHE_OK;
+    if (aDone.lResult != CACHE_OK) aEvents[aDone.nBlocks]->m_result = aDone.lResult;
 }
 
 CmInt32 CSyncFileEvent::OnEventFire() {

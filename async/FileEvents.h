@@ -48,6 +48,10 @@ class CReadEvent final : public ICmEvent {
 };
 
 /// A write. Its bytes count as pending while it exists. It returns its memory to CBlockStore.
+///
+/// When an append runs, it also writes the bytes of the appends to the same file that run directly
+/// after it, because one system call for several blocks takes less time. These events store their
+/// results, and run later as if they had written the bytes themselves.
 class CWriteEvent final : public ICmEvent {
  public:
     CWriteEvent(CFileThreadProxy* pAsyncFileOp, CmUint32 dwOffset, CCmString strData,
@@ -56,6 +60,9 @@ class CWriteEvent final : public ICmEvent {
     CmInt32 OnEventFire() override;
 
  private:
+    bool IsAppendTo(const CFileThreadProxy* pFile) const;
+    void AppendWithFollowing();
+
     const CRefPtr<CFileThreadProxy> m_pAsyncFileOp;
     const CmUint32 m_dwFileOffset;
     const CPendingBytes
@@ -64,6 +71,7 @@ class CWriteEvent final : public ICmEvent {
     const CRefPtr<CFileLedger> m_pLedger;      // null if the file has none
     const CRefPtr<CSpaceWatch> m_pSpaceWatch;  // null if nothing is watched
     bool m_bFired = false;
+    std::optional<CmInt32> m_result;  // if an earlier append has written the bytes
 };
 
 /// Syncs the file and reports the result for the handle. If the handle is 0, reports only a

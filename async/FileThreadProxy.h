@@ -81,6 +81,8 @@ class CFileThreadProxy final : public IFileOperation {
     CmInt32 Open_i(const CCmString& strPath, int bWrite, const CmPlace& aPlace);
     CmInt32 Close_i();
     CmInt32 WriteData_i(const CCmString& strData, CmUint32 dwOffset);
+    /// AppendBlocks of the next link. Tries no block if the file is not usable.
+    tagAppended AppendBlocks_i(const CmFile::tagBlock* pBlocks, std::size_t nCount);
 
     /// Owns lpBuffer and delivers it to the receiver, with no bytes if the read failed.
     CmInt32 ReadData_i(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,

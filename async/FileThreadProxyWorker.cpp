@@ -46,6 +46,17 @@ CmInt32 CFileThreadProxy::WriteData_i(const CCmString& strData, CmUint32 dwOffse
     return Bracketed([&] { return m_pFileOp->WriteData(strData, dwOffset); });
 }
 
+tagAppended CFileThreadProxy::AppendBlocks_i(const CmFile::tagBlock* pBlocks, std::size_t nCount) {
+    tagAppended aDone;
+    if (!m_pFileOp || !IsUsable()) return aDone;
+    ReportSyncs();
+    Bracketed([&] {
+        aDone = m_pFileOp->AppendBlocks(pBlocks, nCount);
+        return aDone.lResult;
+    });
+    return aDone;
+}
+
 /// An earlier sync on the sync thread may have failed. The system reports that failure only once,
 /// so this sync succeeds although bytes written before it are lost. A host that waits for the
 /// result (dwHandle is not 0) therefore gets the code of the earlier failure.

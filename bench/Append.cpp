@@ -31,18 +31,25 @@ std::vector<std::string> Paths(const tagBench& aBench, std::size_t nFiles) {
 class CRun {
  public:
     CRun(const tagBench& aBench, const tagAppends& aAppends, const MakeAppender& aMake)
-        : m_vecPaths(Paths(aBench, aAppends.nFiles)),
+        : m_nFirst(aAppends.nFirst),
+          m_vecPaths(Paths(aBench, aAppends.nFiles)),
           m_strPiece(aAppends.nPiece, 'x'),
           m_pAppender(aMake(m_vecPaths)) {}
     ~CRun() {
         for (const std::string& strPath : m_vecPaths) ::unlink(strPath.c_str());
     }
     void Append(std::size_t i) {
-        m_pAppender->Append(i % m_vecPaths.size(), m_strPiece.data(), m_strPiece.size());
+        m_pAppender->Append(FileOf(i), m_strPiece.data(), m_strPiece.size());
     }
     void Finish() { m_pAppender->Finish(); }
 
  private:
+    std::size_t FileOf(std::size_t i) const {
+        if (m_nFirst == 0) return i % m_vecPaths.size();
+        return i % (m_nFirst + 1) < m_nFirst ? 0 : 1 + i / (m_nFirst + 1) % (m_vecPaths.size() - 1);
+    }
+
+    const std::size_t m_nFirst;
     const std::vector<std::string> m_vecPaths;
     const std::string m_strPiece;
     const std::unique_ptr<IAppender> m_pAppender;
@@ -153,6 +160,12 @@ void AddAppends(tagBench& aBench) {
           tagAppenderKind{c_szRoom, Library({true, c_qwSmallLimit})},
           tagAppenderKind{c_szPolled, Library({true, c_qwSmallLimit, false})}})
         add("append, burst", aKind, aSmall, RunBurst);
+    const tagAppends aOne{1, c_nPiece, aBench.Amount(200'000)};
+    const tagAppends aDominant{4, c_nPiece, aBench.Amount(200'000), 15};
+    for (const tagAppenderKind& aKind : AllKinds()) {
+        add("append, burst, one file", aKind, aOne, RunBurst);
+        add("append, burst, mostly one of four files", aKind, aDominant, RunBurst);
+    }
     for (const tagAppenderKind& aKind : AllKinds())
         add("append 64 KiB, paced", aKind, aLarge, RunFast);
     add("append 64 KiB, paced", {"write", MakeDirect}, aLarge, RunFast);
@@ -183,6 +196,11 @@ void AddAppends(tagBench& aBench) {
           "append, burst", lpAsync, 1.15},
          {"asynchronous append, burst, woken when there is room", "an append", "append, burst",
           c_szRoom, "append, burst", c_szPolled, 0.5},
+         {"asynchronous append, burst, one file", "an append", "append, burst, one file", lpAsync,
+          "append, burst, one file", "write, gathered", 0.75},
+         {"asynchronous append, burst, mostly one file", "an append",
+          "append, burst, mostly one of four files", lpAsync,
+          "append, burst, mostly one of four files", "write, gathered", 0.8},
          {"synchronous append, burst", "an append", "append, burst", lpSync, "append, burst",
           "write, gathered", 1.1},
          {"asynchronous append of 64 KiB, paced, mean", "mean", "append 64 KiB, paced", lpAsync,

@@ -26,6 +26,7 @@ struct tagAppends {
     std::size_t nFiles;
     std::size_t nPiece;
     std::size_t nCount;
+    std::size_t nFirst = 0;  // this many appends in a row go to the first file, then one to another
 };
 
 using MakeAppender =

@@ -12,12 +12,23 @@ class CPendingCount;
 class ICmEvent;
 class IFileOpStatus;
 
+namespace CmFile {
+struct tagBlock;
+}
+
 /// The threads of an asynchronous file: the one that runs its operations, and the one that receives
 /// its results. Both are null for a synchronous file. They are valid while the link exists that
 /// returned them.
 struct tagFileThreads {
     ACmThread* pWorker = nullptr;
     ACmThread* pCaller = nullptr;
+};
+
+/// What AppendBlocks has done: the number of blocks that were written, and the code of the block
+/// after them, or 0 if that block was not tried.
+struct tagAppended {
+    std::size_t nBlocks = 0;
+    CmInt32 lResult = CACHE_OK;
 };
 
 /// A link of a chain of objects that together operate on one file.
@@ -111,6 +122,13 @@ class IFileOperation : public CCmReferenceControlT<CCmMutexThread> {
     /// Sets qwBytes to the free space of the file's file system. Thread and failures as for
     /// GetSize.
     virtual CmInt32 GetFreeSpace(std::uint64_t& /*qwBytes*/) { return CACHE_ERR_FAILED; }
+
+    /// Appends as many of the blocks, from the first on, as one call of the system writes. For each
+    /// block that was tried, the effects are those of WriteBytes. nCount is at most
+    /// CmFile::c_nMaxBlocks, and no block is empty. A link that cannot do this tries no block.
+    virtual tagAppended AppendBlocks(const CmFile::tagBlock* /*pBlocks*/, std::size_t /*nCount*/) {
+        return {};
+    }
 };
 
 /// Creates the links of a chain. Each operation is defined beside the class that it creates. One

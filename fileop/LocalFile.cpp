@@ -117,30 +117,56 @@ CmInt32 CLocalFile::GiveData(CCmString&& strData, CmUint32 dwOffset) {
     return Write(strData.data(), strData.size(), dwOffset);
 }
 
-/// Writes all bytes to the system. All operations that write call this function.
 CmInt32 CLocalFile::Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
+    const CmFile::tagBlock aBlock{lpData, nLength};
+    return WriteBlocks(&aBlock, 1, dwOffset).lResult;
+}
+
+tagAppended CLocalFile::AppendBlocks(const CmFile::tagBlock* pBlocks, std::size_t nCount) {
+    return WriteBlocks(pBlocks, nCount, CCacheFileManager::GetMaxDword());
+}
+
+/// Checks the state of the file, and moves to the position of a write.
+CmInt32 CLocalFile::PrepareWrite(CmUint32 dwOffset, std::int64_t& nBegin) {
     CM_CHECK(m_hFD, "m_hFD", CACHE_ERR_NOT_OPEN);
     if (!m_bWrite) return CACHE_ERR_INVALID_STATE;
     if (CSyncThread::IsOn() && !HasSyncRecord({})) return CACHE_ERR_OUT_OF_MEMORY;
-    std::int64_t nBegin = 0;
-    const CmInt32 lResult = SeekForWrite(dwOffset, nBegin);
-    if (lResult != CACHE_OK) return lResult;
+    return SeekForWrite(dwOffset, nBegin);
+}
+
+/// Writes blocks to the system. All operations that write call this function. A block of which only
+/// a part could be written has failed, and so has the first one if nothing could be written.
+tagAppended CLocalFile::WriteBlocks(const CmFile::tagBlock* pBlocks, std::size_t nCount,
+                                    CmUint32 dwOffset) {
+    std::int64_t nEnd = 0;  // of the blocks that were written
+    tagAppended aDone;
+    aDone.lResult = PrepareWrite(dwOffset, nEnd);
+    if (aDone.lResult != CACHE_OK) return aDone;
     const CmUint32 dwFailures = m_pSync ? m_pSync->BeginWrite() : 0;
-    if (CmFile::Write(m_hFD, lpData, nLength) < nLength) {
-        const int nErrno = errno;
-        TraceError("CLocalFile::WriteData->Write data error=", nErrno, " m_hFD=", m_hFD,
-                   " this=", this);
-        if (dwOffset == CCacheFileManager::GetMaxDword()) UndoAppend(nBegin);
-        return SystemErrorToResult(nErrno, FileAction::Write);
+    std::size_t nWritten = CmFile::WriteBlocks(m_hFD, pBlocks, nCount);
+    const int nErrno = errno;
+    for (; aDone.nBlocks < nCount && nWritten >= pBlocks->nLength; ++aDone.nBlocks, ++pBlocks) {
+        m_pLedger->Written(static_cast<std::uint64_t>(nEnd), pBlocks->nLength, dwOffset);
+        AddWritten(nEnd, pBlocks->nLength, dwFailures);
+        nEnd += static_cast<std::int64_t>(pBlocks->nLength);
+        nWritten -= pBlocks->nLength;
     }
-    CmFile::Flush(m_hFD);
-    const std::uint64_t qwBegin = static_cast<std::uint64_t>(nBegin);
-    m_pLedger->Written(qwBegin, nLength, dwOffset);
+    if (aDone.nBlocks > 0) CmFile::Flush(m_hFD);
+    if (aDone.nBlocks > 0 && nWritten == 0) return aDone;
+    TraceError("CLocalFile::WriteData->Write data error=", nErrno, " m_hFD=", m_hFD,
+               " this=", this);
+    if (dwOffset == CCacheFileManager::GetMaxDword()) UndoAppend(nEnd);
+    aDone.lResult = SystemErrorToResult(nErrno, FileAction::Write);
+    return aDone;
+}
+
+/// The written bytes are not on the disk yet.
+void CLocalFile::AddWritten(std::int64_t nBegin, std::size_t nLength, CmUint32 dwFailures) {
+    const auto qwBegin = static_cast<std::uint64_t>(nBegin);
     if (m_pSync)
         m_pSync->Written(qwBegin, nLength, dwFailures);
     else
         m_written.Add(qwBegin, nLength);
-    return CACHE_OK;
 }
 
 void CLocalFile::UndoAppend(std::int64_t nBegin) {

@@ -42,12 +42,16 @@ class CLocalFile final : public IFileOperation {
     /// Without this call an Open for writing creates the ledger.
     bool CreateLedger() override;
     CmInt32 GetFreeSpace(std::uint64_t& qwBytes) override;
+    tagAppended AppendBlocks(const CmFile::tagBlock* pBlocks, std::size_t nCount) override;
 
  private:
     CmInt32 OpenStream(const CmPlace& aPlace);
     bool HasSyncRecord(const CmPlace& aPlace);
     CmInt32 Write(const char* lpData, std::size_t nLength, CmUint32 dwOffset);
+    CmInt32 PrepareWrite(CmUint32 dwOffset, std::int64_t& nBegin);
     CmInt32 SeekForWrite(CmUint32 dwOffset, std::int64_t& nBegin);
+    tagAppended WriteBlocks(const CmFile::tagBlock* pBlocks, std::size_t nCount, CmUint32 dwOffset);
+    void AddWritten(std::int64_t nBegin, std::size_t nLength, CmUint32 dwFailures);
     void UndoAppend(std::int64_t nBegin);
 
     CCmString m_strFilePath;

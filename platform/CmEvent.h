@@ -41,6 +41,11 @@ class ICmEvent {
     Urgency GetUrgency() const { return m_urgency; }
     Kind GetKind() const { return m_kind; }
 
+ protected:
+    /// The event that fires after this one, or null if it is not known yet. Valid on the queue's
+    /// thread from the start of OnEventFire until that runs the queue again.
+    ICmEvent* GetFollowing() const { return m_pNext; }
+
  private:
     friend class CCmEventList;
     friend class CCmEventQueue;

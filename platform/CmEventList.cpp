@@ -14,8 +14,7 @@ ICmEvent* CCmEventList::PopFront() {
     if (!pEvent) return nullptr;
     m_pFirst = pEvent->m_pNext;
     if (!m_pFirst) m_pLast = nullptr;
-    pEvent->m_pNext = nullptr;
-    return pEvent;
+    return pEvent;  // which still refers to the next one (ICmEvent::GetFollowing)
 }
 
 void CCmEventList::TakeAll(CCmEventList& aOther) {

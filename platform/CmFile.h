@@ -46,6 +46,22 @@ int Seek(std::FILE* pStream, std::int64_t nPosition);
 /// Returns how many bytes were written. A short count without a reason means no space left (28).
 std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength);
 
+/// Bytes that the caller owns.
+struct tagBlock {
+    const char* lpData;
+    std::size_t nLength;
+};
+
+/// The largest number of blocks that WriteBlocks takes.
+constexpr std::size_t c_nMaxBlocks = 16;
+
+/// Writes the first block, and with the same system call as many of the following ones as the
+/// system takes; none of the blocks is empty. If the system takes a part of a block, the rest of
+/// this block is written too, and later blocks are not. Returns how many bytes were written. If
+/// they end inside a block, or there are none, the write of that block failed, as in Write. Systems
+/// without such a call write the first block only.
+std::size_t WriteBlocks(std::FILE* pStream, const tagBlock* pBlocks, std::size_t nCount);
+
 /// Undoes a failed write that has written a part of its bytes: truncates the file to nSize, where
 /// the write began, if it is a regular file that still ends where the write stopped. Returns 0 if
 /// the file was truncated or no byte was written, otherwise -1; errno is 0 if the file is not such

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -225,6 +226,22 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
                        return nPart;
                    })
         .dwDone;
+}
+
+std::size_t WriteBlocks(std::FILE* pStream, const tagBlock* pBlocks, std::size_t nCount) {
+    if (nCount == 1) return Write(pStream, pBlocks->lpData, pBlocks->nLength);
+    iovec aVectors[c_nMaxBlocks];
+    for (std::size_t i = 0; i < nCount; ++i)
+        aVectors[i] = {const_cast<char*>(pBlocks[i].lpData), pBlocks[i].nLength};
+    errno = 0;
+    const ssize_t nWritten =
+        Repeated([&] { return ::writev(::fileno(pStream), aVectors, static_cast<int>(nCount)); });
+    if (nWritten == 0) errno = ENOSPC;
+    std::size_t nRest = nWritten > 0 ? static_cast<std::size_t>(nWritten) : 0;
+    const std::size_t nAll = nRest;
+    for (; nRest > 0 && nRest >= pBlocks->nLength; ++pBlocks) nRest -= pBlocks->nLength;
+    if (nRest == 0) return nAll;
+    return nAll + Write(pStream, pBlocks->lpData + nRest, pBlocks->nLength - nRest);
 }
 
 int CutBack(std::FILE* pStream, std::int64_t nSize) {

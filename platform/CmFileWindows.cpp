@@ -215,6 +215,10 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
     return dwWritten;
 }
 
+std::size_t WriteBlocks(std::FILE* pStream, const tagBlock* pBlocks, std::size_t /*nCount*/) {
+    return Write(pStream, pBlocks->lpData, pBlocks->nLength);
+}
+
 int CutBack(std::FILE* pStream, std::int64_t nSize) {
     errno = 0;
     const int nFile = ::_fileno(pStream);

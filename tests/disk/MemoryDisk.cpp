@@ -201,6 +201,16 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
     return dwDone;
 }
 
+std::size_t WriteBlocks(std::FILE* pStream, const tagBlock* pBlocks, std::size_t nCount) {
+    std::size_t nAll = 0;
+    for (std::size_t i = 0; i < nCount; ++i) {
+        const std::size_t nDone = Write(pStream, pBlocks[i].lpData, pBlocks[i].nLength);
+        nAll += nDone;
+        if (nDone < pBlocks[i].nLength) break;
+    }
+    return nAll;
+}
+
 int CutBack(std::FILE* pStream, std::int64_t nSize) {
     const auto qwSize = static_cast<std::uint64_t>(nSize);
     tagStream& aStream = Of(pStream);

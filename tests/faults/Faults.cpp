@@ -3,14 +3,18 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <numeric>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -29,6 +33,7 @@ std::atomic<std::uint64_t> s_qwFreeSpace{0};
 
 std::atomic<int> s_nCalls{0};
 std::atomic<int> s_nFailures{0};
+std::atomic<int> s_nWrites{0};
 std::function<void()> s_beforeFailure;
 std::atomic<bool> s_bOwed{false};  // half of a transfer was done, and the next call must fail
 
@@ -60,6 +65,11 @@ ssize_t Transferred(Faults::Call aCall, std::size_t nCount, Transfer aTransfer) 
     return aCall == Faults::Call_write && nErrno == 0 ? 0 : -1;
 }
 
+void BeforeWrite() {
+    ++s_nWrites;
+    std::this_thread::sleep_for(s_aWriteDelay.load());
+}
+
 }  // namespace
 
 namespace Faults {
@@ -72,6 +82,8 @@ const char* NameOf(Call aCall) {
     };
     return s_aNames[aCall];
 }
+
+int TakeWrites() { return s_nWrites.exchange(0); }
 
 void Arm(Call aCall, int nNth, bool bForEver, int nErrno) {
     s_aCall = aCall;
@@ -177,9 +189,23 @@ int __wrap_openat(int nDirectory, const char* lpPath, int nFlags, ...) {
 ssize_t __real_write(int nFile, const void* lp, std::size_t nCount);
 ssize_t __wrap_write(int nFile, const void* lp, std::size_t nCount) {
     if (nCount == 1) return __real_write(nFile, lp, nCount);  // a wake-up, not file data
-    std::this_thread::sleep_for(s_aWriteDelay.load());
+    BeforeWrite();
     return Transferred(Faults::Call_write, nCount,
                        [&](std::size_t nPart) { return __real_write(nFile, lp, nPart); });
+}
+
+/// Counts as a write.
+ssize_t __real_writev(int nFile, const struct iovec* lp, int nCount);
+ssize_t __wrap_writev(int nFile, const struct iovec* lp, int nCount) {
+    BeforeWrite();
+    std::vector<iovec> vecBlocks(lp, lp + nCount);
+    const std::size_t nAll =
+        std::accumulate(vecBlocks.begin(), vecBlocks.end(), std::size_t{0},
+                        [](std::size_t n, const iovec& aBlock) { return n + aBlock.iov_len; });
+    return Transferred(Faults::Call_write, nAll, [&](std::size_t nPart) {
+        for (iovec& aBlock : vecBlocks) nPart -= aBlock.iov_len = std::min(aBlock.iov_len, nPart);
+        return __real_writev(nFile, vecBlocks.data(), nCount);
+    });
 }
 
 ssize_t __real_read(int nFile, void* lp, std::size_t nCount);

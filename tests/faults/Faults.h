@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <functional>
 
-/// Makes system calls of the library fail. The linker replaces these calls (--wrap). A write or
-/// read that must fail transfers half of its bytes, and the next one fails; a write without an
-/// error (errno 0) returns 0 then.
+/// Makes system calls of the library fail, and counts its writes. The linker replaces these calls
+/// (--wrap). A write or read that must fail transfers half of its bytes, and the next one fails; a
+/// write without an error (errno 0) returns 0 then.
 namespace Faults {
 
 /// X(function, return value on failure)
@@ -36,6 +36,9 @@ enum Call {
 };
 
 const char* NameOf(Call aCall);
+
+/// Returns how many writes of file data there were since the last call of this.
+int TakeWrites();
 
 /// Makes the nNth of these calls fail, counted from now, or also all later ones.
 void Arm(Call aCall, int nNth, bool bForEver, int nErrno);
