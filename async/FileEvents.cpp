@@ -104,9 +104,7 @@ CmInt32 CWriteEvent::OnEventFire() {
     CM_CHECK(m_pAsyncFileOp, "m_pAsyncFileOp.Get( )", CACHE_ERR_INVALID_STATE);
     m_bFired = true;
     if (m_pSpaceWatch) m_pAsyncFileOp->CheckSpace(*m_pSpaceWatch);
-    if (!m_result) AppendWithFollowing();
-    const CmInt32 lResult =
-        m_result ? *m_result : m_pAsyncFileOp->WriteData_i(m_strData, m_dwFileOffset);
+    const CmInt32 lResult = Write();
     if (lResult == CACHE_OK) return lResult;
     // The call that passed the bytes has returned 0 already, so the failure is counted here.
     if (m_pLedger)
@@ -121,6 +119,12 @@ CmInt32 CWriteEvent::OnEventFire() {
 bool CWriteEvent::IsAppendTo(const CFileThreadProxy* pFile) const {
     return m_pAsyncFileOp.Get() == pFile && m_dwFileOffset == CCacheFileManager::GetMaxDword() &&
            !m_strData.empty();
+}
+
+CmInt32 CWriteEvent::Write() {
+    if (m_result) return m_pAsyncFileOp->WriteData_i(*m_result);
+    AppendWithFollowing();
+    return m_result ? *m_result : m_pAsyncFileOp->WriteData_i(m_strData, m_dwFileOffset);
 }
 
 /// Appends the bytes together with those of the following events, if there are any that append to

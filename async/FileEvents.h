@@ -1,8 +1,10 @@
 #pragma once
 
+#include <new>
 #include <optional>
 
 #include "async/FileThreadProxy.h"
+#include "async/RequestMemory.h"
 #include "core/PendingBytes.h"
 #include "fileop/FileLedger.h"
 #include "fileop/SpaceWatch.h"
@@ -47,7 +49,8 @@ class CReadEvent final : public ICmEvent {
     const tagDataInfo m_DataInfo;
 };
 
-/// A write. Its bytes count as pending while it exists. It returns its memory to CBlockStore.
+/// A write. Its bytes count as pending while it exists. It returns the memory of its bytes to
+/// CBlockStore.
 ///
 /// When an append runs, it also writes the bytes of the appends to the same file that run directly
 /// after it, because one system call for several blocks takes less time. These events store their
@@ -59,8 +62,17 @@ class CWriteEvent final : public ICmEvent {
     ~CWriteEvent() override;
     CmInt32 OnEventFire() override;
 
+    static void* operator new(std::size_t nSize, const std::nothrow_t&) noexcept {
+        return CRequestMemory::Take(nSize);
+    }
+    static void operator delete(void* lpMemory, const std::nothrow_t&) noexcept {
+        CRequestMemory::Give(lpMemory);
+    }
+    static void operator delete(void* lpMemory) noexcept { CRequestMemory::Give(lpMemory); }
+
  private:
     bool IsAppendTo(const CFileThreadProxy* pFile) const;
+    CmInt32 Write();
     void AppendWithFollowing();
 
     const CRefPtr<CFileThreadProxy> m_pAsyncFileOp;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "async/RequestMemory.h"
 #include "async/Shutdown.h"
 #include "fileop/BlockStore.h"
 #include "fileop/SyncThread.h"
@@ -39,7 +40,9 @@ void CFileThreadManager::RegisterExitHandlers() {
     CBlockStore::Instance();  // registers its exit handler
     CSyncThread::RegisterExitHandler();
     static const bool s_bRegistered = CmRegisterExitHandler([] {
-        if (!CmIsForkedChild()) Instance()->TakePrimaryNFSThread();
+        if (CmIsForkedChild()) return;
+        Instance()->TakePrimaryNFSThread();
+        CRequestMemory::Clear();
     });
     (void)s_bRegistered;
 }
@@ -80,6 +83,7 @@ CmInt32 CFileThreadManager::Shutdown() {
         CCmCallerThread::RunPending(&dwRun);
     } while (dwRun > 0);
     CBlockStore::Instance().Clear();
+    CRequestMemory::Clear();
     return CACHE_OK;
 }
 

@@ -83,6 +83,8 @@ class CFileThreadProxy final : public IFileOperation {
     CmInt32 WriteData_i(const CCmString& strData, CmUint32 dwOffset);
     /// AppendBlocks of the next link. Tries no block if the file is not usable.
     tagAppended AppendBlocks_i(const CmFile::tagBlock* pBlocks, std::size_t nCount);
+    /// For a write that was done together with an earlier one: returns its result.
+    CmInt32 WriteData_i(CmInt32 lResult);
 
     /// Owns lpBuffer and delivers it to the receiver, with no bytes if the read failed.
     CmInt32 ReadData_i(const tagDataInfo& aDataInfo, unsigned char* lpBuffer, CmUint32 dwOffset,

@@ -57,6 +57,10 @@ tagAppended CFileThreadProxy::AppendBlocks_i(const CmFile::tagBlock* pBlocks, st
     return aDone;
 }
 
+CmInt32 CFileThreadProxy::WriteData_i(CmInt32 lResult) {
+    return Bracketed([&] { return lResult; });
+}
+
 /// An earlier sync on the sync thread may have failed. The system reports that failure only once,
 /// so this sync succeeds although bytes written before it are lost. A host that waits for the
 /// result (dwHandle is not 0) therefore gets the code of the earlier failure.

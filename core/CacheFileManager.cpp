@@ -32,6 +32,7 @@ void CCacheFileManager::SetTempHomeDir(const CCmString& strDir) {
 }
 
 int CCacheFileManager::GetLinkStatusFromMap(std::uintptr_t dwHandlerKey, LinkType aLinkType) {
+    if (HasNoLinkStatus()) return 1;
     CCmMutexGuardT<CCmMutexThreadRecursive> aGuard(m_mutexLinkStatus);
     const auto it = m_mapLinkStatus.find(dwHandlerKey);
     if (it == m_mapLinkStatus.end()) return 1;

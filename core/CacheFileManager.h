@@ -178,6 +178,10 @@ class CACHEFILE_API CCacheFileManager {
         int bBackupDown;
     };
 
+    /// Saves the lock of each query. No function changes the map, so the lock is not needed; one
+    /// that adds an entry has to set an atomic that this function reads instead.
+    bool HasNoLinkStatus() const CM_NO_LOCK_ANALYSIS { return m_mapLinkStatus.empty(); }
+
     CCmString m_strTempHomeDir;
     std::map<std::uintptr_t, tagLinkStatus> m_mapLinkStatus CM_GUARDED_BY(m_mutexLinkStatus);
     CCmMutexThreadRecursive m_mutexLinkStatus;

@@ -1,19 +1,15 @@
 #include "platform/CmQueuedThread.h"
 
-#include <utility>
-
 CRefPtr<ICmEventQueue> CCmQueuedThread::GetEventQueue() {
-    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
-    return m_pQueue.Get();
+    return m_bHasQueue.load(std::memory_order_acquire) ? m_pQueue.Get() : nullptr;
 }
 
 void CCmQueuedThread::SetQueue(CCmEventQueue* pQueue) {
     pQueue->BindTo(m_dwNumber);
-    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     m_pQueue = pQueue;
+    m_bHasQueue.store(true, std::memory_order_release);
 }
 
 CRefPtr<CCmEventQueue> CCmQueuedThread::TakeQueue() {
-    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
-    return std::move(m_pQueue);
+    return m_bHasQueue.exchange(false, std::memory_order_acq_rel) ? m_pQueue : nullptr;
 }
