@@ -80,7 +80,7 @@ class CWriteEvent final : public ICmEvent {
     const CPendingBytes
         m_pending;  // before m_strData, so that the bytes count until they are freed
     CCmString m_strData;
-    const CRefPtr<CFileLedger> m_pLedger;      // null if the file has none
+    CFileLedger* const m_pLedger;  // of the file, which m_pAsyncFileOp keeps; null if it has none
     const CRefPtr<CSpaceWatch> m_pSpaceWatch;  // null if nothing is watched
     bool m_bFired = false;
     std::optional<CmInt32> m_result;  // if an earlier append has written the bytes

@@ -37,7 +37,14 @@ CmInt32 CBufferDecorate::WriteData(const CCmString& strData, CmUint32 dwOffset) 
     return Write(strData.data(), strData.size(), dwOffset);
 }
 
+/// Most appends only add to the gathered bytes, and need none of the other checks.
 CmInt32 CBufferDecorate::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
+    if (dwOffset == CCacheFileManager::GetMaxDword() && nLength < m_dwBufferSize &&
+        m_strBuffer.size() + nLength < m_dwBufferSize && m_strBuffer.capacity() >= m_dwBufferSize &&
+        m_age.IsUnused() && m_pFile) {
+        m_strBuffer.append(lpData, nLength);
+        return CACHE_OK;
+    }
     return Write(lpData, nLength, dwOffset);
 }
 

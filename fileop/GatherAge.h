@@ -21,6 +21,9 @@ class CGatherAge {
 
     static bool IsOn() { return s_dwAge.load(std::memory_order_relaxed) != 0; }
 
+    /// Whether no age is set and the file is in no list, so that nothing needs to be called.
+    bool IsUnused() const { return !m_pList && !IsOn(); }
+
     /// Called before the buffer is used. If the file is in the list of another thread, it is
     /// removed from it, so that the other thread does not flush the file.
     void BeforeUse() {

@@ -24,7 +24,13 @@ CmUint32 COpenFiles::Add(const CRefPtr<IFileOperation>& pFile) {
     return dwHandle;
 }
 
+/// Handles are usually consecutive, so the distance from the first one is tried as the position
+/// before the search.
 IFileOperation* COpenFiles::Find(CmUint32 dwHandle) const {
+    if (m_vecFiles.empty()) return nullptr;
+    const CmUint32 dwGuess = dwHandle - m_vecFiles.front().GetHandle();
+    if (dwGuess < m_vecFiles.size() && m_vecFiles[dwGuess].GetHandle() == dwHandle)
+        return m_vecFiles[dwGuess].pFile.Get();
     const Position it = FirstFrom(dwHandle);
     return IsAt(it, dwHandle) ? it->pFile.Get() : nullptr;
 }

@@ -35,6 +35,21 @@ IFileOperation* FindFile(std::vector<tagOpenFile>& vecFiles, CmUint32 dwHandle, 
     return pFile;
 }
 
+/// Returns whether a write may be passed on, before any of its bytes is taken, so that the host can
+/// repeat the same call.
+CmInt32 CheckWrite(IFileOperation& aFile, CmUint32 dwLength, CmUint32 dwOffset,
+                   CPendingCount* pPending, const CWriteFileHandler* pHandler) {
+    CmInt32 lResult = CFileLedger::TakeSyncFailureOf(aFile);
+    if (lResult != CACHE_OK) {
+        TraceError("CWriteFileHandler::WriteData->Sync error=", lResult, " this=", pHandler);
+        return lResult;
+    }
+    if (CPendingBytes::HasLimit(pPending))
+        lResult = CPendingBytes::CheckRoom(aFile.BytesToQueue(dwLength, dwOffset), pPending);
+    if (lResult != CACHE_OK) CGatherAge::FlushAged();
+    return lResult;
+}
+
 }  // namespace
 
 CWriteFileHandler* CCacheFileManager::CreateWriteFileHandler(CmUint32 dwRecordID, int bAsync) {
@@ -108,25 +123,19 @@ CmInt32 CWriteFileHandler::WriteData(CmUint32 dwHandle, const unsigned char* lpD
     IFileOperation* const pFile =
         FindFile(m_vecWriteFiles, dwHandle, "CWriteFileHandler::WriteData->Bad file handle", this);
     if (!pFile) return CACHE_ERR_INVALID_STATE;
-    CmInt32 lResult = CFileLedger::TakeSyncFailureOf(*pFile);
-    if (lResult != CACHE_OK) {
-        TraceError("CWriteFileHandler::WriteData->Sync error=", lResult, " this=", this);
-        return lResult;
-    }
-    // Checked before any byte is taken, so that the host can repeat the same call.
-    if (CPendingBytes::HasLimit(m_pPending.Get()))
-        lResult =
-            CPendingBytes::CheckRoom(pFile->BytesToQueue(dwLength, dwOffset), m_pPending.Get());
-    if (lResult != CACHE_OK) {
-        CGatherAge::FlushAged();
-        return lResult;
+    CmInt32 lResult = CACHE_OK;
+    if (CFileLedger::HasSyncFailure() || CPendingBytes::HasLimit(m_pPending.Get())) {
+        lResult = CheckWrite(*pFile, dwLength, dwOffset, m_pPending.Get(), this);
+        if (lResult != CACHE_OK) return lResult;
     }
     lResult = pFile->WriteBytes(reinterpret_cast<const char*>(lpData), dwLength, dwOffset);
     if (lResult != CACHE_OK)
         TraceError("CWriteFileHandler::WriteData->Write Data error=", lResult, " this=", this);
-    std::uint64_t qwFree = 0;
-    const bool bLow = m_pSpaceWatch && !m_bAsync && m_pSpaceWatch->HasFallen(*pFile, qwFree);
-    if (bLow) OnLowSpace(qwFree);  // last, because the callback may destroy this handler
+    if (m_pSpaceWatch && !m_bAsync) {
+        std::uint64_t qwFree = 0;
+        const bool bLow = m_pSpaceWatch->HasFallen(*pFile, qwFree);
+        if (bLow) OnLowSpace(qwFree);  // last, because the callback may destroy this handler
+    }
     return lResult;
 }
 
