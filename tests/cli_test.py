@@ -70,10 +70,10 @@ class Cli(unittest.TestCase):
             options.setdefault(stream, subprocess.PIPE)
         return subprocess.Popen([*EMULATOR, PROGRAM, *arguments], cwd=self.directory, **options)
 
-    def run_tool(self, exit_code, *arguments, input=b"", **options):
+    def run_tool(self, exit_code, *arguments, input=b"", timeout=100, **options):
         """Runs the program to its end and returns (standard output, standard error)."""
         process = self.start(*arguments, **options)
-        output, error = process.communicate(input, timeout=100)
+        output, error = process.communicate(input, timeout)
         self.assertEqual(process.returncode, exit_code, (arguments, output, error))
         return output, error.decode()
 
@@ -522,7 +522,8 @@ class Show(Cli):
             file.write(struct.pack("<HHIIIIIII", 262, 0, 0, 0, 0, 24 + 32 * count, 0, 0, 0) * count)
         options = {} if SANITIZED else {"preexec_fn": limit}
         for arguments in ([], ["--json"]):
-            self.run_tool(DONE, "info", "big", *arguments, stdout=subprocess.DEVNULL, **options)
+            # Takes seconds; but without optimisation and on a busy machine, minutes.
+            self.run_tool(DONE, "info", "big", *arguments, stdout=subprocess.DEVNULL, timeout=1000, **options)
 
     def test_map(self):
         self.make("good", container([(256, 1, b"a" * 1000), (257, 1, b"b" * 1000)], header={8: 2588}))
