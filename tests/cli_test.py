@@ -855,6 +855,8 @@ class Recover(Cli):
                 ("whole", good, DONE, ("verified", "index", THREE[0][2])),
                 ("entry lost", good[:24] + bytes(32) + good[56:], DONE,
                  ("verified", "checksum", THREE[0][2])),
+                ("two entries lost", good[:24] + bytes(64) + good[88:], DONE,
+                 ("verified", "checksum", THREE[0][2])),
                 ("wrong name", container([(256, 2, THREE[0][2]), *THREE[1:]]), DONE,
                  ("verified", "checksum", THREE[0][2])),
                 ("byte", good[:130] + b"b" + good[131:], DAMAGE,
