@@ -10,6 +10,7 @@ import fcntl
 import itertools
 import json
 import os
+import pty
 import re
 import resource
 import select
@@ -178,6 +179,55 @@ class Usage(Cli):
             output = subprocess.run(["bash", "-c", script], cwd=self.directory,
                                     stdout=subprocess.PIPE, check=True).stdout.decode()
             self.assertEqual(sorted(output.splitlines()), sorted(wanted), words)
+
+    def in_zsh(self, line):
+        """Types the line and a tab into a shell on a terminal, and returns the line after that."""
+        process, terminal = pty.fork()
+        if process == 0:
+            os.chdir(self.directory)
+            os.environ.update(PATH=os.path.dirname(PROGRAM) + ":" + os.environ["PATH"], TERM="dumb")
+            os.execvp("zsh", ["zsh", "-f", "-i"])
+        try:
+            os.write(terminal, b"stty -echo; fpath=($PWD $fpath); autoload -Uz compinit; compinit -u -D; "
+                     b"show() { print -r \"<$BUFFER>\" }; zle -N show; bindkey ^X show; print rea'dy'\n")
+            self.read_until(terminal, rb"ready")
+            os.write(terminal, line.encode() + b"\t\x18")
+            return self.read_until(terminal, rb"<(.*)>").decode()
+        finally:
+            os.close(terminal)
+            os.waitpid(process, 0)
+
+    def read_until(self, terminal, pattern):
+        text = b""
+        while not re.search(pattern, text):
+            self.assertTrue(select.select([terminal], [], [], 100)[0], text)
+            text += os.read(terminal, 65536)
+        return re.search(pattern, text)[re.compile(pattern).groups]
+
+    def in_fish(self, line):
+        script = "set PATH $argv[1] $PATH; source $argv[2]; complete -C $argv[3]"
+        output = subprocess.run(["fish", "-N", "-c", script, os.path.dirname(PROGRAM),
+                                 COMPLETION[:-4] + "fish", line], cwd=self.directory,
+                                stdout=subprocess.PIPE, check=True).stdout.decode()
+        word, = [row.split("\t")[0] for row in output.splitlines()]
+        return line[:line.rindex(" ") + 1] + word
+
+    @not_on_windows("the shells start no Windows program")
+    def test_completion_in_zsh_and_fish(self):
+        shells = [(name, run) for name, run in [("zsh", self.in_zsh), ("fish", self.in_fish)]
+                  if shutil.which(name)]
+        if not shells:
+            self.skipTest("zsh or fish is needed")
+        self.make("talk", container(THREE))
+        self.make_recording()
+        shutil.copy(COMPLETION[:-4] + "zsh", self.path("_cachefile"))
+        for line, wanted in [("doc", "tor"), ("help b", "ench"), ("pack --sk", "ip-unpackable"),
+                             ("info tal", "k"), ("record 7 --on-full w", "ait"),
+                             ("play talk --stream 1:", "1001:2"), ("pack rec/7 --rename 4:", "7004:4")]:
+            for name, complete in shells:
+                with self.subTest(shell=name, line=line):
+                    line_after = complete("cachefile " + line)
+                    self.assertEqual(line_after.rstrip(), "cachefile " + line + wanted)
 
 
 class Output(Cli):
