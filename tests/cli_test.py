@@ -1,6 +1,6 @@
 """Runs the command line as a user would and checks its results, files and output.
 
-    cli_test.py PROGRAM DIRECTORY [MAN-PAGE COMPLETION] [unittest's arguments]
+    cli_test.py PROGRAM DIRECTORY [MAN-PAGES COMPLETION] [unittest's arguments]
 
 A Windows program (.exe) is run by the command in the environment variable EMULATOR.
 """
@@ -10,6 +10,7 @@ import fcntl
 import itertools
 import json
 import os
+import pty
 import re
 import resource
 import select
@@ -26,7 +27,7 @@ import xml.etree.ElementTree
 
 from containers import CONF, DAMAGED, THREE, container
 
-PROGRAM, DIRECTORY, MAN_PAGE, COMPLETION = map(os.path.abspath, sys.argv[1:5])
+PROGRAM, DIRECTORY, MAN_PAGES, COMPLETION = map(os.path.abspath, sys.argv[1:5])
 DONE, FAILED, USAGE, DAMAGE, INTERRUPTED = 0, 1, 2, 3, 130
 WINDOWS = PROGRAM.endswith(".exe")
 EMULATOR = os.environ.get("EMULATOR", "").split()
@@ -70,10 +71,10 @@ class Cli(unittest.TestCase):
             options.setdefault(stream, subprocess.PIPE)
         return subprocess.Popen([*EMULATOR, PROGRAM, *arguments], cwd=self.directory, **options)
 
-    def run_tool(self, exit_code, *arguments, input=b"", **options):
+    def run_tool(self, exit_code, *arguments, input=b"", timeout=100, **options):
         """Runs the program to its end and returns (standard output, standard error)."""
         process = self.start(*arguments, **options)
-        output, error = process.communicate(input, timeout=100)
+        output, error = process.communicate(input, timeout)
         self.assertEqual(process.returncode, exit_code, (arguments, output, error))
         return output, error.decode()
 
@@ -147,19 +148,24 @@ class Usage(Cli):
         self.assertEqual(json.loads(error)["message"], "unknown command 'fly' (see `--help`)")
         self.assertEqual(sorted(os.listdir(self.directory)), ["plain", "rec"])
 
-    def test_help_and_man_page_describe_everything(self):
-        with open(MAN_PAGE) as file:
-            man = file.read().replace("\\-", "-")
+    def test_help_and_man_pages_describe_everything(self):
+        pages = []
+        for name in sorted(os.listdir(MAN_PAGES)):
+            with open(os.path.join(MAN_PAGES, name)) as file:
+                pages.append(file.read().replace("\\-", "-"))
         self.assertRegex(self.run_tool(DONE, "--version")[0], rb"^cachefile \d+\.\d+\.\d+\n$")
-        self.assertTrue(all(name in self.run_tool(DONE, "--help")[0].decode() for name in COMMANDS))
+        self.assertTrue(all(name in self.run_tool(DONE, "help")[0].decode() for name in COMMANDS))
         for name in COMMANDS:
             text = self.run_tool(DONE, name, "--help")[0].decode()
+            self.assertEqual(self.run_tool(DONE, "help", name)[0].decode(), text)
             self.assertIn("Example:\n  ", text)
             self.assertIn("cachefile " + name, text)
-            section = re.search(r"\n\.SS .?" + name + r"\b(.*?)\n\.S[SH]", man, re.S).group(1)
-            for option in re.findall(r"(--[a-z-]+)", text.split("Options:")[1]):
-                if option != "--help":
-                    self.assertIn(option, section, name)
+            page, = [page for page in pages if "\n.B cachefile %s\n" % name in page]
+            section = re.search(r"\n\.SS " + name + r"\b(.*?)\n\.S[SH]", page, re.S)
+            options = set(re.findall(r"(--[a-z-]+)", text.split("Options:")[1])) - {"--help"}
+            self.assertLessEqual(options, set(re.findall(r"(--[a-z-]+)", section[0] if section else page)))
+            if not section:
+                self.assertEqual(set(re.findall(r"\n\.BI? (--[a-z-]+)", page)) - options, set(), name)
 
     @not_on_windows("bash starts no Windows program")
     def test_completion_runs_in_bash(self):
@@ -173,6 +179,55 @@ class Usage(Cli):
             output = subprocess.run(["bash", "-c", script], cwd=self.directory,
                                     stdout=subprocess.PIPE, check=True).stdout.decode()
             self.assertEqual(sorted(output.splitlines()), sorted(wanted), words)
+
+    def in_zsh(self, line):
+        """Types the line and a tab into a shell on a terminal, and returns the line after that."""
+        process, terminal = pty.fork()
+        if process == 0:
+            os.chdir(self.directory)
+            os.environ.update(PATH=os.path.dirname(PROGRAM) + ":" + os.environ["PATH"], TERM="dumb")
+            os.execvp("zsh", ["zsh", "-f", "-i"])
+        try:
+            os.write(terminal, b"stty -echo; fpath=($PWD $fpath); autoload -Uz compinit; compinit -u -D; "
+                     b"show() { print -r \"<$BUFFER>\" }; zle -N show; bindkey ^X show; print rea'dy'\n")
+            self.read_until(terminal, rb"ready")
+            os.write(terminal, line.encode() + b"\t\x18")
+            return self.read_until(terminal, rb"<(.*)>").decode()
+        finally:
+            os.close(terminal)
+            os.waitpid(process, 0)
+
+    def read_until(self, terminal, pattern):
+        text = b""
+        while not re.search(pattern, text):
+            self.assertTrue(select.select([terminal], [], [], 100)[0], text)
+            text += os.read(terminal, 65536)
+        return re.search(pattern, text)[re.compile(pattern).groups]
+
+    def in_fish(self, line):
+        script = "set PATH $argv[1] $PATH; source $argv[2]; complete -C $argv[3]"
+        output = subprocess.run(["fish", "-N", "-c", script, os.path.dirname(PROGRAM),
+                                 COMPLETION[:-4] + "fish", line], cwd=self.directory,
+                                stdout=subprocess.PIPE, check=True).stdout.decode()
+        word, = [row.split("\t")[0] for row in output.splitlines()]
+        return line[:line.rindex(" ") + 1] + word
+
+    @not_on_windows("the shells start no Windows program")
+    def test_completion_in_zsh_and_fish(self):
+        shells = [(name, run) for name, run in [("zsh", self.in_zsh), ("fish", self.in_fish)]
+                  if shutil.which(name)]
+        if not shells:
+            self.skipTest("zsh or fish is needed")
+        self.make("talk", container(THREE))
+        self.make_recording()
+        shutil.copy(COMPLETION[:-4] + "zsh", self.path("_cachefile"))
+        for line, wanted in [("doc", "tor"), ("help b", "ench"), ("pack --sk", "ip-unpackable"),
+                             ("info tal", "k"), ("record 7 --on-full w", "ait"),
+                             ("play talk --stream 1:", "1001:2"), ("pack rec/7 --rename 4:", "7004:4")]:
+            for name, complete in shells:
+                with self.subTest(shell=name, line=line):
+                    line_after = complete("cachefile " + line)
+                    self.assertEqual(line_after.rstrip(), "cachefile " + line + wanted)
 
 
 class Output(Cli):
@@ -517,7 +572,8 @@ class Show(Cli):
             file.write(struct.pack("<HHIIIIIII", 262, 0, 0, 0, 0, 24 + 32 * count, 0, 0, 0) * count)
         options = {} if SANITIZED else {"preexec_fn": limit}
         for arguments in ([], ["--json"]):
-            self.run_tool(DONE, "info", "big", *arguments, stdout=subprocess.DEVNULL, **options)
+            # Takes seconds; but without optimisation and on a busy machine, minutes.
+            self.run_tool(DONE, "info", "big", *arguments, stdout=subprocess.DEVNULL, timeout=1000, **options)
 
     def test_map(self):
         self.make("good", container([(256, 1, b"a" * 1000), (257, 1, b"b" * 1000)], header={8: 2588}))
@@ -848,6 +904,8 @@ class Recover(Cli):
         for name, content, exit_code, wanted in [
                 ("whole", good, DONE, ("verified", "index", THREE[0][2])),
                 ("entry lost", good[:24] + bytes(32) + good[56:], DONE,
+                 ("verified", "checksum", THREE[0][2])),
+                ("two entries lost", good[:24] + bytes(64) + good[88:], DONE,
                  ("verified", "checksum", THREE[0][2])),
                 ("wrong name", container([(256, 2, THREE[0][2]), *THREE[1:]]), DONE,
                  ("verified", "checksum", THREE[0][2])),

@@ -349,6 +349,10 @@ int RunCommandLine(int argc, char** argv) {
     AddEverything(aTool, nExit);
     std::vector<std::string> vecWords;
     for (int i = argc - 1; i > 0; --i) vecWords.push_back(AsOneWord(argv[i]));
+    if (!vecWords.empty() && vecWords.back() == "help") {  // the words are in reverse order
+        vecWords.pop_back();
+        vecWords.insert(vecWords.begin(), "--help");
+    }
     try {
         aTool.parse(std::move(vecWords));
     } catch (const CLI::CallForVersion& aVersion) {

@@ -25,7 +25,8 @@ class CDirectoryExaminer {
             Add(Finding::NotesUnusable, 0, "recording.json cannot be used: " + m_notes.strFault);
         if (aState == RecordingState::NotClosed)
             Add(Finding::NotClosed, 0,
-                "the recorder was killed: the ends of streams may be missing");
+                "the recorder was killed or could not write its notes: the ends of streams may be "
+                "missing");
         for (const tagStream& aStream : m_recording.vecStreams) ExamineFile(aStream);
         for (const std::string& strName : m_recording.vecNotFiles)
             Add(Finding::NotAFile, 0, strName + " is named like a record file, but is not a file");

@@ -96,8 +96,10 @@ int CRecordLoop::GetTimeout(bool bPaused) const {
     };
     aAtMost(m_limits.GetTimeout());
     if (bPaused) aAtMost(c_nSpaceLook);
-    // Where nobody wakes this loop, only it flushes old bytes, even while no input is ready.
-    if (m_nWake < 0 && m_options.dwFlush > 0) aAtMost(static_cast<int>(m_options.dwFlush / 10 + 1));
+    // Where nobody wakes this loop, only it flushes old bytes, even while no input is ready. Bytes
+    // wait for the flush time and one wait of the loop, together less than 1.1 flush times.
+    if (m_nWake < 0 && m_options.dwFlush > 0)
+        aAtMost(static_cast<int>(std::max<CmUint32>(m_options.dwFlush / 12, 1)));
     return nTimeout;
 }
 

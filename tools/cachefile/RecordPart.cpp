@@ -54,6 +54,7 @@ void CRecordPart::Close() {
 }
 
 bool CRecordPart::WriteNotes(const std::string& strReason) {
+    m_status.reset();  // on a full disk its file leaves its space to the notes
     m_notes->Close(strReason);
     return !m_notes->HasFailed();
 }

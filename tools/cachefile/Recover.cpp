@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/Output.h"
+#include "tools/cachefile/RecordingLock.h"
 #include "tools/cachefile/RecoveryOutput.h"
 #include "tools/cachefile/ShownNotes.h"
 #include "tools/cachefile/System.h"
@@ -12,7 +14,7 @@
 namespace {
 
 const char* FinderName(tagPiece::Finder aFinder) {
-    static const char* const s_aNames[] = {"index", "search", "checksum"};
+    static const char* const s_aNames[] = {"index", "search", "checksum", "-"};
     return s_aNames[aFinder];
 }
 
@@ -62,7 +64,8 @@ void PrintJson(const tagRecoverOptions& aOptions, const tagRecovery& aRecovery) 
                     {"bytes", Recovered(a)},
                     {"missing_bytes", a.qwMissing},
                     {"state", PieceStateName(a.aState)},
-                    {"found_by", FinderName(a.aFinder)},
+                    {"found_by",
+                     a.aFinder == tagPiece::NotFound ? Json(nullptr) : Json(FinderName(a.aFinder))},
                     {"reasons", a.vecFaults}};
     });
 }
@@ -76,11 +79,12 @@ void RequireNew(const std::filesystem::path& aPath) {
 
 /// Keeps recorders away while the record files are read. Does nothing if no recorder has locked the
 /// directory before.
-void LockAgainstRecorders(const tagRecoverOptions& aOptions, System::CFileLock& aLock) {
-    const auto aPath = System::NativePath(aOptions.strPath) / c_szRecordingLock;
+void LockAgainstRecorders(const tagRecoverOptions& aOptions,
+                          std::optional<System::CFileLock>& aLock) {
+    const std::filesystem::path aDirectory = System::NativePath(aOptions.strPath);
     std::error_code aIgnored;
-    if (!std::filesystem::exists(aPath, aIgnored)) return;
-    if (aLock.Take(aPath) == System::CFileLock::Held)
+    if (!std::filesystem::exists(aDirectory / c_szRecordingLock, aIgnored)) return;
+    if (TakeRecordingLock(aDirectory, aLock) == System::CFileLock::Held)
         throw CFailure(Printable(aOptions.strPath) + " is being recorded");
 }
 
@@ -103,7 +107,7 @@ int Recover(const tagRecoverOptions& aOptions) {
     RequireNew(aOutput);
     if (aOptions.bContainer) RequireNew(NotesOfContainer(aOutput));
     const tagRecording aRecording = LoadRecording(aOptions.strPath);
-    System::CFileLock aLock;
+    std::optional<System::CFileLock> aLock;
     if (!aRecording.IsContainer()) LockAgainstRecorders(aOptions, aLock);
     const tagNotes aNotes = tagShownNotes(aRecording).aNotes;
     const NotedStreams mapKnown =

@@ -1,6 +1,7 @@
 #include "tools/cachefile/Recovery.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 #include <tuple>
@@ -42,6 +43,7 @@ void AddMissing(tagRecovery& aRecovery, const NotedStreams& mapKnown) {
         aPiece.aDescriber = *ParseStreamName(strName);
         aPiece.qwMissing = aKnown.qwBytes.value_or(0);
         aPiece.aState = tagPiece::Missing;
+        aPiece.aFinder = tagPiece::NotFound;
         aPiece.vecFaults.push_back("it was not found");
         aRecovery.vecPieces.push_back(std::move(aPiece));
     }
@@ -83,8 +85,7 @@ class CContainerRecovery {
     tagRecovery Run() {
         m_recovery.vecLosses = m_salvage.vecLosses;
         for (std::size_t i = 0; i < m_vecTaken.size(); ++i) TakeIfVerified(i);
-        for (const auto& [strName, aKnown] : m_mapKnown)
-            if (m_mapNames.count(strName) == 0) FindByChecksum(strName, aKnown);
+        FindLostEntries();
         for (std::size_t i = 0; i < m_vecTaken.size(); ++i)
             if (!m_vecTaken[i]) TakeUnverified(m_salvage.vecStreams[i]);
         std::stable_sort(m_recovery.vecPieces.begin(), m_recovery.vecPieces.end(),
@@ -99,7 +100,9 @@ class CContainerRecovery {
                      const std::string& strChecksum);
     void TakeIfVerified(std::size_t nIndex);
     void CollectPlaces();
-    void FindByChecksum(const std::string& strName, const tagNotedStream& aKnown);
+    void FindLostEntries();
+    void FindByChecksum(const std::string& strName, const tagNotedStream& aKnown,
+                        const std::set<std::uint64_t>& setPlaces);
     void TakeUnverified(const tagSalvagedStream& aStream);
     void AddVerified(const std::string& strName, std::uint64_t qwOffset, std::uint64_t qwLength,
                      tagPiece::Finder aFinder);
@@ -117,7 +120,8 @@ class CContainerRecovery {
     std::map<std::string, unsigned> m_mapNames;  // how many pieces have a name
     std::set<std::pair<std::uint64_t, std::uint64_t>> m_setVerified;  // places and lengths
     std::set<std::tuple<std::string, std::uint64_t, std::uint64_t>> m_setUnverified;
-    std::set<std::uint64_t> m_setPlaces;  // where streams may begin
+    std::set<std::uint64_t> m_setPlaces;  // where streams may begin, and none was looked for
+    std::set<std::uint64_t> m_setTried;   // where they were
     std::size_t m_nTries = 0;             // to find a stream at a place
     std::uint64_t m_qwRead = 0;
     std::uint64_t m_qwWritten = 0;
@@ -158,6 +162,7 @@ void CContainerRecovery::AddVerified(const std::string& strName, std::uint64_t q
     aPiece.aFinder = aFinder;
     if (!IsInBudget(m_qwWritten, qwLength)) return;
     if (qwLength > 0) m_setVerified.insert({qwOffset, qwLength});
+    m_setPlaces.insert(qwOffset + qwLength);
     Add(std::move(aPiece));
 }
 
@@ -182,11 +187,25 @@ void CContainerRecovery::CollectPlaces() {
 }
 
 /// Looks where other streams begin and end, and where unused bytes begin: the name of an entry may
-/// be damaged, or the entry may be lost.
-void CContainerRecovery::FindByChecksum(const std::string& strName, const tagNotedStream& aKnown) {
+/// be damaged, or the entry may be lost. Where a stream ends that was found in this way, the next
+/// one may begin.
+void CContainerRecovery::FindLostEntries() {
+    CollectPlaces();
+    while (!m_setPlaces.empty()) {
+        std::set<std::uint64_t> setPlaces;
+        std::set_difference(m_setPlaces.begin(), m_setPlaces.end(), m_setTried.begin(),
+                            m_setTried.end(), std::inserter(setPlaces, setPlaces.end()));
+        m_setTried.insert(setPlaces.begin(), setPlaces.end());
+        m_setPlaces.clear();
+        for (const auto& [strName, aKnown] : m_mapKnown)
+            if (m_mapNames.count(strName) == 0) FindByChecksum(strName, aKnown, setPlaces);
+    }
+}
+
+void CContainerRecovery::FindByChecksum(const std::string& strName, const tagNotedStream& aKnown,
+                                        const std::set<std::uint64_t>& setPlaces) {
     if (!aKnown.qwBytes || aKnown.strChecksum.empty()) return;
-    if (m_setPlaces.empty()) CollectPlaces();
-    for (const std::uint64_t qwPlace : m_setPlaces) {
+    for (const std::uint64_t qwPlace : setPlaces) {
         if (++m_nTries > c_nMaxTries) return;
         if (m_setVerified.count({qwPlace, *aKnown.qwBytes}) == 0 &&
             HasChecksum(qwPlace, *aKnown.qwBytes, aKnown.strChecksum))

@@ -22,6 +22,7 @@ struct tagPiece {
         ByIndex,     ///< by following the index, or by the name of the record file
         BySearch,    ///< by searching the index area
         ByChecksum,  ///< its bytes were found by their checksum; no entry leads there
+        NotFound,    ///< only the notes name it
     };
 
     std::string Name() const;

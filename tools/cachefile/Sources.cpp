@@ -1,25 +1,15 @@
 #include "tools/cachefile/Sources.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <optional>
 #include <set>
-#include <thread>
 
 #include "download/ContainerFormat.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
-#include "tools/cachefile/Recording.h"
-
-namespace {
-
-/// Together about 100 ms, which is much longer than a process needs to look at the lock.
-constexpr int c_nLockTries = 4;
-constexpr std::chrono::milliseconds c_aLockPause(30);
-
-}  // namespace
+#include "tools/cachefile/RecordingLock.h"
 
 void tagSource::BeginPart(const tagPlan& aPlan, std::size_t nSources) {
     pRecorder = std::make_unique<CRecorder>(aPlan, aDescriber);
@@ -76,20 +66,6 @@ void RequireNothingOverwritten(const Sources& vecSources, bool bReplace) {
         if (pTarget->pRecorder) RequireFree(pTarget->pRecorder->GetPath(), bReplace);
 }
 
-namespace {
-
-/// Tries again, because a process that only looks at the lock has it for a moment.
-System::CFileLock::Outcome TakeLock(const std::filesystem::path& aPath,
-                                    std::optional<System::CFileLock>& aLock) {
-    for (int nTry = 1;; ++nTry) {
-        const auto aOutcome = aLock.emplace().Take(aPath);
-        if (aOutcome != System::CFileLock::Held || nTry == c_nLockTries) return aOutcome;
-        std::this_thread::sleep_for(c_aLockPause);
-    }
-}
-
-}  // namespace
-
 void LockDirectory(const tagPlan& aPlan, std::optional<System::CFileLock>& aLock) {
     const std::filesystem::path aDirectory = System::NativePath(aPlan.Directory());
     std::error_code aError;
@@ -97,7 +73,7 @@ void LockDirectory(const tagPlan& aPlan, std::optional<System::CFileLock>& aLock
     if (!std::filesystem::is_directory(aDirectory))
         throw CFailure("cannot create the directory " + Printable(aPlan.Directory()) +
                        (aError ? ": " + aError.message() : ""));
-    const auto aOutcome = TakeLock(aDirectory / c_szRecordingLock, aLock);
+    const auto aOutcome = TakeRecordingLock(aDirectory, aLock);
     if (aOutcome == System::CFileLock::Held)
         throw CFailure("another process is recording into " + Printable(aPlan.Directory()));
     if (aOutcome == System::CFileLock::Unknown)

@@ -15,9 +15,12 @@ namespace {
 
 std::atomic<bool> s_bInterrupted{false};
 
-/// Runs on a thread of the system. A read from the console then returns by itself.
-BOOL WINAPI OnInterrupt(DWORD /*dwEvent*/) {
+/// Runs on a thread of the system. A read from the console then returns by itself. If the console
+/// is closed or the user logs off, the system ends the process when this returns, but at the latest
+/// after some seconds. The process ends earlier if its main thread does.
+BOOL WINAPI OnInterrupt(DWORD dwEvent) {
     s_bInterrupted = true;
+    if (dwEvent != CTRL_C_EVENT && dwEvent != CTRL_BREAK_EVENT) ::Sleep(INFINITE);
     return TRUE;
 }
 

@@ -45,7 +45,7 @@ _cachefile()
     if [[ $word == -* ]]; then
         mapfile -t COMPREPLY < <(
             compgen -W "$(_cachefile_help Options "${words[0]}" $command)" -- "$word")
-    elif [[ -z $command ]]; then
+    elif [[ -z $command || $command == help ]]; then
         mapfile -t COMPREPLY < <(
             compgen -W "$(_cachefile_help Subcommands "${words[0]}")" -- "$word")
     elif [[ $command != bench ]]; then

@@ -55,7 +55,7 @@ function __cachefile_complete
         case '*'
             if string match -q -- '-*' (commandline -ct)
                 __cachefile_help Options $command
-            else if test -z "$command"
+            else if test -z "$command" -o "$command" = help
                 __cachefile_help Subcommands
             else if test "$command" != bench
                 __fish_complete_path (commandline -ct)

@@ -45,7 +45,7 @@ _cachefile() {
     if [[ $PREFIX == -* ]]; then
         found=(${(f)"$(_cachefile_help Options $command)"})
         _describe -o option found
-    elif [[ -z $command ]]; then
+    elif [[ -z $command || $command == help ]]; then
         found=(${(f)"$(_cachefile_help Subcommands)"})
         _describe command found
     elif [[ $command != bench ]]; then
