@@ -15,7 +15,6 @@ const unsigned char* CIndexReader::ReadOutsideBlock(std::uint64_t qwOffset, std:
     m_dwLength = 0;
     if (qwOffset > 0xFFFFFFFF) return nullptr;
     const CmUint32 dwOffset = static_cast<CmUint32>(qwOffset);
-    if (m_nSteps < c_nStepsForBlock) return ReadAlone(dwOffset);
     const std::uint64_t qwNeeded =
         std::max<std::uint64_t>(qwStep, c_dwEntrySize) * (dwLeft - 1) + c_dwEntrySize;
     const auto dwSize = static_cast<CmUint32>(std::min<std::uint64_t>(qwNeeded, c_dwBlockSize));
@@ -25,7 +24,7 @@ const unsigned char* CIndexReader::ReadOutsideBlock(std::uint64_t qwOffset, std:
 
 /// The entry may begin in the last block and end after it.
 bool CIndexReader::IsBlockDue(CmUint32 dwOffset, CmUint32 dwSize) {
-    if (!m_bBlocks) return false;
+    if (!m_bBlocks || m_nSteps < c_nStepsForBlock) return false;
     if (std::uint64_t{dwOffset} + c_dwEntrySize > m_qwReached) return true;
     if (m_qwCredit < dwSize) return false;
     m_qwCredit -= dwSize;
