@@ -14,7 +14,7 @@ struct tagBenchOptions {
     std::string strJson;             // output file; empty: none
     int nRepetitions = 5;
     double dScale = 1.0;   // factor for the amounts of work
-    bool bMemory = false;  // set when the benchmark starts itself to measure memory
+    std::string strChild;  // set when the benchmark starts itself: the work to measure
 };
 
 /// The values of one run, by the name of the metric.
@@ -40,6 +40,7 @@ struct tagFigure {
 
 struct tagBench {
     const tagBenchOptions& aOptions;
+    const std::string strProgram;  // the path of the benchmark, which can start itself
     std::vector<tagContestant> vecContestants;
     std::vector<tagFigure> vecFigures;
 
@@ -57,8 +58,16 @@ void AddAppends(tagBench& aBench);
 void AddSyncedAppends(tagBench& aBench);
 void AddReads(tagBench& aBench);
 void AddContainers(tagBench& aBench);
-void AddMemory(tagBench& aBench, const std::string& strProgram);
-int RunMemory(const tagBenchOptions& aOptions);
+void AddOpening(tagBench& aBench);
+void AddMemory(tagBench& aBench);
+
+/// Measures strWork in a new process, where earlier workloads cannot change the result.
+Metrics RunChild(const tagBench& aBench, const std::string& strWork);
+
+/// The work of such a process. Each prints lines of the form "metric=value".
+void MeasureOpening(const tagBenchOptions& aOptions);
+void MeasureMemory(const tagBenchOptions& aOptions);
+constexpr char c_szMemory[] = "memory";  // any other work is one of MeasureOpening
 
 void PrintTables(const tagBench& aBench);
 void WriteJson(const tagBench& aBench);

@@ -1,85 +1,18 @@
-#include <cachefile.h>
-
 #include <memory>
 #include <random>
 #include <utility>
 
-#include "bench/Archives.h"
 #include "bench/Bench.h"
 #include "bench/Clock.h"
+#include "bench/ContainerPlayer.h"
 #include "core/DescriberTable.h"
 #include "tools/HostPath.h"
 
-/// Workloads of a player that opens one container with many streams: the time until the first read
-/// has ended, and the time that a read takes to find its stream.
+/// The time that a read takes to find its stream among the streams of a container.
 
 namespace {
 
 constexpr std::size_t c_nEntries = 100'000;
-constexpr CmUint32 c_dwStreamSize = 16;
-
-tagFileDescriber DescriberOf(std::size_t i) {
-    return {4, 4, static_cast<CmUint32>(i * 1000 + 4), 0};
-}
-tagDataInfo InfoOf(std::size_t i) { return {4, static_cast<CmUint32>(i * 1000 + 4), 0, 4}; }
-
-void MakeContainer(const std::string& strPath, std::size_t nEntries) {
-    CContainerWriter aWriter;
-    const unsigned char aBytes[c_dwStreamSize] = {};
-    for (std::size_t i = 0; i < nEntries; ++i)
-        Require(aWriter.AddStream(DescriberOf(i), aBytes, c_dwStreamSize) == CACHE_OK, "AddStream");
-    Require(aWriter.Write(HostPath(strPath)) == CACHE_OK, "CContainerWriter::Write");
-}
-
-/// A player with an open container, in either mode.
-class CContainerPlayer final : private IFileOpSink {
- public:
-    CContainerPlayer(const std::string& strPath, bool bAsync)
-        : m_pHandler(CCacheFileManager::Instance().CreatePlayFileHandler(1, 1, bAsync)) {
-        Require(m_pHandler && m_attached.GetResult() == CACHE_OK, "a play handler");
-        m_pHandler->Initialize(this);
-        Require(m_pHandler->OpenDownloadedFile(HostPath(strPath), m_vecStreams) == CACHE_OK,
-                "OpenDownloadedFile");
-    }
-    ~CContainerPlayer() {
-        m_pHandler->Destroy();
-        CCmCallerThread::RunPending();
-        delete[] m_lpBuffer;
-    }
-
-    std::size_t Size() const { return m_vecStreams.size(); }
-    void Read(std::size_t i) {
-        unsigned char* const lpBuffer = std::exchange(m_lpBuffer, nullptr);
-        Require(m_pHandler->ReadData(InfoOf(i), lpBuffer, 0, c_dwStreamSize) == CACHE_OK,
-                "ReadData");
-        while (!m_lpBuffer) CCmCallerThread::WaitAndRun(1000);
-    }
-
- private:
-    void OnDataReady(unsigned char* lpData, CmUint32 dwLength, const tagDataInfo&) override {
-        Require(dwLength == c_dwStreamSize, "all bytes of a read");
-        m_lpBuffer = lpData;
-    }
-    void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType, CmInt32) override {}
-
-    CCmCallerThreadGuard m_attached;
-    CPlayFileHandler* const m_pHandler;
-    std::vector<tagFileDescriber> m_vecStreams;
-    unsigned char* m_lpBuffer = new unsigned char[c_dwStreamSize];
-};
-
-Metrics PerEntry(std::uint64_t qwBegin, std::size_t nFound) {
-    const double dTime = CClock::ToNanoseconds(CClock::Now() - qwBegin);
-    Require(nFound == c_nEntries, "all entries");
-    return {{"an entry", dTime / static_cast<double>(c_nEntries)}};
-}
-
-Metrics OpenContainer(const std::string& strPath, bool bAsync) {
-    const std::uint64_t qwBegin = CClock::Now();
-    CContainerPlayer aPlayer(strPath, bAsync);
-    aPlayer.Read(c_nEntries / 2);
-    return PerEntry(qwBegin, aPlayer.Size());
-}
 
 std::vector<std::size_t> RandomOrder(std::size_t nEntries, std::size_t nCount) {
     std::mt19937_64 aRandom{7};
@@ -125,40 +58,14 @@ std::function<void()> Once(Make aMake) {
 }  // namespace
 
 void AddContainers(tagBench& aBench) {
-    const char* const lpOpen = "open 100,000 entries";
-    const std::string strMany = aBench.Path("container-many");
-    const std::string strFew = aBench.Path("container-few");
+    const std::string strMany = HostPath(aBench.Path("container-many"));
+    const std::string strFew = HostPath(aBench.Path("container-few"));
     const auto makeMany = Once([strMany] { MakeContainer(strMany, c_nEntries); });
     const auto makeFew = Once([strFew] { MakeContainer(strFew, 10); });
     const auto add = [&](const char* lpWorkload, const char* lpName,
                          std::function<Metrics()> aRun) {
         aBench.vecContestants.push_back({lpWorkload, lpName, std::move(aRun)});
     };
-    for (const bool bAsync : {false, true})
-        add(lpOpen, bAsync ? "cachefile async" : "cachefile sync", [strMany, makeMany, bAsync] {
-            makeMany();
-            return OpenContainer(strMany, bAsync);
-        });
-    aBench.vecFigures.push_back(
-        {"opening 100,000 entries, ns an entry", "an entry", lpOpen, "cachefile sync", "", "", 60});
-    [[maybe_unused]] const auto addArchive = [&](const char* lpName, const char* lpFile, auto aMake,
-                                                 auto aOpen) {
-        const std::string strPath = aBench.Path(lpFile);
-        add(lpOpen, lpName, [=, make = Once([=] { aMake(strPath, c_nEntries); })] {
-            make();
-            const std::uint64_t qwBegin = CClock::Now();
-            return PerEntry(qwBegin, aOpen(strPath));
-        });
-    };
-#ifdef BENCH_SQLITE
-    addArchive("SQLite", "sqlite", MakeSqlite, OpenSqlite);
-    aBench.vecFigures.push_back(
-        {"opening 100,000 entries", "an entry", lpOpen, "cachefile sync", lpOpen, "SQLite", 0.25});
-#endif
-#ifdef BENCH_LIBZIP
-    addArchive("libzip", "zip", MakeZip, OpenZip);
-#endif
-
     const std::size_t nReads = aBench.Amount(200'000);
     add("route a read of 16 bytes", "cachefile, 10 streams", [strFew, makeFew, nReads] {
         makeFew();

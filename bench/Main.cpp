@@ -30,8 +30,8 @@ tagBenchOptions ParseOptions(int argc, char** argv) {
             aOptions.strJson = strValue;
         else if (strOption == "--only")
             aOptions.strOnly = strValue;
-        else if (strOption == "--memory")
-            aOptions.bMemory = true;
+        else if (strOption == "--child")
+            aOptions.strChild = strValue;
         else if (strOption == "--repetitions")
             aOptions.nRepetitions = std::max(1, std::stoi(strValue));
         else if (strOption == "--scale")
@@ -104,17 +104,21 @@ const CClock::tagMeasured& CClock::Measured() {
 
 int main(int argc, char** argv) try {
     tagBenchOptions aOptions = ParseOptions(argc, argv);
-    if (aOptions.bMemory) return RunMemory(aOptions);
+    if (!aOptions.strChild.empty()) {
+        (aOptions.strChild == c_szMemory ? MeasureMemory : MeasureOpening)(aOptions);
+        return 0;
+    }
     const tagScratch aScratch(aOptions.strDirectory);
     aOptions.strDirectory = aScratch.strPath;
-    tagBench aBench{aOptions, {}, {}};
+    tagBench aBench{aOptions, argv[0], {}, {}};
     CClock::Overhead();  // calibrates the clock before the first workload
     AllowManyFiles();
     AddAppends(aBench);
     AddSyncedAppends(aBench);
     AddReads(aBench);
     AddContainers(aBench);
-    AddMemory(aBench, argv[0]);
+    AddOpening(aBench);
+    AddMemory(aBench);
     RunAll(aBench);
     PrintTables(aBench);
     if (!aOptions.strJson.empty()) WriteJson(aBench);

@@ -1,4 +1,3 @@
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -7,7 +6,7 @@
 #include "bench/Appender.h"
 
 /// The memory that a recorder needs if it is faster than the disk and has set a limit of pending
-/// bytes. A separate process measures it, because earlier workloads would change the result.
+/// bytes. A new process measures it.
 
 namespace {
 
@@ -23,20 +22,9 @@ long StatusOf(const std::string& strField) {
     throw std::runtime_error("/proc/self/status");
 }
 
-Metrics RunChild(const std::string& strProgram, const tagBench& aBench) {
-    const std::string strCommand =
-        "'" + strProgram + "' --directory '" + aBench.aOptions.strDirectory + "' --memory 1";
-    std::FILE* const pOut = ::popen(strCommand.c_str(), "r");
-    Require(pOut != nullptr, "popen");
-    double dMebibytes = -1;
-    const bool bRead = std::fscanf(pOut, "%lf", &dMebibytes) == 1;
-    Require(::pclose(pOut) == 0 && bRead, "the process that measures memory");
-    return {{"MiB", dMebibytes}};
-}
-
 }  // namespace
 
-int RunMemory(const tagBenchOptions& aOptions) {
+void MeasureMemory(const tagBenchOptions& aOptions) {
     std::vector<std::string> vecPaths;
     for (int i = 0; i < 4; ++i)
         vecPaths.push_back(aOptions.strDirectory + "/memory-" + std::to_string(i));
@@ -47,16 +35,14 @@ int RunMemory(const tagBenchOptions& aOptions) {
     for (std::size_t i = 0; i < 200'000; ++i)
         pAppender->Append(i % vecPaths.size(), strPiece.data(), strPiece.size());
     pAppender->Finish();
-    std::printf("%.2f\n", static_cast<double>(StatusOf("VmHWM:") - nBefore) / 1024);
+    std::printf("MiB=%.2f\n", static_cast<double>(StatusOf("VmHWM:") - nBefore) / 1024);
     for (const std::string& strPath : vecPaths) ::unlink(strPath.c_str());
-    return 0;
 }
 
-void AddMemory(tagBench& aBench, const std::string& strProgram) {
+void AddMemory(tagBench& aBench) {
     const char* const lpWorkload = "memory, burst with a limit";
-    aBench.vecContestants.push_back(
-        {lpWorkload, "cachefile async, limit 4 MiB",
-         [&aBench, strProgram] { return RunChild(strProgram, aBench); }});
+    aBench.vecContestants.push_back({lpWorkload, "cachefile async, limit 4 MiB",
+                                     [&aBench] { return RunChild(aBench, c_szMemory); }});
     aBench.vecFigures.push_back({"growth of memory, limit 4 MiB, in MiB", "MiB", lpWorkload,
                                  "cachefile async, limit 4 MiB", "", "", 8});
 }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <ctime>
 
+#include "core/DataInfo.h"
 #include "core/HomeDir.h"
 #include "platform/CmFile.h"
 #include "platform/CmNeverDestroyed.h"
@@ -62,7 +63,9 @@ void CCacheFileManager::DeleteAllTemp(const std::vector<CCmString>& vecPaths) {
     for (const CCmString& strPath : vecPaths) DeleteTempFile(strPath);
 }
 
-CmUint32 CCacheFileManager::GetFileIDMagicNumber() const { return 1000; }
+CmUint32 CCacheFileManager::GetFileIDMagicNumber() const {
+    return cachefile_internal::c_dwFileIDMagicNumber;
+}
 
 CmUint32 CCacheFileManager::GetMaxDword() { return 0xFFFFFFFF; }
 

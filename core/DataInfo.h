@@ -20,6 +20,13 @@ struct tagFileDescriber {
     CmUint32 dwExtraInfo;     ///< the host's own value; only stored
 };
 
+namespace cachefile_internal {
+
+/// A file id that the library composes is a number of the file times this, plus the data type.
+constexpr CmUint32 c_dwFileIDMagicNumber = 1000;
+
+}  // namespace cachefile_internal
+
 /// Whether aDataInfo selects aDescriber: same type, same id, at least one common file kind.
 /// If several describers match, lookups use the one that was added first.
 inline bool DataInfoMatches(const tagDataInfo& aDataInfo, const tagFileDescriber& aDescriber) {

@@ -47,7 +47,7 @@ struct tagEntryFileHeader {
     CmUint32 aReserved56[4];
 };
 
-/// A known entry as the reader keeps it.
+/// A known entry and its describer.
 struct tagMRFDInfo {
     tagFileDescriber aDescriber;
     tagMRFD aEntry;
@@ -85,12 +85,6 @@ enum : CmUint32 {
 inline bool IsContainerHeader(const tagQXFFileHeader& aHeader) {
     return aHeader.dwFileSize != 0 && aHeader.dwMustBeZero == 0 && aHeader.dwEntryCount != 0 &&
            (aHeader.dwIndexType == Index_Packed || aHeader.dwIndexType == Index_Chained);
-}
-
-/// The offset of the entry after aEntry, which is at qwOffset.
-inline std::uint64_t NextEntryOffset(CmUint32 dwIndexType, const tagMRFD& aEntry,
-                                     std::uint64_t qwOffset) {
-    return dwIndexType == Index_Packed ? qwOffset + c_dwEntrySize : aEntry.dwNextOffset;
 }
 
 constexpr std::uint16_t c_wConfTag = 274;

@@ -27,11 +27,13 @@ CmInt32 OpenFile(const CCmString& strPath, CRefPtr<IFileOperation>& pFile,
 
 /// What a container index has read. Owned by a CContainerIndex and used on its thread. Its
 /// operations throw std::bad_alloc.
-class CIndexContents final : private IIndexVisitor {
+class CIndexContents {
  public:
+    static constexpr bool c_bFollowsCircles = false;
     using EndOfWalk = CContainerIndex::EndOfWalk;
 
     CmInt32 Open(const CCmString& strPath);
+    CmInt32 OnEntry(const tagWalkEntry& aEntry);  // called by the walk
     const CStreamExtents& Extents();
 
     CRefPtr<IFileOperation> m_pFile;
@@ -44,10 +46,8 @@ class CIndexContents final : private IIndexVisitor {
     tagEntryFileHeader m_ConfFileHeader{};
 
  private:
-    CmInt32 ReadFileHeader();
-    CmInt32 Walk();
-    CmInt32 OnEntry(const tagWalkEntry& aEntry) override;
-    CmInt32 OnKnownAgain(std::size_t /*nIndex*/, CmUint32 /*dwLeft*/) override { return CACHE_OK; }
+    CmInt32 ReadIndex();
+    CmInt32 Walk(CIndexReader& aReader);
     CmInt32 EndWalk(EndOfWalk aEnd, CmInt32 lResult);
     void CutCircle();
     void ReadConfFileHeader();
@@ -59,21 +59,21 @@ class CIndexContents final : private IIndexVisitor {
 CmInt32 CIndexContents::Open(const CCmString& strPath) {
     CM_CHECK(!m_pFile, "!m_pFile", CACHE_ERR_INVALID_STATE);
     CmInt32 lResult = OpenFile(strPath, m_pFile, m_qwFileSize);
-    if (lResult == CACHE_OK) lResult = ReadFileHeader();
-    if (lResult == CACHE_OK) lResult = Walk();
+    if (lResult == CACHE_OK) lResult = ReadIndex();
     ReadConfFileHeader();
     return lResult;
 }
 
-CmInt32 CIndexContents::ReadFileHeader() {
-    const CmInt32 lResult = ReadRecord(*m_pFile, 0, m_FileHeader).GetResult();
-    if (lResult != CACHE_OK || IsContainerHeader(m_FileHeader)) return lResult;
-    return CACHE_ERR_BAD_CONTAINER;
+CmInt32 CIndexContents::ReadIndex() {
+    CIndexReader aReader(*m_pFile);
+    const CmInt32 lResult = aReader.ReadFileHeader(m_FileHeader).GetResult();
+    if (lResult != CACHE_OK) return lResult;
+    return IsContainerHeader(m_FileHeader) ? Walk(aReader) : CmInt32{CACHE_ERR_BAD_CONTAINER};
 }
 
-CmInt32 CIndexContents::Walk() {
-    CIndexWalk aWalk(*m_pFile, m_FileHeader, *this, CIndexWalk::Circles_End);
-    const CIndexWalk::End aEnd = aWalk.Run();
+CmInt32 CIndexContents::Walk(CIndexReader& aReader) {
+    CIndexWalk aWalk(aReader, m_FileHeader);
+    const CIndexWalk::End aEnd = aWalk.Run(*this);
     m_qwEndOffset = aWalk.GetOffset();
     if (m_FileHeader.dwIndexType == Index_Chained) CutCircle();
     if (m_EndOfWalk == CContainerIndex::Walk_Circle) return CACHE_OK;
@@ -90,8 +90,8 @@ CmInt32 CIndexContents::Walk() {
 }
 
 CmInt32 CIndexContents::OnEntry(const tagWalkEntry& aEntry) {
-    m_vecEntries.push_back({aEntry.dwOffset, aEntry.aInfo.aEntry});
-    return CACHE_OK;
+    m_vecEntries.push_back({aEntry.dwOffset, {}});
+    return BuildQXFEntry(aEntry.lpBytes, m_vecEntries.back().aEntry);
 }
 
 CmInt32 CIndexContents::EndWalk(EndOfWalk aEnd, CmInt32 lResult) {

@@ -5,14 +5,22 @@
 
 #include "async/FileChain.h"
 #include "async/FileThreadManager.h"
+#include "download/EntryBytes.h"
 #include "download/IndexWalk.h"
 #include "download/RecordReader.h"
 #include "download/StreamLengths.h"
 #include "platform/CmTraceLine.h"
 
+using cachefile_internal::DescriberOf;
+using cachefile_internal::DescriberOfEntry;
+using cachefile_internal::EntryDataOffset;
+using cachefile_internal::EntryExtraInfo;
+using cachefile_internal::EntryID;
+
 namespace {
 
-constexpr std::size_t c_nMinCapacity = 1024;  // entries; most indexes are shorter
+/// Memory for this many entries is taken without asking for the size of the file.
+constexpr CmUint32 c_dwFewEntries = 1024;
 
 constexpr tagRecordTexts c_aHeaderTexts = {
     "Read File header error=", "Read File header error, HeadLen=", "BuildQXFFileHeader error"};
@@ -24,22 +32,49 @@ constexpr tagRecordTexts c_aConfTexts = {
 
 }  // namespace
 
-/// Adds the entries that the walk finds to the handler's table and to the host's list.
-class CDownloadFileHandler::CKeeper final : public IIndexVisitor {
+/// Adds the entries that the walk finds to the handler's index and to the host's list.
+class CDownloadFileHandler::CKeeper {
  public:
+    static constexpr bool c_bFollowsCircles = true;
+
     CKeeper(CDownloadFileHandler& aHandler, std::vector<tagFileDescriber>& vecFileDescriber)
         : m_handler(aHandler), m_vecFileDescriber(vecFileDescriber) {}
 
-    CmInt32 OnEntry(const tagWalkEntry& aEntry) override;
-    CmInt32 OnKnownAgain(std::size_t nIndex, CmUint32 dwLeft) override;
+    /// Takes memory for the entries that the header counts, but not for more than the file can
+    /// hold: the header alone is not trusted for an allocation. Without that much memory, the lists
+    /// grow with their entries.
+    void Reserve();
+
+    /// In the class, so that it is compiled into the walk.
+    CmInt32 OnEntry(const tagWalkEntry& aEntry) {
+        if (!aEntry.pKnown) return CACHE_OK;
+        bool bListed = false;
+        try {
+            m_vecFileDescriber.push_back(DescriberOf(*aEntry.pKnown, EntryID(aEntry.lpBytes),
+                                                     EntryExtraInfo(aEntry.lpBytes)));
+            bListed = true;
+            m_handler.m_vecMRFD.Add(aEntry.lpBytes);
+        } catch (const std::bad_alloc&) {
+            if (bListed) m_vecFileDescriber.pop_back();
+            return LowMemory();
+        }
+        if (aEntry.pKnown->wTag != c_wConfTag) return CACHE_OK;
+        return m_handler.ReadConfHeader(EntryDataOffset(aEntry.lpBytes));
+    }
+
+    /// Only the host's list repeats the entry, because a lookup finds the first one.
+    CmInt32 OnKnownAgain(std::size_t nIndex) try {
+        m_vecFileDescriber.push_back(DescriberOfEntry(m_handler.m_vecMRFD[nIndex]));
+        return CACHE_OK;
+    } catch (const std::bad_alloc&) {
+        return LowMemory();
+    }
 
  private:
-    CmInt32 Add(const tagMRFDInfo& aInfo, CmUint32 dwLeft);
-    void Reserve(CmUint32 dwLeft);
+    CmInt32 LowMemory() const;
 
     CDownloadFileHandler& m_handler;
     std::vector<tagFileDescriber>& m_vecFileDescriber;
-    std::size_t m_nCapacity = 0;  // in entries
 };
 
 CDownloadFileHandler::CDownloadFileHandler(int bAsync) : m_bAsync(bAsync) {}
@@ -88,22 +123,25 @@ CmInt32 CDownloadFileHandler::SendWalk(std::vector<tagFileDescriber>& vecFileDes
 }
 
 CmInt32 CDownloadFileHandler::InitFileInfo(std::vector<tagFileDescriber>& vecFileDescriber) {
-    const CmInt32 lResult = ReadFileHeader();
-    return lResult == CACHE_OK ? WalkIndex(vecFileDescriber) : lResult;
+    CIndexReader aReader(*m_pFileOp);
+    const CmInt32 lResult = ReadFileHeader(aReader);
+    return lResult == CACHE_OK ? WalkIndex(aReader, vecFileDescriber) : lResult;
 }
 
-CmInt32 CDownloadFileHandler::ReadFileHeader() {
+CmInt32 CDownloadFileHandler::ReadFileHeader(CIndexReader& aReader) {
     const CmInt32 lResult =
-        ReportRecord(ReadRecord(*m_pFileOp, 0, m_FileHeader), c_aHeaderTexts, this);
+        ReportRecord(aReader.ReadFileHeader(m_FileHeader), c_aHeaderTexts, this);
     if (lResult != CACHE_OK || IsContainerHeader(m_FileHeader)) return lResult;
     TraceError("CDownloadFileHandler::InitFileInfo->Bad file type", " this=", this);
     return CACHE_ERR_BAD_CONTAINER;
 }
 
-CmInt32 CDownloadFileHandler::WalkIndex(std::vector<tagFileDescriber>& vecFileDescriber) {
+CmInt32 CDownloadFileHandler::WalkIndex(CIndexReader& aReader,
+                                        std::vector<tagFileDescriber>& vecFileDescriber) {
     CKeeper aKeeper(*this, vecFileDescriber);
-    CIndexWalk aWalk(*m_pFileOp, m_FileHeader, aKeeper, CIndexWalk::Circles_Follow);
-    const CIndexWalk::End aEnd = aWalk.Run();
+    aKeeper.Reserve();
+    CIndexWalk aWalk(aReader, m_FileHeader);
+    const CIndexWalk::End aEnd = aWalk.Run(aKeeper);
     m_dwEntriesRead = aWalk.GetEntriesRead();
     switch (aEnd) {
         case CIndexWalk::End_Unreadable:
@@ -117,43 +155,23 @@ CmInt32 CDownloadFileHandler::WalkIndex(std::vector<tagFileDescriber>& vecFileDe
     }
 }
 
-CmInt32 CDownloadFileHandler::CKeeper::OnEntry(const tagWalkEntry& aEntry) {
-    if (!aEntry.bKnown) return CACHE_OK;
-    const CmInt32 lResult = Add(aEntry.aInfo, aEntry.dwLeft);
-    const tagMRFD& aFound = aEntry.aInfo.aEntry;
-    if (lResult != CACHE_OK || aFound.wTag != c_wConfTag) return lResult;
-    return m_handler.ReadConfHeader(aFound.dwDataOffset);
-}
-
-CmInt32 CDownloadFileHandler::CKeeper::OnKnownAgain(std::size_t nIndex, CmUint32 dwLeft) {
-    const tagMRFDInfo aInfo = m_handler.m_vecMRFD[nIndex];
-    return Add(aInfo, dwLeft);
-}
-
-CmInt32 CDownloadFileHandler::CKeeper::Add(const tagMRFDInfo& aInfo, CmUint32 dwLeft) {
-    if (m_handler.m_vecMRFD.Size() == m_nCapacity) Reserve(dwLeft);
-    const std::size_t nBefore = m_vecFileDescriber.size();
-    try {
-        m_vecFileDescriber.push_back(aInfo.aDescriber);
-        m_handler.m_vecMRFD.Add(aInfo);
-        return CACHE_OK;
-    } catch (const std::bad_alloc&) {
-        m_vecFileDescriber.resize(nBefore);
-        TraceError("CDownloadFileHandler::InitFileInfo->Low memory to keep an entry",
-                   " this=", &m_handler);
-        return CACHE_ERR_OUT_OF_MEMORY;
+void CDownloadFileHandler::CKeeper::Reserve() try {
+    std::uint64_t qwEntries =
+        std::min<std::uint64_t>(m_handler.m_FileHeader.dwEntryCount, c_dwMaxKnownEntries);
+    std::uint64_t qwFileSize = 0;
+    if (qwEntries > c_dwFewEntries) {
+        if (m_handler.m_pFileOp->GetSize(qwFileSize) != CACHE_OK) return;
+        qwEntries = std::min(qwEntries, qwFileSize / c_dwEntrySize);
     }
+    m_vecFileDescriber.reserve(static_cast<std::size_t>(qwEntries));
+    m_handler.m_vecMRFD.Reserve(static_cast<std::size_t>(qwEntries));
+} catch (const std::bad_alloc&) {
 }
 
-/// Takes memory for eight times the entries that were found, if the header counts so many. The
-/// header's count alone is not trusted for an allocation. If there is not that much memory, each
-/// entry takes its own or fails.
-void CDownloadFileHandler::CKeeper::Reserve(CmUint32 dwLeft) try {
-    const std::size_t nKnown = m_handler.m_vecMRFD.Size();
-    m_nCapacity = std::min<std::size_t>(std::max(c_nMinCapacity, 8 * nKnown), nKnown + dwLeft);
-    m_vecFileDescriber.reserve(m_nCapacity);
-    m_handler.m_vecMRFD.Reserve(m_nCapacity);
-} catch (const std::bad_alloc&) {
+CmInt32 CDownloadFileHandler::CKeeper::LowMemory() const {
+    TraceError("CDownloadFileHandler::InitFileInfo->Low memory to keep an entry",
+               " this=", &m_handler);
+    return CACHE_ERR_OUT_OF_MEMORY;
 }
 
 CmInt32 CDownloadFileHandler::ReadConfHeader(CmUint32 dwDataOffset) {
@@ -161,17 +179,16 @@ CmInt32 CDownloadFileHandler::ReadConfHeader(CmUint32 dwDataOffset) {
 }
 
 CmInt32 CDownloadFileHandler::FindMRFD(const tagDataInfo& aDataInfo, tagMRFD& aEntry) const {
-    const tagMRFDInfo* const pInfo = m_vecMRFD.Find(aDataInfo);
-    if (!pInfo) return CACHE_ERR_NO_ENTRY;
-    aEntry = pInfo->aEntry;
-    return CACHE_OK;
+    const std::size_t nFound = m_vecMRFD.Find(aDataInfo);
+    return nFound < m_vecMRFD.Size() ? BuildQXFEntry(m_vecMRFD[nFound], aEntry)
+                                     : CmInt32{CACHE_ERR_NO_ENTRY};
 }
 
 /// In asynchronous mode the host's thread waits here until the index was read.
 CmInt32 CDownloadFileHandler::GetStreamLength(const tagDataInfo& aDataInfo, CmUint32& dwLength) {
     CM_CHECK(m_pFileOp, "m_pFileOp.Get( )", CACHE_ERR_NOT_OPEN);
-    const tagMRFDInfo* const pInfo = m_vecMRFD.Find(aDataInfo);
-    if (!pInfo) {
+    const std::size_t nIndex = m_vecMRFD.Find(aDataInfo);
+    if (nIndex == m_vecMRFD.Size()) {
         TraceError(
             "CDownloadFileHandler::GetStreamLength->No such stream FileID=", aDataInfo.dwFileID,
             " DataType=", aDataInfo.wDataType, " FileType=", aDataInfo.byFileType, " this=", this);
@@ -183,7 +200,6 @@ CmInt32 CDownloadFileHandler::GetStreamLength(const tagDataInfo& aDataInfo, CmUi
         const CmInt32 lResult = m_pFileOp->SendToReader(pEvent);
         if (lResult != CACHE_OK) return lResult;
     }
-    const auto nIndex = static_cast<std::size_t>(pInfo - &m_vecMRFD[0]);
     CM_CHECK(nIndex < m_vecLengths.size(), "nIndex < m_vecLengths.size( )", CACHE_ERR_FAILED);
     dwLength = m_vecLengths[nIndex];
     return CACHE_OK;

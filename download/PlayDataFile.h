@@ -2,11 +2,13 @@
 
 #include <vector>
 
-#include "core/DescriberTable.h"
 #include "core/FileOpSink.h"
 #include "download/ContainerFormat.h"
+#include "download/StreamIndex.h"
 #include "fileop/FileOperation.h"
 #include "platform/CmEvent.h"
+
+class CIndexReader;
 
 /// Reads one downloaded recording for the play handler that owns it.
 ///
@@ -64,9 +66,9 @@ class CDownloadFileHandler {
  private:
     class CKeeper;
 
-    CmInt32 ReadFileHeader();
+    CmInt32 ReadFileHeader(CIndexReader& aReader);
     CmInt32 ReadConfHeader(CmUint32 dwDataOffset);
-    CmInt32 WalkIndex(std::vector<tagFileDescriber>& vecFileDescriber);
+    CmInt32 WalkIndex(CIndexReader& aReader, std::vector<tagFileDescriber>& vecFileDescriber);
     CmInt32 SendWalk(std::vector<tagFileDescriber>& vecFileDescriber);
 
     const int m_bAsync;
@@ -74,11 +76,11 @@ class CDownloadFileHandler {
     CRefPtr<IFileOperation> m_pFileOp;
     tagQXFFileHeader m_FileHeader{};
     tagEntryFileHeader m_ConfFileHeader{};
-    CDescriberTable<tagMRFDInfo> m_vecMRFD;
+    CStreamIndex m_vecMRFD;
     CmUint32 m_dwEntriesRead = 0;  // when the container was opened, known or not
 
-    // Filled by the first request for a length: one for each known entry of the index. These
-    // entries are the first ones of m_vecMRFD.
+    // Filled by the first request for a length: one for each known entry of the index, in the order
+    // of m_vecMRFD, which may repeat some of them at its end.
     bool m_bLengths = false;
     std::vector<CmUint32> m_vecLengths;
 };

@@ -5,24 +5,17 @@
 
 namespace {
 
-template <class Record>
-tagRecordRead Parse(CmInt32 lReadResult, const unsigned char* lpBytes, CmUint32 dwLength,
-                    CmUint32 dwSize, CmInt32 (*pParse)(const unsigned char*, Record&),
-                    Record& aRecord) {
-    if (lReadResult != CACHE_OK) return {tagRecordRead::End_ReadFailed, lReadResult, dwLength};
-    if (dwLength != dwSize) return {tagRecordRead::End_CutOff, CACHE_OK, dwLength};
-    if (pParse(lpBytes, aRecord) != CACHE_OK)
-        return {tagRecordRead::End_Malformed, CACHE_OK, dwLength};
-    return {tagRecordRead::End_Whole, CACHE_OK, dwLength};
-}
-
 template <CmUint32 dwSize, class Record>
 tagRecordRead Read(IFileOperation& aFile, CmUint32 dwOffset,
                    CmInt32 (*pParse)(const unsigned char*, Record&), Record& aRecord) {
     unsigned char aBytes[dwSize];
     CmUint32 dwLength = dwSize;
     const CmInt32 lResult = aFile.ReadData(aBytes, dwOffset, dwLength);
-    return Parse(lResult, aBytes, dwLength, dwSize, pParse, aRecord);
+    if (lResult != CACHE_OK) return {tagRecordRead::End_ReadFailed, lResult, dwLength};
+    if (dwLength != dwSize) return {tagRecordRead::End_CutOff, CACHE_OK, dwLength};
+    if (pParse(aBytes, aRecord) != CACHE_OK)
+        return {tagRecordRead::End_Malformed, CACHE_OK, dwLength};
+    return {tagRecordRead::End_Whole, CACHE_OK, dwLength};
 }
 
 }  // namespace
@@ -48,11 +41,6 @@ tagRecordRead cachefile_internal::ReadRecord(IFileOperation& aFile, CmUint32 dwO
 tagRecordRead cachefile_internal::ReadRecord(IFileOperation& aFile, CmUint32 dwOffset,
                                              tagEntryFileHeader& aHeader) {
     return Read<c_dwEntryFileHeaderSize>(aFile, dwOffset, BuildEntryFileHeader, aHeader);
-}
-
-tagRecordRead cachefile_internal::ParseEntry(CmInt32 lReadResult, const unsigned char* lpBytes,
-                                             CmUint32 dwLength, tagMRFD& aEntry) {
-    return Parse(lReadResult, lpBytes, dwLength, c_dwEntrySize, BuildQXFEntry, aEntry);
 }
 
 CmInt32 cachefile_internal::ReportRecord(const tagRecordRead& aRead, const tagRecordTexts& aTexts,

@@ -34,17 +34,12 @@ struct tagRecordTexts {
 tagRecordRead ReadRecord(IFileOperation& aFile, CmUint32 dwOffset, tagQXFFileHeader& aHeader);
 tagRecordRead ReadRecord(IFileOperation& aFile, CmUint32 dwOffset, tagEntryFileHeader& aHeader);
 
-/// Parses an index entry whose bytes were read. lReadResult and dwLength are those of the read.
-tagRecordRead ParseEntry(CmInt32 lReadResult, const unsigned char* lpBytes, CmUint32 dwLength,
-                         tagMRFD& aEntry);
-
 /// Traces a failed read of a container, with pObject as the object of the trace line. Returns the
 /// code of aRead.
 CmInt32 ReportRecord(const tagRecordRead& aRead, const tagRecordTexts& aTexts, const void* pObject);
 
 }  // namespace cachefile_internal
 
-using cachefile_internal::ParseEntry;
 using cachefile_internal::ReadRecord;
 using cachefile_internal::ReportRecord;
 using cachefile_internal::tagRecordRead;

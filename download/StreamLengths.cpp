@@ -3,23 +3,28 @@
 #include <new>
 #include <utility>
 
+#include "download/EntryBytes.h"
 #include "download/IndexWalk.h"
 #include "download/StreamExtents.h"
+
+using cachefile_internal::EntryDataOffset;
+using cachefile_internal::EntryStreamSize;
 
 namespace {
 
 /// Keeps the fields of the entries from which lengths are derived.
-class CLengthVisitor final : public IIndexVisitor {
+class CLengthVisitor {
  public:
-    CmInt32 OnEntry(const tagWalkEntry& aEntry) override {
-        const tagMRFD& a = aEntry.aInfo.aEntry;
+    static constexpr bool c_bFollowsCircles = false;
+
+    CmInt32 OnEntry(const tagWalkEntry& aEntry) {
+        const CmUint32 dwData = EntryDataOffset(aEntry.lpBytes);
         m_vecOffsets.push_back(aEntry.dwOffset);
-        m_vecData.push_back(a.dwDataOffset);
-        m_vecKnown.push_back(aEntry.bKnown);
-        m_extents.Add(aEntry.dwOffset, a.dwDataOffset, a.dwStreamSize);
+        m_vecData.push_back(dwData);
+        m_vecKnown.push_back(aEntry.pKnown != nullptr);
+        m_extents.Add(aEntry.dwOffset, dwData, EntryStreamSize(aEntry.lpBytes));
         return CACHE_OK;
     }
-    CmInt32 OnKnownAgain(std::size_t /*nIndex*/, CmUint32 /*dwLeft*/) override { return CACHE_OK; }
 
     std::vector<CmUint32> Finish(const tagQXFFileHeader& aHeader, std::uint64_t qwFileSize) {
         const std::size_t nEntries = CountBeforeRepeat(m_vecOffsets);
@@ -50,8 +55,9 @@ CmInt32 cachefile_internal::ReadStreamLengths(IFileOperation& aFile,
     const CmInt32 lResult = aFile.GetSize(qwFileSize);
     if (lResult != CACHE_OK) return lResult;
     CLengthVisitor aVisitor;
-    CIndexWalk aWalk(aFile, aHeader, aVisitor, CIndexWalk::Circles_End, dwEntriesRead);
-    switch (aWalk.Run()) {
+    CIndexReader aReader(aFile);
+    CIndexWalk aWalk(aReader, aHeader, dwEntriesRead);
+    switch (aWalk.Run(aVisitor)) {
         case CIndexWalk::End_Complete:
         case CIndexWalk::End_Circle:
             vecLengths = aVisitor.Finish(aHeader, qwFileSize);

@@ -11,9 +11,9 @@ namespace cachefile_internal {
 ///
 /// It reads the index again as far as the open did: dwEntriesRead entries. vecLengths then has one
 /// length for each known entry in the order of the index; entries of a circle are in it once. It
-/// takes as long as the first walk, and 33 bytes per entry while it works. Called on the thread
-/// that reads the file. On failure vecLengths is unchanged. Returns the code of the read, 4002 if
-/// entries that the open found are missing now, or 4011.
+/// takes about twice as long as the first walk, and 33 bytes per entry while it works. Called on
+/// the thread that reads the file. On failure vecLengths is unchanged. Returns the code of the
+/// read, 4002 if entries that the open found are missing now, or 4011.
 CmInt32 ReadStreamLengths(IFileOperation& aFile, const tagQXFFileHeader& aHeader,
                           CmUint32 dwEntriesRead, std::vector<CmUint32>& vecLengths);
 

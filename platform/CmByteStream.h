@@ -7,6 +7,20 @@
 #include "platform/CmTraceLine.h"
 #include "platform/CmTypes.h"
 
+namespace cachefile_internal {
+
+// The bytes of a little-endian field. Without loops, because compilers then generate a single load.
+
+inline std::uint16_t Get16(const unsigned char* lpBytes) {
+    return static_cast<std::uint16_t>(lpBytes[0] | lpBytes[1] << 8);
+}
+inline CmUint32 Get32(const unsigned char* lpBytes) {
+    return CmUint32{lpBytes[0]} | CmUint32{lpBytes[1]} << 8 | CmUint32{lpBytes[2]} << 16 |
+           CmUint32{lpBytes[3]} << 24;
+}
+
+}  // namespace cachefile_internal
+
 /// A run of bytes with a read position. It neither owns nor copies the bytes, which must outlive
 /// it.
 class CCmMessageBlock {
@@ -39,30 +53,25 @@ class CCmByteStreamT {
  public:
     explicit CCmByteStreamT(BlockType& aBlock) : m_block(aBlock) {}
 
-    CCmByteStreamT& operator>>(std::uint16_t& wValue) { return ReadField<2>(wValue); }
-    CCmByteStreamT& operator>>(CmUint32& dwValue) { return ReadField<4>(dwValue); }
+    CCmByteStreamT& operator>>(std::uint16_t& wValue) {
+        return ReadField<2>(wValue, cachefile_internal::Get16);
+    }
+    CCmByteStreamT& operator>>(CmUint32& dwValue) {
+        return ReadField<4>(dwValue, cachefile_internal::Get32);
+    }
 
     CmInt32 m_ResultRead = CACHE_OK;   ///< code of the first failed read
     CmInt32 m_ResultWrite = CACHE_OK;  ///< code of the first failed write; nothing here writes
 
  private:
     template <unsigned Size, class T>
-    CCmByteStreamT& ReadField(T& aValue) {
+    CCmByteStreamT& ReadField(T& aValue, T (*pGet)(const unsigned char*)) {
         unsigned char aBytes[Size];
         if (m_ResultRead != CACHE_OK) return Refuse();
         m_ResultRead = m_block.Read(aBytes, Size);
         if (m_ResultRead != CACHE_OK) return *this;
-        aValue = static_cast<T>(ToNumber(aBytes));
+        aValue = pGet(aBytes);
         return *this;
-    }
-
-    // Without a loop, because compilers then generate a single load.
-    static CmUint32 ToNumber(const unsigned char (&aBytes)[2]) {
-        return CmUint32{aBytes[0]} | CmUint32{aBytes[1]} << 8;
-    }
-    static CmUint32 ToNumber(const unsigned char (&aBytes)[4]) {
-        return CmUint32{aBytes[0]} | CmUint32{aBytes[1]} << 8 | CmUint32{aBytes[2]} << 16 |
-               CmUint32{aBytes[3]} << 24;
     }
 
     CCmByteStreamT& Refuse() {

@@ -106,8 +106,8 @@ class CACHEFILE_API CPlayFileHandler : public IFileOpStatus {
     /// returns bytes of the next stream. The index has only the offsets at which streams begin, so
     /// the length is derived from them, as docs/container-format.md describes. Bytes that the file
     /// lacks do not count.
-    /// The first call reads the index again and sorts its offsets. It takes about as long as the
-    /// open, or several times as long if the index is not in order, and keeps 4 bytes for each
+    /// The first call reads the index again and sorts its offsets. It takes about twice as long as
+    /// the open, or several times as long if the index is not in order, and keeps 4 bytes for each
     /// stream. Further calls take constant time. In asynchronous mode the index is read on the
     /// worker thread, after everything that was queued before, and the call waits for this. No
     /// callback follows.

@@ -106,6 +106,7 @@ TEST_P(BadContainer, EachFailureIsTracedAndEarlierStreamsStayReadable) {
         {with32(20, 2), 4002, 0, "Bad file type"},
         {strGood.substr(0, 55), 4002, 0, "Read MRFD error, RetLen=31"},
         {with32(16, 6), 4002, 3, "Read MRFD error, RetLen=0"},
+        {with32(16, 0xFFFFFFFF), 4002, 3, "Read MRFD error, RetLen=0"},
         {with32(nFirstNext, 280 - 31), 4002, 1, "Read MRFD error, RetLen=31"},
         {with32(nFirstNext, 0xFFFFFFFF), 4002, 1, "Read MRFD error, RetLen=0"},
         {with32(nConfData, 280 - 72), 0, 3, ""},
@@ -118,6 +119,7 @@ TEST_P(BadContainer, EachFailureIsTracedAndEarlierStreamsStayReadable) {
         Player aPlayer(GetParam(), &m_sink);
         EXPECT_EQ(aPlayer.Open("c"), aCase.lResult);
         EXPECT_EQ(aPlayer.m_vecStreams.size(), aCase.nStreams);
+        EXPECT_LE(aPlayer.m_vecStreams.capacity(), strGood.size() / c_nEntry);
         const std::string strLine(aCase.lpLine);
         EXPECT_EQ(
             m_trace.TakeErrors(),
