@@ -61,18 +61,20 @@ void CCmCallerState::DropWakeUps() {
     if (pQueue) pQueue->DropWakeUps();
 }
 
-/// With the state's lock the thread is not detached, so it keeps its queue. The queue's locks are
-/// never held together with this one elsewhere.
+/// Takes the locks in the order in which the library nests them: the state's, its thread's. The
+/// queue's locks are never held together with either elsewhere.
 void CCmCallerState::BeforeFork() {
     m_mutex.Lock();
     if (!m_pCurrent) return;
     m_pForkedQueue = m_pCurrent->GetCallerQueue();
+    m_pCurrent->BeforeFork();
     m_pForkedQueue->BeforeFork();
 }
 
 void CCmCallerState::AfterForkInParent() {
     if (m_pCurrent) {
         m_pForkedQueue->AfterForkInParent();
+        m_pCurrent->AfterFork();
         m_pForkedQueue = nullptr;
     }
     m_mutex.UnLock();
@@ -81,6 +83,7 @@ void CCmCallerState::AfterForkInParent() {
 void CCmCallerState::AfterForkInChild() {
     if (m_pCurrent) {
         m_pForkedQueue->AfterForkInChild();
+        m_pCurrent->AfterFork();
         m_pForkedQueue = nullptr;
         if (!m_pCurrent->IsCurrent()) {
             m_pCurrent->AddReference();  // never freed: this would run destructors of the host

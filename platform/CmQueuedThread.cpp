@@ -1,15 +1,19 @@
 #include "platform/CmQueuedThread.h"
 
+#include <utility>
+
 CRefPtr<ICmEventQueue> CCmQueuedThread::GetEventQueue() {
-    return m_bHasQueue.load(std::memory_order_acquire) ? m_pQueue.Get() : nullptr;
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    return m_pQueue.Get();
 }
 
 void CCmQueuedThread::SetQueue(CCmEventQueue* pQueue) {
     pQueue->BindTo(m_dwNumber);
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
     m_pQueue = pQueue;
-    m_bHasQueue.store(true, std::memory_order_release);
 }
 
 CRefPtr<CCmEventQueue> CCmQueuedThread::TakeQueue() {
-    return m_bHasQueue.exchange(false, std::memory_order_acq_rel) ? m_pQueue : nullptr;
+    CCmMutexGuardT<CCmMutexThread> aGuard(m_mutex);
+    return std::move(m_pQueue);
 }
