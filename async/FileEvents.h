@@ -68,6 +68,7 @@ class CWriteEvent final : public ICmEvent {
     static void operator delete(void* lpMemory, const std::nothrow_t&) noexcept {
         CRequestMemory::Give(lpMemory);
     }
+    // NOLINTNEXTLINE(*-new-delete-overloads,cert-dcl54-cpp): only the operator above allocates
     static void operator delete(void* lpMemory) noexcept { CRequestMemory::Give(lpMemory); }
 
  private:

@@ -37,11 +37,12 @@ CmInt32 CBufferDecorate::WriteData(const CCmString& strData, CmUint32 dwOffset) 
     return Write(strData.data(), strData.size(), dwOffset);
 }
 
-/// Most appends only add to the gathered bytes, and need none of the other checks.
+/// Most appends only add to the gathered bytes, and need none of the other checks. The age is
+/// checked first: another thread may be flushing a file that is in its list.
 CmInt32 CBufferDecorate::WriteBytes(const char* lpData, std::size_t nLength, CmUint32 dwOffset) {
-    if (dwOffset == CCacheFileManager::GetMaxDword() && nLength < m_dwBufferSize &&
-        m_strBuffer.size() + nLength < m_dwBufferSize && m_strBuffer.capacity() >= m_dwBufferSize &&
-        m_age.IsUnused() && m_pFile) {
+    if (m_age.IsUnused() && dwOffset == CCacheFileManager::GetMaxDword() &&
+        nLength < m_dwBufferSize && m_strBuffer.size() + nLength < m_dwBufferSize &&
+        m_strBuffer.capacity() >= m_dwBufferSize && m_pFile) {
         m_strBuffer.append(lpData, nLength);
         return CACHE_OK;
     }

@@ -231,8 +231,10 @@ std::size_t Write(std::FILE* pStream, const void* lpData, std::size_t dwLength) 
 std::size_t WriteBlocks(std::FILE* pStream, const tagBlock* pBlocks, std::size_t nCount) {
     if (nCount == 1) return Write(pStream, pBlocks->lpData, pBlocks->nLength);
     iovec aVectors[c_nMaxBlocks];
-    for (std::size_t i = 0; i < nCount; ++i)
+    for (std::size_t i = 0; i < nCount; ++i) {
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): writev does not change the bytes
         aVectors[i] = {const_cast<char*>(pBlocks[i].lpData), pBlocks[i].nLength};
+    }
     errno = 0;
     const ssize_t nWritten =
         Repeated([&] { return ::writev(::fileno(pStream), aVectors, static_cast<int>(nCount)); });
