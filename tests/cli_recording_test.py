@@ -159,7 +159,7 @@ class Notes(Recording):
             ended = threading.Event()
 
             def feed():
-                while not ended.is_set():
+                while not ended.wait(0.005):  # a slow machine must not reach 4 GiB meanwhile
                     process.stdin.write(CONTENT)
 
             feeder = threading.Thread(target=feed)
