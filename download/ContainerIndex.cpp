@@ -125,7 +125,10 @@ const CStreamExtents& CIndexContents::Extents() {
 
 void CIndexContents::ReadConfFileHeader() {
     for (auto it = m_vecEntries.rbegin(); it != m_vecEntries.rend() && !m_bConfFileHeader; ++it) {
-        if (it->aEntry.wTag != c_wConfTag) continue;
+        // A file may have very many conf entries, so those past its end cost no read.
+        const std::uint64_t qwEnd =
+            std::uint64_t{it->aEntry.dwDataOffset} + c_dwEntryFileHeaderSize;
+        if (it->aEntry.wTag != c_wConfTag || qwEnd > m_qwFileSize) continue;
         m_bConfFileHeader = ReadRecord(*m_pFile, it->aEntry.dwDataOffset, m_ConfFileHeader).aEnd ==
                             tagRecordRead::End_Whole;
     }

@@ -25,7 +25,7 @@ import time
 import unittest
 import xml.etree.ElementTree
 
-from containers import CONF, DAMAGED, THREE, container
+from containers import CONF, DAMAGED, THREE, container, entry
 
 PROGRAM, DIRECTORY, MAN_PAGES, COMPLETION = map(os.path.abspath, sys.argv[1:5])
 DONE, FAILED, USAGE, DAMAGE, INTERRUPTED = 0, 1, 2, 3, 130
@@ -549,6 +549,13 @@ class Show(Cli):
             self.assertEqual(self.run_tool(DONE, "doctor", "good")[0], b"")
 
     def test_doctor_folds_repeats_of_a_code(self):
+        self.make("bad", container([(262, 0, b"")] * 1001))
+        for count, lines in (1000, 1000), (1001, 1001):
+            self.make("bad", container([(262, 0, b"")] * count))
+            for arguments in ["sums", "bad"], ["extract", "bad", "-o", "out"]:
+                error = self.run_tool(DAMAGE, *arguments)[1].splitlines()
+                self.assertEqual(len(error), lines)
+            self.assertEqual("cachefile: and 1 more warnings" in error, count > 1000)
         self.make("bad", container([(262, 0, b"")] * 250))
         found = self.run_json(DAMAGE, "doctor", "bad")
         self.assertEqual((len(found["findings"]), found["errors"], found["warnings"]), (100, 0, 250))
@@ -563,17 +570,27 @@ class Show(Cli):
 
     @not_on_windows("there is no limit to the memory of a process")
     def test_a_million_entries_are_shown_in_little_memory(self):
+        size = 200 << 20
+
         def limit():
-            resource.setrlimit(resource.RLIMIT_DATA, (200 << 20, 200 << 20))
+            resource.setrlimit(resource.RLIMIT_DATA, (size, size))
 
         count = 1048577
         with open(self.path("big"), "wb") as file:
             file.write(struct.pack("<6I", 0, 0, 24 + 32 * count, 0, count, 0))
             file.write(struct.pack("<HHIIIIIII", 262, 0, 0, 0, 0, 24 + 32 * count, 0, 0, 0) * count)
         options = {} if SANITIZED else {"preexec_fn": limit}
+        # Takes seconds; but without optimisation and on a busy machine, minutes.
+        options["timeout"] = 1000
         for arguments in ([], ["--json"]):
-            # Takes seconds; but without optimisation and on a busy machine, minutes.
-            self.run_tool(DONE, "info", "big", *arguments, stdout=subprocess.DEVNULL, timeout=1000, **options)
+            self.run_tool(DONE, "info", "big", *arguments, stdout=subprocess.DEVNULL, **options)
+        size = 384 << 20  # for a million findings too
+        output, error = self.run_tool(DAMAGE, "doctor", "big", "--all", **options)
+        self.assertEqual(output.count(b"\n"), 1000001)
+        self.assertIn(b"and 48,577 more from here on\n", output[-100:])
+        self.assertIn("1,048,577 warnings", error)
+        size = 512 << 20
+        self.run_tool(FAILED, "recover", "big", "-o", "new", **options)
 
     def test_map(self):
         self.make("good", container([(256, 1, b"a" * 1000), (257, 1, b"b" * 1000)], header={8: 2588}))
@@ -604,6 +621,11 @@ class Show(Cli):
         self.assertEqual((regions[3]["entry"], regions[3]["stream"]), (2, "3:1003:2"))
         self.run_tool(FAILED, "map", "good", "-o", "map.svg")
         self.run_tool(DAMAGE, "map", "good", "-o", "map.svg", "--force")
+        count = 262143  # and header and index
+        self.make("many", struct.pack("<6I", 0, 0, 24 + 33 * count, 0, count, 0) +
+                  b"".join(entry(268, n, 24 + 32 * count + n) for n in range(count)) + b"x" * count)
+        _, error = self.run_tool(FAILED, "map", "many", "-o", "many.html")
+        self.assertIn("at most 262,144 parts, but many has 262,145", error)
         self.make("many", container([(268, n, b"x" * (n % 7 * 40)) for n in range(5000)]))
         self.run_tool(DONE, "map", "many", "-o", "many.svg")
         self.assertLess(len(self.read("many.svg")), 200000)
@@ -824,7 +846,9 @@ class Pack(Cli):
         self.make("bomb", container([(268, n, b"x" * 1000 * (n == 0)) for n in range(9)],
                                     entries={n: same for n in range(9)}))
         _, error = self.run_tool(FAILED, "extract", "bomb", "-o", "bomb.out")
-        self.assertIn("would need 9,000 bytes", error)
+        self.assertIn("together they have 9,000 bytes", error)
+        self.run_tool(FAILED, "sums", "bomb")
+        self.assertEqual(len(self.run_tool(DONE, "sums", "bomb", "--allow-overlap")[0].splitlines()), 9)
         self.assertFalse(os.path.exists(self.path("bomb.out")))
         self.run_tool(DONE, "extract", "bomb", "-o", "bomb.out", "--allow-overlap")
 
@@ -948,6 +972,29 @@ class Recover(Cli):
         written = sum(len(file) for _, _, file in found.values() if file)
         self.assertLessEqual(written, 4 * (start + 100000))
         self.assertEqual(len(found), count + 1)
+
+    def test_many_empty_streams_make_no_files(self):
+        for count, exit_code in (3, DONE), (4, FAILED):
+            self.make("many", container([(268, n, b"") for n in range(count)]))
+            for command in "extract", "recover":
+                error = self.run_tool(exit_code, command, "many", "-o", f"{command}{count}", "--max-files", "3")[1]
+                self.assertEqual("more than 3 files are made only with `--max-files`" in error, count > 3)
+                self.assertEqual(os.path.exists(self.path(f"{command}{count}")), count <= 3)
+        self.make("many", container([(268, n, b"") for n in range(65537)]))
+        for command in "extract", "recover":
+            self.assertIn("65,537 streams", self.run_tool(FAILED, command, "many", "-o", "none")[1])
+
+    def test_notes_with_very_many_values_take_little_memory(self):
+        self.make_recording()
+        start = b'{"schema": "cachefile.recording", "version": 1, "state": "closed", "streams": [], "new": ['
+        for values, state in (2097152, "closed"), (2097154, None):
+            # The fields, both lists and the arrays: as many commas and brackets as values.
+            self.make("rec/7/recording.json", start + b",".join([b"[]"] * ((values - 6) // 2)) + b"]}")
+            options = {} if WINDOWS or SANITIZED else {
+                "preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_DATA, (512 << 20, 512 << 20))}
+            self.assertEqual(self.run_json(DONE, "info", "rec/7", **options)["state"], state)
+        self.make("rec/7/recording.json", start + b"]" + b" " * (64 << 20) + b"}")
+        self.assertIn("too large", self.run_tool(DONE, "info", "rec/7")[1])
 
     def test_a_directory_that_was_not_closed(self):
         self.make_recording()

@@ -147,6 +147,13 @@ void AddMap(CLI::App& aTool, int& nExit) {
     aCommand.callback([pOptions, &nExit] { nExit = Map(*pOptions); });
 }
 
+void AddMaxFiles(CLI::App& aCommand, std::uint64_t& qwMaxFiles) {
+    aCommand.add_option("--max-files", qwMaxFiles, "Make at most this many files, or none")
+        ->transform(NumberValidator())
+        ->type_name("N")
+        ->option_text("N [65536]");
+}
+
 void AddExtract(CLI::App& aTool, int& nExit) {
     const auto pOptions = std::make_shared<tagExtractOptions>();
     CLI::App& aCommand = *aTool.add_subcommand(
@@ -162,6 +169,7 @@ void AddExtract(CLI::App& aTool, int& nExit) {
     aCommand.add_flag(
         "--allow-overlap", pOptions->bAllowOverlap,
         "Write streams that share bytes, even if they need more than the container has");
+    AddMaxFiles(aCommand, pOptions->qwMaxFiles);
     AddForce(aCommand, pOptions->bForce);
     AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
@@ -222,7 +230,7 @@ void AddDoctor(CLI::App& aTool, int& nExit) {
     aCommand.add_flag("--deep", pOptions->bDeep,
                       "Read the files of a directory and compare their checksums");
     aCommand.add_flag("--all", pOptions->bAll,
-                      "Show all findings, not only the first 100 of each code");
+                      "Show up to 1,000,000 findings, not only the first 100 of each code");
     AddJson(aCommand, pOptions->bJson);
     AddExample(aCommand, "cachefile doctor damaged.container");
     aCommand.callback([pOptions, &nExit] { nExit = Doctor(*pOptions); });
@@ -245,6 +253,9 @@ void AddSums(CLI::App& aTool, int& nExit) {
     AddPath(aCommand, pOptions->strPath, "A recording directory or a container");
     aCommand.add_flag("--check", pOptions->bCheck, "Compare with the known checksums");
     AddKnown(aCommand, pOptions->strKnown)->needs("--check");
+    aCommand.add_flag(
+        "--allow-overlap", pOptions->bAllowOverlap,
+        "Read streams that share bytes, even if they have more than the container together");
     AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
     AddExample(aCommand, "cachefile sums talk.container --check");
@@ -266,6 +277,7 @@ void AddRecover(CLI::App& aTool, int& nExit) {
     aCommand.add_flag("--container", pOptions->bContainer,
                       "Write a container and not a directory of record files");
     AddKnown(aCommand, pOptions->strKnown);
+    AddMaxFiles(aCommand, pOptions->qwMaxFiles);
     AddJson(aCommand, pOptions->bJson);
     AddProgress(aCommand, pOptions->aProgress);
     AddExample(aCommand, "cachefile recover damaged.container -o recovered");

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "download/ContainerFormat.h"
+#include "tools/cachefile/Budgets.h"
 #include "tools/cachefile/Limits.h"
 #include "tools/cachefile/Progress.h"
 #include "tools/cachefile/Recorder.h"
@@ -69,6 +70,7 @@ struct tagExtractOptions {
     bool bForce = false;
     ProgressMode aProgress = ProgressMode::Auto;
     bool bAllowOverlap = false;  ///< even if the files need more bytes than the container has
+    std::uint64_t qwMaxFiles = c_qwMaxFiles;
     bool bJson = false;
 };
 /// Writes the streams of a container to files, even if it is damaged.
@@ -95,7 +97,7 @@ int Pack(const tagPackOptions& aOptions);
 struct tagDoctorOptions {
     std::string strPath;
     bool bJson = false;
-    bool bAll = false;   ///< show all findings of each code
+    bool bAll = false;   ///< show up to c_qwMaxFindings findings
     bool bDeep = false;  ///< read the files of a directory and compare their checksums
 };
 /// Reports what is wrong with a container or a recording directory.
@@ -105,6 +107,7 @@ struct tagSumsOptions {
     std::string strPath;
     std::string strKnown;  ///< where the known checksums are; empty: beside the recording
     bool bCheck = false;
+    bool bAllowOverlap = false;  ///< even if the streams have more bytes than the container
     bool bJson = false;
     ProgressMode aProgress = ProgressMode::Auto;
 };
@@ -116,6 +119,7 @@ struct tagRecoverOptions {
     std::string strOutput;
     std::string strKnown;     ///< where the known checksums are; empty: beside the recording
     bool bContainer = false;  ///< write a container and not a directory
+    std::uint64_t qwMaxFiles = c_qwMaxFiles;
     bool bJson = false;
     ProgressMode aProgress = ProgressMode::Auto;
 };

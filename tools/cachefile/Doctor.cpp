@@ -36,18 +36,18 @@ void PrintLine(Severity aSeverity, const char* lpCode, std::uint64_t qwOffset,
 }
 
 /// The findings that were only counted share one line for each code.
-void PrintText(const tagFindings& aFindings) {
+void PrintText(const tagFindings& aFindings, bool bAll) {
     for (const tagFinding& a : aFindings.vecFindings)
         PrintLine(a.aSeverity, a.lpCode, a.qwOffset, a.strMessage);
     for (const tagTotal& a : aFindings.vecTotals)
         if (a.qwOnlyCounted > 0)
             PrintLine(a.aSeverity, a.lpCode, a.qwFirstCountedOffset,
-                      "and " + Grouped(a.qwOnlyCounted) +
-                          " more from here on (use `--all` to show them)");
+                      "and " + Grouped(a.qwOnlyCounted) + " more from here on" +
+                          (bAll ? "" : " (use `--all` to show them)"));
 }
 
 tagFindings FindAll(const tagDoctorOptions& aOptions, const tagRecording& aRecording) {
-    const std::uint64_t qwMax = aOptions.bAll ? c_qwAllOfACode : c_qwMaxOfACode;
+    const std::uint64_t qwMax = aOptions.bAll ? c_qwMaxFindings : c_qwMaxOfACode;
     if (aRecording.IsContainer() && aOptions.bDeep)
         throw CFailure("--deep: " + Printable(aOptions.strPath) + " is not a recording directory",
                        Exit_Usage);
@@ -69,7 +69,7 @@ int Doctor(const tagDoctorOptions& aOptions) {
     if (aOptions.bJson)
         PrintJson(aOptions, aFindings);
     else
-        PrintText(aFindings);
+        PrintText(aFindings, aOptions.bAll);
     FinishOutput();
     if (!aOptions.bJson) Warn(Printable(aOptions.strPath) + ": " + CountText(aFindings));
     return aFindings.vecTotals.empty() ? Exit_Done : Exit_Damage;

@@ -125,7 +125,6 @@ std::uint64_t CEntrySearch::FirstData() {
 
 void CEntrySearch::Search(std::uint64_t qwEnd) {
     std::uint64_t qwAt = c_dwFileHeaderSize, qwLast = qwAt;
-    std::size_t nKept = 0;
     unsigned char aBlock[2048 * c_dwEntrySize];  // 64 KiB, so 2 MiB take 32 reads
     while (qwAt < qwEnd && qwAt - qwLast < c_qwMaxUnsuccessful * c_dwEntrySize) {
         CmUint32 dwRead = sizeof aBlock;
@@ -136,8 +135,7 @@ void CEntrySearch::Search(std::uint64_t qwEnd) {
             if (!IsFollowed(qwAt) && BuildQXFEntry(aBlock + i, aEntry) == CACHE_OK)
                 Add(static_cast<CmUint32>(qwAt), aEntry, true);
             if (Entries().size() > nBefore || IsFollowed(qwAt)) qwLast = qwAt;
-            nKept += Entries().size() - nBefore;
-            if (nKept == c_dwMaxKnownEntries) return;
+            if (Entries().size() > nBefore && Entries().size() >= c_dwMaxKnownEntries) return;
             qwAt += c_dwEntrySize;
         }
     }

@@ -25,9 +25,9 @@ struct tagFoundEntries {
 /// library's writer put entries: every 32 bytes after the header, up to the first data. Data begins
 /// where a stream begins whose noted length ends exactly at another stream or at the end, or where
 /// a stream begins right after the last of consecutive entries. A damaged offset hardly fits so
-/// well. The search also ends after 2 MiB without an entry, and at the number of entries that a
-/// reader keeps. Entries found by searching have a known tag, and their reserved words are 0 or
-/// they point to the entry after them.
+/// well. The search also ends after 2 MiB without an entry, and when it has found an entry and
+/// there are 1,048,576 in all. Entries found by searching have a known tag, and their reserved
+/// words are 0 or they point to the entry after them.
 ///
 /// Throws std::bad_alloc.
 tagFoundEntries FindEntries(CContainerIndex& aIndex);

@@ -45,11 +45,12 @@ class CExtraction {
           m_vecSelected(std::move(vecSelected)),
           m_notes(LoadContainerNotes(aOptions)),
           m_directory(System::NativePath(aOptions.strDirectory)),
-          m_progress(aOptions.aProgress, "extract", CountBytes()) {}
+          m_progress(aOptions.aProgress, "extract", CountBytes(m_vecSelected)) {}
 
     /// Returns whether bytes are missing or differ from the notes.
     bool Run() {
-        RequireReasonableSize();
+        RequireReasonableSize(m_vecSelected, m_recording, m_options.bAllowOverlap);
+        RequireFewFiles(m_vecSelected.size(), m_options.qwMaxFiles, m_options.strPath);
         Prepare();
         for (const tagStream* pStream : m_vecSelected)
             if (CanExtract(*pStream, m_recording))
@@ -60,30 +61,14 @@ class CExtraction {
         m_progress.Finish(m_qwDone);
         return m_bMissing;
     }
-    void Print() const {
-        if (!m_options.bJson) return m_table.Print();
-        Json aDocument = NewDocument("extract");
-        aDocument["path"] = m_options.strPath;
-        aDocument["directory"] = m_options.strDirectory;
-        aDocument["streams"] = m_streams;
-        PrintDocument(aDocument);
-    }
+    void Print() const;
 
  private:
-    std::uint64_t CountBytes() const {
-        std::uint64_t qwBytes = 0;
-        for (const tagStream* pStream : m_vecSelected) qwBytes += pStream->qwPresent;
-        return qwBytes;
-    }
-
-    /// Streams of a good container share no bytes. A malicious container can have a short index
-    /// whose streams need very much disk space.
-    void RequireReasonableSize() const {
-        if (CountBytes() <= m_recording.qwSize || m_options.bAllowOverlap) return;
-        throw CFailure("the streams overlap: their files would need " + Grouped(CountBytes()) +
-                       " bytes, but " + Printable(m_options.strPath) + " has " +
-                       Grouped(m_recording.qwSize) + " (use `--allow-overlap` to write them)");
-    }
+    struct tagRow {
+        const tagStream* pStream;
+        std::uint64_t qwCopied;
+        bool bFile;  // false: nothing could be written
+    };
 
     /// Finds everything that prevents the extraction before the first file is written.
     void Prepare() const {
@@ -110,10 +95,10 @@ class CExtraction {
     void WriteNotes() const {
         if (m_notes.mapStreams.empty()) return;
         Json aDocument = m_notes.aDocument;
-        aDocument[Noted::c_szStreams] = SelectNotes(m_notes, [&](const std::string& strStream) {
-            return std::any_of(m_vecSelected.begin(), m_vecSelected.end(),
-                               [&](const tagStream* p) { return p->Name() == strStream; });
-        });
+        std::set<std::string> setNames;
+        for (const tagStream* pStream : m_vecSelected) setNames.insert(pStream->Name());
+        aDocument[Noted::c_szStreams] =
+            SelectNotes(m_notes, [&](const std::string& str) { return setNames.count(str) > 0; });
         SaveNotes(NotesOfDirectory(m_directory), aDocument);
     }
 
@@ -135,12 +120,12 @@ class CExtraction {
     void ReportAllMissing(const tagStream& aStream) {
         ReportMissing(aStream, "it starts at " + std::to_string(aStream.qwOffset) +
                                    ", past the end of the file");
-        if (m_options.bJson) AddRow(aStream, 0, false);
+        m_vecRows.push_back({&aStream, 0, false});
     }
 
     void Extract(const tagStream& aStream);
     std::uint64_t Copy(const tagStream& aStream, COutputFile& aFile, CChecksum& aChecksum);
-    void AddRow(const tagStream& aStream, std::uint64_t qwCopied, bool bFile);
+    void PrintTable() const;
 
     const tagExtractOptions& m_options;
     const tagRecording& m_recording;
@@ -148,11 +133,7 @@ class CExtraction {
     const tagNotes m_notes;
     const std::filesystem::path m_directory;
     CProgress m_progress;
-    CTable m_table{{{"STREAM", CTable::Left},
-                    {"FILE", CTable::Left},
-                    {"BYTES", CTable::Right},
-                    {"MISSING", CTable::Right}}};
-    Json m_streams = Json::array();
+    std::vector<tagRow> m_vecRows;
     std::uint64_t m_qwDone = 0;
     bool m_bMissing = false;
 };
@@ -174,21 +155,37 @@ void CExtraction::Extract(const tagStream& aStream) {
     if (aExtent.dwLacking > 0)
         ReportMissing(aStream, "something else begins " + Grouped(aExtent.dwLacking) +
                                    " bytes before its noted end");
-    AddRow(aStream, qwCopied, true);
+    m_vecRows.push_back({&aStream, qwCopied, true});
 }
 
-void CExtraction::AddRow(const tagStream& aStream, std::uint64_t qwCopied, bool bFile) {
-    const std::string strName = StreamFileName(aStream.aDescriber);
-    const std::uint64_t qwMissing = aStream.qwExtent - qwCopied;
-    if (m_options.bJson)
-        m_streams.push_back({{"stream", aStream.Name()},
-                             {"file", bFile ? Json(strName) : Json(nullptr)},
-                             {"bytes", qwCopied},
-                             {"missing_bytes", qwMissing}});
-    else
-        m_table.Add(
-            {aStream.Name(), strName, std::to_string(qwCopied),
-             CTable::Cell(std::to_string(qwMissing), qwMissing > 0 ? Style::Red : Style::Plain)});
+void CExtraction::Print() const {
+    if (!m_options.bJson) return PrintTable();
+    Json aDocument = NewDocument("extract");
+    aDocument["path"] = m_options.strPath;
+    aDocument["directory"] = m_options.strDirectory;
+    PrintDocument(aDocument, "streams", m_vecRows.size(), [this](std::size_t i) -> Json {
+        const auto& [pStream, qwCopied, bFile] = m_vecRows[i];
+        return {{"stream", pStream->Name()},
+                {"file", bFile ? Json(StreamFileName(pStream->aDescriber)) : Json(nullptr)},
+                {"bytes", qwCopied},
+                {"missing_bytes", pStream->qwExtent - qwCopied}};
+    });
+}
+
+/// The table has only the streams with a file.
+void CExtraction::PrintTable() const {
+    CTable aTable({{"STREAM", CTable::Left},
+                   {"FILE", CTable::Left},
+                   {"BYTES", CTable::Right},
+                   {"MISSING", CTable::Right}});
+    aTable.PrintRows(m_vecRows.size(), [this](std::size_t i, auto aTake) {
+        const auto& [pStream, qwCopied, bFile] = m_vecRows[i];
+        const std::uint64_t qwMissing = pStream->qwExtent - qwCopied;
+        if (bFile)
+            aTake({pStream->Name(), StreamFileName(pStream->aDescriber), std::to_string(qwCopied),
+                   CTable::Cell(std::to_string(qwMissing),
+                                qwMissing > 0 ? Style::Red : Style::Plain)});
+    });
 }
 
 /// Copies the bytes of the stream up to the first that is missing or cannot be read.
@@ -206,9 +203,10 @@ std::uint64_t CExtraction::Copy(const tagStream& aStream, COutputFile& aFile,
 int Extract(const tagExtractOptions& aOptions) {
     const tagRecording aRecording = RequireContainer(aOptions.strPath);
     bool bMissing = false;
-    Selection vecSelected = aOptions.vecStreams.empty() ? SelectAll(aRecording, bMissing)
-                                                        : SelectNamed(aOptions, aRecording);
     {
+        const CWarningLimit aLimit;
+        Selection vecSelected = aOptions.vecStreams.empty() ? SelectAll(aRecording, bMissing)
+                                                            : SelectNamed(aOptions, aRecording);
         CExtraction aExtraction(aOptions, aRecording, std::move(vecSelected));
         bMissing = aExtraction.Run() || bMissing;
         aExtraction.Print();

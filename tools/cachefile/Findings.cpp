@@ -23,7 +23,10 @@ static_assert(std::size(c_aKinds) == c_nFindingKinds, "ChecksumDiffers is the la
 
 bool CFindingList::Count(Finding aFinding, std::uint64_t qwOffset) {
     tagTotal& aTotal = m_aTotals[static_cast<std::size_t>(aFinding)];
-    if (aTotal.qwCount++ < m_qwMax) return true;
+    if (aTotal.qwCount++ < m_qwMax && m_qwKept < c_qwMaxFindings) {
+        ++m_qwKept;
+        return true;
+    }
     if (aTotal.qwOnlyCounted++ == 0) aTotal.qwFirstCountedOffset = qwOffset;
     return false;
 }

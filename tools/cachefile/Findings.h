@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/cachefile/Budgets.h"
+
 /// All kinds of findings: X(name, severity, code), those of containers first. An Error means that a
 /// reader refuses the container or that bytes are missing or changed. A Warning means that a
 /// correct writer would not have written this. Programs use the codes, so they must not change.
@@ -76,16 +78,14 @@ struct tagFindings {
     std::uint64_t qwWarnings = 0;
 };
 
-constexpr std::uint64_t c_qwMaxOfACode = 100;
-constexpr std::uint64_t c_qwAllOfACode = ~std::uint64_t{0};
-
 /// "1 error, 2,000 warnings"
 std::string CountText(const tagFindings& aFindings);
 
 /// Collects the findings of one examination. Lives on its stack.
 class CFindingList {
  public:
-    /// Keeps at most qwMax findings of each code and counts the others.
+    /// Keeps at most qwMax findings of each code, and at most c_qwMaxFindings of all. Counts the
+    /// others.
     explicit CFindingList(std::uint64_t qwMax) : m_qwMax(qwMax) {}
 
     /// Calls aMakeText for the message only if the finding is kept: there may be millions.
@@ -102,6 +102,7 @@ class CFindingList {
     void Keep(Finding aFinding, std::uint64_t qwOffset, std::string strMessage);
 
     const std::uint64_t m_qwMax;
+    std::uint64_t m_qwKept = 0;
     tagTotal m_aTotals[c_nFindingKinds]{};
     tagFindings m_findings;
 };

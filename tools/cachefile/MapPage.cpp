@@ -1,6 +1,8 @@
 #include "tools/cachefile/MapPage.h"
 
+#include "tools/cachefile/Budgets.h"
 #include "tools/cachefile/Examine.h"
+#include "tools/cachefile/Exit.h"
 #include "tools/cachefile/JsonDocument.h"
 #include "tools/cachefile/MapSvg.h"
 #include "tools/cachefile/Output.h"
@@ -82,6 +84,10 @@ void Replace(std::string& strPage, const std::string& strWord, const std::string
 }  // namespace
 
 std::string DrawPage(const tagRecording& aRecording, const std::vector<tagRegion>& vecRegions) {
+    if (vecRegions.size() > c_nMaxPageParts)
+        throw CFailure("a page shows at most " + Grouped(c_nMaxPageParts) + " parts, but " +
+                       Printable(aRecording.strPath) + " has " + Grouped(vecRegions.size()) +
+                       " (write an SVG file, or use `--json`)");
     std::string strPage = c_szMapTemplate;
     Replace(strPage, "@TITLE@",
             EscapeXml(System::NativePath(aRecording.strPath).filename().u8string()));

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <utility>
 
+#include "tools/cachefile/Budgets.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/OutputFile.h"
@@ -17,13 +18,12 @@ namespace {
 
 constexpr char c_szSchema[] = "recording";
 constexpr char c_szSumsSchema[] = "sums";
-constexpr std::uintmax_t c_nMaxSize = 64 << 20;
-constexpr std::size_t c_nMaxDepth = 32;
 constexpr std::size_t c_nChecksumDigits = 32;
 
-/// The parser takes much more memory than the text for each nested array.
-bool IsTooDeep(const std::string& strText) {
-    std::size_t nDepth = 0;
+/// The parser takes much more memory than the text for each nested array and for each short value.
+/// Returns why a text is not parsed, or an empty text.
+std::string FindExcess(const std::string& strText) {
+    std::size_t nDepth = 0, nValues = 0;
     bool bInText = false;
     for (std::size_t i = 0; i < strText.size(); ++i) {
         const char c = strText[i];
@@ -31,12 +31,15 @@ bool IsTooDeep(const std::string& strText) {
             ++i;
         else if (c == '"')
             bInText = !bInText;
-        else if (!bInText && (c == '[' || c == '{') && ++nDepth > c_nMaxDepth)
-            return true;
+        else if (!bInText && (c == '[' || c == '{') && ++nDepth > c_nMaxJsonDepth)
+            return "it is nested too deeply";
         else if (!bInText && (c == ']' || c == '}') && nDepth > 0)
             --nDepth;
+        // An array or an object, and each value after a comma.
+        if (!bInText && (c == '[' || c == '{' || c == ',') && ++nValues > c_nMaxJsonValues)
+            return "it has more than " + Grouped(c_nMaxJsonValues) + " values";
     }
-    return false;
+    return {};
 }
 
 /// Returns why the file cannot be read, or an empty text.
@@ -47,7 +50,7 @@ std::string ReadText(const std::filesystem::path& aFile, std::string& strText) {
         return aError ? aError.message() : "it is not a regular file";
     const std::uintmax_t nSize = std::filesystem::file_size(aFile, aError);
     if (aError) return aError.message();
-    if (nSize > c_nMaxSize) return "it is too large";
+    if (nSize > c_nMaxJsonSize) return "it is too large";
     std::ifstream aStream(aFile, std::ios::binary);
     strText.resize(static_cast<std::size_t>(nSize));
     aStream.read(strText.data(), static_cast<std::streamsize>(nSize));
@@ -66,7 +69,7 @@ bool IsChecksum(const std::string& strText) {
 }
 
 /// Returns false if the fields of a stream are not as described.
-bool TakeStream(const Json& aStream, NotedStreams& mapStreams) {
+bool TakeStream(const Json& aStream, std::size_t nRow, NotedStreams& mapStreams) {
     if (!aStream.is_object()) return false;
     const Json& aName = Field(aStream, Noted::c_szStream);
     const Json& aBytes = Field(aStream, Noted::c_szBytes);
@@ -80,6 +83,7 @@ bool TakeStream(const Json& aStream, NotedStreams& mapStreams) {
         if (!aChecksum.is_string() || !IsChecksum(aChecksum.get<std::string>())) return false;
         aNoted.strChecksum = aChecksum.get<std::string>();
     }
+    aNoted.nRow = nRow;
     return mapStreams.try_emplace(StreamName(*aDescriber), aNoted).second;
 }
 
@@ -93,8 +97,8 @@ std::string TakeStreams(const Json& aDocument, const char* lpSchema, NotedStream
             return std::string("its ") + lpName + " is not " + aWanted[lpName].dump();
     const Json& aStreams = Field(aDocument, Noted::c_szStreams);
     if (!aStreams.is_array()) return "it has no list of streams";
-    for (const Json& aStream : aStreams)
-        if (!TakeStream(aStream, mapStreams))
+    for (std::size_t i = 0; i < aStreams.size(); ++i)
+        if (!TakeStream(aStreams[i], i, mapStreams))
             return "one of its streams is malformed or given twice";
     return {};
 }
@@ -109,7 +113,8 @@ std::string TakeState(tagNotes& aNotes) {
 }
 
 std::string Parse(const std::string& strText, Json& aDocument) {
-    if (IsTooDeep(strText)) return "it is nested too deeply";
+    std::string strFault = FindExcess(strText);
+    if (!strFault.empty()) return strFault;
     aDocument = Json::parse(strText, nullptr, false);
     return aDocument.is_discarded() ? "it is not JSON" : "";
 }
@@ -152,6 +157,11 @@ Json ReadJson(const std::filesystem::path& aFile, std::string& strFault) {
 const tagNotedStream* tagNotes::Find(const std::string& strStream) const {
     const auto it = mapStreams.find(strStream);
     return it == mapStreams.end() ? nullptr : &it->second;
+}
+
+Json tagNotes::FieldsOf(const std::string& strStream) const {
+    const tagNotedStream* const pNoted = Find(strStream);
+    return pNoted ? aDocument.at(Noted::c_szStreams).at(pNoted->nRow) : Json();
 }
 
 std::filesystem::path NotesOfDirectory(const std::filesystem::path& aDirectory) {

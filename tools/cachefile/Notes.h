@@ -19,6 +19,7 @@ constexpr char c_szNotes[] = "recording.json";
 struct tagNotedStream {
     std::optional<std::uint64_t> qwBytes;  ///< none until the recording is closed
     std::string strChecksum;               ///< 32 hexadecimal digits, or empty
+    std::size_t nRow = 0;                  ///< of notes: its place in the list of streams
 };
 using NotedStreams = std::map<std::string, tagNotedStream>;  ///< by TYPE:ID:KIND
 
@@ -34,18 +35,20 @@ struct tagNotes {
     Json aDocument;  ///< with the fields that are not known here
 
     const tagNotedStream* Find(const std::string& strStream) const;
+    /// All that the notes have about a stream, or null.
+    Json FieldsOf(const std::string& strStream) const;
 };
 
 /// The notes of a recording directory or of a container.
 std::filesystem::path NotesOfDirectory(const std::filesystem::path& aDirectory);
 std::filesystem::path NotesOfContainer(const std::filesystem::path& aContainer);
 
-/// Reads notes that anyone may have written: size and nesting are limited and every field is
-/// checked. Throws only std::bad_alloc.
+/// Reads notes that anyone may have written: size, nesting and number of values are limited
+/// (Budgets.h), and every field is checked. Throws only std::bad_alloc.
 tagNotes LoadNotes(const std::filesystem::path& aFile);
 
-/// Reads a JSON file that anyone may have written: its size and nesting are limited. On failure it
-/// sets strFault to the reason and returns null. Throws only std::bad_alloc.
+/// Reads a JSON file that anyone may have written, with the same limits. On failure it sets
+/// strFault to the reason and returns null. Throws only std::bad_alloc.
 Json ReadJson(const std::filesystem::path& aFile, std::string& strFault);
 
 /// Reads the streams and checksums of a file that the user names: notes, what `sums --json` writes,

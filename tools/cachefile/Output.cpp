@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
+#include "tools/cachefile/Budgets.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/System.h"
 
@@ -14,6 +16,9 @@ namespace {
 constexpr std::size_t c_nFlushAt = 65536;
 
 bool s_bClosed = false;  // the reader of standard output has closed it
+
+std::uint64_t s_qwMaxWarnings = std::numeric_limits<std::uint64_t>::max();
+std::uint64_t s_qwWarnings = 0;  // since the limit was set
 
 /// Text that was printed but not yet written.
 std::string& Buffer() {
@@ -58,7 +63,24 @@ void FinishOutput() {
 
 bool IsOutputClosed() { return s_bClosed; }
 
-void Warn(const std::string& strText) { std::fprintf(stderr, "cachefile: %s\n", strText.c_str()); }
+void WriteLine(const std::string& strText) {
+    std::fprintf(stderr, "cachefile: %s\n", strText.c_str());
+}
+
+void Warn(const std::string& strText) {
+    if (s_qwWarnings++ < s_qwMaxWarnings) WriteLine(strText);
+}
+
+CWarningLimit::CWarningLimit() {
+    s_qwWarnings = 0;
+    s_qwMaxWarnings = c_qwMaxWarnings;
+}
+
+CWarningLimit::~CWarningLimit() {
+    if (s_qwWarnings > s_qwMaxWarnings)
+        WriteLine("and " + Grouped(s_qwWarnings - s_qwMaxWarnings) + " more warnings");
+    s_qwMaxWarnings = std::numeric_limits<std::uint64_t>::max();
+}
 
 bool HasColours() {
     static const bool s_bColours = FindColours();

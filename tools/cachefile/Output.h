@@ -17,6 +17,20 @@ bool IsOutputClosed();
 /// Writes a line to standard error, after the tool's name. Never fails.
 void Warn(const std::string& strText);
 
+/// While it exists, at most c_qwMaxWarnings calls of Warn write a line, because a damaged recording
+/// may have millions of faults. Its end writes how many were left out. Only one at a time, and only
+/// on the thread that calls Warn.
+class CWarningLimit {
+ public:
+    CWarningLimit();
+    ~CWarningLimit();
+    CWarningLimit(const CWarningLimit&) = delete;
+    CWarningLimit& operator=(const CWarningLimit&) = delete;
+};
+
+/// Writes such a line without a limit. Any thread.
+void WriteLine(const std::string& strText);
+
 enum class Style { Plain, Bold, Dim, Red, Green, Yellow, Blue, Magenta, Cyan };
 
 /// Whether standard output shows colours: it is a terminal with colours, and NO_COLOR is not set.
@@ -59,12 +73,25 @@ class CTable {
     void Add(Row aRow);
     void Print() const;
 
-    /// For a table with very many rows: call Measure for all rows first. Then add them again and
-    /// call PrintAndForget now and then, which prints the added rows and frees them.
+    /// Prints a table with nRows rows, and has only some of them in memory at a time.
+    /// aMakeRow(i, aTake) calls aTake with the cells of row i, or not at all. It is called twice
+    /// for each row.
+    template <class MakeRow>
+    void PrintRows(std::size_t nRows, MakeRow aMakeRow) {
+        for (std::size_t i = 0; i < nRows; ++i) aMakeRow(i, [this](Row aRow) { Measure(aRow); });
+        for (std::size_t i = 0; i < nRows; ++i) {
+            aMakeRow(i, [this](Row aRow) { Add(aRow); });
+            if (i % c_nRowsAtOnce == c_nRowsAtOnce - 1) PrintAndForget();
+        }
+        PrintAndForget();
+    }
+
+ private:
+    static constexpr std::size_t c_nRowsAtOnce = 1000;
+
     void Measure(Row aRow);
     void PrintAndForget();
 
- private:
     /// Tables may have very many rows, so one string has the text of all cells.
     struct tagPlaced {
         std::size_t nEnd;    // in the text; the cell begins where the previous one ends

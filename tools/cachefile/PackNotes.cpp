@@ -59,11 +59,9 @@ std::string CPackNotes::AddStream(const tagFileDescriber& aDescriber,
     const std::string strName = StreamName(aDescriber);
     const tagNotedStream* const pNoted = m_notes.Find(strName);
     if (!pNoted) return {};
-    const auto aWanted = [&](const std::string& strStream) { return strStream == strName; };
-    for (Json& aNotes : SelectNotes(m_notes, aWanted)) {
-        NameStream(aNotes, aPacked);
-        m_document[Noted::c_szStreams].push_back(std::move(aNotes));
-    }
+    Json aNotes = m_notes.FieldsOf(strName);
+    NameStream(aNotes, aPacked);
+    m_document[Noted::c_szStreams].push_back(std::move(aNotes));
     return pNoted->strChecksum;
 }
 

@@ -68,9 +68,19 @@ const tagStream* tagRecording::Find(const tagFileDescriber& aDescriber) const {
     const auto aKey = [](const tagFileDescriber& a) {
         return std::tuple(a.wDataType, a.dwFileID, a.byFileType);
     };
-    for (const tagStream& aStream : vecStreams)
-        if (aStream.bKnown && aKey(aStream.aDescriber) == aKey(aDescriber)) return &aStream;
-    return nullptr;
+    const auto aIsIt = [&](const tagStream& a) {
+        return a.bKnown && aKey(a.aDescriber) == aKey(aDescriber);
+    };
+    // Those of a directory are sorted, and each of many notes looks for one.
+    auto it = vecStreams.begin();
+    if (!IsContainer())
+        it = std::lower_bound(it, vecStreams.end(), aDescriber,
+                              [&](const tagStream& a, const tagFileDescriber& aWanted) {
+                                  return aKey(a.aDescriber) < aKey(aWanted);
+                              });
+    else
+        it = std::find_if(it, vecStreams.end(), aIsIt);
+    return it != vecStreams.end() && aIsIt(*it) ? &*it : nullptr;
 }
 
 tagRecording LoadDirectory(const std::string& strPath) {

@@ -8,6 +8,7 @@
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/RecordingLock.h"
 #include "tools/cachefile/RecoveryOutput.h"
+#include "tools/cachefile/Selection.h"
 #include "tools/cachefile/ShownNotes.h"
 #include "tools/cachefile/System.h"
 
@@ -39,15 +40,18 @@ void PrintText(const tagRecovery& aRecovery) {
                    {"MISSING", CTable::Right},
                    {"STATE", CTable::Left},
                    {"FOUND BY", CTable::Left}});
-    for (const tagPiece& a : aRecovery.vecPieces) {
-        for (const std::string& strFault : a.vecFaults) Warn(a.Name() + ": " + strFault);
-        const bool bMissing = a.aState == tagPiece::Missing;
-        aTable.Add({a.Name(), bMissing ? "-" : a.strFile.c_str(), std::to_string(Recovered(a)),
-                    std::to_string(a.qwMissing),
-                    CTable::Cell(PieceStateName(a.aState), StyleOf(a.aState)),
-                    FinderName(a.aFinder)});
+    {
+        const CWarningLimit aLimit;
+        for (const tagPiece& a : aRecovery.vecPieces)
+            for (const std::string& strFault : a.vecFaults) Warn(a.Name() + ": " + strFault);
     }
-    aTable.Print();
+    aTable.PrintRows(aRecovery.vecPieces.size(), [&](std::size_t i, auto aTake) {
+        const tagPiece& a = aRecovery.vecPieces[i];
+        const bool bMissing = a.aState == tagPiece::Missing;
+        aTake({a.Name(), bMissing ? "-" : a.strFile.c_str(), std::to_string(Recovered(a)),
+               std::to_string(a.qwMissing),
+               CTable::Cell(PieceStateName(a.aState), StyleOf(a.aState)), FinderName(a.aFinder)});
+    });
 }
 
 void PrintJson(const tagRecoverOptions& aOptions, const tagRecovery& aRecovery) {
@@ -88,6 +92,12 @@ void LockAgainstRecorders(const tagRecoverOptions& aOptions,
         throw CFailure(Printable(aOptions.strPath) + " is being recorded");
 }
 
+std::uint64_t CountFiles(const tagRecovery& aRecovery) {
+    return static_cast<std::uint64_t>(
+        std::count_if(aRecovery.vecPieces.begin(), aRecovery.vecPieces.end(),
+                      [](const tagPiece& a) { return a.aState != tagPiece::Missing; }));
+}
+
 int Report(const tagRecoverOptions& aOptions, const tagRecovery& aRecovery) {
     if (aOptions.bJson)
         PrintJson(aOptions, aRecovery);
@@ -112,10 +122,17 @@ int Recover(const tagRecoverOptions& aOptions) {
     const tagNotes aNotes = tagShownNotes(aRecording).aNotes;
     const NotedStreams mapKnown =
         aOptions.strKnown.empty() ? aNotes.mapStreams : LoadStreams(aOptions.strKnown);
-    tagRecovery aRecovery = aRecording.IsContainer() ? RecoverContainer(aRecording, mapKnown)
-                                                     : RecoverDirectory(aRecording, mapKnown);
-    if (!aRecording.IsContainer() && aNotes.aState == tagNotes::Open)
-        aRecovery.vecLosses.push_back("it was not closed: the ends of its streams may be missing");
-    WriteRecovery(aRecording, aNotes, aRecovery, aOutput, aOptions.bContainer, aOptions.aProgress);
+    tagRecovery aRecovery;
+    {
+        const CWarningLimit aLimit;
+        aRecovery = aRecording.IsContainer() ? RecoverContainer(aRecording, mapKnown)
+                                             : RecoverDirectory(aRecording, mapKnown);
+        if (!aRecording.IsContainer() && aNotes.aState == tagNotes::Open)
+            aRecovery.vecLosses.push_back(
+                "it was not closed: the ends of its streams may be missing");
+        RequireFewFiles(CountFiles(aRecovery), aOptions.qwMaxFiles, aOptions.strPath);
+        WriteRecovery(aRecording, aNotes, aRecovery, aOutput, aOptions.bContainer,
+                      aOptions.aProgress);
+    }
     return Report(aOptions, aRecovery);
 }

@@ -1,10 +1,9 @@
 #include "tools/cachefile/Recovery.h"
 
 #include <algorithm>
-#include <iterator>
+#include <array>
 #include <map>
 #include <set>
-#include <tuple>
 
 #include "tools/cachefile/Checksum.h"
 #include "tools/cachefile/Output.h"
@@ -99,6 +98,9 @@ class CContainerRecovery {
     bool HasChecksum(std::uint64_t qwOffset, std::uint64_t qwLength,
                      const std::string& strChecksum);
     void TakeIfVerified(std::size_t nIndex);
+    void AddPlace(std::uint64_t qwPlace) {
+        if (m_setTried.insert(qwPlace).second) m_setPlaces.insert(qwPlace);
+    }
     void CollectPlaces();
     void FindLostEntries();
     void FindByChecksum(const std::string& strName, const tagNotedStream& aKnown,
@@ -119,9 +121,9 @@ class CContainerRecovery {
     std::vector<bool> m_vecTaken;                // the salvaged streams that are verified
     std::map<std::string, unsigned> m_mapNames;  // how many pieces have a name
     std::set<std::pair<std::uint64_t, std::uint64_t>> m_setVerified;  // places and lengths
-    std::set<std::tuple<std::string, std::uint64_t, std::uint64_t>> m_setUnverified;
+    std::set<std::array<std::uint64_t, 4>> m_setUnverified;           // also type, kind and id
     std::set<std::uint64_t> m_setPlaces;  // where streams may begin, and none was looked for
-    std::set<std::uint64_t> m_setTried;   // where they were
+    std::set<std::uint64_t> m_setTried;   // the same, and where they were looked for
     std::size_t m_nTries = 0;             // to find a stream at a place
     std::uint64_t m_qwRead = 0;
     std::uint64_t m_qwWritten = 0;
@@ -162,7 +164,7 @@ void CContainerRecovery::AddVerified(const std::string& strName, std::uint64_t q
     aPiece.aFinder = aFinder;
     if (!IsInBudget(m_qwWritten, qwLength)) return;
     if (qwLength > 0) m_setVerified.insert({qwOffset, qwLength});
-    m_setPlaces.insert(qwOffset + qwLength);
+    AddPlace(qwOffset + qwLength);
     Add(std::move(aPiece));
 }
 
@@ -180,22 +182,20 @@ void CContainerRecovery::TakeIfVerified(std::size_t nIndex) {
 
 void CContainerRecovery::CollectPlaces() {
     for (const tagSalvagedStream& a : m_salvage.vecStreams) {
-        m_setPlaces.insert(a.qwOffset);
-        m_setPlaces.insert(a.qwOffset + a.qwLength);
+        AddPlace(a.qwOffset);
+        AddPlace(a.qwOffset + a.qwLength);
     }
-    for (const auto& [qwBegin, qwEnd] : m_salvage.vecUnused) m_setPlaces.insert(qwBegin);
+    for (const auto& [qwBegin, qwEnd] : m_salvage.vecUnused) AddPlace(qwBegin);
 }
 
 /// Looks where other streams begin and end, and where unused bytes begin: the name of an entry may
 /// be damaged, or the entry may be lost. Where a stream ends that was found in this way, the next
 /// one may begin.
 void CContainerRecovery::FindLostEntries() {
+    if (m_mapKnown.empty()) return;
     CollectPlaces();
-    while (!m_setPlaces.empty()) {
-        std::set<std::uint64_t> setPlaces;
-        std::set_difference(m_setPlaces.begin(), m_setPlaces.end(), m_setTried.begin(),
-                            m_setTried.end(), std::inserter(setPlaces, setPlaces.end()));
-        m_setTried.insert(setPlaces.begin(), setPlaces.end());
+    while (!m_setPlaces.empty() && m_nTries <= c_nMaxTries) {
+        const std::set<std::uint64_t> setPlaces = std::move(m_setPlaces);
         m_setPlaces.clear();
         for (const auto& [strName, aKnown] : m_mapKnown)
             if (m_mapNames.count(strName) == 0) FindByChecksum(strName, aKnown, setPlaces);
@@ -223,7 +223,10 @@ void CContainerRecovery::TakeUnverified(const tagSalvagedStream& aStream) {
     aPiece.vecFaults = aStream.vecFaults;
     const std::string strName = StreamName(aStream.aDescriber);
     if (m_setVerified.count({aStream.qwOffset, aStream.qwPresent}) > 0) return;
-    if (!m_setUnverified.insert({strName, aStream.qwOffset, aStream.qwPresent}).second) return;
+    const tagFileDescriber& aOf = aStream.aDescriber;
+    const std::uint64_t qwKind = std::uint64_t{aOf.wDataType} << 8 | aOf.byFileType;
+    if (!m_setUnverified.insert({qwKind, aOf.dwFileID, aStream.qwOffset, aStream.qwPresent}).second)
+        return;
     const auto itKnown = m_mapKnown.find(strName);
     if (itKnown != m_mapKnown.end()) {
         const std::string strFault =

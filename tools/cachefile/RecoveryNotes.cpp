@@ -1,14 +1,13 @@
 #include "tools/cachefile/RecoveryNotes.h"
 
+#include "tools/cachefile/Budgets.h"
+#include "tools/cachefile/Output.h"
 #include "tools/cachefile/Streams.h"
 
 namespace {
 
 Json RecoveredStream(const tagNotes& aNotes, const tagPiece& aPiece) {
-    const std::string strName = aPiece.Name();
-    Json aStream;
-    for (Json& aNoted : SelectNotes(aNotes, [&](const std::string& str) { return str == strName; }))
-        aStream = std::move(aNoted);
+    Json aStream = aNotes.FieldsOf(aPiece.Name());
     NameStream(aStream, aPiece.aDescriber);
     const bool bVerified = aPiece.aState == tagPiece::Verified;
     aStream[Noted::c_szBytes] = aPiece.qwPresent;
@@ -20,9 +19,14 @@ Json RecoveredStream(const tagNotes& aNotes, const tagPiece& aPiece) {
 
 Json Losses(const tagRecovery& aRecovery) {
     Json aLosses = aRecovery.vecLosses;
+    std::uint64_t qwMore = 0;
     for (const tagPiece& aPiece : aRecovery.vecPieces)
         for (const std::string& strFault : aPiece.vecFaults)
-            aLosses.push_back(aPiece.Name() + ": " + strFault);
+            if (aLosses.size() < c_qwMaxWarnings)
+                aLosses.push_back(aPiece.Name() + ": " + strFault);
+            else
+                ++qwMore;
+    if (qwMore > 0) aLosses.push_back("and " + Grouped(qwMore) + " more");
     return aLosses;
 }
 

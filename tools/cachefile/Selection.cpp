@@ -1,5 +1,6 @@
 #include "tools/cachefile/Selection.h"
 
+#include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Output.h"
 
 Selection SelectAll(const tagRecording& aRecording, bool& bLeftOut) {
@@ -24,4 +25,25 @@ Selection SelectAll(const tagRecording& aRecording, bool& bLeftOut) {
     }
     bLeftOut = bLeftOut || vecSelected.size() < aRecording.vecStreams.size();
     return vecSelected;
+}
+
+std::uint64_t CountBytes(const Selection& vecSelected) {
+    std::uint64_t qwBytes = 0;
+    for (const tagStream* pStream : vecSelected) qwBytes += pStream->qwPresent;
+    return qwBytes;
+}
+
+void RequireReasonableSize(const Selection& vecSelected, const tagRecording& aRecording,
+                           bool bAllowOverlap) {
+    const std::uint64_t qwBytes = CountBytes(vecSelected);
+    if (qwBytes <= aRecording.qwSize || bAllowOverlap) return;
+    throw CFailure("the streams overlap: together they have " + Grouped(qwBytes) + " bytes, but " +
+                   Printable(aRecording.strPath) + " has " + Grouped(aRecording.qwSize) +
+                   " (use `--allow-overlap` to read them all)");
+}
+
+void RequireFewFiles(std::uint64_t qwFiles, std::uint64_t qwMaxFiles, const std::string& strPath) {
+    if (qwFiles > qwMaxFiles)
+        throw CFailure(Printable(strPath) + " has " + Grouped(qwFiles) + " streams: more than " +
+                       Grouped(qwMaxFiles) + " files are made only with `--max-files`");
 }

@@ -1,5 +1,6 @@
 #include "tools/cachefile/ShownNotes.h"
 
+#include "tools/cachefile/Budgets.h"
 #include "tools/cachefile/Output.h"
 #include "tools/cachefile/ShownRecording.h"
 #include "tools/cachefile/System.h"
@@ -27,5 +28,7 @@ Json tagShownNotes::Field(const char* lpName) const {
 
 std::string tagShownNotes::Text(const char* lpName) const {
     const Json aField = Field(lpName);
-    return aField.is_string() ? Printable(aField.get<std::string>()) : "";
+    if (!aField.is_string()) return "";
+    const std::string strText = Printable(aField.get<std::string>());
+    return strText.size() <= c_nMaxNoteText ? strText : strText.substr(0, c_nMaxNoteText) + "...";
 }

@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr std::size_t c_nRowsAtOnce = 1000;
-
 std::string Hex(std::uint16_t wTag) {
     std::string strHex = "0x";
     for (int nShift = 12; nShift >= 0; nShift -= 4)
@@ -47,25 +45,6 @@ Json ToJson(const tagStream& aStream, std::size_t nNumber, bool bContainer) {
     return aJson;
 }
 
-/// Makes one row at a time, since there may be a million.
-template <class Take>
-void ForEachRow(const tagRecording& aRecording, Take aTake) {
-    const bool bContainer = aRecording.IsContainer();
-    std::size_t nNumber = 0;
-    for (const tagStream& aStream : aRecording.vecStreams) {
-        const auto [strState, aStyle] = State(aStream);
-        ++nNumber;
-        aTake(nNumber, {std::to_string(nNumber),
-                        aStream.Name(),
-                        aStream.wTag ? std::to_string(*aStream.wTag) : "-",
-                        aStream.wTag ? Hex(*aStream.wTag) : "-",
-                        bContainer ? std::to_string(aStream.dwExtraInfo) : "-",
-                        bContainer ? std::to_string(aStream.qwOffset) : "-",
-                        std::to_string(aStream.qwExtent),
-                        {strState, aStyle}});
-    }
-}
-
 }  // namespace
 
 std::string StateText(const tagStream& aStream) { return State(aStream).first; }
@@ -80,12 +59,18 @@ void PrintStreams(const tagRecording& aRecording) {
                    {"OFFSET", CTable::Right},
                    {bContainer ? "EXTENT (derived)" : "BYTES", CTable::Right},
                    {"STATE", CTable::Left}});
-    ForEachRow(aRecording, [&](std::size_t, CTable::Row aRow) { aTable.Measure(aRow); });
-    ForEachRow(aRecording, [&](std::size_t nNumber, CTable::Row aRow) {
-        aTable.Add(aRow);
-        if (nNumber % c_nRowsAtOnce == 0) aTable.PrintAndForget();
+    aTable.PrintRows(aRecording.vecStreams.size(), [&](std::size_t i, auto aTake) {
+        const tagStream& aStream = aRecording.vecStreams[i];
+        const auto [strState, aStyle] = State(aStream);
+        aTake({std::to_string(i + 1),
+               aStream.Name(),
+               aStream.wTag ? std::to_string(*aStream.wTag) : "-",
+               aStream.wTag ? Hex(*aStream.wTag) : "-",
+               bContainer ? std::to_string(aStream.dwExtraInfo) : "-",
+               bContainer ? std::to_string(aStream.qwOffset) : "-",
+               std::to_string(aStream.qwExtent),
+               {strState, aStyle}});
     });
-    aTable.PrintAndForget();
 }
 
 void WarnOfStreams(const tagRecording& aRecording) {

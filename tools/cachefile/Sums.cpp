@@ -25,7 +25,9 @@ class CSums {
     /// Returns whether a stream is missing, incomplete or different.
     bool Run() {
         bool bLeftOut = false;
-        for (const tagStream* pStream : SelectAll(m_recording, bLeftOut))
+        const Selection vecSelected = SelectAll(m_recording, bLeftOut);
+        RequireReasonableSize(vecSelected, m_recording, m_options.bAllowOverlap);
+        for (const tagStream* pStream : vecSelected)
             if (CanExtract(*pStream, m_recording))
                 Sum(*pStream);
             else
@@ -35,16 +37,17 @@ class CSums {
         return m_bBad || bLeftOut;
     }
 
-    void Print() const {
-        if (!m_options.bJson && m_options.bCheck) return m_table.Print();
-        if (!m_options.bJson) return ::Print(m_strLines);
-        Json aDocument = NewDocument("sums");
-        aDocument["path"] = m_options.strPath;
-        aDocument["streams"] = m_streams;
-        PrintDocument(aDocument);
-    }
+    void Print() const;
 
  private:
+    struct tagRow {
+        tagFileDescriber aDescriber;
+        std::uint64_t qwBytes;
+        std::string strChecksum;  // empty if the stream is missing
+        std::string strExpected;  // empty if it is not known
+        const char* lpResult;
+    };
+
     void Sum(const tagStream& aStream);
     void Incomplete(const tagStream& aStream) {
         Warn(aStream.Name() + " is incomplete");
@@ -52,24 +55,16 @@ class CSums {
     }
     void AddMissing(const std::string& strName, const tagNotedStream& aKnown) {
         m_bBad = true;
-        AddRow(*ParseStreamName(strName), Json(nullptr), 0, Expected(aKnown), "missing");
+        m_vecRows.push_back({*ParseStreamName(strName), 0, "", aKnown.strChecksum, "missing"});
     }
-    static Json Expected(const tagNotedStream& aKnown) {
-        return aKnown.strChecksum.empty() ? Json(nullptr) : Json(aKnown.strChecksum);
-    }
-    void AddRow(const tagFileDescriber& aDescriber, const Json& aChecksum, std::uint64_t qwBytes,
-                const Json& aExpected, const char* lpResult);
+    void PrintTable() const;
+    void PrintJson() const;
 
     const tagSumsOptions& m_options;
     const tagRecording& m_recording;
     NotedStreams m_mapKnown;  // without those that were compared
     CProgress m_progress;
-    CTable m_table{{{"STREAM", CTable::Left},
-                    {"FILE", CTable::Left},
-                    {"BYTES", CTable::Right},
-                    {"RESULT", CTable::Left}}};
-    std::string m_strLines;
-    Json m_streams = Json::array();
+    std::vector<tagRow> m_vecRows;
     std::uint64_t m_qwDone = 0;
     bool m_bBad = false;
 };
@@ -91,28 +86,44 @@ void CSums::Sum(const tagStream& aStream) {
     }
     const bool bSame = aKnown.strChecksum == strChecksum;
     m_bBad = m_bBad || !(bSame || aKnown.strChecksum.empty());
-    AddRow(aStream.aDescriber, strChecksum, qwRead, Expected(aKnown),
-           bSame                        ? "verified"
-           : aKnown.strChecksum.empty() ? "no checksum"
-                                        : "differs");
+    m_vecRows.push_back({aStream.aDescriber, qwRead, strChecksum, aKnown.strChecksum,
+                         bSame                        ? "verified"
+                         : aKnown.strChecksum.empty() ? "no checksum"
+                                                      : "differs"});
 }
 
-void CSums::AddRow(const tagFileDescriber& aDescriber, const Json& aChecksum, std::uint64_t qwBytes,
-                   const Json& aExpected, const char* lpResult) {
-    const std::string strName = StreamName(aDescriber);
-    const std::string strFile = StreamFileName(aDescriber);
-    if (m_options.bJson)
-        m_streams.push_back({{"stream", strName},
-                             {"file", strFile},
-                             {"bytes", qwBytes},
-                             {"xxh3_128", aChecksum},
-                             {"expected", aExpected},
-                             {"result", m_options.bCheck ? Json(lpResult) : Json(nullptr)}});
-    else if (m_options.bCheck)
-        m_table.Add({strName, strFile, std::to_string(qwBytes),
-                     CTable::Cell(lpResult, lpResult[0] == 'v' ? Style::Plain : Style::Red)});
-    else
-        m_strLines += aChecksum.get<std::string>() + "  " + strFile + "\n";
+void CSums::Print() const {
+    if (m_options.bJson) return PrintJson();
+    if (m_options.bCheck) return PrintTable();
+    for (const tagRow& a : m_vecRows)
+        ::Print(a.strChecksum + "  " + StreamFileName(a.aDescriber) + "\n");
+}
+
+void CSums::PrintTable() const {
+    CTable aTable({{"STREAM", CTable::Left},
+                   {"FILE", CTable::Left},
+                   {"BYTES", CTable::Right},
+                   {"RESULT", CTable::Left}});
+    aTable.PrintRows(m_vecRows.size(), [this](std::size_t i, auto aTake) {
+        const tagRow& a = m_vecRows[i];
+        aTake({StreamName(a.aDescriber), StreamFileName(a.aDescriber), std::to_string(a.qwBytes),
+               CTable::Cell(a.lpResult, a.lpResult[0] == 'v' ? Style::Plain : Style::Red)});
+    });
+}
+
+void CSums::PrintJson() const {
+    Json aDocument = NewDocument("sums");
+    aDocument["path"] = m_options.strPath;
+    const auto aText = [](const std::string& str) { return str.empty() ? Json() : Json(str); };
+    PrintDocument(aDocument, "streams", m_vecRows.size(), [&](std::size_t i) -> Json {
+        const tagRow& a = m_vecRows[i];
+        return {{"stream", StreamName(a.aDescriber)},
+                {"file", StreamFileName(a.aDescriber)},
+                {"bytes", a.qwBytes},
+                {"xxh3_128", aText(a.strChecksum)},
+                {"expected", aText(a.strExpected)},
+                {"result", m_options.bCheck ? Json(a.lpResult) : Json(nullptr)}};
+    });
 }
 
 NotedStreams RequireKnown(const tagSumsOptions& aOptions, const tagRecording& aRecording) {
@@ -131,6 +142,7 @@ int Sums(const tagSumsOptions& aOptions) {
     const tagRecording aRecording = RequireRecording(aOptions.strPath);
     bool bBad = false;
     {
+        const CWarningLimit aLimit;
         CSums aSums(aOptions, aRecording, RequireKnown(aOptions, aRecording));
         bBad = aSums.Run();
         aSums.Print();

@@ -31,7 +31,7 @@ std::atomic<bool> s_bShow{false};
 
 /// Every line about an object ends with its address.
 void OnLine(CmInt32 /*lLevel*/, const char* lpText) {
-    if (s_bShow) Warn(Printable(lpText));
+    if (s_bShow) WriteLine(Printable(lpText));
     const char* const lpObject = std::strstr(lpText, c_szObject);
     const char* const lpErrno = std::strstr(lpText, c_szErrno);
     if (!lpObject) return;

@@ -39,7 +39,7 @@ _cachefile()
         --home | --dir) compopt -o filenames; mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
         --on-full) mapfile -t COMPREPLY < <(compgen -W "stop wait" -- "$word"); return ;;
         --flush | --sync) mapfile -t COMPREPLY < <(compgen -W "1s off" -- "$word"); return ;;
-        --duration | --max-bytes | --min-free | --split) return ;;
+        --duration | --max-bytes | --max-files | --min-free | --split) return ;;
         --piece | --size | --rounds | --offset | --length | --timestamp) return ;;
     esac
     if [[ $word == -* ]]; then

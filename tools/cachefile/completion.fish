@@ -50,7 +50,7 @@ function __cachefile_complete
             printf '%s\n' stop wait
         case --flush --sync
             printf '%s\n' 1s off
-        case --duration --max-bytes --min-free --split
+        case --duration --max-bytes --max-files --min-free --split
         case --piece --size --rounds --offset --length --timestamp
         case '*'
             if string match -q -- '-*' (commandline -ct)

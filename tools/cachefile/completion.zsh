@@ -39,7 +39,7 @@ _cachefile() {
         --home | --dir) _files -/; return ;;
         --on-full) compadd stop wait; return ;;
         --flush | --sync) compadd 1s off; return ;;
-        --duration | --max-bytes | --min-free | --split) return ;;
+        --duration | --max-bytes | --max-files | --min-free | --split) return ;;
         --piece | --size | --rounds | --offset | --length | --timestamp) return ;;
     esac
     if [[ $PREFIX == -* ]]; then
