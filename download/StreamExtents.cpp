@@ -51,9 +51,10 @@ void CStreamExtents::Derive(std::uint64_t qwDeclared, std::uint64_t qwFileSize) 
         DeriveGroup(nFrom, nTo, qwEnd > dwOffset ? static_cast<CmUint32>(qwEnd - dwOffset) : 0);
     }
     CheckNotes();
-    m_vecEntries = {};
-    m_vecOrder = {};
-    m_vecData = {};
+    // Assigning {} would keep the memory.
+    m_vecEntries = std::vector<CmUint32>();
+    m_vecOrder = std::vector<CmUint32>();
+    m_vecData = std::vector<tagData>();
 }
 
 /// The data of the entries nFrom to nTo of the order begins at the same place, dwBytes before the

@@ -41,7 +41,7 @@ class CStreamIndex {
 
     /// Removes all entries and frees their memory.
     void Clear() {
-        m_vecEntries = {};
+        m_vecEntries = std::vector<tagBytes>();  // assigning {} would keep the memory
         m_lookup.Clear();
     }
 
