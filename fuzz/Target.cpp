@@ -46,6 +46,17 @@ std::uint64_t ShapeFile(const std::uint8_t* lpBytes, std::size_t dwSize) {
 
 MemoryDisk::File& TheFile() { return *MemoryDisk::Instance().m_mapNames[c_szPath]; }
 
+std::uint64_t WalkSteps(const MemoryDisk::File& aFile) {
+    const std::uint64_t qwSize = aFile.strBytes.size();
+    const CmUint32 dwCount = qwSize < c_nHeader ? 0 : Get32(aFile.strBytes, c_nCount);
+    return std::min<std::uint64_t>(dwCount, 8 * qwSize + 8) + 1;
+}
+
+std::uint64_t WalkBytes(const MemoryDisk::File& aFile) {
+    const std::uint64_t qwSize = aFile.strBytes.size();
+    return 24 + (72 + 288) * WalkSteps(aFile) + qwSize + qwSize / 2048 + 65536;
+}
+
 void Require(bool bHolds, const char* lpWhat) {
     if (bHolds) return;
     std::fprintf(stderr, "check failed: %s\n", lpWhat);

@@ -22,5 +22,12 @@ MemoryDisk::File& TheFile();
 /// keeps it. Returns a pseudo-random number that depends only on the bytes.
 std::uint64_t ShapeFile(const std::uint8_t* lpBytes, std::size_t dwSize);
 
+/// The most steps that a walk of the index may take, and the most bytes that it may read. A circle
+/// is detected after a few rounds, so the number of steps is proportional to the size of the file
+/// and independent of the header's count. Each step reads an entry and at most a conf header;
+/// IndexReader.h limits the block reads.
+std::uint64_t WalkSteps(const MemoryDisk::File& aFile);
+std::uint64_t WalkBytes(const MemoryDisk::File& aFile);
+
 /// Ends the process if bHolds is false, so that the fuzzer saves the input.
 void Require(bool bHolds, const char* lpWhat);

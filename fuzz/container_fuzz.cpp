@@ -86,16 +86,10 @@ void Run::Open() {
             "a second open returns 4008");
 }
 
-/// Checks that a circle is detected after a few rounds. The number of steps is proportional to the
-/// size of the file and independent of the header's count. Each step reads an entry and at most a
-/// conf header; IndexReader.h limits the block reads.
 void Run::CheckEffort() const {
     const MemoryDisk::File& aFile = TheFile();
-    const std::uint64_t qwSize = aFile.strBytes.size();
-    const std::uint64_t qwSteps = std::min<std::uint64_t>(m_reference.dwCount, 8 * qwSize + 8) + 1;
-    Require(aFile.qwReads <= 3 * qwSteps + 1, "the number of reads is bounded");
-    Require(aFile.qwBytesRead <= 24 + (72 + 288) * qwSteps + qwSize + qwSize / 2048 + 65536,
-            "the bytes read are bounded");
+    Require(aFile.qwReads <= 3 * WalkSteps(aFile) + 1, "the number of reads is bounded");
+    Require(aFile.qwBytesRead <= WalkBytes(aFile), "the bytes read are bounded");
 }
 
 void Run::ReadAll() {

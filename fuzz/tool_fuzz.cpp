@@ -4,16 +4,19 @@
 
 #include "fuzz/Reference.h"
 #include "fuzz/Target.h"
+#include "tools/cachefile/Checksum.h"
 #include "tools/cachefile/Commands.h"
 #include "tools/cachefile/Examine.h"
 #include "tools/cachefile/Exit.h"
 #include "tools/cachefile/Layout.h"
 #include "tools/cachefile/OutputFile.h"
 #include "tools/cachefile/Recovery.h"
+#include "tools/cachefile/RecoveryNotes.h"
 #include "tools/cachefile/Streams.h"
 
-// The tool checks the input as a container, recovers its streams, and extracts it. The extracted
-// files are compared with the bytes of the input.
+// The tool checks the input as a container, recovers its streams, with and without known checksums,
+// sums them, and extracts it. What it writes is compared with the bytes of the input. Every step
+// must stay within the budgets of docs/limits.md.
 
 namespace {
 
@@ -94,15 +97,79 @@ void CheckExtracted(const tagRecording& aRecording, bool bError) {
             "extract reports damage if there is an error or bytes are missing");
 }
 
-void CheckRecovery(const tagRecording& aRecording) {
+/// Limits the bytes that are read while it exists: those of nWalks walks of the index, and qwTimes
+/// times the file.
+class CReadBudget {
+ public:
+    CReadBudget(std::uint64_t nWalks, std::uint64_t qwTimes)
+        : m_qwMax(TheFile().qwBytesRead + nWalks * WalkBytes(TheFile()) + qwTimes * Size()) {}
+    ~CReadBudget() { Require(TheFile().qwBytesRead <= m_qwMax, "the bytes read are bounded"); }
+    CReadBudget(const CReadBudget&) = delete;
+    CReadBudget& operator=(const CReadBudget&) = delete;
+
+ private:
+    const std::uint64_t m_qwMax;
+};
+
+std::string SumOf(std::uint64_t qwOffset, std::uint64_t qwLength) {
+    const std::string& strBytes = TheFile().strBytes;
+    CChecksum aChecksum;
+    if (qwLength > 0) aChecksum.Add(strBytes.data() + qwOffset, static_cast<std::size_t>(qwLength));
+    return aChecksum.GetText();
+}
+
+/// Notes for some streams, and for one without an entry. Most have the checksum of their bytes.
+NotedStreams MakeKnown(const tagRecording& aRecording, std::uint64_t qwRandom) {
+    NotedStreams mapKnown;
+    for (const tagStream& a : aRecording.vecStreams) {
+        qwRandom = qwRandom * 6364136223846793005 + 1;
+        const std::uint64_t qwLength = std::min(a.qwPresent, Size() - std::min(a.qwOffset, Size()));
+        const bool bLost = qwRandom >> 60 == 0;
+        if (!a.bKnown || qwRandom >> 63 != 0) continue;
+        mapKnown[bLost ? "9:9:4" : a.Name()] = {
+            qwLength, SumOf(a.qwOffset, qwRandom >> 61 == 1 ? qwLength / 2 : qwLength)};
+    }
+    return mapKnown;
+}
+
+void CheckRecovery(const tagRecording& aRecording, const NotedStreams& mapKnown) {
+    const CReadBudget aBudget(1, 4 + 4);
     std::uint64_t qwSum = 0;
-    for (const tagPiece& a : RecoverContainer(aRecording, {}).vecPieces) {
+    const tagRecovery aRecovery = RecoverContainer(aRecording, mapKnown);
+    for (const tagPiece& a : aRecovery.vecPieces) {
         if (a.aState == tagPiece::Missing) continue;
         Require(a.qwPresent == 0 || a.qwOffset + a.qwPresent <= Size(), "its bytes exist");
-        Require(a.aState != tagPiece::Verified, "there are no checksums");
+        const auto itKnown = mapKnown.find(a.Name());
+        if (a.aState == tagPiece::Verified)
+            Require(itKnown != mapKnown.end() && itKnown->second.strChecksum == a.strChecksum &&
+                        SumOf(a.qwOffset, a.qwPresent) == a.strChecksum,
+                    "verified bytes have the known checksum");
         qwSum += a.qwPresent;
+        ReadPiece(aRecording, a, [](const unsigned char*, std::size_t) {});
     }
     Require(qwSum <= 4 * Size(), "what is recovered is bounded");
+    const Json aNotes = MakeRecoveryNotes(aRecording, {}, aRecovery);
+    Require(ParseNotes(aNotes.dump(-1, ' ', true)).aState == tagNotes::Recovered,
+            "the notes of what was recovered can be read");
+    Require(aNotes.at("losses").size() <= aRecovery.vecLosses.size() + c_qwMaxWarnings + 1,
+            "the number of noted losses is bounded");
+}
+
+void CheckSums(const tagRecording& aRecording) {
+    const CReadBudget aBudget(1, 1);
+    tagSumsOptions aOptions;
+    aOptions.strPath = c_szPath;
+    aOptions.aProgress = ProgressMode::Never;
+    std::uint64_t qwSum = 0;
+    for (const tagStream& a : aRecording.vecStreams)
+        if (a.bKnown && a.nHiddenBy == 0) qwSum += a.qwPresent;
+    try {
+        const int nExit = Sums(aOptions);
+        Require(qwSum <= Size(), "streams that share too many bytes are not read");
+        Require(nExit == Exit_Done || nExit == Exit_Damage, "sums succeeds");
+    } catch (const CFailure&) {
+        Require(qwSum > Size(), "nothing else is refused");
+    }
 }
 
 }  // namespace
@@ -113,12 +180,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* lpBytes, std::size_t d
     const bool bHeader = Reference(aFile.strBytes, aFile.qwBadFrom, aFile.qwBadTo).IsHeader();
     tagRecording aRecording;
     try {
+        const CReadBudget aBudget(1, 0);
         aRecording = LoadRecording(c_szPath);
     } catch (const CFailure&) {
         Require(!bHeader, "a file with a valid header can be examined");
         return 0;
     }
-    const bool bError = Examine(aRecording).qwErrors > 0;
+    const tagFindings aFindings = Examine(aRecording);
+    const bool bError = aFindings.qwErrors > 0;
+    for (const tagTotal& aTotal : aFindings.vecTotals)
+        Require(aTotal.qwCount - aTotal.qwOnlyCounted <= c_qwMaxOfACode,
+                "the lines of each code are bounded");
     Require(bHeader || bError, "a file without a valid header has an error");
     if (qwRandom % 8 == 0) {  // printing takes time
         tagDoctorOptions aOptions;
@@ -127,8 +199,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* lpBytes, std::size_t d
         Require(nDoctor == Exit_Damage || (nDoctor == Exit_Done && !bError),
                 "doctor reports damage if there is an error");
     }
-    CheckRecovery(aRecording);
+    CheckRecovery(aRecording, {});
+    CheckRecovery(aRecording, MakeKnown(aRecording, qwRandom));
     if (!bHeader) return 0;
+    CheckSums(aRecording);
     CheckRegions(aRecording);
     CheckExtracted(aRecording, bError);
     return 0;

@@ -119,11 +119,17 @@ std::string Parse(const std::string& strText, Json& aDocument) {
     return aDocument.is_discarded() ? "it is not JSON" : "";
 }
 
-std::string Take(const std::filesystem::path& aFile, tagNotes& aNotes) {
-    std::string strFault;
-    aNotes.aDocument = ReadJson(aFile, strFault);
+/// strFault is why there is no document, or empty.
+tagNotes Take(Json aDocument, std::string strFault) {
+    tagNotes aNotes;
+    aNotes.aDocument = std::move(aDocument);
     if (strFault.empty()) strFault = TakeStreams(aNotes.aDocument, c_szSchema, aNotes.mapStreams);
-    return strFault.empty() ? TakeState(aNotes) : strFault;
+    if (strFault.empty()) strFault = TakeState(aNotes);
+    if (strFault.empty()) return aNotes;
+    tagNotes aBad;
+    aBad.aState = tagNotes::Bad;
+    aBad.strFault = strFault;
+    return aBad;
 }
 
 /// Lines are CHECKSUM, two spaces, and the path of a file. Others are ignored.
@@ -175,32 +181,38 @@ std::filesystem::path NotesOfContainer(const std::filesystem::path& aContainer) 
 
 tagNotes LoadNotes(const std::filesystem::path& aFile) {
     std::error_code aError;
-    tagNotes aNotes;
     const auto aStatus = std::filesystem::status(aFile, aError);
-    if (aStatus.type() == std::filesystem::file_type::not_found) return aNotes;
-    aNotes.strFault = Take(aFile, aNotes);
-    if (aNotes.strFault.empty()) return aNotes;
-    tagNotes aBad;
-    aBad.aState = tagNotes::Bad;
-    aBad.strFault = aNotes.strFault;
-    return aBad;
+    if (aStatus.type() == std::filesystem::file_type::not_found) return {};
+    std::string strFault;
+    Json aDocument = ReadJson(aFile, strFault);
+    return Take(std::move(aDocument), strFault);
+}
+
+tagNotes ParseNotes(const std::string& strText) {
+    Json aDocument;
+    const std::string strFault = Parse(strText, aDocument);
+    return Take(std::move(aDocument), strFault);
 }
 
 bool IsBeingRecorded(const std::filesystem::path& aDirectory) {
     return System::CFileLock::IsHeld(aDirectory / c_szRecordingLock);
 }
 
-NotedStreams LoadStreams(const std::string& strPath) {
-    std::string strText;
-    const std::string strFault = ReadText(System::NativePath(strPath), strText);
-    if (!strFault.empty()) throw CFailure("cannot read " + Printable(strPath) + ": " + strFault);
+NotedStreams ParseStreams(const std::string& strText) {
     Json aDocument;
     const bool bJson = Parse(strText, aDocument).empty();
     for (const char* const lpSchema : {c_szSchema, c_szSumsSchema}) {
         NotedStreams mapStreams;
         if (bJson && TakeStreams(aDocument, lpSchema, mapStreams).empty()) return mapStreams;
     }
-    const NotedStreams mapStreams = TakeLines(strText);
+    return TakeLines(strText);
+}
+
+NotedStreams LoadStreams(const std::string& strPath) {
+    std::string strText;
+    const std::string strFault = ReadText(System::NativePath(strPath), strText);
+    if (!strFault.empty()) throw CFailure("cannot read " + Printable(strPath) + ": " + strFault);
+    NotedStreams mapStreams = ParseStreams(strText);
     if (mapStreams.empty())
         throw CFailure(Printable(strPath) + " has no checksums and is no recording.json");
     return mapStreams;

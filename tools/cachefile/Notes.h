@@ -46,6 +46,8 @@ std::filesystem::path NotesOfContainer(const std::filesystem::path& aContainer);
 /// Reads notes that anyone may have written: size, nesting and number of values are limited
 /// (Budgets.h), and every field is checked. Throws only std::bad_alloc.
 tagNotes LoadNotes(const std::filesystem::path& aFile);
+/// The same from the text of the file.
+tagNotes ParseNotes(const std::string& strText);
 
 /// Reads a JSON file that anyone may have written, with the same limits. On failure it sets
 /// strFault to the reason and returns null. Throws only std::bad_alloc.
@@ -54,6 +56,8 @@ Json ReadJson(const std::filesystem::path& aFile, std::string& strFault);
 /// Reads the streams and checksums of a file that the user names: notes, what `sums --json` writes,
 /// or lines as `sums` and xxh128sum write them. Throws CFailure if it is none of these.
 NotedStreams LoadStreams(const std::string& strPath);
+/// The same from the text of the file. Returns no streams if it has none.
+NotedStreams ParseStreams(const std::string& strText);
 
 /// Why a stream differs from its notes, or an empty text. strChecksum may be empty, if it is not
 /// known.
