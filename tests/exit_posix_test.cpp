@@ -96,24 +96,6 @@ void ReturnAfter(CmInt32 (*pEnd)(CmUint32 dwHandle)) {
     Require(pEnd(dwHandle) == 0, "the close or Destroy is queued");
 }
 
-/// exit() from deep inside the library, with objects on the stack that are never destroyed.
-void ExitFromACallback() {
-    class Exiting final : public IFileOpSink {
-        void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType,
-                            CmInt32) override {
-            Record(nullptr);
-            std::exit(0);
-        }
-        void OnDataReady(unsigned char*, CmUint32, const tagDataInfo&) override {}
-    } aSink;
-    const CCmCallerThreadGuard aAttached;
-    CmUint32 dwHandle = 0;
-    CWriteFileHandler* const pHandler = CCacheFileManager::Instance().CreateWriteFileHandler(8, 1);
-    Require(pHandler->Initialize(&aSink) == 0 && pHandler->OpenWritingFile("b", dwHandle) == 0,
-            "an open is queued");
-    CCmCallerThread::WaitAndRun(60'000);
-}
-
 /// The handler registered first runs last: after the library has ended its worker.
 void ExitAndOpenLate() {
     static Sink s_sink;
@@ -141,7 +123,6 @@ const Case c_aCases[] = {
      [] { ReturnAfter([](CmUint32 dwHandle) { return s_pHandler->CloseFile(dwHandle); }); },
      "tail"},
     {"Destroyed", [] { ReturnAfter([](CmUint32) { return s_pHandler->Destroy(); }); }, "tail"},
-    {"Callback", ExitFromACallback, ""},
 };
 
 using Exit = testing::TestWithParam<Case>;

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <mutex>
 #include <numeric>
 #include <thread>
 #include <utility>
@@ -20,7 +21,7 @@ namespace {
 
 constexpr int c_nNever = -1;
 
-// Set only while no worker is running.
+// Most tests set these only while no worker is running.
 std::atomic<Faults::Call> s_aCall{};
 std::atomic<int> s_nNth{c_nNever};
 std::atomic<bool> s_bForEver{false};
@@ -34,8 +35,9 @@ std::atomic<std::uint64_t> s_qwFreeSpace{0};
 std::atomic<int> s_nCalls{0};
 std::atomic<int> s_nFailures{0};
 std::atomic<int> s_nWrites{0};
-std::function<void()> s_beforeFailure;
-std::atomic<bool> s_bOwed{false};  // half of a transfer was done, and the next call must fail
+std::mutex s_mutex;
+std::function<void()> s_beforeFailure;  // guarded by s_mutex
+std::atomic<bool> s_bOwed{false};       // half of a transfer was done, and the next call must fail
 
 /// Returns whether this call must fail, and sets errno if so.
 bool Fails(Faults::Call aCall) {
@@ -50,6 +52,12 @@ bool Fails(Faults::Call aCall) {
 /// Returns half of a transfer, in whole words, because the test files consist of words.
 std::size_t HalfOf(std::size_t nBytes) { return nBytes / 2 & ~std::size_t{3}; }
 
+/// Replaces the work that runs before a failure, and returns the earlier one.
+std::function<void()> TakeWork(std::function<void()> aNext) {
+    const std::lock_guard aLock(s_mutex);
+    return std::exchange(s_beforeFailure, std::move(aNext));
+}
+
 /// Fails a transfer as the system does: one call transfers a part, and the next one fails.
 template <class Transfer>
 ssize_t Transferred(Faults::Call aCall, std::size_t nCount, Transfer aTransfer) {
@@ -60,7 +68,7 @@ ssize_t Transferred(Faults::Call aCall, std::size_t nCount, Transfer aTransfer) 
         return aTransfer(HalfOf(nCount));
     }
     const int nErrno = s_nErrno;
-    if (const auto aWork = std::exchange(s_beforeFailure, {})) aWork();
+    if (const auto aWork = TakeWork({})) aWork();
     errno = nErrno;
     return aCall == Faults::Call_write && nErrno == 0 ? 0 : -1;
 }
@@ -100,7 +108,7 @@ int Disarm() {
     return s_nFailures;
 }
 
-void RunBeforeFailure(std::function<void()> aWork) { s_beforeFailure = std::move(aWork); }
+void RunBeforeFailure(std::function<void()> aWork) { TakeWork(std::move(aWork)); }
 
 void HoldSyncs(bool bHold) { s_bHoldSyncs = bHold; }
 
