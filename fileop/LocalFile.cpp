@@ -146,8 +146,9 @@ tagAppended CLocalFile::WriteBlocks(const CmFile::tagBlock* pBlocks, std::size_t
     std::size_t nWritten = CmFile::WriteBlocks(m_hFD, pBlocks, nCount);
     const int nErrno = errno;
     for (; aDone.nBlocks < nCount && nWritten >= pBlocks->nLength; ++aDone.nBlocks, ++pBlocks) {
-        m_pLedger->Written(static_cast<std::uint64_t>(nEnd), pBlocks->nLength, dwOffset);
+        // In this order, so that a host never sees the bytes as neither pending nor unsynced.
         AddWritten(nEnd, pBlocks->nLength, dwFailures);
+        m_pLedger->Written(static_cast<std::uint64_t>(nEnd), pBlocks->nLength, dwOffset);
         nEnd += static_cast<std::int64_t>(pBlocks->nLength);
         nWritten -= pBlocks->nLength;
     }

@@ -47,8 +47,8 @@ TEST_F(Fork, AChildFlushesNothingOfItsParentByAge) {
     const CmUint32 dwFile = aRecording.Open("a");
     const CmUint32 dwAsync = aAsync.Open("b");
     Settle();
-    EXPECT_EQ(aRecording.Write(dwFile, "parent"), 0);
     EXPECT_EQ(aAsync.Write(dwAsync, "parent"), 0);
+    EXPECT_EQ(aRecording.Write(dwFile, "parent"), 0);  // last: another call may flush it by age
     growOld();
     const int nChild = InChild([&] {
         Recording aOwn(Sync, nullptr);

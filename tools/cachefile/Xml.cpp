@@ -19,7 +19,7 @@ std::size_t CharacterLength(std::string_view strText) {
     CmUint32 dwCode = nLength == 1 ? byFirst : byFirst & (0x7FU >> nLength);
     for (std::size_t i = 1; i < nLength; ++i) {
         if ((strText[i] & 0xC0) != 0x80) return 0;
-        dwCode = dwCode << 6 | (strText[i] & 0x3FU);
+        dwCode = dwCode << 6 | (static_cast<unsigned char>(strText[i]) & 0x3FU);
     }
     const bool bTooLong = (nLength == 3 && dwCode < 0x800) || (nLength == 4 && dwCode < 0x10000);
     const bool bNone = (dwCode >= 0xD800 && dwCode < 0xE000) || dwCode == 0xFFFE ||
