@@ -75,6 +75,7 @@ TEST_F(Pending, ALimitRefusesWholePieces) {
         EXPECT_EQ(aDirect.Write(aDirect.Open("sync"), Pattern(100'000)), 0);
         aRecording->FlushData(dwHandle);
         EXPECT_EQ(Waiting(), 98'303U) << "a flush is never refused";
+        EXPECT_EQ(aRecording.Write(dwHandle, ""), 0) << "it needs no room";
         CCacheFileManager::SetPendingLimit(98'304);
         EXPECT_EQ(aPlayer.Write(c_aInfo, "p", 0), 0);
     }

@@ -1,6 +1,8 @@
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "fileop/BlockStore.h"
 #include "tests/faults/Faults.h"
 #include "tests/faults/Memory.h"
 #include "tests/support/HostTest.h"
@@ -76,6 +78,30 @@ TEST_P(AppendMemory, IsBoundedForAnyMixOfLengths) {
         if (i % 100 == 0) Settle();
     }
     expectBounded("pieces of all lengths");
+}
+
+using BlockMemory = HostTest;
+
+TEST_F(BlockMemory, AWholeBlockIsNotCopied) {
+    Recording aRecording(Sync, &m_sink);
+    const CmUint32 dwHandle = aRecording.Open("a");
+    const CCmString strBlock = Pattern(32768);
+    const std::size_t nBefore = Memory::StartPeak();
+    EXPECT_EQ(aRecording.Write(dwHandle, strBlock), 0);
+    EXPECT_LT(Memory::StartPeak() - nBefore, strBlock.size());
+}
+
+TEST_F(BlockMemory, AKeptBlockThatIsTooSmallIsNotUsed) {
+    CBlockStore& aStore = CBlockStore::Instance();
+    for (const std::size_t nCapacity : {100'000U, 40'000U}) {
+        CCmString strBlock;
+        strBlock.reserve(nCapacity);
+        aStore.Give(std::move(strBlock));
+    }
+    const std::size_t nBefore = Memory::Requests();
+    const CCmString strTaken = aStore.Take(90'000, 200'000);
+    EXPECT_EQ(Memory::Requests(), nBefore);
+    EXPECT_GE(strTaken.capacity(), 90'000U);
 }
 
 using QueuedMemory = HostTest;

@@ -21,7 +21,7 @@ ROOT = HERE.parents[1]
 LIBRARY = ("cachefile_tests cachefile_fault_tests container_fuzz unload_host",
            r"/(cachefile_tests|cachefile_fault_tests|container_fuzz|unload_host)$")
 TOOL = ("cachefile_tool tool_fuzz cachefile_tests",
-        r"/(tool_fuzz|cli_test\.py|agreement\.py)$|HostPath")
+        r"/(tool_fuzz|(cli|cli_recording|recover)_test\.py|agreement\.py)$|HostPath")
 
 
 def require(*command):
@@ -35,15 +35,15 @@ def name_of(test):
 class Copy:
     """A clone of the repository's last commit, which is changed and built, and its tests."""
 
-    def __init__(self, directory, jobs):
-        self.tree, self.binaries, self.jobs = directory / "tree", directory / "build", jobs
+    def __init__(self, directory, jobs, binaries="build", flags="-O0"):
+        self.tree, self.binaries, self.jobs = directory / "tree", directory / binaries, jobs
         self.seconds = {}  # that each test has taken
         if not self.tree.exists():
             require("git", "clone", "-q", "--no-checkout", ROOT, self.tree)
         require("git", "-C", self.tree, "fetch", "-q", ROOT, "HEAD")
         require("git", "-C", self.tree, "checkout", "-qf", "--detach", "FETCH_HEAD")
         require("cmake", "-S", self.tree, "-B", self.binaries, "-G", "Ninja",
-                "-DCMAKE_BUILD_TYPE=", "-DCMAKE_CXX_FLAGS=-O0")
+                "-DCMAKE_BUILD_TYPE=", f"-DCMAKE_CXX_FLAGS={flags}")
 
     def build(self, targets):
         command = ["cmake", "--build", self.binaries, f"-j{self.jobs}", "--target", *targets.split()]
@@ -100,6 +100,25 @@ def result_of(mutation, copy, targets, pattern, *likely):
         path.write_text(original)
 
 
+def sound_copy(directory, jobs, sanitizer):
+    """A copy all of whose tests pass. The time of each test is kept for later runs."""
+    copy = (Copy(directory, jobs, "asan", "-O0 -fsanitize=address") if sanitizer
+            else Copy(directory, jobs))
+    commit = require("git", "-C", copy.tree, "rev-parse", "HEAD").strip()
+    kept = copy.binaries / f"seconds-{commit}.json"
+    if kept.exists():
+        copy.seconds = json.loads(kept.read_text())
+    # No mutation of the tool needs the sanitizer.
+    for targets, pattern in () if copy.seconds else (LIBRARY,) if sanitizer else (LIBRARY, TOOL):
+        if not copy.build(targets):
+            sys.exit("without a mutation, the build fails")
+        for test in copy.tests(pattern):
+            if copy.failure(test) and (failure := copy.failure(test)):
+                sys.exit(f"without a mutation, this fails: {failure}")
+    kept.write_text(json.dumps(copy.seconds))
+    return copy
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--only", metavar="REGEX", default="", help="mutations by name or file")
@@ -116,28 +135,21 @@ def main():
         known = {row["mutation"]: row for row in csv.DictReader(options.score.open(newline=""))}
         rows = {name: {**known.get(name, {}), **row} for name, row in rows.items()}
     signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell's background job ignores it
-    copy = Copy(options.directory.resolve(), options.jobs)
-    commit = require("git", "-C", copy.tree, "rev-parse", "HEAD").strip()
-    kept = copy.binaries / f"seconds-{commit}.json"  # all tests of this commit have passed once
-    if kept.exists():
-        copy.seconds = json.loads(kept.read_text())
-    for targets, pattern in () if copy.seconds else (LIBRARY, TOOL):
-        if not copy.build(targets):
-            sys.exit("without a mutation, the build fails")
-        for test in copy.tests(pattern):
-            if copy.failure(test) and (failure := copy.failure(test)):
-                sys.exit(f"without a mutation, this fails: {failure}")
-    kept.write_text(json.dumps(copy.seconds))
+    directory = options.directory.resolve()
+    copies = {}
     for mutation in mutations:
         row = rows[mutation["name"]]
         if not re.search(options.only, mutation["name"] + " " + mutation["file"]) or (
                 row.get(options.column) and not options.again):
             continue
         group = TOOL if row["module"] == "tools" else LIBRARY
+        sanitizer = mutation.get("address_sanitizer", False)
+        if sanitizer not in copies:
+            copies[sanitizer] = sound_copy(directory, options.jobs, sanitizer)
         # What found this one, or others of its module, before.
         known = [" ".join(other.get(column) or "" for column in ("before", "after"))
                  for other in rows.values() if other["module"] == row["module"]]
-        row[options.column] = result_of(mutation, copy, *group, str(row), " ".join(known))
+        row[options.column] = result_of(mutation, copies[sanitizer], *group, str(row), " ".join(known))
         with options.score.open("w", newline="") as file:
             writer = csv.DictWriter(file, ["mutation", "module", "before", "after"], lineterminator="\n")
             writer.writeheader()
