@@ -10,6 +10,7 @@
 #endif
 
 #include <cstdlib>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 
@@ -26,17 +27,20 @@
 namespace {
 
 constexpr int c_nStatus = 3;  // the recorder's own
+constexpr int c_nFailed = 98, c_nCalledLate = 97;
 constexpr unsigned c_nWritten = 5, c_nBlocks = 105;
 constexpr std::size_t c_nBlock = 40'000;
+constexpr const char* c_lpTail = "gathered";
 
-/// Ends the process in the first callback.
-class Exiting final : public IFileOpSink {
+bool s_bMayCall = false;  // the host is there, and a callback ends the process
+
+void Call() { s_bMayCall ? std::exit(c_nStatus) : std::_Exit(c_nCalledLate); }
+
+class Sink final : public IFileOpSink {
     void OnFileOpStatus(CCacheFileManager::LinkType, CCacheFileManager::OpType, CmInt32) override {
-        std::exit(c_nStatus);
+        Call();
     }
-    void OnDataReady(unsigned char*, CmUint32, const tagDataInfo&) override {
-        std::exit(c_nStatus);
-    }
+    void OnDataReady(unsigned char*, CmUint32, const tagDataInfo&) override { Call(); }
 };
 
 CCmString Blocks(unsigned nCount) {
@@ -45,24 +49,24 @@ CCmString Blocks(unsigned nCount) {
     return strAll;
 }
 
-Exiting s_sink;
+Sink s_sink;
 
 /// What a recorder never destroys.
 CWriteFileHandler* s_pHandler = nullptr;
 ThreadGate* s_pGate = nullptr;
+CmUint32 s_dwHandle = 0;
 Mode s_aMode = Sync;
 
 void Record(Mode aMode, bool bHold) {
     CCmCallerThread::Attach();
     s_aMode = aMode;
     s_pHandler = CCacheFileManager::Instance().CreateWriteFileHandler(7, aMode);
-    CmUint32 dwHandle = 0;
     const auto write = [&](const CCmString& strBytes) {
-        return s_pHandler->WriteData(dwHandle, BytesOf(strBytes),
+        return s_pHandler->WriteData(s_dwHandle, BytesOf(strBytes),
                                      static_cast<CmUint32>(strBytes.size()), c_dwEnd);
     };
-    if (s_pHandler->Initialize(&s_sink) != 0 || s_pHandler->OpenWritingFile("a", dwHandle) != 0)
-        std::_Exit(98);
+    if (s_pHandler->Initialize(&s_sink) != 0 || s_pHandler->OpenWritingFile("a", s_dwHandle) != 0)
+        std::_Exit(c_nFailed);
     for (unsigned i = 0; i < c_nBlocks; ++i) {
         if (i == c_nWritten && aMode == Async) {
             const CRefPtr<ACmThread> pWorker =
@@ -70,9 +74,13 @@ void Record(Mode aMode, bool bHold) {
             RunOn(pWorker, nullptr);
             if (bHold) s_pGate = new ThreadGate(pWorker);
         }
-        if (write(Pattern(c_nBlock, i)) != 0) std::_Exit(98);
+        if (write(Pattern(c_nBlock, i)) != 0) std::_Exit(c_nFailed);
     }
-    if (write("gathered") != 0) std::_Exit(98);
+    if (write(c_lpTail) != 0) std::_Exit(c_nFailed);
+    s_pHandler->SetHomeDir("missing\\x");
+    CmUint32 dwNone =
+        0;  // in asynchronous mode this fails on the worker, which traces and reports it
+    if ((s_pHandler->OpenWritingFile("b", dwNone) == 0) != (aMode == Async)) std::_Exit(c_nFailed);
 }
 
 int Exit() { std::exit(c_nStatus); }
@@ -84,6 +92,7 @@ int ExitOnAThread() {
 /// In asynchronous mode the callback reports the open; in synchronous mode it has the bytes of a
 /// read.
 int ExitInACallback() {
+    s_bMayCall = true;
     if (s_aMode == Async) return CCmCallerThread::WaitAndRun(60'000);
     CPlayFileHandler* const pPlayer = CCacheFileManager::Instance().CreatePlayFileHandler(7, 0, 0);
     pPlayer->Initialize(&s_sink);
@@ -105,6 +114,26 @@ int Terminate() {
 constexpr int c_nAborted = 3;
 #else
 constexpr int c_nAborted = -SIGABRT;
+int CloseAndReturn() { return s_pHandler->CloseFile(s_dwHandle) == 0 ? c_nStatus : c_nFailed; }
+int DestroyAndReturn() { return s_pHandler->Destroy() == 0 ? c_nStatus : c_nFailed; }
+/// The worker waits until the library has dropped the host's callable and trace sink. It then
+/// traces the failed open.
+int ExitBusy() {
+    static bool s_bGone = false;
+    const auto use = [] { s_bGone ? std::_Exit(c_nCalledLate) : void(); };
+    std::shared_ptr<void> pDropped(nullptr, [](void*) { delete s_pGate; });
+    CCmT120Trace::instance()->SetSink([use](CmInt32, const char*) { use(); });
+    CCmCallerThread::SetWakeUp([use, pDropped = std::move(pDropped)] { use(); });
+    s_bGone = true;
+    std::exit(c_nStatus);
+}
+/// Runs after the library has ended its worker, because it was registered before.
+void CallLate() {
+    CmUint32 dwNone = 0;
+    if (s_pHandler->OpenWritingFile("late", dwNone) != (s_aMode == Async ? 4010 : 4001) ||
+        (s_aMode == Async && s_pHandler->Destroy() != 0) || CacheFileShutdown() != 0)
+        std::_Exit(c_nCalledLate);
+}
 int QuickExit() { std::quick_exit(c_nStatus); }
 int ExitAfterMain() {
     std::thread([nMain = ::pthread_self()] {
@@ -115,7 +144,7 @@ int ExitAfterMain() {
 }
 /// A child has its parent's queue but no worker. Each child ends in another way.
 int Fork() {
-    for (int (*const pEnd)() : {Exit, ExitOnAThread, ExitImmediately}) {
+    for (int (*const pEnd)() : {Exit, QuickExit, ExitImmediately}) {
         const pid_t nChild = ::fork();
         if (nChild == 0) {
             ::alarm(60);
@@ -123,7 +152,7 @@ int Fork() {
         }
         int nStatus = -1;
         ::waitpid(nChild, &nStatus, 0);
-        if (nStatus != c_nStatus << 8) std::_Exit(97);
+        if (nStatus != c_nStatus << 8) std::_Exit(c_nFailed);
     }
     return c_nStatus;
 }
@@ -138,8 +167,10 @@ constexpr bool c_bExitWrites = true;
 const struct Kind {
     const char* lpName;
     int (*pEnd)();
-    int nStatus;   // negative: a signal
-    bool bWrites;  // whether everything that was accepted is written
+    int nStatus;              // negative: a signal
+    bool bWrites;             // whether everything that was accepted is written
+    const char* lpTail = "";  // what is in the file after the blocks
+    bool bHolds = !bWrites;   // the worker is held
 } c_aKinds[] = {
     {"return", Return, c_nStatus, c_bExitWrites},
     {"exit", Exit, c_nStatus, c_bExitWrites},
@@ -153,8 +184,13 @@ const struct Kind {
     {"TerminateProcess", Terminate, c_nStatus, false},
 #else
     {"quick_exit", QuickExit, c_nStatus, false},
+#ifndef __SANITIZE_THREAD__  // it reports the main thread, which ends unjoined
     {"pthread_exit-of-main", ExitAfterMain, c_nStatus, true},
+#endif
     {"fork", Fork, c_nStatus, true},
+    {"close-and-return", CloseAndReturn, c_nStatus, true, c_lpTail},
+    {"destroy-and-return", DestroyAndReturn, c_nStatus, true, c_lpTail},
+    {"exit-with-a-busy-worker", ExitBusy, c_nStatus, true, "", true},
 #endif
 };
 
@@ -163,8 +199,9 @@ int Run(Mode aMode, const Kind& aKind) {
     ::alarm(60);
     const rlimit aNoCore{0, 0};
     ::setrlimit(RLIMIT_CORE, &aNoCore);
+    if (aKind.pEnd == Exit) std::atexit(CallLate);
 #endif
-    Record(aMode, !aKind.bWrites);
+    Record(aMode, aKind.bHolds);
     return aKind.pEnd();
 }
 
@@ -182,8 +219,8 @@ bool Check(const std::string& strProgram, Mode aMode, const Kind& aKind) {
     const TestDir aDir;
     const int nStatus = StatusOf(strProgram + " " + std::to_string(aMode) + " " + aKind.lpName);
     const bool bAll = aMode == Sync || aKind.bWrites;
-    const std::string strDifference =
-        Difference(ReadBytes(Recording::PathOf("a")), Blocks(bAll ? c_nBlocks : c_nWritten));
+    const std::string strDifference = Difference(
+        ReadBytes(Recording::PathOf("a")), Blocks(bAll ? c_nBlocks : c_nWritten) + aKind.lpTail);
     const bool bGood = nStatus == aKind.nStatus && strDifference.empty();
     std::printf("%s %s: status %d, %s%s%s\n", aMode == Async ? "asynchronous" : "synchronous",
                 aKind.lpName, nStatus, bAll ? "all blocks" : "what was written before",

@@ -18,8 +18,8 @@ import tomllib
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parents[1]
 # What is built, and which tests are run, for a mutation of the library and for one of the tool.
-LIBRARY = ("cachefile_tests cachefile_fault_tests container_fuzz unload_host",
-           r"/(cachefile_tests|cachefile_fault_tests|container_fuzz|unload_host)$")
+LIBRARY = ("cachefile_tests cachefile_fault_tests container_fuzz unload_host cachefile_ends",
+           r"/(cachefile_tests|cachefile_fault_tests|container_fuzz|unload_host|cachefile_ends)$")
 TOOL = ("cachefile_tool tool_fuzz cachefile_tests",
         r"/(tool_fuzz|(cli|cli_recording|recover)_test\.py|agreement\.py)$|HostPath")
 
