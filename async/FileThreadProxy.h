@@ -137,7 +137,8 @@ class CFileThreadProxy final : public IFileOperation {
 
     /// The result of the last open. While it is not 0, all operations except another open fail. It
     /// is checked on the caller's side, and again on the R/W thread, because requests may have been
-    /// queued before the result was known.
+    /// queued before the result was known. Acquire and release are enough: what else a request
+    /// needs goes through the queue, under its mutex.
     std::atomic<CmInt32> m_lOpenResult{CACHE_OK};
 
     bool m_bReportsSyncs = false;  // used on the R/W thread

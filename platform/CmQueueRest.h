@@ -55,8 +55,10 @@ class CCmQueueRest {
  private:
     enum State { Awake, InShortSleep, Asleep };
 
-    std::atomic<bool> m_bHasWork{false};  // written with the lock, read by Poll without it
-    std::condition_variable m_wake;       // the owner waits on it
+    // Written with the lock, read by Poll without it. Relaxed: it only ends the poll. The owner
+    // looks at the queue itself with the lock.
+    std::atomic<bool> m_bHasWork{false};
+    std::condition_variable m_wake;  // the owner waits on it
 
     State m_state = Awake;  // guarded by the queue's mutex; Awake when the wait is ended
 

@@ -29,11 +29,13 @@ class CCmReferenceControlT {
 
     /// Adds a reference and returns the new count.
     virtual CmUint32 AddReference() {
+        // Relaxed: the caller has a reference, so the object cannot be destroyed meanwhile.
         return m_dwReference.fetch_add(1, std::memory_order_relaxed) + 1;
     }
 
     /// Releases a reference and returns the new count. If it is 0, the object has been destroyed.
     virtual CmUint32 ReleaseReference() {
+        // Released, so that the destructor runs after each use of the object by any thread.
         const CmUint32 dwLeft = m_dwReference.fetch_sub(1, std::memory_order_acq_rel) - 1;
         if (dwLeft == 0) OnReferenceDestory();
         return dwLeft;

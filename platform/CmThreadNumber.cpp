@@ -4,7 +4,7 @@
 
 namespace {
 
-std::atomic<CmUint32> s_dwLastNumber{0};
+std::atomic<CmUint32> s_dwLastNumber{0};  // relaxed: numbers only have to differ
 thread_local CmUint32 t_dwNumber = 0;  // 0 until the thread first asks, unless the library set it
 
 }  // namespace

@@ -280,7 +280,7 @@ class Limits(Recording):
 
     def test_time_passes_while_an_input_waits(self):
         for mode in [], ["--no-worker"]:
-            with self.start_recorder("--duration", "1s", "--force", *mode) as process:
+            with self.start_recorder("--duration", "3s", "--force", *mode) as process:
                 self.assertEqual(process.wait(100), DONE)
             self.assertEqual((self.notes()["reason"], self.read("kvr2/7/" + FILE)), ("duration", b"x"))
 

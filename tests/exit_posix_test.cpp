@@ -1,6 +1,3 @@
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdlib>
 
 #include "async/FileThreadManager.h"
@@ -67,22 +64,6 @@ void ExitBusy() {
     Record(pSink.get());
 }
 
-bool s_bForkedChild = false;
-
-/// The child has its parent's memory but not its worker.
-void ExitInForkedChild() {
-    Sink aSink;
-    CCmCallerThread::Attach();
-    Record(&aSink);
-    const pid_t nChild = ::fork();
-    if (nChild == 0) {
-        s_bForkedChild = true;
-        std::exit(0);
-    }
-    int nStatus = -1;
-    Require(::waitpid(nChild, &nStatus, 0) == nChild && nStatus == 0, "the child exits with 0");
-}
-
 constexpr unsigned char c_aTail[] = {'t', 'a', 'i', 'l'};
 
 /// Gathered bytes are accepted when their file is closed or their handler is destroyed. The host
@@ -117,7 +98,6 @@ struct Case {
 
 const Case c_aCases[] = {
     {"Busy", ExitBusy, ""},
-    {"Forked", ExitInForkedChild, ""},
     {"Late", ExitAndOpenLate, ""},
     {"Closed",
      [] { ReturnAfter([](CmUint32 dwHandle) { return s_pHandler->CloseFile(dwHandle); }); },
@@ -130,11 +110,6 @@ INSTANTIATE_TEST_SUITE_P(Host, Exit, testing::ValuesIn(c_aCases),
                          [](const auto& aInfo) { return std::string(aInfo.param.lpName); });
 
 }  // namespace
-
-/// The leak sanitizer calls this at the end. In a child it cannot see what the worker references,
-/// because the worker does not exist there.
-extern "C" int __lsan_is_turned_off();
-extern "C" int __lsan_is_turned_off() { return s_bForkedChild; }
 
 TEST_P(Exit, EveryAcceptedWriteIsInItsFile) {
     const TestDir aDir;
