@@ -135,7 +135,7 @@ void CallLate() {
         std::_Exit(c_nCalledLate);
 }
 int QuickExit() { std::quick_exit(c_nStatus); }
-int ExitAfterMain() {
+[[maybe_unused]] int ExitAfterMain() {
     std::thread([nMain = ::pthread_self()] {
         ::pthread_join(nMain, nullptr);
         std::exit(c_nStatus);
